@@ -1,0 +1,11 @@
+#pragma once
+
+#include <set>
+#include <string>
+
+/// The agent's probe cache, as far as remediation reads it.
+class CacheStore {
+  public:
+    /// Operating-system CPEs that count as products in a request. Empty when there are none.
+    static std::set<std::string> GetSplCaseCPEs();
+};

@@ -1,0 +1,13 @@
+#pragma once
+
+#include <log4cpp/Category.hh>
+
+/// The agent's log. Every line of the library goes to the one category it hands out.
+class Logger {
+  public:
+    /// The process-wide logger; never null, valid until the process ends. Any thread.
+    static Logger* GetInstance();
+
+    /// The category to write on; its appenders serialise lines of several threads.
+    log4cpp::Category& GetLogger();
+};

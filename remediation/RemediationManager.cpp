@@ -1,0 +1,1 @@
+#include "remediation/RemediationManager.h"
