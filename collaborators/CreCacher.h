@@ -7,7 +7,8 @@
 /// The agent's cache of remediation content (CREs with their ERI blocks).
 class CreCacher {
   public:
-    /// The cache of the agent installed in `installPath`; never null, valid until the process ends. Any thread.
+    /// The cache of the agent installed in `installPath`; never null, valid until the process ends. Any
+    /// thread.
     static CreCacher* GetInstance(std::string installPath, std::string platformCpe);
 
     /// The content for one identifier on one platform and product. On any failure the result's

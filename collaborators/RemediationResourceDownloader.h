@@ -11,8 +11,8 @@ class RemediationResourceDownloader {
     /// Fetches the archive of the resource `stem` + `extension`.
     /// `archivePath`: in, where the archive should be stored; out, where it is.
     /// `bytesPerSecond`: the rate to keep when `rateLimited`, else ignored.
-    /// Returns 0 when the complete archive is at `archivePath`, another value when it is not. Blocks; called on
-    /// a boost::thread it may stop early when that thread is interrupted.
-    int getResource(std::string stem, std::string& archivePath, std::string extension, std::string installPath,
-                    bool rateLimited, unsigned long bytesPerSecond);
+    /// Returns 0 when the complete archive is at `archivePath`, another value when it is not. Blocks; called
+    /// on a boost::thread it may stop early when that thread is interrupted.
+    int getResource(std::string stem, std::string& archivePath, std::string extension,
+                    std::string installPath, bool rateLimited, unsigned long bytesPerSecond);
 };

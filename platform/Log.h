@@ -9,9 +9,15 @@ namespace zelor::log {
 
 namespace detail {
 
-inline void append(std::string& line, const std::string& text) { line += text; }
-inline void append(std::string& line, const char* text) { line += text; }
-inline void append(std::string& line, char text) { line += text; }
+inline void append(std::string& line, const std::string& text) {
+    line += text;
+}
+inline void append(std::string& line, const char* text) {
+    line += text;
+}
+inline void append(std::string& line, char text) {
+    line += text;
+}
 template <class Number>
 void append(std::string& line, Number number) {
     line += std::to_string(number);

@@ -14,7 +14,9 @@ void setSystemRoot(const std::string& directory) {
     root() = last == std::string::npos ? "" : directory.substr(0, last + 1);
 }
 
-std::string getSystemRoot() { return root(); }
+std::string getSystemRoot() {
+    return root();
+}
 
 std::string underSystemRoot(const std::string& path) {
     if (root().empty()) return path;

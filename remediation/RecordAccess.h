@@ -9,8 +9,8 @@
 #include "remediation/parsedEriData.h"
 #include "remediation/remediateMetadata.h"
 
-/// The records' fields by reference: for the content library, which fills them, and for the run, which reads them
-/// without the copies that the getters make. A reference lives as long as its record.
+/// The records' fields by reference: for the content library, which fills them, and for the run, which reads
+/// them without the copies that the getters make. A reference lives as long as its record.
 struct RecordAccess {
     // clang-format off
     static std::string& eriId(parsedEriData& eri) { return eri.eriId; }

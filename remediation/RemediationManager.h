@@ -20,12 +20,14 @@ class MacPatchManager;
 
 /// Remediates the findings of one request map.
 ///
-/// Life: construct, set the inputs, call `remediate`, poll `getRemDone()` until it is true, then read the results.
-/// One manager serves one run. It must outlive its run: do not destroy it before `getRemDone()` is true.
+/// Life: construct, set the inputs, call `remediate`, poll `getRemDone()` until it is true, then read the
+/// results. One manager serves one run. It must outlive its run: do not destroy it before `getRemDone()` is
+/// true.
 ///
-/// Threads: inputs are set before `remediate`; results, progress and the cancel calls may be used from any thread at
-/// any moment. Operations that are part of a run (parsing, fetching, installing) belong to the run's thread.
-/// The manager never throws at its caller; failures become log lines, progress values and flags.
+/// Threads: inputs are set before `remediate`; results, progress and the cancel calls may be used from any
+/// thread at any moment. Operations that are part of a run (parsing, fetching, installing) belong to the
+/// run's thread. The manager never throws at its caller; failures become log lines, progress values and
+/// flags.
 class RemediationManager {
   public:
     /// Progress of one request. 4 is success, 5 to 11 are failures.
@@ -36,12 +38,12 @@ class RemediationManager {
         REM_INSTALLING = 3,
         REM_SUCCESS = 4,
         REM_FAILED = 5,
-        REM_CRE_FAILED = 6,       ///< the remediation content could not be obtained or parsed
-        REM_INTERNAL_FAILED = 7,  ///< the run stopped on an internal error
-        REM_INVALID_REQUEST = 8,  ///< no or too many CPEs, or the patch name is not a valid one
-        REM_FAILED_9 = 9,         ///< reserved for installers
-        REM_FAILED_10 = 10,       ///< reserved for installers
-        REM_FAILED_11 = 11,       ///< reserved for installers
+        REM_CRE_FAILED = 6,         ///< the remediation content could not be obtained or parsed
+        REM_INTERNAL_FAILED = 7,    ///< the run stopped on an internal error
+        REM_INVALID_REQUEST = 8,    ///< no or too many CPEs, or the patch name is not a valid one
+        REM_FAILED_9 = 9,           ///< reserved for installers
+        REM_FAILED_10 = 10,         ///< reserved for installers
+        REM_FAILED_11 = 11,         ///< reserved for installers
         REM_FILE_UNAVAILABLE = 12,  ///< the file is missing or failed its signature check
         REM_ABORTED = 13            ///< cancelled, one by one or with the whole run
     };
@@ -60,7 +62,8 @@ class RemediationManager {
     /// The directory for downloaded content. It is emptied at the end of a run.
     void setContentDownloadDir(std::string directory);
     std::string getContentDownloadDir();
-    /// True: the run starts with an empty installed-patches record, so that what a new scan found is applied again.
+    /// True: the run starts with an empty installed-patches record, so that what a new scan found is applied
+    /// again.
     void setFirstRemediationAfterScan(bool first);
 
     // Run
@@ -87,10 +90,11 @@ class RemediationManager {
 
     // Cancellation
 
-    /// True cancels the whole run: it ends after the step in hand, with 13 for all that is unfinished. A running
-    /// download is interrupted.
+    /// True cancels the whole run: it ends after the step in hand, with 13 for all that is unfinished. A
+    /// running download is interrupted.
     void setCancelAllRem(bool cancel);
-    /// Replaces the set of requests cancelled one by one (request key to any text); an empty map withdraws them all.
+    /// Replaces the set of requests cancelled one by one (request key to any text); an empty map withdraws
+    /// them all.
     void setCancelRemMap(std::map<std::string, std::string> requests);
     std::map<std::string, std::string> getCancelRemMap();
     /// Interrupts the download in hand. The caller holds `thread_mutex`.
@@ -100,7 +104,8 @@ class RemediationManager {
 
     /// Records a state. 4 and 5 to 11 pass through the collective rule first.
     void insertRemProgressInMap(std::string key, REM_PROGRESS progress);
-    /// For a CPE that needs several remediations: `store` tells whether there is a result to record, `result` which.
+    /// For a CPE that needs several remediations: `store` tells whether there is a result to record, `result`
+    /// which.
     void evaluateCollectiveResult(std::string key, REM_PROGRESS progress, bool* store, REM_PROGRESS* result);
     void setAllRemsStatusToFailed();
     void setRemainingRemsStatusToFailed();
@@ -119,13 +124,14 @@ class RemediationManager {
 
     // Fetch, records, buffering
 
-    /// Gets the named file into the content directory, from the buffer or the repository, and checks its signature.
-    /// Returns its path, or "" on any failure. `usedBufferedCopy` tells whether the buffered archive was taken.
+    /// Gets the named file into the content directory, from the buffer or the repository, and checks its
+    /// signature. Returns its path, or "" on any failure. `usedBufferedCopy` tells whether the buffered
+    /// archive was taken.
     std::string getFileFromRepo(std::string fileName, std::string remKey, std::string bufferMatch,
                                 bool& usedBufferedCopy);
     /// Returns the downloader's result: 0 when the archive is complete at `archivePath` (in and out).
-    int downloadFileFromRepo(std::string stem, std::string& archivePath, std::string extension, bool rateLimited,
-                             unsigned long bytesPerSecond);
+    int downloadFileFromRepo(std::string stem, std::string& archivePath, std::string extension,
+                             bool rateLimited, unsigned long bytesPerSecond);
     /// 0 when the file's detached signature is good, else -1.
     int verifySignature(std::string filePath, std::string extension);
     bool patchIsAlreadyBuffered(std::string patchName, std::string md5sum, std::string listPath);
@@ -137,9 +143,9 @@ class RemediationManager {
     void addEntryInInstalledPatchesFile(int installResult, std::string eriId);
     /// True when any one of the entry's ERIs is recorded as installed.
     bool verifyIfAlreadyAppliedRem(creEriParsedData& creEri);
-    /// Pre-downloads the patches of the requests (CPE text to identifier) within the budget and the bandwidth share.
-    /// Blocks; not at the same time as a run. Cancelled by `setCancelAllRem(true)`, or by interrupting the
-    /// boost::thread it runs on.
+    /// Pre-downloads the patches of the requests (CPE text to identifier) within the budget and the bandwidth
+    /// share. Blocks; not at the same time as a run. Cancelled by `setCancelAllRem(true)`, or by interrupting
+    /// the boost::thread it runs on.
     void bufferPatches(std::map<std::string, std::string> requests);
     void downloadPatchForBuffering(std::vector<remediateMetadata> requests);
     /// `patchSize`: text such as "12.5 MB".
@@ -204,7 +210,8 @@ class RemediationManager {
     std::size_t collectiveCount(const std::string& key) const;
     void indexRows();
 
-    bool parseRequest(const std::string& key, const std::string& identifier, const std::set<std::string>& special);
+    bool parseRequest(const std::string& key, const std::string& identifier,
+                      const std::set<std::string>& special);
     void retrieveCre(remediateMetadata& row);
 
     std::string listPath();

@@ -23,10 +23,24 @@ creEriParsedData::~creEriParsedData() {
     creFlag = false;
 }
 
-std::string creEriParsedData::getCve() { return cve; }
-std::string creEriParsedData::getCce() { return cce; }
-bool creEriParsedData::getInstalledSuccessfully() { return installedSuccessfully; }
-void creEriParsedData::setInstalledSuccessfully(bool value) { installedSuccessfully = value; }
-std::string creEriParsedData::getCreId() { return creId; }
-std::vector<std::string> creEriParsedData::getEriIds() { return eriIds; }
-std::vector<parsedEriData> creEriParsedData::getParsedEriDataBlocks() { return parsedEriDataBlocks; }
+std::string creEriParsedData::getCve() {
+    return cve;
+}
+std::string creEriParsedData::getCce() {
+    return cce;
+}
+bool creEriParsedData::getInstalledSuccessfully() {
+    return installedSuccessfully;
+}
+void creEriParsedData::setInstalledSuccessfully(bool value) {
+    installedSuccessfully = value;
+}
+std::string creEriParsedData::getCreId() {
+    return creId;
+}
+std::vector<std::string> creEriParsedData::getEriIds() {
+    return eriIds;
+}
+std::vector<parsedEriData> creEriParsedData::getParsedEriDataBlocks() {
+    return parsedEriDataBlocks;
+}

@@ -21,5 +21,9 @@ parseOnlyMetadata::~parseOnlyMetadata() {
     metaCount = 0;
 }
 
-bool parseOnlyMetadata::getParsingFailed() { return parsingFailed; }
-creEriParsedData parseOnlyMetadata::getcreEriData() { return creEriData; }
+bool parseOnlyMetadata::getParsingFailed() {
+    return parsingFailed;
+}
+creEriParsedData parseOnlyMetadata::getcreEriData() {
+    return creEriData;
+}

@@ -24,13 +24,33 @@ parsedEriData::~parsedEriData() {
     reboot = false;
 }
 
-std::string parsedEriData::getEriId() { return eriId; }
-std::string parsedEriData::getProductCpe() { return productCpe; }
-std::string parsedEriData::getOperationImpact() { return operationImpact; }
-std::string parsedEriData::getInstructions() { return instructions; }
-std::string parsedEriData::getPatchId() { return patchId; }
-std::string parsedEriData::getMskbId() { return mskbId; }
-std::string parsedEriData::getPatchSize() { return patchSize; }
-std::string parsedEriData::getSilentModeCmd() { return silentModeCmd; }
-std::string parsedEriData::getMd5sum() { return md5sum; }
-bool parsedEriData::getReboot() { return reboot; }
+std::string parsedEriData::getEriId() {
+    return eriId;
+}
+std::string parsedEriData::getProductCpe() {
+    return productCpe;
+}
+std::string parsedEriData::getOperationImpact() {
+    return operationImpact;
+}
+std::string parsedEriData::getInstructions() {
+    return instructions;
+}
+std::string parsedEriData::getPatchId() {
+    return patchId;
+}
+std::string parsedEriData::getMskbId() {
+    return mskbId;
+}
+std::string parsedEriData::getPatchSize() {
+    return patchSize;
+}
+std::string parsedEriData::getSilentModeCmd() {
+    return silentModeCmd;
+}
+std::string parsedEriData::getMd5sum() {
+    return md5sum;
+}
+bool parsedEriData::getReboot() {
+    return reboot;
+}

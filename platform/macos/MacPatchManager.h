@@ -16,9 +16,9 @@ inline constexpr char MPMPLATFORM[] = "platform";
 inline constexpr char APPFOLDER[] = "/Applications/";
 inline constexpr bool isAppInstaller = false;
 
-/// Installs on macOS: OS updates, application bundles, packages, disk images, hardening scripts; and knows the
-/// machine's identity. One thread at a time; its commands block. No operation throws.
-/// Operations that return an int give 0 on success and -1 on failure.
+/// Installs on macOS: OS updates, application bundles, packages, disk images, hardening scripts; and knows
+/// the machine's identity. One thread at a time; its commands block. No operation throws. Operations that
+/// return an int give 0 on success and -1 on failure.
 class MacPatchManager {
   public:
     /// Reads the current OS name and platform from the agent's files.
@@ -31,8 +31,8 @@ class MacPatchManager {
     static std::string getSystemPlatformCpe();
     /// Reads both agent files anew; a missing file or key gives "".
     void queryAndStoreCurrentOsName();
-    /// The value under a dotted key ("Section.Key", or "Key" outside any section), or "". A malformed file reads as
-    /// one without keys.
+    /// The value under a dotted key ("Section.Key", or "Key" outside any section), or "". A malformed file
+    /// reads as one without keys.
     std::string readValueFromIniFile(std::string iniFile, std::string key);
     std::string getValueFromIni(std::string key, boost::property_tree::ptree tree);
     /// The path, with arguments, of the unattended installer inside the next bundle.
@@ -54,8 +54,8 @@ class MacPatchManager {
     int absAppInstallation(std::string appPath, std::string appName);
     /// Runs the bundle's own installer.
     int appInstaller(std::string appPath);
-    /// Copies a directory tree with modes, times and symbolic links, replacing files that exist and leaving all
-    /// others in the destination alone. False on the first failure.
+    /// Copies a directory tree with modes, times and symbolic links, replacing files that exist and leaving
+    /// all others in the destination alone. False on the first failure.
     bool copyDir(boost::filesystem::path source, boost::filesystem::path destination);
     /// Names of the directory's entries in the file system's order, "." and ".." included; empty on failure.
     std::vector<std::string> listFilesInDirectory(std::string dir);
@@ -64,8 +64,8 @@ class MacPatchManager {
 
     /// The whole standard output of a shell command, "" when it cannot be started.
     std::string getCmdlineOutput(std::string command);
-    /// The lines of a shell command's standard output that contain "*", line ends included. A line of 2,000 bytes or
-    /// more comes in pieces.
+    /// The lines of a shell command's standard output that contain "*", line ends included. A line of 2,000
+    /// bytes or more comes in pieces.
     std::vector<std::string> getOsCmdline(std::string command);
 
   private:

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <stdlib.h>
+
+#include <boost/filesystem.hpp>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <string>
+
+namespace zelor::test {
+
+/// A fresh folder below the system's temporary folder, removed with everything in it at the end.
+class TempDir {
+  public:
+    TempDir() {
+        std::string pattern = (boost::filesystem::temp_directory_path() / "zelor-test-XXXXXX").string();
+        if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("no temporary folder: " + pattern);
+        path_ = pattern;
+    }
+    ~TempDir() {
+        boost::system::error_code ignored;
+        boost::filesystem::remove_all(path_, ignored);
+    }
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+
+    const boost::filesystem::path& path() const { return path_; }
+    std::string operator/(const std::string& name) const { return (path_ / name).string(); }
+
+  private:
+    boost::filesystem::path path_;
+};
+
+/// Writes a whole file, making its folders.
+inline void writeFile(const std::string& path, const std::string& text) {
+    boost::filesystem::create_directories(boost::filesystem::path(path).parent_path());
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << text;
+    if (!out.flush()) throw std::runtime_error("cannot write " + path);
+}
+
+/// The whole file, "" when there is none.
+inline std::string readFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+}  // namespace zelor::test
