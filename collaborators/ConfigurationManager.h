@@ -21,4 +21,7 @@ class ConfigurationManager {
     std::string getVendorProductInstallationType();
     /// How third-party products are installed, for example "quiet".
     std::string getThirdPartyProductInstallationType();
+
+  private:
+    std::string configFile_;
 };
