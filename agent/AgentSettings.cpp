@@ -132,9 +132,10 @@ std::shared_ptr<const AgentSettings> AgentSettings::load(const std::string& iniF
         std::string value = boost::trim_copy(tree.get(known.key, std::string()));
         const std::string problem = value.empty() ? "" : valueProblem(known.kind, value);
         if (!problem.empty()) {
-            settings->problems_.push_back("[AgentSettings] " + iniFile + ": " + known.key + " = \"" + value +
-                                          "\" " + problem + "; taking the default \"" + known.fallback +
-                                          "\"");
+            std::string line = "[AgentSettings] " + iniFile + ": ";
+            line.append(known.key).append(" = \"").append(value).append("\" ").append(problem);
+            line.append("; taking the default \"").append(known.fallback).append("\"");
+            settings->problems_.push_back(line);
             value.clear();
         }
         const bool fromFile = !value.empty();

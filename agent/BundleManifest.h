@@ -4,9 +4,11 @@
 
 namespace zelor {
 
-/// The text over which a bundle folder is signed: one line per entry below `folder` in byte order of their relative
-/// paths, with kind, mode, SHA-256 (files) or target (symbolic links). Throws std::runtime_error when an entry cannot
-/// be read or is neither file, folder nor symbolic link.
+/// The text over which a bundle folder is signed: a version line, the folder itself as ".", then one line for
+/// each entry below it in byte order of their relative paths: kind, permission bits, size and SHA-256 (files)
+/// or target (symbolic links), path. Names are escaped, so none can forge a line. Throws std::runtime_error
+/// when an entry cannot be read, is neither file, folder nor symbolic link, or is a file that would run as
+/// another user.
 std::string bundleManifest(const std::string& folder);
 
 }  // namespace zelor
