@@ -1,1 +1,101 @@
 #include "remediation/RemediationManager.h"
+
+#include <utility>
+
+#include "collaborators/Common.h"
+#include "platform/Log.h"
+#include "platform/SystemRoot.h"
+#include "platform/macos/MacPatchManager.h"
+#include "remediation/InstalledRecord.h"
+
+namespace zlog = zelor::log;
+
+namespace {
+
+constexpr char kBufferedPatchesFileName[] = "bufferdPatchesList.txt";
+constexpr char kInstalledPatchesFile[] = "/var/log/zelor/ZelorInstalledPatches.txt";
+
+}  // namespace
+
+boost::mutex RemediationManager::mutex;
+boost::mutex RemediationManager::inputMapmutex;
+boost::mutex RemediationManager::thread_mutex;
+std::string RemediationManager::currentOsName;
+
+RemediationManager::RemediationManager(std::string installPathArgument)
+    : systemPlatformCpe(MacPatchManager::getSystemPlatformCpe()),
+      installedPatchesFile(underSystemRoot(kInstalledPatchesFile)),
+      installPath(Common::StripTrailingSeparators(installPathArgument)),
+      macPatchManager(std::make_unique<MacPatchManager>()),
+      bufferedPatchesFileName(kBufferedPatchesFileName),
+      installedRecord(std::make_unique<zelor::InstalledRecord>()) {}
+
+RemediationManager::~RemediationManager() {
+    systemPlatformCpe = "";
+    installedPatchesFile = "";
+    installPath = "";
+    contentDownloadDir = "";
+    currentRemId = "";
+    bufferedPatchesFileName = "";
+    for (std::atomic<bool>* flag :
+         {&rebootNeeded, &scanNeeded, &remDone, &allRemFailed, &anyRemSucceeded, &internalError,
+          &firstRemediationAfterScan, &cancelAllRem, &downloadThreadDone}) {
+        *flag = false;
+    }
+    macPatchManager.reset();
+}
+
+void RemediationManager::setovalIdMap(std::map<std::string, std::string> requests) {
+    const boost::unique_lock<boost::mutex> lock(inputMapmutex);
+    ovalIdMap.swap(requests);
+}
+
+std::map<std::string, std::string> RemediationManager::getovalIdMap() {
+    const boost::unique_lock<boost::mutex> lock(inputMapmutex);
+    return ovalIdMap;
+}
+
+void RemediationManager::setContentDownloadDir(std::string directory) {
+    contentDownloadDir = std::move(directory);
+}
+
+std::string RemediationManager::getContentDownloadDir() {
+    return contentDownloadDir;
+}
+
+void RemediationManager::setFirstRemediationAfterScan(bool first) {
+    firstRemediationAfterScan = first;
+}
+
+bool RemediationManager::getRemDone() {
+    return remDone;
+}
+
+bool RemediationManager::getRebootNeeded() {
+    return rebootNeeded;
+}
+
+bool RemediationManager::getScanNeeded() {
+    return scanNeeded;
+}
+
+bool RemediationManager::getAllRemFailed() {
+    if (anyRemSucceeded) allRemFailed = false;
+    return allRemFailed;
+}
+
+std::string RemediationManager::getDefaultPlatformCpe() {
+    return "";
+}
+
+std::string RemediationManager::getCurrentOsName() {
+    return currentOsName;
+}
+
+void RemediationManager::queryAndStoreCurrentOsName() {
+    zlog::debug("[Remediation Manager] Inside queryAndStoreCurrentOsName : currentOsName = ", currentOsName);
+}
+
+void RemediationManager::emptyTheContentDirectory() {
+    macPatchManager->emptyTheContentDirectory(contentDownloadDir);
+}

@@ -5,8 +5,10 @@
 #include <atomic>
 #include <boost/thread/mutex.hpp>
 #include <boost/thread/thread.hpp>
+#include <condition_variable>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <set>
 #include <string>
 #include <unordered_map>
@@ -17,6 +19,9 @@
 #include "remediation/remediateMetadata.h"
 
 class MacPatchManager;
+namespace zelor {
+class InstalledRecord;
+}
 
 /// Remediates the findings of one request map.
 ///
@@ -191,34 +196,52 @@ class RemediationManager {
     static std::string currentOsName;
 
   private:
-    friend struct RemediationManagerPeer;
+    friend struct RemediationManagerPeer;  // the tests' way to a state that no input can reach
 
-    enum class Step { next, leaveBlocks, leavePhase };
-    struct NonOsBlock;
+    enum class Next { block, aborted, phaseEnd };
 
+    // Run driver
     bool runPhases();
-    bool cancelledBeforePhases();
-    bool stopAfterPhase(bool markAborted);
-    void endAsInternalError(const std::string& message, bool all);
+    bool stoppedBeforePhases();
+    bool stoppedAfterPhase();
+    void endAsInternalError(const char* message, void (RemediationManager::*markRequests)());
     void endAsAborted();
-    void endAfterException(const char* what);
+    void endAfterException(const std::string& what);
     void resetInstalledPatchesFile();
 
+    // Progress
     void storeProgress(const std::string& mapKey, unsigned long value);
-    bool isFinal(const std::string& key);
-    void countRow(const remediateMetadata& row, int change);
-    std::size_t collectiveCount(const std::string& key) const;
-    void indexRows();
+    bool hasProgress(const std::string& mapKey) const;
+    bool hasFinalProgress(const std::string& mapKey) const;
+    void markUnlessFinal(const std::string& key, REM_PROGRESS progress);
+    bool isCancelled(const std::string& key);
+    void countForCollectiveResult(const remediateMetadata& row, bool counts);
 
-    bool parseRequest(const std::string& key, const std::string& identifier,
-                      const std::set<std::string>& special);
-    void retrieveCre(remediateMetadata& row);
+    // Parsing and fetch
+    void parseRequest(const std::string& key, const std::string& identifier,
+                      const std::set<std::string>& specialCases);
+    void retrieveContent(remediateMetadata& row);
+    std::string bufferedListPath();
+    void download(const std::string& stem, std::string& archivePath, const std::string& extension,
+                  const std::string& remKey);
+    bool startDownload(const std::string& stem, std::string& archivePath, const std::string& extension,
+                       const std::string& remKey);
+    void awaitDownload();
+    void bufferBlock(parsedEriData& block);
+    bool bufferingIsCancelled();
 
-    std::string listPath();
-    std::string extractAndVerify(const std::string& archivePath, const std::string& fileName,
-                                 const std::string& extension);
-    bool waitForDownload(const std::string& stem, std::string& archivePath, const std::string& extension,
-                         const std::string& remKey);
+    // Installation
+    bool applyConfigRequest(remediateMetadata& row);
+    bool fetchAndRunScripts(remediateMetadata& row, int& result, bool& stop);
+    int runScript(parsedEriData& block, const std::string& path, bool usedBufferedCopy);
+    void recordConfigResult(remediateMetadata& row, int result);
+    void dropContent(remediateMetadata& row);
+    bool installOsRequest(remediateMetadata& row);
+    Next installNonOsRequest(remediateMetadata& row);
+    Next installNonOsBlock(remediateMetadata& row, creEriParsedData& entry, parsedEriData& block);
+    Next afterNonOsFetch(const std::string& key);
+    int installNonOsFile(remediateMetadata& row, parsedEriData& block, const std::string& path);
+    void recordNonOsResult(remediateMetadata& row, creEriParsedData& entry, int result);
 
     std::atomic<bool> rebootNeeded{false};
     std::atomic<bool> scanNeeded{false};
@@ -246,4 +269,20 @@ class RemediationManager {
     std::unique_ptr<MacPatchManager> macPatchManager;
     std::string bufferedPatchesFileName;
     std::multimap<std::string, REM_PROGRESS> collectiveResultMap;
+
+    // Held for one access of remediationProgressMap alone, so that a poll never waits for a run's step.
+    mutable boost::mutex progressMapMutex;
+    // Rows with content that are no OS updates, per key: what the collective rule counts.
+    std::unordered_map<std::string, std::size_t> collectiveCounts;
+    // Keys written since the last look at the single cancels; kept only while there are any. Guarded by
+    // `mutex`.
+    std::vector<std::string> keysToCheckForCancel;
+    std::atomic<bool> hasSingleCancels{false};
+    std::atomic<bool> checkAllForCancel{false};
+    // The end of the download in hand, which is awaited here so that its handle is used under thread_mutex
+    // alone.
+    std::mutex downloadEndMutex;
+    std::condition_variable downloadEnd;
+    std::atomic<bool> downloadInterrupted{false};
+    std::unique_ptr<zelor::InstalledRecord> installedRecord;
 };

@@ -1,0 +1,64 @@
+#include "platform/Files.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace zelor {
+
+namespace {
+
+bool endsInsideLine(int fd) {
+    struct stat info {};
+    if (fstat(fd, &info) != 0 || info.st_size == 0) return false;
+    char last = '\n';
+    return pread(fd, &last, 1, info.st_size - 1) == 1 && last != '\n';
+}
+
+}  // namespace
+
+void UniqueFd::reset(int fd) {
+    if (fd_ >= 0) close(fd_);
+    fd_ = fd;
+}
+
+UniqueFd openFile(const std::string& path, int flags, unsigned mode) {
+    int fd = -1;
+    do {
+        fd = open(path.c_str(), flags | O_CLOEXEC, static_cast<mode_t>(mode));
+    } while (fd < 0 && errno == EINTR);
+    return UniqueFd(fd);
+}
+
+bool writeAll(int fd, const std::string& text) {
+    std::size_t done = 0;
+    while (done < text.size()) {
+        const ssize_t count = write(fd, text.data() + done, text.size() - done);
+        if (count < 0 && errno == EINTR) continue;
+        if (count <= 0) return false;
+        done += static_cast<std::size_t>(count);
+    }
+    return true;
+}
+
+bool flushToDisk(int fd) {
+#ifdef F_FULLFSYNC
+    if (fcntl(fd, F_FULLFSYNC) == 0) return true;  // not every file system has it
+#endif
+    return fsync(fd) == 0;
+}
+
+void flushDirectory(const std::string& directory) {
+    const UniqueFd fd = openFile(directory, O_RDONLY | O_DIRECTORY);
+    if (fd) fsync(fd.get());
+}
+
+bool appendLine(const std::string& path, const std::string& line) {
+    const UniqueFd fd = openFile(path, O_RDWR | O_APPEND | O_CREAT);
+    if (!fd) return false;
+    return writeAll(fd.get(), (endsInsideLine(fd.get()) ? "\n" : "") + line + "\n");
+}
+
+}  // namespace zelor

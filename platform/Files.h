@@ -1,0 +1,45 @@
+#pragma once
+
+#include <string>
+#include <utility>
+
+/// Files by descriptor: every one is opened with close-on-exec.
+namespace zelor {
+
+/// Owns a file descriptor.
+class UniqueFd {
+  public:
+    UniqueFd() = default;
+    explicit UniqueFd(int fd) : fd_(fd) {}
+    UniqueFd(UniqueFd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+    UniqueFd& operator=(UniqueFd&& other) noexcept {
+        if (this != &other) reset(std::exchange(other.fd_, -1));
+        return *this;
+    }
+    UniqueFd(const UniqueFd&) = delete;
+    UniqueFd& operator=(const UniqueFd&) = delete;
+    ~UniqueFd() { reset(); }
+
+    int get() const { return fd_; }
+    explicit operator bool() const { return fd_ >= 0; }
+    void reset(int fd = -1);
+    /// Gives the descriptor up without closing it.
+    int release() { return std::exchange(fd_, -1); }
+
+  private:
+    int fd_ = -1;
+};
+
+/// open(2) with O_CLOEXEC, again when a signal interrupts it.
+UniqueFd openFile(const std::string& path, int flags, unsigned mode = 0644);
+/// Writes all of `text`; false on failure, errno set.
+bool writeAll(int fd, const std::string& text);
+/// Makes what was written survive a power loss (F_FULLFSYNC on macOS); false on failure.
+bool flushToDisk(int fd);
+/// Makes a rename in `directory` survive a power loss, as far as the file system can.
+void flushDirectory(const std::string& directory);
+/// Appends `line` and a line end in one write, making the file when there is none. When the file's last line
+/// has no end (an older crash), the new one begins on a line of its own. False on failure.
+bool appendLine(const std::string& path, const std::string& line);
+
+}  // namespace zelor

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+namespace zelor {
+
+/// Keeps the first and the last half of `bound` bytes of a stream; what lies between is dropped as it comes.
+class OutputBuffer {
+  public:
+    explicit OutputBuffer(std::size_t bound) : half_(bound / 2) {}
+
+    void add(const char* data, std::size_t size);
+    /// Bytes added so far, the dropped ones included.
+    std::size_t size() const { return size_; }
+    /// What was kept, with a line that tells how much is missing where bytes were dropped. Leaves the buffer
+    /// empty.
+    std::string take();
+
+  private:
+    std::size_t half_;
+    std::size_t size_ = 0;
+    std::string head_;
+    std::string tail_;  ///< a ring once it is full: the oldest byte stands at `start_`
+    std::size_t start_ = 0;
+};
+
+}  // namespace zelor

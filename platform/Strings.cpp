@@ -1,0 +1,84 @@
+#include "platform/Strings.h"
+
+#include <ctype.h>
+
+#include <algorithm>
+#include <boost/algorithm/string/classification.hpp>
+#include <boost/algorithm/string/split.hpp>
+#include <boost/algorithm/string/trim.hpp>
+#include <cstdlib>
+
+namespace zelor {
+
+bool hasEnding(const std::string& text, const std::string& ending) {
+    return text.size() >= ending.size() &&
+           text.compare(text.size() - ending.size(), ending.size(), ending) == 0;
+}
+
+bool hasBeginning(const std::string& text, const std::string& beginning) {
+    return text.compare(0, beginning.size(), beginning) == 0;
+}
+
+std::string trimmed(std::string text) {
+    if (text.empty()) return text;
+    boost::algorithm::trim(text);
+    text.erase(text.find_last_not_of(" \t\r\n") + 1);
+    while (hasBeginning(text, "\r"))
+        text.erase(0, 1);
+    while (hasBeginning(text, "\n"))
+        text.erase(0, 1);
+    boost::algorithm::trim(text);
+    return text;
+}
+
+std::string lowerCased(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](char c) { return static_cast<char>(tolower(static_cast<unsigned char>(c))); });
+    return text;
+}
+
+std::vector<std::string> splitInTwo(const std::string& text, const std::string& delimiter) {
+    const auto at = text.find(delimiter);
+    if (at == std::string::npos) return {text};
+    return {text.substr(0, at), text.substr(at + delimiter.size())};
+}
+
+std::vector<std::string> splitCompressed(const std::string& text, char separator) {
+    std::vector<std::string> pieces;
+    boost::algorithm::split(
+        pieces, text, [separator](char c) { return c == separator; }, boost::algorithm::token_compress_on);
+    return pieces;
+}
+
+int leadingInt(const std::string& text) {
+    return static_cast<int>(std::strtol(text.c_str(), nullptr, 10));
+}
+
+bool hasControlCharacter(const std::string& text) {
+    return std::any_of(text.begin(), text.end(), [](char c) {
+        const auto byte = static_cast<unsigned char>(c);
+        return byte < 0x20 || byte == 0x7f;
+    });
+}
+
+std::string insideSingleQuotes(const std::string& text) {
+    std::string escaped;
+    escaped.reserve(text.size());
+    for (char c : text) {
+        if (c == '\'') {
+            escaped += "'\\''";
+        } else {
+            escaped += c;
+        }
+    }
+    return escaped;
+}
+
+std::string shellWord(const std::string& word) {
+    static const std::string plain =
+        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_@%+=:,./-";
+    const bool bare = !word.empty() && word.find_first_not_of(plain) == std::string::npos;
+    return bare ? word : "'" + insideSingleQuotes(word) + "'";
+}
+
+}  // namespace zelor

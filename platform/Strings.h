@@ -1,0 +1,33 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+/// Small operations on narrow byte strings; all are pure and case-sensitive unless they say otherwise.
+namespace zelor {
+
+bool hasEnding(const std::string& text, const std::string& ending);
+bool hasBeginning(const std::string& text, const std::string& beginning);
+inline bool contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+/// `text` without white space at both ends.
+std::string trimmed(std::string text);
+/// `text` lower-cased character by character.
+std::string lowerCased(std::string text);
+/// `text` in two at the first `delimiter`, or whole when there is none.
+std::vector<std::string> splitInTwo(const std::string& text, const std::string& delimiter);
+/// `text` cut at every run of `separator`; an empty text gives one empty piece.
+std::vector<std::string> splitCompressed(const std::string& text, char separator);
+/// The number at the start of `text` the way atoi reads it, without its undefined corners.
+int leadingInt(const std::string& text);
+/// True for bytes below 0x20 and 0x7f.
+bool hasControlCharacter(const std::string& text);
+
+/// `text` for a place inside single quotes of a shell command: an inner quote is escaped.
+std::string insideSingleQuotes(const std::string& text);
+/// `word` for a bare place in a shell command: as it is when it holds only letters, digits and _@%+=:,./-,
+/// in single quotes otherwise.
+std::string shellWord(const std::string& word);
+
+}  // namespace zelor

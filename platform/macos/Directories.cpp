@@ -1,0 +1,63 @@
+#include <dirent.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <memory>
+
+#include "platform/DirectoryCopy.h"
+#include "platform/Log.h"
+#include "platform/macos/MacPatchManager.h"
+
+namespace zlog = zelor::log;
+
+namespace {
+
+struct CloseDirectory {
+    void operator()(DIR* directory) const { closedir(directory); }
+};
+
+}  // namespace
+
+bool MacPatchManager::copyDir(boost::filesystem::path source, boost::filesystem::path destination) {
+    struct stat info {};
+    if (stat(source.c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) {
+        zlog::debug("[MacPatchManager] Source directory ", source.string(),
+                    " does not exist or is not a directory.");
+        return false;
+    }
+    const bool isNew = stat(destination.c_str(), &info) != 0;
+    if (isNew && mkdir(destination.c_str(), 0755) != 0) {
+        zlog::debug("[MacPatchManager] Unable to create destination directory", destination.string());
+        return false;
+    }
+    const std::string problem = zelor::copyTree(source.string(), destination.string(), isNew);
+    if (problem.empty()) return true;
+    zlog::debug("[MacPatchManager] (copyDir) The copy ended early: ", problem);
+    return false;
+}
+
+std::vector<std::string> MacPatchManager::listFilesInDirectory(std::string dir) {
+    std::vector<std::string> names;
+    const std::unique_ptr<DIR, CloseDirectory> directory(opendir(dir.c_str()));
+    if (!directory) {
+        zlog::error(" [MacPatchManager] Opening of the file :", dir, "failed. Error code = ", errno);
+        return names;
+    }
+    while (const dirent* entry = readdir(directory.get()))
+        names.emplace_back(entry->d_name);
+    return names;
+}
+
+void MacPatchManager::emptyTheContentDirectory(std::string dir) {
+    zlog::debug(" [MacPatchManager] Inside emptyTheContentDirectory for dir \"", dir);
+    for (const std::string& name : listFilesInDirectory(dir)) {
+        if (name == "." || name == "..") continue;
+        const std::string path = dir + "/" + name;
+        const int result = std::remove(path.c_str());
+        if (result != 0) {
+            zlog::error(" [MacPatchManager] Deletion of the file : '", path,
+                        "' failed. Error code = ", result);
+        }
+    }
+}

@@ -1,0 +1,55 @@
+#include "platform/macos/LinuxHardeningFacilitator.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+
+#include "platform/CommandRunner.h"
+#include "platform/Files.h"
+#include "platform/Log.h"
+
+namespace zlog = zelor::log;
+
+namespace {
+
+// What a child reports that could not become the script's shell.
+constexpr int kExitOne = 1 << 8;
+
+// chmod +x without a shell: whoever may read the script may run it.
+void makeExecutable(const std::string& path) {
+    const zelor::UniqueFd fd = zelor::openFile(path, O_RDONLY | O_NOFOLLOW);
+    struct stat info {};
+    if (!fd || fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode)) return;
+    const mode_t readers = info.st_mode & (S_IRUSR | S_IRGRP | S_IROTH);
+    fchmod(fd.get(), (info.st_mode & 07777) | readers >> 2);
+}
+
+bool noChildToBeHad(int startError) {
+    return startError == EAGAIN || startError == ENOMEM || startError == EMFILE || startError == ENFILE;
+}
+
+}  // namespace
+
+int LinuxHardeningFacilitator::complianceRemediation(std::string path) {
+    zlog::debug("[MacHardeningFacilitator] Welcome to compliance remediation, for '", path, "'");
+    makeExecutable(path);
+    const zelor::CommandResult result = zelor::runCommand({"/bin/bash", path}, true, zelor::commandLimit());
+    int status = result.status;
+    if (result.started) {
+        zelor::logCommandTrouble(path, result);
+        if (!result.waited) {
+            zlog::debug("[MacHardeningFacilitator] Unable to get the exit code of process ", path);
+        }
+    } else if (noChildToBeHad(result.startError)) {
+        zlog::error("[MacHardeningFacilitator] Unable to create Child process");
+    } else {
+        zlog::debug("[MacHardeningFacilitator] Unable to run the process ", path);
+        status = kExitOne;
+    }
+    zlog::debug("[MacHardeningFacilitator] exit process code for ", path, " is = ", status);
+    if (status != 0 && !result.output.empty()) {
+        zlog::debug("[MacHardeningFacilitator] output of ", path, " = ", result.output);
+    }
+    return status == 0 ? 0 : -1;
+}

@@ -1,0 +1,91 @@
+#include "platform/macos/MacPatchManager.h"
+
+#include <boost/filesystem/operations.hpp>
+#include <boost/optional/optional.hpp>
+#include <utility>
+
+#include "platform/AgentIni.h"
+#include "platform/CommandRunner.h"
+#include "platform/Log.h"
+#include "platform/Strings.h"
+#include "platform/SystemRoot.h"
+#include "platform/macos/LinuxHardeningFacilitator.h"
+#include "platform/macos/UpdateSelection.h"
+
+namespace zlog = zelor::log;
+
+namespace {
+
+// The listing is judged in the pieces that a line buffer of 2,000 bytes with its terminator holds.
+constexpr std::size_t kListingPiece = 1999;
+
+}  // namespace
+
+MacPatchManager::MacPatchManager() {
+    queryAndStoreCurrentOsName();
+}
+
+MacPatchManager::~MacPatchManager() = default;
+
+std::string MacPatchManager::getSystemPlatformCpe() {
+    const zelor::CommandResult result = zelor::runShell("sw_vers -productName");
+    if (!result.started) {
+        zlog::debug("[MacPatchManager] (getSystemPlatformCpe) Invalid Command");
+        return "";
+    }
+    const std::string productName = zelor::trimmed(result.output);
+    if (productName.empty()) return "";
+    zlog::debug("[MacPatchManager] Platform Cpe = ", productName);
+    return productName == "Mac OS X" ? "cpe:/o:apple:mac_os_x" : "cpe:/o:apple:mac_os_x_server";
+}
+
+void MacPatchManager::queryAndStoreCurrentOsName() {
+    currentOsName_ = readValueFromIniFile(underSystemRoot(MPMZELORINIFILE), MPMPROFILEID);
+    currentPlatform_ = readValueFromIniFile(underSystemRoot(MPMBUILDFILE), MPMPLATFORM);
+    zlog::debug("[MacPatchManager] currentOSName = ", currentOsName_,
+                ", and currentPlatform = ", currentPlatform_);
+}
+
+std::string MacPatchManager::readValueFromIniFile(std::string iniFile, std::string key) {
+    auto tree = zelor::readIniFile(iniFile);
+    if (!tree) {
+        zlog::error("[MacPatchManager] Inside readValueFromIniFile, ini file '", iniFile,
+                    "' doesn't exist!!");
+        return "";
+    }
+    return getValueFromIni(std::move(key), std::move(*tree));
+}
+
+std::string MacPatchManager::getValueFromIni(std::string key, boost::property_tree::ptree tree) {
+    const auto value = tree.get_optional<std::string>(key);
+    if (!value) {
+        zlog::error("[MacPatchManager] Inside getValueFromIni, Error while getting for the key ", key);
+        return "";
+    }
+    return *value;
+}
+
+void MacPatchManager::setSilentModeOption(std::string option) {
+    silentModeOption_ = std::move(option);
+}
+
+void MacPatchManager::setInstallOption(bool useInstaller) {
+    useInstallOption_ = useInstaller;
+}
+
+int MacPatchManager::applyConfig(std::string path) {
+    zlog::debug("[MacPatchManager] Inside applyConfig");
+    return LinuxHardeningFacilitator().complianceRemediation(std::move(path));
+}
+
+std::string MacPatchManager::getCmdlineOutput(std::string command) {
+    zelor::CommandResult result = zelor::runShell(command);
+    if (!result.started) zlog::debug("[MacPatchManager] (getCmdlineOutput) Invalid Command");
+    return std::move(result.output);
+}
+
+std::vector<std::string> MacPatchManager::getOsCmdline(std::string command) {
+    const zelor::CommandResult result = zelor::runShell(command);
+    if (!result.started) zlog::debug("[MacPatchManager] (getOsCmdline) Invalid Command");
+    return zelor::starredLines(result.output, kListingPiece);
+}

@@ -1,0 +1,115 @@
+#include <algorithm>
+
+#include "platform/Log.h"
+#include "platform/Strings.h"
+#include "platform/SystemRoot.h"
+#include "platform/macos/MacPatchManager.h"
+
+namespace zlog = zelor::log;
+
+namespace {
+
+constexpr char kMountPoint[] = "/var/zelor/mountpoint";
+
+bool isInstallable(const std::string& name) {
+    return zelor::hasEnding(name, ".app") || zelor::hasEnding(name, ".pkg");
+}
+
+}  // namespace
+
+int MacPatchManager::install3rdPartyPatch(std::string path, std::string packageName, std::string kind) {
+    zlog::info("[MacPatchManager] (Install3rdParty) Application name = ", path, " Type = ", kind);
+    if (kind == "pkg") return pkgInstallation(path);
+    if (kind == "dmg") return dmgInstallation(path, packageName);
+    if (kind == "app") return appInstallation(path, underSystemRoot(APPFOLDER));
+    return -1;
+}
+
+int MacPatchManager::pkgInstallation(std::string pkgPath) {
+    zlog::info("[MacPatchManager] (Install3rdParty) Installing pkg Application");
+    const std::string output =
+        getCmdlineOutput("installer -pkg '" + zelor::insideSingleQuotes(pkgPath) + "' -target / 2>&1");
+    if (zelor::contains(output, "successful")) {
+        zlog::info("[MacPatchManager] The pkg remediation succeeded !!");
+        return 0;
+    }
+    if (zelor::contains(output, "No such update")) {
+        zlog::info("[MacPatchManager] No updates are available.");
+        return -1;
+    }
+    zlog::error("[MacPatchManager] The pkg remediation failed = ", output);
+    return -1;
+}
+
+int MacPatchManager::dmgInstallation(std::string dmgPath, std::string packageName) {
+    (void)packageName;
+    const std::string mountPoint = underSystemRoot(kMountPoint);
+    const std::string mountWord = zelor::shellWord(mountPoint);
+    const std::string detach = "hdiutil detach " + mountWord + " 2>&1";
+    getCmdlineOutput(detach);  // clears what an earlier run left mounted
+    getCmdlineOutput("hdiutil attach -nobrowse -mountPoint " + mountWord + " '" +
+                     zelor::insideSingleQuotes(dmgPath) + "' 2>&1 > /dev/null");
+    zlog::debug("[MacPatchManager] (Install3rdParty) Application mount point  = ", mountPoint);
+    const std::vector<std::string> names = listFilesInDirectory(mountPoint);
+    const auto found = std::find_if(names.begin(), names.end(), isInstallable);
+    if (found != names.end()) {
+        const std::string path = mountPoint + "/" + *found;
+        const int result =
+            zelor::hasEnding(*found, ".app") ? absAppInstallation(path, *found) : pkgInstallation(path);
+        if (result != 0) {
+            getCmdlineOutput(detach);
+            return -1;
+        }
+    }
+    if (zelor::contains(getCmdlineOutput(detach), "ejected")) {
+        zlog::info("[MacPatchManager] Installation SUCCESS!! Disk unmounted successfully!!");
+    } else {
+        zlog::info("[MacPatchManager] Installation SUCCESS!! Error in disk unmounting!!");
+    }
+    return 0;
+}
+
+int MacPatchManager::absAppInstallation(std::string appPath, std::string appName) {
+    zlog::debug("[MacPatchManager] (Install3rdParty) Application Path  = ", appPath);
+    if (useInstallOption_) return appInstaller(appPath);
+    return appInstallation(appPath, underSystemRoot(APPFOLDER) + appName);
+}
+
+int MacPatchManager::appInstallation(std::string source, std::string destination) {
+    zlog::info("[MacPatchManager] (Install3rdParty) Installing .app Application");
+    if (source.empty() && destination.empty()) return -1;
+    if (!copyDir(source, destination)) {
+        zlog::error("[MacPatchManager] Error occured while remediating!!");
+        return -1;
+    }
+    zlog::info("[MacPatchManager] The application is successfully remediated!!");
+    return 0;
+}
+
+int MacPatchManager::appInstaller(std::string appPath) {
+    zlog::info("[MacPatchManager] (Install3rdParty) Installing .app Application");
+    std::string command;
+    if (silentModeOption_.empty()) {
+        const std::string folder = appPath + "/Contents/MacOS/";
+        const std::vector<std::string> names = listFilesInDirectory(folder);
+        const auto first = std::find_if(names.begin(), names.end(),
+                                        [](const std::string& name) { return name != "." && name != ".."; });
+        if (first == names.end()) {
+            zlog::error("[MacPatchManager] (Install3rdParty) The bundle has no installer in ", folder);
+            return -1;
+        }
+        // The closing quote has no opening one. Published content was made against this very text.
+        command = zelor::shellWord(folder + *first) + "' -install 2>&1";
+    } else {
+        command =
+            "'" + zelor::insideSingleQuotes(appPath) + "'/" + silentModeOption_ + " 2>&1 && echo \"Success\"";
+    }
+    zlog::debug("[MacPatchManager] Executing ", command);
+    const std::string output = getCmdlineOutput(command);
+    if (!output.empty() && !zelor::contains(output, "Success")) {
+        zlog::debug("[MacPatchManager] The application error log = ", output);
+        return -1;
+    }
+    zlog::debug("[MacPatchManager] The application is successfully remediated !!");
+    return 0;
+}

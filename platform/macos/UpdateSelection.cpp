@@ -1,0 +1,78 @@
+#include "platform/macos/UpdateSelection.h"
+
+#include <algorithm>
+
+#include "platform/Strings.h"
+
+namespace zelor {
+
+namespace {
+
+constexpr char kOsWideName[] = "apple mac os x";
+
+void cutAppleWord(std::string& name) {
+    if (!hasBeginning(name, "apple")) return;
+    const auto separator = name.find_first_of(" \t");
+    if (separator != std::string::npos) name.erase(0, separator + 1);
+}
+
+}  // namespace
+
+int osWideMatches(const std::string& lowerCasedLine, const std::string& productVersion) {
+    int matches = 0;
+    if (contains(productVersion, "10.9")) {
+        for (const char* word : {"secupd", "os x"})
+            matches += contains(lowerCasedLine, word) ? 1 : 0;
+    }
+    if (contains(productVersion, "10.10")) {
+        for (const char* word : {"os x", "osx", "secupd"})
+            matches += contains(lowerCasedLine, word) ? 1 : 0;
+    }
+    return matches;
+}
+
+UpdateSelection selectUpdates(const std::vector<std::string>& listing, std::string packageName,
+                              const std::function<std::string()>& productVersion) {
+    UpdateSelection selection;
+    packageName = lowerCased(packageName);
+    for (const std::string& line : listing) {
+        const std::string lowerLine = lowerCased(line);
+        if (packageName == kOsWideName) {
+            const int matches = osWideMatches(lowerLine, productVersion());
+            selection.candidates.insert(selection.candidates.end(), static_cast<std::size_t>(matches), line);
+            continue;
+        }
+        cutAppleWord(packageName);  // once per line: "apple apple tv" is "tv" from the second line on
+        const auto at = lowerLine.find(packageName);
+        if (at == std::string::npos || at == line.size()) continue;
+        selection.named = true;
+        selection.label = line.substr(at);
+        return selection;
+    }
+    return selection;
+}
+
+std::string candidateLabel(const std::string& line) {
+    const auto star = line.find('*');
+    std::string name = trimmed(star == std::string::npos ? line : line.substr(star));
+    if (name.empty()) return name;
+    name.erase(0, 1);
+    const auto separator = name.find_first_of(" \t");
+    if (separator != std::string::npos) name.erase(0, separator + 1);
+    return name;
+}
+
+std::vector<std::string> starredLines(const std::string& output, std::size_t pieceSize) {
+    std::vector<std::string> lines;
+    for (std::size_t start = 0; start < output.size();) {
+        const auto newline = output.find('\n', start);
+        const std::size_t end = newline == std::string::npos ? output.size() : newline + 1;
+        const std::size_t size = std::min(end - start, pieceSize);
+        std::string piece = output.substr(start, size);
+        if (contains(piece, "*")) lines.push_back(std::move(piece));
+        start += size;
+    }
+    return lines;
+}
+
+}  // namespace zelor

@@ -1,0 +1,134 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <boost/filesystem/operations.hpp>
+#include <boost/filesystem/path.hpp>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+#include "collaborators/ConfigurationManager.h"
+#include "platform/Files.h"
+#include "platform/Log.h"
+#include "remediation/BufferedList.h"
+#include "remediation/PatchName.h"
+#include "remediation/RemediationManager.h"
+
+namespace zlog = zelor::log;
+namespace fs = boost::filesystem;
+
+namespace {
+
+constexpr char kSeparator = fs::path::preferred_separator;
+constexpr char kTemporaryName[] = "newTempFile";
+
+std::string unzipFolderFile(const std::string& name) {
+    return ConfigurationManager::GetInstance("")->getUnzipFileFolder() + kSeparator + name;
+}
+
+std::string archiveInBuffer(const std::string& patchName) {
+    return ConfigurationManager::GetInstance("")->getBufferPatchesDir() + kSeparator +
+           zelor::cutFourCharacters(patchName).stem + ".zip";
+}
+
+[[noreturn]] void fail(const std::string& what) {
+    throw std::runtime_error(what + ": " + std::strerror(errno));
+}
+
+// A rewrite that was killed may have left a torn last line; its line still stands in the list.
+void dropTornEnd(int fd) {
+    struct stat info {};
+    if (fstat(fd, &info) != 0) fail("cannot look at the temporary list");
+    off_t end = info.st_size;
+    for (char last = '\0'; end > 0; --end) {
+        if (pread(fd, &last, 1, end - 1) != 1) fail("cannot read the temporary list");
+        if (last == '\n') break;
+    }
+    if (end != info.st_size && ftruncate(fd, end) != 0) fail("cannot mend the temporary list");
+}
+
+void replaceList(const std::string& listPath, const std::string& temporaryPath, const std::string& lines) {
+    {
+        const zelor::UniqueFd temporary =
+            zelor::openFile(temporaryPath, O_RDWR | O_APPEND | O_CREAT | O_NOFOLLOW);
+        if (!temporary) fail("cannot open the temporary list");
+        dropTornEnd(temporary.get());
+        if (!zelor::writeAll(temporary.get(), lines)) fail("cannot write the temporary list");
+        if (!zelor::flushToDisk(temporary.get())) fail("cannot flush the temporary list");
+    }
+    if (std::rename(temporaryPath.c_str(), listPath.c_str()) != 0) fail("cannot replace the list");
+    zelor::flushDirectory(fs::path(listPath).parent_path().string());
+}
+
+std::string wholeFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) fail("cannot open the list");
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+}  // namespace
+
+std::string RemediationManager::bufferedListPath() {
+    return unzipFolderFile(bufferedPatchesFileName);
+}
+
+bool RemediationManager::patchIsAlreadyBuffered(std::string patchName, std::string md5sum,
+                                                std::string listPath) {
+    zlog::debug("[Remediation Manager] Inside patchIsAlreadyBuffered .. bufferedPatchListFile = ", listPath);
+    try {
+        std::ifstream list(listPath, std::ios::binary);
+        std::string line;
+        while (std::getline(list, line)) {
+            if (zelor::bufferedLineMatches(line, patchName, md5sum) && fs::exists(archiveInBuffer(patchName)))
+                return true;
+        }
+    } catch (const std::exception&) {
+        zlog::debug(
+            "[Remediation Manager] (patchIsAlreadyBuffered) Reading bufferedPatchesList.txt threw "
+            "exception ");
+    }
+    return false;
+}
+
+void RemediationManager::addPatchBufferedEntry(std::string patchName, std::string md5sum,
+                                               std::string listPath) {
+    removeEntryFromBufferedPatchesFile(patchName);
+    if (!zelor::appendLine(listPath, patchName + "=" + md5sum)) {
+        zlog::debug(
+            "[Remediation Manager] (addPatchBufferedEntry) Writing bufferedPatchesList.txt threw exception ");
+        return;
+    }
+    zlog::debug(
+        "[Remediation Manager] Inside addPatchBufferedEntry: Added entry for successfully buffered patch = ",
+        patchName);
+}
+
+void RemediationManager::removeEntryFromBufferedPatchesFile(std::string patchName) {
+    try {
+        const std::string listPath = bufferedListPath();
+        bool torn = false;
+        const std::string lines = zelor::linesWithout(wholeFile(listPath), patchName, torn);
+        if (torn)
+            zlog::error("[Remediation Manager] The last line of ", listPath, " was torn; it is left out.");
+        replaceList(listPath, unzipFolderFile(kTemporaryName), lines);
+    } catch (const std::exception&) {
+        zlog::debug(
+            "[Remediation Manager] (removeEntryFromBufferedPatchesFile) Exception while removing entry from "
+            "bufferedPatchesList.txt ");
+    }
+}
+
+void RemediationManager::cleanupBufferedPatch(std::string patchName, std::string patchFileDownloaded) {
+    zlog::debug("[Remediation Manager] Inside cleanupBufferedPatch: patchName = ", patchName,
+                ", patchfiledownloaded = ", patchFileDownloaded);
+    if (zelor::whyUnsafeFileName(patchName).empty()) {
+        boost::system::error_code error;
+        fs::remove(archiveInBuffer(patchName), error);
+        if (error) zlog::debug("[Remediation Manager] Inside cleanupBufferedPatch: ", error.message());
+    }
+    removeEntryFromBufferedPatchesFile(patchName);
+}

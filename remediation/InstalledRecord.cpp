@@ -1,0 +1,85 @@
+#include "remediation/InstalledRecord.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <vector>
+
+#include "platform/Files.h"
+#include "platform/Log.h"
+#include "remediation/RecordAccess.h"
+#include "remediation/RemediationManager.h"
+
+namespace zelor {
+
+void InstalledRecord::forget() {
+    lines_.clear();
+    unfinished_.clear();
+    read_ = 0;
+}
+
+void InstalledRecord::refresh(const std::string& path) {
+    const UniqueFd fd = openFile(path, O_RDONLY);
+    struct stat info {};
+    if (!fd || fstat(fd.get(), &info) != 0) {
+        forget();
+        return;
+    }
+    const auto device = static_cast<std::uintmax_t>(info.st_dev);
+    const auto inode = static_cast<std::uintmax_t>(info.st_ino);
+    const off_t known = read_ + static_cast<off_t>(unfinished_.size());
+    const bool same = path == path_ && device == device_ && inode == inode_ && info.st_size >= known;
+    if (same && info.st_size == known) return;
+    if (!same) forget();
+    path_ = path;
+    device_ = device;
+    inode_ = inode;
+    readFrom(fd.get());
+}
+
+void InstalledRecord::readFrom(int fd) {
+    unfinished_.clear();
+    std::vector<char> chunk(std::size_t{1} << 18);
+    off_t at = read_;
+    for (;;) {
+        const ssize_t count = pread(fd, chunk.data(), chunk.size(), at);
+        if (count < 0 && errno == EINTR) continue;
+        if (count <= 0) break;
+        at += count;
+        unfinished_.append(chunk.data(), static_cast<std::size_t>(count));
+        std::size_t start = 0;
+        for (auto end = unfinished_.find('\n'); end != std::string::npos;
+             end = unfinished_.find('\n', start)) {
+            lines_.emplace(unfinished_, start, end - start);
+            start = end + 1;
+        }
+        unfinished_.erase(0, start);
+        read_ += static_cast<off_t>(start);
+    }
+}
+
+}  // namespace zelor
+
+namespace zlog = zelor::log;
+
+void RemediationManager::addEntryInInstalledPatchesFile(int installResult, std::string eriId) {
+    if (installResult != 0) return;
+    zelor::appendLine(installedPatchesFile, eriId);
+    zlog::debug(
+        "[Remediation Manager] Inside addEntryInInstalledPatchesFile: Added entry for successfully installed "
+        "eri: ",
+        eriId);
+}
+
+bool RemediationManager::verifyIfAlreadyAppliedRem(creEriParsedData& creEri) {
+    installedRecord->refresh(installedPatchesFile);
+    if (installedRecord->empty()) return false;
+    zlog::debug("[Remediation Manager] (verifyIfAlreadyAppliedRem) for creId = ", RecordAccess::creId(creEri),
+                " number of eris = ", RecordAccess::blocks(creEri).size());
+    const std::vector<std::string>& eriIds = RecordAccess::eriIds(creEri);
+    return std::any_of(eriIds.begin(), eriIds.end(),
+                       [this](const std::string& eriId) { return installedRecord->hasLine(eriId); });
+}

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <string>
+#include <unordered_set>
+
+namespace zelor {
+
+/// The lines of the installed-patches record, read once: a later look reads only what was appended since, or
+/// all again when the file was replaced or cut. One thread at a time.
+class InstalledRecord {
+  public:
+    /// Brings the lines up to date with the file; one that cannot be opened counts as empty.
+    void refresh(const std::string& path);
+    bool empty() const { return lines_.empty() && unfinished_.empty(); }
+    /// True when some line equals `text` exactly.
+    bool hasLine(const std::string& text) const {
+        return lines_.count(text) != 0 || (!unfinished_.empty() && unfinished_ == text);
+    }
+
+  private:
+    void forget();
+    void readFrom(int fd);
+
+    std::unordered_set<std::string> lines_;
+    std::string path_;
+    std::uintmax_t device_ = 0;
+    std::uintmax_t inode_ = 0;
+    off_t read_ = 0;          ///< offset behind the last line end that was read
+    std::string unfinished_;  ///< a last line without its end; it counts as a line too
+};
+
+}  // namespace zelor

@@ -1,0 +1,39 @@
+#include "remediation/PatchName.h"
+
+#include <boost/algorithm/string/replace.hpp>
+
+#include "platform/Strings.h"
+
+namespace zelor {
+
+std::optional<PatchName> splitAtLastDot(const std::string& fileName) {
+    const auto dot = fileName.rfind('.');
+    if (dot == std::string::npos) return std::nullopt;
+    return PatchName{fileName.substr(0, dot), fileName.substr(dot)};
+}
+
+PatchName cutFourCharacters(const std::string& fileName) {
+    constexpr std::size_t kCut = 4;
+    if (fileName.size() < kCut) return {fileName, ""};
+    return {fileName.substr(0, fileName.size() - kCut), fileName.substr(fileName.size() - kCut)};
+}
+
+std::string whyUnsafeFileName(const std::string& fileName) {
+    if (fileName == "." || fileName == "..") return "it names a folder";
+    if (contains(fileName, "/")) return "it holds a path separator";
+    if (hasControlCharacter(fileName)) return "it holds a control character";
+    return "";
+}
+
+std::string signaturePath(const std::string& filePath, const std::string& extension) {
+    return boost::algorithm::replace_all_copy(filePath, extension, ".sig");
+}
+
+std::string installerKind(const std::string& path) {
+    for (const char* kind : {"app", "pkg", "dmg"}) {
+        if (contains(path, std::string(".") + kind)) return kind;
+    }
+    return "";
+}
+
+}  // namespace zelor

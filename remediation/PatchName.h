@@ -1,0 +1,32 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+/// Decisions on the names of patches and scripts.
+namespace zelor {
+
+/// A file name in two at its last ".": "a.b.pkg" gives "a.b" and ".pkg".
+struct PatchName {
+    std::string stem;
+    std::string extension;
+};
+
+/// Nothing when the name has no ".".
+std::optional<PatchName> splitAtLastDot(const std::string& fileName);
+
+/// The name cut before its last four characters, whatever they are; a shorter name is all stem. The
+/// buffered-patches list and the buffer directory are keyed this way.
+PatchName cutFourCharacters(const std::string& fileName);
+
+/// Why a name must never reach the file system ("" when it may): a path separator, a control character, "."
+/// or "..".
+std::string whyUnsafeFileName(const std::string& fileName);
+
+/// The path of the detached signature: every occurrence of `extension` in the whole path replaced by ".sig".
+std::string signaturePath(const std::string& filePath, const std::string& extension);
+
+/// "app", "pkg" or "dmg": the first of ".app", ".pkg", ".dmg" that occurs anywhere in the path; "" for none.
+std::string installerKind(const std::string& path);
+
+}  // namespace zelor

@@ -1,0 +1,64 @@
+#include <utility>
+
+#include "collaborators/CacheStore.h"
+#include "platform/Log.h"
+#include "remediation/RemediationManager.h"
+#include "remediation/RequestParsing.h"
+
+namespace zlog = zelor::log;
+
+void RemediationManager::parseCreEriForSupersedesTrue() {
+    const std::set<std::string> specialCases = CacheStore::GetSplCaseCPEs();
+    {
+        const boost::unique_lock<boost::mutex> lock(inputMapmutex);
+        for (const auto& [key, identifier] : ovalIdMap) {
+            insertRemProgressInMap(key, REM_QUEUED);
+            if (cancelAllRem) return;
+            parseRequest(key, identifier, specialCases);
+        }
+    }
+    for (std::vector<remediateMetadata>* rows : {&remMetadataForCVE, &remMetadataForCCE}) {
+        if (rows->empty()) continue;
+        getAndParseCreEriForSupersedesTrue(*rows);
+        if (cancelAllRem) return;
+    }
+    zlog::debug(" <<< [Remediation Manager] (parseCreEriForSupersedesTrue) DONE!! ...");
+}
+
+void RemediationManager::parseRequest(const std::string& key, const std::string& identifier,
+                                      const std::set<std::string>& specialCases) {
+    if (thisRemIsAborted(key)) {
+        insertRemProgressInMap(key, REM_ABORTED);
+        return;
+    }
+    const std::string trimmedKey = trimString(key);
+    if (trimmedKey.empty()) return;
+    const std::string id = trimString(identifier);
+    const bool configuration = stringHasBegining(id, "CCE-");
+    const zelor::RequestKey request = zelor::parseRequestKey(trimmedKey, configuration);
+    if (!configuration) {
+        zlog::debug(" [Remediation Manager] (parseCreEriForSupersedesTrue) PackageName is   : ",
+                    request.packageName);
+    }
+    zlog::debug(" [Remediation Manager] (parseCreEriForSupersedesTrue) Combined cpe is : ", key);
+    zlog::debug(" [Remediation Manager] (parseCreEriForSupersedesTrue) CVE or CCE is   : ", id);
+    if (request.cpes.empty()) {
+        zlog::error(" [Remediation Manager] No CPEs given by UI for CVE/CCE :", id);
+        insertRemProgressInMap(key, REM_INVALID_REQUEST);
+        return;
+    }
+    if (request.cpes.size() > 2) {
+        zlog::error(" [Remediation Manager] More than 2 CPEs given by UI for CVE/CCE :", id,
+                    "and cpes are: ", trimmedKey);
+        insertRemProgressInMap(key, REM_INVALID_REQUEST);
+        return;
+    }
+    zelor::RequestTarget target = zelor::requestTarget(request.cpes, systemPlatformCpe, specialCases);
+    remediateMetadata row;
+    row.setCombinedCpes(key);
+    row.setCveOrCceId(id);
+    row.setPackageName(request.packageName);
+    row.setPlatformCpe(std::move(target.platformCpe));
+    row.setProductCpe(std::move(target.productCpe));
+    (configuration ? remMetadataForCCE : remMetadataForCVE).push_back(std::move(row));
+}

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <set>
+#include <string>
+#include <vector>
+
+/// Decisions on the text of a request's key.
+namespace zelor {
+
+/// The key under which progress is stored: "X||Y" stands under X when Y contains "oval:", else as it is.
+std::string progressKey(const std::string& requestKey);
+
+/// What the (trimmed) key of a request names.
+struct RequestKey {
+    std::vector<std::string> cpes;  ///< empty when the key names none
+    std::string packageName;        ///< empty for a configuration, or without "||"
+};
+
+RequestKey parseRequestKey(const std::string& trimmedKey, bool configuration);
+
+/// The platform and product that the CPEs of a request name.
+struct RequestTarget {
+    std::string platformCpe;
+    std::string productCpe;
+};
+
+/// `specialCases`: operating-system CPEs that count as products.
+RequestTarget requestTarget(const std::vector<std::string>& cpes, const std::string& defaultPlatformCpe,
+                            const std::set<std::string>& specialCases);
+
+}  // namespace zelor
