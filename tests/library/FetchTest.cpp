@@ -1,0 +1,160 @@
+#include <gtest/gtest.h>
+
+#include "remediation/BufferedList.h"
+#include "remediation/RemediationManager.h"
+#include "tests/library/FakeAgent.h"
+
+using zelor::test::readFile;
+using zelor::test::writeFile;
+
+namespace {
+
+class Fetch : public testing::Test {
+  protected:
+    Fetch() { manager.setContentDownloadDir(agent.contentDir()); }
+    std::string fetch(const std::string& name, const std::string& md5 = "0123") {
+        return manager.getFileFromRepo(name, "key", md5, usedBuffer);
+    }
+    unsigned long progress() {
+        const auto map = manager.getRemediationProgressMap();
+        return map.count("key") == 0 ? 99 : map.at("key");
+    }
+    bool usedBuffer = true;
+    zelor::test::FakeAgent agent;
+    RemediationManager manager{agent.installPath()};
+};
+
+TEST_F(Fetch, DownloadsUnpacksAndVerifies) {
+    agent.addFile("a.b.c.sh", "text");
+    const std::string path = fetch("a.b.c.sh");
+    EXPECT_EQ(path, agent.contentDir() + "/a.b.c.sh");
+    EXPECT_EQ(readFile(path), "text");
+    EXPECT_TRUE(boost::filesystem::exists(agent.contentDir() + "/a.b.c.sig"));
+    EXPECT_FALSE(usedBuffer);
+    EXPECT_EQ(progress(), 2U);
+    EXPECT_EQ(agent.calls, (std::vector<std::string>{"download a.b.c"}));
+    EXPECT_TRUE(agent.logged(
+        "DEBUG", " [Remediation Manager] Inside getFileFromRepo: File to download is : a.b.c.sh"));
+}
+
+TEST_F(Fetch, SaysWhyThereIsNoFile) {
+    agent.addFile("bad.sh", "text", false);
+    EXPECT_EQ(fetch("none.sh"), "");
+    EXPECT_EQ(progress(), 1U);
+    EXPECT_TRUE(
+        agent.logged("ERROR", " [Remediation Manager] Inside getFileFromRepo: GetResource returned NULL. "));
+    EXPECT_EQ(fetch("bad.sh"), "");
+    EXPECT_EQ(progress(), 2U);
+    EXPECT_TRUE(
+        agent.logged("ERROR", "[Remediation Manager] File Signature Verfication Failed! File Name is: " +
+                                  agent.contentDir() + "/bad.sh"));
+    EXPECT_TRUE(boost::filesystem::exists(agent.contentDir() + "/bad.sh"));
+}
+
+TEST_F(Fetch, RefusesNamesThatCouldLeaveTheDirectory) {
+    for (const char* name : {"noextension", "../../etc/x.sh", "a/b.sh", ".", "..", "", "a\nb.sh"}) {
+        EXPECT_EQ(fetch(name), "") << name;
+    }
+    EXPECT_EQ(agent.countLogged("is refused: "), 7);
+    EXPECT_TRUE(agent.calls.empty());
+    EXPECT_EQ(progress(), 99U);
+}
+
+TEST_F(Fetch, TakesABufferedCopyOfTheSameVersion) {
+    agent.bufferFile("tool.pkg", "buffered");
+    writeFile(agent.listPath(), "tool.pkg=0123\n");
+    EXPECT_EQ(readFile(fetch("tool.pkg")), "buffered");
+    EXPECT_TRUE(usedBuffer);
+    EXPECT_EQ(progress(), 2U);
+    EXPECT_TRUE(agent.calls.empty());
+
+    agent.addFile("tool.pkg", "downloaded");
+    EXPECT_EQ(readFile(fetch("tool.pkg", "4567")), "downloaded");
+    EXPECT_FALSE(usedBuffer);
+}
+
+TEST_F(Fetch, GivesUpWhenTheRunIsCancelled) {
+    agent.addFile("tool.sh", "text");
+    agent.beforeDownload = [this](const std::string&) { manager.setCancelAllRem(true); };
+    EXPECT_EQ(fetch("tool.sh"), "");
+    EXPECT_FALSE(boost::filesystem::exists(agent.contentDir() + "/tool.sh"));
+}
+
+TEST_F(Fetch, SurvivesADownloaderThatThrows) {
+    agent.beforeDownload = [](const std::string&) { throw std::runtime_error("broken"); };
+    EXPECT_EQ(fetch("tool.sh"), "");
+    EXPECT_EQ(agent.countLogged("The download ended with an error: broken"), 1);
+}
+
+TEST(BufferedLines, Match) {
+    struct {
+        std::string line, name, md5;
+        bool matches;
+    } rows[] = {
+        {"foo.pkg=01", "foo.pkg", "01", true},  {"barfoo.pkg=01", "foo.pkg", "01", true},
+        {"foo.pkg=01", "foo.pkg", "02", false}, {"foo.pkg", "foo.pkg", "", false},
+        {"foo.pkg==01", "foo.pkg", "01", true}, {"foo.pkg=01=02", "foo.pkg", "02", false},
+        {"foo.pkg=AB", "foo.pkg", "ab", false}, {"foo.pk=01", "foo.pkg", "01", false},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(zelor::bufferedLineMatches(row.line, row.name, row.md5), row.matches) << row.line;
+    }
+}
+
+class BufferedPatches : public Fetch {
+  protected:
+    bool buffered(const std::string& name, const std::string& md5) {
+        return manager.patchIsAlreadyBuffered(name, md5, agent.listPath());
+    }
+};
+
+TEST_F(BufferedPatches, AreFoundWhileTheirArchiveIsThere) {
+    EXPECT_FALSE(buffered("foo.pkg", "01"));
+    agent.bufferFile("foo.pkg", "x");
+    manager.addPatchBufferedEntry("foo.pkg", "01", agent.listPath());
+    EXPECT_TRUE(buffered("foo.pkg", "01"));
+    EXPECT_FALSE(buffered("foo.pkg", "02"));
+    boost::filesystem::remove(agent.bufferDir() + "/foo.zip");
+    EXPECT_FALSE(buffered("foo.pkg", "01"));
+}
+
+TEST_F(BufferedPatches, HaveOneLineEachTheNewestLast) {
+    manager.addPatchBufferedEntry("foo.pkg", "01", agent.listPath());
+    manager.addPatchBufferedEntry("bar.pkg", "02", agent.listPath());
+    manager.addPatchBufferedEntry("foo.pkg", "03", agent.listPath());
+    EXPECT_EQ(readFile(agent.listPath()), "bar.pkg=02\nfoo.pkg=03\n");
+    EXPECT_FALSE(boost::filesystem::exists(agent.unzipFolder() + "/newTempFile"));
+}
+
+TEST_F(BufferedPatches, ShareTheFateOfNamesThatContainThem) {
+    writeFile(agent.listPath(), "barfoo.pkg=01\nother.pkg=02\nfoo.pkg=03\n");
+    agent.bufferFile("foo.pkg", "x");
+    manager.cleanupBufferedPatch("foo.pkg", "/content/foo.pkg");
+    EXPECT_EQ(readFile(agent.listPath()), "other.pkg=02\n");
+    EXPECT_FALSE(boost::filesystem::exists(agent.bufferDir() + "/foo.zip"));
+}
+
+TEST_F(BufferedPatches, KeepWhatAnInterruptedRewriteLeft) {
+    writeFile(agent.unzipFolder() + "/newTempFile", "left.pkg=01\ntorn.p");
+    writeFile(agent.listPath(), "kept.pkg=02\ngone.pkg=03\nalso to");
+    manager.removeEntryFromBufferedPatchesFile("gone.pkg");
+    EXPECT_EQ(readFile(agent.listPath()), "left.pkg=01\nkept.pkg=02\n")
+        << "torn ends are mended, whole lines kept";
+    EXPECT_EQ(agent.countLogged("was torn; it is left out."), 1);
+}
+
+TEST_F(BufferedPatches, AMissingListIsNoHarm) {
+    manager.removeEntryFromBufferedPatchesFile("foo.pkg");
+    EXPECT_TRUE(
+        agent.logged("DEBUG",
+                     "[Remediation Manager] (removeEntryFromBufferedPatchesFile) Exception while removing "
+                     "entry from bufferedPatchesList.txt "));
+    boost::filesystem::remove_all(agent.unzipFolder());
+    manager.addPatchBufferedEntry("foo.pkg", "01", agent.listPath());
+    EXPECT_TRUE(
+        agent.logged("DEBUG",
+                     "[Remediation Manager] (addPatchBufferedEntry) Writing bufferedPatchesList.txt threw "
+                     "exception "));
+}
+
+}  // namespace
