@@ -116,7 +116,7 @@ class Extraction {
     }
 
     void create(archive_entry* entry, const ExtractionTree::Path& path, unsigned type) {
-        const mode_t mode = archive_entry_perm(entry) & keptModeBits;
+        const auto mode = static_cast<mode_t>(archive_entry_perm(entry) & keptModeBits);
         ExtractionTree::Time time;
         if (archive_entry_mtime_is_set(entry) != 0) {
             time = timespec{archive_entry_mtime(entry), archive_entry_mtime_nsec(entry)};
