@@ -24,7 +24,7 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 constexpr seconds kKillGrace{5};
-constexpr seconds kOrphanGrace{10};
+constexpr seconds kOrphanGrace{5};
 constexpr milliseconds kLook{100};
 
 class SpawnActions {
