@@ -23,7 +23,7 @@ constexpr std::size_t kOutputBound = std::size_t{8} << 20;
 /// Runs `argv` (its first word a path) in a process group of its own with standard input from /dev/null and
 /// waits for it. Standard output is collected, and standard error too when `mergeError`; else that is
 /// inherited. No other descriptor is passed on. At `limit` (zero: none) the group gets TERM, five seconds
-/// later KILL. A descendant that keeps the output open after the command itself ended is waited for ten
+/// later KILL. A descendant that keeps the output open after the command itself ended is waited for five
 /// seconds at most.
 CommandResult runCommand(const std::vector<std::string>& argv, bool mergeError, std::chrono::seconds limit);
 
