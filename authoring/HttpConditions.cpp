@@ -114,7 +114,7 @@ std::optional<std::time_t> parseHttpDate(const std::string& text) {
     return timegm(&utc);
 }
 
-std::optional<std::vector<std::string>> pathComponents(const std::string& path) {
+std::optional<std::vector<std::string>> servedPathComponents(const std::string& path) {
     std::vector<std::string> names;
     std::size_t begin = 0;
     while (begin <= path.size()) {

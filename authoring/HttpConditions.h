@@ -43,6 +43,6 @@ std::optional<std::time_t> parseHttpDate(const std::string& text);
 
 /// The file names that a request's path leads through, percent-decoded; nothing for one that no folder served
 /// may answer: a bad escape, a zero byte, an encoded separator, a name that begins with a dot.
-std::optional<std::vector<std::string>> pathComponents(const std::string& path);
+std::optional<std::vector<std::string>> servedPathComponents(const std::string& path);
 
 }  // namespace zelor

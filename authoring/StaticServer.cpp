@@ -320,7 +320,7 @@ class StaticServer::Running {
 
     /// Walks down one name at a time, so that no symbolic link on the way leads out.
     Descriptor openBelow(const std::string& path, struct stat& found) const {
-        const auto names = pathComponents(path);
+        const auto names = servedPathComponents(path);
         if (!names || names->empty()) return Descriptor();
         Descriptor folder;
         int at = folder_.get();
