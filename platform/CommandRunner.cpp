@@ -13,7 +13,9 @@
 #include "platform/Files.h"
 #include "platform/OutputBuffer.h"
 
-extern "C" char** environ;
+#ifdef __APPLE__
+#include <crt_externs.h>
+#endif
 
 namespace zelor {
 
@@ -26,6 +28,14 @@ using std::chrono::seconds;
 constexpr seconds kKillGrace{5};
 constexpr seconds kOrphanGrace{5};
 constexpr milliseconds kLook{100};
+
+char** environment() {
+#ifdef __APPLE__
+    return *_NSGetEnviron();  // a dylib cannot see `environ`
+#else
+    return environ;
+#endif
+}
 
 class SpawnActions {
   public:
@@ -103,7 +113,7 @@ int spawn(const std::vector<std::string>& argv, int output, bool mergeError, pid
     for (const std::string& word : argv)
         words.push_back(const_cast<char*>(word.c_str()));
     words.push_back(nullptr);
-    return posix_spawn(&pid, argv.front().c_str(), actions.get(), attributes.get(), words.data(), environ);
+    return posix_spawn(&pid, argv.front().c_str(), actions.get(), attributes.get(), words.data(), environment());
 }
 
 /// One child: collects its output, then its status.

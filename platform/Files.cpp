@@ -20,8 +20,13 @@ bool endsInsideLine(int fd) {
 }  // namespace
 
 void UniqueFd::reset(int fd) {
-    if (fd_ >= 0) close(fd_);
+    close();
     fd_ = fd;
+}
+
+bool UniqueFd::close() {
+    const int fd = release();
+    return fd < 0 || ::close(fd) == 0;
 }
 
 UniqueFd openFile(const std::string& path, int flags, unsigned mode) {
@@ -32,13 +37,12 @@ UniqueFd openFile(const std::string& path, int flags, unsigned mode) {
     return UniqueFd(fd);
 }
 
-bool writeAll(int fd, const std::string& text) {
-    std::size_t done = 0;
-    while (done < text.size()) {
-        const ssize_t count = write(fd, text.data() + done, text.size() - done);
+bool writeAll(int fd, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t count = write(fd, bytes.data(), bytes.size());
         if (count < 0 && errno == EINTR) continue;
         if (count <= 0) return false;
-        done += static_cast<std::size_t>(count);
+        bytes.remove_prefix(static_cast<std::size_t>(count));
     }
     return true;
 }

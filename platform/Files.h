@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <utility>
 
 /// Files by descriptor: every one is opened with close-on-exec.
@@ -21,10 +22,13 @@ class UniqueFd {
     ~UniqueFd() { reset(); }
 
     int get() const { return fd_; }
-    explicit operator bool() const { return fd_ >= 0; }
+    bool valid() const { return fd_ >= 0; }
+    explicit operator bool() const { return valid(); }
     void reset(int fd = -1);
     /// Gives the descriptor up without closing it.
     int release() { return std::exchange(fd_, -1); }
+    /// Closes now, so that a late write error is seen; false (with errno) when closing failed.
+    bool close();
 
   private:
     int fd_ = -1;
@@ -32,8 +36,8 @@ class UniqueFd {
 
 /// open(2) with O_CLOEXEC, again when a signal interrupts it.
 UniqueFd openFile(const std::string& path, int flags, unsigned mode = 0644);
-/// Writes all of `text`; false on failure, errno set.
-bool writeAll(int fd, const std::string& text);
+/// Writes all of `bytes`; false on failure, errno set.
+bool writeAll(int fd, std::string_view bytes);
 /// Makes what was written survive a power loss (F_FULLFSYNC on macOS); false on failure.
 bool flushToDisk(int fd);
 /// Makes a rename in `directory` survive a power loss, as far as the file system can.

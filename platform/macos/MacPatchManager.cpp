@@ -53,7 +53,7 @@ std::string MacPatchManager::readValueFromIniFile(std::string iniFile, std::stri
                     "' doesn't exist!!");
         return "";
     }
-    return getValueFromIni(std::move(key), std::move(*tree));
+    return getValueFromIni(std::move(key), *tree);
 }
 
 std::string MacPatchManager::getValueFromIni(std::string key, boost::property_tree::ptree tree) {
