@@ -1,0 +1,37 @@
+// Works on the buffered-patches list below a root folder until it is killed: adds, replaces and removes the entries of
+// its own patches ("churn-<n>.pkg") and their archives, and never touches another's.
+// usage: zelor_list_operations ROOT SEED
+
+#include <cstdio>
+#include <cstdlib>
+#include <random>
+#include <string>
+
+#include "collaborators/ConfigurationManager.h"
+#include "platform/SystemRoot.h"
+#include "remediation/RemediationManager.h"
+#include "tests/support/TempDir.h"
+
+int main(int argc, char** argv) {
+    if (argc != 3) {
+        std::fputs("usage: zelor_list_operations ROOT SEED\n", stderr);
+        return 2;
+    }
+    setSystemRoot(argv[1]);
+    RemediationManager manager(underSystemRoot("/opt/zelor"));
+    ConfigurationManager* configuration = ConfigurationManager::GetInstance("");
+    const std::string list = configuration->getUnzipFileFolder() + "/bufferdPatchesList.txt";
+    std::mt19937 random(static_cast<unsigned>(std::atoi(argv[2])));
+    std::puts("ready");
+    std::fflush(stdout);
+    for (;;) {
+        const std::string number = std::to_string(random() % 20);
+        const std::string patch = "churn-" + number + "-.pkg";
+        if (random() % 3 == 0) {
+            manager.cleanupBufferedPatch(patch, "");
+        } else {
+            zelor::test::writeFile(configuration->getBufferPatchesDir() + "/churn-" + number + "-.zip", "archive");
+            manager.addPatchBufferedEntry(patch, "0123456789abcdef0123456789abcdef", list);
+        }
+    }
+}
