@@ -1,0 +1,103 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace zelor {
+
+/// The bounds of one transfer.
+struct HttpLimits {
+    std::chrono::milliseconds connectTimeout{30'000};
+    /// A transfer that brings fewer than one byte a second over this long has stalled.
+    std::chrono::milliseconds stallTime{60'000};
+    int redirects = 5;
+};
+
+/// The status line and headers of an answer; names are lower case.
+struct HttpHead {
+    long status = 0;
+    std::vector<std::pair<std::string, std::string>> headers;
+
+    /// The first header of that lower-case name, "" when there is none.
+    const std::string& header(const std::string& name) const;
+};
+
+struct HttpRequest {
+    std::string url;                   ///< http or https
+    std::vector<std::string> headers;  ///< "Name: value"
+    std::uint64_t bytesPerSecond = 0;  ///< 0: as fast as it goes
+    HttpLimits limits;
+    /// Called once with the head of the final answer, before its body; false ends the transfer.
+    std::function<bool(const HttpHead&)> onHead;
+    /// Called with each piece of the body of a 2xx answer; false ends the transfer.
+    std::function<bool(std::string_view)> onBody;
+};
+
+enum class HttpOutcome {
+    answered,     ///< a whole answer of any status
+    stopped,      ///< a callback ended it
+    interrupted,  ///< the boost::thread was asked to stop; the request stays pending on the thread
+    transient,    ///< no answer or a broken one; another attempt may help
+    permanent     ///< another attempt would end the same way
+};
+
+struct HttpResult {
+    HttpOutcome outcome = HttpOutcome::permanent;
+    HttpHead head;
+    std::string error;  ///< the cause, in words, unless answered
+};
+
+/// Makes HTTP transfers one after the other and keeps its connections open in between. TLS certificates are
+/// verified; a redirect leads neither to another scheme than http and https nor from https to http; neither
+/// proxies nor anything else is taken from the environment. One thread at a time; an interrupted
+/// boost::thread comes back from `perform` within 100 ms.
+class HttpClient {
+  public:
+    HttpClient();
+    ~HttpClient();
+    HttpClient(const HttpClient&) = delete;
+    HttpClient& operator=(const HttpClient&) = delete;
+
+    /// Does not throw but for what a callback throws.
+    HttpResult perform(const HttpRequest& request);
+
+  private:
+    class Transfer;
+    struct Handles;
+    HttpResult performOnce(const HttpRequest& request, const std::string& url, std::string& redirect);
+
+    std::unique_ptr<Handles> handles_;
+};
+
+/// Lends clients, so that threads share open connections without sharing a client. Any thread.
+class HttpClientPool {
+  public:
+    struct Return {
+        HttpClientPool* pool = nullptr;
+        void operator()(HttpClient* client) const;
+    };
+    using Lease = std::unique_ptr<HttpClient, Return>;
+
+    /// The pool must outlive the lease.
+    Lease lend();
+
+  private:
+    std::mutex mutex_;
+    std::vector<std::unique_ptr<HttpClient>> idle_;
+};
+
+/// `url` without the user name and password that it may hold, for messages.
+std::string withoutCredentials(const std::string& url);
+
+/// Sleeps; false at once when the boost::thread is asked to stop.
+bool sleepUnlessInterrupted(std::chrono::milliseconds time);
+
+}  // namespace zelor

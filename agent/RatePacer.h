@@ -1,0 +1,34 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+
+namespace zelor {
+
+/// Spreads bytes over time: the mean is the rate asked for, and what an idle moment left unused is made good
+/// only up to a tenth of a second's worth, so that no second runs far over the rate.
+class RatePacer {
+  public:
+    using Time = std::chrono::steady_clock::time_point;
+
+    /// 0 bytes per second paces nothing.
+    explicit RatePacer(std::uint64_t bytesPerSecond) : rate_(static_cast<double>(bytesPerSecond)) {}
+
+    void took(std::uint64_t bytes, Time now) {
+        if (rate_ <= 0) return;
+        const Time earliest = due_ == Time() ? now : now - allowance;
+        if (due_ < earliest) due_ = earliest;
+        due_ += std::chrono::duration_cast<Time::duration>(
+            std::chrono::duration<double>(static_cast<double>(bytes) / rate_));
+    }
+
+    /// When the next bytes may be taken; never later for a pacer without a rate.
+    Time due() const { return due_; }
+
+  private:
+    static constexpr std::chrono::milliseconds allowance{100};
+    double rate_;
+    Time due_{};
+};
+
+}  // namespace zelor
