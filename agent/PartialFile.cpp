@@ -14,41 +14,29 @@
 #include <stdexcept>
 #include <vector>
 
+#include "agent/PrivateFolder.h"
+
 namespace zelor {
 
 namespace {
 
 constexpr mode_t fileMode = 0600;
-constexpr mode_t folderMode = 0700;
 constexpr std::size_t versionBytesLimit = 16U << 10U;
 constexpr std::size_t copyPiece = 1U << 20U;
 
-void writeAll(const FileHandle& file, const std::string& path, std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t wrote = ::write(file.get(), bytes.data(), bytes.size());
-        if (wrote < 0 && errno == EINTR) continue;
-        if (wrote < 0) throw std::runtime_error("cannot write " + path + ": " + errorText(errno));
-        bytes.remove_prefix(static_cast<std::size_t>(wrote));
-    }
+void write(const UniqueFd& file, const std::string& path, std::string_view bytes) {
+    if (!writeAll(file.get(), bytes))
+        throw std::runtime_error("cannot write " + path + ": " + errorText(errno));
 }
 
-void flush(const FileHandle& file, const std::string& path) {
-#ifdef F_FULLFSYNC
-    if (::fcntl(file.get(), F_FULLFSYNC) == 0) return;
-#endif
-    if (::fsync(file.get()) != 0) throw std::runtime_error("cannot flush " + path + ": " + errorText(errno));
+void flush(const UniqueFd& file, const std::string& path) {
+    if (!flushToDisk(file.get())) throw std::runtime_error("cannot flush " + path + ": " + errorText(errno));
 }
 
 std::string folderOf(const std::string& path) {
     const auto slash = path.rfind('/');
     if (slash == std::string::npos) return ".";
     return slash == 0 ? "/" : path.substr(0, slash);
-}
-
-/// Makes a rename in the folder survive a power loss, as far as the file system can.
-void flushFolder(const std::string& folder) {
-    const FileHandle handle(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (handle.valid()) (void)::fsync(handle.get());
 }
 
 std::string nearestExisting(std::string path) {
@@ -78,8 +66,10 @@ PartialFile::Version parseVersion(const std::string& text) {
 }  // namespace
 
 PartialFile::PartialFile(const std::string& folder, const std::string& name)
-    : name_(name + ".part"), versionName_(name_ + ".version"), path_(folder + "/" + name_) {
-    openFolder(folder);
+    : folder_(openPrivateFolder(folder)),
+      name_(name + ".part"),
+      versionName_(name_ + ".version"),
+      path_(folder + "/" + name_) {
     openLocked();
     readVersion();
 }
@@ -88,25 +78,9 @@ void PartialFile::fail(const std::string& what) const {
     throw std::runtime_error("cannot " + what + " " + path_ + ": " + errorText(errno));
 }
 
-void PartialFile::openFolder(const std::string& folder) {
-    (void)makeFolders(folderOf(folder));
-    (void)::mkdir(folder.c_str(), folderMode);
-    folder_ = FileHandle(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    struct stat status {};
-    if (!folder_.valid() || ::fstat(folder_.get(), &status) != 0) {
-        throw std::runtime_error("cannot use the folder " + folder + ": " + errorText(errno));
-    }
-    if (status.st_uid != ::geteuid()) {
-        throw std::runtime_error("the folder " + folder + " belongs to another user; remove it");
-    }
-    if ((status.st_mode & 0777U) != folderMode && ::fchmod(folder_.get(), folderMode) != 0) {
-        throw std::runtime_error("cannot close the folder " + folder + " to others: " + errorText(errno));
-    }
-}
-
 void PartialFile::openLocked() {
     for (;;) {
-        file_ = FileHandle(
+        file_ = UniqueFd(
             ::openat(folder_.get(), name_.c_str(),
                      O_RDWR | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, fileMode));
         struct stat mine {};
@@ -138,16 +112,8 @@ void PartialFile::readVersion() {
 }
 
 void PartialFile::writeVersion() const {
-    const std::string temporary = versionName_ + ".new";
-    (void)::unlinkat(folder_.get(), temporary.c_str(), 0);
-    const FileHandle file(::openat(folder_.get(), temporary.c_str(),
-                                   O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, fileMode));
-    if (!file.valid()) fail("record the version of");
-    writeAll(file, path_ + ".version",
-             version_.url + '\n' + version_.validator + '\n' + std::to_string(version_.total) + '\n');
-    if (::renameat(folder_.get(), temporary.c_str(), folder_.get(), versionName_.c_str()) != 0) {
-        fail("record the version of");
-    }
+    replaceFileIn(folder_, versionName_, path_ + ".version",
+                  version_.url + '\n' + version_.validator + '\n' + std::to_string(version_.total) + '\n');
 }
 
 std::uint64_t PartialFile::resumeAt(const std::string& url) {
@@ -178,7 +144,7 @@ void PartialFile::restart(const Version& version) {
 }
 
 void PartialFile::append(std::string_view bytes) {
-    writeAll(file_, path_, bytes);
+    write(file_, path_, bytes);
     size_ += bytes.size();
 }
 
@@ -201,15 +167,14 @@ bool PartialFile::moveTo(const std::string& destination, const std::function<boo
     }
     // After a rename another process may have begun the file anew: its name is no longer ours to remove.
     (void)::unlinkat(folder_.get(), versionName_.c_str(), 0);
-    flushFolder(folder);
+    flushDirectory(folder);
     return true;
 }
 
 bool PartialFile::copyTo(const std::string& destination, const std::function<bool()>& goOn) const {
     const std::string temporary = destination + ".incoming";
     (void)::unlink(temporary.c_str());
-    const FileHandle copy(
-        ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, fileMode));
+    UniqueFd copy(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, fileMode));
     if (!copy.valid()) throw std::runtime_error("cannot write " + temporary + ": " + errorText(errno));
     try {
         std::vector<char> buffer(copyPiece);
@@ -222,10 +187,11 @@ bool PartialFile::copyTo(const std::string& destination, const std::function<boo
             const ssize_t got = ::pread(file_.get(), buffer.data(), buffer.size(), static_cast<off_t>(done));
             if (got < 0 && errno == EINTR) continue;
             if (got <= 0) fail("read");
-            writeAll(copy, temporary, {buffer.data(), static_cast<std::size_t>(got)});
+            write(copy, temporary, {buffer.data(), static_cast<std::size_t>(got)});
             done += static_cast<std::uint64_t>(got);
         }
         flush(copy, temporary);
+        if (!copy.close()) throw std::runtime_error("cannot write " + temporary + ": " + errorText(errno));
         if (::rename(temporary.c_str(), destination.c_str()) != 0)
             fail("move to " + destination + " the copy of");
     } catch (...) {

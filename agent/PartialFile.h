@@ -45,7 +45,6 @@ class PartialFile {
     bool moveTo(const std::string& destination, const std::function<bool()>& goOn);
 
   private:
-    void openFolder(const std::string& folder);
     void openLocked();
     void readVersion();
     void writeVersion() const;
@@ -53,8 +52,8 @@ class PartialFile {
     bool copyTo(const std::string& destination, const std::function<bool()>& goOn) const;
     [[noreturn]] void fail(const std::string& what) const;
 
-    FileHandle folder_;
-    FileHandle file_;
+    UniqueFd folder_;
+    UniqueFd file_;
     std::string name_;
     std::string versionName_;
     std::string path_;

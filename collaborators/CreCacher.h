@@ -20,4 +20,7 @@ class CreCacher {
 
     /// Deletes the content's file on disk. A file that is not there is no failure.
     void removeCreFile(std::string platformCpe, std::string productCpe, std::string cveOrCceId);
+
+  private:
+    std::string installPath_;
 };

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "remediation/creEriParsedData.h"
+
+namespace zelor {
+
+inline constexpr std::size_t contentBytesLimit = 4U << 20U;
+
+/// Whether the text may name content: it becomes a file name and a piece of a URL.
+bool isContentIdentifier(const std::string& text);
+
+/// The remediation entries for one identifier, as a content file holds them.
+class ContentDocument {
+  public:
+    /// Reads the bytes of a content file. Throws std::runtime_error that says what is wrong and in which
+    /// line: malformed or oversized XML, a document type, too many or too deep elements, another identifier
+    /// than the one asked for, control characters in names. Elements and attributes it does not know are
+    /// passed over.
+    static ContentDocument parse(std::string_view xml, const std::string& identifier);
+
+    /// The first entry for that platform and product; null when there is none. An entry that leaves one of
+    /// the two out matches any.
+    const creEriParsedData* find(const std::string& platformCpe, const std::string& productCpe) const;
+
+    /// Roughly the memory it takes.
+    std::size_t bytes() const { return bytes_; }
+
+  private:
+    friend class ContentReader;
+    struct Entry {
+        std::optional<std::string> platform;
+        std::optional<std::string> product;
+        creEriParsedData data;
+    };
+    std::vector<Entry> entries_;
+    std::size_t bytes_ = 0;
+};
+
+}  // namespace zelor

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "agent/Files.h"
+
+namespace zelor {
+
+/// One content file with its detached signature, and what the repository said identifies this version.
+struct SignedContent {
+    std::string xml;
+    std::string signature;
+    std::string etag;
+    std::string lastModified;
+};
+
+/// Content files kept on disk: `<identifier>.xml`, `.xml.sig` and `.xml.version` in one folder of mode 0700.
+/// Nothing read from it is to be trusted before its signature was checked: a crash between the renames of a
+/// pair leaves two that do not match, and no version, so that the next use fetches both anew. Files are not
+/// flushed for the same reason. Any thread; failures are std::runtime_error that names the file.
+class ContentStore {
+  public:
+    explicit ContentStore(std::string folder) : folder_(std::move(folder)) {}
+
+    /// Nothing when there is no pair for that identifier, or none that can be read.
+    std::optional<SignedContent> read(const std::string& identifier) const;
+    void write(const std::string& identifier, const SignedContent& content);
+    /// Files that are not there are no failure.
+    void remove(const std::string& identifier);
+
+  private:
+    std::string path(const std::string& identifier, const char* suffix) const;
+    void openFolder();
+    void replace(const std::string& name, const std::string& bytes) const;
+    void removeFile(const std::string& name) const;
+
+    std::string folder_;
+    mutable std::mutex mutex_;
+    UniqueFd handle_;
+};
+
+}  // namespace zelor
