@@ -1,0 +1,45 @@
+#include <iostream>
+#include <nlohmann/json.hpp>
+
+#include "authoring/Commands.h"
+#include "authoring/checks/RepositoryCheck.h"
+
+namespace zelor {
+
+namespace {
+
+void printJson(const CheckReport& report) {
+    nlohmann::ordered_json findings = nlohmann::ordered_json::array();
+    for (const Finding& finding : report.findings) {
+        findings.push_back({{"severity", finding.severity == Severity::error ? "error" : "warning"},
+                            {"place", finding.place},
+                            {"what", finding.what},
+                            {"remedy", finding.remedy}});
+    }
+    const nlohmann::ordered_json document = {
+        {"entries", report.entries}, {"patches", report.patches}, {"findings", findings}};
+    // Content may hold bytes that are no UTF-8; they are replaced, not fatal.
+    std::cout << document.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << '\n';
+}
+
+void printText(const CheckReport& report) {
+    std::size_t errors = 0;
+    for (const Finding& finding : report.findings)
+        errors += finding.severity == Severity::error ? 1 : 0;
+    std::cout << findingsText(report.findings) << report.entries << " entries, " << report.patches
+              << " patches: " << errors << " errors, " << report.findings.size() - errors << " warnings\n";
+}
+
+}  // namespace
+
+int runCheck(const CheckOptions& options) {
+    const CheckReport report = checkRepository(options.folder, options.key);
+    if (options.json) {
+        printJson(report);
+    } else {
+        printText(report);
+    }
+    return report.findings.empty() ? exitStatus::good : exitStatus::failed;
+}
+
+}  // namespace zelor

@@ -1,0 +1,157 @@
+#include "authoring/CommandLine.h"
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <iostream>
+
+#include "authoring/Commands.h"
+#include "authoring/UsageError.h"
+
+namespace zelor {
+
+namespace {
+
+constexpr const char* examples = R"(Examples:
+  zelor-content keygen --out keys
+  zelor-content publish manifest.json --key keys/repository.key --out repository
+  zelor-content check repository --key keys/repository.pem
+  zelor-content serve repository --port 8000
+
+A manifest is a list of entries; this one publishes a script and a package:
+  [{"identifier": "CCE-26932-4", "platform": "cpe:/o:apple:mac_os_x",
+    "file": "disable-guest-login.bsh", "reboot": true},
+   {"identifier": "CVE-2014-4459", "platform": "cpe:/o:apple:mac_os_x",
+    "product": "cpe:/a:example:editor", "file": "editor-2.1.pkg"}]
+
+Makes, verifies and serves repositories of signed remediation content.)";
+
+constexpr const char* exitStatuses = R"(Exit status:
+  0  done; check: nothing found
+  1  something failed on the way; check: there are findings
+  2  unusable arguments, manifest, key or folder: nothing was changed)";
+
+constexpr const char* publishHelp = R"(Examples:
+  zelor-content publish manifest.json --key keys/repository.key --out repository
+
+Publishes what a manifest names. Everything is checked first. What is unchanged is not written again, and what is
+written appears complete or not at all: archives first, then all content in one step.
+
+An entry has an identifier and either "cres": [{id, platform, product, "eris": [...]}] or the fields of its only cre.
+A cre has either "eris": [{...}] or the fields of its only ERI: product, impact, instructions, file (relative to the
+manifest; a bundle is a folder), patchId (the file's name), reboot, silent, mskb, size and md5 (computed), omitArchive
+(publish the content alone). Ids and the ERI's product have defaults.)";
+
+constexpr const char* checkHelp = R"(Examples:
+  zelor-content check repository --key keys/repository.pem
+  zelor-content check repository --key keys/repository.pem --json
+
+Verifies a repository as agents would see it. Each finding tells how to mend it: signatures, sizes, MD5 sums, missing
+files, malformed content, names that agents refuse or confuse, scripts that bash cannot parse, content that can never
+be applied, archives that are unsafe to unpack. Unpacks each archive below TMPDIR, one at a time.)";
+
+using Action = std::function<int()>;
+
+void addKeygen(CLI::App& app, KeygenOptions& options, Action& action) {
+    CLI::App* command =
+        app.add_subcommand("keygen", "Make the key pair of a repository; never overwrites one");
+    command->add_option("--out", options.out, "Folder for repository.key (mode 0600) and repository.pem")
+        ->required()
+        ->type_name("DIR");
+    command->add_option("--type", options.type, "ec (P-256) or rsa (3072 bits)")
+        ->check(CLI::IsMember({"ec", "rsa"}))
+        ->type_name("TYPE")
+        ->capture_default_str();
+    command->callback([&] { action = [&] { return runKeygen(options); }; });
+}
+
+void addPublish(CLI::App& app, PublishOptions& options, Action& action) {
+    CLI::App* command = app.add_subcommand("publish", publishHelp);
+    command->add_option("MANIFEST.json", options.manifest, "What to publish")->required()->type_name("");
+    command->add_option("--key", options.key, "The repository's private key")->required()->type_name("FILE");
+    command->add_option("--out", options.out, "The repository; made when it is missing")
+        ->required()
+        ->type_name("DIR");
+    command->callback([&] { action = [&] { return runPublish(options); }; });
+}
+
+void addServe(CLI::App& app, ServeOptions& options, Action& action) {
+    CLI::App* command = app.add_subcommand(
+        "serve", "Serve a repository over HTTP, for rehearsals; prints its URL when it is ready");
+    command->add_option("DIR", options.folder, "The repository")->required()->type_name("");
+    command->add_option("--port", options.port, "TCP port; 0 takes any free one")
+        ->type_name("N")
+        ->capture_default_str();
+    command->add_option("--address", options.address, "IPv4 address to listen at")
+        ->type_name("A")
+        ->capture_default_str();
+    command->add_flag("--verbose", options.verbose, "Tell of every request on standard error");
+    command->callback([&] { action = [&] { return runServe(options); }; });
+}
+
+void addCheck(CLI::App& app, CheckOptions& options, Action& action) {
+    CLI::App* command = app.add_subcommand("check", checkHelp);
+    command->add_option("DIR", options.folder, "The repository")->required()->type_name("");
+    command->add_option("--key", options.key, "The public key (or certificate) that agents trust")
+        ->required()
+        ->type_name("FILE");
+    command->add_flag("--json", options.json, "Print the findings as JSON");
+    command->callback([&] { action = [&] { return runCheck(options); }; });
+}
+
+/// In the list of commands each has the first sentence of its help.
+std::string shortened(const CLI::App* command) {
+    const std::string text = command->get_description();
+    const auto begin = text.find("\n\n");
+    const std::string body = begin == std::string::npos ? text : text.substr(begin + 2);
+    const auto end = body.find(". ");
+    return body.substr(0, end);
+}
+
+class HelpFormat : public CLI::Formatter {
+  public:
+    std::string make_subcommand(const CLI::App* command) const override {
+        return "  " + command->get_name() + std::string(10 - command->get_name().size(), ' ') +
+               shortened(command) + '\n';
+    }
+};
+
+/// CLI11 would only say that a command is missing.
+void refuseUnknownCommand(const CLI::App& app, const std::vector<std::string>& arguments) {
+    if (arguments.empty() || arguments[0].rfind('-', 0) == 0) return;
+    const auto named = [&](const CLI::App* command) { return command->get_name() == arguments[0]; };
+    if (!app.get_subcommands(named).empty()) return;
+    throw UsageError("there is no command \"" + arguments[0] + "\"; use keygen, publish, serve or check");
+}
+
+}  // namespace
+
+int runContentTool(const std::vector<std::string>& arguments) {
+    CLI::App app(examples, "zelor-content");
+    app.formatter(std::make_shared<HelpFormat>());
+    app.require_subcommand(1);
+    app.footer(exitStatuses);
+    KeygenOptions keygenOptions;
+    PublishOptions publishOptions;
+    ServeOptions serveOptions;
+    CheckOptions checkOptions;
+    Action action;
+    addKeygen(app, keygenOptions, action);
+    addPublish(app, publishOptions, action);
+    addServe(app, serveOptions, action);
+    addCheck(app, checkOptions, action);
+    try {
+        refuseUnknownCommand(app, arguments);
+        app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+        return action();
+    } catch (const CLI::ParseError& e) {
+        return app.exit(e) == 0 ? exitStatus::good : exitStatus::unusable;
+    } catch (const UsageError& e) {
+        std::cerr << "zelor-content: " << e.what() << '\n';
+        return exitStatus::unusable;
+    } catch (const std::exception& e) {
+        std::cerr << "zelor-content: " << e.what() << '\n';
+        return exitStatus::failed;
+    }
+}
+
+}  // namespace zelor

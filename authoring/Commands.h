@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+/// The commands of zelor-content. Each returns the exit status and throws UsageError, or std::runtime_error
+/// when something fails on the way.
+namespace zelor {
+
+namespace exitStatus {
+constexpr int good = 0;
+constexpr int failed = 1;  ///< or there are findings
+constexpr int unusable = 2;
+}  // namespace exitStatus
+
+struct KeygenOptions {
+    std::string out;
+    std::string type = "ec";
+};
+int runKeygen(const KeygenOptions& options);
+
+struct PublishOptions {
+    std::string manifest;
+    std::string key;
+    std::string out;
+};
+int runPublish(const PublishOptions& options);
+
+struct ServeOptions {
+    std::string folder;
+    std::string address = "127.0.0.1";
+    std::uint16_t port = 8000;
+    bool verbose = false;
+};
+/// Serves until SIGINT or SIGTERM, which must not be handled elsewhere in the process.
+int runServe(const ServeOptions& options);
+
+struct CheckOptions {
+    std::string folder;
+    std::string key;
+    bool json = false;
+};
+int runCheck(const CheckOptions& options);
+
+}  // namespace zelor

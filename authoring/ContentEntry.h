@@ -1,0 +1,43 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace zelor {
+
+/// One ERI block: one patch or one configuration action for one product.
+struct ContentEri {
+    std::string id;
+    std::string product;
+    std::string impact;
+    std::string instructions;
+    std::string patchId;  ///< "" when there is nothing to fetch, as for an update of the operating system
+    std::string size;
+    std::string md5;
+    std::string silent;
+    std::string mskb;
+    bool reboot = false;
+};
+
+/// One remediation entry; an empty platform or product matches any request.
+struct ContentCre {
+    std::string id;
+    std::string platform;
+    std::string product;
+    std::vector<ContentEri> eris;
+};
+
+/// The content of one CVE or CCE identifier.
+struct ContentEntry {
+    std::string place;  ///< where it stands, for findings
+    std::string identifier;
+    std::vector<ContentCre> cres;
+};
+
+/// True for the identifiers of configurations, whose patches are scripts.
+bool isConfiguration(const std::string& identifier);
+
+/// True when the system's own updater installs it, without a file from the repository.
+bool isOsRemediation(const ContentEri& eri);
+
+}  // namespace zelor

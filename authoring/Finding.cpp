@@ -1,0 +1,38 @@
+#include "authoring/Finding.h"
+
+#include <algorithm>
+
+namespace zelor {
+
+namespace {
+
+/// Content may hold terminal escapes; none of them reaches the terminal.
+std::string printable(std::string text) {
+    std::replace_if(
+        text.begin(), text.end(),
+        [](char c) {
+            const auto byte = static_cast<unsigned char>(c);
+            return byte < 0x20 || byte == 0x7f;
+        },
+        '?');
+    return text;
+}
+
+}  // namespace
+
+bool anyError(const Findings& findings) {
+    return std::any_of(findings.begin(), findings.end(),
+                       [](const Finding& finding) { return finding.severity == Severity::error; });
+}
+
+std::string findingsText(const Findings& findings) {
+    std::string text;
+    for (const Finding& finding : findings) {
+        text += finding.severity == Severity::error ? "error: " : "warning: ";
+        text += printable(finding.place) + ": " + printable(finding.what) + '\n';
+        text += "    remedy: " + printable(finding.remedy) + '\n';
+    }
+    return text;
+}
+
+}  // namespace zelor

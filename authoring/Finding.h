@@ -1,0 +1,27 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace zelor {
+
+enum class Severity { error, warning };
+
+/// One thing that is wrong with a manifest or a repository: where, what, and how to mend it.
+struct Finding {
+    Severity severity = Severity::error;
+    std::string place;
+    std::string what;
+    std::string remedy;
+};
+
+using Findings = std::vector<Finding>;
+
+/// True when one of them is an error.
+bool anyError(const Findings& findings);
+
+/// One paragraph for each: "error: PLACE: WHAT" and, indented, the remedy. Control characters are shown as
+/// "?".
+std::string findingsText(const Findings& findings);
+
+}  // namespace zelor

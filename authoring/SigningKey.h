@@ -1,0 +1,44 @@
+#pragma once
+
+#include <openssl/evp.h>
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace zelor {
+
+/// The private key of a repository. Its signatures are what `openssl dgst -sha256 -sign` writes.
+class SigningKey {
+  public:
+    enum class Type { ec, rsa };
+
+    /// A fresh EC P-256 or RSA 3072 key.
+    static SigningKey generate(Type type);
+    /// Reads a PEM private key without pass phrase. Throws UsageError naming the file and the remedy.
+    static SigningKey load(const std::string& keyFile);
+
+    std::string privatePem() const;
+    std::string publicPem() const;
+    /// Hexadecimal SHA-256 of the public key; tells keys apart.
+    std::string fingerprint() const;
+
+    /// Signs what has this SHA-256 (32 raw bytes).
+    std::string sign(std::string_view sha256) const;
+    /// Whether `signature` is this key's for what has this SHA-256.
+    bool accepts(std::string_view sha256, std::string_view signature) const;
+
+  private:
+    struct Release {
+        void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
+    };
+    explicit SigningKey(EVP_PKEY* key) : key_(key) {}
+
+    std::unique_ptr<EVP_PKEY, Release> key_;
+};
+
+/// Writes `folder`/repository.key (mode 0600) and `folder`/repository.pem, neither of which may be there yet.
+/// Throws UsageError when one is, std::runtime_error when it cannot be written.
+void writeKeyPair(const SigningKey& key, const std::string& folder);
+
+}  // namespace zelor

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <stdexcept>
+
+namespace zelor {
+
+/// Arguments, a manifest or a key that cannot be used: the command ends with status 2 and has changed
+/// nothing.
+class UsageError : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+}  // namespace zelor

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <string>
+
+#include "authoring/Finding.h"
+
+namespace zelor {
+
+/// Whether what is at `path` is of the kind that the patch's name promises: scripts, packages and disk images
+/// are files (a package may be a folder), bundles are folders that hold a bundle.
+Findings kindFindings(const std::string& place, const std::string& patchId, bool script,
+                      const std::string& path);
+
+}  // namespace zelor

@@ -1,0 +1,145 @@
+#include "authoring/checks/ContentChecks.h"
+
+#include <map>
+
+#include "authoring/SizeText.h"
+#include "authoring/checks/NameChecks.h"
+#include "platform/Strings.h"
+
+namespace zelor {
+
+namespace {
+
+void append(Findings& findings, Findings more) {
+    findings.insert(findings.end(), std::make_move_iterator(more.begin()),
+                    std::make_move_iterator(more.end()));
+}
+
+bool covers(const std::string& one, const std::string& other) {
+    return one.empty() || one == other;
+}
+
+bool overlap(const std::string& one, const std::string& other) {
+    return covers(one, other) || other.empty();
+}
+
+/// The first of several CREs that match a request is taken. One for a single product before one for any is
+/// the usual way to write an exception, and no finding.
+void checkCompetition(const ContentEntry& entry, std::size_t at, Findings& findings) {
+    const ContentCre& cre = entry.cres[at];
+    for (std::size_t i = 0; i < at; ++i) {
+        const ContentCre& earlier = entry.cres[i];
+        if (!overlap(earlier.platform, cre.platform) || !overlap(earlier.product, cre.product)) continue;
+        const bool exception =
+            covers(cre.platform, earlier.platform) && covers(cre.product, earlier.product) &&
+            !(covers(earlier.platform, cre.platform) && covers(earlier.product, cre.product));
+        if (exception) continue;
+        const bool never = covers(earlier.platform, cre.platform) && covers(earlier.product, cre.product);
+        findings.push_back({never ? Severity::error : Severity::warning, entry.place + ", " + cre.id,
+                            "it matches requests that " + earlier.id +
+                                " before it matches too, and that one is taken" +
+                                (never ? ": this one never is" : ""),
+                            "give the two different platforms or products, the more particular one first"});
+    }
+}
+
+void checkCpe(const ContentEntry& entry, const ContentCre& cre, const char* name, const std::string& cpe,
+              const char* beginning, Findings& findings) {
+    if (cpe.empty() || hasBeginning(cpe, beginning)) return;
+    findings.push_back({Severity::error, entry.place + ", " + cre.id,
+                        std::string(name) + " \"" + cpe + "\" does not begin with \"" + beginning +
+                            "\", so it matches no request",
+                        "write a CPE name of that kind, or leave it out to match any"});
+}
+
+void checkEri(const ContentEntry& entry, const ContentEri& eri, Findings& findings) {
+    const std::string place = placeOf(entry, eri);
+    const auto add = [&](Severity severity, const std::string& what, const std::string& remedy) {
+        findings.push_back({severity, place, what, remedy});
+    };
+    if (eri.id.empty() || trimmed(eri.id) != eri.id || hasControlCharacter(eri.id)) {
+        add(Severity::error, "its id is empty or holds white space around it or control characters",
+            "give the ERI an id of its own: it is a line of the installed-patches record");
+    }
+    if (!eri.mskb.empty() && !isConfiguration(entry.identifier)) {
+        add(Severity::warning, "it has a vendor knowledge-base number, so this platform passes it over",
+            "leave mskb out of content for macOS");
+    }
+    if (eri.patchId.empty()) {
+        if (isOsRemediation(eri) && !isConfiguration(entry.identifier)) return;
+        add(Severity::error, "it names no patch, so the request always fails",
+            "name a file, or for an update of Apple's own begin its instructions with \"OS Remediation\" and "
+            "give "
+            "it a product that begins with cpe:/a:apple or cpe:/o:apple");
+        return;
+    }
+    append(findings, patchNameFindings(place, eri.patchId, isConfiguration(entry.identifier)));
+    if (eri.size.empty()) return;
+    if (const std::string why = whySizeMisleads(eri.size); !why.empty()) {
+        add(Severity::warning, "size \"" + eri.size + "\" " + why,
+            "write whole or tenths of MB, or KB, or let publish compute it");
+    }
+}
+
+}  // namespace
+
+std::string placeOf(const ContentEntry& entry, const ContentEri& eri) {
+    return entry.place + ", " + eri.id;
+}
+
+Findings entryFindings(const ContentEntry& entry) {
+    Findings findings = identifierFindings(entry.place, entry.identifier);
+    if (entry.cres.empty()) {
+        findings.push_back({Severity::error, entry.place,
+                            "it has no cre, so agents report it as content-failed", "add one"});
+    }
+    for (std::size_t at = 0; at < entry.cres.size(); ++at) {
+        const ContentCre& cre = entry.cres[at];
+        const std::string place = entry.place + ", " + cre.id;
+        checkCpe(entry, cre, "platform", cre.platform, "cpe:/o", findings);
+        checkCpe(entry, cre, "product", cre.product, "cpe:/", findings);
+        checkCompetition(entry, at, findings);
+        if (cre.eris.empty()) {
+            findings.push_back(
+                {Severity::error, place, "it has no eri, so nothing is ever installed", "add one"});
+        }
+        if (cre.eris.size() > 1) {
+            findings.push_back(
+                {Severity::warning, place,
+                 "it has " + std::to_string(cre.eris.size()) +
+                     " ERIs: once one is recorded as installed, the whole CRE counts as applied and "
+                     "the others are never tried again",
+                 "publish one ERI for each identifier, or one patch that does it all"});
+        }
+        for (const ContentEri& eri : cre.eris)
+            checkEri(entry, eri, findings);
+    }
+    return findings;
+}
+
+Findings repetitionFindings(const std::vector<ContentEntry>& entries) {
+    Findings findings;
+    std::map<std::string, std::string> identifiers, eris;
+    for (const ContentEntry& entry : entries) {
+        const auto [same, fresh] = identifiers.emplace(entry.identifier, entry.place);
+        if (!fresh && !entry.identifier.empty()) {
+            findings.push_back({Severity::error, entry.place,
+                                "identifier " + entry.identifier + " stands at " + same->second + " already",
+                                "put both into one entry with two cres"});
+            continue;
+        }
+        for (const ContentCre& cre : entry.cres) {
+            for (const ContentEri& eri : cre.eris) {
+                const auto [other, first] = eris.emplace(eri.id, entry.place);
+                if (first) continue;
+                findings.push_back({Severity::error, placeOf(entry, eri),
+                                    "its id stands at " + other->second +
+                                        " already: installing one makes the other count as installed",
+                                    "give each ERI an id of its own"});
+            }
+        }
+    }
+    return findings;
+}
+
+}  // namespace zelor

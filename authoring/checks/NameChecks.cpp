@@ -1,0 +1,124 @@
+#include "authoring/checks/NameChecks.h"
+
+#include <string_view>
+#include <unordered_set>
+
+#include "agent/ContentDocument.h"
+#include "platform/Strings.h"
+#include "remediation/PatchName.h"
+
+namespace zelor {
+
+namespace {
+
+std::string quoted(const std::string& text) {
+    return '"' + text + '"';
+}
+
+/// Why a patch of this name can never be fetched, with the remedy; empty texts when it can.
+Finding unusableName(const std::string& place, const std::string& patchId) {
+    const auto error = [&](const std::string& what, const std::string& remedy) {
+        return Finding{Severity::error, place, "patch id " + quoted(patchId) + " " + what, remedy};
+    };
+    if (const std::string why = whyUnsafeFileName(patchId); !why.empty()) {
+        return error("is refused by agents: " + why, "use a plain file name");
+    }
+    const auto name = splitAtLastDot(patchId);
+    if (!name) return error("has no \".\", so agents report the request as invalid", "give it an extension");
+    if (name->stem.empty() || name->extension == ".") {
+        return error("lacks a name before or an extension after its last \".\"",
+                     "name it like editor-2.1.pkg");
+    }
+    const std::string extension = lowerCased(name->extension);
+    if (extension == ".zip" || extension == ".sig") {
+        return error("collides with its own archive or signature",
+                     "give it another extension than .zip and .sig");
+    }
+    return {};
+}
+
+Findings installerFindings(const std::string& place, const std::string& patchId) {
+    const std::string kind = installerKind(patchId);
+    const std::string extension = splitAtLastDot(patchId)->extension;
+    if (kind.empty()) {
+        return {{Severity::error, place,
+                 "no installer takes patch " + quoted(patchId) + ", so it always fails",
+                 "publish a .app, .pkg or .dmg"}};
+    }
+    if (extension == "." + kind) return {};
+    return {{Severity::warning, place,
+             "patch " + quoted(patchId) + " is installed as ." + kind +
+                 ", because that occurs in its name; its extension is " + extension,
+             "rename the patch so that ." + kind + " does not occur in it"}};
+}
+
+}  // namespace
+
+Findings patchNameFindings(const std::string& place, const std::string& patchId, bool script) {
+    if (Finding unusable = unusableName(place, patchId); !unusable.what.empty()) return {std::move(unusable)};
+    Findings findings;
+    const auto warn = [&](const std::string& what, const std::string& remedy) {
+        findings.push_back({Severity::warning, place, "patch id " + quoted(patchId) + " " + what, remedy});
+    };
+    constexpr std::size_t bufferedExtension = 4;
+    if (splitAtLastDot(patchId)->extension.size() != bufferedExtension) {
+        warn("has no three-letter extension, so it is never found in the buffer",
+             "rename it, for example to " + splitAtLastDot(patchId)->stem + (script ? ".bsh" : ".pkg"));
+    }
+    if (contains(patchId, "=")) {
+        warn("holds \"=\", so it is never found in the buffer", "rename it without \"=\"");
+    }
+    if (trimmed(patchId) != patchId) {
+        warn("begins or ends with white space, which buffering drops and fetching keeps",
+             "rename it without");
+    }
+    if (!script) {
+        for (Finding& finding : installerFindings(place, patchId))
+            findings.push_back(std::move(finding));
+    }
+    return findings;
+}
+
+Findings containmentFindings(const std::set<std::string>& patchIds) {
+    std::unordered_set<std::string_view> names(patchIds.begin(), patchIds.end());
+    std::set<std::size_t> lengths;
+    for (const std::string& name : patchIds)
+        lengths.insert(name.size());
+    Findings findings;
+    for (const std::string& name : patchIds) {
+        std::set<std::string_view> inner;
+        for (const std::size_t length : lengths) {
+            if (length == 0 || length >= name.size()) continue;
+            for (std::size_t at = 0; at + length <= name.size(); ++at) {
+                const std::string_view part = std::string_view(name).substr(at, length);
+                if (names.count(part) != 0) inner.insert(part);
+            }
+        }
+        for (const std::string_view part : inner) {
+            findings.push_back(
+                {Severity::warning, "patch " + quoted(name),
+                 "its name contains that of patch " + quoted(std::string(part)) +
+                     ": once that one is buffered or installed, this one's buffered copy is forgotten",
+                 "rename one of the two, for example with its version"});
+        }
+    }
+    return findings;
+}
+
+Findings identifierFindings(const std::string& place, const std::string& identifier) {
+    const auto error = [&](const std::string& what, const std::string& remedy) -> Findings {
+        return {{Severity::error, place, what, remedy}};
+    };
+    if (identifier.empty()) return error("there is no identifier", "add one, for example \"CVE-2014-4459\"");
+    if (!isContentIdentifier(identifier)) {
+        return error("identifier " + quoted(identifier) + " cannot be a file name",
+                     "use letters, digits, \".\", \"_\" and \"-\" alone, 128 at most");
+    }
+    if (!hasBeginning(identifier, "CVE-") && !hasBeginning(identifier, "CCE-")) {
+        return error("identifier " + quoted(identifier) + " begins with neither \"CVE-\" nor \"CCE-\"",
+                     "use the identifier that requests name");
+    }
+    return {};
+}
+
+}  // namespace zelor

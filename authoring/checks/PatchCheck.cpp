@@ -1,0 +1,183 @@
+#include "authoring/checks/PatchCheck.h"
+
+#include <stdlib.h>
+
+#include <boost/filesystem.hpp>
+#include <set>
+#include <stdexcept>
+
+#include "agent/ArchiveExtractor.h"
+#include "agent/Signature.h"
+#include "authoring/Digests.h"
+#include "authoring/checks/BundleChecks.h"
+#include "authoring/checks/ScriptCheck.h"
+#include "authoring/checks/SizeCheck.h"
+#include "remediation/PatchName.h"
+
+namespace zelor {
+
+namespace {
+
+namespace fs = boost::filesystem;
+
+class ScratchFolder {
+  public:
+    ScratchFolder() {
+        path_ = (fs::temp_directory_path() / "zelor-check-XXXXXX").string();
+        if (::mkdtemp(path_.data()) == nullptr)
+            throw std::runtime_error("cannot make the temporary folder " + path_);
+    }
+    ~ScratchFolder() {
+        boost::system::error_code ignored;
+        for (fs::recursive_directory_iterator it(path_, ignored), end; it != end; it.increment(ignored)) {
+            // A bundle may hold folders that even their owner cannot write to.
+            if (it->symlink_status().type() == fs::directory_file)
+                fs::permissions(*it, fs::owner_all, ignored);
+        }
+        fs::remove_all(path_, ignored);
+    }
+    ScratchFolder(const ScratchFolder&) = delete;
+    ScratchFolder& operator=(const ScratchFolder&) = delete;
+    const std::string& path() const { return path_; }
+
+  private:
+    std::string path_;
+};
+
+/// One patch being checked; the first fault that makes the rest meaningless ends it.
+class PatchCheck {
+  public:
+    PatchCheck(const std::string& repository, const std::string& keyFile, const std::string& patchId,
+               const std::vector<PatchUse>& uses)
+        : keyFile_(keyFile),
+          patchId_(patchId),
+          uses_(uses),
+          name_(*splitAtLastDot(patchId)),
+          place_("patches/" + name_.stem + ".zip"),
+          archive_(repository + '/' + place_),
+          detached_(repository + "/patches/" + name_.stem + ".sig"),
+          path_(scratch_.path() + '/' + patchId),
+          signatureName_(signaturePath(patchId, name_.extension)) {}
+
+    Findings run() {
+        if (unpack() && findPatch()) {
+            checkSignatures();
+            checkKind();
+            checkAgainstContent();
+        }
+        return std::move(findings_);
+    }
+
+  private:
+    void add(Severity severity, const std::string& what, const std::string& remedy) {
+        findings_.push_back({severity, place_, what, remedy});
+    }
+    void append(const Findings& more) { findings_.insert(findings_.end(), more.begin(), more.end()); }
+
+    bool unpack() {
+        boost::system::error_code ignored;
+        if (!fs::exists(archive_, ignored)) {
+            for (const PatchUse& use : uses_) {
+                findings_.push_back({Severity::error, use.place,
+                                     "patch \"" + patchId_ + "\" has no archive " + place_ +
+                                         ", so the request ends as file-unavailable",
+                                     "publish the patch, or withdraw the content"});
+            }
+            return false;
+        }
+        try {
+            ArchiveExtractor().extract(archive_, scratch_.path());
+        } catch (const std::exception& e) {
+            add(Severity::error, std::string("agents refuse to unpack it: ") + e.what(),
+                "find out who changed it, then remove it and publish the patch again");
+            return false;
+        }
+        return true;
+    }
+
+    bool findPatch() {
+        std::set<std::string> others;
+        for (fs::directory_iterator it(scratch_.path()), end; it != end; ++it)
+            others.insert(it->path().filename().string());
+        const bool found = others.erase(patchId_) != 0;
+        if (others.erase(signatureName_) == 0) {
+            add(Severity::error, "it does not hold the signature " + signatureName_,
+                "remove it and publish the patch again");
+        }
+        if (!found) {
+            add(Severity::error, "it does not hold \"" + patchId_ + "\"",
+                "remove it and publish the patch again");
+        }
+        for (const std::string& other : others) {
+            add(Severity::warning,
+                "it holds \"" + other + "\" besides, which lands unchecked among the run's files",
+                "publish one patch in one archive");
+        }
+        return found;
+    }
+
+    void checkSignatures() {
+        boost::system::error_code ignored;
+        const std::string inner = scratch_.path() + '/' + signatureName_;
+        if (fs::exists(inner, ignored)) {
+            const SignatureVerdict verdict = verifyPath(path_, inner, keyFile_);
+            if (!verdict.good) {
+                add(Severity::error, "\"" + patchId_ + "\" fails its signature check: " + verdict.reason,
+                    "find out who changed it; if it is right, remove the archive and publish the patch "
+                    "again");
+            }
+        }
+        const SignatureVerdict beside = verifyPath(path_, detached_, keyFile_);
+        if (!beside.good) {
+            add(Severity::warning,
+                "the signature beside it, " + name_.stem + ".sig, is not good: " + beside.reason,
+                "publish the patch again");
+        }
+    }
+
+    void checkKind() {
+        for (const PatchUse& use : uses_) {
+            append(kindFindings(use.place, patchId_, use.script, path_));
+            if (use.script && fs::is_regular_file(path_)) append(scriptFindings(place_, path_));
+            if (use.script) break;
+        }
+    }
+
+    void checkAgainstContent() {
+        bool folder = false;
+        Digests digests;
+        try {
+            digests = digestsOfSource(path_, &folder);
+        } catch (const std::exception& e) {
+            add(Severity::error, e.what(), "publish the patch again without it");
+            return;
+        }
+        const std::uint64_t archiveBytes = fs::file_size(archive_);
+        for (const PatchUse& use : uses_) {
+            append(
+                sizeFindings(use.place, use.eri.size, archiveBytes, folder ? archiveBytes : digests.bytes));
+            if (use.eri.md5 == digests.md5) continue;
+            findings_.push_back({Severity::error, use.place,
+                                 "md5 \"" + use.eri.md5 + "\" is not that of \"" + patchId_ + "\", " +
+                                     digests.md5 + ": an outdated buffered copy could be taken for this one",
+                                 "publish the entry again"});
+        }
+    }
+
+    const std::string& keyFile_;
+    const std::string& patchId_;
+    const std::vector<PatchUse>& uses_;
+    ScratchFolder scratch_;
+    PatchName name_;
+    std::string place_, archive_, detached_, path_, signatureName_;
+    Findings findings_;
+};
+
+}  // namespace
+
+Findings patchFindings(const std::string& repository, const std::string& keyFile, const std::string& patchId,
+                       const std::vector<PatchUse>& uses) {
+    return PatchCheck(repository, keyFile, patchId, uses).run();
+}
+
+}  // namespace zelor

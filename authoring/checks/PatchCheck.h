@@ -1,0 +1,24 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "authoring/ContentEntry.h"
+#include "authoring/Finding.h"
+
+namespace zelor {
+
+/// One ERI that names a patch.
+struct PatchUse {
+    std::string place;
+    ContentEri eri;
+    bool script = false;
+};
+
+/// Findings on one published patch, against everything that content says of it: the archive is there and can
+/// be unpacked safely, holds the patch with its signature and nothing else, and has the size and MD5
+/// announced; a script can be parsed.
+Findings patchFindings(const std::string& repository, const std::string& keyFile, const std::string& patchId,
+                       const std::vector<PatchUse>& uses);
+
+}  // namespace zelor

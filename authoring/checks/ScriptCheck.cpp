@@ -1,0 +1,26 @@
+#include "authoring/checks/ScriptCheck.h"
+
+#include <chrono>
+
+#include "platform/CommandRunner.h"
+#include "platform/Strings.h"
+
+namespace zelor {
+
+Findings scriptFindings(const std::string& place, const std::string& script) {
+    constexpr std::chrono::seconds limit{60};
+    const CommandResult result = runCommand({"/bin/bash", "--norc", "-n", script}, true, limit);
+    if (!result.started) {
+        return {{Severity::warning, place, "the script was not parsed: /bin/bash cannot be started here",
+                 "check it on a machine with /bin/bash"}};
+    }
+    if (result.waited && result.status == 0) return {};
+    std::string said = trimmed(result.output);
+    for (auto at = said.find(script); at != std::string::npos; at = said.find(script))
+        said.erase(at, script.size() + (said.compare(at + script.size(), 2, ": ") == 0 ? 2 : 0));
+    return {{Severity::error, place,
+             "bash cannot parse the script: " + (result.timedOut ? "no end in a minute" : said),
+             "mend the line named (bash -n shows the same) and publish it again"}};
+}
+
+}  // namespace zelor

@@ -1,0 +1,12 @@
+#pragma once
+
+#include <string>
+
+#include "authoring/Finding.h"
+
+namespace zelor {
+
+/// Whether /bin/bash can parse the script; nothing of it is run.
+Findings scriptFindings(const std::string& place, const std::string& script);
+
+}  // namespace zelor

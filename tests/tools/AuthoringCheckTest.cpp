@@ -1,0 +1,266 @@
+#include <functional>
+#include <nlohmann/json.hpp>
+
+#include "authoring/ContentXml.h"
+#include "authoring/Digests.h"
+#include "authoring/SigningKey.h"
+#include "authoring/checks/ContentChecks.h"
+#include "authoring/checks/NameChecks.h"
+#include "authoring/checks/SizeCheck.h"
+#include "support/ArchiveBuilder.h"
+#include "tools/AuthoringFixture.h"
+
+namespace zelor {
+namespace {
+
+namespace fs = boost::filesystem;
+using test::ArchiveBuilder;
+using test::readFile;
+using test::ToolRun;
+using test::writeFile;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+struct CheckTest : test::Authoring {
+    CheckTest() { publish(); }
+
+    std::string path(const std::string& name) const { return repository + '/' + name; }
+    std::string sign(const std::string& bytes) const {
+        return SigningKey::load(privateKey).sign(digestsOfText(bytes).sha256);
+    }
+    void writeSigned(const std::string& identifier, const std::string& xml) const {
+        writeFile(path("content/" + identifier + ".xml"), xml);
+        writeFile(path("content/" + identifier + ".xml.sig"), sign(xml));
+    }
+    /// Changes signed content as an author could who writes it by hand.
+    void edit(const std::string& identifier, const std::string& from, const std::string& to) const {
+        std::string xml = readFile(path("content/" + identifier + ".xml"));
+        ASSERT_NE(xml.find(from), std::string::npos) << xml;
+        writeSigned(identifier, xml.replace(xml.find(from), from.size(), to));
+    }
+    /// An archive made by hand of a script and its signature.
+    void script(const std::string& text, const std::function<void(ArchiveBuilder&)>& more = {}) const {
+        ArchiveBuilder zip;
+        zip.file("lock.bsh", text).file("lock.sig", sign(text));
+        if (more) more(zip);
+        writeFile(path("patches/lock.zip"), zip.finish());
+        writeFile(path("patches/lock.sig"), sign(text));
+    }
+    std::string good() const { return readFile(source + "/lock.bsh"); }
+};
+
+TEST_F(CheckTest, AGoodRepositoryHasNoFindings) {
+    const ToolRun run = check();
+    EXPECT_EQ(run.status, 0) << run.out;
+    EXPECT_EQ(run.out, "4 entries, 4 patches: 0 errors, 0 warnings\n");
+}
+
+TEST_F(CheckTest, FindsEachPlantedFaultAndTellsItsRemedy) {
+    struct Fault {
+        const char* name;
+        std::function<void()> plant;
+        const char* severity;
+        const char* place;
+        const char* what;
+        const char* remedy;
+    };
+    const auto remove = [this](const std::string& name) { fs::remove(path(name)); };
+    const Fault faults[] = {
+        {"content changed",
+         [&] { writeFile(path("content/CVE-3.xml"), readFile(path("content/CVE-3.xml")) + " "); }, "error",
+         "content/CVE-3.xml", "fails its signature check", "find out who changed it"},
+        {"content unsigned", [&] { remove("content/CVE-3.xml.sig"); }, "error", "content/CVE-3.xml",
+         "fails its signature check", "publish the entry again"},
+        {"content malformed", [&] { writeSigned("CVE-3", "<remediation"); }, "error", "content/CVE-3.xml",
+         "malformed XML", "publish the entry again"},
+        {"content of another", [&] { writeSigned("CVE-3", readFile(path("content/CVE-1.xml"))); }, "error",
+         "content/CVE-3.xml", "is for \"CVE-1\"", "publish the entry again"},
+        {"empty content", [&] { writeSigned("CVE-3", R"(<remediation identifier="CVE-3"/>)"); }, "error",
+         "content/CVE-3.xml", "has no cre", "add one"},
+        {"empty product", [&] { edit("CVE-2", "cpe:/a:x:bundle\">", "\">"); }, "warning", "content/CVE-2.xml",
+         "empty product matches", "leave the attribute out"},
+        {"archive missing", [&] { remove("patches/image.zip"); }, "error", "content/CVE-1.xml, ERI-8",
+         "has no archive patches/image.zip", "publish the patch"},
+        {"archive tampered with",
+         [&] {
+             ArchiveBuilder zip;
+             writeFile(path("patches/lock.zip"),
+                       zip.file("lock.bsh", "evil").file("lock.sig", sign(good())).finish());
+         },
+         "error", "patches/lock.zip", "fails its signature check", "find out who changed it"},
+        {"archive without signature",
+         [&] {
+             ArchiveBuilder zip;
+             writeFile(path("patches/lock.zip"), zip.file("lock.bsh", good()).finish());
+         },
+         "error", "patches/lock.zip", "does not hold the signature lock.sig", "publish the patch again"},
+        {"archive without patch",
+         [&] {
+             ArchiveBuilder zip;
+             writeFile(path("patches/lock.zip"), zip.file("lock.sig", sign(good())).finish());
+         },
+         "error", "patches/lock.zip", "does not hold \"lock.bsh\"", "publish the patch again"},
+        {"archive leaves the folder",
+         [&] { script(good(), [](auto& zip) { zip.file("../../etc/x", "x"); }); }, "error",
+         "patches/lock.zip", "refuse to unpack", "find out who changed it"},
+        {"archive is none", [&] { writeFile(path("patches/lock.zip"), "no zip"); }, "error",
+         "patches/lock.zip", "refuse to unpack", "publish the patch again"},
+        {"archive holds more", [&] { script(good(), [](auto& zip) { zip.file("else.bsh", "x"); }); },
+         "warning", "patches/lock.zip", "holds \"else.bsh\" besides", "one patch in one archive"},
+        {"signature beside is old", [&] { writeFile(path("patches/lock.sig"), sign("old")); }, "warning",
+         "patches/lock.zip", "signature beside it", "publish the patch again"},
+        {"wrong md5", [&] { edit("CCE-1", "md5=\"", "md5=\"0"); }, "error", "content/CCE-1.xml, ERI-CCE-1-1",
+         "is not that of \"lock.bsh\"", "publish the entry again"},
+        {"size too small", [&] { edit("CVE-1", "294 KB", "29 KB"); }, "warning", "content/CVE-1.xml, ERI-7-1",
+         "too small", "\"294 KB\""},
+        {"size in gigabytes", [&] { edit("CVE-1", "294 KB", "2 GB"); }, "warning",
+         "content/CVE-1.xml, ERI-7-1", "reads as 2 bytes", "KB"},
+        {"patch id as path", [&] { edit("CVE-1", "image.dmg", "../image.dmg"); }, "error",
+         "content/CVE-1.xml, ERI-8", "path separator", "plain file name"},
+        {"patch id without dot", [&] { edit("CVE-1", "image.dmg", "image"); }, "error",
+         "content/CVE-1.xml, ERI-8", "has no \".\"", "give it an extension"},
+        {"long extension", [&] { edit("CCE-1", "lock.bsh", "lock.bash"); }, "warning", "content/CCE-1.xml",
+         "never found in the buffer", "lock.bsh"},
+        {"hidden .app", [&] { edit("CVE-1", "editor-2.1.pkg", "my.apple.pkg"); }, "warning",
+         "content/CVE-1.xml, ERI-7-1", "is installed as .app", "rename the patch"},
+        {"names within names", [&] { edit("CVE-1", "editor-2.1.pkg", "old-image.dmg"); }, "warning",
+         "patch \"old-image.dmg\"", "contains that of patch \"image.dmg\"", "rename one of the two"},
+        {"one archive for two", [&] { edit("CVE-1", "editor-2.1.pkg", "image.pkg"); }, "error",
+         "content/CVE-1.xml, ERI-7-1", "shares the archive image.zip", "rename one"},
+        {"script does not parse", [&] { script("#!/bin/bash\nif true; then\n"); }, "error",
+         "patches/lock.zip", "cannot parse the script: line", "mend the line"},
+        {"competing CREs", [&] { edit("CVE-1", "cpe:/a:x:two\">", "cpe:/a:x:one\">"); }, "error",
+         "content/CVE-1.xml, CRE-CVE-1-2", "this one never is", "different platforms or products"},
+        {"several ERIs",
+         [&] {
+             edit("CVE-3", "</cre>",
+                  "<eri id=\"ERI-9\"><product>cpe:/o:apple:mac_os_x</product><instructions>OS "
+                  "Remediation</instructions></eri></cre>");
+         },
+         "warning", "content/CVE-3.xml, CRE-CVE-3", "has 2 ERIs", "one ERI for each identifier"},
+        {"one ERI id twice", [&] { edit("CVE-3", "\"ERI-CVE-3-1\"", "\"ERI-8\""); }, "error",
+         "content/CVE-3.xml, ERI-8", "its id stands at content/CVE-1.xml", "id of its own"},
+        {"knowledge-base number", [&] { edit("CVE-1", "<mskb></mskb>", "<mskb>KB1</mskb>"); }, "warning",
+         "content/CVE-1.xml, ERI-7-1", "passes it over", "leave mskb out"},
+        {"identifier of no kind", [&] { writeSigned("X-1", R"(<remediation identifier="X-1"/>)"); }, "error",
+         "content/X-1.xml", "begins with neither", "identifier that requests name"},
+        {"no speed file", [&] { remove("speed.bin"); }, "warning", "speed.bin", "1024 bytes per second",
+         "publish again"},
+    };
+    fs::rename(repository, dir / "good");
+    for (const Fault& fault : faults) {
+        SCOPED_TRACE(fault.name);
+        fs::remove_all(repository);
+        ASSERT_EQ(shell("cp -R good repository"), 0);
+        fault.plant();
+        const ToolRun run = test::contentTool({"check", repository, "--key", publicKey, "--json"});
+        EXPECT_EQ(run.status, 1);
+        const nlohmann::json findings = nlohmann::json::parse(run.out).at("findings");
+        const bool found = std::any_of(findings.begin(), findings.end(), [&](const nlohmann::json& finding) {
+            const auto holds = [&](const char* field, const char* text) {
+                return finding.at(field).get<std::string>().find(text) != std::string::npos;
+            };
+            return finding.at("severity") == fault.severity && holds("place", fault.place) &&
+                   holds("what", fault.what) && holds("remedy", fault.remedy);
+        });
+        EXPECT_TRUE(found) << run.out;
+    }
+}
+
+TEST_F(CheckTest, UnusableArgumentsAreNoFindings) {
+    EXPECT_EQ(test::contentTool({"check", dir / "none", "--key", publicKey}).status, 2);
+    EXPECT_EQ(test::contentTool({"check", repository, "--key", privateKey}).status, 2);
+    EXPECT_EQ(test::contentTool({"check", repository}).status, 2);
+    EXPECT_EQ(test::contentTool({"chek"}).status, 2);
+    EXPECT_EQ(test::contentTool({"--help"}).status, 0);
+}
+
+TEST_F(CheckTest, HostileContentCannotWriteToTheTerminal) {
+    edit("CVE-3", "\"ERI-CVE-3-1\"", "\"ERI&#x1b;[2J\"");
+    fs::rename(path("patches/lock.zip"), path("patches/gone.zip"));
+    EXPECT_EQ(check().out.find('\x1b'), std::string::npos);
+}
+
+TEST_F(CheckTest, ABareBundleWouldLoseItsFolder) {
+    ASSERT_EQ(publish(R"([{"identifier": "CVE-2", "product": "cpe:/a:x", "file": "Bundle.app/Bundle.app"}])")
+                  .status,
+              0);
+    EXPECT_THAT(check().out, HasSubstr("straight into /Applications/"));
+}
+
+TEST(NameChecksTest, ContainmentIsFoundAmongManyNames) {
+    std::set<std::string> names = {"foo.pkg", "barfoo.pkg", "foo.pkg.dmg"};
+    for (int i = 0; i < 5000; ++i)
+        names.insert("patch-" + std::to_string(100000 + i) + ".pkg");
+    const Findings findings = containmentFindings(names);
+    ASSERT_EQ(findings.size(), 2U);
+    EXPECT_EQ(findings[0].place, "patch \"barfoo.pkg\"");
+    EXPECT_EQ(findings[1].place, "patch \"foo.pkg.dmg\"");
+    EXPECT_THAT(containmentFindings({"a.pkg", "b.pkg", "c.dmg"}), IsEmpty());
+}
+
+TEST(NameChecksTest, PatchNames) {
+    for (const char* good : {"a.pkg", "Editor.app", "image-1.2.dmg"})
+        EXPECT_THAT(patchNameFindings("p", good, false), IsEmpty()) << good;
+    EXPECT_THAT(patchNameFindings("p", "x.bsh", true), IsEmpty());
+    struct Case {
+        const char* patchId;
+        const char* what;
+    };
+    for (const Case& c : {Case{"..", "names a folder"},
+                          {"a\nb.pkg", "control character"},
+                          {".pkg", "lacks a name"},
+                          {"a.", "lacks a name"},
+                          {"a.SIG", "collides"},
+                          {"a=b.pkg", "holds \"=\""},
+                          {" a.pkg", "white space"},
+                          {"a.pkg.dmg", "installed as .pkg"},
+                          {"a.exe", "no installer"}}) {
+        const Findings findings = patchNameFindings("p", c.patchId, false);
+        ASSERT_EQ(findings.size(), 1U) << c.patchId;
+        EXPECT_THAT(findings[0].what, HasSubstr(c.what));
+    }
+}
+
+TEST(ContentChecksTest, CresCompeteUnlessTheLaterOneIsTheGeneralCase) {
+    struct Case {
+        const char* name;
+        const char *platform1, *product1, *platform2, *product2;
+        const char* what;
+    };
+    const Case cases[] = {
+        {"different", "cpe:/o:a", "cpe:/a:x", "cpe:/o:a", "cpe:/a:y", ""},
+        {"exception first", "cpe:/o:a", "cpe:/a:x", "cpe:/o:a", "", ""},
+        {"exception for both", "cpe:/o:a", "cpe:/a:x", "", "", ""},
+        {"the same", "cpe:/o:a", "cpe:/a:x", "cpe:/o:a", "cpe:/a:x", "never is"},
+        {"both general", "", "", "", "", "never is"},
+        {"general first", "cpe:/o:a", "", "cpe:/o:a", "cpe:/a:x", "never is"},
+        {"crossing", "cpe:/o:a", "", "", "cpe:/a:x", "that one is taken"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        ContentEri eri;
+        eri.id = "1";
+        eri.patchId = "a.pkg";
+        ContentEntry entry{
+            "e", "CVE-1", {{"A", c.platform1, c.product1, {eri}}, {"B", c.platform2, c.product2, {eri}}}};
+        const Findings findings = entryFindings(entry);
+        ASSERT_EQ(findings.size(), *c.what ? 1U : 0U);
+        if (!findings.empty()) {
+            EXPECT_THAT(findings[0].what, HasSubstr(c.what));
+        }
+    }
+}
+
+TEST(SizeCheckTest, AllowsTheArchiveTheFileAndRounding) {
+    constexpr std::uint64_t mb = 1048576;
+    EXPECT_THAT(sizeFindings("p", "10 MB", 10 * mb, 10 * mb), IsEmpty());
+    EXPECT_THAT(sizeFindings("p", "10.1 MB", 10 * mb + 1, 10 * mb), IsEmpty());
+    EXPECT_THAT(sizeFindings("p", "30 MB", 10 * mb, 30 * mb), IsEmpty()) << "compressed in the archive";
+    EXPECT_EQ(sizeFindings("p", "9 MB", 10 * mb, 10 * mb).size(), 1U);
+    EXPECT_EQ(sizeFindings("p", "12 MB", 10 * mb, 10 * mb).size(), 1U);
+    EXPECT_EQ(sizeFindings("p", "", 10 * mb, 10 * mb).size(), 1U);
+}
+
+}  // namespace
+}  // namespace zelor

@@ -1,0 +1,114 @@
+#include "authoring/Manifest.h"
+#include "tools/AuthoringFixture.h"
+
+namespace zelor {
+namespace {
+
+using test::ToolRun;
+using test::writeFile;
+using testing::AllOf;
+using testing::HasSubstr;
+
+struct ManifestTest : test::Authoring {
+    /// A manifest of one good entry, with these fields added or replaced.
+    static std::string with(const std::string& fields) {
+        return R"([{"identifier": "CVE-1", "product": "cpe:/a:x:y", )" + fields + "}]";
+    }
+};
+
+TEST_F(ManifestTest, ErrorsNameEntryFieldAndRemedyAndPublishNothing) {
+    struct Case {
+        const char* name;
+        std::string manifest;
+        std::vector<const char*> says;
+    };
+    const std::string pkg = R"("file": "editor-2.1.pkg")", script = R"("file": "lock.bsh")";
+    const std::string entry = R"("identifier": "CVE-1", "product": "cpe:/a:x:y")";
+    const Case cases[] = {
+        {"no JSON", "[{,", {"not JSON", "line 1, column 3"}},
+        {"no list", R"({"identifier": "CVE-1"})", {"list of entries"}},
+        {"entry is no object", "[1]", {"entry 1", "not an object"}},
+        {"unknown field", with(pkg + R"(, "reebot": true)"), {"CVE-1", "\"reebot\" is unknown", "reboot"}},
+        {"unknown field of an eri", with(R"("eris": [{"fil": "x"}])"), {"eri 1", "\"fil\"", "file"}},
+        {"both forms", with(R"("cres": [{}])"), {"\"product\" is unknown here", "cres"}},
+        {"wrong type", with(pkg + R"(, "impact": 3)"), {"\"impact\" is not a text", "quotes"}},
+        {"flag as text", with(pkg + R"(, "reboot": "yes")"), {"\"reboot\"", "without quotes"}},
+        {"empty list", with(R"("eris": [])"), {"\"eris\" is not a list"}},
+        {"control character", with(pkg + R"(, "silent": "a\u001bb")"), {"\"silent\"", "control character"}},
+        {"blanks", with(pkg + R"(, "id": " CRE")"), {"\"id\"", "white space"}},
+        {"no identifier", "[{" + pkg + R"(, "product": "cpe:/a:x"}])", {"entry 1", "no identifier"}},
+        {"identifier as path", R"([{"identifier": "CVE-1/../2", )" + pkg + "}]", {"cannot be a file name"}},
+        {"identifier of no kind", R"([{"identifier": "oval-1", )" + pkg + "}]", {"neither \"CVE-\" nor"}},
+        {"repeated identifier",
+         "[{" + entry + "," + pkg + "},{" + entry + "," + pkg + "}]",
+         {"CVE-1", "stands at"}},
+        {"not a CPE",
+         R"([{"identifier": "CVE-1", "platform": "mac", )" + pkg + "}]",
+         {"platform \"mac\"", "cpe:/o"}},
+        {"missing file", with(R"("file": "none.pkg")"), {"\"file\"", "none.pkg", "relative"}},
+        {"patch id without file", with(R"("patchId": "x.pkg")"), {"\"patchId\"", "omitArchive"}},
+        {"no patch", with(R"("impact": "x")"), {"names no patch", "OS Remediation"}},
+        {"no dot", with(pkg + R"(, "patchId": "editor")"), {"has no \".\""}},
+        {"path in patch id", with(pkg + R"(, "patchId": "../x.pkg")"), {"path separator"}},
+        {"archive's own name", with(pkg + R"(, "patchId": "x.zip")"), {"collides with its own archive"}},
+        {"no installer", with(script), {"no installer takes", ".app, .pkg or .dmg"}},
+        {"bundle as file", with(pkg + R"(, "patchId": "x.app")"), {"is a file", "folder"}},
+        {"image as folder", with(R"("file": "Bundle.app", "patchId": "x.dmg")"), {"must be a file"}},
+        {"misleading size", with(pkg + R"(, "size": "2 GB")"), {"\"size\"", "2 bytes", "leave it out"}},
+        {"same stem",
+         with(R"("eris": [{"file": "image.dmg"}, {"file": "image.dmg", "patchId": "IMAGE.pkg"}])"),
+         {"both be the archive IMAGE.zip", "patchId"}},
+        {"same ERI id",
+         with(R"("eris": [{"id": "E", "file": "image.dmg"}, {"id": "E", "file": "image.dmg"}])"),
+         {"its id stands at", "id of its own"}},
+        {"competing CREs",
+         R"([{"identifier": "CVE-1", "cres": [{"product": "cpe:/a:x", )" + pkg +
+             R"(}, {"product": "cpe:/a:x", )" + pkg + "}]}]",
+         {"CRE-CVE-1-2", "this one never is"}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const ToolRun run = publish(c.manifest);
+        EXPECT_EQ(run.status, 2);
+        for (const char* said : c.says)
+            EXPECT_THAT(run.err, HasSubstr(said));
+        EXPECT_THAT(run.err, AllOf(HasSubstr("manifest.json"), HasSubstr("remedy: "),
+                                   HasSubstr("nothing was published")));
+        EXPECT_FALSE(boost::filesystem::exists(repository));
+    }
+}
+
+TEST_F(ManifestTest, EveryErrorIsToldAtOnce) {
+    const std::string err = publish(R"([{"identifier": "x", "file": "none.pkg"}, {"identifier": "y"}])").err;
+    for (const char* said : {"\"x\"", "none.pkg", "\"y\"", "names no patch"})
+        EXPECT_THAT(err, HasSubstr(said));
+}
+
+TEST_F(ManifestTest, AWrongMd5IsRefused) {
+    const ToolRun run = publish(with(R"("file": "image.dmg", "md5": "00")"));
+    EXPECT_EQ(run.status, 1);
+    EXPECT_THAT(run.err, HasSubstr("field \"md5\" is 00"));
+}
+
+TEST_F(ManifestTest, AnOmittedArchiveLeavesTheContentAlone) {
+    ASSERT_EQ(publish(with(R"("patchId": "later.pkg", "omitArchive": true, "size": "1 MB")")).status, 0);
+    EXPECT_FALSE(boost::filesystem::exists(repository + "/patches/later.zip"));
+    const ToolRun run = check();
+    EXPECT_EQ(run.status, 1);
+    EXPECT_THAT(run.out, HasSubstr("\"later.pkg\" has no archive"));
+}
+
+TEST_F(ManifestTest, BothSpellingsOfTheListAreRead) {
+    Findings findings;
+    const std::string list = with(R"("file": "a.pkg")");
+    const Manifest bare = parseManifest(list, "/f", "m", findings);
+    const Manifest named = parseManifest("{\"entries\": " + list + "}", "/f", "m", findings);
+    ASSERT_EQ(bare.patches.size(), 1U);
+    ASSERT_EQ(named.patches.size(), 1U);
+    EXPECT_EQ(named.patches[0].file, "/f/a.pkg");
+    EXPECT_EQ(named.patches[0].patchId, "a.pkg");
+    EXPECT_TRUE(findings.empty());
+}
+
+}  // namespace
+}  // namespace zelor

@@ -1,0 +1,298 @@
+#include <fcntl.h>
+#include <sys/file.h>
+
+#include <set>
+#include <thread>
+
+#include "agent/ArchiveExtractor.h"
+#include "agent/BundleManifest.h"
+#include "agent/ContentDocument.h"
+#include "agent/Signature.h"
+#include "authoring/PublishState.h"
+#include "authoring/SizeText.h"
+#include "authoring/StagedFile.h"
+#include "remediation/PatchSize.h"
+#include "tools/AuthoringFixture.h"
+
+namespace zelor {
+namespace {
+
+namespace fs = boost::filesystem;
+using test::readFile;
+using test::ToolRun;
+using test::writeFile;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+
+struct PublishTest : test::Authoring {
+    /// Path below the repository to its stamp, for all that is served.
+    std::map<std::string, std::string> stamps() const {
+        std::map<std::string, std::string> found;
+        for (fs::recursive_directory_iterator it(repository), end; it != end; ++it) {
+            if (fs::is_regular_file(it->path()) && it->path().filename().string()[0] != '.') {
+                found[it->path().string().substr(repository.size() + 1)] = fileStamp(it->path().string());
+            }
+        }
+        return found;
+    }
+    std::set<std::string> changedSince(const std::map<std::string, std::string>& before) const {
+        std::set<std::string> names;
+        for (const auto& [name, stamp] : stamps()) {
+            if (before.count(name) == 0 || before.at(name) != stamp) names.insert(name);
+        }
+        return names;
+    }
+};
+
+TEST_F(PublishTest, AgentsReadContentAndPatchesAsTheManifestSays) {
+    const ToolRun run = publish();
+    ASSERT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(run.err, "");
+    const auto entry = [&](const std::string& identifier) {
+        const std::string file = repository + "/content/" + identifier + ".xml";
+        EXPECT_TRUE(verifyPath(file, file + ".sig", publicKey).good);
+        return ContentDocument::parse(readFile(file), identifier);
+    };
+    const ContentDocument script = entry("CCE-1"), two = entry("CVE-1"), os = entry("CVE-3");
+    creEriParsedData cre = *script.find("cpe:/o:apple:mac_os_x", "cpe:/a:any:thing");
+    parsedEriData eri = cre.getParsedEriDataBlocks().at(0);
+    EXPECT_EQ(cre.getCreId(), "CRE-CCE-1");
+    EXPECT_EQ(eri.getEriId(), "ERI-CCE-1-1");
+    EXPECT_TRUE(eri.getReboot());
+    EXPECT_EQ(eri.getInstructions(), "Locks <the> screen & keeps it so");
+    EXPECT_EQ(eri.getProductCpe(), "cpe:/o:apple:mac_os_x");
+    EXPECT_EQ(eri.getPatchSize(), "1 KB");
+    EXPECT_EQ(script.find("cpe:/o:other:os", ""), nullptr);
+    cre = *two.find("any", "cpe:/a:x:one");
+    eri = cre.getParsedEriDataBlocks().at(0);
+    EXPECT_EQ(eri.getEriId(), "ERI-7-1");
+    EXPECT_EQ(eri.getSilentModeCmd(), "tool -q");
+    EXPECT_EQ(eri.getPatchSize(), "294 KB");
+    cre = *two.find("any", "cpe:/a:x:two");
+    EXPECT_THAT(cre.getEriIds(), ElementsAre("ERI-8"));
+    cre = *os.find("cpe:/o:apple:mac_os_x", "");
+    EXPECT_EQ(cre.getParsedEriDataBlocks().at(0).getPatchId(), "");
+    EXPECT_EQ(fs::file_size(repository + "/speed.bin"), 2U << 20U);
+}
+
+TEST_F(PublishTest, ArchivesUnpackToTheSignedSource) {
+    ASSERT_EQ(publish().status, 0);
+    const std::string out = dir / "unpacked";
+    for (const char* stem : {"lock", "editor-2.1", "image", "Bundle"})
+        ArchiveExtractor().extract(repository + "/patches/" + stem + ".zip", out);
+    for (const char* name : {"lock.bsh", "editor-2.1.pkg", "image.dmg", "Bundle.app"}) {
+        SCOPED_TRACE(name);
+        const std::string signature = fs::path(name).stem().string() + ".sig";
+        EXPECT_TRUE(verifyPath(out + '/' + name, out + '/' + signature, publicKey).good);
+        EXPECT_EQ(readFile(out + '/' + signature), readFile(repository + "/patches/" + signature));
+    }
+    EXPECT_EQ(readFile(out + "/editor-2.1.pkg"), readFile(source + "/editor-2.1.pkg"));
+    EXPECT_EQ(bundleManifest(out + "/Bundle.app"), bundleManifest(source + "/Bundle.app"));
+    EXPECT_EQ(fs::last_write_time(out + "/lock.bsh"), fs::last_write_time(source + "/lock.bsh"));
+}
+
+TEST_F(PublishTest, EveryOccurrenceOfTheExtensionGivesWayToTheSignature) {
+    writeFile(source + "/a.pkg", "x");
+    ASSERT_EQ(
+        publish(
+            R"([{"identifier": "CVE-1", "product": "cpe:/a:x", "file": "a.pkg", "patchId": "a.pkg.b.pkg"}])")
+            .status,
+        0);
+    ArchiveExtractor().extract(repository + "/patches/a.pkg.b.zip", dir / "out");
+    EXPECT_TRUE(verifyPath(dir / "out/a.pkg.b.pkg", dir / "out/a.sig.b.sig", publicKey).good);
+}
+
+TEST_F(PublishTest, OnlyWhatChangedIsWritten) {
+    ASSERT_EQ(publish().status, 0);
+    auto before = stamps();
+    const auto next = [&] {
+        EXPECT_EQ(publish().status, 0);
+        const std::set<std::string> changed = changedSince(before);
+        before = stamps();
+        return changed;
+    };
+    EXPECT_THAT(next(), ElementsAre());
+    writeFile(source + "/image.dmg", "an image of another size");
+    EXPECT_THAT(next(), ElementsAre("content/CVE-1.xml", "content/CVE-1.xml.sig", "patches/image.sig",
+                                    "patches/image.zip"));
+    fs::remove(source + "/Bundle.app/Bundle.app/Versions/Current");
+    fs::create_symlink("B", source + "/Bundle.app/Bundle.app/Versions/Current");
+    EXPECT_THAT(next(), ElementsAre("content/CVE-2.xml", "content/CVE-2.xml.sig", "patches/Bundle.sig",
+                                    "patches/Bundle.zip"));
+    manifest.replace(manifest.find("tool -q"), 7, "tool -s");
+    EXPECT_THAT(next(), ElementsAre("content/CVE-1.xml", "content/CVE-1.xml.sig"));
+    writeFile(repository + "/patches/lock.zip", "tampered with");
+    writeFile(repository + "/content/CVE-3.xml.sig", "lost");
+    EXPECT_THAT(next(), ElementsAre("content/CVE-3.xml", "content/CVE-3.xml.sig", "patches/lock.sig",
+                                    "patches/lock.zip"));
+    EXPECT_EQ(check().status, 0);
+    fs::remove_all(dir / "keys");
+    test::contentTool({"keygen", "--out", dir / "keys", "--type", "rsa"});
+    EXPECT_EQ(next().size(), before.size() - 1) << "all but speed.bin is signed anew";
+    EXPECT_EQ(check().status, 0);
+}
+
+TEST_F(PublishTest, TheSameSourceGivesTheSameBytes) {
+    ASSERT_EQ(publish().status, 0);
+    const auto withoutSignature = [&](const std::string& name) {
+        const std::string zip = readFile(repository + "/patches/" + name);
+        return zip.substr(0, zip.find("PK\x03\x04", zip.rfind("Bundle.app/", zip.rfind("PK\x03\x04"))));
+    };
+    const std::string first = withoutSignature("Bundle.zip");
+    fs::remove_all(repository);
+    ASSERT_EQ(publish().status, 0);
+    ASSERT_GT(first.size(), 500U);
+    EXPECT_EQ(withoutSignature("Bundle.zip"), first);
+}
+
+TEST_F(PublishTest, ManifestsShareARepositoryAndLeftoversGo) {
+    ASSERT_EQ(publish().status, 0);
+    writeFile(repository + "/patches/.staged-abc", "half");
+    writeFile(repository + "/.content-next/CVE-9.xml", "half");
+    writeFile(source + "/more.pkg", "more");
+    ASSERT_EQ(publish(R"([{"identifier": "CVE-9", "product": "cpe:/a:x:more", "file": "more.pkg"}])").status,
+              0);
+    EXPECT_FALSE(fs::exists(repository + "/patches/.staged-abc"));
+    EXPECT_FALSE(fs::exists(repository + "/.content-next"));
+    const ToolRun run = check();
+    EXPECT_EQ(run.status, 0) << run.out;
+    EXPECT_THAT(run.out, HasSubstr("5 entries, 5 patches"));
+}
+
+TEST_F(PublishTest, ReadersNeverSeeContentWithoutItsSignature) {
+    ASSERT_EQ(publish().status, 0);
+    std::atomic<bool> done{false};
+    std::atomic<int> torn{0}, looks{0};
+    std::thread reader([&] {
+        while (!done) {
+            // The folder is opened once: both files come from one state of it.
+            const int folder = ::open((repository + "/content").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+            if (folder < 0) {
+                ++torn;
+                continue;
+            }
+            const std::string at = "/proc/self/fd/" + std::to_string(folder) + "/CVE-3.xml";
+            const std::string text = readFile(at), signature = readFile(at + ".sig");
+            // An empty folder is one that was exchanged and removed while it was open.
+            if (!text.empty() && !signature.empty())
+                torn += verifyBytes(text, signature, publicKey).good ? 0 : 1;
+            ::close(folder);
+            ++looks;
+        }
+    });
+    for (int i = 0; i < 20 || looks < 100; ++i) {
+        manifest.replace(manifest.find("OS Remediation: ") + 16, 6, i % 2 ? "update" : "UPDATE");
+        ASSERT_EQ(publish().status, 0);
+    }
+    done = true;
+    reader.join();
+    EXPECT_EQ(torn, 0);
+}
+
+TEST_F(PublishTest, WhereFoldersCannotBeExchangedFilesAreRenamed) {
+    ASSERT_EQ(publish().status, 0);
+    fs::rename(repository + "/content", dir / "elsewhere");
+    fs::create_symlink(dir / "elsewhere", repository + "/content");
+    manifest.replace(manifest.find("tool -q"), 7, "tool -s");
+    ASSERT_EQ(publish().status, 0);
+    EXPECT_TRUE(fs::is_symlink(repository + "/content"));
+    EXPECT_THAT(readFile(dir / "elsewhere/CVE-1.xml"), HasSubstr("tool -s"));
+    EXPECT_EQ(check().status, 0);
+}
+
+TEST_F(PublishTest, AFailureLeavesWhatStoodThere) {
+    ASSERT_EQ(publish().status, 0);
+    const auto before = stamps();
+    writeFile(source + "/image.dmg", "new");
+    ::chmod((source + "/Bundle.app/Bundle.app/Contents/MacOS/run").c_str(), 04755);
+    const ToolRun run = publish();
+    EXPECT_EQ(run.status, 1);
+    EXPECT_THAT(run.err, HasSubstr("chmod ug-s"));
+    EXPECT_THAT(changedSince(before), ElementsAre("patches/image.sig", "patches/image.zip"));
+    for (const auto& entry : fs::directory_iterator(repository + "/patches"))
+        EXPECT_FALSE(isStagedName(entry.path().filename().string()));
+}
+
+TEST_F(PublishTest, OnePublicationAtATime) {
+    ASSERT_EQ(publish().status, 0);
+    const UniqueFd lock = openFile(repository + "/.zelor-content.lock", O_RDWR);
+    ASSERT_EQ(::flock(lock.get(), LOCK_EX), 0);
+    const ToolRun run = publish();
+    EXPECT_EQ(run.status, 2);
+    EXPECT_THAT(run.err, HasSubstr("another publication"));
+}
+
+TEST_F(PublishTest, KeysAreSecretAndNeverOverwritten) {
+    struct stat status {};
+    ASSERT_EQ(::stat(privateKey.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777U, 0600U);
+    const std::string before = readFile(privateKey) + readFile(publicKey);
+    EXPECT_EQ(test::contentTool({"keygen", "--out", dir / "keys"}).status, 2);
+    fs::rename(privateKey, dir / "keys/away");
+    EXPECT_EQ(test::contentTool({"keygen", "--out", dir / "keys"}).status, 2);
+    EXPECT_EQ(readFile(dir / "keys/away") + readFile(publicKey), before);
+    EXPECT_FALSE(fs::exists(privateKey));
+    for (const std::string& unusable : {publicKey, dir / "none", dir.path().string()}) {
+        const ToolRun run = test::contentTool({"publish", "m", "--key", unusable, "--out", repository});
+        EXPECT_EQ(run.status, 2);
+        EXPECT_THAT(run.err, HasSubstr("zelor-content keygen"));
+    }
+}
+
+TEST_F(PublishTest, SignaturesAreThoseOfTheOpensslCommand) {
+    if (shell("openssl version") != 0) GTEST_SKIP() << "the openssl command is not installed";
+    for (const char* type : {"ec", "rsa"}) {
+        SCOPED_TRACE(type);
+        fs::remove_all(dir / "keys");
+        ASSERT_EQ(test::contentTool({"keygen", "--out", dir / "keys", "--type", type}).status, 0);
+        ASSERT_EQ(publish().status, 0);
+        const std::string verify = "openssl dgst -sha256 -verify keys/repository.pem -signature repository/";
+        EXPECT_EQ(shell(verify + "content/CVE-1.xml.sig repository/content/CVE-1.xml"), 0);
+        EXPECT_EQ(shell(verify + "patches/image.sig source/image.dmg"), 0);
+        EXPECT_NE(shell(verify + "patches/image.sig source/lock.bsh"), 0);
+        writeFile(dir / "manifest", bundleManifest(source + "/Bundle.app"));
+        EXPECT_EQ(shell(verify + "patches/Bundle.sig manifest"), 0);
+        EXPECT_EQ(shell("openssl pkey -in keys/repository.key -pubout | cmp - keys/repository.pem"), 0);
+        EXPECT_EQ(shell("grep \"md5=.$(openssl dgst -md5 -r source/image.dmg | cut -c1-32)\" "
+                        "repository/content/CVE-1.xml"),
+                  0);
+    }
+    ASSERT_EQ(shell("openssl ecparam -name prime256v1 -genkey -noout | openssl ec -aes128 -passout pass:x "
+                    "-out locked"),
+              0);
+    EXPECT_THAT(test::contentTool({"publish", "m", "--key", dir / "locked", "--out", repository}).err,
+                HasSubstr("pass phrase"));
+}
+
+TEST(SizeTextTest, AgentsReadEverySizeAtLeastAsLargeAndHardlyLarger) {
+    std::vector<std::uint64_t> sizes = {0, 1, 1023, 1024, 1025, 1047552, 1047553, 1048575, 1048576, 1048577};
+    for (std::uint64_t megabytes : {1U, 9U, 12U, 999U, 2047U, 4096U, 70000U}) {
+        for (std::uint64_t tenth = 0; tenth < 10; ++tenth) {
+            const std::uint64_t exact = megabytes * 1048576 + tenth * 1048576 / 10;
+            sizes.insert(sizes.end(), {exact - 1, exact, exact + 1});
+        }
+    }
+    for (const std::uint64_t bytes : sizes) {
+        const std::string text = sizeText(bytes);
+        const auto read = static_cast<std::uint64_t>(parsePatchSize(text).bytes);
+        EXPECT_GE(read, bytes) << text;
+        EXPECT_LE(read, bytes + (bytes < 1048576 ? 1024U : 104858U)) << text;
+        EXPECT_EQ(whySizeMisleads(text), "") << text;
+    }
+    EXPECT_EQ(sizeText(12U * 1048576 + 524288), "12.5 MB");
+    EXPECT_EQ(sizeText(3 * 1024), "3 KB");
+}
+
+TEST(SizeTextTest, TellsWhatMisleads) {
+    for (const char* good : {"12.5 MB", "3 KB", "2.25mb", "0.125 MB", " 7 kb "})
+        EXPECT_EQ(whySizeMisleads(good), "") << good;
+    EXPECT_THAT(whySizeMisleads("2 GB"), HasSubstr("reads as 2 bytes"));
+    EXPECT_THAT(whySizeMisleads("2.05 MB"), HasSubstr("without its leading zeros"));
+    for (const char* bad :
+         {"", "MB", "12", "1.2.3 MB", "12,5 MB", "-1 MB", "1 MiB", "1.0625 MB", "about 3 MB"})
+        EXPECT_NE(whySizeMisleads(bad), "") << bad;
+}
+
+}  // namespace
+}  // namespace zelor
