@@ -220,6 +220,12 @@ class HttpClient::Transfer {
             progressed_ = Clock::now();
             return false;
         }
+        if (paused_) {
+            paused_ = false;
+            if (curl_easy_pause(easy_, CURLPAUSE_CONT) != CURLE_OK && !stopped_) {
+                return end(result, HttpOutcome::permanent, "libcurl failed");
+            }
+        }
         int running = 0;
         if (curl_multi_perform(multi_, &running) != CURLM_OK) {
             return end(result, HttpOutcome::permanent, "libcurl failed");
@@ -274,6 +280,11 @@ class HttpClient::Transfer {
     static std::size_t onBody(char* data, std::size_t one, std::size_t count, void* self) {
         auto* transfer = static_cast<Transfer*>(self);
         const std::string_view piece(data, one * count);
+        // One round of libcurl may read many buffers; each waits for its time.
+        if (transfer->pacer_.due() > Clock::now()) {
+            transfer->paused_ = true;
+            return CURL_WRITEFUNC_PAUSE;
+        }
         transfer->countBytes(piece.size());
         if (transfer->discarding_) return transfer->discard(piece.size());
         return transfer->guarded(
@@ -332,6 +343,7 @@ class HttpClient::Transfer {
     HttpHead head_;
     bool headEnded_ = false;
     bool discarding_ = false;
+    bool paused_ = false;
     bool stopped_ = false;
     std::uint64_t discarded_ = 0;
     std::uint64_t recent_ = 0;
