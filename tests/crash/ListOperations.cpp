@@ -1,6 +1,6 @@
-// Works on the buffered-patches list below a root folder until it is killed: adds, replaces and removes the entries of
-// its own patches ("churn-<n>.pkg") and their archives, and never touches another's.
-// usage: zelor_list_operations ROOT SEED
+// Works on the buffered-patches list below a root folder until it is killed: adds, replaces and removes the
+// entries of its own patches ("churn-<n>.pkg") and their archives, and never touches another's. usage:
+// zelor_list_operations ROOT SEED
 
 #include <cstdio>
 #include <cstdlib>
@@ -30,7 +30,8 @@ int main(int argc, char** argv) {
         if (random() % 3 == 0) {
             manager.cleanupBufferedPatch(patch, "");
         } else {
-            zelor::test::writeFile(configuration->getBufferPatchesDir() + "/churn-" + number + "-.zip", "archive");
+            zelor::test::writeFile(configuration->getBufferPatchesDir() + "/churn-" + number + "-.zip",
+                                   "archive");
             manager.addPatchBufferedEntry(patch, "0123456789abcdef0123456789abcdef", list);
         }
     }

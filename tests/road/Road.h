@@ -1,0 +1,134 @@
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "agent/ContentCacheControl.h"
+#include "authoring/StaticServer.h"
+#include "platform/SystemRoot.h"
+#include "remediation/RemediationManager.h"
+#include "tests/support/ArchiveBuilder.h"
+#include "tests/support/SigningKey.h"
+#include "tests/support/TempDir.h"
+
+namespace zelor::test {
+
+/// The whole road of a request: the library and the default agent below a temporary root, and a repository
+/// with real signatures behind a real web server that can be told to misbehave.
+class Road {
+  public:
+    using Map = std::map<std::string, unsigned long>;
+
+    Road() : oldRoot_(getSystemRoot()) {
+        setSystemRoot(dir.path().string());
+        writeFile(dir / "repo/speed.bin", std::string(65536, 's'));
+        writeFile(dir / "etc/zelor/repository.pem", key.publicPem());
+        for (const char* folder : {"content", "opt", "var/zelor/unzip", "var/zelor/buffer", "Applications"}) {
+            boost::filesystem::create_directories(dir.path() / folder);
+        }
+        StaticServerOptions options;
+        options.folder = dir / "repo";
+        options.fault = [this](const ServerRequest& request) { return faultFor(request); };
+        options.answered = [this](const ServerRequest& request, int status) { note(request, status); };
+        server_ = std::make_unique<StaticServer>(std::move(options));
+        writeFile(dir / "etc/zelor/zelor.ini",
+                  "[Repository]\nUrl = " + server_->url() +
+                      "\nTrustedKey = /etc/zelor/repository.pem\n[Buffer]\nSpeedPercent = "
+                      "100\n");
+    }
+    ~Road() {
+        server_.reset();
+        setSystemRoot(oldRoot_);
+    }
+    Road(const Road&) = delete;
+    Road& operator=(const Road&) = delete;
+
+    /// Content for one identifier with one ERI ("ERI-<identifier>") that names `patchId`.
+    void addContent(const std::string& identifier, const std::string& patchId, const std::string& more = "") {
+        addContentText(identifier, "<remediation identifier=\"" + identifier + "\"><cre id=\"CRE-" +
+                                       identifier + "\"><eri id=\"ERI-" + identifier +
+                                       "\"><product>cpe:/a:example:x</product><patch id=\"" + patchId +
+                                       "\" size=\"1 KB\" md5=\"00\"/>" + more + "</eri></cre></remediation>");
+    }
+    void addContentText(const std::string& identifier, const std::string& xml) {
+        writeFile(dir / ("repo/content/" + identifier + ".xml"), xml);
+        writeFile(dir / ("repo/content/" + identifier + ".xml.sig"), key.sign(xml));
+    }
+    /// A script as the author's tool publishes it.
+    void addScript(const std::string& identifier, const std::string& stem, const std::string& text) {
+        addContent(identifier, stem + ".sh");
+        addArchive(stem,
+                   ArchiveBuilder().file(stem + ".sh", text).file(stem + ".sig", key.sign(text)).finish());
+    }
+    void addArchive(const std::string& stem, const std::string& bytes) {
+        writeFile(dir / ("repo/patches/" + stem + ".zip"), bytes);
+    }
+
+    /// A whole run on a manager of its own.
+    Map run(const std::map<std::string, std::string>& requests) {
+        startNewRun();
+        RemediationManager manager(dir / "opt");
+        manager.setContentDownloadDir(dir / "content");
+        manager.setovalIdMap(requests);
+        manager.remediate(true);
+        while (!manager.getRemDone())
+            boost::this_thread::yield();
+        return manager.getRemediationProgressMap();
+    }
+
+    std::string log() const { return readFile(dir / "var/log/zelor/remediation.log"); }
+    bool logged(const std::string& part) const { return log().find(part) != std::string::npos; }
+    std::string record() const { return readFile(dir / "var/log/zelor/ZelorInstalledPatches.txt"); }
+
+    /// The faults of the next requests for paths that contain the text, first come first served.
+    void addFault(const std::string& path, const ServerFault& fault) {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        faults_[path].push_back(fault);
+    }
+    /// "GET /patches/x.zip 200", with "range bytes=..." behind it when one was asked for.
+    std::vector<std::string> takeAnswers() {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        return std::move(answers_);
+    }
+    int countAnswers(const std::string& part) const {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        int count = 0;
+        for (const std::string& answer : answers_)
+            count += answer.find(part) != std::string::npos ? 1 : 0;
+        return count;
+    }
+
+    TempDir dir;
+    SigningKey key = SigningKey::ec();
+
+  private:
+    ServerFault faultFor(const ServerRequest& request) {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        for (auto& [path, queue] : faults_) {
+            if (request.path.find(path) == std::string::npos || queue.empty()) continue;
+            const ServerFault fault = queue.front();
+            queue.erase(queue.begin());
+            return fault;
+        }
+        return {};
+    }
+    void note(const ServerRequest& request, int status) {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        answers_.push_back(request.method + " " + request.path + " " + std::to_string(status) +
+                           (request.range.empty() ? "" : " range " + request.range) +
+                           (request.ifRange.empty() ? "" : " bound"));
+    }
+
+    mutable std::mutex mutex_;
+    std::map<std::string, std::vector<ServerFault>> faults_;
+    std::vector<std::string> answers_;
+    std::unique_ptr<StaticServer> server_;
+    std::string oldRoot_;
+};
+
+}  // namespace zelor::test

@@ -1,0 +1,161 @@
+#include <gtest/gtest.h>
+
+#include "tests/road/Road.h"
+
+using zelor::ServerFault;
+using zelor::test::ArchiveBuilder;
+using zelor::test::Road;
+
+namespace {
+
+using Map = Road::Map;
+
+ServerFault status(int code) {
+    ServerFault fault;
+    fault.status = code;
+    return fault;
+}
+
+ServerFault dropAfter(std::uint64_t bytes) {
+    ServerFault fault;
+    fault.dropAfter = bytes;
+    return fault;
+}
+
+TEST(RoadOfARequest, FromTheMapToAScriptThatRan) {
+    Road road;
+    const std::string mark = road.dir / "mark";
+    road.addScript("CCE-1", "harden-1.0", "echo done >> '" + mark + "'");
+    road.addScript("CCE-2", "fails", "exit 1");
+    EXPECT_EQ(
+        road.run({{"cpe:/o:apple:mac_os_x||", "CCE-1"}, {"cpe:/o:x||", "CCE-2"}, {"cpe:/o:y||", "CCE-404"}}),
+        (Map{{"cpe:/o:apple:mac_os_x||", 4}, {"cpe:/o:x||", 5}, {"cpe:/o:y||", 6}}));
+    EXPECT_EQ(zelor::test::readFile(mark), "done\n");
+    EXPECT_EQ(road.record(), "ERI-CCE-1\n");
+    EXPECT_TRUE(boost::filesystem::is_empty(road.dir.path() / "content"));
+
+    road.takeAnswers();
+    EXPECT_EQ(road.run({{"cpe:/o:apple:mac_os_x||", "CCE-1"}}), (Map{{"cpe:/o:apple:mac_os_x||", 4}}));
+    EXPECT_EQ(road.countAnswers("/patches/"), 0) << "what is applied is not fetched again";
+    EXPECT_EQ(zelor::test::readFile(mark), "done\n");
+}
+
+TEST(RoadOfARequest, SurvivesAnUnsteadyNetwork) {
+    Road road;
+    std::string large = "exit 0\n#";
+    for (unsigned seed = 1; large.size() < 400000; seed = seed * 1664525U + 1013904223U) {
+        large += static_cast<char>('!' + (seed >> 16U) % 90);
+    }
+    road.addScript("CCE-1", "busy", "exit 0");
+    road.addScript("CCE-2", "dropped", large);
+    road.addScript("CCE-3", "short", large);
+    road.addFault("/patches/busy.zip", status(500));
+    road.addFault("/patches/dropped.zip", dropAfter(100000));
+    ServerFault lie;
+    lie.announcedLength = 9000000;
+    for (int i = 0; i < 10; ++i)
+        road.addFault("/patches/short.zip", lie);
+    EXPECT_EQ(road.run({{"1||", "CCE-1"}, {"2||", "CCE-2"}, {"3||", "CCE-3"}}),
+              (Map{{"1||", 4}, {"2||", 4}, {"3||", 12}}));
+    EXPECT_EQ(road.countAnswers("GET /patches/busy.zip"), 2);
+    EXPECT_EQ(road.countAnswers("GET /patches/dropped.zip 206 range bytes=100000- bound"), 1) << road.log();
+}
+
+TEST(RoadOfARequest, RunsNothingThatIsNotTrusted) {
+    Road road;
+    const std::string pwned = road.dir / "pwned";
+    const std::string evil = "touch '" + pwned + "'";
+    const std::string good = "exit 0";
+    const auto other = zelor::test::SigningKey::ec();
+    struct {
+        std::string name;
+        std::string archive;
+        std::string reason;  ///< what the log has to say about it
+    } rows[] = {
+        {"tampered",
+         ArchiveBuilder().file("tampered.sh", evil).file("tampered.sig", road.key.sign(good)).finish(),
+         "Signature"},
+        {"foreign", ArchiveBuilder().file("foreign.sh", evil).file("foreign.sig", other.sign(evil)).finish(),
+         "Signature"},
+        {"unsigned", ArchiveBuilder().file("unsigned.sh", evil).finish(), "unsigned.sig"},
+        {"empty", ArchiveBuilder().file("empty.sh", evil).file("empty.sig", "").finish(), "is empty"},
+        {"corrupt", "PK\x03\x04 this is no archive", "corrupt.zip"},
+        {"dotdot", ArchiveBuilder().file("../../dotdot.sh", evil).finish(), ".."},
+        {"absolute", ArchiveBuilder().file(road.dir / "absolute.sh", evil).finish(), "absolute"},
+        {"link", ArchiveBuilder().link("link.sh", road.dir / "outside.sh").finish(), "link"},
+    };
+    std::map<std::string, std::string> requests;
+    for (const auto& row : rows) {
+        road.addContent("CCE-" + row.name, row.name + ".sh");
+        road.addArchive(row.name, row.archive);
+        requests[row.name + "||"] = "CCE-" + row.name;
+    }
+    zelor::test::writeFile(road.dir / "outside.sh", evil);
+    const Map results = road.run(requests);
+    for (const auto& row : rows) {
+        EXPECT_EQ(results.at(row.name + "||"), 12U) << row.name;
+        EXPECT_TRUE(road.logged(row.reason)) << row.name << road.log();
+    }
+    EXPECT_FALSE(boost::filesystem::exists(pwned));
+    EXPECT_FALSE(boost::filesystem::exists(road.dir / "dotdot.sh"));
+    EXPECT_FALSE(boost::filesystem::exists(road.dir / "absolute.sh"));
+    EXPECT_EQ(road.record(), "");
+}
+
+TEST(RoadOfARequest, TrustsNoContentWithoutItsSignature) {
+    Road road;
+    road.addScript("CCE-1", "one", "exit 0");
+    road.addScript("CCE-2", "two", "exit 0");
+    zelor::test::writeFile(road.dir / "repo/content/CCE-1.xml.sig",
+                           zelor::test::readFile(road.dir / "repo/content/CCE-2.xml.sig"));
+    EXPECT_EQ(road.run({{"1||", "CCE-1"}, {"2||", "CCE-2"}, {"3||", "../CCE-2"}}),
+              (Map{{"1||", 6}, {"2||", 4}, {"3||", 6}}));
+}
+
+TEST(RoadOfARequest, BuffersThenAppliesWithoutADownload) {
+    Road road;
+    road.addContent("CCE-1", "tool.bsh");
+    road.addArchive(
+        "tool",
+        ArchiveBuilder().file("tool.bsh", "exit 0").file("tool.sig", road.key.sign("exit 0")).finish());
+    RemediationManager job(road.dir / "opt");
+    job.bufferPatches({{"1||", "CCE-1"}});
+    EXPECT_EQ(zelor::test::readFile(road.dir / "var/zelor/unzip/bufferdPatchesList.txt"), "tool.bsh=00\n")
+        << road.log();
+    road.takeAnswers();
+    EXPECT_EQ(road.run({{"1||", "CCE-1"}}), (Map{{"1||", 4}}));
+    EXPECT_EQ(road.countAnswers("/patches/"), 0);
+    EXPECT_EQ(zelor::test::readFile(road.dir / "var/zelor/unzip/bufferdPatchesList.txt"), "");
+    EXPECT_TRUE(boost::filesystem::is_empty(road.dir.path() / "var/zelor/buffer"));
+}
+
+// Several getters polled from a controller's thread while the real agent works; the sanitizers watch.
+TEST(RoadOfARequest, IsPolledAndCancelledFromOtherThreads) {
+    Road road;
+    for (int i = 0; i < 5; ++i)
+        road.addScript("CCE-" + std::to_string(i), "s" + std::to_string(i), "exit 0");
+    ServerFault stall;
+    stall.stallAfter = 10;
+    road.addFault("/patches/s3.zip", stall);
+    RemediationManager manager(road.dir / "opt");
+    manager.setContentDownloadDir(road.dir / "content");
+    std::map<std::string, std::string> requests;
+    for (int i = 0; i < 5; ++i)
+        requests[std::to_string(i) + "||"] = "CCE-" + std::to_string(i);
+    manager.setovalIdMap(requests);
+    manager.remediate(true);
+    boost::thread poller([&] {
+        while (!manager.getRemDone()) {
+            const Map progress = manager.getRemediationProgressMap();
+            const auto third = progress.find("3||");
+            if (third != progress.end() && third->second == 1) manager.setCancelAllRem(true);
+            manager.getAllRemFailed();
+            manager.getRebootNeeded();
+        }
+    });
+    poller.join();
+    EXPECT_EQ(manager.getRemediationProgressMap(),
+              (Map{{"0||", 4}, {"1||", 4}, {"2||", 4}, {"3||", 13}, {"4||", 13}}));
+}
+
+}  // namespace
