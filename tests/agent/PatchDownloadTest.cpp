@@ -1,0 +1,381 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <boost/thread/thread.hpp>
+#include <condition_variable>
+#include <mutex>
+
+#include "agent/DownloadProgress.h"
+#include "agent/PatchDownload.h"
+#include "collaborators/DownloadManager.h"
+#include "collaborators/RemediationResourceDownloader.h"
+#include "platform/SystemRoot.h"
+#include "support/RepositoryServer.h"
+
+namespace zelor {
+namespace {
+
+using std::chrono::milliseconds;
+using test::readFile;
+using test::writeFile;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+std::string randomBytes(std::size_t size, unsigned seed) {
+    std::string bytes(size, '\0');
+    for (char& byte : bytes)
+        byte = static_cast<char>((seed = seed * 1103515245U + 12345U) >> 16U);
+    return bytes;
+}
+
+struct PatchDownloadTest : testing::Test {
+    test::TempDir root;
+    test::RepositoryServer server;
+    HttpClient client;
+    DownloadPolicy policy;
+    std::string bytes = randomBytes(300'000, 1);
+
+    PatchDownloadTest() {
+        setSystemRoot(root.path().string());
+        configure(server.url());
+        server.publish("patches/editor 2.1.zip", bytes);
+        policy.retry.firstPause = milliseconds(1);
+        policy.retry.longestPause = milliseconds(2);
+    }
+    void configure(const std::string& url) {
+        writeFile(root / "etc/zelor/zelor.ini", "[Repository]\nUrl = " + url + "\n");
+    }
+    DownloadResult run() {
+        return PatchDownload({server.url() + "/patches/editor%202.1.zip", "editor 2.1.zip",
+                              root / "opt/partial", archive(), 0},
+                             policy, client)
+            .run();
+    }
+    std::string archive() { return root / "content/editor 2.1.zip"; }
+    std::string partial() { return root / "opt/partial/editor 2.1.zip.part"; }
+    bool arrived() { return readFile(archive()) == bytes; }
+    std::string logText() { return readFile(root / "var/log/zelor/remediation.log"); }
+
+    /// The first request gets that fault, the later ones none.
+    void firstMeets(const ServerFault& fault) {
+        server.onRequest(
+            [=](const ServerRequest&, int number) { return number == 0 ? fault : ServerFault(); });
+    }
+    static ServerFault dropAfter(std::uint64_t sent) {
+        ServerFault fault;
+        fault.dropAfter = sent;
+        return fault;
+    }
+    /// Leaves the first `sent` bytes behind as a partial file.
+    void leavePartial(std::uint64_t sent) {
+        const int attempts = std::exchange(policy.retry.attempts, 1);
+        server.onRequest([=](const ServerRequest&, int) { return dropAfter(sent); });
+        ASSERT_EQ(run(), DownloadResult::failed);
+        ASSERT_TRUE(readFile(partial()) == bytes.substr(0, sent));
+        policy.retry.attempts = attempts;
+        server.behave();
+        server.takeLog();
+    }
+    static mode_t modeOf(const std::string& path) {
+        struct stat status {};
+        return ::stat(path.c_str(), &status) == 0 ? status.st_mode & 0777U : 0;
+    }
+};
+
+TEST_F(PatchDownloadTest, ACompleteArchiveIsMovedIntoPlaceForThisUserAlone) {
+    EXPECT_EQ(run(), DownloadResult::done);
+    EXPECT_TRUE(arrived());
+    EXPECT_EQ(modeOf(archive()), 0600U);
+    EXPECT_EQ(modeOf(root / "opt/partial"), 0700U);
+    EXPECT_TRUE(boost::filesystem::is_empty(root / "opt/partial"));
+    const DownloadSnapshot progress = DownloadProgress::instance().snapshot();
+    EXPECT_FALSE(progress.active);
+    EXPECT_EQ(progress.resource, "editor 2.1.zip");
+    EXPECT_EQ(progress.bytesDone, bytes.size());
+    EXPECT_EQ(progress.bytesTotal, bytes.size());
+}
+
+TEST_F(PatchDownloadTest, StatusesThatMayPassAreTriedAgain) {
+    for (const int status : {408, 429, 500, 502, 503}) {
+        ServerFault fault;
+        fault.status = status;
+        fault.headers = {{"Retry-After", status == 429 ? "3600" : "Sun, 06 Nov 1994 08:49:37 GMT"}};
+        firstMeets(fault);
+        EXPECT_EQ(run(), DownloadResult::done) << status;
+        EXPECT_EQ(server.takeLog().size(), 2U) << status;
+    }
+    server.answerAll(500);
+    EXPECT_EQ(run(), DownloadResult::failed);
+    EXPECT_EQ(server.takeLog().size(), 5U);
+    EXPECT_THAT(logText(), HasSubstr("answered 500; gave up after 5 attempts"));
+}
+
+TEST_F(PatchDownloadTest, StatusesThatStayFailAtOnceAndNameTheRemedy) {
+    for (const int status : {400, 401, 403, 404, 410, 416, 304}) {
+        server.answerAll(status);
+        EXPECT_EQ(run(), DownloadResult::failed) << status;
+        EXPECT_EQ(server.takeLog().size(), 1U) << status;
+        EXPECT_FALSE(boost::filesystem::exists(archive()));
+        EXPECT_TRUE(boost::filesystem::is_empty(root / "opt/partial")) << status;
+    }
+    EXPECT_THAT(logText(),
+                AllOf(HasSubstr("[Downloader] cannot fetch " + server.url() + "/patches/editor%202.1.zip"),
+                      HasSubstr("answered 404; publish the archive")));
+}
+
+TEST_F(PatchDownloadTest, ADroppedTransferGoesOnWhereItStopped) {
+    firstMeets(dropAfter(100'000));
+    EXPECT_EQ(run(), DownloadResult::done);
+    EXPECT_TRUE(arrived());
+    const auto log = server.takeLog();
+    ASSERT_EQ(log.size(), 2U);
+    EXPECT_EQ(log[1].request.range, "bytes=100000-");
+    EXPECT_THAT(log[1].request.ifRange, testing::StartsWith("\""));
+    EXPECT_EQ(log[1].status, 206);
+}
+
+TEST_F(PatchDownloadTest, ProgressBuysMoreAttemptsThanStandingStill) {
+    server.onRequest([](const ServerRequest&, int) { return dropAfter(20'000); });
+    EXPECT_EQ(run(), DownloadResult::done);
+    EXPECT_EQ(server.takeLog().size(), 15U);
+    EXPECT_TRUE(arrived());
+}
+
+TEST_F(PatchDownloadTest, ALaterRunResumesAndBeginsAnewForAnotherVersion) {
+    leavePartial(100'000);
+    EXPECT_EQ(run(), DownloadResult::done);
+    EXPECT_EQ(server.takeLog().at(0).status, 206);
+    EXPECT_TRUE(arrived());
+
+    leavePartial(100'000);
+    bytes = randomBytes(250'000, 2);
+    server.publish("patches/editor 2.1.zip", bytes);
+    EXPECT_EQ(run(), DownloadResult::done);
+    const auto log = server.takeLog();
+    EXPECT_EQ(log.at(0).request.range, "bytes=100000-");
+    EXPECT_EQ(log.at(0).status, 200);
+    EXPECT_TRUE(arrived());
+}
+
+TEST_F(PatchDownloadTest, ACompletePartialFileIsConfirmedWithItsLastByte) {
+    leavePartial(100'000);
+    writeFile(partial(), bytes);
+    EXPECT_EQ(run(), DownloadResult::done);
+    EXPECT_EQ(server.takeLog().at(0).request.range, "bytes=299999-");
+    EXPECT_TRUE(arrived());
+}
+
+TEST_F(PatchDownloadTest, APartThatCannotBelongToTheseBytesIsFetchedFromItsStart) {
+    struct Case {
+        const char* what;
+        ServerFault fault;
+    };
+    std::vector<Case> cases(4);
+    cases[0].what = "range not satisfiable";
+    cases[0].fault.status = 416;
+    cases[1].what = "starts elsewhere";
+    cases[1].fault.contentRange = "bytes 0-199999/300000";
+    cases[2].what = "no range said";
+    cases[2].fault.contentRange = "nonsense";
+    cases[3].what = "another size";
+    cases[3].fault.contentRange = "bytes 100000-299999/300001";
+    for (const Case& one : cases) {
+        leavePartial(100'000);
+        firstMeets(one.fault);
+        EXPECT_EQ(run(), DownloadResult::done) << one.what;
+        const auto log = server.takeLog();
+        ASSERT_EQ(log.size(), 2U) << one.what;
+        EXPECT_EQ(log[1].request.range, "") << one.what;
+        EXPECT_TRUE(arrived()) << one.what;
+    }
+    leavePartial(100'000);
+    server.answerAll(416);
+    EXPECT_EQ(run(), DownloadResult::failed);
+    EXPECT_EQ(server.takeLog().size(), 2U);
+}
+
+TEST_F(PatchDownloadTest, ABodyShorterThanAnnouncedIsNoArchive) {
+    ServerFault longer;
+    longer.announcedLength = bytes.size() + 5;
+    server.onRequest([=](const ServerRequest&, int) { return longer; });
+    policy.retry.attempts = 3;
+    EXPECT_EQ(run(), DownloadResult::failed);
+    EXPECT_FALSE(boost::filesystem::exists(archive()));
+}
+
+TEST_F(PatchDownloadTest, AnAnswerWithoutALengthEndsWithItsLastChunk) {
+    ServerFault chunked;
+    chunked.withoutLength = true;
+    server.onRequest([=](const ServerRequest&, int) { return chunked; });
+    EXPECT_EQ(run(), DownloadResult::done);
+    EXPECT_TRUE(arrived());
+
+    chunked.dropAfter = 1000;
+    firstMeets(chunked);
+    EXPECT_EQ(run(), DownloadResult::done);
+    EXPECT_TRUE(arrived());
+}
+
+TEST_F(PatchDownloadTest, AStalledTransferIsGivenUpAndResumed) {
+    ServerFault stall;
+    stall.stallAfter = 50'000;
+    firstMeets(stall);
+    policy.limits.stallTime = milliseconds(200);
+    EXPECT_EQ(run(), DownloadResult::done);
+    EXPECT_EQ(server.takeLog().at(1).request.range, "bytes=50000-");
+}
+
+TEST_F(PatchDownloadTest, RedirectsLeadToWebServersOnlyAndNotForever) {
+    test::RepositoryServer other;
+    other.publish("elsewhere.zip", bytes);
+    ServerFault moved;
+    moved.status = 302;
+    moved.headers = {{"Location", other.url() + "/elsewhere.zip"}};
+    firstMeets(moved);
+    EXPECT_EQ(run(), DownloadResult::done);
+    EXPECT_TRUE(arrived());
+    boost::filesystem::remove(archive());
+
+    writeFile(root / "secret", "not for fetching");
+    for (const std::string& target : {"file://" + (root / "secret"), std::string("ftp://127.0.0.1/x")}) {
+        server.answerAll(301, {{"Location", target}});
+        EXPECT_EQ(run(), DownloadResult::failed) << target;
+        EXPECT_FALSE(boost::filesystem::exists(archive()));
+    }
+    EXPECT_THAT(logText(), HasSubstr("only http and https are fetched"));
+    server.takeLog();
+    server.answerAll(302, {{"Location", "/patches/editor%202.1.zip"}});
+    EXPECT_EQ(run(), DownloadResult::failed);
+    EXPECT_EQ(server.takeLog().size(), 6U);
+    EXPECT_THAT(logText(), HasSubstr("more than 5 redirects"));
+}
+
+TEST_F(PatchDownloadTest, InterruptionStopsAStalledTransferAndAPauseAndKeepsThePartialFile) {
+    ServerFault stall;
+    stall.stallAfter = 50'000;
+    ServerFault later;
+    later.status = 503;
+    later.headers = {{"Retry-After", "3000"}};
+    policy.retry.longestPause = std::chrono::hours(1);
+    for (const ServerFault& second : {stall, later}) {
+        server.onRequest(
+            [=](const ServerRequest&, int number) { return number == 0 ? dropAfter(40'000) : second; });
+        DownloadResult result = DownloadResult::done;
+        boost::thread thread([&] { result = run(); });
+        std::size_t requests = 0;
+        while ((requests += server.takeLog().size()) < 2)
+            boost::this_thread::yield();
+        thread.interrupt();
+        thread.join();
+        EXPECT_EQ(result, DownloadResult::interrupted);
+        EXPECT_GE(readFile(partial()).size(), 40'000U);
+        boost::filesystem::remove(partial());
+    }
+}
+
+TEST_F(PatchDownloadTest, AFullDiskIsSeenBeforeTheFirstByte) {
+    policy.freeBytes = [this](const std::string&) -> std::uint64_t { return bytes.size() - 1; };
+    EXPECT_EQ(run(), DownloadResult::failed);
+    EXPECT_THAT(logText(), HasSubstr("needs 300000 free bytes and has 299999; make room there"));
+    EXPECT_TRUE(boost::filesystem::is_empty(root / "opt/partial"));
+
+    policy.freeBytes = &freeBytes;
+    leavePartial(100'000);
+    policy.freeBytes = [](const std::string&) -> std::uint64_t { return 200'000; };
+    EXPECT_EQ(run(), DownloadResult::done) << "only what is missing needs room";
+}
+
+TEST_F(PatchDownloadTest, WhatStandsInThePartialFilesPlaceIsNeitherFollowedNorShared) {
+    writeFile(root / "victim", "untouched");
+    boost::filesystem::create_directories(root / "opt/partial");
+    ASSERT_EQ(::symlink((root / "victim").c_str(), partial().c_str()), 0);
+    EXPECT_EQ(run(), DownloadResult::failed);
+    ::unlink(partial().c_str());
+    ASSERT_EQ(::link((root / "victim").c_str(), partial().c_str()), 0);
+    EXPECT_EQ(run(), DownloadResult::failed);
+    EXPECT_EQ(readFile(root / "victim"), "untouched");
+    ::unlink(partial().c_str());
+    {
+        const PartialFile held(root / "opt/partial", "editor 2.1.zip");
+        EXPECT_EQ(run(), DownloadResult::failed);
+        EXPECT_THAT(logText(), HasSubstr("is being downloaded by another process or thread"));
+    }
+    EXPECT_THAT(server.takeLog(), IsEmpty());
+
+    boost::filesystem::rename(root / "opt/partial", root / "opt/elsewhere");
+    boost::filesystem::create_directory_symlink(root / "opt/elsewhere", root / "opt/partial");
+    EXPECT_EQ(run(), DownloadResult::failed);
+}
+
+TEST_F(PatchDownloadTest, TheDownloaderNamesTheArchiveAndRefusesOtherNames) {
+    auto* downloader = RemediationResourceDownloader::GetInstance();
+    std::string path = archive();
+    EXPECT_EQ(downloader->getResource("editor 2.1", path, ".pkg", root / "opt/", false, 0), 0);
+    EXPECT_TRUE(arrived());
+    server.takeLog();
+    for (const std::string& stem :
+         std::vector<std::string>{"", ".", "..", "a/b", "../a", "a\nb", "a\x7f", std::string("a\0b", 3)}) {
+        EXPECT_EQ(downloader->getResource(stem, path, ".pkg", root / "opt", false, 0), -1);
+    }
+    configure("");
+    EXPECT_EQ(downloader->getResource("editor", path, ".pkg", root / "opt", false, 0), -1);
+    EXPECT_THAT(logText(), HasSubstr("Repository.Url is not set"));
+    EXPECT_THAT(server.takeLog(), IsEmpty());
+}
+
+TEST_F(PatchDownloadTest, BandwidthIsMeasuredFromSpeedBin) {
+    DownloadManager manager(root / "opt", false);
+    int status = -1;
+    EXPECT_EQ(manager.GetDownloadSpeed(status), 0U);
+    EXPECT_EQ(status, 404);
+    server.publish("speed.bin", "");
+    EXPECT_EQ(manager.GetDownloadSpeed(status), 0U);
+    EXPECT_NE(status, 200);
+    server.publish("speed.bin", bytes);
+    EXPECT_GT(manager.GetDownloadSpeed(status), 0U);
+    EXPECT_EQ(status, 200);
+    server.stop();
+    EXPECT_EQ(manager.GetDownloadSpeed(status), 0U);
+    EXPECT_EQ(status, 0);
+}
+
+TEST(DownloadDecisionsTest, PausesGrowAndHonourTheServerWithinBounds) {
+    const RetryPolicy policy;
+    EXPECT_EQ(pauseAfter(1, milliseconds(0), policy, 0.5), milliseconds(1000));
+    EXPECT_EQ(pauseAfter(3, milliseconds(0), policy, 0.5), milliseconds(4000));
+    EXPECT_EQ(pauseAfter(1, milliseconds(0), policy, 0), milliseconds(800));
+    EXPECT_EQ(pauseAfter(2, milliseconds(30'000), policy, 0), milliseconds(30'000));
+    EXPECT_EQ(pauseAfter(500, milliseconds(0), policy, 0.99), milliseconds(60'000));
+    const std::time_t now = 784111777;  // Sun, 06 Nov 1994 08:49:37 GMT
+    const std::pair<const char*, int> asked[] = {{"", 0},
+                                                 {"0", 0},
+                                                 {"7", 7},
+                                                 {"-7", 0},
+                                                 {"7x", 0},
+                                                 {"soon", 0},
+                                                 {"99999999999999999999", 86400},
+                                                 {"Sun, 06 Nov 1994 08:49:50 GMT", 13},
+                                                 {"Sun, 06 Nov 1994 08:40:00 GMT", 0}};
+    for (const auto& [header, seconds] : asked)
+        EXPECT_EQ(retryAfter(header, now), std::chrono::seconds(seconds)) << header;
+}
+
+TEST(DownloadDecisionsTest, OnlyAValidatorOfOneVersionBindsAResumption) {
+    const auto validator = [](const std::string& etag, const std::string& modified, const std::string& date) {
+        return resumptionValidator({200, {{"etag", etag}, {"last-modified", modified}, {"date", date}}});
+    };
+    const std::string old = "Sun, 06 Nov 1994 08:49:37 GMT";
+    const std::string later = "Sun, 06 Nov 1994 09:49:37 GMT";
+    EXPECT_EQ(validator("\"x\"", old, later), "\"x\"");
+    EXPECT_EQ(validator("W/\"x\"", old, later), old);
+    EXPECT_EQ(validator("", old, later), old);
+    EXPECT_EQ(validator("", old, old), "");
+    EXPECT_EQ(validator("", old, ""), "");
+    EXPECT_EQ(validator("W/\"x\"", "", later), "");
+}
+
+}  // namespace
+}  // namespace zelor

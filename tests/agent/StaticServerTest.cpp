@@ -1,0 +1,93 @@
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "agent/HttpClient.h"
+#include "authoring/HttpConditions.h"
+#include "authoring/StaticServer.h"
+#include "support/RepositoryServer.h"
+
+namespace zelor {
+namespace {
+
+TEST(HttpConditionsTest, RangesAndConditionsSelectTheBytes) {
+    const FileVersion file{100, 784111777, "\"v1\""};
+    const std::string date = "Sun, 06 Nov 1994 08:49:37 GMT";
+    const std::string older = "Sun, 06 Nov 1994 08:49:36 GMT";
+    struct Case {
+        RequestConditions asked;
+        Selection selection;
+        std::uint64_t offset;
+        std::uint64_t length;
+    };
+    const Case cases[] = {
+        {{"", "", "", ""}, Selection::whole, 0, 100},
+        {{"bytes=0-9", "", "", ""}, Selection::part, 0, 10},
+        {{"bytes=90-", "", "", ""}, Selection::part, 90, 10},
+        {{"bytes=90-500", "", "", ""}, Selection::part, 90, 10},
+        {{"bytes=-30", "", "", ""}, Selection::part, 70, 30},
+        {{"bytes=-300", "", "", ""}, Selection::part, 0, 100},
+        {{"bytes=-0", "", "", ""}, Selection::unsatisfiable, 0, 0},
+        {{"bytes=100-", "", "", ""}, Selection::unsatisfiable, 0, 0},
+        {{"bytes=9-0", "", "", ""}, Selection::whole, 0, 100},
+        {{"bytes=-", "", "", ""}, Selection::whole, 0, 100},
+        {{"bytes=0-1,3-4", "", "", ""}, Selection::whole, 0, 100},
+        {{"bytes=99999999999999999999-", "", "", ""}, Selection::whole, 0, 100},
+        {{"lines=0-9", "", "", ""}, Selection::whole, 0, 100},
+        {{"bytes=5-9", "\"v1\"", "", ""}, Selection::part, 5, 5},
+        {{"bytes=5-9", date, "", ""}, Selection::part, 5, 5},
+        {{"bytes=5-9", "\"v2\"", "", ""}, Selection::whole, 0, 100},
+        {{"bytes=5-9", "W/\"v1\"", "", ""}, Selection::whole, 0, 100},
+        {{"bytes=5-9", older, "", ""}, Selection::whole, 0, 100},
+        {{"", "", "\"v1\"", ""}, Selection::notModified, 0, 0},
+        {{"", "", "\"v0\", W/\"v1\"", ""}, Selection::notModified, 0, 0},
+        {{"", "", "*", ""}, Selection::notModified, 0, 0},
+        {{"", "", "\"v0\"", date}, Selection::whole, 0, 100},
+        {{"", "", "", date}, Selection::notModified, 0, 0},
+        {{"", "", "", older}, Selection::whole, 0, 100},
+        {{"", "", "", "yesterday"}, Selection::whole, 0, 100},
+    };
+    for (const Case& one : cases) {
+        const Answer answer = selectAnswer(one.asked, file);
+        const std::string what = one.asked.range + one.asked.ifRange + one.asked.ifNoneMatch;
+        EXPECT_EQ(answer.selection, one.selection) << what;
+        EXPECT_EQ(answer.offset, one.offset) << what;
+        EXPECT_EQ(answer.length, one.length) << what;
+    }
+}
+
+struct StaticServerTest : testing::Test {
+    test::TempDir outside;
+    test::RepositoryServer server;
+    HttpClient client;
+    std::string body;
+
+    HttpResult get(const std::string& path) {
+        body.clear();
+        HttpRequest request;
+        request.url = server.url() + path;
+        request.onBody = [this](std::string_view piece) {
+            body += piece;
+            return true;
+        };
+        return client.perform(request);
+    }
+};
+
+TEST_F(StaticServerTest, NothingOutsideTheFolderIsServed) {
+    test::writeFile(outside / "secret", "secret");
+    server.publish("a b/plain", "plain");
+    server.publish(".hidden", "hidden");
+    EXPECT_EQ(::symlink((outside / "secret").c_str(), server.path("link").c_str()), 0);
+    EXPECT_EQ(::symlink(outside.path().c_str(), server.path("linked").c_str()), 0);
+    EXPECT_EQ(::mkfifo(server.path("fifo").c_str(), 0600), 0);
+    EXPECT_EQ(get("/a%20b//plain").head.status, 200);
+    EXPECT_EQ(body, "plain");
+    for (const std::string path :
+         {"/", "/a%20b", "/a%20b/", "/link", "/linked/secret", "/.hidden", "/fifo", "/a%20b/%2e%2e/.hidden",
+          "/a%20b%2fplain", "/a%20b/plain%00", "/%zz", "/a%2"}) {
+        EXPECT_EQ(get(path).head.status, 404) << path;
+    }
+}
+
+}  // namespace
+}  // namespace zelor

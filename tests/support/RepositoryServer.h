@@ -1,0 +1,75 @@
+#pragma once
+
+#include <functional>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "authoring/StaticServer.h"
+#include "support/TempDir.h"
+
+namespace zelor::test {
+
+/// A repository on loopback that keeps account of what was asked and misbehaves on demand.
+class RepositoryServer {
+  public:
+    struct Line {
+        ServerRequest request;
+        int status = 0;
+    };
+
+    RepositoryServer() : server_(std::make_unique<StaticServer>(options())) {}
+
+    std::string url() const { return server_->url(); }
+    void stop() { server_.reset(); }
+    std::string path(const std::string& name) const { return folder_ / name; }
+    void publish(const std::string& path, const std::string& bytes) { writeFile(folder_ / path, bytes); }
+    void withdraw(const std::string& path) { boost::filesystem::remove(folder_ / path); }
+
+    /// Sets what becomes of each later request; `number` counts them from 0.
+    void onRequest(std::function<ServerFault(const ServerRequest&, int number)> fault) {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        fault_ = std::move(fault);
+        number_ = 0;
+    }
+    void answerAll(int status, HttpHeaders headers = {}) {
+        onRequest([=](const ServerRequest&, int) {
+            ServerFault fault;
+            fault.status = status;
+            fault.headers = headers;
+            return fault;
+        });
+    }
+    void behave() { onRequest(nullptr); }
+
+    /// What was asked since the last call.
+    std::vector<Line> takeLog() {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        return std::exchange(log_, {});
+    }
+
+  private:
+    StaticServerOptions options() {
+        StaticServerOptions options;
+        options.folder = folder_.path().string();
+        options.fault = [this](const ServerRequest& request) {
+            const std::lock_guard<std::mutex> lock(mutex_);
+            return fault_ ? fault_(request, number_++) : ServerFault();
+        };
+        options.answered = [this](const ServerRequest& request, int status) {
+            const std::lock_guard<std::mutex> lock(mutex_);
+            log_.push_back({request, status});
+        };
+        return options;
+    }
+
+    TempDir folder_;
+    std::mutex mutex_;
+    std::function<ServerFault(const ServerRequest&, int)> fault_;
+    int number_ = 0;
+    std::vector<Line> log_;
+    std::unique_ptr<StaticServer> server_;  ///< last: its threads use the rest
+};
+
+}  // namespace zelor::test
