@@ -3,7 +3,6 @@
 #include <archive.h>
 #include <archive_entry.h>
 #include <locale.h>
-#include <unistd.h>
 #ifdef __APPLE__
 #include <xlocale.h>
 #endif
@@ -50,16 +49,6 @@ class Utf8Names {
     locale_t locale_ = locale_t();
     locale_t previous_ = locale_t();
 };
-
-void writeAll(const FileHandle& file, const char* bytes, std::size_t size) {
-    while (size > 0) {
-        const ssize_t written = ::write(file.get(), bytes, size);
-        if (written < 0 && errno == EINTR) continue;
-        if (written < 0) throw std::runtime_error("cannot write the file: " + errorText(errno));
-        bytes += written;
-        size -= static_cast<std::size_t>(written);
-    }
-}
 
 /// One archive on its way into one folder.
 class Extraction {
@@ -130,7 +119,7 @@ class Extraction {
             tree_.addLink(path, target, time);
         } else if (type == AE_IFREG) {
             if (archive_entry_size_is_set(entry) != 0) requireRoom(archive_entry_size(entry));
-            FileHandle file = tree_.createFile(path);
+            UniqueFd file = tree_.createFile(path);
             copyData(file);
             ExtractionTree::finishFile(std::move(file), mode, time);
         } else {
@@ -138,7 +127,7 @@ class Extraction {
         }
     }
 
-    void copyData(const FileHandle& file) {
+    void copyData(const UniqueFd& file) {
         const void* bytes = nullptr;
         std::size_t size = 0;
         la_int64_t offset = 0;
@@ -147,7 +136,9 @@ class Extraction {
         while ((result = archive_read_data_block(reader_.get(), &bytes, &size, &offset)) == ARCHIVE_OK) {
             if (offset != expected) throw std::runtime_error("has holes");
             requireRoom(static_cast<la_int64_t>(size));
-            writeAll(file, static_cast<const char*>(bytes), size);
+            if (!writeAll(file.get(), {static_cast<const char*>(bytes), size})) {
+                throw std::runtime_error("cannot write the file: " + errorText(errno));
+            }
             expected += static_cast<la_int64_t>(size);
             unpacked_ += size;
         }
@@ -165,7 +156,7 @@ class Extraction {
 
     ExtractionTree& tree_;
     const ExtractionLimits& limits_;
-    FileHandle file_;  // outlives the reader, which reads from it
+    UniqueFd file_;  // outlives the reader, which reads from it
     Reader reader_;
     Allowance allowance_;
     std::string name_;

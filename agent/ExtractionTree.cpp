@@ -10,6 +10,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "agent/Files.h"
+
 namespace zelor {
 
 namespace {
@@ -33,8 +35,8 @@ std::array<timespec, 2> timesFor(const timespec& modified) {
 
 ExtractionTree::ExtractionTree(const std::string& destination) {
     if (!makeFolders(destination)) fail("cannot make the folder " + destination);
-    root_ = FileHandle(::open(destination.c_str(), folderFlags));
-    if (!root_.valid()) fail("cannot open the folder " + destination);
+    root_ = openFile(destination, folderFlags);
+    if (!root_) fail("cannot open the folder " + destination);
 }
 
 std::uint64_t ExtractionTree::freeBytes() const {
@@ -43,7 +45,7 @@ std::uint64_t ExtractionTree::freeBytes() const {
     return static_cast<std::uint64_t>(status.f_bavail) * status.f_frsize;
 }
 
-void ExtractionTree::makeFolder(const FileHandle& parent, const Path& path) {
+void ExtractionTree::makeFolder(const UniqueFd& parent, const Path& path) {
     if (::mkdirat(parent.get(), path.back().c_str(), 0700) == 0) {
         created_.push_back({path, true});
         folders_[path] = {impliedFolderMode, std::nullopt};
@@ -52,19 +54,19 @@ void ExtractionTree::makeFolder(const FileHandle& parent, const Path& path) {
     }
 }
 
-FileHandle ExtractionTree::walk(const Path& folder, bool make) {
-    FileHandle here(::openat(root_.get(), ".", folderFlags));
-    for (auto it = folder.begin(); here.valid() && it != folder.end(); ++it) {
+UniqueFd ExtractionTree::walk(const Path& folder, bool make) {
+    UniqueFd here(::openat(root_.get(), ".", folderFlags));
+    for (auto it = folder.begin(); here && it != folder.end(); ++it) {
         if (make) makeFolder(here, Path(folder.begin(), it + 1));
-        here = FileHandle(::openat(here.get(), it->c_str(), folderFlags | O_NOFOLLOW));
+        here = UniqueFd(::openat(here.get(), it->c_str(), folderFlags | O_NOFOLLOW));
     }
-    if (!here.valid()) fail("a file, a link or a closed folder is where a folder is needed");
+    if (!here) fail("a file, a link or a closed folder is where a folder is needed");
     return here;
 }
 
 int ExtractionTree::parentOf(const Path& path) {
     Path parent(path.begin(), path.end() - 1);
-    if (!parent_.valid() || parent != parentPath_) {
+    if (!parent_ || parent != parentPath_) {
         parent_ = walk(parent, true);
         parentPath_ = std::move(parent);
     }
@@ -82,17 +84,17 @@ void ExtractionTree::addFolder(const Path& path, mode_t mode, const Time& time) 
     folders_[path] = {mode, time};
 }
 
-FileHandle ExtractionTree::createFile(const Path& path) {
+UniqueFd ExtractionTree::createFile(const Path& path) {
     const int parent = parentOf(path);
     makeRoomFor(parent, path);
     constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
-    FileHandle file(::openat(parent, path.back().c_str(), flags, 0600));
-    if (!file.valid()) fail("cannot create the file");
+    UniqueFd file(::openat(parent, path.back().c_str(), flags, 0600));
+    if (!file) fail("cannot create the file");
     created_.push_back({path, false});
     return file;
 }
 
-void ExtractionTree::finishFile(FileHandle file, mode_t mode, const Time& time) {
+void ExtractionTree::finishFile(UniqueFd file, mode_t mode, const Time& time) {
     if (::fchmod(file.get(), mode) != 0) fail("cannot set the file's mode");
     if (time && ::futimens(file.get(), timesFor(*time).data()) != 0) fail("cannot set the file's time");
     if (!file.close()) fail("cannot write the file");
@@ -112,7 +114,7 @@ void ExtractionTree::addLink(const Path& path, const std::string& target, const 
 void ExtractionTree::finish() {
     // A folder sorts before what is in it.
     for (auto it = folders_.rbegin(); it != folders_.rend(); ++it) {
-        const FileHandle folder = walk(it->first, false);
+        const UniqueFd folder = walk(it->first, false);
         if (::fchmod(folder.get(), it->second.mode) != 0) fail("cannot set a folder's mode");
         const Time& time = it->second.time;
         if (time && ::futimens(folder.get(), timesFor(*time).data()) != 0) fail("cannot set a folder's time");
@@ -122,7 +124,7 @@ void ExtractionTree::finish() {
 void ExtractionTree::rollBack() noexcept {
     for (auto it = created_.rbegin(); it != created_.rend(); ++it) {
         try {
-            const FileHandle parent = walk(Path(it->path.begin(), it->path.end() - 1), false);
+            const UniqueFd parent = walk(Path(it->path.begin(), it->path.end() - 1), false);
             ::unlinkat(parent.get(), it->path.back().c_str(), it->isFolder ? AT_REMOVEDIR : 0);
         } catch (const std::exception&) {
             continue;  // gone already, or not ours to reach

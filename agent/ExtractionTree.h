@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "agent/Files.h"
+#include "platform/Files.h"
 
 namespace zelor {
 
@@ -30,9 +30,9 @@ class ExtractionTree {
     void addFolder(const Path& path, mode_t mode, const Time& time);
     /// Makes an empty file for writing in place of a file or link that exists; its folders are made where
     /// missing.
-    FileHandle createFile(const Path& path);
+    UniqueFd createFile(const Path& path);
     /// Gives a written file its mode and time and closes it.
-    static void finishFile(FileHandle file, mode_t mode, const Time& time);
+    static void finishFile(UniqueFd file, mode_t mode, const Time& time);
     /// Makes a symbolic link in place of a file or link that exists.
     void addLink(const Path& path, const std::string& target, const Time& time);
 
@@ -51,14 +51,14 @@ class ExtractionTree {
         bool isFolder;
     };
 
-    void makeFolder(const FileHandle& parent, const Path& path);
-    FileHandle walk(const Path& folder, bool make);
+    void makeFolder(const UniqueFd& parent, const Path& path);
+    UniqueFd walk(const Path& folder, bool make);
     int parentOf(const Path& path);
     void makeRoomFor(int parent, const Path& path);
 
-    FileHandle root_;
+    UniqueFd root_;
     Path parentPath_;
-    FileHandle parent_;
+    UniqueFd parent_;
     std::map<Path, Folder> folders_;
     std::vector<Created> created_;
 };

@@ -4,10 +4,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <stdexcept>
 #include <system_error>
-#include <utility>
 #include <vector>
 
 namespace zelor {
@@ -17,7 +17,7 @@ namespace {
 constexpr std::size_t pieceBytes = 1U << 20U;
 
 /// At most `room` bytes into `buffer`; 0 at the end of the file.
-std::size_t readSome(const FileHandle& file, const std::string& path, char* buffer, std::size_t room) {
+std::size_t readSome(const UniqueFd& file, const std::string& path, char* buffer, std::size_t room) {
     for (;;) {
         const ssize_t got = ::read(file.get(), buffer, room);
         if (got >= 0) return static_cast<std::size_t>(got);
@@ -27,31 +27,10 @@ std::size_t readSome(const FileHandle& file, const std::string& path, char* buff
 
 }  // namespace
 
-FileHandle::~FileHandle() {
-    close();
-}
-
-FileHandle& FileHandle::operator=(FileHandle&& other) noexcept {
-    if (this != &other) {
-        close();
-        fd_ = other.release();
-    }
-    return *this;
-}
-
-int FileHandle::release() {
-    return std::exchange(fd_, -1);
-}
-
-bool FileHandle::close() {
-    const int fd = release();
-    return fd < 0 || ::close(fd) == 0;
-}
-
-FileHandle openRegularFile(const std::string& path, Links links, std::uint64_t* bytes) {
+UniqueFd openRegularFile(const std::string& path, Links links, std::uint64_t* bytes) {
     const int noFollow = links == Links::refuse ? O_NOFOLLOW : 0;
-    FileHandle file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | noFollow));
-    if (!file.valid()) throw std::runtime_error("cannot open " + path + ": " + errorText(errno));
+    UniqueFd file = openFile(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | noFollow);
+    if (!file) throw std::runtime_error("cannot open " + path + ": " + errorText(errno));
     struct stat status {};
     if (::fstat(file.get(), &status) != 0) {
         throw std::runtime_error("cannot examine " + path + ": " + errorText(errno));
@@ -61,7 +40,7 @@ FileHandle openRegularFile(const std::string& path, Links links, std::uint64_t* 
     return file;
 }
 
-std::uint64_t readInPieces(const FileHandle& file, const std::string& path,
+std::uint64_t readInPieces(const UniqueFd& file, const std::string& path,
                            const std::function<void(std::string_view)>& consume) {
     std::vector<char> buffer(pieceBytes);
     std::uint64_t total = 0;
@@ -73,14 +52,18 @@ std::uint64_t readInPieces(const FileHandle& file, const std::string& path,
 }
 
 std::string readBounded(const std::string& path, std::size_t limit, Links links) {
-    const FileHandle file = openRegularFile(path, links);
-    // One byte more than allowed is asked for: the size seen at opening may have changed since.
-    std::string text(limit + 1, '\0');
+    std::uint64_t announced = 0;
+    const UniqueFd file = openRegularFile(path, links, &announced);
+    // One byte more than announced is asked for: the file may have grown since.
+    const auto wanted = [limit](std::uint64_t bytes) {
+        return static_cast<std::size_t>(std::min<std::uint64_t>(bytes, limit)) + 1;
+    };
+    std::string text(wanted(announced), '\0');
     std::size_t filled = 0;
-    while (filled < text.size()) {
-        const std::size_t got = readSome(file, path, text.data() + filled, text.size() - filled);
-        if (got == 0) break;
+    while (const std::size_t got = readSome(file, path, text.data() + filled, text.size() - filled)) {
         filled += got;
+        if (filled > limit) break;
+        if (filled == text.size()) text.resize(wanted(std::uint64_t{2} * filled));
     }
     if (filled > limit) {
         throw std::runtime_error(path + " is larger than the " + std::to_string(limit) + " bytes allowed");

@@ -6,40 +6,21 @@
 #include <string>
 #include <string_view>
 
+#include "platform/Files.h"
+
 namespace zelor {
-
-/// Owns one file descriptor; -1 means none.
-class FileHandle {
-  public:
-    FileHandle() = default;
-    explicit FileHandle(int fd) : fd_(fd) {}
-    ~FileHandle();
-    FileHandle(FileHandle&& other) noexcept : fd_(other.release()) {}
-    FileHandle& operator=(FileHandle&& other) noexcept;
-    FileHandle(const FileHandle&) = delete;
-    FileHandle& operator=(const FileHandle&) = delete;
-
-    int get() const { return fd_; }
-    bool valid() const { return fd_ >= 0; }
-    int release();
-    /// Closes now, so that a late write error is seen. False (with errno) when closing failed.
-    bool close();
-
-  private:
-    int fd_ = -1;
-};
 
 /// Whether the last component of a path may be a symbolic link.
 enum class Links { refuse, follow };
 
 /// Opens a regular file for reading, close-on-exec, never waiting on a FIFO. `bytes`, when given, becomes its
 /// size. Throws std::runtime_error that names the path and the cause.
-FileHandle openRegularFile(const std::string& path, Links links = Links::refuse,
-                           std::uint64_t* bytes = nullptr);
+UniqueFd openRegularFile(const std::string& path, Links links = Links::refuse,
+                         std::uint64_t* bytes = nullptr);
 
 /// Hands the rest of the file to `consume` in pieces of at most 1 MiB; returns how many bytes there were.
 /// Throws std::runtime_error that names `path` on a read error.
-std::uint64_t readInPieces(const FileHandle& file, const std::string& path,
+std::uint64_t readInPieces(const UniqueFd& file, const std::string& path,
                            const std::function<void(std::string_view)>& consume);
 
 /// The whole of a regular file of at most `limit` bytes. Throws std::runtime_error as `openRegularFile` does,
