@@ -1,0 +1,62 @@
+#pragma once
+
+#include <archive.h>
+#include <archive_entry.h>
+#include <sys/types.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "platform/Files.h"
+
+namespace zelor::rehearsal {
+
+/// What an archive took in.
+struct FolderCount {
+    std::uint64_t files = 0;
+    std::uint64_t bytes = 0;
+};
+
+/// Writes an archive to a file that appears under its name when it is complete, or not at all. Everything in
+/// it belongs to root. Operations throw std::runtime_error that names file and cause.
+class ArchiveWriter {
+  public:
+    enum class Kind { xar, payload, iso9660 };
+
+    /// `volume`: the name of an ISO 9660 volume.
+    ArchiveWriter(Kind kind, const std::string& path, const std::string& volume = "");
+    ~ArchiveWriter();
+    ArchiveWriter(const ArchiveWriter&) = delete;
+    ArchiveWriter& operator=(const ArchiveWriter&) = delete;
+
+    void addText(const std::string& name, const std::string& text);
+    void addFile(const std::string& name, const std::string& path);
+    void addFolderEntry(const std::string& name);
+    /// Adds everything in `folder` in the order of its names; `prefix` stands before each. Modes, times and
+    /// symbolic links are kept; anything but files, folders and links is refused.
+    FolderCount addFolder(const std::string& folder, const std::string& prefix);
+    void commit();
+
+  private:
+    struct Release {
+        void operator()(archive* writer) const { archive_write_free(writer); }
+        void operator()(archive_entry* entry) const { archive_entry_free(entry); }
+    };
+    using Entry = std::unique_ptr<archive_entry, Release>;
+
+    void configure(Kind kind, const std::string& volume);
+    void require(int result) const;
+    static Entry newEntry(const std::string& name, mode_t mode, time_t modified);
+    void writeEntry(archive_entry* entry);
+    void writeData(const void* data, std::size_t size);
+    void writeFileData(const std::string& path, std::uint64_t size);
+    void addPath(const std::string& path, const std::string& name, FolderCount& count);
+
+    std::string path_;
+    std::string staged_;
+    UniqueFd file_;
+    std::unique_ptr<archive, Release> writer_;
+};
+
+}  // namespace zelor::rehearsal

@@ -1,0 +1,212 @@
+#include "rehearsal/CommandLine.h"
+
+#include <CLI/CLI.hpp>
+#include <boost/filesystem.hpp>
+#include <cstdlib>
+#include <functional>
+#include <iostream>
+#include <stdexcept>
+
+#include "rehearsal/Builders.h"
+#include "rehearsal/ProgramPath.h"
+#include "rehearsal/Setup.h"
+
+namespace fs = boost::filesystem;
+
+namespace zelor::rehearsal {
+
+namespace {
+
+std::string ownFolder(const std::string& name) {
+    const char* searchPath = std::getenv("PATH");
+    return folderOfName(name, searchPath == nullptr ? "" : searchPath);
+}
+
+/// The options of all subcommands; each subcommand's callback sets what is to be done.
+struct Options {
+    std::string program;
+    std::string tools;
+    std::string folder;
+    std::string root;
+    std::string version = "10.10.5";
+    std::string build;
+    std::string product;
+    std::string outcome = "ok";
+    std::string faultPackage;
+    std::string faultImage;
+    std::string faultTool;
+    std::string faultLabel;
+    Update update;
+    PackageOrder package;
+    ImageOrder image;
+    std::function<void()> action;
+
+    StateFolder state() const { return StateFolder(tools.empty() ? ownFolder(program) : tools); }
+};
+
+CLI::App* addCommand(CLI::App& app, Options& options, const char* name, const char* what,
+                     std::function<void()> action) {
+    CLI::App* command = app.add_subcommand(name, what);
+    command->callback([&options, action = std::move(action)] { options.action = action; });
+    return command;
+}
+
+void addToolsOption(CLI::App* command, Options& options) {
+    command->add_option("--tools", options.tools,
+                        "The Mac's tools folder (default: the folder of this program's name)");
+}
+
+void addOsOptions(CLI::App* command, Options& options) {
+    command->add_option("--build", options.build,
+                        "Build version (default: the one that goes with the version)");
+    command->add_option("--product", options.product,
+                        "Product name (default: \"Mac OS X\" to 10.15, \"macOS\" from 11)");
+}
+
+void addMacCommands(CLI::App& app, Options& options) {
+    CLI::App* init =
+        addCommand(app, options, "init", "Make a tools folder with a Mac of its own", [&options] {
+            makeMac(options.folder,
+                    fs::canonical(ownFolder(options.program) + "/" +
+                                  fs::path(options.program).filename().string())
+                        .string(),
+                    {options.root, options.version, options.build, options.product});
+        });
+    init->add_option("DIR", options.folder, "The tools folder")->required();
+    init->add_option("--root", options.root,
+                     "The Mac's disk: everything is installed below it (default: DIR/root)");
+    init->add_option("--os", options.version, "Version, from 10.9 on")->capture_default_str();
+    addOsOptions(init, options);
+
+    CLI::App* os = addCommand(app, options, "os", "Change the version of the system", [&options] {
+        options.state().update([&](MacState& state) {
+            setSystem(state, {"", options.version, options.build, options.product});
+        });
+    });
+    os->add_option("VERSION", options.version, "Version, from 10.9 on")->required();
+    addOsOptions(os, options);
+    addToolsOption(os, options);
+
+    CLI::App* show = addCommand(app, options, "show", "Print the Mac's state as JSON", [&options] {
+        std::cout
+            << toJson(options.state().load()).dump(2, ' ', false, nlohmann::json::error_handler_t::replace)
+            << "\n";
+    });
+    addToolsOption(show, options);
+
+    CLI::App* reset =
+        addCommand(app, options, "reset",
+                   "Forget updates, faults, receipts and mounts; the root keeps what was installed",
+                   [&options] { resetMac(options.state()); });
+    addToolsOption(reset, options);
+}
+
+void addUpdateCommand(CLI::App& app, Options& options) {
+    CLI::App* add = addCommand(app, options, "add-update", "Make an update available", [&options] {
+        options.update.outcome = requireOutcome(Tool::softwareupdate, options.outcome);
+        requireUpdate(options.update);
+        options.state().update([&](MacState& state) { state.updates.push_back(options.update); });
+    });
+    add->add_option("--label", options.update.label, "Label to install it by")->required();
+    add->add_option("--title", options.update.title, "Title in listings (default: the label)");
+    add->add_option("--version", options.update.version, "Version in listings")->required();
+    add->add_option("--size", options.update.sizeK, "Size in K")->required();
+    add->add_flag("--restart", options.update.restart, "Needs a restart");
+    add->add_flag("--recommended,!--no,!--not-recommended", options.update.recommended,
+                  "Recommended, and so listed with a star (the default); or not");
+    add->add_flag("--os-update", options.update.osUpdate,
+                  "An update of the system itself, whose installation ends with \"Done.\" alone");
+    add->add_option(
+           "--outcome", options.outcome,
+           "What installing it does: ok, fail, hang, done-then-error, no-network, not-found, not-root, "
+           "flood, binary, signal")
+        ->capture_default_str();
+    add->add_option("--payload", options.update.payload, "A file below the root that installing it writes");
+    addToolsOption(add, options);
+}
+
+void addFaultCommand(CLI::App& app, Options& options) {
+    CLI::App* fault = addCommand(app, options, "fault", "Switch a fault on, or off with \"ok\"", [&options] {
+        options.state().update([&](MacState& state) {
+            if (!options.faultPackage.empty()) {
+                setFault(state, {FaultScope::package, options.faultPackage,
+                                 requireOutcome(Tool::installer, options.outcome)});
+            } else if (!options.faultImage.empty()) {
+                setFault(state, {FaultScope::image, options.faultImage,
+                                 requireOutcome(Tool::hdiutil, options.outcome)});
+            } else if (!options.faultLabel.empty()) {
+                setUpdateOutcome(state, options.faultLabel,
+                                 requireOutcome(Tool::softwareupdate, options.outcome));
+            } else {
+                setToolFault(state, options.faultTool, options.outcome);
+            }
+        });
+    });
+    auto* subject = fault->add_option_group("subject");
+    subject->add_option("--package", options.faultPackage, "Package identifier or file name");
+    subject->add_option("--image", options.faultImage, "Volume name or file name of a disk image");
+    subject->add_option("--label", options.faultLabel, "Label of an available update");
+    subject->add_option("--tool", options.faultTool, "softwareupdate, sw_vers, installer or hdiutil");
+    subject->require_option(1);
+    fault
+        ->add_option(
+            "OUTCOME", options.outcome,
+            "ok, fail, hang, done-then-error, no-network, not-found, not-root, busy, busy-eject, flood, "
+            "binary, signal")
+        ->required();
+    addToolsOption(fault, options);
+}
+
+void addBuilders(CLI::App& app, Options& options) {
+    PackageOrder& order = options.package;
+    CLI::App* package = addCommand(app, options, "build-pkg", "Make a flat package of a folder",
+                                   [&order] { buildPackage(order); });
+    package->add_option("--id", order.info.id, "Package identifier, such as com.example.editor")->required();
+    package->add_option("--version", order.info.version, "Package version")->required();
+    package->add_option("--name", order.name,
+                        "Title; makes a product (default: a single package, called as its file)");
+    package->add_option("--install-location", order.info.installLocation, "Where the folder's content goes")
+        ->capture_default_str();
+    package->add_flag("--restart", order.info.restart, "Asks for a restart");
+    package->add_option("--scripts", order.scripts, "Folder with preinstall, postinstall or both");
+    package->add_option("FOLDER", order.folder, "What to install")->required();
+    package->add_option("OUT", order.output, "The package file")->required();
+
+    ImageOrder& image = options.image;
+    CLI::App* disk = addCommand(app, options, "build-dmg", "Make a disk image (ISO 9660) of a folder",
+                                [&image] { buildImage(image); });
+    disk->add_option("--volume", image.volume, "Volume name")->required();
+    disk->add_option("FOLDER", image.folder, "What the volume holds")->required();
+    disk->add_option("OUT", image.output, "The image file")->required();
+}
+
+}  // namespace
+
+int runCommandLine(int count, char** words) {
+    CLI::App app(
+        "A rehearsal Mac: softwareupdate, sw_vers, installer and hdiutil that work on real packages and disk "
+        "images\n"
+        "below a root folder, with faults on demand.",
+        "zelor-rehearsal");
+    Options options;
+    options.program = count > 0 ? words[0] : "zelor-rehearsal";
+    app.require_subcommand(1);
+    addMacCommands(app, options);
+    addUpdateCommand(app, options);
+    addFaultCommand(app, options);
+    addBuilders(app, options);
+    try {
+        app.parse(count, words);
+    } catch (const CLI::ParseError& e) {
+        return app.exit(e) == 0 ? 0 : 2;
+    }
+    try {
+        options.action();
+    } catch (const std::invalid_argument& e) {
+        std::cerr << "zelor-rehearsal: " << e.what() << "\n";
+        return 2;
+    }
+    return 0;
+}
+
+}  // namespace zelor::rehearsal

@@ -1,0 +1,42 @@
+#include "rehearsal/DiskImage.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <string_view>
+
+#include "agent/Files.h"
+
+namespace zelor::rehearsal {
+
+namespace {
+
+std::string padded(std::string text, std::size_t width) {
+    if (text.size() < width) text.append(width - text.size(), ' ');
+    return text;
+}
+
+}  // namespace
+
+std::string volumeNameOf(const std::string& image) {
+    constexpr off_t descriptorAt = 16 * 2048;
+    constexpr std::size_t nameAt = 40;
+    constexpr std::size_t nameBytes = 32;
+    const UniqueFd file = openRegularFile(image, Links::follow);
+    std::array<char, nameAt + nameBytes> descriptor{};
+    const ssize_t count = ::pread(file.get(), descriptor.data(), descriptor.size(), descriptorAt);
+    if (count != static_cast<ssize_t>(descriptor.size())) return "";
+    if (std::string_view(descriptor.data(), 6) != std::string_view("\1CD001", 6)) return "";
+    std::string name(descriptor.data() + nameAt, nameBytes);
+    name.erase(name.find_last_not_of(std::string(" \0", 2)) + 1);
+    for (char& c : name) {
+        if (c == '/' || static_cast<unsigned char>(c) < 0x20) c = '_';
+    }
+    return name.empty() || name.front() == '.' ? "Untitled" : name;
+}
+
+std::string attachedLine(int disk, const std::string& mountPoint) {
+    return padded("/dev/disk" + std::to_string(disk), 20) + "\t" + padded("", 31) + "\t" + mountPoint + "\n";
+}
+
+}  // namespace zelor::rehearsal

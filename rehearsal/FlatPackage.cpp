@@ -1,0 +1,96 @@
+#include "rehearsal/FlatPackage.h"
+
+#include <fcntl.h>
+
+#include <array>
+#include <boost/filesystem/path.hpp>
+#include <cerrno>
+#include <set>
+#include <stdexcept>
+
+#include "agent/ArchivePolicy.h"
+#include "agent/Files.h"
+#include "rehearsal/ArchiveReader.h"
+
+namespace zelor::rehearsal {
+
+namespace {
+
+constexpr std::size_t textLimit = 4U << 20U;
+constexpr std::size_t memberLimit = 1000;
+
+/// Files that hold a package's members: by folder in the package ("" is its top), then by member name.
+using Members = std::map<std::string, std::map<std::string, std::string>>;
+
+void writeMember(ArchiveReader& reader, const std::string& path) {
+    const UniqueFd file = openFile(path, O_WRONLY | O_CREAT | O_EXCL, 0600);
+    std::array<char, 1U << 16U> buffer{};
+    while (const std::size_t count = reader.read(buffer.data(), buffer.size())) {
+        if (!file || !writeAll(file.get(), std::string(buffer.data(), count))) {
+            throw std::runtime_error("cannot write " + path + ": " + errorText(errno));
+        }
+    }
+}
+
+Members takeMembers(const std::string& path, const std::string& workFolder) {
+    static const std::set<std::string> wanted{"Distribution", "PackageInfo", "Payload", "Scripts"};
+    ArchiveReader reader(ArchiveReader::Kind::xar, path);
+    Members members;
+    std::size_t count = 0;
+    while (archive_entry* entry = reader.next()) {
+        const char* name = archive_entry_pathname(entry);
+        const auto components = pathComponents(name == nullptr ? "" : name);
+        if (components.empty() || components.size() > 2 || wanted.count(components.back()) == 0) continue;
+        if (archive_entry_filetype(entry) != AE_IFREG) continue;
+        if (++count > memberLimit) throw std::runtime_error("the package has too many parts");
+        const std::string file = workFolder + "/" + std::to_string(count);
+        writeMember(reader, file);
+        members[components.size() == 1 ? "" : components.front()][components.back()] = file;
+    }
+    return members;
+}
+
+PackageComponent componentFrom(const std::map<std::string, std::string>& files, const std::string& name) {
+    const auto fileOf = [&](const char* member) {
+        const auto it = files.find(member);
+        return it == files.end() ? std::string() : it->second;
+    };
+    if (fileOf("PackageInfo").empty()) throw std::runtime_error(name + " has no PackageInfo");
+    return {name, parsePackageInfo(readBounded(fileOf("PackageInfo"), textLimit)), fileOf("Payload"),
+            fileOf("Scripts")};
+}
+
+FlatPackage product(const Members& members, const std::string& distributionFile) {
+    const Distribution distribution = parseDistribution(readBounded(distributionFile, textLimit));
+    FlatPackage package;
+    package.title = distribution.title;
+    package.restart = distribution.restart;
+    for (const std::string& name : distribution.components) {
+        const auto it = members.find(name);
+        if (it == members.end())
+            throw std::runtime_error("the product refers to " + name + ", which it has not");
+        package.components.push_back(componentFrom(it->second, name));
+    }
+    return package;
+}
+
+}  // namespace
+
+FlatPackage openPackage(const std::string& path, const std::string& workFolder) {
+    const Members members = takeMembers(path, workFolder);
+    const boost::filesystem::path file(path);
+    FlatPackage package;
+    const auto top = members.find("");
+    if (top != members.end() && top->second.count("Distribution") != 0) {
+        package = product(members, top->second.at("Distribution"));
+    } else if (top != members.end()) {
+        package.components.push_back(componentFrom(top->second, file.filename().string()));
+    }
+    if (package.components.empty()) throw std::runtime_error("the file holds no package");
+    if (package.title.empty()) package.title = file.stem().string();
+    for (const PackageComponent& component : package.components)
+        package.restart |= component.info.restart;
+    return package;
+}
+
+}  // namespace zelor::rehearsal

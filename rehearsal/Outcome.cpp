@@ -1,0 +1,98 @@
+#include "rehearsal/Outcome.h"
+
+#include <algorithm>
+#include <array>
+#include <stdexcept>
+
+namespace zelor::rehearsal {
+
+namespace {
+
+struct ToolName {
+    Tool tool;
+    const char* name;
+};
+constexpr std::array<ToolName, 4> toolNames{{{Tool::softwareupdate, "softwareupdate"},
+                                             {Tool::swVers, "sw_vers"},
+                                             {Tool::installer, "installer"},
+                                             {Tool::hdiutil, "hdiutil"}}};
+
+constexpr unsigned bit(Tool tool) {
+    return 1U << static_cast<unsigned>(tool);
+}
+constexpr unsigned everyTool =
+    bit(Tool::softwareupdate) | bit(Tool::swVers) | bit(Tool::installer) | bit(Tool::hdiutil);
+
+struct Behaviour {
+    Outcome outcome;
+    const char* name;
+    unsigned tools;
+};
+constexpr std::array<Behaviour, 12> behaviours{{
+    {Outcome::ok, "ok", everyTool},
+    {Outcome::fail, "fail", everyTool},
+    {Outcome::hang, "hang", everyTool},
+    {Outcome::doneThenError, "done-then-error", bit(Tool::softwareupdate)},
+    {Outcome::noNetwork, "no-network", bit(Tool::softwareupdate)},
+    {Outcome::notFound, "not-found", bit(Tool::softwareupdate)},
+    {Outcome::notRoot, "not-root", bit(Tool::softwareupdate) | bit(Tool::installer)},
+    {Outcome::busy, "busy", bit(Tool::hdiutil)},
+    {Outcome::busyEject, "busy-eject", bit(Tool::hdiutil)},
+    {Outcome::flood, "flood", everyTool},
+    {Outcome::binary, "binary", everyTool},
+    {Outcome::signal, "signal", everyTool},
+}};
+
+}  // namespace
+
+std::string nameOf(Tool tool) {
+    const auto* it = std::find_if(toolNames.begin(), toolNames.end(),
+                                  [&](const ToolName& entry) { return entry.tool == tool; });
+    return it->name;
+}
+
+std::optional<Tool> toolNamed(const std::string& name) {
+    for (const ToolName& entry : toolNames) {
+        if (name == entry.name) return entry.tool;
+    }
+    return std::nullopt;
+}
+
+std::vector<Tool> allTools() {
+    std::vector<Tool> tools;
+    for (const ToolName& entry : toolNames)
+        tools.push_back(entry.tool);
+    return tools;
+}
+
+std::string nameOf(Outcome outcome) {
+    const auto* it = std::find_if(behaviours.begin(), behaviours.end(),
+                                  [&](const Behaviour& entry) { return entry.outcome == outcome; });
+    return it->name;
+}
+
+std::optional<Outcome> outcomeNamed(const std::string& name) {
+    for (const Behaviour& entry : behaviours) {
+        if (name == entry.name) return entry.outcome;
+    }
+    return std::nullopt;
+}
+
+std::vector<Outcome> outcomesOf(Tool tool) {
+    std::vector<Outcome> outcomes;
+    for (const Behaviour& entry : behaviours) {
+        if ((entry.tools & bit(tool)) != 0) outcomes.push_back(entry.outcome);
+    }
+    return outcomes;
+}
+
+Outcome requireOutcome(Tool tool, const std::string& name) {
+    std::string known;
+    for (const Outcome outcome : outcomesOf(tool)) {
+        if (nameOf(outcome) == name) return outcome;
+        known += (known.empty() ? "" : ", ") + nameOf(outcome);
+    }
+    throw std::invalid_argument(nameOf(tool) + " has no outcome \"" + name + "\"; it knows " + known);
+}
+
+}  // namespace zelor::rehearsal

@@ -1,0 +1,12 @@
+#pragma once
+
+#include <string>
+
+namespace zelor::rehearsal {
+
+/// The folder of the name that this program was called by: of `name` itself when it holds a slash, else of
+/// the first executable of that name in `searchPath`, as the shell looked it up. Throws std::runtime_error
+/// when there is none.
+std::string folderOfName(const std::string& name, const std::string& searchPath);
+
+}  // namespace zelor::rehearsal

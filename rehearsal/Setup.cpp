@@ -1,0 +1,103 @@
+#include "rehearsal/Setup.h"
+
+#include <algorithm>
+#include <boost/filesystem.hpp>
+#include <stdexcept>
+
+#include "agent/ArchivePolicy.h"
+#include "agent/Files.h"
+#include "platform/Strings.h"
+#include "rehearsal/OsVersion.h"
+
+namespace fs = boost::filesystem;
+
+namespace zelor::rehearsal {
+
+namespace {
+
+std::string usableRoot(const std::string& root) {
+    if (!makeFolders(root)) throw std::runtime_error("cannot make the root folder " + root);
+    const std::string path = fs::canonical(root).string();
+    if (path == "/") throw std::invalid_argument("the root of a rehearsal cannot be this machine's own root");
+    return path;
+}
+
+void makeName(const fs::path& link, const std::string& program) {
+    boost::system::error_code error;
+    if (fs::is_symlink(link, error)) fs::remove(link);
+    fs::create_symlink(program, link, error);
+    if (error) throw std::runtime_error("cannot make " + link.string() + ": " + error.message());
+}
+
+}  // namespace
+
+void makeMac(const std::string& toolsFolder, const std::string& program, const MacOrder& order) {
+    MacState state;
+    setSystem(state, order);
+    if (!makeFolders(toolsFolder)) throw std::runtime_error("cannot make the folder " + toolsFolder);
+    const std::string tools = fs::canonical(toolsFolder).string();
+    state.root = usableRoot(order.root.empty() ? tools + "/root" : order.root);
+    StateFolder(tools).create(state);
+    for (const Tool tool : allTools())
+        makeName(fs::path(tools) / nameOf(tool), program);
+    makeName(fs::path(tools) / "zelor-rehearsal", program);
+}
+
+void setSystem(MacState& state, const MacOrder& order) {
+    const OsVersion version = parseOsVersion(order.version);
+    state.productVersion = order.version;
+    state.productName = order.product.empty() ? productNameOf(version) : order.product;
+    state.buildVersion = order.build.empty() ? buildOf(order.version) : order.build;
+}
+
+void resetMac(const StateFolder& folder) {
+    folder.update([](MacState& state) {
+        for (const Mount& mount : state.mounts) {
+            if (mount.mounted && !removeTree(mount.mountPoint)) {
+                throw std::runtime_error("cannot empty " + mount.mountPoint);
+            }
+        }
+        state.updates.clear();
+        state.installedUpdates.clear();
+        state.mounts.clear();
+        state.faults.clear();
+        state.receipts.clear();
+    });
+    for (const fs::directory_entry& entry : fs::directory_iterator(folder.path())) {
+        if (hasBeginning(entry.path().filename().string(), "work-")) removeTree(entry.path().string());
+    }
+}
+
+void requireUpdate(Update& update) {
+    if (update.title.empty()) update.title = update.label;
+    for (const std::string& text : {update.label, update.title, update.version}) {
+        if (text.empty() || hasControlCharacter(text)) {
+            throw std::invalid_argument("an update needs a label and a version without control characters");
+        }
+    }
+    const auto path = pathComponents(update.payload);
+    if (std::find(path.begin(), path.end(), "..") != path.end()) {
+        throw std::invalid_argument("the payload path has \"..\": " + update.payload);
+    }
+}
+
+void setUpdateOutcome(MacState& state, const std::string& label, Outcome outcome) {
+    bool found = false;
+    for (Update& update : state.updates) {
+        if (update.label != label) continue;
+        update.outcome = outcome;
+        found = true;
+    }
+    if (!found) throw std::invalid_argument("no available update has the label \"" + label + "\"");
+}
+
+void setToolFault(MacState& state, const std::string& tool, const std::string& outcome) {
+    const auto known = toolNamed(tool);
+    if (!known) {
+        throw std::invalid_argument("no tool \"" + tool +
+                                    "\": softwareupdate, sw_vers, installer or hdiutil");
+    }
+    setFault(state, {FaultScope::tool, tool, requireOutcome(*known, outcome)});
+}
+
+}  // namespace zelor::rehearsal

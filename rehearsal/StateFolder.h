@@ -1,0 +1,52 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "rehearsal/MacState.h"
+
+namespace zelor::rehearsal {
+
+/// The folder that holds a tools folder's state.json. Tools of one Mac may run at the same time: every read
+/// and every change happens under a lock, and the file is replaced whole. Operations throw
+/// std::runtime_error that names the file.
+class StateFolder {
+  public:
+    /// `toolsFolder`: the folder of the tools' names; the state is in its folder "state".
+    explicit StateFolder(const std::string& toolsFolder);
+
+    const std::string& path() const { return path_; }
+    bool exists() const;
+
+    /// Writes the first state; makes the folder.
+    void create(const MacState& state) const;
+    MacState load() const;
+    /// Reads, changes and writes under one lock; an exception from `change` writes nothing.
+    void update(const std::function<void(MacState&)>& change) const;
+
+  private:
+    MacState read() const;
+    void write(const MacState& state) const;
+    std::string file() const { return path_ + "/state.json"; }
+
+    std::string path_;
+};
+
+/// A folder of this process for temporary files inside `parent`, removed at the end.
+class WorkFolder {
+  public:
+    explicit WorkFolder(const std::string& parent);
+    ~WorkFolder();
+    WorkFolder(const WorkFolder&) = delete;
+    WorkFolder& operator=(const WorkFolder&) = delete;
+    const std::string& path() const { return path_; }
+
+  private:
+    std::string path_;
+};
+
+/// Removes a folder and what is in it, folders without write permission included; links are not followed.
+/// False when something stays.
+bool removeTree(const std::string& path);
+
+}  // namespace zelor::rehearsal

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "rehearsal/MacState.h"
+#include "rehearsal/StateFolder.h"
+#include "rehearsal/UpdateText.h"
+
+/// The tools of the rehearsal Mac. Each takes its arguments without its name, prints on the process's own
+/// streams and returns its exit status; faults may end or block the process. Trouble with the rehearsal
+/// itself (no state, no root) throws std::runtime_error.
+namespace zelor::rehearsal {
+
+using Arguments = std::vector<std::string>;
+
+int runTool(Tool tool, const StateFolder& folder, const Arguments& arguments);
+
+int runSoftwareUpdate(const StateFolder& folder, const Arguments& arguments);
+int runSwVers(const StateFolder& folder, const Arguments& arguments);
+int runInstaller(const StateFolder& folder, const Arguments& arguments);
+int runHdiutil(const StateFolder& folder, const Arguments& arguments);
+
+/// Prints both texts and returns the status.
+int say(const ToolText& text);
+
+/// Acts out the faults that concern the process itself: hangs until killed, kills itself, prints 100 MiB of
+/// text or 64 KiB of noise. Returns for every other outcome.
+void disturb(Outcome outcome);
+
+}  // namespace zelor::rehearsal

@@ -1,0 +1,159 @@
+#include "rehearsal/Unpacking.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <limits>
+#include <vector>
+
+#include "agent/ArchivePolicy.h"
+#include "agent/Files.h"
+
+namespace zelor::rehearsal {
+
+namespace {
+
+constexpr std::size_t pieceBytes = 1U << 18U;
+
+ExtractionTree::Time timeOf(archive_entry* entry) {
+    if (archive_entry_mtime_is_set(entry) == 0) return std::nullopt;
+    return timespec{archive_entry_mtime(entry), archive_entry_mtime_nsec(entry)};
+}
+
+mode_t modeOf(archive_entry* entry) {
+    return static_cast<mode_t>(archive_entry_perm(entry) & keptModeBits);
+}
+
+std::string textOrNone(const char* text) {
+    return text == nullptr ? "" : text;
+}
+
+/// One pass over an archive, with or without a tree to fill.
+class Pass {
+  public:
+    Pass(ArchiveReader::Kind kind, const std::string& path, const UnpackRules& rules, ExtractionTree* tree,
+         const std::string& destination)
+        : reader_(kind, path), rules_(rules), tree_(tree), destination_(destination), buffer_(pieceBytes) {
+        constexpr std::uint64_t margin = 64ULL << 20U;
+        if (tree != nullptr) room_ = tree->freeBytes() > margin ? tree->freeBytes() - margin : 0;
+    }
+
+    void run() {
+        while (archive_entry* entry = reader_.next()) {
+            const std::string name = textOrNone(archive_entry_pathname(entry));
+            try {
+                take(entry, name);
+            } catch (const std::exception& e) {
+                throw std::runtime_error("entry \"" + name + "\" " + e.what());
+            }
+        }
+        if (tree_ != nullptr) tree_->finish();
+    }
+
+  private:
+    ExtractionTree::Path below(const std::string& name) const {
+        const std::string problem = entryNameProblem(name, {});
+        if (!problem.empty()) throw std::runtime_error(problem);
+        ExtractionTree::Path path = rules_.prefix;
+        const auto components = pathComponents(name);
+        path.insert(path.end(), components.begin(), components.end());
+        return path;
+    }
+
+    void take(archive_entry* entry, const std::string& name) {
+        const auto path = below(name);
+        if (path.size() == rules_.prefix.size()) return;  // the top folder itself
+        const std::string twin = textOrNone(archive_entry_hardlink(entry));
+        const auto type = archive_entry_filetype(entry);
+        if (!twin.empty()) {
+            takeTwin(entry, path, below(twin));
+        } else if (type == AE_IFDIR) {
+            if (tree_ != nullptr) tree_->addFolder(path, modeOf(entry), timeOf(entry));
+        } else if (type == AE_IFLNK) {
+            const auto target = rules_.linkTarget(path, textOrNone(archive_entry_symlink(entry)));
+            if (tree_ != nullptr) tree_->addLink(path, target, timeOf(entry));
+        } else if (type == AE_IFREG) {
+            writeFile(entry, path, [this] { return reader_.read(buffer_.data(), buffer_.size()); });
+        } else {
+            throw std::runtime_error("is a device, FIFO or socket");
+        }
+    }
+
+    /// A second name of an earlier file: a file of its own with the same content.
+    void takeTwin(archive_entry* entry, const ExtractionTree::Path& path, const ExtractionTree::Path& twin) {
+        const bool hasContent = archive_entry_size_is_set(entry) != 0 && archive_entry_size(entry) > 0;
+        if (hasContent || tree_ == nullptr) {
+            writeFile(entry, path, [this] { return reader_.read(buffer_.data(), buffer_.size()); });
+            return;
+        }
+        if (path == twin) throw std::runtime_error("is a hard link to itself");
+        std::string source = destination_;
+        for (const std::string& component : twin)
+            source += "/" + component;
+        const UniqueFd original = openRegularFile(source);
+        writeFile(entry, path, [&] {
+            const auto count = ::read(original.get(), buffer_.data(), buffer_.size());
+            if (count < 0) throw std::runtime_error("cannot be copied: " + errorText(errno));
+            return static_cast<std::size_t>(count);
+        });
+    }
+
+    template <class Read>
+    void writeFile(archive_entry* entry, const ExtractionTree::Path& path, const Read& read) {
+        UniqueFd file;
+        if (tree_ != nullptr) file = tree_->createFile(path);
+        while (const std::size_t count = read()) {
+            if (count > room_) throw std::runtime_error("does not fit on the disk");
+            room_ -= count;
+            if (file && !writeAll(file.get(), std::string(buffer_.data(), count))) {
+                throw std::runtime_error("cannot be written: " + errorText(errno));
+            }
+        }
+        if (file) ExtractionTree::finishFile(std::move(file), modeOf(entry), timeOf(entry));
+    }
+
+    ArchiveReader reader_;
+    const UnpackRules& rules_;
+    ExtractionTree* tree_;
+    const std::string& destination_;
+    std::vector<char> buffer_;
+    std::uint64_t room_ = std::numeric_limits<std::uint64_t>::max();
+};
+
+}  // namespace
+
+UnpackRules verbatimLinks() {
+    return {{}, [](const ExtractionTree::Path&, const std::string& target) {
+                if (target.empty()) throw std::runtime_error("is a symbolic link to nothing");
+                return target;
+            }};
+}
+
+UnpackRules linksInside(const std::string& root, const ExtractionTree::Path& prefix) {
+    return {prefix, [root](const ExtractionTree::Path& link, const std::string& target) {
+                const bool absolute = !target.empty() && target.front() == '/';
+                // An absolute path counts from the root, as a relative one does from a link at the very top.
+                const std::string relative = absolute ? "./" + target.substr(1) : target;
+                const std::string problem =
+                    linkTargetProblem(absolute ? ExtractionTree::Path{"link"} : link, relative, {});
+                if (!problem.empty()) throw std::runtime_error(problem);
+                return absolute ? root + target : target;
+            }};
+}
+
+void checkArchive(ArchiveReader::Kind kind, const std::string& path, const UnpackRules& rules) {
+    Pass(kind, path, rules, nullptr, "").run();
+}
+
+void unpack(ArchiveReader::Kind kind, const std::string& path, const std::string& destination,
+            const UnpackRules& rules) {
+    ExtractionTree tree(destination);
+    try {
+        Pass(kind, path, rules, &tree, destination).run();
+    } catch (...) {
+        tree.rollBack();
+        throw;
+    }
+}
+
+}  // namespace zelor::rehearsal

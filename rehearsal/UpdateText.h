@@ -1,0 +1,43 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "rehearsal/MacState.h"
+#include "rehearsal/OsVersion.h"
+
+/// What softwareupdate prints: texts from values, nothing here touches a file.
+namespace zelor::rehearsal {
+
+/// What a tool prints on either stream, and its exit status.
+struct ToolText {
+    std::string out;
+    std::string err;
+    int status = 0;
+};
+
+/// The output of `softwareupdate -l` on that system.
+ToolText listing(const std::vector<Update>& updates, const OsVersion& version);
+
+/// Which updates a command asks for.
+struct UpdateChoice {
+    bool all = false;
+    bool recommended = false;
+    std::vector<std::string> labels;
+};
+
+struct ChosenUpdates {
+    std::vector<Update> updates;
+    std::vector<std::string> unknownLabels;
+};
+
+/// The listed updates that the choice means; a label that is listed twice means both.
+ChosenUpdates chooseUpdates(const std::vector<Update>& updates, const UpdateChoice& choice);
+
+/// The output of `softwareupdate -i` for the chosen updates on that system.
+ToolText installTranscript(const ChosenUpdates& chosen, const OsVersion& version);
+
+/// Whether installing an update of that outcome puts it in place.
+bool installs(Outcome outcome);
+
+}  // namespace zelor::rehearsal
