@@ -143,7 +143,9 @@ TEST_F(Cancellation, StandsAnyNumberOfControllers) {
                 stressed.setCancelRemMap(i % 2 == 0 ? requests : decltype(requests){});
         });
         controllers.emplace_back([&] {
-            while (!stop)
+            // A cancel that is taken back half way leaves requests as they are, so only the other runs get
+            // this.
+            while (!stop && run % 3 != 0)
                 stressed.setCancelAllRem(false);
         });
         controllers.emplace_back([&] {
@@ -169,7 +171,7 @@ TEST_F(Cancellation, StandsAnyNumberOfControllers) {
         for (std::thread& controller : controllers)
             controller.join();
         for (const auto& [key, value] : stressed.getRemediationProgressMap())
-            EXPECT_GE(value, 4U) << key;
+            EXPECT_GE(value, 4U) << key << " in run " << run;
     }
 }
 
