@@ -36,6 +36,8 @@ bool exchangeFolders(const std::string& one, const std::string& other) {
 #elif defined(RENAME_EXCHANGE)
     return ::renameat2(AT_FDCWD, one.c_str(), AT_FDCWD, other.c_str(), RENAME_EXCHANGE) == 0;
 #else
+    static_cast<void>(one);
+    static_cast<void>(other);
     return false;
 #endif
 }

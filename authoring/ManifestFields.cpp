@@ -24,7 +24,7 @@ std::string ManifestFields::text(const char* field) {
         report(std::string("field \"") + field + "\" is not a text", "put its value in double quotes");
         return "";
     }
-    const auto value = found->get<std::string>();
+    auto value = found->get<std::string>();
     if (hasOddControls(value)) {
         report(std::string("field \"") + field + "\" holds a control character", "take it out");
     }

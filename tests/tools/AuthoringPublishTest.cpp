@@ -1,6 +1,8 @@
 #include <fcntl.h>
 #include <sys/file.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <set>
 #include <thread>
 
@@ -160,6 +162,14 @@ TEST_F(PublishTest, ManifestsShareARepositoryAndLeftoversGo) {
     EXPECT_THAT(run.out, HasSubstr("5 entries, 5 patches"));
 }
 
+std::string readBelow(const UniqueFd& folder, const char* name) {
+    const UniqueFd file(::openat(folder.get(), name, O_RDONLY | O_CLOEXEC));
+    std::string text(4096, '\0');
+    const ssize_t got = ::read(file.get(), text.data(), text.size());
+    text.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
+    return text;
+}
+
 TEST_F(PublishTest, ReadersNeverSeeContentWithoutItsSignature) {
     ASSERT_EQ(publish().status, 0);
     std::atomic<bool> done{false};
@@ -167,18 +177,15 @@ TEST_F(PublishTest, ReadersNeverSeeContentWithoutItsSignature) {
     std::thread reader([&] {
         while (!done) {
             // The folder is opened once: both files come from one state of it.
-            const int folder = ::open((repository + "/content").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-            if (folder < 0) {
-                ++torn;
-                continue;
-            }
-            const std::string at = "/proc/self/fd/" + std::to_string(folder) + "/CVE-3.xml";
-            const std::string text = readFile(at), signature = readFile(at + ".sig");
-            // An empty folder is one that was exchanged and removed while it was open.
-            if (!text.empty() && !signature.empty())
+            const UniqueFd folder = openFile(repository + "/content", O_RDONLY | O_DIRECTORY);
+            const std::string text = readBelow(folder, "CVE-3.xml");
+            const std::string signature = readBelow(folder, "CVE-3.xml.sig");
+            torn += folder.valid() ? 0 : 1;
+            // A folder that was exchanged while it was open is emptied.
+            if (!text.empty() && !signature.empty()) {
                 torn += verifyBytes(text, signature, publicKey).good ? 0 : 1;
-            ::close(folder);
-            ++looks;
+                ++looks;
+            }
         }
     });
     for (int i = 0; i < 20 || looks < 100; ++i) {
