@@ -81,7 +81,7 @@ TEST_F(CreCacherTest, ContentIsFetchedOnceAndConfirmedOncePerRun) {
     EXPECT_EQ(status.st_mode & 0777U, 0700U);
 }
 
-TEST_F(CreCacherTest, TheCopyOnDiskSpareTheTransferAndServesWhenNobodyAnswers) {
+TEST_F(CreCacherTest, TheCopyOnDiskSparesTheTransferAndServesWhenNobodyAnswers) {
     publish(content("one"));
     EXPECT_EQ(creOf(), "one");
     forget();

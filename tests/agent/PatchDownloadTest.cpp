@@ -144,6 +144,20 @@ TEST_F(PatchDownloadTest, ProgressBuysMoreAttemptsThanStandingStill) {
     EXPECT_TRUE(arrived());
 }
 
+TEST_F(PatchDownloadTest, ATransferThatCannotBeResumedIsNotBegunWithoutEnd) {
+    const std::string file = server.path("patches/editor 2.1.zip");
+    boost::filesystem::last_write_time(file,
+                                       std::time(nullptr) + 3600);  // too young to tell two versions apart
+    ServerFault weak = dropAfter(20'000);
+    weak.etag = "W/\"v1\"";
+    server.onRequest([=](const ServerRequest&, int) { return weak; });
+    EXPECT_EQ(run(), DownloadResult::failed);
+    const auto log = server.takeLog();
+    EXPECT_EQ(log.size(), 5U);
+    for (const auto& line : log)
+        EXPECT_EQ(line.request.range, "");
+}
+
 TEST_F(PatchDownloadTest, ALaterRunResumesAndBeginsAnewForAnotherVersion) {
     leavePartial(100'000);
     EXPECT_EQ(run(), DownloadResult::done);
