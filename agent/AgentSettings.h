@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "remediation/Export.h"
+
 namespace zelor {
 
 /// The agent's own ini file, before the system root.
@@ -19,7 +21,7 @@ struct Setting {
 };
 
 /// The agent's settings, read once from one ini file. Immutable; paths are below the system root already.
-class AgentSettings {
+class ZELOR_API AgentSettings {
   public:
     /// Reads `iniFile` without logging; `reportProblems` tells what was wrong. A missing, malformed or
     /// oversized (above 1 MiB) file gives all defaults; an unusable value gives the default of its key. Never

@@ -5,6 +5,8 @@
 #include <mutex>
 #include <string>
 
+#include "remediation/Export.h"
+
 namespace zelor {
 
 /// What is being downloaded now, for a display of progress.
@@ -17,13 +19,9 @@ struct DownloadSnapshot {
 };
 
 /// The process's latest download. Any thread.
-class DownloadProgress {
+class ZELOR_API DownloadProgress {
   public:
-    static DownloadProgress& instance() {
-        // Kept to the very end of the process: a run's thread may outlive main().
-        static DownloadProgress& progress = *new DownloadProgress;
-        return progress;
-    }
+    static DownloadProgress& instance();
 
     DownloadSnapshot snapshot() const {
         const std::lock_guard<std::mutex> lock(mutex_);

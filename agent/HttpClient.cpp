@@ -10,10 +10,7 @@
 #include <thread>
 
 #include "agent/RatePacer.h"
-
-#ifndef ZELOR_VERSION
-#define ZELOR_VERSION "1.0"
-#endif
+#include "remediation/Version.h"
 
 namespace zelor {
 
@@ -177,7 +174,7 @@ class HttpClient::Transfer {
         set(easy_, CURLOPT_SSL_VERIFYHOST, 2L);
         set(easy_, CURLOPT_SSLVERSION, CURL_SSLVERSION_TLSv1_2);
         set(easy_, CURLOPT_PROXY, "");
-        set(easy_, CURLOPT_USERAGENT, "zelor-agent/" ZELOR_VERSION);
+        set(easy_, CURLOPT_USERAGENT, "zelor-agent/" ZELOR_VERSION_STRING);
         set(easy_, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(request_.limits.connectTimeout.count()));
         set(easy_, CURLOPT_ERRORBUFFER, error_.data());
         set(easy_, CURLOPT_HTTPHEADER, headers_.get());

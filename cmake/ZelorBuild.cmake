@@ -3,6 +3,8 @@ set(CMAKE_CXX_STANDARD 17)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
@@ -21,3 +23,27 @@ if(ZELOR_SANITIZE)
     target_compile_options(zelor_build INTERFACE -fsanitize=${ZELOR_SANITIZE} -fno-sanitize-recover=all)
     target_link_options(zelor_build INTERFACE -fsanitize=${ZELOR_SANITIZE})
 endif()
+
+# What an embedder includes: the sources and generated headers here, one folder of headers once installed.
+configure_file(cmake/Version.h.in ${PROJECT_BINARY_DIR}/include/remediation/Version.h @ONLY)
+function(zelor_public_headers target)
+    target_include_directories(${target} PUBLIC
+        $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
+        $<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/include>
+        $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/zelor>)
+endfunction()
+
+# A shared library shows the symbols that cmake/<name>.map lists; templates of the standard library and of Boost,
+# which the compiler leaves visible, are hidden with it.
+function(zelor_shared_library target name)
+    set_target_properties(${target} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+    if(APPLE)
+        set_target_properties(${target} PROPERTIES INSTALL_RPATH @loader_path)
+        # The agent brings the collaborators, at load.
+        target_link_options(${target} PRIVATE -undefined dynamic_lookup)
+    else()
+        set_target_properties(${target} PROPERTIES INSTALL_RPATH $ORIGIN
+            LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/${name}.map)
+        target_link_options(${target} PRIVATE -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/${name}.map)
+    endif()
+endfunction()

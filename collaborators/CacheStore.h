@@ -3,8 +3,10 @@
 #include <set>
 #include <string>
 
+#include "remediation/Export.h"
+
 /// The agent's probe cache, as far as remediation reads it.
-class CacheStore {
+class ZELOR_API CacheStore {
   public:
     /// Operating-system CPEs that count as products in a request. Empty when there are none.
     static std::set<std::string> GetSplCaseCPEs();

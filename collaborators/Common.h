@@ -2,8 +2,10 @@
 
 #include <string>
 
+#include "remediation/Export.h"
+
 /// Small helpers of the agent.
-class Common {
+class ZELOR_API Common {
   public:
     /// `path` without its trailing path separators; "/" alone becomes "".
     static std::string StripTrailingSeparators(const std::string& path);

@@ -2,8 +2,10 @@
 
 #include <string>
 
+#include "remediation/Export.h"
+
 /// The agent's settings. Every getter answers with the configured text or its default; none throws.
-class ConfigurationManager {
+class ZELOR_API ConfigurationManager {
   public:
     /// The settings read from `configFile`; "" names the agent's own ini file. Never null, valid until the
     /// process ends. Any thread.

@@ -2,10 +2,11 @@
 
 #include <string>
 
+#include "remediation/Export.h"
 #include "remediation/parseOnlyMetadata.h"
 
 /// The agent's cache of remediation content (CREs with their ERI blocks).
-class CreCacher {
+class ZELOR_API CreCacher {
   public:
     /// The cache of the agent installed in `installPath`; never null, valid until the process ends. Any
     /// thread.

@@ -2,8 +2,10 @@
 
 #include <string>
 
+#include "remediation/Export.h"
+
 /// Measures the bandwidth between this machine and the remediation repository.
-class DownloadManager {
+class ZELOR_API DownloadManager {
   public:
     DownloadManager(std::string installPath, bool useProxy);
 

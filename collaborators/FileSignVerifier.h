@@ -2,8 +2,10 @@
 
 #include <string>
 
+#include "remediation/Export.h"
+
 /// Checks a file (or bundle folder) against its detached signature and the agent's trusted key.
-class FileSignVerifier {
+class ZELOR_API FileSignVerifier {
   public:
     FileSignVerifier();
     ~FileSignVerifier();

@@ -2,8 +2,10 @@
 
 #include <log4cpp/Category.hh>
 
+#include "remediation/Export.h"
+
 /// The agent's log. Every line of the library goes to the one category it hands out.
-class Logger {
+class ZELOR_API Logger {
   public:
     /// The process-wide logger; never null, valid until the process ends. Any thread.
     static Logger* GetInstance();

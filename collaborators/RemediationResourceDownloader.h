@@ -2,8 +2,10 @@
 
 #include <string>
 
+#include "remediation/Export.h"
+
 /// The agent's downloader of patches and scripts from the remediation repository.
-class RemediationResourceDownloader {
+class ZELOR_API RemediationResourceDownloader {
   public:
     /// The process-wide downloader; never null, valid until the process ends. Any thread.
     static RemediationResourceDownloader* GetInstance();

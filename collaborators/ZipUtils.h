@@ -1,7 +1,9 @@
 #pragma once
 
+#include "remediation/Export.h"
+
 /// Unpacks the archives in which patches and scripts travel.
-class ZipUtils {
+class ZELOR_API ZipUtils {
   public:
     ZipUtils();
     ~ZipUtils();

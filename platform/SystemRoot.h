@@ -2,14 +2,16 @@
 
 #include <string>
 
+#include "remediation/Export.h"
+
 /// Sets the folder below which every fixed path of the library ("/etc/zelor/...", "/var/log/zelor/...",
 /// "/Applications/", "/var/zelor/mountpoint") and every path of the agent's ini file is taken; "" (the state
 /// at load) takes them as they are. For rehearsals, images and tests: call it once, before the first manager
 /// is built and before other threads run. No environment variable sets it.
-void setSystemRoot(const std::string& directory);
+ZELOR_API void setSystemRoot(const std::string& directory);
 
 /// The system root in force, without trailing separators; "" when none is set.
-std::string getSystemRoot();
+ZELOR_API std::string getSystemRoot();
 
 /// `path` below the system root: "/etc/x" gives "/tmp/mac/etc/x" for the root "/tmp/mac".
-std::string underSystemRoot(const std::string& path);
+ZELOR_API std::string underSystemRoot(const std::string& path);

@@ -14,6 +14,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "remediation/Export.h"
 #include "remediation/creEriParsedData.h"
 #include "remediation/parsedEriData.h"
 #include "remediation/remediateMetadata.h"
@@ -33,7 +34,7 @@ class InstalledRecord;
 /// thread at any moment. Operations that are part of a run (parsing, fetching, installing) belong to the
 /// run's thread. The manager never throws at its caller; failures become log lines, progress values and
 /// flags.
-class RemediationManager {
+class ZELOR_API RemediationManager {
   public:
     /// Progress of one request. 4 is success, 5 to 11 are failures.
     enum REM_PROGRESS : int {

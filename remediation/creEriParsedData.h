@@ -3,11 +3,12 @@
 #include <string>
 #include <vector>
 
+#include "remediation/Export.h"
 #include "remediation/parsedEriData.h"
 
 /// One parsed remediation entry (CRE) with its remediation instructions (ERIs).
 /// The content library fills it (through RecordAccess); field order and types are shared with that library.
-class creEriParsedData {
+class ZELOR_API creEriParsedData {
   public:
     creEriParsedData();
     creEriParsedData(const creEriParsedData& other);

@@ -3,11 +3,12 @@
 #include <cstdint>
 #include <string>
 
+#include "remediation/Export.h"
 #include "remediation/creEriParsedData.h"
 
 /// What the content cache hands back for one request.
 /// The content library fills it (through RecordAccess); field order and types are shared with that library.
-class parseOnlyMetadata {
+class ZELOR_API parseOnlyMetadata {
   public:
     parseOnlyMetadata();
     parseOnlyMetadata(const parseOnlyMetadata& other);

@@ -2,9 +2,11 @@
 
 #include <string>
 
+#include "remediation/Export.h"
+
 /// One parsed ERI block: one installable patch or one configuration action for one product.
 /// The content library fills it (through RecordAccess); field order and types are shared with that library.
-class parsedEriData {
+class ZELOR_API parsedEriData {
   public:
     parsedEriData();
     parsedEriData(const parsedEriData& other);

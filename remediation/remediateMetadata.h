@@ -2,10 +2,11 @@
 
 #include <string>
 
+#include "remediation/Export.h"
 #include "remediation/creEriParsedData.h"
 
 /// One remediation request: a finding of the controller's map with the content that remediates it.
-class remediateMetadata {
+class ZELOR_API remediateMetadata {
   public:
     remediateMetadata();
     remediateMetadata(const remediateMetadata& other);

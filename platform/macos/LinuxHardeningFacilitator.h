@@ -2,8 +2,10 @@
 
 #include <string>
 
+#include "remediation/Export.h"
+
 /// Runs hardening scripts.
-class LinuxHardeningFacilitator {
+class ZELOR_API LinuxHardeningFacilitator {
   public:
     /// Runs the script with /bin/bash and waits for it. Returns 0 when its wait status is 0, else -1 (also
     /// when it cannot be started). Blocks the calling thread, at most for the configured command limit.

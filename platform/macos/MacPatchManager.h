@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "remediation/Export.h"
+
 /// The agent's ini file and the key of the current OS name in it.
 inline constexpr char MPMZELORINIFILE[] = "/etc/zelor/zelor.ini";
 inline constexpr char MPMPROFILEID[] = "ScanManager.ProfileId";
@@ -19,7 +21,7 @@ inline constexpr bool isAppInstaller = false;
 /// Installs on macOS: OS updates, application bundles, packages, disk images, hardening scripts; and knows
 /// the machine's identity. One thread at a time; its commands block. No operation throws. Operations that
 /// return an int give 0 on success and -1 on failure.
-class MacPatchManager {
+class ZELOR_API MacPatchManager {
   public:
     /// Reads the current OS name and platform from the agent's files.
     MacPatchManager();

@@ -1,0 +1,91 @@
+# What `cmake --install` puts where, the packages, and what find_package and pkg-config find. Programs are installed
+# where they are built.
+include(CMakePackageConfigHelpers)
+
+set(zelor_cmake_dir ${CMAKE_INSTALL_LIBDIR}/cmake/ZelorRemediation)
+set(zelor_include_dir ${CMAKE_INSTALL_INCLUDEDIR}/zelor)
+
+set(zelor_libraries zelor_remediation)
+if(NOT BUILD_SHARED_LIBS)
+    list(APPEND zelor_libraries zelor_records)
+endif()
+install(TARGETS ${zelor_libraries} EXPORT ZelorRemediationTargets)
+install(EXPORT ZelorRemediationTargets NAMESPACE Zelor:: DESTINATION ${zelor_cmake_dir})
+
+install(FILES
+    ${PROJECT_BINARY_DIR}/include/remediation/Version.h
+    remediation/Export.h
+    remediation/RecordAccess.h
+    remediation/RemediationManager.h
+    remediation/creEriParsedData.h
+    remediation/parseOnlyMetadata.h
+    remediation/parsedEriData.h
+    remediation/remediateMetadata.h
+    DESTINATION ${zelor_include_dir}/remediation)
+install(FILES platform/SystemRoot.h DESTINATION ${zelor_include_dir}/platform)
+install(FILES platform/macos/LinuxHardeningFacilitator.h platform/macos/MacPatchManager.h
+    DESTINATION ${zelor_include_dir}/platform/macos)
+install(DIRECTORY collaborators DESTINATION ${zelor_include_dir} FILES_MATCHING PATTERN "*.h")
+
+if(ZELOR_BUILD_AGENT)
+    install(TARGETS zelor_agent EXPORT ZelorRemediationAgentTargets)
+    install(EXPORT ZelorRemediationAgentTargets NAMESPACE Zelor:: DESTINATION ${zelor_cmake_dir})
+    install(FILES agent/AgentSettings.h agent/ContentCacheControl.h agent/DownloadProgress.h agent/LogControl.h
+        DESTINATION ${zelor_include_dir}/agent)
+endif()
+
+configure_package_config_file(cmake/ZelorRemediationConfig.cmake.in ZelorRemediationConfig.cmake
+    INSTALL_DESTINATION ${zelor_cmake_dir} NO_SET_AND_CHECK_MACRO)
+write_basic_package_version_file(ZelorRemediationConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES
+    ${PROJECT_BINARY_DIR}/ZelorRemediationConfig.cmake
+    ${PROJECT_BINARY_DIR}/ZelorRemediationConfigVersion.cmake
+    cmake/FindLog4cpp.cmake
+    DESTINATION ${zelor_cmake_dir})
+
+if(BUILD_SHARED_LIBS)
+    set(zelor_pc_records "")
+    set(zelor_pc_agent_base "-lzelor_remediation")
+    set(zelor_pc_agent_requires "")
+else()
+    set(zelor_pc_records "-lzelor_records")
+    set(zelor_pc_agent_base "-lzelor_records")
+    set(zelor_pc_agent_requires "libcurl libarchive libcrypto pugixml")
+endif()
+file(RELATIVE_PATH zelor_pc_up /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
+foreach(name zelor-remediation zelor-agent)
+    if(name STREQUAL zelor-remediation OR ZELOR_BUILD_AGENT)
+        configure_file(cmake/${name}.pc.in ${name}.pc @ONLY)
+        install(FILES ${PROJECT_BINARY_DIR}/${name}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+    endif()
+endforeach()
+
+set(zelor_doc_dir ${CMAKE_INSTALL_DATADIR}/doc/zelor-remediation)
+install(DIRECTORY docs/ DESTINATION ${zelor_doc_dir}
+    FILES_MATCHING PATTERN "*.md" PATTERN "*.png" PATTERN "*.svg")
+foreach(page README.md CHANGELOG.md SECURITY.md)
+    if(EXISTS ${PROJECT_SOURCE_DIR}/${page})
+        install(FILES ${page} DESTINATION ${zelor_doc_dir})
+    endif()
+endforeach()
+install(DIRECTORY examples/embed DESTINATION ${zelor_doc_dir}/examples)
+
+set(CPACK_PACKAGE_NAME zelor-remediation)
+set(CPACK_PACKAGE_VENDOR "Zelor")
+set(CPACK_PACKAGE_CONTACT "Zelor Remediation maintainers")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")
+set(CPACK_PACKAGE_DESCRIPTION "Programs, libraries, headers and documentation of Zelor Remediation.")
+set(CPACK_PACKAGE_CHECKSUM SHA256)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_GENERATOR TGZ)
+find_program(ZELOR_DPKG dpkg)
+if(ZELOR_DPKG)
+    list(APPEND CPACK_GENERATOR DEB)
+endif()
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION admin)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS
+    "libboost-thread-dev, libboost-filesystem-dev, libboost-system-dev, liblog4cpp5-dev, libcurl4-openssl-dev, \
+libarchive-dev, libssl-dev, libpugixml-dev")
+include(CPack)
