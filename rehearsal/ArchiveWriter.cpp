@@ -20,6 +20,9 @@ namespace zelor::rehearsal {
 
 namespace {
 
+constexpr off_t volumeNameAt = 16 * 2048 + 40;
+constexpr std::size_t volumeNameBytes = 32;
+
 constexpr mode_t plainFile = S_IFREG | 0644;
 constexpr mode_t plainFolder = S_IFDIR | 0755;
 
@@ -41,13 +44,13 @@ bool isInside(const std::string& path, const std::string& folder) {
 }  // namespace
 
 ArchiveWriter::ArchiveWriter(Kind kind, const std::string& path, const std::string& volume)
-    : path_(path), staged_(path + ".unfinished") {
+    : path_(path), staged_(path + ".unfinished"), volume_(volume) {
     file_ = openFile(staged_, O_RDWR | O_CREAT | O_TRUNC, 0644);
     if (!file_) throw std::runtime_error("cannot write " + staged_ + ": " + errorText(errno));
     writer_.reset(archive_write_new());
     if (!writer_) throw std::bad_alloc();
     try {
-        configure(kind, volume);
+        configure(kind);
     } catch (...) {
         ::unlink(staged_.c_str());
         throw;
@@ -59,7 +62,7 @@ ArchiveWriter::~ArchiveWriter() {
     if (!staged_.empty()) ::unlink(staged_.c_str());
 }
 
-void ArchiveWriter::configure(Kind kind, const std::string& volume) {
+void ArchiveWriter::configure(Kind kind) {
     archive* writer = writer_.get();
     switch (kind) {
         case Kind::xar:
@@ -76,7 +79,7 @@ void ArchiveWriter::configure(Kind kind, const std::string& volume) {
         case Kind::iso9660:
             require(archive_write_set_format_iso9660(writer));
             require(archive_write_set_options(writer, "rockridge=strict,!joliet,!pad"));
-            require(archive_write_set_format_option(writer, "iso9660", "volume-id", volume.c_str()));
+            require(archive_write_set_format_option(writer, "iso9660", "volume-id", volume_.c_str()));
             break;
     }
     archive_write_set_bytes_in_last_block(writer, 1);
@@ -96,6 +99,7 @@ ArchiveWriter::Entry ArchiveWriter::newEntry(const std::string& name, mode_t mod
     archive_entry_set_mode(entry.get(), mode);
     archive_entry_set_mtime(entry.get(), modified, 0);
     archive_entry_set_nlink(entry.get(), 1);
+    archive_entry_set_size(entry.get(), 0);
     archive_entry_set_uid(entry.get(), 0);
     archive_entry_set_gid(entry.get(), 0);
     archive_entry_set_uname(entry.get(), "root");
@@ -174,6 +178,15 @@ void ArchiveWriter::addPath(const std::string& path, const std::string& name, Fo
 
 void ArchiveWriter::commit() {
     require(archive_write_close(writer_.get()));
+    if (!volume_.empty()) {
+        // The format's writer knows capitals alone here; Macs show the name as it stands.
+        std::string name = volume_;
+        name.resize(volumeNameBytes, ' ');
+        if (::pwrite(file_.get(), name.data(), name.size(), volumeNameAt) !=
+            static_cast<ssize_t>(name.size())) {
+            throw std::runtime_error("cannot write " + path_ + ": " + errorText(errno));
+        }
+    }
     if (!flushToDisk(file_.get()) || ::rename(staged_.c_str(), path_.c_str()) != 0) {
         throw std::runtime_error("cannot write " + path_ + ": " + errorText(errno));
     }

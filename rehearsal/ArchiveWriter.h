@@ -45,7 +45,7 @@ class ArchiveWriter {
     };
     using Entry = std::unique_ptr<archive_entry, Release>;
 
-    void configure(Kind kind, const std::string& volume);
+    void configure(Kind kind);
     void require(int result) const;
     static Entry newEntry(const std::string& name, mode_t mode, time_t modified);
     void writeEntry(archive_entry* entry);
@@ -55,6 +55,7 @@ class ArchiveWriter {
 
     std::string path_;
     std::string staged_;
+    std::string volume_;
     UniqueFd file_;
     std::unique_ptr<archive, Release> writer_;
 };
