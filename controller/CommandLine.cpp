@@ -1,0 +1,168 @@
+#include "controller/CommandLine.h"
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <iostream>
+
+#include "controller/Commands.h"
+#include "controller/InputError.h"
+#include "controller/States.h"
+#include "controller/Text.h"
+
+namespace zelor {
+
+namespace {
+
+constexpr const char* examples = R"(Examples:
+  zelor-remediate run requests.json
+  zelor-remediate run requests.json --json result.json --events events.jsonl
+  zelor-remediate buffer requests.json
+  zelor-remediate status
+  zelor-remediate run requests.json --root /tmp/mac --tools rehearsal/bin
+
+requests.json is an object from request key to CVE or CCE identifier:
+  {"cpe:/o:apple:mac_os_x,cpe:/a:example:editor||Example Editor": "CVE-2014-4459",
+   "cpe:/o:apple:mac_os_x||": "CCE-26932-4"}
+
+Remediates vulnerabilities and misconfigurations with signed content from the agent's repository.)";
+
+constexpr const char* exitStatuses = R"(Exit status:
+    0  every request succeeded (buffer: every patch is buffered)
+    1  some succeeded and some did not
+    2  unusable arguments, requests or configuration: nothing was changed
+    3  none succeeded
+  130  cancelled by a signal
+
+The first SIGINT (Ctrl-C), SIGTERM or SIGHUP cancels and waits for the step in hand; the second leaves at once.)";
+
+constexpr const char* runHelp = R"(Examples:
+  zelor-remediate run requests.json
+  zelor-remediate run requests.json --json - | jq .rebootNeeded
+  zelor-remediate run requests.json --events - | while read -r event; do ...; done
+  zelor-remediate run requests.json --after-scan --report run.html
+
+Applies what the requests ask for and tells how it goes: hardening scripts first, then updates of the operating
+system, then patches of products. What the installed-patches record holds is not applied again.)";
+
+constexpr const char* bufferHelp = R"(Examples:
+  zelor-remediate buffer requests.json
+  zelor-remediate buffer requests.json --json buffered.json
+
+Fetches the patches of the requests ahead of time, at the configured share of the bandwidth and within the configured
+budget. A later run takes them without a download. An interrupted download is resumed the next time.)";
+
+constexpr const char* statusHelp = R"(Examples:
+  zelor-remediate status
+  zelor-remediate status --json | jq .settings
+
+Shows the platform, the settings in force and where each came from, what is recorded as installed, the buffered patches
+against their budget and the unfinished downloads. Changes nothing.)";
+
+using Action = std::function<int()>;
+
+void addRequests(CLI::App* command, std::string& requests) {
+    command->add_option("REQUESTS.json", requests, "The requests; - reads standard input")
+        ->required()
+        ->type_name("");
+}
+
+void addPlace(CLI::App* command, PlaceOptions& place) {
+    const std::string group = "Place";
+    command->add_option("--root", place.root, "Take every path of the agent below this folder")
+        ->type_name("DIR")
+        ->group(group);
+    command->add_option("--tools", place.tools, "Look for the system's tools in this folder first")
+        ->type_name("DIR")
+        ->group(group);
+    command
+        ->add_option("--install-path", place.installPath,
+                     "The agent's folder, below the root [its setting, /opt/zelor]")
+        ->type_name("DIR")
+        ->group(group);
+    command
+        ->add_option("--content-dir", place.contentDir,
+                     "Where patches are unpacked; emptied at the end; below the root")
+        ->type_name("DIR")
+        ->capture_default_str()
+        ->group(group);
+}
+
+void addTalk(CLI::App* command, TalkOptions& talk) {
+    CLI::Option* quiet = command->add_flag("-q,--quiet", talk.quiet, "No progress and no summary");
+    command->add_flag("-v,--verbose", talk.verbose, "The log's trail on standard error")->excludes(quiet);
+}
+
+void addRun(CLI::App& app, RunOptions& options, Action& action) {
+    CLI::App* command = app.add_subcommand("run", runHelp);
+    addRequests(command, options.requests);
+    command->add_flag("--after-scan", options.afterScan,
+                      "The first run after a scan: begin with an empty installed-patches record");
+    command->add_option("--json", options.json, "Write the results there at the end; - is standard output")
+        ->type_name("FILE");
+    command
+        ->add_option("--events", options.events,
+                     "Write a line of JSON there at every change; - is standard output")
+        ->type_name("FILE");
+    addTalk(command, options.talk);
+    addPlace(command, options.place);
+    command->callback([&] { action = [&] { return runCommand(options); }; });
+}
+
+/// In the list of commands each has the first sentence of its help.
+std::string firstSentence(const CLI::App* command) {
+    const std::string text = command->get_description();
+    const auto begin = text.find("\n\n");
+    const std::string body = begin == std::string::npos ? text : text.substr(begin + 2);
+    std::string sentence = body.substr(0, body.find_first_of(".:"));
+    for (char& letter : sentence)
+        letter = letter == '\n' ? ' ' : letter;
+    return sentence;
+}
+
+class HelpFormat : public CLI::Formatter {
+  public:
+    std::string make_subcommand(const CLI::App* command) const override {
+        return "  " + command->get_name() + std::string(10 - command->get_name().size(), ' ') +
+               firstSentence(command) + '\n';
+    }
+};
+
+/// CLI11 would only say that a command is missing.
+void refuseUnknownCommand(const CLI::App& app, const std::vector<std::string>& arguments) {
+    if (arguments.empty() || arguments[0].rfind('-', 0) == 0) return;
+    const auto named = [&](const CLI::App* command) { return command->get_name() == arguments[0]; };
+    if (!app.get_subcommands(named).empty()) return;
+    std::string known;
+    for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; }))
+        known += (known.empty() ? "" : ", ") + command->get_name();
+    throw InputError("there is no command \"" + printable(arguments[0]) + "\"; use one of: " + known);
+}
+
+int execute(CLI::App& app, const std::vector<std::string>& arguments, const Action& action) {
+    try {
+        refuseUnknownCommand(app, arguments);
+        app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+        return action();
+    } catch (const CLI::ParseError& e) {
+        return app.exit(e) == 0 ? exitStatus::allSucceeded : exitStatus::unusable;
+    } catch (const std::exception& e) {
+        // An unexpected failure comes before anything was applied: a run keeps its own to itself.
+        std::cerr << "zelor-remediate: " << e.what() << '\n';
+        return exitStatus::unusable;
+    }
+}
+
+}  // namespace
+
+int runController(const std::vector<std::string>& arguments) {
+    CLI::App app(examples, "zelor-remediate");
+    app.formatter(std::make_shared<HelpFormat>());
+    app.require_subcommand(1);
+    app.footer(exitStatuses);
+    RunOptions run;
+    Action action;
+    addRun(app, run, action);
+    return execute(app, arguments, action);
+}
+
+}  // namespace zelor

@@ -1,0 +1,11 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace zelor {
+
+/// Runs the controller with the arguments after its name; returns the exit status.
+int runController(const std::vector<std::string>& arguments);
+
+}  // namespace zelor

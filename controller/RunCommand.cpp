@@ -1,0 +1,133 @@
+#include <unistd.h>
+
+#include <iostream>
+#include <memory>
+#include <optional>
+
+#include "agent/ContentCacheControl.h"
+#include "agent/LogControl.h"
+#include "controller/Commands.h"
+#include "controller/EventLines.h"
+#include "controller/InputError.h"
+#include "controller/OutputFile.h"
+#include "controller/PlainLines.h"
+#include "controller/ReportJson.h"
+#include "controller/RunLog.h"
+#include "controller/Watch.h"
+#include "remediation/RemediationManager.h"
+
+namespace zelor {
+
+namespace {
+
+void checkOutputs(const RunOptions& options) {
+    if (options.json == "-" && options.events == "-") {
+        throw InputError("--json - and --events - cannot share standard output; give one of them a file");
+    }
+    checkOutput(options.json, "--json");
+    checkOutput(options.events, "--events");
+    checkOutput(options.report, "--report");
+}
+
+void complain(const std::string& problem) {
+    if (!problem.empty()) std::cerr << "zelor-remediate: " << problem << '\n';
+}
+
+/// One run from its inputs to its results.
+class Run {
+  public:
+    Run(const RunOptions& options, RequestMap requests, const Place& place)
+        : options_(options),
+          place_(place),
+          talkFd_(options.json == "-" || options.events == "-" ? STDERR_FILENO : STDOUT_FILENO),
+          table_(std::move(requests)),
+          tap_(log_),
+          manager_(place.installPath) {
+        if (!options.events.empty()) {
+            eventOutput_ = std::make_unique<LineOutput>(options.events, "--events");
+            addListener(std::make_unique<EventLines>(*eventOutput_));
+        }
+        if (!options.talk.quiet) {
+            addListener(std::make_unique<PlainLines>(
+                talkFd_, [this](const Result& result) { return reason(result); }));
+        }
+    }
+
+    int execute() {
+        Signals signals;
+        startNewRun();
+        manager_.setovalIdMap(table_.requests());
+        manager_.setContentDownloadDir(place_.contentDir);
+        manager_.setFirstRemediationAfterScan(options_.afterScan);
+        const auto start = std::chrono::steady_clock::now();
+        manager_.remediate(true);
+        std::vector<RunListener*> listeners;
+        for (const auto& listener : listeners_)
+            listeners.push_back(listener.get());
+        const WatchedRun watched{[this] { return manager_.getRemediationProgressMap(); },
+                                 [this] { return manager_.getRemDone(); },
+                                 [this] { manager_.setCancelAllRem(true); }};
+        const bool cancelled = watch(watched, signals, listeners);
+        finish(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+        return runExitStatus(table_.results().size(), table_.count(successValue), cancelled);
+    }
+
+  private:
+    void addListener(std::unique_ptr<RunListener> listener) { listeners_.push_back(std::move(listener)); }
+
+    /// The manager must outlive its run, whatever happens to the watcher.
+    bool watch(const WatchedRun& watched, Signals& signals, const std::vector<RunListener*>& listeners) {
+        try {
+            return watchRun(watched, table_, signals, listeners);
+        } catch (const std::exception& e) {
+            complain(std::string("the run is cancelled, it cannot be watched: ") + e.what());
+            watched.cancel();
+            return watchRun(watched, table_, signals, {});
+        }
+    }
+
+    std::string reason(const Result& result) const {
+        if (result.value == successValue || result.value == abortedValue) return "";
+        return shortReason(log_.notes(*result.key, *result.identifier));
+    }
+
+    void finish(double seconds) {
+        const RunFlags flags{manager_.getRebootNeeded(), manager_.getScanNeeded(),
+                             manager_.getAllRemFailed()};
+        if (!options_.json.empty()) {
+            complain(
+                writeOutput(options_.json, [&](std::ostream& out) { writeResultJson(out, table_, flags); }));
+        }
+        if (eventOutput_) complain(eventOutput_->problem());
+        if (!options_.talk.quiet) {
+            writeAll(talkFd_,
+                     runSummary(table_, flags.rebootNeeded, place_.settings->get("Log.File"), seconds));
+        }
+    }
+
+    const RunOptions& options_;
+    const Place& place_;
+    int talkFd_;
+    ResultTable table_;
+    RunLog log_;
+    LogTap tap_;
+    RemediationManager manager_;
+    std::unique_ptr<LineOutput> eventOutput_;
+    std::vector<std::unique_ptr<RunListener>> listeners_;
+};
+
+}  // namespace
+
+int runCommand(const RunOptions& options) {
+    RequestMap requests = loadRequests(options.requests);
+    checkOutputs(options);
+    const Place place = enterPlace(options.place);
+    requireUsableSettings(place);
+    checkContentDir(place);
+    prepareFolders(place, true);
+    const JobLock lock(place);
+    if (options.talk.verbose) logToStandardError("debug");
+    return Run(options, std::move(requests), place).execute();
+}
+
+}  // namespace zelor

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace zelor {
+
+/// Finds out from the log's trail why requests failed: it keeps the error lines and installer outputs that
+/// were logged while a request was worked on. Bounded in lines for each request and in requests. Any thread.
+class RunLog {
+  public:
+    /// Takes one line of the log, as it was logged.
+    void take(bool error, const std::string& line);
+
+    /// What was noted about a request, oldest first: by its key, by its identifier and, for an OS update, by
+    /// its package name.
+    std::vector<std::string> notes(const std::string& key, const std::string& identifier) const;
+
+  private:
+    enum class Kind { key, identifier, package };
+    struct Subject {
+        Kind kind;
+        std::string name;
+        bool operator<(const Subject& other) const {
+            return kind != other.kind ? kind < other.kind : name < other.name;
+        }
+    };
+
+    void follow(const std::string& line);
+    void begin(Kind kind, const std::string& name);
+    /// Files the pending notes under the subject.
+    void settle(Kind kind, const std::string& name);
+    void add(const Subject& subject, const std::string& note);
+
+    mutable std::mutex mutex_;
+    std::map<Subject, std::vector<std::string>> notes_;
+    std::vector<std::string> pending_;  ///< since the subject began
+    Subject subject_{Kind::key, ""};    ///< without a name while it is not known
+};
+
+/// The reason in one short printable line; "" when the notes hold none.
+std::string shortReason(const std::vector<std::string>& notes);
+
+/// Hands every line of the agent's log to a RunLog for its life, also the lines that the log file leaves out.
+class LogTap {
+  public:
+    explicit LogTap(RunLog& log);
+    ~LogTap();
+    LogTap(const LogTap&) = delete;
+    LogTap& operator=(const LogTap&) = delete;
+
+  private:
+    class Appender;
+    Appender* appender_;  ///< owned by the log's category
+};
+
+}  // namespace zelor

@@ -1,0 +1,184 @@
+#include "controller/Setup.h"
+
+#include <fcntl.h>
+#include <stdlib.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <vector>
+
+#include "agent/Files.h"
+#include "agent/RepositoryUrl.h"
+#include "collaborators/Common.h"
+#include "controller/InputError.h"
+#include "platform/SystemRoot.h"
+#include "platform/macos/MacPatchManager.h"
+
+namespace zelor {
+
+namespace {
+
+constexpr char logFolder[] = "/var/log/zelor";
+constexpr char mountPoint[] = "/var/zelor/mountpoint";
+constexpr char systemPath[] = "/usr/bin:/bin:/usr/sbin:/sbin";
+
+/// The folder that a person named, without symbolic links.
+std::string existingFolder(const std::string& path, const std::string& option) {
+    const std::unique_ptr<char, decltype(&::free)> real(::realpath(path.c_str(), nullptr), &::free);
+    if (!real) {
+        throw InputError(option + ' ' + path + ": " + errorText(errno) + "; name a folder that exists");
+    }
+    struct stat info {};
+    if (::stat(real.get(), &info) != 0 || !S_ISDIR(info.st_mode)) {
+        throw InputError(option + ' ' + path + " is not a folder; name one that exists");
+    }
+    return real.get();
+}
+
+/// A path as seen from the root, below it.
+std::string placed(const std::string& path, const std::string& option) {
+    const bool climbs = (path + '/').find("/../") != std::string::npos;
+    if (path.empty() || path.front() != '/' || climbs) {
+        throw InputError(option + " \"" + path +
+                         "\" must be an absolute path without \"..\", as seen from the root");
+    }
+    const std::string stripped = Common::StripTrailingSeparators(path);
+    return stripped.empty() ? getSystemRoot() : underSystemRoot(stripped);
+}
+
+void setEnvironment(const std::string& tools) {
+    const std::string path = (tools.empty() ? "" : tools + ':') + systemPath;
+    ::setenv("PATH", path.c_str(), 1);
+    for (const char* name : {"BASH_ENV", "ENV", "CDPATH", "GLOBIGNORE", "SHELLOPTS", "BASHOPTS", "IFS"})
+        ::unsetenv(name);
+}
+
+/// True when `inner` is `outer` or lies below it.
+bool isWithin(const std::string& inner, const std::string& outer) {
+    return (inner + '/').compare(0, outer.size() + 1, outer + '/') == 0;
+}
+
+std::string parentOf(const std::string& path) {
+    const auto slash = path.rfind('/');
+    return slash == 0 || slash == std::string::npos ? "/" : path.substr(0, slash);
+}
+
+void requireFolder(const std::string& path, bool make) {
+    if (make && !makeFolders(path)) {
+        throw InputError("cannot make the folder " + path + ": " + errorText(errno) +
+                         "; correct its place or rights");
+    }
+    struct stat info {};
+    if (::stat(path.c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) {
+        throw InputError("the folder " + path +
+                         " does not exist; install the agent, or make the folder as root");
+    }
+    if (::access(path.c_str(), W_OK | X_OK) != 0) {
+        throw InputError("the folder " + path + " cannot be written: " + errorText(errno) +
+                         "; run as root, or name a root of your own with --root");
+    }
+}
+
+}  // namespace
+
+Place enterPlace(const PlaceOptions& options) {
+    Place place;
+    const std::string root = options.root.empty() ? "" : existingFolder(options.root, "--root");
+    const std::string tools = options.tools.empty() ? "" : existingFolder(options.tools, "--tools");
+    if (tools.find(':') != std::string::npos) {
+        throw InputError("--tools " + tools + " holds a colon, which PATH cannot; move the folder");
+    }
+    place.belowRoot = !root.empty();
+    setSystemRoot(root);
+    setEnvironment(tools);
+    place.settings = AgentSettings::load(underSystemRoot(agentIniFile));
+    place.installPath = options.installPath.empty() ? place.settings->get("ScanManager.InstallPath")
+                                                    : placed(options.installPath, "--install-path");
+    place.contentDir = placed(options.contentDir, "--content-dir");
+    if (place.installPath == root) throw InputError("--install-path must not be the root itself");
+    return place;
+}
+
+void requireUsableSettings(const Place& place) {
+    const std::string& ini = place.settings->iniFile();
+    struct stat info {};
+    if (::stat(ini.c_str(), &info) != 0) {
+        throw InputError("the agent's settings file " + ini + " cannot be read: " + errorText(errno) +
+                         "; write one with [Repository] Url and TrustedKey");
+    }
+    std::string problems;
+    place.settings->reportProblems([&](const std::string& line) { problems += "\n  " + line; });
+    if (!problems.empty())
+        throw InputError("the agent's settings are not all usable; correct them:" + problems);
+    try {
+        repositoryUrl(*place.settings);
+    } catch (const std::exception& e) {
+        throw InputError(e.what());
+    }
+    const std::string& key = place.settings->get("Repository.TrustedKey");
+    if (key.empty()) {
+        throw InputError(
+            ini + ": [Repository] TrustedKey is missing; name the PEM file of the repository's public key");
+    }
+    if (::access(key.c_str(), R_OK) != 0) {
+        throw InputError("the trusted key " + key + " cannot be read: " + errorText(errno) +
+                         "; put it there, or correct " + "[Repository] TrustedKey in " + ini);
+    }
+}
+
+void checkContentDir(const Place& place) {
+    std::vector<std::string> others = {
+        place.installPath, underSystemRoot(logFolder), underSystemRoot(mountPoint),
+        underSystemRoot(Common::StripTrailingSeparators(APPFOLDER)), getSystemRoot()};
+    for (const char* key : {"Buffer.UnzipFolder", "Buffer.PatchesDir", "Log.File", "Repository.TrustedKey"})
+        others.push_back(place.settings->get(key));
+    const bool taken = std::any_of(others.begin(), others.end(), [&](const std::string& other) {
+        return isWithin(other, place.contentDir);
+    });
+    if (taken || place.contentDir.empty()) {
+        throw InputError("--content-dir " + place.contentDir +
+                         " holds other files of the agent, and a run empties it; choose a folder of its own");
+    }
+    struct stat info {};
+    if (::lstat(place.contentDir.c_str(), &info) != 0) return;
+    if (!S_ISDIR(info.st_mode) || info.st_uid != ::geteuid() || (info.st_mode & 077U) != 0) {
+        throw InputError(
+            "the content directory " + place.contentDir +
+            " must be a folder of your own that nobody else may enter, since a run empties it and starts "
+            "what it holds; choose another, or give it mode 0700 if it holds nothing you need");
+    }
+}
+
+void prepareFolders(const Place& place, bool contentDir) {
+    const AgentSettings& settings = *place.settings;
+    for (const std::string& folder :
+         {underSystemRoot(logFolder), parentOf(settings.get("Log.File")), settings.get("Buffer.UnzipFolder"),
+          settings.get("Buffer.PatchesDir"), place.installPath}) {
+        requireFolder(folder, place.belowRoot);
+    }
+    if (place.belowRoot) {
+        requireFolder(underSystemRoot(Common::StripTrailingSeparators(APPFOLDER)), true);
+        requireFolder(underSystemRoot(mountPoint), true);
+    }
+    if (!contentDir) return;
+    requireFolder(parentOf(place.contentDir), true);
+    if (::mkdir(place.contentDir.c_str(), 0700) != 0 && errno != EEXIST) {
+        throw InputError("cannot make the content directory " + place.contentDir + ": " + errorText(errno));
+    }
+    checkContentDir(place);
+}
+
+JobLock::JobLock(const Place& place) {
+    const std::string& folder = place.settings->get("Buffer.UnzipFolder");
+    folder_ = openFile(folder, O_RDONLY | O_DIRECTORY);
+    if (!folder_) throw InputError("cannot open the folder " + folder + ": " + errorText(errno));
+    if (::flock(folder_.get(), LOCK_EX | LOCK_NB) != 0) {
+        throw InputError("another run or buffering job works at this place (it holds " + folder +
+                         "); wait for its end, or stop it");
+    }
+}
+
+}  // namespace zelor

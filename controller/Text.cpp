@@ -1,0 +1,185 @@
+#include "controller/Text.h"
+
+#include <locale.h>
+#include <time.h>
+#include <wchar.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdio>
+
+#ifdef __APPLE__
+#include <xlocale.h>
+#endif
+
+namespace zelor {
+
+namespace {
+
+constexpr char32_t invalid = 0xffffffff;
+
+struct Character {
+    char32_t code = invalid;
+    std::size_t bytes = 1;
+};
+
+bool isContinuation(unsigned char byte) {
+    return (byte & 0xc0U) == 0x80;
+}
+
+/// The character at `at`; a byte that begins no well-formed one is invalid by itself.
+Character characterAt(const std::string& text, std::size_t at) {
+    const auto first = static_cast<unsigned char>(text[at]);
+    if (first < 0x80) return {first, 1};
+    const std::size_t bytes = first >= 0xf0 ? 4 : first >= 0xe0 ? 3 : 2;
+    if (first < 0xc2 || first > 0xf4 || at + bytes > text.size()) return {};
+    char32_t code = first & (0x7fU >> bytes);
+    for (std::size_t i = 1; i < bytes; ++i) {
+        const auto next = static_cast<unsigned char>(text[at + i]);
+        if (!isContinuation(next)) return {};
+        code = code << 6U | (next & 0x3fU);
+    }
+    constexpr std::array<char32_t, 5> least = {0, 0, 0x80, 0x800, 0x10000};
+    const bool surrogate = code >= 0xd800 && code <= 0xdfff;
+    if (code < least.at(bytes) || code > 0x10ffff || surrogate) return {};
+    return {code, bytes};
+}
+
+/// Marks that change the order in which the text around them is shown.
+bool reorders(char32_t code) {
+    return code == 0x61c || code == 0x200e || code == 0x200f || (code >= 0x202a && code <= 0x202e) ||
+           (code >= 0x2066 && code <= 0x2069);
+}
+
+/// The thread's character type is UTF-8 for the object's life, whatever the user's locale says.
+class Utf8Locale {
+  public:
+    Utf8Locale() {
+        static const locale_t utf8 = [] {
+            for (const char* name : {"C.UTF-8", "UTF-8", "en_US.UTF-8"}) {
+                if (const locale_t found = ::newlocale(LC_CTYPE_MASK, name, nullptr)) return found;
+            }
+            return static_cast<locale_t>(nullptr);
+        }();
+        if (utf8 != nullptr) old_ = ::uselocale(utf8);
+    }
+    ~Utf8Locale() {
+        if (old_ != nullptr) ::uselocale(old_);
+    }
+    Utf8Locale(const Utf8Locale&) = delete;
+    Utf8Locale& operator=(const Utf8Locale&) = delete;
+
+  private:
+    locale_t old_ = nullptr;
+};
+
+/// Below zero for a character that must not be printed. Needs a Utf8Locale.
+int columnsOfCharacter(char32_t code) {
+    if (code == invalid || code < 0x20 || (code >= 0x7f && code < 0xa0) || reorders(code)) return -1;
+    if (code < 0x7f) return 1;
+    return ::wcwidth(static_cast<wchar_t>(code));
+}
+
+std::string twoDigits(long number) {
+    return (number < 10 ? "0" : "") + std::to_string(number);
+}
+
+std::string oneDecimal(double number) {
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "%.1f", number);
+    return text.data();
+}
+
+}  // namespace
+
+std::string printable(const std::string& text) {
+    const Utf8Locale utf8;
+    std::string out;
+    out.reserve(text.size());
+    for (std::size_t at = 0; at < text.size();) {
+        const Character character = characterAt(text, at);
+        if (columnsOfCharacter(character.code) < 0) {
+            out += '?';
+        } else {
+            out.append(text, at, character.bytes);
+        }
+        at += character.bytes;
+    }
+    return out;
+}
+
+std::size_t columnsOf(const std::string& printableText) {
+    const Utf8Locale utf8;
+    std::size_t columns = 0;
+    for (std::size_t at = 0; at < printableText.size();) {
+        const Character character = characterAt(printableText, at);
+        columns += static_cast<std::size_t>(std::max(columnsOfCharacter(character.code), 0));
+        at += character.bytes;
+    }
+    return columns;
+}
+
+std::string cutToColumns(const std::string& printableText, std::size_t columns, const std::string& ellipsis) {
+    if (columnsOf(printableText) <= columns) return printableText;
+    const std::size_t mark = columnsOf(ellipsis);
+    if (mark > columns) return "";
+    const Utf8Locale utf8;
+    std::size_t used = mark;
+    std::size_t at = 0;
+    while (at < printableText.size()) {
+        const Character character = characterAt(printableText, at);
+        const auto wide = static_cast<std::size_t>(std::max(columnsOfCharacter(character.code), 0));
+        if (used + wide > columns) break;
+        used += wide;
+        at += character.bytes;
+    }
+    return printableText.substr(0, at) + ellipsis;
+}
+
+std::string fitToColumns(const std::string& printableText, std::size_t columns, const std::string& ellipsis) {
+    std::string text = cutToColumns(printableText, columns, ellipsis);
+    return text.append(columns - columnsOf(text), ' ');
+}
+
+std::string bytesText(std::uint64_t bytes) {
+    constexpr std::array<const char*, 5> units = {"B", "KB", "MB", "GB", "TB"};
+    if (bytes < 1024) return std::to_string(bytes) + " B";
+    auto amount = static_cast<double>(bytes);
+    std::size_t unit = 0;
+    // 1023.95 and more would be shown as "1024.0".
+    while (amount >= 1023.95 && unit + 1 < units.size()) {
+        amount /= 1024;
+        ++unit;
+    }
+    return oneDecimal(amount) + ' ' + units.at(unit);
+}
+
+std::string clockText(double seconds) {
+    const long whole = std::lround(std::floor(std::max(seconds, 0.0)));
+    const std::string rest = twoDigits(whole % 60);
+    if (whole < 3600) return std::to_string(whole / 60) + ':' + rest;
+    return std::to_string(whole / 3600) + ':' + twoDigits(whole / 60 % 60) + ':' + rest;
+}
+
+std::string durationText(double seconds) {
+    if (seconds < 9.95) return oneDecimal(std::max(seconds, 0.0)) + " s";
+    const long whole = std::lround(seconds);
+    if (whole < 60) return std::to_string(whole) + " s";
+    return std::to_string(whole / 60) + " min " + std::to_string(whole % 60) + " s";
+}
+
+std::string utcText(std::chrono::system_clock::time_point time) {
+    const time_t seconds = std::chrono::system_clock::to_time_t(time);
+    tm utc{};
+    ::gmtime_r(&seconds, &utc);
+    std::array<char, 32> text{};
+    ::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &utc);
+    return text.data();
+}
+
+std::string countText(std::size_t count, const std::string& noun) {
+    return std::to_string(count) + ' ' + noun + (count == 1 ? "" : "s");
+}
+
+}  // namespace zelor

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+/// Text for people: nothing that comes from keys, content or tools reaches a terminal unchanged.
+namespace zelor {
+
+/// `text` safe to print: control characters, escape sequences, marks that reorder text, and bytes that are
+/// not UTF-8 become "?".
+std::string printable(const std::string& text);
+
+/// Columns that a printable text takes on a terminal.
+std::size_t columnsOf(const std::string& printableText);
+
+/// The start of a printable text in at most `columns` columns, with `ellipsis` at its end when something is
+/// left out. Never cuts inside a character.
+std::string cutToColumns(const std::string& printableText, std::size_t columns, const std::string& ellipsis);
+
+/// As `cutToColumns`, then filled up with blanks to exactly `columns`.
+std::string fitToColumns(const std::string& printableText, std::size_t columns, const std::string& ellipsis);
+
+/// "512 B", "4.2 MB" (powers of 1024).
+std::string bytesText(std::uint64_t bytes);
+/// "0:07", "12:34", "1:02:03"; below zero counts as zero.
+std::string clockText(double seconds);
+/// "0.4 s", "12 s", "3 min 4 s"
+std::string durationText(double seconds);
+/// "2026-11-21T10:15:02Z"
+std::string utcText(std::chrono::system_clock::time_point time);
+
+/// "1 request", "3 requests"
+std::string countText(std::size_t count, const std::string& noun);
+
+}  // namespace zelor
