@@ -1,5 +1,6 @@
 #include "rehearsal/Unpacking.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -68,7 +69,7 @@ class Pass {
         if (!twin.empty()) {
             takeTwin(entry, path, below(twin));
         } else if (type == AE_IFDIR) {
-            if (tree_ != nullptr) tree_->addFolder(path, modeOf(entry), timeOf(entry));
+            if (tree_ != nullptr) takeFolder(entry, path);
         } else if (type == AE_IFLNK) {
             const auto target = rules_.linkTarget(path, textOrNone(archive_entry_symlink(entry)));
             if (tree_ != nullptr) tree_->addLink(path, target, timeOf(entry));
@@ -79,6 +80,23 @@ class Pass {
         }
     }
 
+    void takeFolder(archive_entry* entry, const ExtractionTree::Path& path) {
+        tree_->addFolder(path, modeOf(entry), timeOf(entry));
+        // One from an earlier unpacking may be closed to its owner, whom no root rights help here.
+        struct stat status {};
+        const std::string place = placeOf(path);
+        if (::lstat(place.c_str(), &status) == 0 && (status.st_mode & S_IRWXU) != S_IRWXU) {
+            ::chmod(place.c_str(), (status.st_mode & keptModeBits) | S_IRWXU);
+        }
+    }
+
+    std::string placeOf(const ExtractionTree::Path& path) const {
+        std::string place = destination_;
+        for (const std::string& component : path)
+            place += "/" + component;
+        return place;
+    }
+
     /// A second name of an earlier file: a file of its own with the same content.
     void takeTwin(archive_entry* entry, const ExtractionTree::Path& path, const ExtractionTree::Path& twin) {
         const bool hasContent = archive_entry_size_is_set(entry) != 0 && archive_entry_size(entry) > 0;
@@ -87,10 +105,7 @@ class Pass {
             return;
         }
         if (path == twin) throw std::runtime_error("is a hard link to itself");
-        std::string source = destination_;
-        for (const std::string& component : twin)
-            source += "/" + component;
-        const UniqueFd original = openRegularFile(source);
+        const UniqueFd original = openRegularFile(placeOf(twin));
         writeFile(entry, path, [&] {
             const auto count = ::read(original.get(), buffer_.data(), buffer_.size());
             if (count < 0) throw std::runtime_error("cannot be copied: " + errorText(errno));
