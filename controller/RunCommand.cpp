@@ -9,6 +9,7 @@
 #include "controller/Commands.h"
 #include "controller/EventLines.h"
 #include "controller/InputError.h"
+#include "controller/LiveProgress.h"
 #include "controller/OutputFile.h"
 #include "controller/PlainLines.h"
 #include "controller/ReportJson.h"
@@ -47,14 +48,11 @@ class Run {
             eventOutput_ = std::make_unique<LineOutput>(options.events, "--events");
             addListener(std::make_unique<EventLines>(*eventOutput_));
         }
-        if (!options.talk.quiet) {
-            addListener(std::make_unique<PlainLines>(
-                talkFd_, [this](const Result& result) { return reason(result); }));
-        }
     }
 
     int execute() {
         Signals signals;
+        addProgress();
         startNewRun();
         manager_.setovalIdMap(table_.requests());
         manager_.setContentDownloadDir(place_.contentDir);
@@ -68,12 +66,23 @@ class Run {
                                  [this] { return manager_.getRemDone(); },
                                  [this] { manager_.setCancelAllRem(true); }};
         const bool cancelled = watch(watched, signals, listeners);
+        listeners_.clear();
         finish(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
         return runExitStatus(table_.results().size(), table_.count(successValue), cancelled);
     }
 
   private:
     void addListener(std::unique_ptr<RunListener> listener) { listeners_.push_back(std::move(listener)); }
+
+    void addProgress() {
+        if (options_.talk.quiet) return;
+        const ReasonOf reasonOf = [this](const Result& result) { return reason(result); };
+        if (isLiveTerminal(talkFd_) && !options_.talk.verbose) {
+            addListener(std::make_unique<LiveProgress>(talkFd_, table_.results().size(), reasonOf));
+        } else {
+            addListener(std::make_unique<PlainLines>(talkFd_, reasonOf));
+        }
+    }
 
     /// The manager must outlive its run, whatever happens to the watcher.
     bool watch(const WatchedRun& watched, Signals& signals, const std::vector<RunListener*>& listeners) {

@@ -17,8 +17,8 @@ class RunListener {
     /// Values have changed; the table holds the new ones.
     virtual void changed(const ResultTable& /*table*/, const std::vector<Change>& /*changes*/,
                          double /*time*/) {}
-    /// A look at the run, after `changed`.
-    virtual void looked(const ResultTable& /*table*/, double /*time*/) {}
+    /// Some time has passed, whether anything changed or not; many times a second.
+    virtual void ticked(const ResultTable& /*table*/, double /*time*/) {}
     /// A signal has asked for the end, which is awaited now.
     virtual void cancelling(double /*time*/) {}
     /// The run is over; the table holds the results.

@@ -1,6 +1,5 @@
 #include "controller/Text.h"
 
-#include <locale.h>
 #include <time.h>
 #include <wchar.h>
 
@@ -9,9 +8,7 @@
 #include <cmath>
 #include <cstdio>
 
-#ifdef __APPLE__
-#include <xlocale.h>
-#endif
+#include "platform/SystemCalls.h"
 
 namespace zelor {
 

@@ -21,35 +21,78 @@ milliseconds LookPacer::next(bool changed, std::chrono::nanoseconds lookCost) {
     return std::max(pause_, least);
 }
 
+namespace {
+
+constexpr milliseconds tickTime{80};
+
+class Watcher {
+  public:
+    Watcher(const WatchedRun& run, ResultTable& table, Signals& signals,
+            const std::vector<RunListener*>& listeners)
+        : run_(run), table_(table), signals_(signals), listeners_(listeners) {}
+
+    bool watch() {
+        while (!look())
+            rest();
+        for (RunListener* listener : listeners_)
+            listener->ended(table_, now());
+        return cancelled_;
+    }
+
+  private:
+    double now() const { return std::chrono::duration<double>(Clock::now() - start_).count(); }
+
+    /// True when the run was over before this look, so that nothing can be missed.
+    bool look() {
+        const bool done = run_.done();
+        const auto before = Clock::now();
+        const std::vector<Change> changes = table_.apply(run_.progress());
+        cost_ = Clock::now() - before;
+        changed_ = !changes.empty();
+        const double time = now();
+        for (RunListener* listener : listeners_) {
+            if (changed_) listener->changed(table_, changes, time);
+            listener->ticked(table_, time);
+        }
+        return done;
+    }
+
+    /// Waits for the next look, with an eye on signals and on the end.
+    void rest() {
+        const auto until = Clock::now() + pacer_.next(changed_, cost_);
+        for (;;) {
+            if (signals_.endAsked() && !cancelled_) cancel();
+            const auto left = std::chrono::ceil<milliseconds>(until - Clock::now());
+            if (left.count() <= 0 || run_.done()) return;
+            signals_.wait(std::min(left, tickTime));
+            for (RunListener* listener : listeners_)
+                listener->ticked(table_, now());
+        }
+    }
+
+    void cancel() {
+        cancelled_ = true;
+        run_.cancel();
+        for (RunListener* listener : listeners_)
+            listener->cancelling(now());
+    }
+
+    const WatchedRun& run_;
+    ResultTable& table_;
+    Signals& signals_;
+    const std::vector<RunListener*>& listeners_;
+    Clock::time_point start_ = Clock::now();
+    LookPacer pacer_{longestPause};
+    Clock::duration cost_{};
+    bool changed_ = false;
+    bool cancelled_ = false;
+};
+
+}  // namespace
+
 bool watchRun(const WatchedRun& run, ResultTable& table, Signals& signals,
               const std::vector<RunListener*>& listeners) {
-    const auto start = Clock::now();
-    LookPacer pacer(longestPause);
-    bool cancelled = false;
-    for (;;) {
-        if (!cancelled && signals.endAsked()) {
-            cancelled = true;
-            run.cancel();
-            for (RunListener* listener : listeners)
-                listener->cancelling(std::chrono::duration<double>(Clock::now() - start).count());
-        }
-        // In this order, the look after the end sees every value.
-        const bool done = run.done();
-        const auto before = Clock::now();
-        const std::vector<Change> changes = table.apply(run.progress());
-        const auto after = Clock::now();
-        const double time = std::chrono::duration<double>(after - start).count();
-        for (RunListener* listener : listeners) {
-            if (!changes.empty()) listener->changed(table, changes, time);
-            listener->looked(table, time);
-        }
-        if (done) {
-            for (RunListener* listener : listeners)
-                listener->ended(table, time);
-            return cancelled;
-        }
-        signals.wait(pacer.next(!changes.empty(), after - before));
-    }
+    return Watcher(run, table, signals, listeners).watch();
 }
 
 }  // namespace zelor

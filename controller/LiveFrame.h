@@ -1,0 +1,71 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+/// The live display as text: decisions alone, nothing here touches a terminal.
+namespace zelor {
+
+enum class Tone { waiting, busy, good, bad, stopped };
+
+struct Transfer {
+    std::uint64_t done = 0;
+    std::uint64_t total = 0;  ///< 0: not known
+    double rate = 0;          ///< bytes per second; 0: not known yet
+};
+
+/// One request (or patch). All texts are printable.
+struct LiveRow {
+    std::string name;
+    std::string identifier;
+    std::string state;
+    Tone tone = Tone::waiting;
+    double seconds = 0;  ///< in this state; for a settled row, in all
+    std::optional<Transfer> transfer;
+    std::string reason;
+};
+
+struct LiveView {
+    std::vector<LiveRow> rows;  ///< busy ones first
+    std::size_t moreWaiting = 0;
+    std::size_t done = 0;
+    std::size_t total = 0;                                    ///< 0: not known
+    std::vector<std::pair<std::string, std::size_t>> counts;  ///< results by state
+    double seconds = 0;
+    bool cancelling = false;
+    /// Columns of names and identifiers, so that they stay where they are from frame to frame; those of the
+    /// rows where they are wider.
+    std::size_t nameColumns = 0;
+    std::size_t identifierColumns = 0;
+};
+
+/// What the terminal can show.
+struct LiveStyle {
+    std::size_t columns = 80;
+    std::size_t lines = 24;
+    bool colour = false;
+    bool unicode = false;
+};
+
+struct FrameLine {
+    std::string text;         ///< with its escape sequences for colour
+    std::size_t columns = 0;  ///< that it takes; below the style's columns, so that nothing wraps
+};
+
+/// How many rows a frame has room for, beside what it says below them.
+std::size_t rowsThatFit(const LiveStyle& style);
+
+/// The lines that are drawn over each other: rows as far as they fit, what is left out, the total. Never more
+/// than the terminal's lines less one.
+std::vector<FrameLine> liveFrame(const LiveView& view, const LiveStyle& style);
+
+/// The line that stays of a finished row.
+FrameLine settledLine(const LiveRow& row, const LiveStyle& style);
+
+/// How many lines of the screen the frame takes when the terminal has become that wide.
+std::size_t linesOnScreen(const std::vector<FrameLine>& frame, std::size_t columns);
+
+}  // namespace zelor

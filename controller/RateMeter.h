@@ -1,0 +1,34 @@
+#pragma once
+
+#include <cstdint>
+#include <deque>
+
+namespace zelor {
+
+/// The speed of a transfer over its last few seconds. Times in seconds.
+class RateMeter {
+  public:
+    /// Bytes per second up to now; 0 until enough time has passed to tell.
+    double rate(std::uint64_t bytes, double time) {
+        if (!samples_.empty() && bytes < samples_.back().bytes) samples_.clear();
+        samples_.push_back({bytes, time});
+        while (samples_.size() > 2 && time - samples_[1].time > window)
+            samples_.pop_front();
+        const Sample& first = samples_.front();
+        if (time - first.time < least) return 0;
+        return static_cast<double>(bytes - first.bytes) / (time - first.time);
+    }
+    void reset() { samples_.clear(); }
+
+  private:
+    static constexpr double window = 3;
+    static constexpr double least = 0.3;
+
+    struct Sample {
+        std::uint64_t bytes;
+        double time;
+    };
+    std::deque<Sample> samples_;
+};
+
+}  // namespace zelor
