@@ -15,6 +15,7 @@
 #include "agent/Files.h"
 #include "collaborators/Common.h"
 #include "platform/Log.h"
+#include "platform/SystemCalls.h"
 #include "platform/SystemRoot.h"
 
 namespace zelor {
@@ -89,11 +90,7 @@ struct Stamp {
 Stamp stampOf(const std::string& iniFile) {
     struct stat status {};
     if (::stat(iniFile.c_str(), &status) != 0) return {};
-#ifdef __APPLE__
-    const timespec time = status.st_mtimespec;
-#else
-    const timespec time = status.st_mtim;
-#endif
+    const timespec time = modificationTime(status);
     return {true, {status.st_dev, status.st_ino, status.st_size, time.tv_sec, time.tv_nsec}};
 }
 

@@ -2,10 +2,6 @@
 
 #include <archive.h>
 #include <archive_entry.h>
-#include <locale.h>
-#ifdef __APPLE__
-#include <xlocale.h>
-#endif
 
 #include <cerrno>
 #include <memory>
@@ -14,6 +10,7 @@
 
 #include "agent/ExtractionTree.h"
 #include "agent/Files.h"
+#include "platform/SystemCalls.h"
 
 namespace zelor {
 

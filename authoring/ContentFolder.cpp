@@ -1,7 +1,6 @@
 #include "authoring/ContentFolder.h"
 
 #include <fcntl.h>
-#include <stdio.h>
 #include <unistd.h>
 
 #include <boost/filesystem.hpp>
@@ -14,6 +13,7 @@
 #include "authoring/Digests.h"
 #include "authoring/StagedFile.h"
 #include "platform/Files.h"
+#include "platform/SystemCalls.h"
 
 namespace zelor {
 
@@ -27,19 +27,6 @@ std::string present(const std::string& path) {
     } catch (const std::exception&) {
         return "";
     }
-}
-
-/// Exchanges two folders in one step. False where that cannot be done.
-bool exchangeFolders(const std::string& one, const std::string& other) {
-#if defined(__APPLE__)
-    return ::renamex_np(one.c_str(), other.c_str(), RENAME_SWAP) == 0;
-#elif defined(RENAME_EXCHANGE)
-    return ::renameat2(AT_FDCWD, one.c_str(), AT_FDCWD, other.c_str(), RENAME_EXCHANGE) == 0;
-#else
-    static_cast<void>(one);
-    static_cast<void>(other);
-    return false;
-#endif
 }
 
 }  // namespace
@@ -79,7 +66,7 @@ bool ContentFolder::exchange() {
     }
     for (const auto& [name, bytes] : changed_)
         replaceFile(next_ + '/' + name, bytes);
-    if (!exchangeFolders(next_, folder_)) return false;
+    if (!exchangePaths(next_, folder_)) return false;
     flushDirectory(fs::path(folder_).parent_path().string());
     return true;
 }

@@ -6,6 +6,7 @@
 
 #include "agent/Files.h"
 #include "authoring/StagedFile.h"
+#include "platform/SystemCalls.h"
 
 namespace zelor {
 
@@ -13,16 +14,6 @@ namespace {
 
 constexpr std::size_t stateBytesLimit = 256U << 20U;
 constexpr int version = 1;
-
-#ifdef __APPLE__
-timespec changedAt(const struct stat& status) {
-    return status.st_mtimespec;
-}
-#else
-timespec changedAt(const struct stat& status) {
-    return status.st_mtim;
-}
-#endif
 
 }  // namespace
 
@@ -34,7 +25,7 @@ bool PublishedPatch::operator==(const PublishedPatch& other) const {
 std::string fileStamp(const std::string& path) {
     struct stat status {};
     if (::lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return "";
-    const timespec time = changedAt(status);
+    const timespec time = modificationTime(status);
     return std::to_string(status.st_size) + '-' + std::to_string(time.tv_sec) + '.' +
            std::to_string(time.tv_nsec);
 }

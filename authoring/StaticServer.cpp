@@ -18,6 +18,7 @@
 #include <system_error>
 
 #include "authoring/HttpConditions.h"
+#include "platform/SystemCalls.h"
 
 namespace zelor {
 
@@ -147,11 +148,7 @@ Response textResponse(const std::string& text) {
 }
 
 FileVersion versionOf(const struct stat& status) {
-#ifdef __APPLE__
-    const timespec time = status.st_mtimespec;
-#else
-    const timespec time = status.st_mtim;
-#endif
+    const timespec time = modificationTime(status);
     std::array<char, 80> etag{};
     std::snprintf(etag.data(), etag.size(), "\"%llx.%lx-%llx-%llx\"",
                   static_cast<unsigned long long>(time.tv_sec), static_cast<unsigned long>(time.tv_nsec),

@@ -12,10 +12,7 @@
 
 #include "platform/Files.h"
 #include "platform/OutputBuffer.h"
-
-#ifdef __APPLE__
-#include <crt_externs.h>
-#endif
+#include "platform/SystemCalls.h"
 
 namespace zelor {
 
@@ -28,14 +25,6 @@ using std::chrono::seconds;
 constexpr seconds kKillGrace{5};
 constexpr seconds kOrphanGrace{5};
 constexpr milliseconds kLook{100};
-
-char** environment() {
-#ifdef __APPLE__
-    return *_NSGetEnviron();  // a dylib cannot see `environ`
-#else
-    return environ;
-#endif
-}
 
 class SpawnActions {
   public:
@@ -51,7 +40,7 @@ class SpawnActions {
 
 class SpawnAttributes {
   public:
-    SpawnAttributes() {
+    explicit SpawnAttributes(short moreFlags) {
         posix_spawnattr_init(&attributes_);
         sigset_t none;
         sigset_t all;
@@ -62,32 +51,21 @@ class SpawnAttributes {
         posix_spawnattr_setsigmask(&attributes_, &none);
         posix_spawnattr_setsigdefault(&attributes_, &all);
         posix_spawnattr_setpgroup(&attributes_, 0);
-        short flags = POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF;
-#ifdef POSIX_SPAWN_CLOEXEC_DEFAULT
-        flags |= POSIX_SPAWN_CLOEXEC_DEFAULT;
-#endif
-        posix_spawnattr_setflags(&attributes_, flags);
+        const int flags = POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | moreFlags;
+        posix_spawnattr_setflags(&attributes_, static_cast<short>(flags));
     }
-    ~SpawnAttributes() {
-        posix_spawnattr_destroy(&attributes_);
-    }
+    ~SpawnAttributes() { posix_spawnattr_destroy(&attributes_); }
     SpawnAttributes(const SpawnAttributes&) = delete;
     SpawnAttributes& operator=(const SpawnAttributes&) = delete;
-    posix_spawnattr_t* get() {
-        return &attributes_;
-    }
+    posix_spawnattr_t* get() { return &attributes_; }
 
   private:
     posix_spawnattr_t attributes_{};
 };
 
-bool makePipe(UniqueFd& readEnd, UniqueFd& writeEnd) {
+bool makeOutputPipe(UniqueFd& readEnd, UniqueFd& writeEnd) {
     int ends[2];
-#ifdef __linux__
-    if (pipe2(ends, O_CLOEXEC) != 0) return false;
-#else
-    if (pipe(ends) != 0) return false;
-#endif
+    if (!makePipe(ends)) return false;
     readEnd = UniqueFd(ends[0]);
     writeEnd = UniqueFd(ends[1]);
     // Above 2, so that the child's own dup2 calls cannot meet them, and closed on exec.
@@ -104,16 +82,14 @@ int spawn(const std::vector<std::string>& argv, int output, bool mergeError, pid
     posix_spawn_file_actions_addopen(actions.get(), STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_adddup2(actions.get(), output, STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(actions.get(), mergeError ? output : STDERR_FILENO, STDERR_FILENO);
-#if defined(__GLIBC__) && __GLIBC_PREREQ(2, 34)
-    posix_spawn_file_actions_addclosefrom_np(actions.get(), STDERR_FILENO + 1);
-#endif
-    SpawnAttributes attributes;
+    SpawnAttributes attributes(closeOtherDescriptors(*actions.get()));
     std::vector<char*> words;
     words.reserve(argv.size() + 1);
     for (const std::string& word : argv)
         words.push_back(const_cast<char*>(word.c_str()));
     words.push_back(nullptr);
-    return posix_spawn(&pid, argv.front().c_str(), actions.get(), attributes.get(), words.data(), environment());
+    return posix_spawn(&pid, argv.front().c_str(), actions.get(), attributes.get(), words.data(),
+                       processEnvironment());
 }
 
 /// One child: collects its output, then its status.
@@ -206,7 +182,7 @@ CommandResult runCommand(const std::vector<std::string>& argv, bool mergeError, 
     UniqueFd readEnd;
     UniqueFd writeEnd;
     CommandResult failed;
-    if (!makePipe(readEnd, writeEnd)) {
+    if (!makeOutputPipe(readEnd, writeEnd)) {
         failed.startError = errno;
         return failed;
     }

@@ -11,8 +11,8 @@
 #include <stdexcept>
 #include <vector>
 
-#include "platform/FileCopy.h"
 #include "platform/Files.h"
+#include "platform/SystemCalls.h"
 
 namespace zelor {
 

@@ -6,6 +6,8 @@
 
 #include <cerrno>
 
+#include "platform/SystemCalls.h"
+
 namespace zelor {
 
 namespace {
@@ -48,15 +50,12 @@ bool writeAll(int fd, std::string_view bytes) {
 }
 
 bool flushToDisk(int fd) {
-#ifdef F_FULLFSYNC
-    if (fcntl(fd, F_FULLFSYNC) == 0) return true;  // not every file system has it
-#endif
-    return fsync(fd) == 0;
+    return flushDescriptor(fd);
 }
 
 void flushDirectory(const std::string& directory) {
     const UniqueFd fd = openFile(directory, O_RDONLY | O_DIRECTORY);
-    if (fd) fsync(fd.get());
+    if (fd) flushDescriptor(fd.get());
 }
 
 bool appendLine(const std::string& path, const std::string& line) {

@@ -38,7 +38,7 @@ class UniqueFd {
 UniqueFd openFile(const std::string& path, int flags, unsigned mode = 0644);
 /// Writes all of `bytes`; false on failure, errno set.
 bool writeAll(int fd, std::string_view bytes);
-/// Makes what was written survive a power loss (F_FULLFSYNC on macOS); false on failure.
+/// Makes what was written survive a power loss; false on failure, errno set.
 bool flushToDisk(int fd);
 /// Makes a rename in `directory` survive a power loss, as far as the file system can.
 void flushDirectory(const std::string& directory);

@@ -1,5 +1,7 @@
-#include "platform/FileCopy.h"
+#include "platform/SystemCalls.h"
 
+#include <fcntl.h>
+#include <stdio.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -8,18 +10,40 @@
 
 #ifdef __APPLE__
 #include <copyfile.h>
+#include <crt_externs.h>
+#include <sys/xattr.h>
 #endif
 
 namespace zelor {
 
 #ifdef __APPLE__
 
+bool makePipe(int (&ends)[2]) {
+    if (pipe(ends) != 0) return false;
+    for (const int end : ends)
+        (void)fcntl(end, F_SETFD, FD_CLOEXEC);
+    return true;
+}
+
+char** processEnvironment() {
+    return *_NSGetEnviron();
+}
+
+short closeOtherDescriptors(posix_spawn_file_actions_t& /*actions*/) {
+    return POSIX_SPAWN_CLOEXEC_DEFAULT;
+}
+
+bool flushDescriptor(int fd) {
+    return fcntl(fd, F_FULLFSYNC) == 0 || fsync(fd) == 0;  // network volumes have the second alone
+}
+
 bool copyFileData(int source, int target) {
     return fcopyfile(source, target, nullptr, COPYFILE_DATA) == 0;
 }
 
 bool copyFileAttributes(int source, int target) {
-    return fcopyfile(source, target, nullptr, COPYFILE_XATTR) == 0;
+    if (fcopyfile(source, target, nullptr, COPYFILE_XATTR) != 0) return false;
+    return fremovexattr(target, "com.apple.quarantine", 0) == 0 || errno == ENOATTR || errno == ENOTSUP;
 }
 
 struct timespec accessTime(const struct stat& info) {
@@ -27,6 +51,10 @@ struct timespec accessTime(const struct stat& info) {
 }
 struct timespec modificationTime(const struct stat& info) {
     return info.st_mtimespec;
+}
+
+bool exchangePaths(const std::string& one, const std::string& other) {
+    return renamex_np(one.c_str(), other.c_str(), RENAME_SWAP) == 0;
 }
 
 #else
@@ -51,8 +79,28 @@ bool copyByHand(int source, int target) {
 
 }  // namespace
 
+bool makePipe(int (&ends)[2]) {
+    return pipe2(ends, O_CLOEXEC) == 0;
+}
+
+char** processEnvironment() {
+    return environ;
+}
+
+short closeOtherDescriptors(posix_spawn_file_actions_t& actions) {
+#if defined(__GLIBC__) && __GLIBC_PREREQ(2, 34)
+    posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
+#else
+    (void)actions;
+#endif
+    return 0;
+}
+
+bool flushDescriptor(int fd) {
+    return fsync(fd) == 0;
+}
+
 bool copyFileData(int source, int target) {
-#ifdef __linux__
     constexpr std::size_t kRange = std::size_t{1} << 30;
     bool any = false;
     for (;;) {
@@ -67,7 +115,6 @@ bool copyFileData(int source, int target) {
             break;  // not between these file systems, or a file that only reads can tell the size of
         }
     }
-#endif
     return copyByHand(source, target);
 }
 
@@ -80,6 +127,16 @@ struct timespec accessTime(const struct stat& info) {
 }
 struct timespec modificationTime(const struct stat& info) {
     return info.st_mtim;
+}
+
+bool exchangePaths(const std::string& one, const std::string& other) {
+#ifdef RENAME_EXCHANGE
+    return renameat2(AT_FDCWD, one.c_str(), AT_FDCWD, other.c_str(), RENAME_EXCHANGE) == 0;
+#else
+    (void)one;
+    (void)other;
+    return false;
+#endif
 }
 
 #endif

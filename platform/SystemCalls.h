@@ -1,0 +1,38 @@
+#pragma once
+
+#include <locale.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <time.h>
+#ifdef __APPLE__
+#include <xlocale.h>  // newlocale, uselocale: elsewhere in <locale.h>
+#endif
+
+#include <string>
+
+/// What differs between Linux and macOS. No other file of the library asks which system it is built for.
+namespace zelor {
+
+/// pipe(2) with both ends closed on exec; false on failure, errno set. On macOS that takes two steps, so that
+/// a process that another thread starts between them may inherit the ends.
+bool makePipe(int (&ends)[2]);
+/// The environment of this process, which a dynamic library of macOS cannot name.
+char** processEnvironment();
+/// What keeps the descriptors that `actions` does not name from the child: adds an action, or returns a flag
+/// for posix_spawnattr_setflags.
+short closeOtherDescriptors(posix_spawn_file_actions_t& actions);
+
+/// Makes what was written survive a power loss: fsync, and on macOS what also empties the drive's own cache.
+/// False on failure, errno set.
+bool flushDescriptor(int fd);
+/// Copies the content of one open file to another, by the kernel where it can; false on failure, errno set.
+bool copyFileData(int source, int target);
+/// Copies extended attributes (resource forks among them) where the system has them, but for the mark of a
+/// quarantined download: whoever copies has checked the file's origin. False on failure, errno set.
+bool copyFileAttributes(int source, int target);
+struct timespec accessTime(const struct stat& info);
+struct timespec modificationTime(const struct stat& info);
+/// Exchanges two files or folders in one step. False where the system or the file system cannot.
+bool exchangePaths(const std::string& one, const std::string& other);
+
+}  // namespace zelor
