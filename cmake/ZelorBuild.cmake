@@ -33,14 +33,16 @@ function(zelor_public_headers target)
         $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/zelor>)
 endfunction()
 
-# A shared library shows the symbols that cmake/<name>.map lists; templates of the standard library and of Boost,
-# which the compiler leaves visible, are hidden with it.
+# A shared library shows the symbols that cmake/<name>.map lists, on macOS cmake/macos/<name>.exports; templates of the
+# standard library and of Boost, which the compiler leaves visible, are hidden with it.
 function(zelor_shared_library target name)
     set_target_properties(${target} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
     if(APPLE)
-        set_target_properties(${target} PROPERTIES INSTALL_RPATH @loader_path)
+        set(exports ${PROJECT_SOURCE_DIR}/cmake/macos/${name}.exports)
+        set_target_properties(${target} PROPERTIES INSTALL_NAME_DIR @rpath BUILD_WITH_INSTALL_NAME_DIR ON
+            INSTALL_RPATH @loader_path LINK_DEPENDS ${exports})
         # The agent brings the collaborators, at load.
-        target_link_options(${target} PRIVATE -undefined dynamic_lookup)
+        target_link_options(${target} PRIVATE -undefined dynamic_lookup LINKER:-exported_symbols_list,${exports})
     else()
         set_target_properties(${target} PROPERTIES INSTALL_RPATH $ORIGIN
             LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/${name}.map)

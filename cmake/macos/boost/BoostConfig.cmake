@@ -1,0 +1,22 @@
+# find_package(Boost) for the macos preset: the distribution's headers, and the static libraries built from its source.
+set(Boost_INCLUDE_DIRS ${ZELOR_MACOS_DEPS}/include)
+foreach(component ${Boost_FIND_COMPONENTS})
+    set(library ${ZELOR_MACOS_DEPS}/lib/libboost_${component}.a)
+    set(Boost_${component}_FOUND FALSE)
+    if(EXISTS ${library})
+        set(Boost_${component}_FOUND TRUE)
+        if(NOT TARGET Boost::${component})
+            add_library(Boost::${component} STATIC IMPORTED)
+            set_target_properties(Boost::${component} PROPERTIES
+                IMPORTED_LOCATION ${library}
+                INTERFACE_INCLUDE_DIRECTORIES ${Boost_INCLUDE_DIRS})
+        endif()
+    elseif(Boost_FIND_REQUIRED_${component})
+        set(Boost_FOUND FALSE)
+        set(Boost_NOT_FOUND_MESSAGE "${library} is missing; cmake/macos/prepare builds it")
+    endif()
+endforeach()
+if(NOT TARGET Boost::headers)
+    add_library(Boost::headers INTERFACE IMPORTED)
+    set_target_properties(Boost::headers PROPERTIES INTERFACE_INCLUDE_DIRECTORIES ${Boost_INCLUDE_DIRS})
+endif()
