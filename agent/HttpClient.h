@@ -58,7 +58,7 @@ struct HttpResult {
 /// Makes HTTP transfers one after the other and keeps its connections open in between. TLS certificates are
 /// verified; a redirect leads neither to another scheme than http and https nor from https to http; neither
 /// proxies nor anything else is taken from the environment. One thread at a time; an interrupted
-/// boost::thread comes back from `perform` within 100 ms.
+/// boost::thread comes back from `perform` well within a second.
 class HttpClient {
   public:
     HttpClient();

@@ -30,7 +30,7 @@ enum class DownloadResult { done, failed, interrupted };
 
 /// Fetches one archive to its partial file, resuming what an earlier attempt left, and moves it to its
 /// destination when it is complete. Failures go to the log with their remedy; nothing is thrown. Interrupting
-/// the boost::thread that runs it ends it within 100 ms and keeps the partial file.
+/// the boost::thread that runs it ends it well within a second and keeps the partial file.
 class PatchDownload {
   public:
     PatchDownload(DownloadJob job, DownloadPolicy policy, HttpClient& client);
