@@ -20,7 +20,7 @@ namespace zelor::rehearsal {
 
 namespace {
 
-constexpr off_t volumeNameAt = 16 * 2048 + 40;
+constexpr off_t volumeNameAt = 0x8000 + 40;
 constexpr std::size_t volumeNameBytes = 32;
 
 constexpr mode_t plainFile = S_IFREG | 0644;

@@ -19,7 +19,7 @@ std::string padded(std::string text, std::size_t width) {
 }  // namespace
 
 std::string volumeNameOf(const std::string& image) {
-    constexpr off_t descriptorAt = 16 * 2048;
+    constexpr off_t descriptorAt = 0x8000;
     constexpr std::size_t nameAt = 40;
     constexpr std::size_t nameBytes = 32;
     const UniqueFd file = openRegularFile(image, Links::follow);

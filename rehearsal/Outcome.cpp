@@ -60,6 +60,7 @@ std::optional<Tool> toolNamed(const std::string& name) {
 
 std::vector<Tool> allTools() {
     std::vector<Tool> tools;
+    tools.reserve(toolNames.size());
     for (const ToolName& entry : toolNames)
         tools.push_back(entry.tool);
     return tools;

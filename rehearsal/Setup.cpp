@@ -17,7 +17,7 @@ namespace {
 
 std::string usableRoot(const std::string& root) {
     if (!makeFolders(root)) throw std::runtime_error("cannot make the root folder " + root);
-    const std::string path = fs::canonical(root).string();
+    std::string path = fs::canonical(root).string();
     if (path == "/") throw std::invalid_argument("the root of a rehearsal cannot be this machine's own root");
     return path;
 }
