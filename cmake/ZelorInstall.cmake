@@ -45,7 +45,7 @@ install(FILES
 
 if(BUILD_SHARED_LIBS)
     set(zelor_pc_records "")
-    set(zelor_pc_agent_base "-lzelor_remediation")
+    set(zelor_pc_agent_base "")
     set(zelor_pc_agent_requires "")
 else()
     set(zelor_pc_records "-lzelor_records")
@@ -61,9 +61,9 @@ foreach(name zelor-remediation zelor-agent)
 endforeach()
 
 set(zelor_doc_dir ${CMAKE_INSTALL_DATADIR}/doc/zelor-remediation)
-install(DIRECTORY docs/ DESTINATION ${zelor_doc_dir}
+install(DIRECTORY docs DESTINATION ${zelor_doc_dir}
     FILES_MATCHING PATTERN "*.md" PATTERN "*.png" PATTERN "*.svg")
-foreach(page README.md CHANGELOG.md SECURITY.md)
+foreach(page README.md ARCHITECTURE.md CHANGELOG.md CONTRIBUTING.md SECURITY.md)
     if(EXISTS ${PROJECT_SOURCE_DIR}/${page})
         install(FILES ${page} DESTINATION ${zelor_doc_dir})
     endif()
