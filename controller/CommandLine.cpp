@@ -17,7 +17,6 @@ constexpr const char* examples = R"(Examples:
   zelor-remediate run requests.json
   zelor-remediate run requests.json --json result.json --events events.jsonl
   zelor-remediate buffer requests.json
-  zelor-remediate status
   zelor-remediate run requests.json --root /tmp/mac --tools rehearsal/bin
 
 requests.json is an object from request key to CVE or CCE identifier:
@@ -39,7 +38,7 @@ constexpr const char* runHelp = R"(Examples:
   zelor-remediate run requests.json
   zelor-remediate run requests.json --json - | jq .rebootNeeded
   zelor-remediate run requests.json --events - | while read -r event; do ...; done
-  zelor-remediate run requests.json --after-scan --report run.html
+  zelor-remediate run requests.json --after-scan
 
 Applies what the requests ask for and tells how it goes: hardening scripts first, then updates of the operating
 system, then patches of products. What the installed-patches record holds is not applied again.)";
@@ -51,13 +50,6 @@ constexpr const char* bufferHelp = R"(Examples:
 Fetches the patches of the requests ahead of time, at the configured share of the bandwidth and within the configured
 budget. A later run takes them without a download. An interrupted download is resumed the next time.)";
 
-constexpr const char* statusHelp = R"(Examples:
-  zelor-remediate status
-  zelor-remediate status --json | jq .settings
-
-Shows the platform, the settings in force and where each came from, what is recorded as installed, the buffered patches
-against their budget and the unfinished downloads. Changes nothing.)";
-
 using Action = std::function<int()>;
 
 void addRequests(CLI::App* command, std::string& requests) {
@@ -66,7 +58,7 @@ void addRequests(CLI::App* command, std::string& requests) {
         ->type_name("");
 }
 
-void addPlace(CLI::App* command, PlaceOptions& place) {
+void addPlace(CLI::App* command, PlaceOptions& place, bool contentDir) {
     const std::string group = "Place";
     command->add_option("--root", place.root, "Take every path of the agent below this folder")
         ->type_name("DIR")
@@ -79,6 +71,7 @@ void addPlace(CLI::App* command, PlaceOptions& place) {
                      "The agent's folder, below the root [its setting, /opt/zelor]")
         ->type_name("DIR")
         ->group(group);
+    if (!contentDir) return;
     command
         ->add_option("--content-dir", place.contentDir,
                      "Where patches are unpacked; emptied at the end; below the root")
@@ -104,8 +97,19 @@ void addRun(CLI::App& app, RunOptions& options, Action& action) {
                      "Write a line of JSON there at every change; - is standard output")
         ->type_name("FILE");
     addTalk(command, options.talk);
-    addPlace(command, options.place);
+    addPlace(command, options.place, true);
     command->callback([&] { action = [&] { return runCommand(options); }; });
+}
+
+void addBuffer(CLI::App& app, BufferOptions& options, Action& action) {
+    CLI::App* command = app.add_subcommand("buffer", bufferHelp);
+    addRequests(command, options.requests);
+    command
+        ->add_option("--json", options.json, "Write what was buffered there at the end; - is standard output")
+        ->type_name("FILE");
+    addTalk(command, options.talk);
+    addPlace(command, options.place, false);
+    command->callback([&] { action = [&] { return bufferCommand(options); }; });
 }
 
 /// In the list of commands each has the first sentence of its help.
@@ -160,8 +164,10 @@ int runController(const std::vector<std::string>& arguments) {
     app.require_subcommand(1);
     app.footer(exitStatuses);
     RunOptions run;
+    BufferOptions buffer;
     Action action;
     addRun(app, run, action);
+    addBuffer(app, buffer, action);
     return execute(app, arguments, action);
 }
 

@@ -67,16 +67,23 @@ class LineBuilder {
     explicit LineBuilder(const LiveStyle& style)
         : style_(style), room_(style.columns > 0 ? style.columns - 1 : 0) {}
 
-    std::size_t left() const { return room_ - line_.columns; }
+    std::size_t left() const { return room_ - line_.columns - blanks_; }
     std::string ellipsis() const { return style_.unicode ? "…" : "~"; }
 
-    /// Adds what fits of the text.
+    /// Adds what fits of the text. Blanks at its end wait for what follows: at the end of a line they would
+    /// wrap with it when the terminal shrinks.
     void add(const std::string& text, const char* colour = plain) {
         const std::string fitting = cutToColumns(text, left(), ellipsis());
-        if (fitting.empty()) return;
-        const bool coloured = style_.colour && colour[0] != '\0';
-        line_.text += coloured ? colour + fitting + "\x1b[0m" : fitting;
-        line_.columns += columnsOf(fitting);
+        const auto last = fitting.find_last_not_of(' ');
+        const std::size_t size = last == std::string::npos ? 0 : last + 1;
+        if (size > 0) {
+            const std::string shown = fitting.substr(0, size);
+            const bool coloured = style_.colour && colour[0] != '\0';
+            line_.text.append(blanks_, ' ').append(coloured ? colour + shown + "\x1b[0m" : shown);
+            line_.columns += blanks_ + columnsOf(shown);
+            blanks_ = 0;
+        }
+        blanks_ += fitting.size() - size;
     }
     void addColumn(const std::string& text, std::size_t columns, const char* colour = plain) {
         add(fitToColumns(text, columns, ellipsis()) + "  ", colour);
@@ -97,6 +104,7 @@ class LineBuilder {
   private:
     const LiveStyle& style_;
     std::size_t room_;
+    std::size_t blanks_ = 0;
     FrameLine line_;
 };
 

@@ -42,7 +42,7 @@ class Run {
           place_(place),
           talkFd_(options.json == "-" || options.events == "-" ? STDERR_FILENO : STDOUT_FILENO),
           table_(std::move(requests)),
-          tap_(log_),
+          tap_([this](bool error, const std::string& line) { log_.take(error, line); }),
           manager_(place.installPath) {
         if (!options.events.empty()) {
             eventOutput_ = std::make_unique<LineOutput>(options.events, "--events");

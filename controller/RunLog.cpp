@@ -174,23 +174,24 @@ std::string shortReason(const std::vector<std::string>& notes) {
 
 class LogTap::Appender : public log4cpp::AppenderSkeleton {
   public:
-    explicit Appender(RunLog& log) : AppenderSkeleton("run log"), log_(log) {}
+    explicit Appender(std::function<void(bool, const std::string&)> take)
+        : AppenderSkeleton("tap"), take_(std::move(take)) {}
     void close() override {}
     bool requiresLayout() const override { return false; }
     void setLayout(log4cpp::Layout* /*layout*/) override {}
 
   protected:
     void _append(const log4cpp::LoggingEvent& event) override {
-        log_.take(event.priority <= log4cpp::Priority::ERROR, event.message);
+        take_(event.priority <= log4cpp::Priority::ERROR, event.message);
     }
 
   private:
-    RunLog& log_;
+    std::function<void(bool, const std::string&)> take_;
 };
 
-LogTap::LogTap(RunLog& log) {
+LogTap::LogTap(std::function<void(bool error, const std::string& line)> take) {
     log4cpp::Category& category = Logger::GetInstance()->GetLogger();
-    auto appender = std::make_unique<Appender>(log);
+    auto appender = std::make_unique<Appender>(std::move(take));
     appender_ = appender.get();
     category.addAppender(appender.release());
     // The log file keeps its own threshold.

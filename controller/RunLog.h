@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
@@ -43,10 +44,11 @@ class RunLog {
 /// The reason in one short printable line; "" when the notes hold none.
 std::string shortReason(const std::vector<std::string>& notes);
 
-/// Hands every line of the agent's log to a RunLog for its life, also the lines that the log file leaves out.
+/// Hands every line of the agent's log to `take` for its life, also the lines that the log file leaves out:
+/// whether it is an error, and its text. `take` is called on the thread that logs, by one at a time.
 class LogTap {
   public:
-    explicit LogTap(RunLog& log);
+    explicit LogTap(std::function<void(bool error, const std::string& line)> take);
     ~LogTap();
     LogTap(const LogTap&) = delete;
     LogTap& operator=(const LogTap&) = delete;

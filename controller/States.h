@@ -21,6 +21,10 @@ inline bool isResult(ProgressValue value) {
     return value >= successValue;
 }
 
+/// The content could not be obtained; the request itself is unusable.
+inline constexpr ProgressValue contentFailedValue = 6;
+inline constexpr ProgressValue invalidRequestValue = 8;
+
 /// The controller's exit statuses.
 namespace exitStatus {
 constexpr int allSucceeded = 0;

@@ -38,11 +38,11 @@ TEST(ControllerFrame, ShowsRowsAndTotal) {
         texts(liveFrame(exampleView(), {90, 24, false, false})),
         ElementsAre(
             "- Editor    CVE-2014-1  downloading       ###----------  3.0/12.0 MB  1.0 MB/s  0:09 left",
-            "- Lock      CCE-1       installing        1:01", ". Later     CVE-2       queued            ",
+            "- Lock      CCE-1       installing        1:01", ". Later     CVE-2       queued",
             "  and 2 more", "5 of 10 done  ##############--------------  1:15  4 success, 1 failed"));
     EXPECT_EQ(liveFrame(exampleView(), {100, 24, true, true})[1].text,
-              "\x1b[36m\xe2\xa0\x8b \x1b[0mLock      \x1b[2mCCE-1       \x1b[0m\x1b[36minstalling        "
-              "\x1b[0m1:01");
+              "\x1b[36m\xe2\xa0\x8b\x1b[0m Lock      \x1b[2mCCE-1\x1b[0m       \x1b[36minstalling\x1b[0m     "
+              "   1:01");
 }
 
 TEST(ControllerFrame, FitsEveryTerminal) {
