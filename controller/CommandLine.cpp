@@ -17,6 +17,7 @@ constexpr const char* examples = R"(Examples:
   zelor-remediate run requests.json
   zelor-remediate run requests.json --json result.json --events events.jsonl
   zelor-remediate buffer requests.json
+  zelor-remediate status
   zelor-remediate run requests.json --root /tmp/mac --tools rehearsal/bin
 
 requests.json is an object from request key to CVE or CCE identifier:
@@ -40,15 +41,22 @@ constexpr const char* runHelp = R"(Examples:
   zelor-remediate run requests.json --events - | while read -r event; do ...; done
   zelor-remediate run requests.json --after-scan
 
-Applies what the requests ask for and tells how it goes: hardening scripts first, then updates of the operating
+Applies what the requests ask for and tells how it goes. Hardening scripts come first, then updates of the operating
 system, then patches of products. What the installed-patches record holds is not applied again.)";
 
 constexpr const char* bufferHelp = R"(Examples:
   zelor-remediate buffer requests.json
   zelor-remediate buffer requests.json --json buffered.json
 
-Fetches the patches of the requests ahead of time, at the configured share of the bandwidth and within the configured
-budget. A later run takes them without a download. An interrupted download is resumed the next time.)";
+Fetches the patches of the requests ahead of time. It keeps to the configured share of the bandwidth and to the configured
+size of the buffer. A later run takes them without a download. An interrupted download is resumed the next time.)";
+
+constexpr const char* statusHelp = R"(Examples:
+  zelor-remediate status
+  zelor-remediate status --json | jq .buffer
+
+Shows settings, installed patches, buffer and unfinished downloads. Beside each setting stands whether the agent's file
+or a default gives it, beside each buffered patch its size. Writes nothing but lines of the log.)";
 
 using Action = std::function<int()>;
 
@@ -112,12 +120,19 @@ void addBuffer(CLI::App& app, BufferOptions& options, Action& action) {
     command->callback([&] { action = [&] { return bufferCommand(options); }; });
 }
 
+void addStatus(CLI::App& app, StatusOptions& options, Action& action) {
+    CLI::App* command = app.add_subcommand("status", statusHelp);
+    command->add_flag("--json", options.json, "Print JSON");
+    addPlace(command, options.place, false);
+    command->callback([&] { action = [&] { return statusCommand(options); }; });
+}
+
 /// In the list of commands each has the first sentence of its help.
 std::string firstSentence(const CLI::App* command) {
     const std::string text = command->get_description();
     const auto begin = text.find("\n\n");
     const std::string body = begin == std::string::npos ? text : text.substr(begin + 2);
-    std::string sentence = body.substr(0, body.find_first_of(".:"));
+    std::string sentence = body.substr(0, body.find('.'));
     for (char& letter : sentence)
         letter = letter == '\n' ? ' ' : letter;
     return sentence;
@@ -165,9 +180,11 @@ int runController(const std::vector<std::string>& arguments) {
     app.footer(exitStatuses);
     RunOptions run;
     BufferOptions buffer;
+    StatusOptions status;
     Action action;
     addRun(app, run, action);
     addBuffer(app, buffer, action);
+    addStatus(app, status, action);
     return execute(app, arguments, action);
 }
 

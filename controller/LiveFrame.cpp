@@ -129,8 +129,8 @@ Columns columnsFor(const LiveView& view, const LiveStyle& style) {
 
 /// "4.2/12.5 MB"; the unit stands twice only where it differs.
 std::string amountText(const Transfer& transfer) {
+    if (transfer.total == 0) return bytesText(transfer.done);
     const std::string done = bytesText(transfer.done);
-    if (transfer.total == 0) return done;
     const std::string total = bytesText(transfer.total);
     const auto blank = done.find(' ');
     const bool sameUnit = done.substr(blank) == total.substr(total.find(' '));

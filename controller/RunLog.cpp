@@ -109,14 +109,13 @@ void RunLog::follow(const std::string& line) {
         begin(Kind::identifier, *cce);
     } else if (const auto package = behind(line, "(installOsPatches) Patching OS Package = ")) {
         begin(Kind::package, trimmed(*package));
-    } else if (contains(line, "(installNonOsPatches) eriDataV.size = ")) {
-        begin(Kind::key, "");
     } else if (const auto done =
                    between(line, "(installNonOsPatches) The remediation result for cpe = ", " is \"")) {
         settle(Kind::key, *done);
     } else if (const auto nameless = between(line, "present in CRE-ERI xml for cpe = '", "' and CVE = '")) {
         settle(Kind::key, *nameless);
-    } else if (contains(line, "The RESULT for Config apply for : ") ||
+    } else if (contains(line, "(installNonOsPatches) eriDataV.size = ") ||
+               contains(line, "The RESULT for Config apply for : ") ||
                contains(line, " <<< [Remediation Manager]") ||
                contains(line, "Inside getAndParseCreEriForSupersedesTrue")) {
         begin(Kind::key, "");

@@ -176,7 +176,9 @@ std::string utcText(std::chrono::system_clock::time_point time) {
 }
 
 std::string countText(std::size_t count, const std::string& noun) {
-    return std::to_string(count) + ' ' + noun + (count == 1 ? "" : "s");
+    if (count == 1) return "1 " + noun;
+    const bool entry = !noun.empty() && noun.back() == 'y';
+    return std::to_string(count) + ' ' + (entry ? noun.substr(0, noun.size() - 1) + "ies" : noun + "s");
 }
 
 }  // namespace zelor

@@ -30,7 +30,7 @@ std::string durationText(double seconds);
 /// "2026-11-21T10:15:02Z"
 std::string utcText(std::chrono::system_clock::time_point time);
 
-/// "1 request", "3 requests"
+/// "1 request", "3 requests", "2 entries"
 std::string countText(std::size_t count, const std::string& noun);
 
 }  // namespace zelor

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstdint>
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+#include <vector>
+
+#include "controller/Setup.h"
+
+namespace zelor {
+
+/// A patch of the buffered-patches list.
+struct BufferedPatch {
+    std::string patch;
+    std::string md5;
+    bool present = false;  ///< its archive is there
+    std::uint64_t bytes = 0;
+};
+
+struct SizedFile {
+    std::string name;
+    std::uint64_t bytes = 0;
+};
+
+/// What there is at a place.
+struct Status {
+    std::string productName;
+    std::string productVersion;
+    std::string platformCpe;
+    std::string iniFile;
+    std::vector<Setting> settings;
+    std::vector<std::string> problems;  ///< of the settings
+    std::string recordFile;
+    std::vector<std::string> recorded;  ///< ERI ids, oldest first
+    std::vector<BufferedPatch> buffered;
+    std::vector<SizedFile> unlisted;  ///< files in the buffer that no line of the list names
+    std::uint64_t bufferBytes = 0;
+    std::int64_t budgetBytes =
+        0;  ///< what buffering keeps to; below zero when the setting is too large for it
+    std::vector<SizedFile> partial;
+};
+
+/// Looks at the place and asks the system for its name. Writes nothing but lines of the log.
+Status gatherStatus(const Place& place);
+
+/// The entries of a buffered-patches list, without their archives.
+std::vector<BufferedPatch> parseBufferedList(const std::string& text);
+
+/// Printable lines.
+std::string statusText(const Status& status);
+nlohmann::ordered_json statusJson(const Status& status);
+
+}  // namespace zelor
