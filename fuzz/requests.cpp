@@ -1,0 +1,22 @@
+#include "controller/Requests.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "controller/InputError.h"
+#include "remediation/RequestParsing.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    try {
+        const std::string text(reinterpret_cast<const char*>(data), size);
+        for (const auto& request : zelor::parseRequests(text, "fuzz")) {
+            const auto key = zelor::parseRequestKey(request.first, size % 2 == 0);
+            zelor::requestTarget(key.cpes, "cpe:/o:default", {"cpe:/o:special"});
+            zelor::progressKey(request.first);
+        }
+    } catch (const zelor::InputError&) {
+        return 0;  // the only way in which it may refuse
+    }
+    return 0;
+}

@@ -1,0 +1,33 @@
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+
+#include "platform/Strings.h"
+#include "remediation/BufferedList.h"
+#include "remediation/PatchName.h"
+#include "remediation/PatchSize.h"
+
+// Size texts, patch names, list lines and shell words: everything that content puts into a decision.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const std::string text(reinterpret_cast<const char*>(data), size);
+    zelor::parsePatchSize(text);
+    zelor::budgetBytes(text);
+    zelor::trimmed(text);
+    const auto name = zelor::splitAtLastDot(text);
+    if (name && name->stem + name->extension != text) std::abort();
+    const auto cut = zelor::cutFourCharacters(text);
+    if (cut.stem + cut.extension != text) std::abort();
+    if (zelor::whyUnsafeFileName(text).empty() && text.find('/') != std::string::npos) std::abort();
+    bool torn = false;
+    const std::string kept = zelor::linesWithout(text, "foo.pkg", torn);
+    if (!kept.empty() && kept.back() != '\n') std::abort();
+    if (kept.find("foo.pkg") != std::string::npos) std::abort();
+    zelor::bufferedLineMatches(text, "foo.pkg", "00");
+    // Inside quotes no quote may stand alone: taking out the escaped ones leaves none.
+    std::string quoted = zelor::insideSingleQuotes(text);
+    for (auto at = quoted.find("'\\''"); at != std::string::npos; at = quoted.find("'\\''", at))
+        quoted.erase(at, 4);
+    if (quoted.find('\'') != std::string::npos) std::abort();
+    return 0;
+}
