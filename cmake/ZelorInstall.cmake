@@ -22,9 +22,6 @@ install(FILES
     remediation/parsedEriData.h
     remediation/remediateMetadata.h
     DESTINATION ${zelor_include_dir}/remediation)
-# Of no use to an embedder, but the manager's header includes them.
-install(FILES remediation/NearLookup.h remediation/ProgressTable.h
-    DESTINATION ${zelor_include_dir}/remediation OPTIONAL)
 install(FILES platform/SystemRoot.h DESTINATION ${zelor_include_dir}/platform)
 install(FILES platform/macos/LinuxHardeningFacilitator.h platform/macos/MacPatchManager.h
     DESTINATION ${zelor_include_dir}/platform/macos)
