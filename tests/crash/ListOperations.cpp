@@ -30,8 +30,10 @@ int main(int argc, char** argv) {
         if (random() % 3 == 0) {
             manager.cleanupBufferedPatch(patch, "");
         } else {
-            zelor::test::writeFile(configuration->getBufferPatchesDir() + "/churn-" + number + "-.zip",
-                                   "archive");
+            // As the downloader does: a complete file appears under its name.
+            const std::string archive = configuration->getBufferPatchesDir() + "/churn-" + number + "-.zip";
+            zelor::test::writeFile(archive + ".new", "archive");
+            boost::filesystem::rename(archive + ".new", archive);
             manager.addPatchBufferedEntry(patch, "0123456789abcdef0123456789abcdef", list);
         }
     }
