@@ -16,9 +16,9 @@ namespace {
 class EndSignals {
   public:
     EndSignals() {
-        ::sigemptyset(&signals_);
-        ::sigaddset(&signals_, SIGINT);
-        ::sigaddset(&signals_, SIGTERM);
+        sigemptyset(&signals_);
+        sigaddset(&signals_, SIGINT);
+        sigaddset(&signals_, SIGTERM);
         ::pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
     }
     void wait() const {

@@ -76,7 +76,7 @@ Signals::Signals() {
     struct sigaction action {};
     action.sa_handler = &zelorHandleSignal;
     action.sa_flags = SA_RESTART;
-    ::sigemptyset(&action.sa_mask);
+    sigemptyset(&action.sa_mask);
     for (std::size_t i = 0; i < handled.size(); ++i) {
         ::sigaction(handled.at(i), nullptr, &oldActions.at(i));
         if (oldActions.at(i).sa_handler == SIG_IGN && handled.at(i) != SIGPIPE) continue;
