@@ -19,8 +19,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const auto cut = zelor::cutFourCharacters(text);
     if (cut.stem + cut.extension != text) std::abort();
     if (zelor::whyUnsafeFileName(text).empty() && text.find('/') != std::string::npos) std::abort();
-    bool torn = false;
-    const std::string kept = zelor::linesWithout(text, "foo.pkg", torn);
+    zelor::ListDamage damage;
+    const std::string kept = zelor::linesWithout(text, "foo.pkg", damage);
     if (!kept.empty() && kept.back() != '\n') std::abort();
     if (kept.find("foo.pkg") != std::string::npos) std::abort();
     zelor::bufferedLineMatches(text, "foo.pkg", "00");

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "platform/SystemCalls.h"
@@ -12,11 +13,21 @@ namespace zelor {
 
 namespace {
 
-bool endsInsideLine(int fd) {
+/// The offset behind the last line end; -1, errno set, when it cannot be told.
+off_t wholeLinesEnd(int fd) {
     struct stat info {};
-    if (fstat(fd, &info) != 0 || info.st_size == 0) return false;
-    char last = '\n';
-    return pread(fd, &last, 1, info.st_size - 1) == 1 && last != '\n';
+    if (fstat(fd, &info) != 0) return -1;
+    char chunk[4096];
+    for (off_t end = info.st_size; end > 0;) {
+        const off_t start = std::max<off_t>(end - static_cast<off_t>(sizeof chunk), 0);
+        const ssize_t count = pread(fd, chunk, static_cast<std::size_t>(end - start), start);
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) return -1;
+        const auto newline = std::string_view(chunk, static_cast<std::size_t>(count)).rfind('\n');
+        if (newline != std::string_view::npos) return start + static_cast<off_t>(newline) + 1;
+        end = start;
+    }
+    return 0;
 }
 
 }  // namespace
@@ -58,10 +69,21 @@ void flushDirectory(const std::string& directory) {
     if (fd) flushDescriptor(fd.get());
 }
 
+bool cutTornEnd(int fd) {
+    struct stat info {};
+    const off_t end = wholeLinesEnd(fd);
+    if (end < 0 || fstat(fd, &info) != 0) return false;
+    return end == info.st_size || ftruncate(fd, end) == 0;
+}
+
 bool appendLine(const std::string& path, const std::string& line) {
-    const UniqueFd fd = openFile(path, O_RDWR | O_APPEND | O_CREAT);
-    if (!fd) return false;
-    return writeAll(fd.get(), (endsInsideLine(fd.get()) ? "\n" : "") + line + "\n");
+    UniqueFd fd = openFile(path, O_RDWR | O_APPEND | O_CREAT);
+    if (!fd || !cutTornEnd(fd.get())) return false;
+    if (writeAll(fd.get(), line + "\n")) return fd.close();
+    const int error = errno;
+    cutTornEnd(fd.get());  // a full disk takes the beginning of a line, which could be another's whole
+    errno = error;
+    return false;
 }
 
 }  // namespace zelor

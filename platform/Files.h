@@ -42,8 +42,11 @@ bool writeAll(int fd, std::string_view bytes);
 bool flushToDisk(int fd);
 /// Makes a rename in `directory` survive a power loss, as far as the file system can.
 void flushDirectory(const std::string& directory);
-/// Appends `line` and a line end in one write, making the file when there is none. When the file's last line
-/// has no end (an older crash), the new one begins on a line of its own. False on failure.
+/// Shortens a file of lines to its whole ones: what stands behind the last line end (an older crash) is cut
+/// off. False on failure, errno set.
+bool cutTornEnd(int fd);
+/// Appends `line` and a line end in one write, making the file when there is none and cutting a torn end off
+/// first. What a failed write left is taken back. False on failure, errno set.
 bool appendLine(const std::string& path, const std::string& line);
 
 }  // namespace zelor

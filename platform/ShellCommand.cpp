@@ -1,3 +1,5 @@
+#include <cstring>
+
 #include "platform/AgentIni.h"
 #include "platform/CommandRunner.h"
 #include "platform/Log.h"
@@ -14,6 +16,10 @@ std::chrono::seconds commandLimit() {
 }
 
 void logCommandTrouble(const std::string& command, const CommandResult& result) {
+    if (!result.started) {
+        log::error("[MacPatchManager] (runCommand) Cannot start a process: ",
+                   std::string(std::strerror(result.startError)), ": ", command);
+    }
     if (result.timedOut) {
         log::error("[MacPatchManager] (runCommand) Stopped at the limit of [Limits] CommandMinutes: ",
                    command);

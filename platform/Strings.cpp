@@ -61,6 +61,23 @@ bool hasControlCharacter(const std::string& text) {
     });
 }
 
+bool isText(const std::string& text) {
+    std::size_t following = 0;  // bytes that a sequence still wants
+    for (char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        const bool continues = (byte & 0xc0U) == 0x80U;
+        if (continues != (following > 0)) return false;
+        if (continues) {
+            --following;
+        } else if (byte >= 0xc2 && byte < 0xf5) {
+            following = byte < 0xe0 ? 1 : byte < 0xf0 ? 2 : 3;
+        } else if (byte >= 0x7f || (byte < 0x20 && c != '\t' && c != '\r')) {
+            return false;
+        }
+    }
+    return following == 0;
+}
+
 std::string insideSingleQuotes(const std::string& text) {
     std::string escaped;
     escaped.reserve(text.size());

@@ -10,15 +10,17 @@ bool bufferedLineMatches(const std::string& line, const std::string& patchName, 
     return fields.size() > 1 && fields[1] == md5sum;
 }
 
-std::string linesWithout(const std::string& list, const std::string& patchName, bool& torn) {
+std::string linesWithout(const std::string& list, const std::string& patchName, ListDamage& damage) {
     std::string kept;
     std::size_t start = 0;
     for (auto end = list.find('\n'); end != std::string::npos; end = list.find('\n', start)) {
         const std::string line = list.substr(start, end - start);
-        if (!contains(line, patchName)) kept += line + '\n';
+        const bool damaged = hasControlCharacter(line);
+        damage.damagedLines = damage.damagedLines || damaged;
+        if (!damaged && !contains(line, patchName)) kept += line + '\n';
         start = end + 1;
     }
-    torn = start < list.size();
+    damage.tornEnd = start < list.size();
     return kept;
 }
 

@@ -8,8 +8,13 @@ namespace zelor {
 /// True when `line` contains `patchName` anywhere and its second field equals `md5sum`.
 bool bufferedLineMatches(const std::string& line, const std::string& patchName, const std::string& md5sum);
 
-/// The whole lines of `list` that do not contain `patchName`, each with its line end. A last line without one
-/// (torn by an older crash) is left out, with `torn` set.
-std::string linesWithout(const std::string& list, const std::string& patchName, bool& torn);
+/// What an older crash left in the list.
+struct ListDamage {
+    bool tornEnd = false;       ///< a last line without its end
+    bool damagedLines = false;  ///< lines with control characters, which no entry has
+};
+
+/// The lines of `list` that do not contain `patchName`, each with its line end; damage is left out.
+std::string linesWithout(const std::string& list, const std::string& patchName, ListDamage& damage);
 
 }  // namespace zelor

@@ -1,5 +1,4 @@
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <boost/filesystem/operations.hpp>
@@ -39,16 +38,15 @@ std::string archiveInBuffer(const std::string& patchName) {
     throw std::runtime_error(what + ": " + std::strerror(errno));
 }
 
-// A rewrite that was killed may have left a torn last line; its line still stands in the list.
-void dropTornEnd(int fd) {
-    struct stat info {};
-    if (fstat(fd, &info) != 0) fail("cannot look at the temporary list");
-    off_t end = info.st_size;
-    for (char last = '\0'; end > 0; --end) {
-        if (pread(fd, &last, 1, end - 1) != 1) fail("cannot read the temporary list");
-        if (last == '\n') break;
-    }
-    if (end != info.st_size && ftruncate(fd, end) != 0) fail("cannot mend the temporary list");
+/// Appends to the temporary list; on failure it is as it was, so that nothing stands in it twice.
+void addToTemporary(int fd, const std::string& lines) {
+    // A rewrite that was killed may have left a torn last line; its line still stands in the list.
+    if (!zelor::cutTornEnd(fd)) fail("cannot mend the temporary list");
+    const off_t end = lseek(fd, 0, SEEK_END);
+    if (zelor::writeAll(fd, lines) && zelor::flushToDisk(fd)) return;
+    const int error = errno;
+    if (end >= 0 && ftruncate(fd, end) == 0) errno = error;
+    fail("cannot write the temporary list");
 }
 
 void replaceList(const std::string& listPath, const std::string& temporaryPath, const std::string& lines) {
@@ -56,9 +54,7 @@ void replaceList(const std::string& listPath, const std::string& temporaryPath, 
         const zelor::UniqueFd temporary =
             zelor::openFile(temporaryPath, O_RDWR | O_APPEND | O_CREAT | O_NOFOLLOW);
         if (!temporary) fail("cannot open the temporary list");
-        dropTornEnd(temporary.get());
-        if (!zelor::writeAll(temporary.get(), lines)) fail("cannot write the temporary list");
-        if (!zelor::flushToDisk(temporary.get())) fail("cannot flush the temporary list");
+        addToTemporary(temporary.get(), lines);
     }
     if (std::rename(temporaryPath.c_str(), listPath.c_str()) != 0) fail("cannot replace the list");
     zelor::flushDirectory(fs::path(listPath).parent_path().string());
@@ -110,15 +106,18 @@ void RemediationManager::addPatchBufferedEntry(std::string patchName, std::strin
 void RemediationManager::removeEntryFromBufferedPatchesFile(std::string patchName) {
     try {
         const std::string listPath = bufferedListPath();
-        bool torn = false;
-        const std::string lines = zelor::linesWithout(wholeFile(listPath), patchName, torn);
-        if (torn)
+        zelor::ListDamage damage;
+        const std::string lines = zelor::linesWithout(wholeFile(listPath), patchName, damage);
+        if (damage.tornEnd)
             zlog::error("[Remediation Manager] The last line of ", listPath, " was torn; it is left out.");
+        if (damage.damagedLines)
+            zlog::error("[Remediation Manager] ", listPath, " had damaged lines; they are left out.");
         replaceList(listPath, unzipFolderFile(kTemporaryName), lines);
-    } catch (const std::exception&) {
+    } catch (const std::exception& problem) {
         zlog::debug(
             "[Remediation Manager] (removeEntryFromBufferedPatchesFile) Exception while removing entry from "
             "bufferedPatchesList.txt ");
+        zlog::debug("[Remediation Manager] (removeEntryFromBufferedPatchesFile) ", problem.what());
     }
 }
 

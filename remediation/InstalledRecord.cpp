@@ -6,10 +6,13 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
+#include <utility>
 #include <vector>
 
 #include "platform/Files.h"
 #include "platform/Log.h"
+#include "platform/Strings.h"
 #include "remediation/RecordAccess.h"
 #include "remediation/RemediationManager.h"
 
@@ -19,6 +22,7 @@ void InstalledRecord::forget() {
     lines_.clear();
     unfinished_.clear();
     read_ = 0;
+    damaged_ = 0;
 }
 
 void InstalledRecord::refresh(const std::string& path) {
@@ -32,12 +36,21 @@ void InstalledRecord::refresh(const std::string& path) {
     const auto inode = static_cast<std::uintmax_t>(info.st_ino);
     const off_t known = read_ + static_cast<off_t>(unfinished_.size());
     const bool same = path == path_ && device == device_ && inode == inode_ && info.st_size >= known;
-    if (same && info.st_size == known) return;
+    if (same && info.st_size == known && unfinished_.empty()) return;
     if (!same) forget();
     path_ = path;
     device_ = device;
     inode_ = inode;
+    const std::string torn = unfinished_;
+    const std::uint64_t damaged = damaged_;
     readFrom(fd.get());
+    if (!unfinished_.empty() && unfinished_ != torn) {
+        log::error("[Remediation Manager] The last line of ", path, " was torn; it is left out.");
+    }
+    if (damaged_ != damaged) {
+        log::error("[Remediation Manager] ", path, " has ", damaged_ - damaged,
+                   " damaged lines, which name no remediation.");
+    }
 }
 
 void InstalledRecord::readFrom(int fd) {
@@ -53,12 +66,17 @@ void InstalledRecord::readFrom(int fd) {
         std::size_t start = 0;
         for (auto end = unfinished_.find('\n'); end != std::string::npos;
              end = unfinished_.find('\n', start)) {
-            lines_.emplace(unfinished_, start, end - start);
+            takeLine(unfinished_.substr(start, end - start));
             start = end + 1;
         }
         unfinished_.erase(0, start);
         read_ += static_cast<off_t>(start);
     }
+}
+
+void InstalledRecord::takeLine(std::string line) {
+    if (!isText(line)) ++damaged_;
+    lines_.insert(std::move(line));
 }
 
 }  // namespace zelor
@@ -67,7 +85,12 @@ namespace zlog = zelor::log;
 
 void RemediationManager::addEntryInInstalledPatchesFile(int installResult, std::string eriId) {
     if (installResult != 0) return;
-    zelor::appendLine(installedPatchesFile, eriId);
+    // A missing folder is the installer's business and stays silent.
+    if (!zelor::appendLine(installedPatchesFile, eriId) && errno != ENOENT) {
+        zlog::error("[Remediation Manager] ", eriId, " is installed, and cannot be noted in ",
+                    installedPatchesFile, ": ", std::string(std::strerror(errno)),
+                    "; the next run will install it again");
+    }
     zlog::debug(
         "[Remediation Manager] Inside addEntryInInstalledPatchesFile: Added entry for successfully installed "
         "eri: ",

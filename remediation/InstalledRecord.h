@@ -12,24 +12,26 @@ namespace zelor {
 /// all again when the file was replaced or cut. One thread at a time.
 class InstalledRecord {
   public:
-    /// Brings the lines up to date with the file; one that cannot be opened counts as empty.
+    /// Brings the lines up to date with the file; one that cannot be opened counts as empty. Damage that was
+    /// not seen before goes to the log: a torn last line, which does not count, and lines that are no text,
+    /// which match nothing.
     void refresh(const std::string& path);
-    bool empty() const { return lines_.empty() && unfinished_.empty(); }
+    bool empty() const { return lines_.empty(); }
     /// True when some line equals `text` exactly.
-    bool hasLine(const std::string& text) const {
-        return lines_.count(text) != 0 || (!unfinished_.empty() && unfinished_ == text);
-    }
+    bool hasLine(const std::string& text) const { return lines_.count(text) != 0; }
 
   private:
     void forget();
     void readFrom(int fd);
+    void takeLine(std::string line);
 
     std::unordered_set<std::string> lines_;
     std::string path_;
     std::uintmax_t device_ = 0;
     std::uintmax_t inode_ = 0;
-    off_t read_ = 0;          ///< offset behind the last line end that was read
-    std::string unfinished_;  ///< a last line without its end; it counts as a line too
+    off_t read_ = 0;             ///< offset behind the last line end that was read
+    std::string unfinished_;     ///< a last line without its end
+    std::uint64_t damaged_ = 0;  ///< lines that are no text
 };
 
 }  // namespace zelor

@@ -53,16 +53,49 @@ TEST_F(InstalledPatches, OnlySuccessesAreRecorded) {
 }
 
 TEST_F(InstalledPatches, LinesAreComparedWhole) {
-    writeFile(agent.recordPath(), "abc\nspaced \nreturned\r\nlast");
+    writeFile(agent.recordPath(), "abc\nspaced \nreturned\r\n");
+    EXPECT_TRUE(applied({{"abc", ""}}));
     EXPECT_FALSE(applied({{"abcd", ""}}));
     EXPECT_FALSE(applied({{"ab", ""}}));
     EXPECT_FALSE(applied({{"spaced", ""}}));
     EXPECT_FALSE(applied({{"returned", ""}}));
-    EXPECT_TRUE(applied({{"last", ""}}));
-    manager.addEntryInInstalledPatchesFile(0, "next");
-    EXPECT_TRUE(applied({{"last", ""}})) << "a missing line end must not glue two ids together";
-    EXPECT_TRUE(applied({{"next", ""}}));
-    EXPECT_FALSE(applied({{"lastnext", ""}}));
+}
+
+// What a power loss leaves behind whole lines: the beginning of a line can be another id whole.
+TEST_F(InstalledPatches, DamageOfAnOlderCrashIsLeftOutAndTold) {
+    const std::string path = agent.recordPath();
+    const std::string lone(1, '\xc3');  // half of a letter
+    const std::string nul(1, '\0');
+    struct {
+        std::string damage;
+        int torn, damaged;
+        std::string afterwards;  ///< of the damage, once a line was added
+    } rows[] = {{"last", 1, 0, ""},
+                {"la\x80\xffst", 1, 0, ""},
+                {std::string(5000, '\0'), 1, 0, ""},
+                {lone, 1, 0, ""},
+                {std::string(8191, 'x'), 1, 0, ""},
+                {nul + nul + "\n" + lone + "\n\x1b[2J\nlast", 1, 3, nul + nul + "\n" + lone + "\n\x1b[2J\n"},
+                {"tr\xc3\xa9s bien\n", 0, 0, "tr\xc3\xa9s bien\n"}};
+    int torn = 0;
+    int damaged = 0;
+    for (const auto& row : rows) {
+        writeFile(path, "first\n" + row.damage);
+        RemediationManager fresh(agent.installPath());
+        const auto has = [&](const std::string& id) {
+            auto entry = zelor::test::makeCre("CRE", {{id, ""}});
+            return fresh.verifyIfAlreadyAppliedRem(entry);
+        };
+        EXPECT_TRUE(has("first"));
+        EXPECT_FALSE(has("last"));
+        EXPECT_EQ(agent.countLogged(path + " was torn; it is left out."), torn += row.torn) << "once";
+        EXPECT_EQ(agent.countLogged(path + " has "), damaged += row.damaged > 0 ? 1 : 0);
+        fresh.addEntryInInstalledPatchesFile(0, "next");
+        EXPECT_EQ(readFile(path), "first\n" + row.afterwards + "next\n");
+        EXPECT_TRUE(has("next") && has("first"));
+        EXPECT_FALSE(has("last"));
+    }
+    EXPECT_EQ(agent.countLogged(" has 3 damaged lines"), 1);
 }
 
 TEST_F(InstalledPatches, SeesWhatOthersDidToTheFile) {
