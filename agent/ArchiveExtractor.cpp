@@ -5,7 +5,6 @@
 
 #include <cerrno>
 #include <memory>
-#include <set>
 #include <stdexcept>
 
 #include "agent/ExtractionTree.h"
@@ -86,7 +85,8 @@ class Extraction {
     }
 
     void takeEntry(archive_entry* entry) {
-        if (++entries_ > limits_.entries) throw std::runtime_error("is one more than the entries allowed");
+        constexpr const char* tooMany = "is one more than the entries allowed";
+        if (++entries_ > limits_.entries) throw std::runtime_error(tooMany);
         const std::string problem = entryNameProblem(name_, limits_);
         if (!problem.empty()) throw std::runtime_error(problem);
         if (archive_entry_is_encrypted(entry) != 0) throw std::runtime_error("is encrypted");
@@ -97,12 +97,15 @@ class Extraction {
             if (type != AE_IFDIR) throw std::runtime_error("has no name");
             return;
         }
-        if (!seen_.insert(path).second) throw std::runtime_error("is there twice");
+        const std::string twin = names_.add(path);
+        if (!twin.empty()) throw std::runtime_error(twin);
+        if (names_.size() > limits_.entries) throw std::runtime_error(tooMany);
         create(entry, path, type);
     }
 
     void create(archive_entry* entry, const ExtractionTree::Path& path, unsigned type) {
-        const auto mode = static_cast<mode_t>(archive_entry_perm(entry) & keptModeBits);
+        const unsigned kept = type == AE_IFREG && path.size() == 1 ? keptModeBitsOfLoneFile : keptModeBits;
+        const auto mode = static_cast<mode_t>(archive_entry_perm(entry) & kept);
         ExtractionTree::Time time;
         if (archive_entry_mtime_is_set(entry) != 0) {
             time = timespec{archive_entry_mtime(entry), archive_entry_mtime_nsec(entry)};
@@ -157,7 +160,7 @@ class Extraction {
     Reader reader_;
     Allowance allowance_;
     std::string name_;
-    std::set<ExtractionTree::Path> seen_;
+    EntryNames names_;
     std::uint64_t entries_ = 0;
     std::uint64_t unpacked_ = 0;
 };

@@ -24,6 +24,7 @@ std::string entryNameProblem(const std::string& name, const ExtractionLimits& li
     if (std::find(components.begin(), components.end(), "..") != components.end()) {
         return "has \"..\" in its path";
     }
+    if (components.size() > limits.depth) return "lies too deep in folders";
     return "";
 }
 
@@ -40,6 +41,24 @@ std::string linkTargetProblem(const std::vector<std::string>& linkPath, const st
     }
     if (std::any_of(descent, components.end(), isUp)) {
         return "is a symbolic link that climbs (\"..\") after it descended";
+    }
+    return "";
+}
+
+std::string EntryNames::add(const std::vector<std::string>& components) {
+    std::size_t parent = 0;
+    for (std::size_t i = 0; i < components.size(); ++i) {
+        const bool isEntry = i + 1 == components.size();
+        std::string folded = components[i];
+        for (char& c : folded)
+            c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+        const auto [known, isNew] =
+            nodes_.try_emplace({parent, std::move(folded)}, Node{nodes_.size() + 1, components[i], isEntry});
+        Node& node = known->second;
+        if (node.spelling != components[i]) return "differs from another only in case";
+        if (isEntry && !isNew && node.isEntry) return "is there twice";
+        node.isEntry = node.isEntry || isEntry;
+        parent = node.number;
     }
     return "";
 }

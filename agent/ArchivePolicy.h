@@ -2,19 +2,22 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 /// What an archive may ask for: decisions alone, nothing here touches a file.
 namespace zelor {
 
 struct ExtractionLimits {
-    std::uint64_t entries = 100000;
+    std::uint64_t entries = 100000;  ///< the folders on the way to them included
     std::uint64_t unpackedBytes = 64ULL << 30U;
     std::uint64_t freeMargin = 64ULL << 20U;  ///< bytes of the file system that stay free
     std::uint64_t ratio = 200;  ///< unpacked bytes for each byte of the archive, beyond the allowance
     std::uint64_t ratioAllowance = 64ULL << 20U;
     std::size_t nameLength = 4096;
+    std::size_t depth = 64;
 };
 
 /// The components of an entry's name or a link's target; empty ones and "." are left out.
@@ -29,8 +32,30 @@ std::string entryNameProblem(const std::string& name, const ExtractionLimits& li
 std::string linkTargetProblem(const std::vector<std::string>& linkPath, const std::string& target,
                               const ExtractionLimits& limits);
 
+/// The entries of one archive so far. Two names that differ only in the case of ASCII letters are one file on
+/// the file systems that Macs come with, so they are refused on every system.
+class EntryNames {
+  public:
+    /// Takes the next entry; why it cannot stand beside the earlier ones, "" when it can.
+    std::string add(const std::vector<std::string>& components);
+
+    /// Entries and the folders on the way to them.
+    std::size_t size() const { return nodes_.size(); }
+
+  private:
+    struct Node {
+        std::size_t number;
+        std::string spelling;
+        bool isEntry;  ///< else: a folder on the way to one
+    };
+    std::map<std::pair<std::size_t, std::string>, Node> nodes_;  ///< by parent's number and folded name
+};
+
 /// What is kept of an entry's mode: set-user-id, set-group-id and sticky bits are dropped.
 inline constexpr unsigned keptModeBits = 0777;
+/// The same for a file directly in the destination, whose mode no signature covers: nobody but its owner may
+/// write to it, also where others may enter the destination.
+inline constexpr unsigned keptModeBitsOfLoneFile = 0755;
 
 /// How many bytes an archive may unpack to, and the rule that sets the bound.
 struct Allowance {

@@ -46,6 +46,8 @@ TEST_F(ZipUtilsTest, KeepsContentModesTimesAndInnerLinks) {
     ASSERT_TRUE(unzip(ArchiveBuilder()
                           .at(1500000000)
                           .file("patch.sig", "signature", 0600)
+                          .file("lone.sh", "", 0777)
+                          .file("Editor.app/open", "", 0666)
                           .file("Editor.app/Contents/MacOS/editor", large, 0755)
                           .folder("Editor.app/Contents/Locked", 0555)
                           .file("Editor.app/Contents/Locked/read", "only", 0444)
@@ -60,6 +62,8 @@ TEST_F(ZipUtilsTest, KeepsContentModesTimesAndInnerLinks) {
     EXPECT_EQ(readFile(out + "/Editor.app/Contents/MacOS/up/read"), "only");
     EXPECT_TRUE(fs::exists(out + "/caf\xc3\xa9 \n.txt"));
     EXPECT_EQ(modeOf("patch.sig"), 0600U);
+    EXPECT_EQ(modeOf("lone.sh"), 0755U) << "no signature covers the mode of a single file";
+    EXPECT_EQ(modeOf("Editor.app/open"), 0666U) << "a bundle's covers its modes";
     EXPECT_EQ(modeOf("Editor.app/Contents/MacOS/editor"), 0755U);
     EXPECT_EQ(modeOf("Editor.app/Contents/Locked"), 0555U);
     EXPECT_EQ(modeOf("Editor.app"), 0755U) << "a folder that the archive does not list";
@@ -118,6 +122,9 @@ TEST_F(ZipUtilsTest, RefusesHostileArchivesAndLeavesNothing) {
         std::string bytes;
         const char* told;
     };
+    std::string deep;
+    for (int i = 0; i < 64; ++i)
+        deep += "d/";
     const Case cases[] = {
         {"traversal", patched(two, "name-one", "../escap"), "\"..\""},
         {"inner traversal", patched(two, "name-one", "a/../../"), "\"..\""},
@@ -131,6 +138,9 @@ TEST_F(ZipUtilsTest, RefusesHostileArchivesAndLeavesNothing) {
         {"socket", withMode(file, S_IFSOCK | 0644), "device"},
         {"repeated", ArchiveBuilder().file("a", "1").file("a", "2").finish(), "twice"},
         {"repeated otherwise", ArchiveBuilder().file("a/b", "1").file("./a//b", "2").finish(), "twice"},
+        {"another case", ArchiveBuilder().file("a", "1").file("A", "2").finish(), "only in case"},
+        {"folders' case", ArchiveBuilder().file("d/a", "1").file("D/b", "2").finish(), "only in case"},
+        {"deep", ArchiveBuilder().file("a", "1").file(deep + "f", "2").finish(), "too deep"},
         {"encrypted", ArchiveBuilder("encryption=traditional").file("a", "1").finish(), "encrypted"},
         {"changed content", patched(stored, "some text", "SOME text"), "CRC"},
         {"changed compressed content", patched(good, inside, "\xff\xff\xff\xff\xff\xff\xff\xff"), "damaged"},
