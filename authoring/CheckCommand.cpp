@@ -33,7 +33,7 @@ void printText(const CheckReport& report) {
 }  // namespace
 
 int runCheck(const CheckOptions& options) {
-    const CheckReport report = checkRepository(options.folder, options.key);
+    const CheckReport report = checkRepository(options.folder, options.key, options.manifests);
     if (options.json) {
         printJson(report);
     } else {

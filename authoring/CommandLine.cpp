@@ -34,7 +34,8 @@ constexpr const char* publishHelp = R"(Examples:
   zelor-content publish manifest.json --key keys/repository.key --out repository
 
 Publishes what a manifest names. Everything is checked first. What is unchanged is not written again, and what is
-written appears complete or not at all: archives first, then all content in one step.
+written appears complete or not at all: archives first, then all content in one step. Content that this manifest
+published before and names no more is withdrawn; its archives go a day later, when no run needs them any more.
 
 An entry has an identifier and either "cres": [{id, platform, product, "eris": [...]}] or the fields of its only cre.
 A cre has either "eris": [{...}] or the fields of its only ERI: product, impact, instructions, file (relative to the
@@ -47,7 +48,7 @@ constexpr const char* checkHelp = R"(Examples:
 
 Verifies a repository as agents would see it. Each finding tells how to mend it: signatures, sizes, MD5 sums, missing
 files, malformed content, names that agents refuse or confuse, scripts that bash cannot parse, content that can never
-be applied, archives that are unsafe to unpack. Unpacks each archive below TMPDIR, one at a time.)";
+be applied, archives that are unsafe to unpack or that no content names, content that was withdrawn. Unpacks each archive below TMPDIR, one at a time.)";
 
 using Action = std::function<int()>;
 
@@ -71,6 +72,10 @@ void addPublish(CLI::App& app, PublishOptions& options, Action& action) {
     command->add_option("--out", options.out, "The repository; made when it is missing")
         ->required()
         ->type_name("DIR");
+    command->add_flag("--only", options.only,
+                      "Withdraw all content that the manifest does not name, whoever published it");
+    command->add_flag("--prune", options.prune,
+                      "Remove the archives that no content names now, not a day later");
     command->callback([&] { action = [&] { return runPublish(options); }; });
 }
 
@@ -94,6 +99,11 @@ void addCheck(CLI::App& app, CheckOptions& options, Action& action) {
     command->add_option("--key", options.key, "The public key (or certificate) that agents trust")
         ->required()
         ->type_name("FILE");
+    command
+        ->add_option("--manifest", options.manifests,
+                     "Content that is in none of these manifests is a finding; may be repeated")
+        ->type_name("FILE")
+        ->allow_extra_args(false);
     command->add_flag("--json", options.json, "Print the findings as JSON");
     command->callback([&] { action = [&] { return runCheck(options); }; });
 }

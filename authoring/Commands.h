@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 /// The commands of zelor-content. Each returns the exit status and throws UsageError, or std::runtime_error
 /// when something fails on the way.
@@ -23,6 +24,8 @@ struct PublishOptions {
     std::string manifest;
     std::string key;
     std::string out;
+    bool only = false;
+    bool prune = false;
 };
 int runPublish(const PublishOptions& options);
 
@@ -38,6 +41,7 @@ int runServe(const ServeOptions& options);
 struct CheckOptions {
     std::string folder;
     std::string key;
+    std::vector<std::string> manifests;
     bool json = false;
 };
 int runCheck(const CheckOptions& options);

@@ -45,13 +45,29 @@ bool ContentFolder::put(const std::string& identifier, const std::string& xml, c
     return true;
 }
 
+void ContentFolder::withdraw(const std::string& identifier) {
+    removed_.insert(identifier + ".xml");
+    removed_.insert(identifier + ".xml.sig");
+}
+
+std::set<std::string> ContentFolder::identifiers() const {
+    std::set<std::string> found;
+    boost::system::error_code none;
+    for (fs::directory_iterator it(folder_, none), end; it != end; ++it) {
+        const fs::path name = it->path().filename();
+        if (name.extension() == ".xml" && name.string()[0] != '.') found.insert(name.stem().string());
+    }
+    return found;
+}
+
 void ContentFolder::commit() {
-    if (changed_.empty()) return;
+    if (changed_.empty() && removed_.empty()) return;
     if (!makeFolders(folder_)) throw std::runtime_error("cannot make " + folder_ + ": " + errorText(errno));
     if (!exchange()) renameEach();
     boost::system::error_code ignored;
     fs::remove_all(next_, ignored);
     changed_.clear();
+    removed_.clear();
 }
 
 bool ContentFolder::exchange() {
@@ -60,7 +76,7 @@ bool ContentFolder::exchange() {
     fs::create_directory(next_);
     for (fs::directory_iterator it(folder_), end; it != end; ++it) {
         const std::string name = it->path().filename().string();
-        if (changed_.count(name) != 0 || isStagedName(name)) continue;
+        if (changed_.count(name) + removed_.count(name) != 0 || isStagedName(name)) continue;
         if (it->symlink_status().type() != fs::regular_file) return false;
         if (::link(it->path().c_str(), (next_ + '/' + name).c_str()) != 0) return false;
     }
@@ -80,6 +96,8 @@ void ContentFolder::renameEach() {
     }
     for (StagedFile& file : staged)
         file.commit();
+    for (const std::string& name : removed_)
+        fs::remove(folder_ + '/' + name);
 }
 
 }  // namespace zelor

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <set>
 #include <string>
 
 #include "authoring/SigningKey.h"
@@ -17,6 +18,10 @@ class ContentFolder {
     /// Collects a content file and its signature. False when exactly this, signed by this key, stands there
     /// already.
     bool put(const std::string& identifier, const std::string& xml, const SigningKey& key);
+    /// Collects the removal of a content file and its signature.
+    void withdraw(const std::string& identifier);
+    /// The identifiers that have content now.
+    std::set<std::string> identifiers() const;
     /// Shows what was collected; nothing happens when that is nothing. Throws std::runtime_error.
     void commit();
 
@@ -27,6 +32,7 @@ class ContentFolder {
     std::string folder_;
     std::string next_;
     std::map<std::string, std::string> changed_;  // file name to bytes; a signature sorts after its content
+    std::set<std::string> removed_;               // file names, in the same order
 };
 
 }  // namespace zelor

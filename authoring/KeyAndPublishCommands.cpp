@@ -1,36 +1,20 @@
-#include <boost/filesystem/path.hpp>
+#include <boost/filesystem/operations.hpp>
 #include <iostream>
 
-#include "agent/Files.h"
 #include "authoring/Commands.h"
-#include "authoring/Manifest.h"
+#include "authoring/ManifestFile.h"
 #include "authoring/Publisher.h"
 #include "authoring/SigningKey.h"
-#include "authoring/UsageError.h"
-#include "platform/Strings.h"
 
 namespace zelor {
 
 namespace {
 
-constexpr std::size_t manifestBytesLimit = 256U << 20U;
-
-Manifest readManifest(const std::string& path) {
-    std::string text;
-    try {
-        text = readBounded(path, manifestBytesLimit, Links::follow);
-    } catch (const std::exception& e) {
-        throw UsageError(std::string(e.what()) + "; name the manifest to publish");
-    }
-    const std::string folder = boost::filesystem::path(path).parent_path().string();
-    Findings findings;
-    Manifest manifest = parseManifest(text, folder.empty() ? "." : folder,
-                                      boost::filesystem::path(path).filename().string(), findings);
-    // A field that could not be read would only make further, misleading findings.
-    if (!anyError(findings)) findings = manifestFindings(manifest);
-    std::cerr << findingsText(findings);
-    if (anyError(findings)) throw UsageError("nothing was published: mend the errors above");
-    return manifest;
+std::string counted(const char* what, std::size_t all, std::size_t written, std::size_t gone,
+                    const char* how) {
+    std::string text = std::to_string(all) + what + " (" + std::to_string(written) + " written";
+    if (gone != 0) text += ", " + std::to_string(gone) + how;
+    return text + ')';
 }
 
 }  // namespace
@@ -45,11 +29,17 @@ int runKeygen(const KeygenOptions& options) {
 
 int runPublish(const PublishOptions& options) {
     const SigningKey key = SigningKey::load(options.key);
-    const PublishSummary summary =
-        publish(readManifest(options.manifest), key, options.out,
-                [](const std::string& name) { std::cout << "wrote " << name << std::endl; });
-    std::cout << summary.entries << " entries (" << summary.entriesWritten << " written), " << summary.patches
-              << " patches (" << summary.patchesWritten << " written)\n";
+    Manifest manifest = readManifest(options.manifest);
+    const Publication publication{options.out, boost::filesystem::canonical(options.manifest).string(),
+                                  options.only, options.prune};
+    const PublishSummary summary = publish(std::move(manifest), key, publication,
+                                           [](const std::string& line) { std::cout << line << std::endl; });
+    std::cout << counted(" entries", summary.entries, summary.entriesWritten, summary.entriesWithdrawn,
+                         " withdrawn")
+              << ", "
+              << counted(" patches", summary.patches, summary.patchesWritten, summary.patchesRemoved,
+                         " removed")
+              << '\n';
     return exitStatus::good;
 }
 

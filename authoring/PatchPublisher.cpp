@@ -11,7 +11,7 @@
 
 namespace zelor {
 
-PatchPublisher::PatchPublisher(const std::string& repository, const SigningKey& key, PublishState& state)
+PatchPublisher::PatchPublisher(const std::string& repository, const SigningKey& key, PublishedPatches& state)
     : folder_(repository + "/patches/"), key_(key), fingerprint_(key.fingerprint()), state_(state) {}
 
 PatchFacts PatchPublisher::publish(const ManifestPatch& patch) {

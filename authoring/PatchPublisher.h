@@ -19,7 +19,7 @@ struct PatchFacts {
 class PatchPublisher {
   public:
     /// `state` is read and brought up to date.
-    PatchPublisher(const std::string& repository, const SigningKey& key, PublishState& state);
+    PatchPublisher(const std::string& repository, const SigningKey& key, PublishedPatches& state);
 
     /// An archive that stands there as this key published it from the same bytes is left alone. With
     /// `omitArchive` none is written. Throws std::runtime_error, also when the source changes meanwhile.
@@ -32,7 +32,7 @@ class PatchPublisher {
     std::string folder_;
     const SigningKey& key_;
     std::string fingerprint_;
-    PublishState& state_;
+    PublishedPatches& state_;
 };
 
 }  // namespace zelor

@@ -22,6 +22,10 @@ bool PublishedPatch::operator==(const PublishedPatch& other) const {
            signatureStamp == other.signatureStamp;
 }
 
+std::string publishStateFile(const std::string& repository) {
+    return repository + "/.zelor-content.json";
+}
+
 std::string fileStamp(const std::string& path) {
     struct stat status {};
     if (::lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return "";
@@ -36,9 +40,10 @@ PublishState readPublishState(const std::string& path) {
         const nlohmann::json json = nlohmann::json::parse(readBounded(path, stateBytesLimit));
         if (json.at("version") != version) return {};
         for (const auto& [patchId, patch] : json.at("patches").items()) {
-            state[patchId] = {patch.at("source"), patch.at("key"), patch.at("archive"),
-                              patch.at("signature")};
+            state.patches[patchId] = {patch.at("source"), patch.at("key"), patch.at("archive"),
+                                      patch.at("signature"), patch.value("unnamedSince", std::int64_t{0})};
         }
+        state.entries = json.value("entries", state.entries);
     } catch (const std::exception&) {
         return {};
     }
@@ -47,13 +52,15 @@ PublishState readPublishState(const std::string& path) {
 
 void writePublishState(const std::string& path, const PublishState& state) {
     nlohmann::json patches = nlohmann::json::object();
-    for (const auto& [patchId, patch] : state) {
+    for (const auto& [patchId, patch] : state.patches) {
         patches[patchId] = {{"source", patch.source},
                             {"key", patch.key},
                             {"archive", patch.archiveStamp},
                             {"signature", patch.signatureStamp}};
+        if (patch.unnamedSince != 0) patches[patchId]["unnamedSince"] = patch.unnamedSince;
     }
-    replaceFile(path, nlohmann::json{{"version", version}, {"patches", patches}}.dump(1) + '\n');
+    const nlohmann::json json = {{"version", version}, {"patches", patches}, {"entries", state.entries}};
+    replaceFile(path, json.dump(1, ' ', false, nlohmann::json::error_handler_t::replace) + '\n');
 }
 
 }  // namespace zelor

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <string>
 
@@ -11,12 +12,22 @@ struct PublishedPatch {
     std::string key;           ///< fingerprint
     std::string archiveStamp;  ///< as `fileStamp` gives it
     std::string signatureStamp;
+    std::int64_t unnamedSince = 0;  ///< seconds since 1970; 0 while content names it
 
+    /// True when the same was published; since when it is unnamed does not count.
     bool operator==(const PublishedPatch& other) const;
 };
 
-/// Patch id to how it was published.
-using PublishState = std::map<std::string, PublishedPatch>;
+using PublishedPatches = std::map<std::string, PublishedPatch>;
+
+/// What a repository holds, as its publications left it.
+struct PublishState {
+    PublishedPatches patches;                    ///< by patch id
+    std::map<std::string, std::string> entries;  ///< identifier to the path of the manifest that published it
+};
+
+/// The state's place in a repository.
+std::string publishStateFile(const std::string& repository);
 
 /// "BYTES-SECONDS.NANOSECONDS" of size and modification time; "" when there is no such regular file.
 std::string fileStamp(const std::string& path);

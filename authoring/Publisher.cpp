@@ -8,12 +8,14 @@
 #include <boost/filesystem.hpp>
 #include <cerrno>
 #include <map>
+#include <set>
 #include <stdexcept>
 
 #include "agent/Files.h"
 #include "authoring/ContentFolder.h"
 #include "authoring/ContentXml.h"
 #include "authoring/PatchPublisher.h"
+#include "authoring/RetiredPatches.h"
 #include "authoring/StagedFile.h"
 #include "authoring/UsageError.h"
 #include "remediation/PatchName.h"
@@ -67,7 +69,7 @@ class SavedState {
     explicit SavedState(const std::string& path) : path_(path), state_(readPublishState(path)) {}
     ~SavedState() {
         try {
-            if (changed_) writePublishState(path_, state_);
+            save();
         } catch (const std::exception&) {
             // The next publication then writes these archives anew.
         }
@@ -76,34 +78,14 @@ class SavedState {
     SavedState& operator=(const SavedState&) = delete;
 
     PublishState& get() { return state_; }
-    void setChanged() { changed_ = true; }
+    void save() { writePublishState(path_, state_); }
 
   private:
     std::string path_;
     PublishState state_;
-    bool changed_ = false;
 };
 
-using Wrote = std::function<void(const std::string&)>;
 using FactsByPatch = std::map<std::string, PatchFacts>;
-
-FactsByPatch publishPatches(const Manifest& manifest, const SigningKey& key, const std::string& repository,
-                            PublishSummary& summary, const Wrote& wrote) {
-    SavedState state(repository + "/.zelor-content.json");
-    PatchPublisher publisher(repository, key, state.get());
-    FactsByPatch facts;
-    for (const ManifestPatch& patch : manifest.patches) {
-        if (facts.count(patch.patchId) != 0) continue;
-        const PatchFacts& published = facts[patch.patchId] = publisher.publish(patch);
-        if (patch.omitArchive) continue;
-        ++summary.patches;
-        if (!published.written) continue;
-        ++summary.patchesWritten;
-        state.setChanged();
-        wrote("patches/" + splitAtLastDot(patch.patchId)->stem + ".zip");
-    }
-    return facts;
-}
 
 void fillIn(ContentEntry& entry, const FactsByPatch& facts) {
     for (ContentCre& cre : entry.cres) {
@@ -116,27 +98,97 @@ void fillIn(ContentEntry& entry, const FactsByPatch& facts) {
     }
 }
 
+/// One publication, under the repository's lock.
+class Publisher {
+  public:
+    Publisher(Manifest manifest, const SigningKey& key, const Publication& publication,
+              const std::function<void(const std::string&)>& tell)
+        : manifest_(std::move(manifest)),
+          key_(key),
+          publication_(publication),
+          tell_(tell),
+          state_(publishStateFile(publication.repository)),
+          content_(publication.repository) {}
+
+    PublishSummary run() {
+        publishPatches();
+        if (writeSpeedFile(publication_.repository + "/speed.bin")) tell_("wrote speed.bin");
+        collectContent();
+        const std::set<std::string> withdrawn = collectWithdrawals();
+        // Saved before content is shown: what shows must be known for its withdrawal, whatever happens here.
+        state_.save();
+        content_.commit();
+        for (const std::string& identifier : withdrawn)
+            state_.get().entries.erase(identifier);
+        summary_.entriesWithdrawn = withdrawn.size();
+        summary_.patchesRemoved =
+            removeRetiredPatches(publication_.repository, publication_.prune, state_.get().patches,
+                                 [this](const std::string& name) { tell_("removed " + name); });
+        return summary_;
+    }
+
+  private:
+    void publishPatches() {
+        PatchPublisher publisher(publication_.repository, key_, state_.get().patches);
+        for (const ManifestPatch& patch : manifest_.patches) {
+            if (facts_.count(patch.patchId) != 0) continue;
+            const PatchFacts& published = facts_[patch.patchId] = publisher.publish(patch);
+            if (patch.omitArchive) continue;
+            ++summary_.patches;
+            if (!published.written) continue;
+            ++summary_.patchesWritten;
+            tell_("wrote patches/" + splitAtLastDot(patch.patchId)->stem + ".zip");
+        }
+    }
+
+    void collectContent() {
+        for (ContentEntry& entry : manifest_.entries) {
+            fillIn(entry, facts_);
+            ++summary_.entries;
+            state_.get().entries[entry.identifier] = publication_.manifest;
+            if (!content_.put(entry.identifier, contentXml(entry), key_)) continue;
+            ++summary_.entriesWritten;
+            tell_("wrote content/" + entry.identifier + ".xml");
+        }
+    }
+
+    std::set<std::string> collectWithdrawals() {
+        std::set<std::string> withdrawn = content_.identifiers();
+        for (const ContentEntry& entry : manifest_.entries)
+            withdrawn.erase(entry.identifier);
+        const auto& owners = state_.get().entries;
+        for (auto it = withdrawn.begin(); it != withdrawn.end();) {
+            const auto owner = owners.find(*it);
+            const bool own = owner != owners.end() && owner->second == publication_.manifest;
+            it = own || publication_.only ? std::next(it) : withdrawn.erase(it);
+        }
+        for (const std::string& identifier : withdrawn) {
+            content_.withdraw(identifier);
+            tell_("withdrew content/" + identifier + ".xml");
+        }
+        return withdrawn;
+    }
+
+    Manifest manifest_;
+    const SigningKey& key_;
+    const Publication& publication_;
+    const std::function<void(const std::string&)>& tell_;
+    SavedState state_;
+    ContentFolder content_;
+    FactsByPatch facts_;
+    PublishSummary summary_;
+};
+
 }  // namespace
 
-PublishSummary publish(Manifest manifest, const SigningKey& key, const std::string& repository,
-                       const Wrote& wrote) {
+PublishSummary publish(Manifest manifest, const SigningKey& key, const Publication& publication,
+                       const std::function<void(const std::string&)>& tell) {
+    const std::string& repository = publication.repository;
     requireFolder(repository + "/patches");
     const UniqueFd lock = lockRepository(repository);
     removeLeftovers(repository);
     removeLeftovers(repository + "/patches");
-    PublishSummary summary;
-    const FactsByPatch facts = publishPatches(manifest, key, repository, summary, wrote);
-    if (writeSpeedFile(repository + "/speed.bin")) wrote("speed.bin");
-    ContentFolder content(repository);
-    for (ContentEntry& entry : manifest.entries) {
-        fillIn(entry, facts);
-        ++summary.entries;
-        if (!content.put(entry.identifier, contentXml(entry), key)) continue;
-        ++summary.entriesWritten;
-        wrote("content/" + entry.identifier + ".xml");
-    }
-    content.commit();
-    return summary;
+    return Publisher(std::move(manifest), key, publication, tell).run();
 }
 
 }  // namespace zelor

@@ -1,14 +1,12 @@
 #include "authoring/checks/PatchCheck.h"
 
-#include <stdlib.h>
-
 #include <boost/filesystem.hpp>
 #include <set>
-#include <stdexcept>
 
 #include "agent/ArchiveExtractor.h"
 #include "agent/Signature.h"
 #include "authoring/Digests.h"
+#include "authoring/ScratchFolder.h"
 #include "authoring/checks/BundleChecks.h"
 #include "authoring/checks/ScriptCheck.h"
 #include "authoring/checks/SizeCheck.h"
@@ -19,30 +17,6 @@ namespace zelor {
 namespace {
 
 namespace fs = boost::filesystem;
-
-class ScratchFolder {
-  public:
-    ScratchFolder() {
-        path_ = (fs::temp_directory_path() / "zelor-check-XXXXXX").string();
-        if (::mkdtemp(path_.data()) == nullptr)
-            throw std::runtime_error("cannot make the temporary folder " + path_);
-    }
-    ~ScratchFolder() {
-        boost::system::error_code ignored;
-        for (fs::recursive_directory_iterator it(path_, ignored), end; it != end; it.increment(ignored)) {
-            // A bundle may hold folders that even their owner cannot write to.
-            if (it->symlink_status().type() == fs::directory_file)
-                fs::permissions(*it, fs::owner_all, ignored);
-        }
-        fs::remove_all(path_, ignored);
-    }
-    ScratchFolder(const ScratchFolder&) = delete;
-    ScratchFolder& operator=(const ScratchFolder&) = delete;
-    const std::string& path() const { return path_; }
-
-  private:
-    std::string path_;
-};
 
 /// One patch being checked; the first fault that makes the rest meaningless ends it.
 class PatchCheck {
@@ -167,7 +141,7 @@ class PatchCheck {
     const std::string& keyFile_;
     const std::string& patchId_;
     const std::vector<PatchUse>& uses_;
-    ScratchFolder scratch_;
+    ScratchFolder scratch_{"check"};
     PatchName name_;
     std::string place_, archive_, detached_, path_, signatureName_;
     Findings findings_;

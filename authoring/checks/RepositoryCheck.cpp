@@ -10,6 +10,7 @@
 #include "authoring/ContentXml.h"
 #include "authoring/UsageError.h"
 #include "authoring/checks/ContentChecks.h"
+#include "authoring/checks/LeftoverCheck.h"
 #include "authoring/checks/NameChecks.h"
 #include "authoring/checks/PatchCheck.h"
 #include "platform/Strings.h"
@@ -20,6 +21,8 @@ namespace zelor {
 namespace {
 
 namespace fs = boost::filesystem;
+
+constexpr std::size_t xmlSuffix = 4;
 
 std::set<std::string> contentFiles(const std::string& repository) {
     std::set<std::string> names;
@@ -61,8 +64,7 @@ ContentEntry readEntry(const std::string& repository, const std::string& name, c
         error(e.what(), "remove it and publish the entry again");
         return {};
     }
-    constexpr std::size_t suffix = 4;
-    ContentEntry entry = readContentXml(xml, place, name.substr(0, name.size() - suffix), findings);
+    ContentEntry entry = readContentXml(xml, place, name.substr(0, name.size() - xmlSuffix), findings);
     if (entry.place.empty()) return entry;
     for (Finding& finding : entryFindings(entry))
         findings.push_back(std::move(finding));
@@ -85,6 +87,13 @@ UsesByPatch usesByPatch(const std::vector<ContentEntry>& entries) {
     return uses;
 }
 
+std::set<std::string> stemsOf(const std::set<std::string>& patchIds) {
+    std::set<std::string> stems;
+    for (const std::string& patchId : patchIds)
+        stems.insert(lowerCased(splitAtLastDot(patchId)->stem));
+    return stems;
+}
+
 void checkStems(const UsesByPatch& uses, Findings& findings) {
     std::map<std::string, std::string> stems;
     for (const auto& [patchId, places] : uses) {
@@ -100,12 +109,15 @@ void checkStems(const UsesByPatch& uses, Findings& findings) {
 
 }  // namespace
 
-CheckReport checkRepository(const std::string& repository, const std::string& keyFile) {
+CheckReport checkRepository(const std::string& repository, const std::string& keyFile,
+                            const std::vector<std::string>& manifests) {
     requireKey(keyFile);
     CheckReport report;
     std::vector<ContentEntry> entries;
+    std::set<std::string> identifiers;
     for (const std::string& name : contentFiles(repository)) {
         ++report.entries;
+        identifiers.insert(name.substr(0, name.size() - xmlSuffix));
         ContentEntry entry = readEntry(repository, name, keyFile, report.findings);
         if (!entry.place.empty()) entries.push_back(std::move(entry));
     }
@@ -123,6 +135,10 @@ CheckReport checkRepository(const std::string& repository, const std::string& ke
     }
     report.patches = patchIds.size();
     append(containmentFindings(patchIds));
+    const std::set<std::string> stems = stemsOf(patchIds);
+    // What a file that cannot be read would name is unknown.
+    append(leftoverFindings(repository, entries.size() == report.entries ? &stems : nullptr));
+    append(withdrawnFindings(repository, identifiers, manifests));
     boost::system::error_code ignored;
     if (!fs::is_regular_file(repository + "/speed.bin", ignored)) {
         append({{Severity::warning, "speed.bin",

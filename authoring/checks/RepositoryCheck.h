@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "authoring/Finding.h"
 
@@ -13,8 +14,9 @@ struct CheckReport {
 };
 
 /// Verifies a repository as agents that trust the public key in `keyFile` would see it. Archives are unpacked
-/// one after the other below the system's temporary folder. Throws UsageError when there is no repository or
-/// no usable key.
-CheckReport checkRepository(const std::string& repository, const std::string& keyFile);
+/// one after the other below the system's temporary folder. `manifests`: all that should be published, when
+/// the caller knows. Throws UsageError when there is no repository, no usable key or no such manifest.
+CheckReport checkRepository(const std::string& repository, const std::string& keyFile,
+                            const std::vector<std::string>& manifests = {});
 
 }  // namespace zelor

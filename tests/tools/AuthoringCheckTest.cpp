@@ -63,12 +63,13 @@ TEST_F(CheckTest, FindsEachPlantedFaultAndTellsItsRemedy) {
         const char* place;
         const char* what;
         const char* remedy;
+        bool together = false;  ///< also planted with others
     };
     const auto remove = [this](const std::string& name) { fs::remove(path(name)); };
     const Fault faults[] = {
         {"content changed",
          [&] { writeFile(path("content/CVE-3.xml"), readFile(path("content/CVE-3.xml")) + " "); }, "error",
-         "content/CVE-3.xml", "fails its signature check", "find out who changed it"},
+         "content/CVE-3.xml", "fails its signature check", "find out who changed it", true},
         {"content unsigned", [&] { remove("content/CVE-3.xml.sig"); }, "error", "content/CVE-3.xml",
          "fails its signature check", "publish the entry again"},
         {"content malformed", [&] { writeSigned("CVE-3", "<remediation"); }, "error", "content/CVE-3.xml",
@@ -78,9 +79,9 @@ TEST_F(CheckTest, FindsEachPlantedFaultAndTellsItsRemedy) {
         {"empty content", [&] { writeSigned("CVE-3", R"(<remediation identifier="CVE-3"/>)"); }, "error",
          "content/CVE-3.xml", "has no cre", "add one"},
         {"empty product", [&] { edit("CVE-2", "cpe:/a:x:bundle\">", "\">"); }, "warning", "content/CVE-2.xml",
-         "empty product matches", "leave the attribute out"},
+         "empty product matches", "leave the attribute out", true},
         {"archive missing", [&] { remove("patches/image.zip"); }, "error", "content/CVE-1.xml, ERI-8",
-         "has no archive patches/image.zip", "publish the patch"},
+         "has no archive patches/image.zip", "publish the patch", true},
         {"archive tampered with",
          [&] {
              ArchiveBuilder zip;
@@ -110,11 +111,11 @@ TEST_F(CheckTest, FindsEachPlantedFaultAndTellsItsRemedy) {
         {"signature beside is old", [&] { writeFile(path("patches/lock.sig"), sign("old")); }, "warning",
          "patches/lock.zip", "signature beside it", "publish the patch again"},
         {"wrong md5", [&] { edit("CCE-1", "md5=\"", "md5=\"0"); }, "error", "content/CCE-1.xml, ERI-CCE-1-1",
-         "is not that of \"lock.bsh\"", "publish the entry again"},
+         "is not that of \"lock.bsh\"", "publish the entry again", true},
         {"size too small", [&] { edit("CVE-1", "294 KB", "29 KB"); }, "warning", "content/CVE-1.xml, ERI-7-1",
          "too small", "\"294 KB\""},
         {"size in gigabytes", [&] { edit("CVE-1", "294 KB", "2 GB"); }, "warning",
-         "content/CVE-1.xml, ERI-7-1", "reads as 2 bytes", "KB"},
+         "content/CVE-1.xml, ERI-7-1", "reads as 2 bytes", "KB", true},
         {"patch id as path", [&] { edit("CVE-1", "image.dmg", "../image.dmg"); }, "error",
          "content/CVE-1.xml, ERI-8", "path separator", "plain file name"},
         {"patch id without dot", [&] { edit("CVE-1", "image.dmg", "image"); }, "error",
@@ -122,15 +123,15 @@ TEST_F(CheckTest, FindsEachPlantedFaultAndTellsItsRemedy) {
         {"long extension", [&] { edit("CCE-1", "lock.bsh", "lock.bash"); }, "warning", "content/CCE-1.xml",
          "never found in the buffer", "lock.bsh"},
         {"hidden .app", [&] { edit("CVE-1", "editor-2.1.pkg", "my.apple.pkg"); }, "warning",
-         "content/CVE-1.xml, ERI-7-1", "is installed as .app", "rename the patch"},
+         "content/CVE-1.xml, ERI-7-1", "is installed as .app", "rename the patch", true},
         {"names within names", [&] { edit("CVE-1", "editor-2.1.pkg", "old-image.dmg"); }, "warning",
          "patch \"old-image.dmg\"", "contains that of patch \"image.dmg\"", "rename one of the two"},
         {"one archive for two", [&] { edit("CVE-1", "editor-2.1.pkg", "image.pkg"); }, "error",
          "content/CVE-1.xml, ERI-7-1", "shares the archive image.zip", "rename one"},
         {"script does not parse", [&] { script("#!/bin/bash\nif true; then\n"); }, "error",
-         "patches/lock.zip", "cannot parse the script: line", "mend the line"},
+         "patches/lock.zip", "cannot parse the script: line", "mend the line", true},
         {"competing CREs", [&] { edit("CVE-1", "cpe:/a:x:two\">", "cpe:/a:x:one\">"); }, "error",
-         "content/CVE-1.xml, CRE-CVE-1-2", "this one never is", "different platforms or products"},
+         "content/CVE-1.xml, CRE-CVE-1-2", "this one never is", "different platforms or products", true},
         {"several ERIs",
          [&] {
              edit("CVE-3", "</cre>",
@@ -141,21 +142,24 @@ TEST_F(CheckTest, FindsEachPlantedFaultAndTellsItsRemedy) {
         {"one ERI id twice", [&] { edit("CVE-3", "\"ERI-CVE-3-1\"", "\"ERI-8\""); }, "error",
          "content/CVE-3.xml, ERI-8", "its id stands at content/CVE-1.xml", "id of its own"},
         {"knowledge-base number", [&] { edit("CVE-1", "<mskb></mskb>", "<mskb>KB1</mskb>"); }, "warning",
-         "content/CVE-1.xml, ERI-7-1", "passes it over", "leave mskb out"},
+         "content/CVE-1.xml, ERI-7-1", "passes it over", "leave mskb out", true},
         {"identifier of no kind", [&] { writeSigned("X-1", R"(<remediation identifier="X-1"/>)"); }, "error",
-         "content/X-1.xml", "begins with neither", "identifier that requests name"},
+         "content/X-1.xml", "begins with neither", "identifier that requests name", true},
+        {"archive that nobody names", [&] { writeFile(path("patches/old.zip"), "x"); }, "warning",
+         "patches/old.zip", "no content names it", "remove it", true},
+        {"signature of nothing", [&] { writeFile(path("content/CVE-8.xml.sig"), "x"); }, "warning",
+         "content/CVE-8.xml.sig", "not there", "remove it", true},
+        {"something else", [&] { writeFile(path("patches/notes.txt"), "x"); }, "warning", "patches/notes.txt",
+         "no agent asks for it", "remove it", true},
         {"no speed file", [&] { remove("speed.bin"); }, "warning", "speed.bin", "1024 bytes per second",
-         "publish again"},
+         "publish again", true},
     };
-    fs::rename(repository, dir / "good");
-    for (const Fault& fault : faults) {
-        SCOPED_TRACE(fault.name);
-        fs::remove_all(repository);
-        ASSERT_EQ(shell("cp -R good repository"), 0);
-        fault.plant();
+    const auto report = [&] {
         const ToolRun run = test::contentTool({"check", repository, "--key", publicKey, "--json"});
         EXPECT_EQ(run.status, 1);
-        const nlohmann::json findings = nlohmann::json::parse(run.out).at("findings");
+        return nlohmann::json::parse(run.out).at("findings");
+    };
+    const auto expectFound = [](const nlohmann::json& findings, const Fault& fault) {
         const bool found = std::any_of(findings.begin(), findings.end(), [&](const nlohmann::json& finding) {
             const auto holds = [&](const char* field, const char* text) {
                 return finding.at(field).get<std::string>().find(text) != std::string::npos;
@@ -163,8 +167,28 @@ TEST_F(CheckTest, FindsEachPlantedFaultAndTellsItsRemedy) {
             return finding.at("severity") == fault.severity && holds("place", fault.place) &&
                    holds("what", fault.what) && holds("remedy", fault.remedy);
         });
-        EXPECT_TRUE(found) << run.out;
+        EXPECT_TRUE(found) << fault.name << " is not among " << findings.dump(1);
+    };
+    fs::rename(repository, dir / "good");
+    for (const Fault& fault : faults) {
+        SCOPED_TRACE(fault.name);
+        fs::remove_all(repository);
+        ASSERT_EQ(shell("cp -R good repository"), 0);
+        fault.plant();
+        expectFound(report(), fault);
     }
+    // No fault hides another.
+    fs::remove_all(repository);
+    fs::rename(dir / "good", repository);
+    for (const Fault& fault : faults) {
+        if (fault.together) fault.plant();
+    }
+    const nlohmann::json broken = report();
+    for (const Fault& fault : faults) {
+        if (fault.together) expectFound(broken, fault);
+    }
+    EXPECT_GE(std::count_if(std::begin(faults), std::end(faults), [](const Fault& f) { return f.together; }),
+              12);
 }
 
 TEST_F(CheckTest, UnusableArgumentsAreNoFindings) {

@@ -2,9 +2,13 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
+#include <array>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -30,6 +34,56 @@ inline ToolRun contentTool(const std::vector<std::string>& arguments) {
     run.err = testing::internal::GetCapturedStderr();
     return run;
 }
+
+/// The tool as a process of its own, with its standard output in a pipe.
+class ToolProcess {
+  public:
+    ToolProcess(std::vector<std::string> arguments, const std::string& errors) {
+        std::array<int, 2> ends{};
+        if (::pipe(ends.data()) != 0) throw std::runtime_error("no pipe");
+        std::vector<char*> words = {const_cast<char*>("zelor-content")};
+        for (std::string& argument : arguments)
+            words.push_back(argument.data());
+        words.push_back(nullptr);
+        child_ = ::fork();
+        if (child_ == 0) {
+            ::dup2(ends[1], STDOUT_FILENO);
+            ::close(ends[0]);
+            if (std::freopen(errors.c_str(), "w", stderr) == nullptr) ::_exit(99);
+            ::execv(ZELOR_CONTENT_PROGRAM, words.data());
+            ::_exit(98);
+        }
+        ::close(ends[1]);
+        output_ = ::fdopen(ends[0], "r");
+    }
+    ~ToolProcess() {
+        if (child_ > 0) end(SIGKILL);
+        std::fclose(output_);
+    }
+    ToolProcess(const ToolProcess&) = delete;
+    ToolProcess& operator=(const ToolProcess&) = delete;
+
+    /// Waits for the next line; "" at the end of the output.
+    std::string line() const {
+        std::array<char, 1000> text{};
+        if (std::fgets(text.data(), text.size(), output_) == nullptr) return "";
+        const std::string found = text.data();
+        return found.substr(0, found.find('\n'));
+    }
+    pid_t pid() const { return child_; }
+    /// Sends the signal (0: none) and waits; the raw wait status.
+    int end(int signal) {
+        int status = -1;
+        ::kill(child_, signal);
+        ::waitpid(child_, &status, 0);
+        child_ = 0;
+        return status;
+    }
+
+  private:
+    pid_t child_ = 0;
+    std::FILE* output_ = nullptr;
+};
 
 /// An author's folder: keys, sources of every kind and a manifest of them.
 struct Authoring : testing::Test {
@@ -60,9 +114,11 @@ struct Authoring : testing::Test {
     }
 
     ToolRun publish() { return publish(manifest); }
-    ToolRun publish(const std::string& text) {
+    ToolRun publish(const std::string& text, std::vector<std::string> more = {}) {
         writeFile(source + "/manifest.json", text);
-        return contentTool({"publish", source + "/manifest.json", "--key", privateKey, "--out", repository});
+        more.insert(more.begin(),
+                    {"publish", source + "/manifest.json", "--key", privateKey, "--out", repository});
+        return contentTool(more);
     }
     ToolRun check() { return contentTool({"check", repository, "--key", publicKey}); }
     /// Runs a shell command in the author's folder; its exit status.

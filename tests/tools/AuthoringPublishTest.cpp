@@ -1,8 +1,10 @@
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/file.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <random>
 #include <set>
 #include <thread>
 
@@ -13,6 +15,7 @@
 #include "authoring/PublishState.h"
 #include "authoring/SizeText.h"
 #include "authoring/StagedFile.h"
+#include "authoring/checks/RepositoryCheck.h"
 #include "remediation/PatchSize.h"
 #include "tools/AuthoringFixture.h"
 
@@ -153,13 +156,99 @@ TEST_F(PublishTest, ManifestsShareARepositoryAndLeftoversGo) {
     writeFile(repository + "/patches/.staged-abc", "half");
     writeFile(repository + "/.content-next/CVE-9.xml", "half");
     writeFile(source + "/more.pkg", "more");
-    ASSERT_EQ(publish(R"([{"identifier": "CVE-9", "product": "cpe:/a:x:more", "file": "more.pkg"}])").status,
+    writeFile(source + "/more.json",
+              R"([{"identifier": "CVE-9", "product": "cpe:/a:x:more", "file": "more.pkg"}])");
+    ASSERT_EQ(test::contentTool({"publish", source + "/more.json", "--key", privateKey, "--out", repository})
+                  .status,
               0);
     EXPECT_FALSE(fs::exists(repository + "/patches/.staged-abc"));
     EXPECT_FALSE(fs::exists(repository + "/.content-next"));
     const ToolRun run = check();
     EXPECT_EQ(run.status, 0) << run.out;
     EXPECT_THAT(run.out, HasSubstr("5 entries, 5 patches"));
+}
+
+TEST_F(PublishTest, WhatAManifestNoLongerNamesIsWithdrawn) {
+    const std::string other = R"([{"identifier": "CVE-9", "product": "cpe:/a:x:more", "file": "image.dmg"}])";
+    const std::string state = publishStateFile(repository), image = repository + "/patches/image.zip";
+    const auto hasContent = [&](const std::string& id) {
+        const std::string file = repository + "/content/" + id + ".xml";
+        EXPECT_EQ(fs::exists(file), fs::exists(file + ".sig"));
+        return fs::exists(file);
+    };
+    ASSERT_EQ(publish().status, 0);
+    writeFile(source + "/other.json", other);
+    ASSERT_EQ(test::contentTool({"publish", source + "/other.json", "--key", privateKey, "--out", repository})
+                  .status,
+              0);
+    manifest.erase(manifest.find("{\"identifier\": \"CVE-1\""),
+                   manifest.find("{\"identifier\": \"CVE-2\"") - manifest.find("{\"identifier\": \"CVE-1\""));
+    writeFile(source + "/manifest.json", manifest);
+    EXPECT_THAT(check().out, HasSubstr("content/CVE-1.xml: it is still published, but no longer in "));
+    ToolRun run = publish();
+    EXPECT_THAT(run.out, HasSubstr("withdrew content/CVE-1.xml\n3 entries (0 written, 1 withdrawn)"));
+    EXPECT_FALSE(hasContent("CVE-1"));
+    EXPECT_TRUE(hasContent("CVE-9")) << "another manifest's";
+    EXPECT_TRUE(fs::exists(repository + "/patches/editor-2.1.zip")) << "runs that read the old content go on";
+    EXPECT_EQ(check().status, 0) << check().out;
+
+    // A day later.
+    PublishState old = readPublishState(state);
+    old.patches.at("editor-2.1.pkg").unnamedSince -= 24 * 60 * 60;
+    writePublishState(state, old);
+    EXPECT_THAT(publish().out, HasSubstr("removed patches/editor-2.1.zip"));
+    EXPECT_FALSE(fs::exists(repository + "/patches/editor-2.1.sig"));
+    EXPECT_TRUE(fs::exists(image)) << "CVE-9 names it";
+
+    const std::vector<std::string> with = {"check",   repository,   "--key",
+                                           publicKey, "--manifest", source + "/manifest.json"};
+    EXPECT_THAT(test::contentTool(with).out, HasSubstr("content/CVE-9.xml: it is still published"));
+    EXPECT_THAT(publish(manifest, {"--only"}).out, HasSubstr("withdrew content/CVE-9.xml"));
+    EXPECT_TRUE(fs::exists(image));
+    writeFile(image, "somebody else's");
+    EXPECT_THAT(publish(manifest, {"--prune"}).out, Not(HasSubstr("removed")));
+    EXPECT_TRUE(fs::exists(image)) << "not as it was published";
+    EXPECT_THAT(check().out, HasSubstr("patches/image.zip: no content names it"));
+}
+
+/// Every entry is signed, and every archive that it names is there and good. Warnings tell of what agents
+/// never ask for; an MD5 that differs, of an archive that is newer than the content.
+void expectWhole(const std::string& repository, const std::string& key) {
+    for (const Finding& finding : checkRepository(repository, key).findings) {
+        if (finding.severity == Severity::warning) continue;
+        EXPECT_THAT(finding.what, HasSubstr("is not that of")) << finding.place;
+    }
+}
+
+TEST_F(PublishTest, KilledAtAnyMomentItShowsNothingHalfDone) {
+    ASSERT_EQ(publish().status, 0);
+    std::string other = manifest;
+    other.replace(other.find("image.dmg"), 9, "photo.dmg");
+    other.replace(other.find("tool -q"), 7, "tool -s");
+    other.replace(other.find("CVE-3"), 5, "CVE-4");
+    std::minstd_rand random(7);
+    int killed = 0;
+    for (unsigned round = 0; round < 24; ++round) {
+        SCOPED_TRACE(round);
+        for (const char* name : {"/image.dmg", "/photo.dmg", "/lock.bsh"})
+            writeFile(source + name, "# " + std::to_string(round));
+        writeFile(source + "/manifest.json", round % 2 ? manifest : other);
+        test::ToolProcess tool(
+            {"publish", source + "/manifest.json", "--key", privateKey, "--out", repository, "--prune"},
+            dir / "errors");
+        // After some of its lines, and a little work of our own.
+        const auto lines = random() % 8;
+        for (unsigned line = 0; line < lines && !tool.line().empty();)
+            ++line;
+        for (volatile auto work = random() % 400'000; work > 0;)
+            work = work - 1;
+        killed += WIFSIGNALED(tool.end(SIGKILL)) ? 1 : 0;
+        expectWhole(repository, publicKey);
+    }
+    EXPECT_GT(killed, 0);
+    for (const std::string& last : {other, manifest})
+        ASSERT_EQ(publish(last, {"--prune"}).status, 0);
+    EXPECT_EQ(check().out, "4 entries, 4 patches: 0 errors, 0 warnings\n");
 }
 
 std::string readBelow(const UniqueFd& folder, const char* name) {
