@@ -13,6 +13,8 @@
 
 namespace zelor {
 
+struct HttpHandles;
+
 /// The bounds of one transfer.
 struct HttpLimits {
     std::chrono::milliseconds connectTimeout{30'000};
@@ -70,11 +72,7 @@ class HttpClient {
     HttpResult perform(const HttpRequest& request);
 
   private:
-    class Transfer;
-    struct Handles;
-    HttpResult performOnce(const HttpRequest& request, const std::string& url, std::string& redirect);
-
-    std::unique_ptr<Handles> handles_;
+    std::unique_ptr<HttpHandles> handles_;
 };
 
 /// Lends clients, so that threads share open connections without sharing a client. Any thread.
