@@ -22,6 +22,12 @@ target_compile_options(zelor_build INTERFACE
 if(ZELOR_SANITIZE)
     target_compile_options(zelor_build INTERFACE -fsanitize=${ZELOR_SANITIZE} -fno-sanitize-recover=all)
     target_link_options(zelor_build INTERFACE -fsanitize=${ZELOR_SANITIZE})
+else()
+    include(cmake/ZelorHardening.cmake)
+endif()
+if(ZELOR_COVERAGE)
+    target_compile_options(zelor_build INTERFACE --coverage -fprofile-update=atomic)
+    target_link_options(zelor_build INTERFACE --coverage)
 endif()
 
 # What an embedder includes: the sources and generated headers here, one folder of headers once installed.
