@@ -78,11 +78,13 @@ bool cutTornEnd(int fd) {
 
 bool appendLine(const std::string& path, const std::string& line) {
     UniqueFd fd = openFile(path, O_RDWR | O_APPEND | O_CREAT);
-    if (!fd || !cutTornEnd(fd.get())) return false;
-    if (writeAll(fd.get(), line + "\n")) return fd.close();
+    struct stat info {};
+    if (!fd || fstat(fd.get(), &info) != 0) return false;
+    const bool insideLine = wholeLinesEnd(fd.get()) != info.st_size;
+    if (writeAll(fd.get(), (insideLine ? "\n" : "") + line + "\n")) return fd.close();
     const int error = errno;
-    cutTornEnd(fd.get());  // a full disk takes the beginning of a line, which could be another's whole
-    errno = error;
+    // A full disk takes the beginning of a line, which could be another's whole.
+    if (ftruncate(fd.get(), info.st_size) == 0) errno = error;
     return false;
 }
 

@@ -45,8 +45,9 @@ void flushDirectory(const std::string& directory);
 /// Shortens a file of lines to its whole ones: what stands behind the last line end (an older crash) is cut
 /// off. False on failure, errno set.
 bool cutTornEnd(int fd);
-/// Appends `line` and a line end in one write, making the file when there is none and cutting a torn end off
-/// first. What a failed write left is taken back. False on failure, errno set.
+/// Appends `line` and a line end in one write, making the file when there is none. When the file's last line
+/// has no end, the new one begins on a line of its own. What a failed write left is taken back. False on
+/// failure, errno set.
 bool appendLine(const std::string& path, const std::string& line);
 
 }  // namespace zelor

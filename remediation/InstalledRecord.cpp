@@ -36,7 +36,7 @@ void InstalledRecord::refresh(const std::string& path) {
     const auto inode = static_cast<std::uintmax_t>(info.st_ino);
     const off_t known = read_ + static_cast<off_t>(unfinished_.size());
     const bool same = path == path_ && device == device_ && inode == inode_ && info.st_size >= known;
-    if (same && info.st_size == known && unfinished_.empty()) return;
+    if (same && info.st_size == known) return;
     if (!same) forget();
     path_ = path;
     device_ = device;
@@ -45,7 +45,7 @@ void InstalledRecord::refresh(const std::string& path) {
     const std::uint64_t damaged = damaged_;
     readFrom(fd.get());
     if (!unfinished_.empty() && unfinished_ != torn) {
-        log::error("[Remediation Manager] The last line of ", path, " was torn; it is left out.");
+        log::error("[Remediation Manager] The last line of ", path, " has no end; it counts as it stands.");
     }
     if (damaged_ != damaged) {
         log::error("[Remediation Manager] ", path, " has ", damaged_ - damaged,

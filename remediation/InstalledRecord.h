@@ -13,12 +13,14 @@ namespace zelor {
 class InstalledRecord {
   public:
     /// Brings the lines up to date with the file; one that cannot be opened counts as empty. Damage that was
-    /// not seen before goes to the log: a torn last line, which does not count, and lines that are no text,
-    /// which match nothing.
+    /// not seen before goes to the log: a last line without its end, which counts as it stands, and lines
+    /// that are no text.
     void refresh(const std::string& path);
-    bool empty() const { return lines_.empty(); }
+    bool empty() const { return lines_.empty() && unfinished_.empty(); }
     /// True when some line equals `text` exactly.
-    bool hasLine(const std::string& text) const { return lines_.count(text) != 0; }
+    bool hasLine(const std::string& text) const {
+        return lines_.count(text) != 0 || (!unfinished_.empty() && unfinished_ == text);
+    }
 
   private:
     void forget();
@@ -30,7 +32,7 @@ class InstalledRecord {
     std::uintmax_t device_ = 0;
     std::uintmax_t inode_ = 0;
     off_t read_ = 0;             ///< offset behind the last line end that was read
-    std::string unfinished_;     ///< a last line without its end
+    std::string unfinished_;     ///< a last line without its end; it counts as a line too
     std::uint64_t damaged_ = 0;  ///< lines that are no text
 };
 
