@@ -12,15 +12,15 @@ bool bufferedLineMatches(const std::string& line, const std::string& patchName, 
 
 std::string linesWithout(const std::string& list, const std::string& patchName, ListDamage& damage) {
     std::string kept;
-    std::size_t start = 0;
-    for (auto end = list.find('\n'); end != std::string::npos; end = list.find('\n', start)) {
+    for (std::size_t start = 0; start < list.size();) {
+        const auto end = list.find('\n', start);
+        damage.tornEnd = end == std::string::npos;
         const std::string line = list.substr(start, end - start);
-        const bool damaged = hasControlCharacter(line);
+        const bool damaged = !isText(line);
         damage.damagedLines = damage.damagedLines || damaged;
         if (!damaged && !contains(line, patchName)) kept += line + '\n';
-        start = end + 1;
+        start = damage.tornEnd ? list.size() : end + 1;
     }
-    damage.tornEnd = start < list.size();
     return kept;
 }
 

@@ -10,11 +10,11 @@ bool bufferedLineMatches(const std::string& line, const std::string& patchName, 
 
 /// What an older crash left in the list.
 struct ListDamage {
-    bool tornEnd = false;       ///< a last line without its end
-    bool damagedLines = false;  ///< lines with control characters, which no entry has
+    bool tornEnd = false;       ///< a last line without its end, which is given one
+    bool damagedLines = false;  ///< lines that are no text, which no entry is
 };
 
-/// The lines of `list` that do not contain `patchName`, each with its line end; damage is left out.
+/// The lines of `list` that do not contain `patchName`, each with its line end; damaged lines are left out.
 std::string linesWithout(const std::string& list, const std::string& patchName, ListDamage& damage);
 
 }  // namespace zelor

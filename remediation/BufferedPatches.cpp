@@ -109,7 +109,8 @@ void RemediationManager::removeEntryFromBufferedPatchesFile(std::string patchNam
         zelor::ListDamage damage;
         const std::string lines = zelor::linesWithout(wholeFile(listPath), patchName, damage);
         if (damage.tornEnd)
-            zlog::error("[Remediation Manager] The last line of ", listPath, " was torn; it is left out.");
+            zlog::error("[Remediation Manager] The last line of ", listPath,
+                        " has no end; it counts as it stands.");
         if (damage.damagedLines)
             zlog::error("[Remediation Manager] ", listPath, " had damaged lines; they are left out.");
         replaceList(listPath, unzipFolderFile(kTemporaryName), lines);
