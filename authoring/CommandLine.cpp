@@ -16,6 +16,7 @@ constexpr const char* examples = R"(Examples:
   zelor-content publish manifest.json --key keys/repository.key --out repository
   zelor-content check repository --key keys/repository.pem
   zelor-content serve repository --port 8000
+  zelor-content rehearse manifest.json --identifier CVE-2014-4459
 
 A manifest is a list of entries; this one publishes a script and a package:
   [{"identifier": "CCE-26932-4", "platform": "cpe:/o:apple:mac_os_x",
@@ -23,12 +24,13 @@ A manifest is a list of entries; this one publishes a script and a package:
    {"identifier": "CVE-2014-4459", "platform": "cpe:/o:apple:mac_os_x",
     "product": "cpe:/a:example:editor", "file": "editor-2.1.pkg"}]
 
-Makes, verifies and serves repositories of signed remediation content.)";
+Makes, verifies, serves and rehearses repositories of signed remediation content.)";
 
 constexpr const char* exitStatuses = R"(Exit status:
-  0  done; check: nothing found
-  1  something failed on the way; check: there are findings
-  2  unusable arguments, manifest, key or folder: nothing was changed)";
+  0    done; check: nothing found
+  1    something failed on the way; check: there are findings
+  2    unusable arguments, manifest, key or folder: nothing was changed
+  130  rehearse: ended by a signal)";
 
 constexpr const char* publishHelp = R"(Examples:
   zelor-content publish manifest.json --key keys/repository.key --out repository
@@ -49,6 +51,17 @@ constexpr const char* checkHelp = R"(Examples:
 Verifies a repository as agents would see it. Each finding tells how to mend it: signatures, sizes, MD5 sums, missing
 files, malformed content, names that agents refuse or confuse, scripts that bash cannot parse, content that can never
 be applied, archives that are unsafe to unpack or that no content names, content that was withdrawn. Unpacks each archive below TMPDIR, one at a time.)";
+
+constexpr const char* rehearseHelp = R"(Examples:
+  zelor-content rehearse manifest.json --identifier CVE-2014-4459
+  zelor-content rehearse manifest.json --identifier CVE-2015-7001 --os 10.9.5 --update SecUpd2015-007
+  zelor-content rehearse manifest.json --identifier CVE-2014-4459 --tools mac --report report.html
+
+Tries one entry of a manifest on a rehearsal Mac and tells what became of it. Publishes the entry to a temporary folder
+with a key made for it, checks and serves it, sets up a Mac, and runs zelor-remediate there. Everything is removed
+afterwards, but for a Mac of your own (--root, --tools). Ctrl-C cancels the run.
+
+A rehearsal Mac is no jail. Scripts find its disk in ZELOR_REHEARSAL_ROOT; one that writes to /etc writes to yours.)";
 
 using Action = std::function<int()>;
 
@@ -108,6 +121,41 @@ void addCheck(CLI::App& app, CheckOptions& options, Action& action) {
     command->callback([&] { action = [&] { return runCheck(options); }; });
 }
 
+void addRehearse(CLI::App& app, RehearseOptions& options, Action& action) {
+    CLI::App* command = app.add_subcommand("rehearse", rehearseHelp);
+    command->add_option("MANIFEST.json", options.manifest, "What to rehearse")->required()->type_name("");
+    command
+        ->add_option("--identifier", options.identifier, "The entry; may be left out when there is one alone")
+        ->type_name("ID");
+    command
+        ->add_option(
+            "--request", options.requests,
+            "Key of the request to make, such as \"cpe:/a:x:y||Name\", in place of one for each cre; "
+            "may be repeated")
+        ->type_name("KEY")
+        ->allow_extra_args(false);
+    CLI::Option* tools =
+        command->add_option("--tools", options.tools, "Take the Mac of this tools folder as it is")
+            ->type_name("DIR");
+    command->add_option("--os", options.os, "System of the Mac that is made")
+        ->type_name("VERSION")
+        ->capture_default_str()
+        ->excludes(tools);
+    command->add_option("--update", options.updates, "Label of an update that it is offered; may be repeated")
+        ->type_name("LABEL")
+        ->allow_extra_args(false)
+        ->excludes(tools);
+    command->add_option("--root", options.root, "Its disk, which then stays")
+        ->type_name("DIR")
+        ->excludes(tools);
+    command->add_flag("--after-scan", options.afterScan, "Apply again what its record holds as applied");
+    command->add_option("--report", options.report, "Write the run's report there")->type_name("FILE");
+    command->add_flag("--keep", options.keep,
+                      "Leave repository, Mac and requests where they are, and say where");
+    command->add_flag("--verbose", options.verbose, "The log's trail on standard error");
+    command->callback([&] { action = [&] { return runRehearse(options); }; });
+}
+
 /// In the list of commands each has the first sentence of its help.
 std::string shortened(const CLI::App* command) {
     const std::string text = command->get_description();
@@ -130,7 +178,8 @@ void refuseUnknownCommand(const CLI::App& app, const std::vector<std::string>& a
     if (arguments.empty() || arguments[0].rfind('-', 0) == 0) return;
     const auto named = [&](const CLI::App* command) { return command->get_name() == arguments[0]; };
     if (!app.get_subcommands(named).empty()) return;
-    throw UsageError("there is no command \"" + arguments[0] + "\"; use keygen, publish, serve or check");
+    throw UsageError("there is no command \"" + arguments[0] +
+                     "\"; use keygen, publish, serve, check or rehearse");
 }
 
 }  // namespace
@@ -144,11 +193,13 @@ int runContentTool(const std::vector<std::string>& arguments) {
     PublishOptions publishOptions;
     ServeOptions serveOptions;
     CheckOptions checkOptions;
+    RehearseOptions rehearseOptions;
     Action action;
     addKeygen(app, keygenOptions, action);
     addPublish(app, publishOptions, action);
     addServe(app, serveOptions, action);
     addCheck(app, checkOptions, action);
+    addRehearse(app, rehearseOptions, action);
     try {
         refuseUnknownCommand(app, arguments);
         app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));

@@ -12,6 +12,7 @@ namespace exitStatus {
 constexpr int good = 0;
 constexpr int failed = 1;  ///< or there are findings
 constexpr int unusable = 2;
+constexpr int interrupted = 130;  ///< rehearse, by a signal
 }  // namespace exitStatus
 
 struct KeygenOptions {
@@ -45,5 +46,21 @@ struct CheckOptions {
     bool json = false;
 };
 int runCheck(const CheckOptions& options);
+
+struct RehearseOptions {
+    std::string manifest;
+    std::string identifier;             ///< "" takes the manifest's only one
+    std::vector<std::string> requests;  ///< keys; none: one for each CRE
+    std::string os = "10.10.5";
+    std::vector<std::string> updates;
+    std::string root;
+    std::string tools;
+    std::string report;
+    bool afterScan = false;
+    bool keep = false;
+    bool verbose = false;
+};
+/// SIGINT, SIGTERM and SIGHUP must not be handled elsewhere in the process.
+int runRehearse(const RehearseOptions& options);
 
 }  // namespace zelor

@@ -4,9 +4,6 @@
 
 namespace zelor {
 
-namespace {
-
-/// Content may hold terminal escapes; none of them reaches the terminal.
 std::string printable(std::string text) {
     std::replace_if(
         text.begin(), text.end(),
@@ -17,8 +14,6 @@ std::string printable(std::string text) {
         '?');
     return text;
 }
-
-}  // namespace
 
 bool anyError(const Findings& findings) {
     return std::any_of(findings.begin(), findings.end(),

@@ -20,6 +20,9 @@ using Findings = std::vector<Finding>;
 /// True when one of them is an error.
 bool anyError(const Findings& findings);
 
+/// The text without control characters: content may hold terminal escapes, and none reaches the terminal.
+std::string printable(std::string text);
+
 /// One paragraph for each: "error: PLACE: WHAT" and, indented, the remedy. Control characters are shown as
 /// "?".
 std::string findingsText(const Findings& findings);

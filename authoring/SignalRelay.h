@@ -1,0 +1,49 @@
+#pragma once
+
+#include <signal.h>
+#include <sys/types.h>
+
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace zelor {
+
+/// A command was ended by SIGINT, SIGTERM or SIGHUP.
+class Interrupted : public std::runtime_error {
+  public:
+    Interrupted() : std::runtime_error("interrupted") {}
+};
+
+/// Holds SIGINT, SIGTERM and SIGHUP back, in every thread made from here on, so that what is under way is put
+/// in order again; a program that `run` runs gets them instead, and a terminal's changes of size. One at a
+/// time in a process.
+class SignalRelay {
+  public:
+    SignalRelay();
+    ~SignalRelay();
+    SignalRelay(const SignalRelay&) = delete;
+    SignalRelay& operator=(const SignalRelay&) = delete;
+
+    /// Throws Interrupted when a signal has come.
+    void requireNone();
+    /// Runs `argv` (its first word a path) on this process's standard streams, in a process group of its own,
+    /// with `variables` ("NAME=value") added to the environment. Returns its exit status, 128 and the
+    /// signal's number when one ended it. Throws std::runtime_error when it cannot be started.
+    int run(std::vector<std::string> argv, const std::vector<std::string>& variables);
+
+  private:
+    void relay();
+
+    sigset_t signals_{};
+    sigset_t before_{};
+    std::mutex mutex_;
+    bool received_ = false;
+    bool ended_ = false;
+    pid_t program_ = 0;
+    std::thread thread_;
+};
+
+}  // namespace zelor
