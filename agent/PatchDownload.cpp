@@ -80,6 +80,7 @@ DownloadResult PatchDownload::run() {
     } catch (const std::exception& e) {
         problem_ = e.what();
     }
+    partial_.reset();
     DownloadProgress::instance().end();
     const std::string url = withoutCredentials(job_.url);
     if (result == DownloadResult::failed) log::error("[Downloader] cannot fetch ", url, ": ", problem_);
@@ -88,8 +89,7 @@ DownloadResult PatchDownload::run() {
 }
 
 DownloadResult PatchDownload::fetchAndMove() {
-    PartialFile partial(job_.partialFolder, job_.name);
-    partial_ = &partial;
+    PartialFile& partial = partial_.emplace(job_.partialFolder, job_.name);
     int failures = 0;
     Step step = Step::again;
     for (int attempts = 1; step != Step::done; ++attempts) {

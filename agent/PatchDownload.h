@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "agent/HttpClient.h"
@@ -57,7 +58,7 @@ class PatchDownload {
     DownloadJob job_;
     DownloadPolicy policy_;
     HttpClient& client_;
-    PartialFile* partial_ = nullptr;  ///< while running
+    std::optional<PartialFile> partial_;  ///< while running
 
     std::uint64_t asked_ = 0;     ///< the offset that this attempt asked for
     std::uint64_t expected_ = 0;  ///< size of the complete file; 0: not known

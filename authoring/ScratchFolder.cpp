@@ -12,8 +12,8 @@ namespace zelor {
 
 namespace fs = boost::filesystem;
 
-ScratchFolder::ScratchFolder(const std::string& name) {
-    path_ = (fs::temp_directory_path() / ("zelor-" + name + "-XXXXXX")).string();
+ScratchFolder::ScratchFolder(const std::string& name)
+    : path_((fs::temp_directory_path() / ("zelor-" + name + "-XXXXXX")).string()) {
     if (::mkdtemp(path_.data()) == nullptr)
         throw std::runtime_error("cannot make the temporary folder " + path_ + ": " + errorText(errno));
 }

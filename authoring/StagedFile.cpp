@@ -24,8 +24,8 @@ constexpr const char* stagedPrefix = ".staged-";
 
 }  // namespace
 
-StagedFile::StagedFile(const std::string& path) : path_(path) {
-    staged_ = path.substr(0, path.rfind('/') + 1) + stagedPrefix + "XXXXXX";
+StagedFile::StagedFile(const std::string& path)
+    : path_(path), staged_(path.substr(0, path.rfind('/') + 1) + stagedPrefix + "XXXXXX") {
     file_ = UniqueFd(::mkostemp(staged_.data(), O_CLOEXEC));
     if (!file_.valid()) fail(path_);
     // A repository is there to be served: mkstemp's 0600 would keep a web server out.
