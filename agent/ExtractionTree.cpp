@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <array>
@@ -11,6 +10,7 @@
 #include <utility>
 
 #include "agent/Files.h"
+#include "platform/SystemCalls.h"
 
 namespace zelor {
 
@@ -40,9 +40,9 @@ ExtractionTree::ExtractionTree(const std::string& destination) {
 }
 
 std::uint64_t ExtractionTree::freeBytes() const {
-    struct statvfs status {};
-    if (::fstatvfs(root_.get(), &status) != 0) fail("cannot examine the destination's file system");
-    return static_cast<std::uint64_t>(status.f_bavail) * status.f_frsize;
+    std::uint64_t bytes = 0;
+    if (!availableBytes(root_.get(), bytes)) fail("cannot examine the destination's file system");
+    return bytes;
 }
 
 void ExtractionTree::makeFolder(const UniqueFd& parent, const Path& path) {

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <array>
@@ -15,6 +14,7 @@
 #include <vector>
 
 #include "agent/PrivateFolder.h"
+#include "platform/SystemCalls.h"
 
 namespace zelor {
 
@@ -202,10 +202,8 @@ bool PartialFile::copyTo(const std::string& destination, const std::function<boo
 }
 
 std::uint64_t freeBytes(const std::string& path) {
-    struct statvfs status {};
-    if (::statvfs(nearestExisting(path).c_str(), &status) != 0)
-        return std::numeric_limits<std::uint64_t>::max();
-    return static_cast<std::uint64_t>(status.f_bavail) * status.f_frsize;
+    std::uint64_t bytes = 0;
+    return availableBytes(nearestExisting(path), bytes) ? bytes : std::numeric_limits<std::uint64_t>::max();
 }
 
 bool onOneFileSystem(const std::string& one, const std::string& other) {

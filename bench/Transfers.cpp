@@ -23,6 +23,7 @@
 
 #include "agent/DownloadProgress.h"
 #include "agent/HttpClient.h"
+#include "platform/SystemCalls.h"
 #include "tests/road/Road.h"
 
 namespace {
@@ -43,7 +44,8 @@ class Child {
         for (std::string& word : words)
             argv.push_back(word.data());
         argv.push_back(nullptr);
-        if (posix_spawnp(&pid_, argv.front(), nullptr, nullptr, argv.data(), environ) != 0) pid_ = -1;
+        char** environment = zelor::processEnvironment();
+        if (posix_spawnp(&pid_, argv.front(), nullptr, nullptr, argv.data(), environment) != 0) pid_ = -1;
     }
     ~Child() {
         if (pid_ < 0) return;

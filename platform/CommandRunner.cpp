@@ -18,7 +18,7 @@ namespace zelor {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using Clock = AwakeClock;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 

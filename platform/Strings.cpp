@@ -1,7 +1,5 @@
 #include "platform/Strings.h"
 
-#include <ctype.h>
-
 #include <algorithm>
 #include <boost/algorithm/string/classification.hpp>
 #include <boost/algorithm/string/split.hpp>
@@ -32,8 +30,9 @@ std::string trimmed(std::string text) {
 }
 
 std::string lowerCased(std::string text) {
+    // The C locale's tolower: a host's own locale could change bytes in the middle of a UTF-8 character.
     std::transform(text.begin(), text.end(), text.begin(),
-                   [](char c) { return static_cast<char>(tolower(static_cast<unsigned char>(c))); });
+                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
     return text;
 }
 

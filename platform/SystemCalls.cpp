@@ -11,12 +11,29 @@
 #ifdef __APPLE__
 #include <copyfile.h>
 #include <crt_externs.h>
+#include <sys/mount.h>
 #include <sys/xattr.h>
+#else
+#include <sys/statvfs.h>
 #endif
 
 namespace zelor {
 
+namespace {
+
+AwakeClock::time_point timeOf(clockid_t clock) noexcept {
+    struct timespec time {};
+    (void)clock_gettime(clock, &time);
+    return AwakeClock::time_point(std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec));
+}
+
+}  // namespace
+
 #ifdef __APPLE__
+
+AwakeClock::time_point AwakeClock::now() noexcept {
+    return timeOf(CLOCK_UPTIME_RAW);
+}
 
 bool makePipe(int (&ends)[2]) {
     if (pipe(ends) != 0) return false;
@@ -53,6 +70,20 @@ struct timespec modificationTime(const struct stat& info) {
     return info.st_mtimespec;
 }
 
+bool availableBytes(const std::string& path, std::uint64_t& bytes) {
+    struct statfs info {};
+    if (statfs(path.c_str(), &info) != 0) return false;
+    bytes = info.f_bavail * info.f_bsize;
+    return true;
+}
+
+bool availableBytes(int fd, std::uint64_t& bytes) {
+    struct statfs info {};
+    if (fstatfs(fd, &info) != 0) return false;
+    bytes = info.f_bavail * info.f_bsize;
+    return true;
+}
+
 bool exchangePaths(const std::string& one, const std::string& other) {
     return renamex_np(one.c_str(), other.c_str(), RENAME_SWAP) == 0;
 }
@@ -78,6 +109,10 @@ bool copyByHand(int source, int target) {
 }
 
 }  // namespace
+
+AwakeClock::time_point AwakeClock::now() noexcept {
+    return timeOf(CLOCK_MONOTONIC);
+}
 
 bool makePipe(int (&ends)[2]) {
     return pipe2(ends, O_CLOEXEC) == 0;
@@ -127,6 +162,20 @@ struct timespec accessTime(const struct stat& info) {
 }
 struct timespec modificationTime(const struct stat& info) {
     return info.st_mtim;
+}
+
+bool availableBytes(const std::string& path, std::uint64_t& bytes) {
+    struct statvfs info {};
+    if (statvfs(path.c_str(), &info) != 0) return false;
+    bytes = info.f_bavail * info.f_frsize;
+    return true;
+}
+
+bool availableBytes(int fd, std::uint64_t& bytes) {
+    struct statvfs info {};
+    if (fstatvfs(fd, &info) != 0) return false;
+    bytes = info.f_bavail * info.f_frsize;
+    return true;
 }
 
 bool exchangePaths(const std::string& one, const std::string& other) {

@@ -8,6 +8,8 @@
 #include <xlocale.h>  // newlocale, uselocale: elsewhere in <locale.h>
 #endif
 
+#include <chrono>
+#include <cstdint>
 #include <string>
 
 /// What differs between Linux and macOS. No other file of the library asks which system it is built for.
@@ -22,6 +24,16 @@ char** processEnvironment();
 /// for posix_spawnattr_setflags.
 short closeOtherDescriptors(posix_spawn_file_actions_t& actions);
 
+/// A steady clock that stands still while the machine sleeps, so that a limit is not used up by a closed lid.
+struct AwakeClock {
+    using duration = std::chrono::nanoseconds;
+    using rep = duration::rep;
+    using period = duration::period;
+    using time_point = std::chrono::time_point<AwakeClock>;
+    static constexpr bool is_steady = true;
+    static time_point now() noexcept;
+};
+
 /// Makes what was written survive a power loss: fsync, and on macOS what also empties the drive's own cache.
 /// False on failure, errno set.
 bool flushDescriptor(int fd);
@@ -32,6 +44,10 @@ bool copyFileData(int source, int target);
 bool copyFileAttributes(int source, int target);
 struct timespec accessTime(const struct stat& info);
 struct timespec modificationTime(const struct stat& info);
+/// How many bytes this process may still write to the file system of `path`, or of an open file. False on
+/// failure, errno set.
+bool availableBytes(const std::string& path, std::uint64_t& bytes);
+bool availableBytes(int fd, std::uint64_t& bytes);
 /// Exchanges two files or folders in one step. False where the system or the file system cannot.
 bool exchangePaths(const std::string& one, const std::string& other);
 
