@@ -1,17 +1,23 @@
-#include <cstddef>
-#include <cstdint>
 #include <exception>
-#include <string_view>
 
+#include "Support.h"
 #include "agent/ContentDocument.h"
+#include "authoring/ContentXml.h"
 
+// A content file as agents read it, and as the author's tool reads it to check it.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const std::string text = zelor::fuzz::textOf(data, size);
+    const std::string identifier = "CVE-2014-4459";
+    bool read = true;
     try {
-        const std::string_view text(reinterpret_cast<const char*>(data), size);
-        zelor::ContentDocument::parse(text, "CVE-2014-4459")
+        zelor::ContentDocument::parse(text, identifier)
             .find("cpe:/o:apple:mac_os_x", "cpe:/a:example:editor");
     } catch (const std::exception&) {
-        return 0;  // refused, with a reason
+        read = false;  // refused, with a reason
     }
+    zelor::Findings findings;
+    const zelor::ContentEntry entry = zelor::readContentXml(text, "content", identifier, findings);
+    zelor::fuzz::require(read != zelor::anyError(findings), "the author's tool refuses what agents refuse");
+    if (read) zelor::ContentDocument::parse(zelor::contentXml(entry), identifier);
     return 0;
 }

@@ -1,0 +1,67 @@
+#include <fcntl.h>
+
+#include <set>
+#include <sstream>
+
+#include "Support.h"
+#include "platform/Files.h"
+#include "remediation/InstalledRecord.h"
+
+namespace {
+
+using zelor::fuzz::require;
+
+std::string wholeLines(const std::string& text) {
+    return text.substr(0, text.rfind('\n') + 1);
+}
+
+std::set<std::string> linesOf(const std::string& text) {
+    std::set<std::string> lines;
+    std::istringstream in(wholeLines(text));
+    for (std::string line; std::getline(in, line);)
+        lines.insert(line);
+    return lines;
+}
+
+void compare(const zelor::InstalledRecord& record, const std::string& whole) {
+    const std::set<std::string> lines = linesOf(whole);
+    require(record.empty() == lines.empty(), "a record is empty when its file has no line");
+    for (const std::string& line : lines) {
+        require(record.hasLine(line), "a record has every whole line");
+        require(record.hasLine(line + 'x') == (lines.count(line + 'x') != 0), "and no other");
+        if (!line.empty()) {
+            const std::string shorter = line.substr(1);
+            require(record.hasLine(shorter) == (lines.count(shorter) != 0), "nor a part of one");
+        }
+    }
+}
+
+}  // namespace
+
+// Pieces between zero bytes are written one after the other: appended, or (with '!' in front) as a new file.
+// A record that is read at each step says what one read at the end would.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static const zelor::fuzz::QuietRoot place;
+    const std::string file = place / "record";
+    std::string text = zelor::fuzz::textOf(data, size);
+    std::string whole;
+    zelor::InstalledRecord record;
+    boost::filesystem::remove(file);
+    while (!text.empty()) {
+        const std::string piece = zelor::fuzz::takeUntil(text, std::string(1, '\0'));
+        if (!piece.empty() && piece.front() == '!') {
+            whole = piece;
+            zelor::test::writeFile(place / "new", whole);
+            boost::filesystem::rename(place / "new", file);
+        } else {
+            whole += piece;
+            std::ofstream(file, std::ios::binary | std::ios::app) << piece;
+        }
+        record.refresh(file);
+        compare(record, whole);
+    }
+    require(zelor::appendLine(file, "ERI-1"), "a line can be appended");
+    record.refresh(file);
+    compare(record, wholeLines(whole) + "ERI-1\n");
+    return 0;
+}

@@ -1,0 +1,44 @@
+#include <chrono>
+
+#include "Support.h"
+#include "agent/AgentSettings.h"
+#include "platform/AgentIni.h"
+#include "platform/CommandRunner.h"
+
+namespace {
+
+using zelor::fuzz::require;
+
+void judge(const zelor::Setting& setting, const std::string& root) {
+    const bool path = setting.key == "Log.File" || setting.key == "ScanManager.InstallPath" ||
+                      setting.key == "Buffer.UnzipFolder" || setting.key == "Buffer.PatchesDir" ||
+                      (setting.key == "Repository.TrustedKey" && !setting.value.empty());
+    const bool number = setting.key == "Buffer.PatchesDirSizeMB" || setting.key == "Buffer.SpeedPercent" ||
+                        setting.key == "Limits.CommandMinutes";
+    if (path) {
+        require(setting.value.compare(0, root.size() + 1, root + "/") == 0, "a path is below the root");
+        require((setting.value + "/").find("/../") == std::string::npos, "a path does not climb");
+    }
+    if (number) {
+        require(!setting.value.empty() && setting.value.size() <= 9, "a number has one to nine digits");
+        require(setting.value.find_first_not_of("0123456789") == std::string::npos, "a number is digits");
+    }
+}
+
+}  // namespace
+
+// The agent's ini file, as the agent and as the library read it.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static const zelor::fuzz::QuietRoot root;
+    static const std::size_t known = zelor::AgentSettings::load(root / "none")->all().size();
+    const std::string file = underSystemRoot(zelor::agentIniFile);
+    zelor::test::writeFile(file, zelor::fuzz::textOf(data, size));
+    const auto settings = zelor::AgentSettings::load(file);
+    require(settings->all().size() == known, "every setting is there");
+    for (const zelor::Setting& setting : settings->all())
+        judge(setting, getSystemRoot());
+    require(zelor::readIniFile(file).has_value(), "a file that is there has a tree");
+    const auto limit = zelor::commandLimit();
+    require(limit.count() >= 0 && limit <= std::chrono::hours(366 * 24), "a command's limit is sane");
+    return 0;
+}
