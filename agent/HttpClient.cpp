@@ -41,7 +41,7 @@ const std::string& HttpHead::header(const std::string& name) const {
 HttpClient::HttpClient() {
     initialise();
     handles_ = std::make_unique<HttpHandles>();
-    if (!handles_->multi || !handles_->easy) throw std::bad_alloc();
+    if (!handles_->multi) throw std::bad_alloc();
 }
 
 HttpClient::~HttpClient() = default;

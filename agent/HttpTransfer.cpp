@@ -87,20 +87,16 @@ void set(CURL* easy, CURLoption option, Value value) {
 class Transfer {
   public:
     Transfer(HttpHandles& handles, const HttpRequest& request, const std::string& url)
-        : multi_(handles.multi.get()),
-          easy_(handles.easy.get()),
-          request_(request),
+        : request_(request),
           headers_(headerList(request.headers)),
-          pacer_(request.bytesPerSecond) {
-        curl_easy_reset(easy_);
+          pacer_(request.bytesPerSecond),
+          multi_(handles.multi.get()) {
+        if (!owned_) throw std::bad_alloc();
         setUp(url);
         if (curl_multi_add_handle(multi_, easy_) != CURLM_OK)
             throw std::runtime_error("libcurl is out of memory");
     }
-    ~Transfer() {
-        curl_multi_remove_handle(multi_, easy_);
-        curl_easy_reset(easy_);
-    }
+    ~Transfer() { curl_multi_remove_handle(multi_, easy_); }
     Transfer(const Transfer&) = delete;
     Transfer& operator=(const Transfer&) = delete;
 
@@ -288,13 +284,16 @@ class Transfer {
         progressed_ = now;
     }
 
-    CURLM* multi_;
-    CURL* easy_;
     const HttpRequest& request_;
     HeaderList headers_;
     RatePacer pacer_;
     std::vector<char> error_ = std::vector<char>(CURL_ERROR_SIZE);
     int window_ = 0;
+    CURLM* multi_;
+    // Not used a second time: libcurl before 8.0 follows a pointer into the handle's previous answer when the
+    // next one begins with a folded header.
+    std::unique_ptr<CURL, Releaser<curl_easy_cleanup>> owned_{curl_easy_init()};
+    CURL* easy_ = owned_.get();
     HttpHead head_;
     bool headEnded_ = false;
     bool discarding_ = false;

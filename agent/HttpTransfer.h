@@ -17,10 +17,9 @@ struct Releaser {
         release(handle);
     }
 };
-/// libcurl's side of a client. One thread at a time.
+/// libcurl's side of a client: it holds the connections. One thread at a time.
 struct HttpHandles {
     std::unique_ptr<CURLM, Releaser<curl_multi_cleanup>> multi{curl_multi_init()};
-    std::unique_ptr<CURL, Releaser<curl_easy_cleanup>> easy{curl_easy_init()};
 };
 
 /// Makes one request of `url`, whatever `request.url` says, and follows no redirect: where the answer is one,
