@@ -15,6 +15,7 @@
 #include "collaborators/Common.h"
 #include "controller/InputError.h"
 #include "platform/SystemRoot.h"
+#include "platform/TrustedFolder.h"
 #include "platform/macos/MacPatchManager.h"
 
 namespace zelor {
@@ -142,9 +143,13 @@ void checkContentDir(const Place& place) {
         throw InputError("--content-dir " + place.contentDir +
                          " holds other files of the agent, and a run empties it; choose a folder of its own");
     }
+    const std::string problem = folderProblem(place.contentDir);
+    if (!problem.empty())
+        throw InputError("the content directory " + place.contentDir + " is refused: " + problem);
+    // The library lets others read a directory that they cannot change; a run of ours empties only a closed
+    // one.
     struct stat info {};
-    if (::lstat(place.contentDir.c_str(), &info) != 0) return;
-    if (!S_ISDIR(info.st_mode) || info.st_uid != ::geteuid() || (info.st_mode & 077U) != 0) {
+    if (::stat(place.contentDir.c_str(), &info) == 0 && (info.st_mode & 077U) != 0) {
         throw InputError(
             "the content directory " + place.contentDir +
             " must be a folder of your own that nobody else may enter, since a run empties it and starts "
@@ -165,9 +170,9 @@ void prepareFolders(const Place& place, bool contentDir) {
     }
     if (!contentDir) return;
     requireFolder(parentOf(place.contentDir), true);
-    if (::mkdir(place.contentDir.c_str(), 0700) != 0 && errno != EEXIST) {
-        throw InputError("cannot make the content directory " + place.contentDir + ": " + errorText(errno));
-    }
+    const std::string problem = prepareFolder(place.contentDir);
+    if (!problem.empty())
+        throw InputError("the content directory " + place.contentDir + " is refused: " + problem);
     checkContentDir(place);
 }
 

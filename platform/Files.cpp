@@ -77,7 +77,7 @@ bool cutTornEnd(int fd) {
 }
 
 bool appendLine(const std::string& path, const std::string& line) {
-    UniqueFd fd = openFile(path, O_RDWR | O_APPEND | O_CREAT);
+    UniqueFd fd = openFile(path, O_RDWR | O_APPEND | O_CREAT | O_NOFOLLOW);
     struct stat info {};
     if (!fd || fstat(fd.get(), &info) != 0) return false;
     const bool insideLine = wholeLinesEnd(fd.get()) != info.st_size;

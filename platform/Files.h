@@ -46,8 +46,8 @@ void flushDirectory(const std::string& directory);
 /// off. False on failure, errno set.
 bool cutTornEnd(int fd);
 /// Appends `line` and a line end in one write, making the file when there is none. When the file's last line
-/// has no end, the new one begins on a line of its own. What a failed write left is taken back. False on
-/// failure, errno set.
+/// has no end, the new one begins on a line of its own. No symbolic link is followed. What a failed write
+/// left is taken back. False on failure, errno set.
 bool appendLine(const std::string& path, const std::string& line);
 
 }  // namespace zelor

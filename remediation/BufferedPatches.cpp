@@ -13,6 +13,7 @@
 #include "collaborators/ConfigurationManager.h"
 #include "platform/Files.h"
 #include "platform/Log.h"
+#include "remediation/BufferFolders.h"
 #include "remediation/BufferedList.h"
 #include "remediation/PatchName.h"
 #include "remediation/RemediationManager.h"
@@ -75,6 +76,7 @@ std::string RemediationManager::bufferedListPath() {
 bool RemediationManager::patchIsAlreadyBuffered(std::string patchName, std::string md5sum,
                                                 std::string listPath) {
     zlog::debug("[Remediation Manager] Inside patchIsAlreadyBuffered .. bufferedPatchListFile = ", listPath);
+    if (!zelor::bufferFoldersAreOurs()) return false;
     try {
         std::ifstream list(listPath, std::ios::binary);
         std::string line;
@@ -92,6 +94,7 @@ bool RemediationManager::patchIsAlreadyBuffered(std::string patchName, std::stri
 
 void RemediationManager::addPatchBufferedEntry(std::string patchName, std::string md5sum,
                                                std::string listPath) {
+    if (!zelor::bufferFoldersAreOurs()) return;
     removeEntryFromBufferedPatchesFile(patchName);
     if (!zelor::appendLine(listPath, patchName + "=" + md5sum)) {
         zlog::debug(
@@ -125,6 +128,7 @@ void RemediationManager::removeEntryFromBufferedPatchesFile(std::string patchNam
 void RemediationManager::cleanupBufferedPatch(std::string patchName, std::string patchFileDownloaded) {
     zlog::debug("[Remediation Manager] Inside cleanupBufferedPatch: patchName = ", patchName,
                 ", patchfiledownloaded = ", patchFileDownloaded);
+    if (!zelor::bufferFoldersAreOurs()) return;
     if (zelor::whyUnsafeFileName(patchName).empty()) {
         boost::system::error_code error;
         fs::remove(archiveInBuffer(patchName), error);

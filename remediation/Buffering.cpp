@@ -7,6 +7,7 @@
 #include "collaborators/DownloadManager.h"
 #include "platform/Log.h"
 #include "platform/Strings.h"
+#include "remediation/BufferFolders.h"
 #include "remediation/PatchName.h"
 #include "remediation/PatchSize.h"
 #include "remediation/RecordAccess.h"
@@ -40,6 +41,7 @@ bool RemediationManager::bufferingIsCancelled() {
 }
 
 void RemediationManager::downloadPatchForBuffering(std::vector<remediateMetadata> requests) {
+    if (!zelor::bufferFoldersAreOurs()) return;
     for (remediateMetadata& request : requests) {
         // The system's own updater fetches OS updates; they have no archive.
         if (!RecordAccess::creEriDataPresent(request) || RecordAccess::osRemediation(request)) continue;

@@ -10,6 +10,7 @@
 #include "collaborators/RemediationResourceDownloader.h"
 #include "collaborators/ZipUtils.h"
 #include "platform/Log.h"
+#include "platform/TrustedFolder.h"
 #include "remediation/PatchName.h"
 #include "remediation/RemediationManager.h"
 
@@ -45,6 +46,12 @@ std::string RemediationManager::getFileFromRepo(std::string fileName, std::strin
     if (!unsafe.empty()) {
         zlog::error(" [Remediation Manager] Inside getFileFromRepo: The file name '", fileName,
                     "' is refused: ", unsafe, ". ");
+        return "";
+    }
+    const std::string problem = zelor::prepareFolder(contentDownloadDir);
+    if (!problem.empty()) {
+        zlog::error(" [Remediation Manager] Inside getFileFromRepo: The content directory '",
+                    contentDownloadDir, "' is refused: ", problem);
         return "";
     }
     std::string archivePath = contentDownloadDir + kSeparator + name->stem + ".zip";

@@ -26,7 +26,7 @@ void InstalledRecord::forget() {
 }
 
 void InstalledRecord::refresh(const std::string& path) {
-    const UniqueFd fd = openFile(path, O_RDONLY);
+    const UniqueFd fd = openFile(path, O_RDONLY | O_NONBLOCK | O_NOFOLLOW);
     struct stat info {};
     if (!fd || fstat(fd.get(), &info) != 0) {
         forget();

@@ -5,6 +5,7 @@
 #include "collaborators/Common.h"
 #include "platform/Log.h"
 #include "platform/SystemRoot.h"
+#include "platform/TrustedFolder.h"
 #include "platform/macos/MacPatchManager.h"
 #include "remediation/InstalledRecord.h"
 
@@ -97,5 +98,11 @@ void RemediationManager::queryAndStoreCurrentOsName() {
 }
 
 void RemediationManager::emptyTheContentDirectory() {
+    const std::string problem = zelor::folderProblem(contentDownloadDir);
+    if (!problem.empty()) {
+        zlog::error(" [Remediation Manager] The content directory '", contentDownloadDir,
+                    "' is not emptied: ", problem);
+        return;
+    }
     macPatchManager->emptyTheContentDirectory(contentDownloadDir);
 }

@@ -151,6 +151,6 @@ void RemediationManager::resetInstalledPatchesFile() {
         zlog::debug(" [Remediation Manager] The installed-patches record cannot be removed: ",
                     error.message());
     }
-    zelor::openFile(installedPatchesFile, O_WRONLY | O_CREAT | O_APPEND);
+    zelor::openFile(installedPatchesFile, O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW);
     installedRecord = std::make_unique<zelor::InstalledRecord>();
 }

@@ -66,7 +66,7 @@ void printChanges(const std::map<std::string, unsigned long>& now,
 int remediate(const Arguments& arguments) {
     const std::string contentDir = underSystemRoot("/var/zelor/content");
     const std::string installPath = underSystemRoot("/opt/zelor");
-    for (const auto& folder : {contentDir, installPath, underSystemRoot("/var/log/zelor")}) {
+    for (const auto& folder : {installPath, underSystemRoot("/var/log/zelor")}) {
         boost::filesystem::create_directories(folder);
     }
 

@@ -1,8 +1,11 @@
+#include <sys/stat.h>
+
 #include <algorithm>
 
 #include "platform/Log.h"
 #include "platform/Strings.h"
 #include "platform/SystemRoot.h"
+#include "platform/TrustedFolder.h"
 #include "platform/macos/MacPatchManager.h"
 
 namespace zlog = zelor::log;
@@ -13,6 +16,16 @@ constexpr char kMountPoint[] = "/var/zelor/mountpoint";
 
 bool isInstallable(const std::string& name) {
     return zelor::hasEnding(name, ".app") || zelor::hasEnding(name, ".pkg");
+}
+
+// What lies there would be installed in place of an image that cannot be attached.
+std::string mountPointProblem(const std::string& mountPoint) {
+    struct stat here {};
+    struct stat above {};
+    const bool known =
+        lstat(mountPoint.c_str(), &here) == 0 && stat((mountPoint + "/..").c_str(), &above) == 0;
+    if (known && S_ISDIR(here.st_mode) && here.st_dev != above.st_dev) return "";  // an image still in use
+    return zelor::prepareFolder(mountPoint);
 }
 
 }  // namespace
@@ -47,6 +60,12 @@ int MacPatchManager::dmgInstallation(std::string dmgPath, std::string packageNam
     const std::string mountWord = zelor::shellWord(mountPoint);
     const std::string detach = "hdiutil detach " + mountWord + " 2>&1";
     getCmdlineOutput(detach);  // clears what an earlier run left mounted
+    const std::string problem = mountPointProblem(mountPoint);
+    if (!problem.empty()) {
+        zlog::error("[MacPatchManager] (Install3rdParty) The mount point '", mountPoint,
+                    "' is refused: ", problem);
+        return -1;
+    }
     getCmdlineOutput("hdiutil attach -nobrowse -mountPoint " + mountWord + " '" +
                      zelor::insideSingleQuotes(dmgPath) + "' 2>&1 > /dev/null");
     zlog::debug("[MacPatchManager] (Install3rdParty) Application mount point  = ", mountPoint);

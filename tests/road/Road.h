@@ -28,7 +28,7 @@ class Road {
         setSystemRoot(dir.path().string());
         writeFile(dir / "repo/speed.bin", std::string(65536, 's'));
         writeFile(dir / "etc/zelor/repository.pem", key.publicPem());
-        for (const char* folder : {"content", "opt", "var/zelor/unzip", "var/zelor/buffer", "Applications"}) {
+        for (const char* folder : {"opt", "var/zelor/unzip", "var/zelor/buffer", "Applications"}) {
             boost::filesystem::create_directories(dir.path() / folder);
         }
         StaticServerOptions options;
@@ -69,11 +69,11 @@ class Road {
         writeFile(dir / ("repo/patches/" + stem + ".zip"), bytes);
     }
 
-    /// A whole run on a manager of its own.
-    Map run(const std::map<std::string, std::string>& requests) {
+    /// A whole run on a manager of its own; without a content directory, in one that it makes.
+    Map run(const std::map<std::string, std::string>& requests, const std::string& contentDir = "") {
         startNewRun();
         RemediationManager manager(dir / "opt");
-        manager.setContentDownloadDir(dir / "content");
+        manager.setContentDownloadDir(contentDir.empty() ? dir / "content" : contentDir);
         manager.setovalIdMap(requests);
         manager.remediate(true);
         while (!manager.getRemDone())

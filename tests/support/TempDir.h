@@ -1,6 +1,7 @@
 #pragma once
 
 #include <stdlib.h>
+#include <sys/stat.h>
 
 #include <boost/filesystem.hpp>
 #include <fstream>
@@ -17,6 +18,7 @@ class TempDir {
         std::string pattern = (boost::filesystem::temp_directory_path() / "zelor-test-XXXXXX").string();
         if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("no temporary folder: " + pattern);
         path_ = pattern;
+        umask(022);  // what tests make is theirs alone to write to, whatever the caller's mask
     }
     ~TempDir() {
         boost::system::error_code ignored;

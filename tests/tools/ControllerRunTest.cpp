@@ -77,6 +77,7 @@ TEST_F(ControllerTest, RefusesWhatCannotWorkAndChangesNothing) {
     const std::string ini = road.dir / "etc/zelor/zelor.ini";
     const std::string good = readFile(ini);
     const std::string url = good.substr(0, good.find("TrustedKey"));
+    boost::filesystem::create_directory(road.dir / "content");
     const struct {
         std::string ini;
         std::vector<std::string> more;

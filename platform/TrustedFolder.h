@@ -1,0 +1,20 @@
+#pragma once
+
+#include <string>
+
+/// Folders whose files are run, or written as root: nobody else may have a hand in them.
+namespace zelor {
+
+/// Why files in the folder at `path` could be another user's doing, with the remedy; "" when they cannot, and
+/// when there is no such folder yet but nobody else can make it. Refused: a symbolic link in its place,
+/// another user's folder, one that its group or others may write to; on the way to it, a folder that
+/// everybody may write to without the sticky bit, and folders and symbolic links of other users. The group's
+/// right to write to a folder above is let pass: /Applications comes that way, for administrators. Nothing
+/// above the system root is looked at, and its owner counts as trusted.
+std::string folderProblem(const std::string& path);
+
+/// Makes the folder for this user alone (0700; missing folders above it 0755) where there is none; then as
+/// `folderProblem`.
+std::string prepareFolder(const std::string& path);
+
+}  // namespace zelor
