@@ -6,6 +6,7 @@
 
 #include "authoring/Commands.h"
 #include "authoring/UsageError.h"
+#include "remediation/Version.h"
 
 namespace zelor {
 
@@ -167,6 +168,9 @@ std::string shortened(const CLI::App* command) {
 
 class HelpFormat : public CLI::Formatter {
   public:
+    std::string make_footer(const CLI::App* app) const override {
+        return CLI::Formatter::make_footer(app) + '\n';
+    }
     std::string make_subcommand(const CLI::App* command) const override {
         return "  " + command->get_name() + std::string(10 - command->get_name().size(), ' ') +
                shortened(command) + '\n';
@@ -187,6 +191,7 @@ void refuseUnknownCommand(const CLI::App& app, const std::vector<std::string>& a
 int runContentTool(const std::vector<std::string>& arguments) {
     CLI::App app(examples, "zelor-content");
     app.formatter(std::make_shared<HelpFormat>());
+    app.set_version_flag("--version", "zelor-content " ZELOR_VERSION_STRING);
     app.require_subcommand(1);
     app.footer(exitStatuses);
     KeygenOptions keygenOptions;

@@ -10,6 +10,7 @@
 #include "rehearsal/Builders.h"
 #include "rehearsal/ProgramPath.h"
 #include "rehearsal/Setup.h"
+#include "remediation/Version.h"
 
 namespace fs = boost::filesystem;
 
@@ -190,6 +191,7 @@ int runCommandLine(int count, char** words) {
         "zelor-rehearsal");
     Options options;
     options.program = count > 0 ? words[0] : "zelor-rehearsal";
+    app.set_version_flag("--version", "zelor-rehearsal " ZELOR_VERSION_STRING);
     app.require_subcommand(1);
     addMacCommands(app, options);
     addUpdateCommand(app, options);
