@@ -46,7 +46,7 @@ function(zelor_shared_library target name)
     if(APPLE)
         set(exports ${PROJECT_SOURCE_DIR}/cmake/macos/${name}.exports)
         set_target_properties(${target} PROPERTIES INSTALL_NAME_DIR @rpath BUILD_WITH_INSTALL_NAME_DIR ON
-            INSTALL_RPATH @loader_path LINK_DEPENDS ${exports})
+            INSTALL_RPATH @loader_path LINK_DEPENDS "${exports};${ZELOR_LINK_STUBS}")
         # The agent brings the collaborators, at load.
         target_link_options(${target} PRIVATE -undefined dynamic_lookup LINKER:-exported_symbols_list,${exports})
     else()

@@ -27,6 +27,7 @@ set(CMAKE_TRY_COMPILE_TARGET_TYPE STATIC_LIBRARY)
 # - The vendor's availability marks turn a name that the oldest target lacks into an error.
 set(CMAKE_CXX_FLAGS_INIT "-D_LIBCPP_ENABLE_CXX17_REMOVED_UNARY_BINARY_FUNCTION \
 -U_LIBCPP_HAS_NO_VENDOR_AVAILABILITY_ANNOTATIONS -Wunguarded-availability")
+set(ZELOR_LINK_STUBS ${CMAKE_CURRENT_LIST_DIR}/libc++.tbd)
 set(CMAKE_USER_MAKE_RULES_OVERRIDE_CXX ${CMAKE_CURRENT_LIST_DIR}/linking.cmake)
 
 # Libraries and headers come from the fetched ones alone.
