@@ -15,6 +15,7 @@
 #include "agent/Files.h"
 #include "collaborators/Common.h"
 #include "platform/Log.h"
+#include "platform/Strings.h"
 #include "platform/SystemCalls.h"
 #include "platform/SystemRoot.h"
 
@@ -57,6 +58,7 @@ std::string valueProblem(Kind kind, const std::string& value) {
     }
     if (kind == Kind::path) {
         if (value.front() != '/') return "is not an absolute path";
+        if (hasControlCharacter(value)) return "is a path with a control character";
         if (boost::contains(value + "/", "/../")) return "is a path with \"..\"";
     }
     return "";

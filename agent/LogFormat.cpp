@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "agent/LogControl.h"
+#include "platform/Utf8.h"
 
 namespace zelor {
 
@@ -28,23 +29,28 @@ void appendEscaped(std::string& out, unsigned char byte) {
     }
 }
 
+/// Not so: control characters, line and paragraph separators, marks that reorder text, bytes that are not
+/// UTF-8.
+bool showsAsItIs(char32_t code) {
+    if (code < 0x80) return code >= 0x20 && code != 0x7f;
+    return code >= 0xa0 && code != 0x2028 && code != 0x2029 && code != invalidCharacter &&
+           !reordersText(code);
+}
+
 }  // namespace
 
 std::string escapeControls(const std::string& text) {
     std::string out;
     out.reserve(text.size());
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const auto byte = static_cast<unsigned char>(text[i]);
-        const auto next = i + 1 < text.size() ? static_cast<unsigned char>(text[i + 1]) : 0U;
-        if (byte < 0x20 || byte == 0x7f) {
-            appendEscaped(out, byte);
-        } else if (byte == 0xc2 && next >= 0x80 && next < 0xa0) {
-            appendEscaped(out, byte);
-            appendEscaped(out, static_cast<unsigned char>(next));
-            ++i;
+    for (std::size_t at = 0; at < text.size();) {
+        const Character character = characterAt(text, at);
+        if (showsAsItIs(character.code)) {
+            out.append(text, at, character.bytes);
         } else {
-            out += text[i];
+            for (std::size_t i = 0; i < character.bytes; ++i)
+                appendEscaped(out, static_cast<unsigned char>(text[at + i]));
         }
+        at += character.bytes;
     }
     return out;
 }

@@ -6,6 +6,7 @@
 
 #include "agent/AgentSettings.h"
 #include "agent/HttpClient.h"
+#include "platform/Strings.h"
 
 namespace zelor {
 
@@ -15,7 +16,7 @@ std::string repositoryUrl(const AgentSettings& settings) {
         throw std::runtime_error("Repository.Url is not set; name the repository in " + settings.iniFile());
     }
     const bool http = boost::istarts_with(url, "http://") || boost::istarts_with(url, "https://");
-    if (!http || url.find_first_of("?# \t") != std::string::npos) {
+    if (!http || url.find_first_of("?# ") != std::string::npos || hasControlCharacter(url)) {
         throw std::runtime_error("Repository.Url \"" + withoutCredentials(url) +
                                  "\" is not an http or https URL of a folder; correct it in " +
                                  settings.iniFile());

@@ -48,6 +48,13 @@ Bio bioOver(const std::string& text) {
 }
 
 Key readKey(const std::string& keyFile) {
+    struct stat status {};
+    if (::lstat(keyFile.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+        (status.st_mode & S_IWOTH) != 0) {
+        throw std::runtime_error(
+            "everybody can write to the key file " + keyFile +
+            ", so nothing is trusted; make sure of it and take that right away (chmod o-w)");
+    }
     const std::string pem = readBounded(keyFile, keyBytesLimit);
     Key key(PEM_read_bio_PUBKEY(bioOver(pem).get(), nullptr, noPassPhrase, nullptr));
     if (!key) {

@@ -9,45 +9,11 @@
 #include <cstdio>
 
 #include "platform/SystemCalls.h"
+#include "platform/Utf8.h"
 
 namespace zelor {
 
 namespace {
-
-constexpr char32_t invalid = 0xffffffff;
-
-struct Character {
-    char32_t code = invalid;
-    std::size_t bytes = 1;
-};
-
-bool isContinuation(unsigned char byte) {
-    return (byte & 0xc0U) == 0x80;
-}
-
-/// The character at `at`; a byte that begins no well-formed one is invalid by itself.
-Character characterAt(const std::string& text, std::size_t at) {
-    const auto first = static_cast<unsigned char>(text[at]);
-    if (first < 0x80) return {first, 1};
-    const std::size_t bytes = first >= 0xf0 ? 4 : first >= 0xe0 ? 3 : 2;
-    if (first < 0xc2 || first > 0xf4 || at + bytes > text.size()) return {};
-    char32_t code = first & (0x7fU >> bytes);
-    for (std::size_t i = 1; i < bytes; ++i) {
-        const auto next = static_cast<unsigned char>(text[at + i]);
-        if (!isContinuation(next)) return {};
-        code = code << 6U | (next & 0x3fU);
-    }
-    constexpr std::array<char32_t, 5> least = {0, 0, 0x80, 0x800, 0x10000};
-    const bool surrogate = code >= 0xd800 && code <= 0xdfff;
-    if (code < least.at(bytes) || code > 0x10ffff || surrogate) return {};
-    return {code, bytes};
-}
-
-/// Marks that change the order in which the text around them is shown.
-bool reorders(char32_t code) {
-    return code == 0x61c || code == 0x200e || code == 0x200f || (code >= 0x202a && code <= 0x202e) ||
-           (code >= 0x2066 && code <= 0x2069);
-}
 
 /// The thread's character type is UTF-8 for the object's life, whatever the user's locale says.
 class Utf8Locale {
@@ -73,7 +39,8 @@ class Utf8Locale {
 
 /// Below zero for a character that must not be printed. Needs a Utf8Locale.
 int columnsOfCharacter(char32_t code) {
-    if (code == invalid || code < 0x20 || (code >= 0x7f && code < 0xa0) || reorders(code)) return -1;
+    if (code == invalidCharacter || code < 0x20 || (code >= 0x7f && code < 0xa0) || reordersText(code))
+        return -1;
     if (code < 0x7f) return 1;
     return ::wcwidth(static_cast<wchar_t>(code));
 }

@@ -13,6 +13,7 @@
 #include "collaborators/ConfigurationManager.h"
 #include "platform/Files.h"
 #include "platform/Log.h"
+#include "platform/Strings.h"
 #include "remediation/BufferFolders.h"
 #include "remediation/BufferedList.h"
 #include "remediation/PatchName.h"
@@ -95,6 +96,11 @@ bool RemediationManager::patchIsAlreadyBuffered(std::string patchName, std::stri
 void RemediationManager::addPatchBufferedEntry(std::string patchName, std::string md5sum,
                                                std::string listPath) {
     if (!zelor::bufferFoldersAreOurs()) return;
+    if (zelor::hasControlCharacter(patchName + md5sum)) {
+        zlog::error("[Remediation Manager] The patch '", patchName, "' with md5 '", md5sum,
+                    "' is not listed as buffered, since that holds a control character");
+        return;
+    }
     removeEntryFromBufferedPatchesFile(patchName);
     if (!zelor::appendLine(listPath, patchName + "=" + md5sum)) {
         zlog::debug(

@@ -85,6 +85,11 @@ namespace zlog = zelor::log;
 
 void RemediationManager::addEntryInInstalledPatchesFile(int installResult, std::string eriId) {
     if (installResult != 0) return;
+    if (zelor::hasControlCharacter(eriId)) {
+        zlog::error("[Remediation Manager] The eri id '", eriId,
+                    "' holds a control character, so it is not recorded");
+        return;
+    }
     // A missing folder is the installer's business and stays silent.
     if (!zelor::appendLine(installedPatchesFile, eriId) && errno != ENOENT) {
         zlog::error("[Remediation Manager] ", eriId, " is installed, and cannot be noted in ",

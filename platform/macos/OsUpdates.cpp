@@ -11,6 +11,13 @@ std::string installCommand(const std::string& label) {
     return "softwareupdate -i '" + zelor::insideSingleQuotes(label) + "' 2>&1";
 }
 
+/// softwareupdate would take such a label for an option.
+bool looksLikeAnOption(const std::string& label) {
+    if (!zelor::hasBeginning(label, "-")) return false;
+    zlog::error("[MacPatchManager] The label '", label, "' begins with a dash, so it is refused");
+    return true;
+}
+
 }  // namespace
 
 int MacPatchManager::installOSPatch(std::string packageName) {
@@ -28,6 +35,7 @@ int MacPatchManager::installOSPatch(std::string packageName) {
 
 int MacPatchManager::installNamedUpdate(const std::string& label) {
     zlog::debug(" Package Name = ", label);
+    if (looksLikeAnOption(zelor::trimmed(label))) return -1;
     const std::string command = installCommand(zelor::trimmed(label));
     zlog::debug("[MacPatchManager] Installing ", command);
     const std::string output = getCmdlineOutput(command);
@@ -50,7 +58,10 @@ int MacPatchManager::installOsUpdates(const std::vector<std::string>& candidates
             zlog::error("[MacPatchManager] ApplicationName is empty");
             return -1;
         }
-        const std::string command = installCommand(zelor::candidateLabel(candidate));
+        const std::string label = zelor::candidateLabel(candidate);
+        succeeded = false;
+        if (looksLikeAnOption(label)) continue;
+        const std::string command = installCommand(label);
         zlog::debug("[MacPatchManager] Installing ", command);
         const std::string output = getCmdlineOutput(command);
         succeeded = zelor::contains(output, "Done");

@@ -47,7 +47,8 @@ TEST_F(LoggerTest, HostileTextStaysOnOneLine) {
          "31m",
          "\\xc2\\x9b"
          "31m"},
-        {"cut \xc2", "cut \xc2"},
+        {"cut \xc2", "cut \\xc2"},
+        {"\xe2\x80\xae turned \xe2\x80\xa8", "\\xe2\\x80\\xae turned \\xe2\\x80\\xa8"},
     };
     for (const Case& c : cases)
         EXPECT_EQ(escapeControls(c.text), c.shown);

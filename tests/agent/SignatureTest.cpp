@@ -97,6 +97,7 @@ TEST_F(SignatureTest, RefusesEverythingElseWithAReason) {
         {"private key", [&] { writeFile(keyFile, rsa.privatePem()); }, "neither a PEM public key"},
         {"short RSA key", [&] { useKey(SigningKey::rsa(1024)); }, "1024 bits"},
         {"short EC key", [&] { useKey(SigningKey::ec(NID_X9_62_prime192v1)); }, "192 bits"},
+        {"open key", [&] { chmod(keyFile.c_str(), 0666); }, "everybody can write"},
         {"key of an unknown kind", [&] { writeFile(keyFile, SigningKey::ed25519().publicPem()); },
          "neither RSA"},
     };

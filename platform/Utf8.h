@@ -1,0 +1,23 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+/// UTF-8 that comes from anywhere.
+namespace zelor {
+
+/// What stands for a byte that begins no well-formed character.
+constexpr char32_t invalidCharacter = 0xffffffff;
+
+struct Character {
+    char32_t code = invalidCharacter;
+    std::size_t bytes = 1;
+};
+
+/// The character at `at`, which is inside `text`; a byte that begins no well-formed one is invalid by itself.
+Character characterAt(const std::string& text, std::size_t at);
+
+/// Marks that change the order in which the text around them is shown.
+bool reordersText(char32_t code);
+
+}  // namespace zelor
