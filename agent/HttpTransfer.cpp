@@ -20,6 +20,7 @@ using std::chrono::milliseconds;
 constexpr milliseconds reaction{50};  ///< how late an interruption may be seen
 constexpr std::uint64_t leastBytesPerSecond = 1;
 constexpr std::size_t headerLimit = 200;
+constexpr std::size_t headBytesLimit = 128U << 10U;
 constexpr std::uint64_t discardLimit = 64U << 10U;
 constexpr long leastBuffer = 1024;
 constexpr long largestBuffer = 512L << 10;
@@ -181,6 +182,9 @@ class Transfer {
         if (curl_multi_perform(multi_, &running) != CURLM_OK) {
             return end(result, HttpOutcome::permanent, "libcurl failed");
         }
+        if (headBytes_ > headBytesLimit) {
+            return end(result, HttpOutcome::permanent, "the answer's headers are larger than 128 KiB");
+        }
         if (stopped_) return end(result, HttpOutcome::stopped, "stopped");
         if (running == 0) return finish(result);
         if (Clock::now() - progressed_ > request_.limits.stallTime) {
@@ -244,7 +248,9 @@ class Transfer {
 
     bool takeHeader(std::string_view line) {
         countBytes(line.size());
-        if (headEnded_) return true;  // a trailer
+        headBytes_ += line.size();
+        if (headBytes_ > headBytesLimit) return false;  // a server may go on with them for ever
+        if (headEnded_) return true;                    // a trailer
         if (line.substr(0, 5) == "HTTP/") {
             head_ = {};
             return true;
@@ -295,6 +301,7 @@ class Transfer {
     std::unique_ptr<CURL, Releaser<curl_easy_cleanup>> owned_{curl_easy_init()};
     CURL* easy_ = owned_.get();
     HttpHead head_;
+    std::size_t headBytes_ = 0;
     bool headEnded_ = false;
     bool discarding_ = false;
     bool paused_ = false;

@@ -12,6 +12,7 @@
 #include "collaborators/DownloadManager.h"
 #include "collaborators/RemediationResourceDownloader.h"
 #include "platform/SystemRoot.h"
+#include "support/RawServer.h"
 #include "support/RepositoryServer.h"
 
 namespace zelor {
@@ -48,10 +49,11 @@ struct PatchDownloadTest : testing::Test {
     void configure(const std::string& url) {
         writeFile(root / "etc/zelor/zelor.ini", "[Repository]\nUrl = " + url + "\n");
     }
-    DownloadResult run() {
-        return PatchDownload({server.url() + "/patches/editor%202.1.zip", "editor 2.1.zip",
-                              root / "opt/partial", archive(), 0},
-                             policy, client)
+    DownloadResult run() { return runFrom(server.url()); }
+    DownloadResult runFrom(const std::string& url) {
+        return PatchDownload(
+                   {url + "/patches/editor%202.1.zip", "editor 2.1.zip", root / "opt/partial", archive(), 0},
+                   policy, client)
             .run();
     }
     std::string archive() { return root / "content/editor 2.1.zip"; }
@@ -231,6 +233,27 @@ TEST_F(PatchDownloadTest, AnAnswerWithoutALengthEndsWithItsLastChunk) {
     firstMeets(chunked);
     EXPECT_EQ(run(), DownloadResult::done);
     EXPECT_TRUE(arrived());
+}
+
+TEST_F(PatchDownloadTest, HeadersNeitherGoOnForEverNorReachAnEarlierAnswer) {
+    test::RawServer raw;
+    const std::string line = "X-Header: " + std::string(4000, 'x') + "\r\n";
+    for (const std::string& begin :
+         {"HTTP/1.1 200 OK\r\n" + line, std::string("HTTP/1.1 100 Continue\r\n\r\n")}) {
+        std::string endless;
+        while (endless.size() < 1'000'000)
+            endless += begin;
+        raw.setAnswers({endless});
+        EXPECT_EQ(runFrom(raw.url()), DownloadResult::failed);
+    }
+    EXPECT_THAT(logText(), HasSubstr("headers are larger than 128 KiB"));
+
+    // A folded header goes on with the one before it, which must not be one of the earlier answer. Some
+    // versions of libcurl refuse it.
+    raw.setAnswers({"HTTP/1.1 503 Busy\r\nX: y\r\n\r\n",
+                    "HTTP/1.1 200 OK\r\n folded: z\r\nContent-Length: 5\r\n\r\nbytes"});
+    const bool done = runFrom(raw.url()) == DownloadResult::done;
+    EXPECT_EQ(readFile(archive()), done ? "bytes" : "");
 }
 
 TEST_F(PatchDownloadTest, AStalledTransferIsGivenUpAndResumed) {
