@@ -61,47 +61,6 @@ TEST(RoadOfARequest, SurvivesAnUnsteadyNetwork) {
     EXPECT_EQ(road.countAnswers("GET /patches/dropped.zip 206 range bytes=100000- bound"), 1) << road.log();
 }
 
-TEST(RoadOfARequest, RunsNothingThatIsNotTrusted) {
-    Road road;
-    const std::string pwned = road.dir / "pwned";
-    const std::string evil = "touch '" + pwned + "'";
-    const std::string good = "exit 0";
-    const auto other = zelor::test::SigningKey::ec();
-    struct {
-        std::string name;
-        std::string archive;
-        std::string reason;  ///< what the log has to say about it
-    } rows[] = {
-        {"tampered",
-         ArchiveBuilder().file("tampered.sh", evil).file("tampered.sig", road.key.sign(good)).finish(),
-         "Signature"},
-        {"foreign", ArchiveBuilder().file("foreign.sh", evil).file("foreign.sig", other.sign(evil)).finish(),
-         "Signature"},
-        {"unsigned", ArchiveBuilder().file("unsigned.sh", evil).finish(), "unsigned.sig"},
-        {"empty", ArchiveBuilder().file("empty.sh", evil).file("empty.sig", "").finish(), "is empty"},
-        {"corrupt", "PK\x03\x04 this is no archive", "corrupt.zip"},
-        {"dotdot", ArchiveBuilder().file("../../dotdot.sh", evil).finish(), ".."},
-        {"absolute", ArchiveBuilder().file(road.dir / "absolute.sh", evil).finish(), "absolute"},
-        {"link", ArchiveBuilder().link("link.sh", road.dir / "outside.sh").finish(), "link"},
-    };
-    std::map<std::string, std::string> requests;
-    for (const auto& row : rows) {
-        road.addContent("CCE-" + row.name, row.name + ".sh");
-        road.addArchive(row.name, row.archive);
-        requests[row.name + "||"] = "CCE-" + row.name;
-    }
-    zelor::test::writeFile(road.dir / "outside.sh", evil);
-    const Map results = road.run(requests);
-    for (const auto& row : rows) {
-        EXPECT_EQ(results.at(row.name + "||"), 12U) << row.name;
-        EXPECT_TRUE(road.logged(row.reason)) << row.name << road.log();
-    }
-    EXPECT_FALSE(boost::filesystem::exists(pwned));
-    EXPECT_FALSE(boost::filesystem::exists(road.dir / "dotdot.sh"));
-    EXPECT_FALSE(boost::filesystem::exists(road.dir / "absolute.sh"));
-    EXPECT_EQ(road.record(), "");
-}
-
 TEST(RoadOfARequest, TrustsNoContentWithoutItsSignature) {
     Road road;
     road.addScript("CCE-1", "one", "exit 0");
