@@ -16,6 +16,8 @@ namespace zelor {
 
 namespace {
 
+constexpr std::uint64_t spareBytes = 64U << 20U;
+
 bool wanted() {
     return !boost::this_thread::interruption_requested();
 }
@@ -238,6 +240,12 @@ bool PatchDownload::takeBody(std::string_view piece) {
     if (expected_ != 0 && piece.size() > expected_ - partial_->size()) {
         return refusePart("more than the announced " + std::to_string(expected_) +
                           " bytes came; publish it again");
+    }
+    // A body of no announced length may have no end: it does not get the last of the disk, nor keeps what it
+    // has.
+    if (expected_ == 0 && !roomFor(partial_->size() + piece.size() + spareBytes)) {
+        partial_->restart({});
+        return false;
     }
     partial_->append(piece);
     DownloadProgress::instance().advance(partial_->size(), expected_);

@@ -319,6 +319,16 @@ TEST_F(PatchDownloadTest, AFullDiskIsSeenBeforeTheFirstByte) {
     EXPECT_THAT(logText(), HasSubstr("needs 300000 free bytes and has 299999; make room there"));
     EXPECT_TRUE(boost::filesystem::is_empty(root / "opt/partial"));
 
+    ServerFault endless;
+    endless.withoutLength = true;
+    firstMeets(endless);
+    policy.freeBytes = [this](const std::string&) {
+        struct stat status {};
+        return (64U << 20U) + 200'000U - (::stat(partial().c_str(), &status) == 0 ? status.st_size : 0U);
+    };
+    EXPECT_EQ(run(), DownloadResult::failed);
+    EXPECT_TRUE(boost::filesystem::is_empty(root / "opt/partial"));
+
     policy.freeBytes = &freeBytes;
     leavePartial(100'000);
     policy.freeBytes = [](const std::string&) -> std::uint64_t { return 200'000; };
