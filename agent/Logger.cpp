@@ -1,6 +1,7 @@
 #include "collaborators/Logger.h"
 
 #include <fcntl.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -33,7 +34,8 @@ class LineLayout : public log4cpp::Layout {
     }
 };
 
-/// A rolling file that the commands an agent starts do not inherit.
+/// A rolling file that the commands an agent starts do not inherit. An error that does not fit on the disk
+/// goes to standard error.
 class LogFile : public log4cpp::RollingFileAppender {
   public:
     explicit LogFile(const std::string& path)
@@ -42,6 +44,14 @@ class LogFile : public log4cpp::RollingFileAppender {
         LogFile::reopen();
     }
     bool isOpen() const { return _fd >= 0; }
+
+  protected:
+    void _append(const log4cpp::LoggingEvent& event) override {
+        const std::string line = _getLayout().format(event);
+        if (!zelor::writeAll(_fd, line) && event.priority <= errorsOnly) std::cerr << line << std::flush;
+        const off_t size = ::lseek(_fd, 0, SEEK_END);
+        if (size >= static_cast<off_t>(fileBytesLimit)) rollOver();
+    }
 };
 
 std::optional<Priority::Value> priorityOf(const std::string& level) {
