@@ -47,10 +47,15 @@ class LogFile : public log4cpp::RollingFileAppender {
 
   protected:
     void _append(const log4cpp::LoggingEvent& event) override {
-        const std::string line = _getLayout().format(event);
-        if (!zelor::writeAll(_fd, line) && event.priority <= errorsOnly) std::cerr << line << std::flush;
-        const off_t size = ::lseek(_fd, 0, SEEK_END);
-        if (size >= static_cast<off_t>(fileBytesLimit)) rollOver();
+        try {
+            const std::string line = _getLayout().format(event);
+            if (!zelor::writeAll(_fd, line) && event.priority <= errorsOnly) std::cerr << line << std::flush;
+            const off_t size = ::lseek(_fd, 0, SEEK_END);
+            if (size >= static_cast<off_t>(fileBytesLimit)) rollOver();
+        } catch (const std::exception&) {
+            // log4cpp lets nothing through: better a line less than no process.
+            return;
+        }
     }
 };
 

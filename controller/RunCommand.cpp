@@ -57,11 +57,11 @@ class Run {
         manager_.setovalIdMap(table_.requests());
         manager_.setContentDownloadDir(place_.contentDir);
         manager_.setFirstRemediationAfterScan(options_.afterScan);
-        const auto start = std::chrono::steady_clock::now();
-        manager_.remediate(true);
         std::vector<RunListener*> listeners;
         for (const auto& listener : listeners_)
             listeners.push_back(listener.get());
+        const auto start = std::chrono::steady_clock::now();
+        manager_.remediate(true);
         const WatchedRun watched{[this] { return manager_.getRemediationProgressMap(); },
                                  [this] { return manager_.getRemDone(); },
                                  [this] { manager_.setCancelAllRem(true); }};
@@ -89,9 +89,15 @@ class Run {
         try {
             return watchRun(watched, table_, signals, listeners);
         } catch (const std::exception& e) {
-            complain(std::string("the run is cancelled, it cannot be watched: ") + e.what());
+            std::cerr << "zelor-remediate: the run is cancelled, it cannot be watched: " << e.what() << '\n';
+        }
+        try {
             watched.cancel();
             return watchRun(watched, table_, signals, {});
+        } catch (const std::exception&) {
+            while (!watched.done())
+                signals.wait(std::chrono::milliseconds(50));
+            return true;
         }
     }
 

@@ -89,6 +89,7 @@ void RunLog::take(bool error, const std::string& line) {
         add({Kind::identifier, *identifier}, withoutTag(line));
         return;
     }
+    if (error && contains(line, "The run ended with an unexpected error")) runNotes_ = {withoutTag(line)};
     // Every installer object looks for the profile's name, which no remediation needs.
     const bool aside =
         contains(line, "Inside getValueFromIni") || contains(line, "Inside readValueFromIniFile");
@@ -151,7 +152,7 @@ std::vector<std::string> RunLog::notes(const std::string& key, const std::string
         if (found == notes_.end()) continue;
         all.insert(all.end(), found->second.begin(), found->second.end());
     }
-    return all;
+    return all.empty() ? runNotes_ : all;
 }
 
 std::string shortReason(const std::vector<std::string>& notes) {
@@ -181,7 +182,12 @@ class LogTap::Appender : public log4cpp::AppenderSkeleton {
 
   protected:
     void _append(const log4cpp::LoggingEvent& event) override {
-        take_(event.priority <= log4cpp::Priority::ERROR, event.message);
+        try {
+            take_(event.priority <= log4cpp::Priority::ERROR, event.message);
+        } catch (const std::exception&) {
+            // log4cpp lets nothing through, so that a note without memory for it would end the process.
+            return;
+        }
     }
 
   private:

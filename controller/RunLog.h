@@ -16,7 +16,7 @@ class RunLog {
     void take(bool error, const std::string& line);
 
     /// What was noted about a request, oldest first: by its key, by its identifier and, for an OS update, by
-    /// its package name.
+    /// its package name; of a request without notes, why the whole run ended early.
     std::vector<std::string> notes(const std::string& key, const std::string& identifier) const;
 
   private:
@@ -37,6 +37,7 @@ class RunLog {
 
     mutable std::mutex mutex_;
     std::map<Subject, std::vector<std::string>> notes_;
+    std::vector<std::string> runNotes_;
     std::vector<std::string> pending_;  ///< since the subject began
     Subject subject_{Kind::key, ""};    ///< without a name while it is not known
 };

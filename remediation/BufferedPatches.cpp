@@ -40,26 +40,23 @@ std::string archiveInBuffer(const std::string& patchName) {
     throw std::runtime_error(what + ": " + std::strerror(errno));
 }
 
-/// Appends to the temporary list; on failure it is as it was, so that nothing stands in it twice.
-void addToTemporary(int fd, const std::string& lines) {
-    // A rewrite that was killed may have left a torn last line; its line still stands in the list.
-    if (!zelor::cutTornEnd(fd)) fail("cannot mend the temporary list");
-    const off_t end = lseek(fd, 0, SEEK_END);
-    if (zelor::writeAll(fd, lines) && zelor::flushToDisk(fd)) return;
-    const int error = errno;
-    if (end >= 0 && ftruncate(fd, end) == 0) errno = error;
-    fail("cannot write the temporary list");
-}
-
 void replaceList(const std::string& listPath, const std::string& temporaryPath, const std::string& lines) {
-    {
-        const zelor::UniqueFd temporary =
-            zelor::openFile(temporaryPath, O_RDWR | O_APPEND | O_CREAT | O_NOFOLLOW);
-        if (!temporary) fail("cannot open the temporary list");
-        addToTemporary(temporary.get(), lines);
+    const zelor::UniqueFd temporary =
+        zelor::openFile(temporaryPath, O_RDWR | O_APPEND | O_CREAT | O_NOFOLLOW);
+    if (!temporary) fail("cannot open the temporary list");
+    // A rewrite that was killed may have left a torn last line; its line still stands in the list.
+    if (!zelor::cutTornEnd(temporary.get())) fail("cannot mend the temporary list");
+    const off_t before = lseek(temporary.get(), 0, SEEK_END);
+    if (zelor::writeAll(temporary.get(), lines) && zelor::flushToDisk(temporary.get()) &&
+        std::rename(temporaryPath.c_str(), listPath.c_str()) == 0) {
+        zelor::flushDirectory(fs::path(listPath).parent_path().string());
+        return;
     }
-    if (std::rename(temporaryPath.c_str(), listPath.c_str()) != 0) fail("cannot replace the list");
-    zelor::flushDirectory(fs::path(listPath).parent_path().string());
+    const int error = errno;
+    // The lines still stand in the list, and must not stand there twice after the next rewrite.
+    const int undone = before > 0 ? ftruncate(temporary.get(), before) : unlink(temporaryPath.c_str());
+    errno = error;
+    fail(undone == 0 ? "cannot rewrite the list" : "cannot rewrite the list, nor take the attempt back");
 }
 
 std::string wholeFile(const std::string& path) {

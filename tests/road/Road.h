@@ -90,6 +90,10 @@ class Road {
         const std::lock_guard<std::mutex> lock(mutex_);
         faults_[path].push_back(fault);
     }
+    void clearFaults() {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        faults_.clear();
+    }
     /// "GET /patches/x.zip 200", with "range bytes=..." behind it when one was asked for.
     std::vector<std::string> takeAnswers() {
         const std::lock_guard<std::mutex> lock(mutex_);

@@ -1,0 +1,275 @@
+// Runs and buffering jobs in turn in one process, and whole runs of the controller beside it, with random
+// faults, cancels and kills; watches memory, descriptors, threads and children. Ends with 1 when they grow or
+// a run misbehaves. usage: zelor_soak SECONDS SEED [BYTES LEAKED AT EACH STEP]   (a leak shows that the
+// verdict can fail)
+
+#include <dirent.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <boost/thread/thread.hpp>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <memory>
+#include <random>
+#include <thread>
+
+#include "tests/faults/Rig.h"
+
+using zelor::ServerFault;
+using zelor::test::Rig;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+struct Sample {
+    long rss, descriptors, threads, children;
+};
+
+long entries(const char* folder) {
+    long count = 0;
+    for (const auto& entry : boost::filesystem::directory_iterator(folder))
+        count += entry.path().empty() ? 0 : 1;
+    return count;
+}
+
+long childProcesses() {
+    long count = 0;
+    for (const auto& task : boost::filesystem::directory_iterator("/proc/self/task")) {
+        std::ifstream children(task.path().string() + "/children");
+        for (std::string child; children >> child;)
+            ++count;
+    }
+    return count;
+}
+
+Sample sample() {
+    long pages = 0;
+    std::ifstream("/proc/self/statm").ignore(100, ' ') >> pages;
+    return {pages * (sysconf(_SC_PAGESIZE) / 1024), entries("/proc/self/fd"), entries("/proc/self/task"),
+            childProcesses()};
+}
+
+/// The median of one measure over the n-th third of the samples.
+long median(const std::vector<Sample>& samples, std::size_t third, long Sample::*measure) {
+    std::vector<long> values;
+    for (std::size_t i = samples.size() * third / 3; i < samples.size() * (third + 1) / 3; ++i)
+        values.push_back(samples[i].*measure);
+    std::nth_element(values.begin(), values.begin() + static_cast<long>(values.size() / 2), values.end());
+    return values.empty() ? 0 : values[values.size() / 2];
+}
+
+bool flat(const char* name, const std::vector<Sample>& samples, long Sample::*measure, double share,
+          long more) {
+    const long medians[] = {median(samples, 0, measure), median(samples, 1, measure),
+                            median(samples, 2, measure)};
+    const bool good = static_cast<double>(medians[2]) <=
+                      static_cast<double>(medians[1]) * (1 + share) + static_cast<double>(more);
+    std::printf("%-12s by thirds: %ld, %ld, %ld: %s\n", name, medians[0], medians[1], medians[2],
+                good ? "flat" : "GROWS");
+    return good;
+}
+
+class Soak {
+  public:
+    explicit Soak(unsigned seed) : engine_(seed) {
+        setenv("PATH", (rig_.tools + ":" + getenv("PATH")).c_str(), 1);
+        setenv("ZELOR_REHEARSAL_ROOT", rig_.root.c_str(), 1);
+        signal(SIGXFSZ, SIG_IGN);
+        rig_.reset();
+        boost::filesystem::create_directories(rig_.road.dir.path() / "content");
+        // Long enough on the wire to be cancelled there.
+        std::string text = ": ";
+        while (text.size() < 300000)
+            text += static_cast<char>('a' + random() % 26);
+        rig_.road.addScript("CCE-3", "long-", text + "\n");
+    }
+
+    void step() {
+        const unsigned choice = random() % 10;
+        if (random() % 4 == 0) rig_.reset();
+        if (random() % 3 == 0) addFault();
+        const bool fullDisk = random() % 12 == 0;
+        if (fullDisk) limitFiles(random() % 30000);
+        if (choice < 6) {
+            run();
+        } else if (choice < 9) {
+            buffer();
+        } else {
+            process();
+        }
+        if (fullDisk) limitFiles(RLIM_INFINITY);
+        rig_.road.clearFaults();
+        rig_.road.takeAnswers();
+        checkRecord();
+    }
+
+    void report() const {
+        std::printf(
+            "%ld runs and %ld buffering jobs in this process (%ld cancelled), %ld processes (%ld killed), "
+            "%ld faults of the repository, %ld full disks\n",
+            runs_, jobs_, cancels_, processes_, kills_, faults_, fullDisks_);
+    }
+    bool good() const { return good_; }
+
+  private:
+    unsigned random() { return static_cast<unsigned>(engine_()); }
+    void wrong(const std::string& what) {
+        good_ = false;
+        std::printf("WRONG after %ld runs and %ld jobs: %s\n", runs_, jobs_, what.c_str());
+    }
+
+    void addFault() {
+        static const char* const paths[] = {"/content/", "/patches/", "/patches/long-", "/speed.bin"};
+        ServerFault fault;
+        switch (random() % 6) {
+            case 0:
+                fault.status = random() % 2 == 0 ? 503 : 404;
+                break;
+            case 1:
+                fault.dropAfter = random() % 3000;
+                break;
+            case 2:
+                fault.announcedLength = random() % 100000;
+                break;
+            case 3:
+                fault.withoutLength = true;
+                break;
+            case 4:
+                fault.bytesPerSecond = 200000;
+                break;
+            default:
+                fault.status = 302;
+                fault.headers = {{"Location", "file:///etc/passwd"}};
+                break;
+        }
+        rig_.road.addFault(paths[random() % 4], fault);
+        ++faults_;
+    }
+
+    void limitFiles(rlim_t bytes) {
+        struct rlimit limit {};
+        getrlimit(RLIMIT_FSIZE, &limit);
+        limit.rlim_cur = std::min(bytes, limit.rlim_max);
+        setrlimit(RLIMIT_FSIZE, &limit);
+        fullDisks_ += bytes == RLIM_INFINITY ? 0 : 1;
+    }
+
+    /// A moment before which something is cancelled; never for most.
+    Clock::time_point cancelTime() {
+        return random() % 3 == 0 ? Clock::now() + milliseconds(random() % 400) : Clock::time_point::max();
+    }
+
+    void run() {
+        zelor::startNewRun();
+        RemediationManager manager(rig_.road.dir / "opt/zelor");
+        manager.setContentDownloadDir(rig_.road.dir / "content");
+        manager.setFirstRemediationAfterScan(random() % 2 == 0);
+        auto requests = requests_;
+        if (random() % 5 == 0) requests["cpe:/o:none||"] = "CVE-404";
+        manager.setovalIdMap(requests);
+        const auto cancel = cancelTime();
+        const bool single = random() % 2 == 0;
+        bool cancelled = false;
+        manager.remediate(true);
+        while (!manager.getRemDone()) {
+            if (!cancelled && Clock::now() >= cancel) {
+                cancelled = true;
+                if (single) manager.setCancelRemMap({{"cpe:/o:c||", ""}, {"cpe:/o:a||", ""}});
+                if (!single) manager.setCancelAllRem(true);
+            }
+            std::this_thread::sleep_for(milliseconds(1));
+        }
+        ++runs_;
+        cancels_ += cancelled ? 1 : 0;
+        for (const auto& [key, value] : manager.getRemediationProgressMap()) {
+            if (value < 4) wrong(key + " was left at " + std::to_string(value));
+        }
+    }
+
+    void buffer() {
+        RemediationManager manager(rig_.road.dir / "opt/zelor");
+        const auto cancel = cancelTime();
+        std::atomic<bool> done{false};
+        boost::thread job([&] {
+            try {
+                manager.bufferPatches(requests_);
+            } catch (const boost::thread_interrupted&) {
+                // the way of a cancel
+            }
+            done = true;
+        });
+        while (!done && Clock::now() < cancel)
+            std::this_thread::sleep_for(milliseconds(1));
+        if (!done) {
+            manager.setCancelAllRem(true);
+            job.interrupt();
+            ++cancels_;
+        }
+        job.join();
+        ++jobs_;
+    }
+
+    void process() {
+        ++processes_;
+        const auto time =
+            random() % 3 == 0 ? "0." + std::to_string(100 + random() % 300) : std::string("60");
+        const auto ended = rig_.run(random() % 2 == 0 ? "run" : "buffer", {},
+                                    {"timeout", "-s", random() % 2 == 0 ? "KILL" : "INT", time});
+        kills_ += time == "60" ? 0 : 1;
+        if (!ended.inTime) wrong("a process did not end");
+        // A killed process leaves its tools to themselves; the next step must not race with them.
+        std::this_thread::sleep_for(milliseconds(time == "60" ? 0 : 300));
+    }
+
+    void checkRecord() {
+        std::set<std::string> allowed = {"ERI-CCE-3\n"};
+        for (const std::string& id : rig_.installed())
+            allowed.insert(id + "\n");
+        for (const std::string& line : Rig::lines(rig_.record)) {
+            if (allowed.count(line) == 0) wrong("a line in the record: " + line);
+        }
+    }
+
+    std::mt19937 engine_;
+    Rig rig_;
+    const std::map<std::string, std::string> requests_ = {{"cpe:/o:a||", "CCE-1"},
+                                                          {"cpe:/o:b||", "CCE-2"},
+                                                          {"cpe:/o:c||", "CCE-3"},
+                                                          {"cpe:/a:example:editor||Editor", "CVE-1"},
+                                                          {"cpe:/a:example:notes||Notes", "CVE-2"}};
+    long runs_ = 0, jobs_ = 0, cancels_ = 0, processes_ = 0, kills_ = 0, faults_ = 0, fullDisks_ = 0;
+    bool good_ = true;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 3) {
+        std::fputs("usage: zelor_soak SECONDS SEED [BYTES LEAKED AT EACH STEP]\n", stderr);
+        return 2;
+    }
+    const auto end = Clock::now() + std::chrono::seconds(std::atol(argv[1]));
+    const auto leak = static_cast<std::size_t>(argc > 3 ? std::atol(argv[3]) : 0);
+    std::vector<std::string> leaked;
+    std::vector<Sample> samples;
+    samples.reserve(1U << 20U);
+    Soak soak(static_cast<unsigned>(std::strtoul(argv[2], nullptr, 10)));
+    while (Clock::now() < end) {
+        soak.step();
+        if (leak > 0) leaked.emplace_back(leak, 'x');
+        samples.push_back(sample());
+    }
+    soak.report();
+    const bool memory = flat("memory (KiB)", samples, &Sample::rss, 0.03, 512);
+    const bool descriptors = flat("descriptors", samples, &Sample::descriptors, 0, 0);
+    const bool threads = flat("threads", samples, &Sample::threads, 0, 0);
+    const bool children = flat("children", samples, &Sample::children, 0, 0);
+    return soak.good() && memory && descriptors && threads && children ? 0 : 1;
+}
