@@ -1,12 +1,19 @@
 #include "platform/Strings.h"
 
 #include <algorithm>
-#include <boost/algorithm/string/classification.hpp>
-#include <boost/algorithm/string/split.hpp>
 #include <boost/algorithm/string/trim.hpp>
 #include <cstdlib>
 
 namespace zelor {
+
+namespace {
+
+/// No locale takes one of these for white space.
+bool isVisible(char c) {
+    return c > ' ' && c < 0x7f;
+}
+
+}  // namespace
 
 bool hasEnding(const std::string& text, const std::string& ending) {
     return text.size() >= ending.size() &&
@@ -17,8 +24,15 @@ bool hasBeginning(const std::string& text, const std::string& beginning) {
     return text.compare(0, beginning.size(), beginning) == 0;
 }
 
+bool hasBeginningInAnyCase(const std::string& text, std::string_view beginning) {
+    return text.size() >= beginning.size() &&
+           std::equal(beginning.begin(), beginning.end(), text.begin(), [](char expected, char c) {
+               return static_cast<char>(tolower(static_cast<unsigned char>(c))) == expected;
+           });
+}
+
 std::string trimmed(std::string text) {
-    if (text.empty()) return text;
+    if (text.empty() || (isVisible(text.front()) && isVisible(text.back()))) return text;
     boost::algorithm::trim(text);
     text.erase(text.find_last_not_of(" \t\r\n") + 1);
     while (hasBeginning(text, "\r"))
@@ -44,8 +58,12 @@ std::vector<std::string> splitInTwo(const std::string& text, const std::string& 
 
 std::vector<std::string> splitCompressed(const std::string& text, char separator) {
     std::vector<std::string> pieces;
-    boost::algorithm::split(
-        pieces, text, [separator](char c) { return c == separator; }, boost::algorithm::token_compress_on);
+    std::size_t start = 0;
+    for (auto at = text.find(separator); at != std::string::npos; at = text.find(separator, start)) {
+        pieces.push_back(text.substr(start, at - start));
+        start = std::min(text.find_first_not_of(separator, at), text.size());
+    }
+    pieces.push_back(text.substr(start));
     return pieces;
 }
 

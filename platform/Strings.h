@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 /// Small operations on narrow byte strings; all are pure and case-sensitive unless they say otherwise.
@@ -8,6 +9,8 @@ namespace zelor {
 
 bool hasEnding(const std::string& text, const std::string& ending);
 bool hasBeginning(const std::string& text, const std::string& beginning);
+/// `beginning` in lower case.
+bool hasBeginningInAnyCase(const std::string& text, std::string_view beginning);
 inline bool contains(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
 }

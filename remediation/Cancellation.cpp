@@ -65,8 +65,12 @@ bool RemediationManager::isCancelled(const std::string& key) {
     return cancelRemMap.count(key) != 0;
 }
 
-bool RemediationManager::thisRemIsAborted(std::string id) {
-    if (!isCancelled(id)) return false;
-    zlog::debug(" [Remediation Manager] ", id, " is Going to Get Aborted");
+bool RemediationManager::isAborted(const std::string& key) {
+    if (!isCancelled(key)) return false;
+    zlog::debug(" [Remediation Manager] ", key, " is Going to Get Aborted");
     return true;
+}
+
+bool RemediationManager::thisRemIsAborted(std::string id) {
+    return isAborted(id);
 }

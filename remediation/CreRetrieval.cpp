@@ -13,10 +13,10 @@ namespace {
 
 bool isOsRemediation(const std::vector<parsedEriData>& blocks) {
     return std::any_of(blocks.begin(), blocks.end(), [](const parsedEriData& block) {
-        const std::string product = zelor::lowerCased(RecordAccess::productCpe(block));
-        return (zelor::hasBeginning(product, "cpe:/a:apple") ||
-                zelor::hasBeginning(product, "cpe:/o:apple")) &&
-               zelor::hasBeginning(zelor::lowerCased(RecordAccess::instructions(block)), "os remediation");
+        const std::string& product = RecordAccess::productCpe(block);
+        return (zelor::hasBeginningInAnyCase(product, "cpe:/a:apple") ||
+                zelor::hasBeginningInAnyCase(product, "cpe:/o:apple")) &&
+               zelor::hasBeginningInAnyCase(RecordAccess::instructions(block), "os remediation");
     });
 }
 
@@ -33,7 +33,7 @@ void RemediationManager::getAndParseCreEriForSupersedesTrue(std::vector<remediat
         setAbortedRemStatusToAborted();
         if (cancelAllRem) return;
         const std::string& key = RecordAccess::combinedCpes(row);
-        if (thisRemIsAborted(key)) {
+        if (isAborted(key)) {
             insertRemProgressInMap(key, REM_ABORTED);
             continue;
         }
@@ -50,7 +50,7 @@ void RemediationManager::getAndParseCreEriForSupersedesTrue(std::vector<remediat
 }
 
 void RemediationManager::retrieveContent(remediateMetadata& row) {
-    insertRemProgressInMap(RecordAccess::combinedCpes(row), REM_QUEUED);
+    recordProgress(RecordAccess::combinedCpes(row), REM_QUEUED);
     const std::string platform = row.getPlatformCpe();
     const std::string product = row.getProductCpe();
     parseOnlyMetadata metadata = CreCacher::GetInstance(installPath, systemPlatformCpe)

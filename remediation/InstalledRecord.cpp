@@ -13,34 +13,44 @@
 #include "platform/Files.h"
 #include "platform/Log.h"
 #include "platform/Strings.h"
+#include "platform/SystemCalls.h"
 #include "remediation/RecordAccess.h"
 #include "remediation/RemediationManager.h"
 
 namespace zelor {
+
+namespace {
+
+bool sameTime(const struct timespec& one, const struct timespec& other) {
+    return one.tv_sec == other.tv_sec && one.tv_nsec == other.tv_nsec;
+}
+
+}  // namespace
 
 void InstalledRecord::forget() {
     lines_.clear();
     unfinished_.clear();
     read_ = 0;
     damaged_ = 0;
+    path_.clear();
 }
 
 void InstalledRecord::refresh(const std::string& path) {
+    struct stat now {};
+    if (path == path_ && lstat(path.c_str(), &now) == 0 && isSameFile(now) && now.st_size == known() &&
+        sameTime(modificationTime(now), modified_)) {
+        return;
+    }
     const UniqueFd fd = openFile(path, O_RDONLY | O_NONBLOCK | O_NOFOLLOW);
-    struct stat info {};
-    if (!fd || fstat(fd.get(), &info) != 0) {
+    if (!fd || fstat(fd.get(), &now) != 0) {
         forget();
         return;
     }
-    const auto device = static_cast<std::uintmax_t>(info.st_dev);
-    const auto inode = static_cast<std::uintmax_t>(info.st_ino);
-    const off_t known = read_ + static_cast<off_t>(unfinished_.size());
-    const bool same = path == path_ && device == device_ && inode == inode_ && info.st_size >= known;
-    if (same && info.st_size == known) return;
-    if (!same) forget();
+    if (path != path_ || !isSameFile(now) || now.st_size <= known()) forget();
     path_ = path;
-    device_ = device;
-    inode_ = inode;
+    device_ = static_cast<std::uintmax_t>(now.st_dev);
+    inode_ = static_cast<std::uintmax_t>(now.st_ino);
+    modified_ = modificationTime(now);
     const std::string torn = unfinished_;
     const std::uint64_t damaged = damaged_;
     readFrom(fd.get());
@@ -51,6 +61,11 @@ void InstalledRecord::refresh(const std::string& path) {
         log::error("[Remediation Manager] ", path, " has ", damaged_ - damaged,
                    " damaged lines, which name no remediation.");
     }
+}
+
+bool InstalledRecord::isSameFile(const struct stat& now) const {
+    return static_cast<std::uintmax_t>(now.st_dev) == device_ &&
+           static_cast<std::uintmax_t>(now.st_ino) == inode_;
 }
 
 void InstalledRecord::readFrom(int fd) {

@@ -27,8 +27,8 @@ void RemediationManager::installNonOsPatches(std::string /*installPathCopy*/) {
 }
 
 RemediationManager::Next RemediationManager::installNonOsRequest(remediateMetadata& row) {
-    const std::string key = row.getCombinedCpes();
-    if (thisRemIsAborted(key)) {
+    const std::string& key = RecordAccess::combinedCpes(row);
+    if (isAborted(key)) {
         insertRemProgressInMap(key, REM_ABORTED);
         return Next::aborted;
     }
@@ -41,8 +41,8 @@ RemediationManager::Next RemediationManager::installNonOsRequest(remediateMetada
         zlog::debug("[Remediation Manager] (installNonOsPatches) skipping OS entry ");
         return Next::block;
     }
-    creEriParsedData entry = row.getcreEriData();
-    std::vector<parsedEriData> blocks = entry.getParsedEriDataBlocks();
+    creEriParsedData& entry = RecordAccess::creEriData(row);
+    std::vector<parsedEriData>& blocks = RecordAccess::blocks(entry);
     zlog::debug(" [Remediation Manager] (installNonOsPatches) eriDataV.size = ", blocks.size());
     Next next = Next::block;
     for (parsedEriData& block : blocks) {
@@ -51,11 +51,7 @@ RemediationManager::Next RemediationManager::installNonOsRequest(remediateMetada
         if (next == Next::aborted) break;
     }
     setAbortedRemStatusToAborted();
-    if (next == Next::aborted) {
-        insertRemProgressInMap(key, REM_ABORTED);
-    } else {
-        row.setcreEriData(std::move(entry));
-    }
+    if (next == Next::aborted) insertRemProgressInMap(key, REM_ABORTED);
     return next;
 }
 
@@ -63,8 +59,8 @@ RemediationManager::Next RemediationManager::installNonOsBlock(remediateMetadata
                                                                creEriParsedData& entry,
                                                                parsedEriData& block) {
     if (!RecordAccess::mskbId(block).empty()) return Next::block;  // a vendor patch of another platform
-    const std::string key = row.getCombinedCpes();
-    const std::string patchId = RecordAccess::patchId(block);
+    const std::string& key = RecordAccess::combinedCpes(row);
+    const std::string& patchId = RecordAccess::patchId(block);
     zlog::debug(" [Remediation Manager] (installNonOsPatches) Installing non-MS patch for CVE: ",
                 RecordAccess::cve(entry));
     if (patchId.empty()) {
@@ -75,7 +71,6 @@ RemediationManager::Next RemediationManager::installNonOsBlock(remediateMetadata
             key, "' and CVE = '", row.getCveOrCceId(), "'");
         insertRemProgressInMap(key, REM_FAILED);
         allRemFailed = true;
-        row.setcreEriData(entry);
         return Next::block;
     }
     int result = zelor::kInstallFailed;
@@ -116,7 +111,7 @@ RemediationManager::Next RemediationManager::installNonOsBlock(remediateMetadata
 RemediationManager::Next RemediationManager::afterNonOsFetch(const std::string& key) {
     setAbortedRemStatusToAborted();
     if (cancelAllRem) return Next::phaseEnd;
-    if (thisRemIsAborted(key)) return Next::aborted;
+    if (isAborted(key)) return Next::aborted;
     if (internalError) {
         insertRemProgressInMap(key, REM_INTERNAL_FAILED);
         return Next::phaseEnd;

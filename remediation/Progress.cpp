@@ -2,6 +2,7 @@
 #include <utility>
 
 #include "platform/Log.h"
+#include "remediation/ProgressSnapshot.h"
 #include "remediation/RecordAccess.h"
 #include "remediation/RemediationManager.h"
 #include "remediation/RequestParsing.h"
@@ -21,18 +22,19 @@ bool isFinal(unsigned long value) {
 }  // namespace
 
 std::map<std::string, unsigned long> RemediationManager::getRemediationProgressMap() {
-    const boost::unique_lock<boost::mutex> lock(progressMapMutex);
-    return remediationProgressMap;
+    return progressSnapshot->get(remediationProgressMap, progressMapMutex);
 }
 
 void RemediationManager::setRemediationProgressMap(std::map<std::string, unsigned long> progress) {
-    const boost::unique_lock<boost::mutex> lock(progressMapMutex);
-    remediationProgressMap.swap(progress);
+    progressSnapshot->replace(remediationProgressMap, progressMapMutex, progress);
 }
 
 void RemediationManager::storeProgress(const std::string& mapKey, unsigned long value) {
     const boost::unique_lock<boost::mutex> lock(progressMapMutex);
-    remediationProgressMap[mapKey] = value;
+    const auto [entry, isNew] = remediationProgressMap.try_emplace(mapKey, value);
+    if (!isNew && entry->second == value) return;
+    entry->second = value;
+    progressSnapshot->wrote(remediationProgressMap, *entry);
 }
 
 bool RemediationManager::hasProgress(const std::string& mapKey) const {
@@ -46,7 +48,17 @@ bool RemediationManager::hasFinalProgress(const std::string& mapKey) const {
     return entry != remediationProgressMap.end() && isFinal(entry->second);
 }
 
+bool RemediationManager::isPastInstalling(const std::string& mapKey) const {
+    const boost::unique_lock<boost::mutex> lock(progressMapMutex);
+    const auto entry = remediationProgressMap.find(mapKey);
+    return entry != remediationProgressMap.end() && entry->second > REM_INSTALLING;
+}
+
 void RemediationManager::insertRemProgressInMap(std::string key, REM_PROGRESS progress) {
+    recordProgress(key, progress);
+}
+
+void RemediationManager::recordProgress(const std::string& key, REM_PROGRESS progress) {
     REM_PROGRESS result = progress;
     if (progress >= REM_SUCCESS && progress <= REM_FAILED_11) {
         bool store = false;

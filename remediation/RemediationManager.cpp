@@ -8,6 +8,7 @@
 #include "platform/TrustedFolder.h"
 #include "platform/macos/MacPatchManager.h"
 #include "remediation/InstalledRecord.h"
+#include "remediation/ProgressSnapshot.h"
 
 namespace zlog = zelor::log;
 
@@ -29,6 +30,7 @@ RemediationManager::RemediationManager(std::string installPathArgument)
       installPath(Common::StripTrailingSeparators(installPathArgument)),
       macPatchManager(std::make_unique<MacPatchManager>()),
       bufferedPatchesFileName(kBufferedPatchesFileName),
+      progressSnapshot(std::make_unique<zelor::ProgressSnapshot>()),
       installedRecord(std::make_unique<zelor::InstalledRecord>()) {}
 
 RemediationManager::~RemediationManager() {

@@ -22,7 +22,8 @@
 class MacPatchManager;
 namespace zelor {
 class InstalledRecord;
-}
+class ProgressSnapshot;
+}  // namespace zelor
 
 /// Remediates the findings of one request map.
 ///
@@ -203,6 +204,7 @@ class ZELOR_API RemediationManager {
 
     // Run driver
     bool runPhases();
+    bool hasRequests() const;
     bool stoppedBeforePhases();
     bool stoppedAfterPhase();
     void endAsInternalError(const char* message, void (RemediationManager::*markRequests)());
@@ -214,8 +216,11 @@ class ZELOR_API RemediationManager {
     void storeProgress(const std::string& mapKey, unsigned long value);
     bool hasProgress(const std::string& mapKey) const;
     bool hasFinalProgress(const std::string& mapKey) const;
+    bool isPastInstalling(const std::string& mapKey) const;
     void markUnlessFinal(const std::string& key, REM_PROGRESS progress);
     bool isCancelled(const std::string& key);
+    bool isAborted(const std::string& key);
+    void recordProgress(const std::string& key, REM_PROGRESS progress);
     void countForCollectiveResult(const remediateMetadata& row, bool counts);
 
     // Parsing and fetch
@@ -273,6 +278,7 @@ class ZELOR_API RemediationManager {
 
     // Held for one access of remediationProgressMap alone, so that a poll never waits for a run's step.
     mutable boost::mutex progressMapMutex;
+    std::unique_ptr<zelor::ProgressSnapshot> progressSnapshot;
     // Rows with content that are no OS updates, per key: what the collective rule counts.
     std::unordered_map<std::string, std::size_t> collectiveCounts;
     // Keys written since the last look at the single cancels; kept only while there are any. Guarded by

@@ -12,7 +12,7 @@ void RemediationManager::parseCreEriForSupersedesTrue() {
     {
         const boost::unique_lock<boost::mutex> lock(inputMapmutex);
         for (const auto& [key, identifier] : ovalIdMap) {
-            insertRemProgressInMap(key, REM_QUEUED);
+            recordProgress(key, REM_QUEUED);
             if (cancelAllRem) return;
             parseRequest(key, identifier, specialCases);
         }
@@ -27,7 +27,7 @@ void RemediationManager::parseCreEriForSupersedesTrue() {
 
 void RemediationManager::parseRequest(const std::string& key, const std::string& identifier,
                                       const std::set<std::string>& specialCases) {
-    if (thisRemIsAborted(key)) {
+    if (isAborted(key)) {
         insertRemProgressInMap(key, REM_ABORTED);
         return;
     }
@@ -35,7 +35,7 @@ void RemediationManager::parseRequest(const std::string& key, const std::string&
     if (trimmedKey.empty()) return;
     const std::string id = trimString(identifier);
     const bool configuration = stringHasBegining(id, "CCE-");
-    const zelor::RequestKey request = zelor::parseRequestKey(trimmedKey, configuration);
+    zelor::RequestKey request = zelor::parseRequestKey(trimmedKey, configuration);
     if (!configuration) {
         zlog::debug(" [Remediation Manager] (parseCreEriForSupersedesTrue) PackageName is   : ",
                     request.packageName);
@@ -57,7 +57,7 @@ void RemediationManager::parseRequest(const std::string& key, const std::string&
     remediateMetadata row;
     row.setCombinedCpes(key);
     row.setCveOrCceId(id);
-    row.setPackageName(request.packageName);
+    row.setPackageName(std::move(request.packageName));
     row.setPlatformCpe(std::move(target.platformCpe));
     row.setProductCpe(std::move(target.productCpe));
     (configuration ? remMetadataForCCE : remMetadataForCVE).push_back(std::move(row));

@@ -49,7 +49,7 @@ void RemediationManager::concertedRemediationStart() {
 
 // True at the normal end, false on every other way out.
 bool RemediationManager::runPhases() {
-    if (getovalIdMap().empty() || contentDownloadDir.empty() || installPath.empty()) {
+    if (!hasRequests() || contentDownloadDir.empty() || installPath.empty()) {
         zlog::error(
             " [Remediation Manager] 'ovalIdMap' and/or 'contentDownloadDir' and/or 'install path' is not set "
             "in "
@@ -82,6 +82,11 @@ bool RemediationManager::runPhases() {
     }
     emptyTheContentDirectory();
     return true;
+}
+
+bool RemediationManager::hasRequests() const {
+    const boost::unique_lock<boost::mutex> lock(inputMapmutex);
+    return !ovalIdMap.empty();
 }
 
 bool RemediationManager::stoppedBeforePhases() {
@@ -132,9 +137,7 @@ void RemediationManager::endAfterException(const std::string& what) {
         for (const auto& request : getovalIdMap()) {
             const std::string mapKey = zelor::progressKey(request.first);
             const boost::unique_lock<boost::mutex> lock(mutex);
-            const boost::unique_lock<boost::mutex> mapLock(progressMapMutex);
-            unsigned long& value = remediationProgressMap[mapKey];
-            if (value <= REM_INSTALLING) value = REM_INTERNAL_FAILED;
+            if (!isPastInstalling(mapKey)) storeProgress(mapKey, REM_INTERNAL_FAILED);
         }
         allRemFailed = true;
         emptyTheContentDirectory();

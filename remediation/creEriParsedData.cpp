@@ -10,16 +10,16 @@ creEriParsedData& creEriParsedData::operator=(creEriParsedData&& other) noexcept
 
 // Deliberate: a record that goes away leaves empty fields behind, not the last request.
 creEriParsedData::~creEriParsedData() {
-    cve = "";
-    cce = "";
+    cve.clear();
+    cce.clear();
     installedSuccessfully = false;
-    creId = "";
-    creText1 = "";
-    creText2 = "";
-    creText3 = "";
-    creText4 = "";
-    creText5 = "";
-    creText6 = "";
+    creId.clear();
+    creText1.clear();
+    creText2.clear();
+    creText3.clear();
+    creText4.clear();
+    creText5.clear();
+    creText6.clear();
     creFlag = false;
 }
 

@@ -10,12 +10,12 @@ parseOnlyMetadata& parseOnlyMetadata::operator=(parseOnlyMetadata&& other) noexc
 
 // Deliberate: a record that goes away leaves empty fields behind, not the last request.
 parseOnlyMetadata::~parseOnlyMetadata() {
-    metaText1 = "";
-    metaText2 = "";
-    metaText3 = "";
-    metaText4 = "";
-    metaText5 = "";
-    metaText6 = "";
+    metaText1.clear();
+    metaText2.clear();
+    metaText3.clear();
+    metaText4.clear();
+    metaText5.clear();
+    metaText6.clear();
     parsingFailed = false;
     metaFlag = false;
     metaCount = 0;

@@ -10,17 +10,17 @@ parsedEriData& parsedEriData::operator=(parsedEriData&& other) noexcept = defaul
 
 // Deliberate: a record that goes away leaves empty fields behind, not the last request.
 parsedEriData::~parsedEriData() {
-    eriId = "";
-    eriText1 = "";
-    productCpe = "";
-    eriText2 = "";
-    operationImpact = "";
-    instructions = "";
-    patchId = "";
-    mskbId = "";
-    patchSize = "";
-    silentModeCmd = "";
-    md5sum = "";
+    eriId.clear();
+    eriText1.clear();
+    productCpe.clear();
+    eriText2.clear();
+    operationImpact.clear();
+    instructions.clear();
+    patchId.clear();
+    mskbId.clear();
+    patchSize.clear();
+    silentModeCmd.clear();
+    md5sum.clear();
     reboot = false;
 }
 

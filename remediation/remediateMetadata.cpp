@@ -10,11 +10,11 @@ remediateMetadata& remediateMetadata::operator=(remediateMetadata&& other) noexc
 
 // Deliberate: a record that goes away leaves empty fields behind, not the last request.
 remediateMetadata::~remediateMetadata() {
-    cveOrCceId = "";
-    combinedCpes = "";
-    productCpe = "";
-    platformCpe = "";
-    packageName = "";
+    cveOrCceId.clear();
+    combinedCpes.clear();
+    productCpe.clear();
+    platformCpe.clear();
+    packageName.clear();
     creEriDataPresent = false;
     osRemediation = false;
 }
