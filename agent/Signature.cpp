@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <stdexcept>
 
 #include "agent/BundleManifest.h"
@@ -32,7 +33,7 @@ struct Releaser {
     }
 };
 using Bio = std::unique_ptr<BIO, Releaser<BIO_free>>;
-using Key = std::unique_ptr<EVP_PKEY, Releaser<EVP_PKEY_free>>;
+using Key = std::shared_ptr<EVP_PKEY>;
 using Certificate = std::unique_ptr<X509, Releaser<X509_free>>;
 using DigestContext = std::unique_ptr<EVP_MD_CTX, Releaser<EVP_MD_CTX_free>>;
 
@@ -47,6 +48,41 @@ Bio bioOver(const std::string& text) {
     return bio;
 }
 
+Key decodeKey(const std::string& pem) {
+    const Releaser<EVP_PKEY_free> release;
+    Key key(PEM_read_bio_PUBKEY(bioOver(pem).get(), nullptr, noPassPhrase, nullptr), release);
+    if (!key) {
+        const Certificate certificate(PEM_read_bio_X509(bioOver(pem).get(), nullptr, noPassPhrase, nullptr));
+        if (certificate) key.reset(X509_get_pubkey(certificate.get()), release);
+    }
+    ERR_clear_error();
+    return key;
+}
+
+/// The key that was used last: OpenSSL takes several times as long to decode one as to check a signature.
+class LastKey {
+  public:
+    static LastKey& instance() {
+        // Kept to the very end of the process: a run's thread may outlive main().
+        static LastKey& last = *new LastKey;
+        return last;
+    }
+
+    Key get(const std::string& pem) {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        if (!key_ || pem != pem_) {
+            key_ = decodeKey(pem);
+            pem_ = pem;
+        }
+        return key_;
+    }
+
+  private:
+    std::mutex mutex_;
+    std::string pem_;
+    Key key_;
+};
+
 Key readKey(const std::string& keyFile) {
     struct stat status {};
     if (::lstat(keyFile.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
@@ -55,13 +91,8 @@ Key readKey(const std::string& keyFile) {
             "everybody can write to the key file " + keyFile +
             ", so nothing is trusted; make sure of it and take that right away (chmod o-w)");
     }
-    const std::string pem = readBounded(keyFile, keyBytesLimit);
-    Key key(PEM_read_bio_PUBKEY(bioOver(pem).get(), nullptr, noPassPhrase, nullptr));
-    if (!key) {
-        const Certificate certificate(PEM_read_bio_X509(bioOver(pem).get(), nullptr, noPassPhrase, nullptr));
-        if (certificate) key.reset(X509_get_pubkey(certificate.get()));
-    }
-    ERR_clear_error();
+    // The file is read each time: a key that was exchanged holds at once.
+    Key key = LastKey::instance().get(readBounded(keyFile, keyBytesLimit));
     if (!key) throw std::runtime_error(keyFile + " holds neither a PEM public key nor a PEM certificate");
     return key;
 }

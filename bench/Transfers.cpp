@@ -1,12 +1,13 @@
-// Measures what the network path promises: how soon a cancelled run ends with a download in flight, and how
-// well a download keeps the rate asked for, beside curl's own limit. nginx on loopback serves the rate rows.
-// usage: zelor_bench_transfers [--smoke]
+// Measures what the network path promises.
+// usage: zelor_bench_transfers cancel TIMES
+//            from setCancelAllRem(true) to remDone with a download in flight, in seconds, one line for each
+//            time
+//        zelor_bench_transfers rate URL BYTES_PER_SECOND FILE
+//            how well a download keeps the rate, and how well curl does, which writes FILE: for each, how far
+//            the mean is off the rate and how far the fullest second is above it, in percent
 
-#include <arpa/inet.h>
-#include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -15,7 +16,8 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
-#include <cstring>
+#include <cstdlib>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -54,7 +56,6 @@ class Child {
     }
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
-    bool started() const { return pid_ > 0; }
     bool ended() {
         if (pid_ > 0 && waitpid(pid_, nullptr, WNOHANG) == pid_) pid_ = -1;
         return pid_ < 0;
@@ -63,41 +64,6 @@ class Child {
   private:
     pid_t pid_ = -1;
 };
-
-int freePort() {
-    const int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    auto* generic = reinterpret_cast<sockaddr*>(&address);
-    const bool bound = bind(fd, generic, size) == 0 && getsockname(fd, generic, &size) == 0;
-    close(fd);
-    if (!bound) throw std::runtime_error("no free port");
-    return ntohs(address.sin_port);
-}
-
-std::string nginxConfiguration(const std::string& dir, int port) {
-    std::string temporary;
-    for (const char* kind : {"client_body", "proxy", "fastcgi", "uwsgi", "scgi"}) {
-        temporary += std::string(kind) + "_temp_path " + dir + "/" + kind + ";";
-    }
-    return "daemon off; worker_processes 1; pid " + dir + "/pid; error_log " + dir + "/error crit;" +
-           (getuid() == 0 ? "user root;" : "") + "events {} http { access_log off; " + temporary +
-           " server { listen 127.0.0.1:" + std::to_string(port) + "; root " + dir + "/www; } }";
-}
-
-void waitForFile(const std::string& url) {
-    zelor::HttpClient client;
-    for (int i = 0; i < 200; ++i) {
-        zelor::HttpRequest request;
-        request.url = url;
-        request.onHead = [](const zelor::HttpHead&) { return false; };
-        if (client.perform(request).head.status == 200) return;
-        std::this_thread::sleep_for(std::chrono::milliseconds(25));
-    }
-    throw std::runtime_error("nginx does not answer at " + url);
-}
 
 struct RateKept {
     double mean = 0;         ///< off the rate asked for, in percent
@@ -158,28 +124,10 @@ RateKept curlRate(const std::string& url, double rate, const std::string& out) {
     return watch(rate, size, [&curl] { return curl.ended(); });
 }
 
-void rateTable(double seconds) {
-    TempDir dir;
-    const int port = freePort();
-    boost::filesystem::create_directories(dir.path() / "www");
-    zelor::test::writeFile(dir / "nginx.conf", nginxConfiguration(dir.path().string(), port));
-    Child nginx({"/usr/sbin/nginx", "-p", dir.path().string(), "-c", dir / "nginx.conf"});
-    std::printf("\nrate kept over %.0f s: mean, and the fullest second, against the rate asked for\n",
-                seconds);
-    std::printf("%-12s %10s %10s %12s %12s\n", "rate", "ours mean", "ours peak", "curl mean", "curl peak");
-    for (const double kilobytes : {256.0, 1024.0, 5120.0, 20480.0}) {
-        const double rate = kilobytes * 1024;
-        const std::string name = std::to_string(static_cast<int>(kilobytes));
-        zelor::test::writeFile(dir / ("www/" + name),
-                               std::string(static_cast<std::size_t>(rate * seconds), 'r'));
-        const std::string url = "http://127.0.0.1:" + std::to_string(port) + "/" + name;
-        waitForFile(url);
-        const RateKept ours = ourRate(url, rate);
-        const RateKept curl = curlRate(url, rate, dir / "curl.out");
-        std::printf("%6s KB/s  %+9.2f%% %+9.1f%% %+11.2f%% %+11.1f%%\n", name.c_str(), ours.mean,
-                    ours.worstWindow, curl.mean, curl.worstWindow);
-        std::fflush(stdout);
-    }
+void rate(const std::string& url, double rate, const std::string& curlOut) {
+    const RateKept ours = ourRate(url, rate);
+    const RateKept curl = curlRate(url, rate, curlOut);
+    std::printf("%.3f %.3f %.3f %.3f\n", ours.mean, ours.worstWindow, curl.mean, curl.worstWindow);
 }
 
 double cancelOnce(Road& road) {
@@ -205,30 +153,32 @@ double cancelOnce(Road& road) {
     return seconds;
 }
 
-void cancelTable(int times) {
+void cancel(int times) {
     Road road;
     road.addContent("CCE-1", "large.sh");
     road.addArchive("large", std::string(std::size_t{64} << 20, 'x'));
-    std::vector<double> seconds;
     for (int i = 0; i < times; ++i) {
         zelor::ServerFault slow;
         slow.bytesPerSecond = 4 << 20;
         road.addFault("/patches/large.zip", slow);
-        seconds.push_back(cancelOnce(road));
+        std::printf("%.6f\n", cancelOnce(road));
     }
-    std::sort(seconds.begin(), seconds.end());
-    std::printf(
-        "\nsetCancelAllRem(true) to remDone, download in flight, %d times: median %.1f ms, worst %.1f ms\n",
-        times, seconds[seconds.size() / 2] * 1000, seconds.back() * 1000);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    const bool smoke = argc > 1 && std::strcmp(argv[1], "--smoke") == 0;
+    const std::string work = argc > 1 ? argv[1] : "";
     try {
-        cancelTable(smoke ? 3 : 50);
-        rateTable(smoke ? 1 : 11);
+        if (work == "cancel" && argc == 3) {
+            cancel(std::atoi(argv[2]));
+        } else if (work == "rate" && argc == 5) {
+            rate(argv[2], std::atof(argv[3]), argv[4]);
+        } else {
+            std::fprintf(stderr,
+                         "usage: zelor_bench_transfers cancel TIMES | rate URL BYTES_PER_SECOND FILE\n");
+            return 2;
+        }
     } catch (const std::exception& problem) {
         std::fprintf(stderr, "zelor_bench_transfers: %s\n", problem.what());
         return 1;

@@ -1,0 +1,105 @@
+#!/usr/bin/env python3
+"""Runs the benchmarks, prints one table and writes JSON; see docs/performance.md."""
+import argparse
+import json
+import os
+import platform
+import sys
+import time
+from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).parent))
+sys.dont_write_bytecode = True
+
+from ground import Ground
+from measure import BenchError, Noise
+from rows import ROWS, measure
+
+HEADINGS = ('row', 'work', 'unit', 'ours', 'other', 'limit', 'ratio', 'aim', 'verdict')
+
+
+def machine():
+    cpu = ''
+    if os.path.exists('/proc/cpuinfo'):
+        names = [line.split(':')[1].strip() for line in open('/proc/cpuinfo') if line.startswith('model name')]
+        cpu = names[0] if names else ''
+    memory = os.sysconf('SC_PAGE_SIZE') * os.sysconf('SC_PHYS_PAGES') / 2**30
+    return f'{os.cpu_count()} x {cpu or platform.machine()}, {memory:.0f} GiB, {platform.system()} {platform.release()}'
+
+
+def figure(sample, name=''):
+    if sample is None:
+        return '-'
+    spread = f' ±{sample.spread * 100:.0f}%' if len(sample.values) > 1 else ''
+    return f'{sample.median:,.4g}{spread}' + (f' ({name})' if name else '')
+
+
+def cells(row):
+    """One line for each aim; the figures stand on the first."""
+    for number, aim in enumerate(row.aims):
+        figures = (row.name, row.work, row.unit, figure(row.ours), figure(row.other, row.other_name),
+                   figure(row.limit, row.limit_name)) if number == 0 else ('',) * 6
+        yield (*figures, f'{aim["value"]:,.4g}', aim['aim'], aim['verdict'])
+
+
+def table(rows):
+    lines = [HEADINGS, *(line for row in rows for line in cells(row))]
+    widths = [max(len(line[column]) for line in lines) for column in range(len(HEADINGS))]
+    lines.insert(1, tuple('-' * width for width in widths))
+    return '\n'.join('| ' + ' | '.join(cell.ljust(width) for cell, width in zip(line, widths)) + ' |'
+                     for line in lines)
+
+
+def sample_json(sample, name=''):
+    if sample is None:
+        return None
+    return {'name': name, 'median': sample.median, 'spread': sample.spread, 'values': sample.values, **sample.detail}
+
+
+def as_json(rows, noise, seconds):
+    return {'machine': machine(), 'date': time.strftime('%Y-%m-%d %H:%M UTC', time.gmtime()),
+            'seconds': round(seconds), 'noise': round(noise.share, 4), 'too_noisy': noise.too_noisy,
+            'rows': [{'row': row.name, 'work': row.work, 'unit': row.unit, 'ours': sample_json(row.ours, 'zelor'),
+                      'other': sample_json(row.other, row.other_name), 'limit': sample_json(row.limit, row.limit_name),
+                      'aims': row.aims, 'detail': row.detail} for row in rows]}
+
+
+def arguments():
+    parser = argparse.ArgumentParser(prog='scripts/bench', description=__doc__)
+    parser.add_argument('rows', nargs='*', metavar='ROW', help=f'one of: {", ".join(ROWS)} (default: all)')
+    parser.add_argument('--smoke', action='store_true', help='a small run of each row, to see that it works')
+    parser.add_argument('--programs', required=True, help=argparse.SUPPRESS)
+    parser.add_argument('--json', metavar='FILE', help='where the figures go')
+    chosen = parser.parse_args()
+    unknown = [name for name in chosen.rows if name not in ROWS]
+    if unknown:
+        parser.error(f'no row {unknown[0]}; the rows are {", ".join(ROWS)}')
+    return chosen
+
+
+def main():
+    chosen = arguments()
+    began = time.monotonic()
+    noise = Noise()
+    rows = []
+    with Ground(chosen.programs, chosen.smoke) as ground:
+        for name in chosen.rows or ROWS:
+            rows += measure(ground, name, noise)
+    print(table(rows))
+    verdicts = [aim['verdict'] for row in rows for aim in row.aims]
+    print(f'\n{sum(verdict.startswith("met") for verdict in verdicts)} of {len(verdicts)} aims met. {machine()}.')
+    if chosen.smoke:
+        print('A smoke run: too small for its figures to mean anything.')
+    elif noise.too_noisy:
+        print(f'The machine was too noisy to tell: the same arithmetic took up to {noise.share * 100:.0f} % more '
+              f'than at best (allowed: {noise.limit * 100:.0f} %). Run this with nothing else going on.')
+    if chosen.json:
+        Path(chosen.json).write_text(json.dumps(as_json(rows, noise, time.monotonic() - began), indent=1) + '\n')
+        print(f'Figures: {chosen.json}')
+
+
+if __name__ == '__main__':
+    try:
+        main()
+    except BenchError as problem:
+        sys.exit(f'scripts/bench: {problem}')
