@@ -154,24 +154,25 @@ void PartialFile::discard() {
     version_ = {};
 }
 
-bool PartialFile::moveTo(const std::string& destination, const std::function<bool()>& goOn) {
+bool PartialFile::moveTo(const std::string& destination, bool durable, const std::function<bool()>& goOn) {
     const std::string folder = folderOf(destination);
     if (!makeFolders(folder)) {
         throw std::runtime_error("cannot make the folder " + folder + ": " + errorText(errno));
     }
-    flush(file_, path_);
+    if (durable) flush(file_, path_);
     if (::renameat(folder_.get(), name_.c_str(), AT_FDCWD, destination.c_str()) != 0) {
         if (errno != EXDEV) fail("move to " + destination + " the file");
-        if (!copyTo(destination, goOn)) return false;
+        if (!copyTo(destination, durable, goOn)) return false;
         (void)::unlinkat(folder_.get(), name_.c_str(), 0);
     }
     // After a rename another process may have begun the file anew: its name is no longer ours to remove.
     (void)::unlinkat(folder_.get(), versionName_.c_str(), 0);
-    flushDirectory(folder);
+    if (durable) flushDirectory(folder);
     return true;
 }
 
-bool PartialFile::copyTo(const std::string& destination, const std::function<bool()>& goOn) const {
+bool PartialFile::copyTo(const std::string& destination, bool durable,
+                         const std::function<bool()>& goOn) const {
     const std::string temporary = destination + ".incoming";
     (void)::unlink(temporary.c_str());
     UniqueFd copy(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, fileMode));
@@ -190,7 +191,7 @@ bool PartialFile::copyTo(const std::string& destination, const std::function<boo
             write(copy, temporary, {buffer.data(), static_cast<std::size_t>(got)});
             done += static_cast<std::uint64_t>(got);
         }
-        flush(copy, temporary);
+        if (durable) flush(copy, temporary);
         if (!copy.close()) throw std::runtime_error("cannot write " + temporary + ": " + errorText(errno));
         if (::rename(temporary.c_str(), destination.c_str()) != 0)
             fail("move to " + destination + " the copy of");

@@ -40,16 +40,17 @@ class PartialFile {
     /// Removes the file and what is beside it.
     void discard();
 
-    /// Flushes the file and moves it to `destination`, over a file that is there; copies where a rename
-    /// cannot reach. False when `goOn`, asked between pieces of a copy, says no; the partial file stays then.
-    bool moveTo(const std::string& destination, const std::function<bool()>& goOn);
+    /// Moves the file to `destination`, over a file that is there; copies where a rename cannot reach.
+    /// `durable`: it is whole there even after a power loss. False when `goOn`, asked between pieces of a
+    /// copy, says no; the partial file stays then.
+    bool moveTo(const std::string& destination, bool durable, const std::function<bool()>& goOn);
 
   private:
     void openLocked();
     void readVersion();
     void writeVersion() const;
     void truncate(std::uint64_t size);
-    bool copyTo(const std::string& destination, const std::function<bool()>& goOn) const;
+    bool copyTo(const std::string& destination, bool durable, const std::function<bool()>& goOn) const;
     [[noreturn]] void fail(const std::string& what) const;
 
     UniqueFd folder_;

@@ -115,7 +115,8 @@ DownloadResult PatchDownload::fetchAndMove() {
             return step == Step::failed ? DownloadResult::failed : DownloadResult::interrupted;
         }
     }
-    return partial.moveTo(job_.destination, wanted) ? DownloadResult::done : DownloadResult::interrupted;
+    return partial.moveTo(job_.destination, job_.durable, wanted) ? DownloadResult::done
+                                                                  : DownloadResult::interrupted;
 }
 
 PatchDownload::Step PatchDownload::attempt() {

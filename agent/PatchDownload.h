@@ -25,6 +25,7 @@ struct DownloadJob {
     std::string partialFolder;
     std::string destination;
     std::uint64_t bytesPerSecond = 0;  ///< 0: as fast as it goes
+    bool durable = true;               ///< whole at its destination even after a power loss
 };
 
 enum class DownloadResult { done, failed, interrupted };

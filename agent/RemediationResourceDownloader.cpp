@@ -60,6 +60,8 @@ int RemediationResourceDownloader::getResource(std::string stem, std::string& ar
     try {
         zelor::DownloadJob job = jobFor(stem, archivePath, installPath);
         if (rateLimited) job.bytesPerSecond = std::max(bytesPerSecond, leastRate);
+        // What is buffered has to last; what a run fetches is unpacked, checked and removed by that run.
+        job.durable = rateLimited;
         const auto client = clients().lend();
         switch (zelor::PatchDownload(std::move(job), {}, *client).run()) {
             case zelor::DownloadResult::done:
