@@ -50,4 +50,8 @@ std::size_t HeapMeter::peak() {
     return static_cast<std::size_t>(most.load());
 }
 
+void HeapMeter::release() {
+    malloc_trim(0);
+}
+
 }  // namespace zelor::bench

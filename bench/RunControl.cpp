@@ -255,6 +255,7 @@ void measure(benchmark::State& state, const Prepare& prepare, int count) {
     for ([[maybe_unused]] const auto _ : state) {
         const Work work = prepare(count);
         measuredEnd = {};
+        HeapMeter::release();
         const auto start = Clock::now();
         zelor_bench_measured(work);
         const auto end = measuredEnd == Clock::time_point() ? Clock::now() : measuredEnd;

@@ -12,8 +12,10 @@ sys.path.insert(0, str(Path(__file__).parent))
 sys.dont_write_bytecode = True
 
 from ground import Ground
-from measure import BenchError, Noise
+from measure import BenchError, MissingTool, Noise
 from rows import ROWS, measure
+
+SKIPPED = 77  # what ctest takes for a test that cannot run here
 
 HEADINGS = ('row', 'work', 'unit', 'ours', 'other', 'limit', 'ratio', 'aim', 'verdict')
 
@@ -101,5 +103,8 @@ def main():
 if __name__ == '__main__':
     try:
         main()
+    except MissingTool as problem:
+        print(f'scripts/bench: {problem}', file=sys.stderr)
+        sys.exit(SKIPPED)
     except BenchError as problem:
         sys.exit(f'scripts/bench: {problem}')

@@ -12,6 +12,10 @@ class BenchError(Exception):
     """Says what is wrong and what to do about it."""
 
 
+class MissingTool(BenchError):
+    """A program that a row compares with is not here."""
+
+
 @dataclass
 class Sample:
     """Figures of one side of a row, in the row's unit."""
@@ -55,7 +59,7 @@ class Side:
 def tool(name):
     found = shutil.which(name, path=os.environ['PATH'] + ':/usr/sbin:/sbin')
     if not found:
-        raise BenchError(f'{name} is not installed; run scripts/setup --bench')
+        raise MissingTool(f'{name} is not installed; run scripts/setup --bench')
     return found
 
 

@@ -2,6 +2,8 @@
 #include <utility>
 
 #include "platform/Log.h"
+#include "remediation/NearbyKey.h"
+#include "remediation/ProgressTable.h"
 #include "remediation/RemediationManager.h"
 #include "remediation/RequestParsing.h"
 
@@ -16,6 +18,7 @@ void RemediationManager::setCancelAllRem(bool cancel) {
 void RemediationManager::setCancelRemMap(std::map<std::string, std::string> requests) {
     const boost::unique_lock<boost::mutex> lock(thread_mutex);
     cancelRemMap = std::move(requests);
+    cancelledKey->forget();
     hasSingleCancels = !cancelRemMap.empty();
     checkAllForCancel = !cancelRemMap.empty();
     if (cancelRemMap.count(currentRemId) != 0) terminateKillableThreads();
@@ -50,19 +53,19 @@ void RemediationManager::setAbortedRemStatusToAborted() {
     }
     if (all) {
         for (const auto& cancelled : cancelRemMap) {
-            if (hasProgress(zelor::progressKey(cancelled.first)))
+            if (progressTable->find(zelor::progressKey(cancelled.first)))
                 insertRemProgressInMap(cancelled.first, REM_ABORTED);
         }
         return;
     }
     for (const std::string& key : written) {
-        if (cancelRemMap.count(key) != 0) insertRemProgressInMap(key, REM_ABORTED);
+        if (cancelledKey->find(cancelRemMap, key) != cancelRemMap.end()) recordProgress(key, REM_ABORTED);
     }
 }
 
 bool RemediationManager::isCancelled(const std::string& key) {
     const boost::unique_lock<boost::mutex> lock(thread_mutex);
-    return cancelRemMap.count(key) != 0;
+    return cancelledKey->find(cancelRemMap, key) != cancelRemMap.end();
 }
 
 bool RemediationManager::isAborted(const std::string& key) {

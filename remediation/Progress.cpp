@@ -2,7 +2,7 @@
 #include <utility>
 
 #include "platform/Log.h"
-#include "remediation/ProgressSnapshot.h"
+#include "remediation/ProgressTable.h"
 #include "remediation/RecordAccess.h"
 #include "remediation/RemediationManager.h"
 #include "remediation/RequestParsing.h"
@@ -22,36 +22,11 @@ bool isFinal(unsigned long value) {
 }  // namespace
 
 std::map<std::string, unsigned long> RemediationManager::getRemediationProgressMap() {
-    return progressSnapshot->get(remediationProgressMap, progressMapMutex);
+    return progressTable->copy();
 }
 
 void RemediationManager::setRemediationProgressMap(std::map<std::string, unsigned long> progress) {
-    progressSnapshot->replace(remediationProgressMap, progressMapMutex, progress);
-}
-
-void RemediationManager::storeProgress(const std::string& mapKey, unsigned long value) {
-    const boost::unique_lock<boost::mutex> lock(progressMapMutex);
-    const auto [entry, isNew] = remediationProgressMap.try_emplace(mapKey, value);
-    if (!isNew && entry->second == value) return;
-    entry->second = value;
-    progressSnapshot->wrote(remediationProgressMap, *entry);
-}
-
-bool RemediationManager::hasProgress(const std::string& mapKey) const {
-    const boost::unique_lock<boost::mutex> lock(progressMapMutex);
-    return remediationProgressMap.count(mapKey) != 0;
-}
-
-bool RemediationManager::hasFinalProgress(const std::string& mapKey) const {
-    const boost::unique_lock<boost::mutex> lock(progressMapMutex);
-    const auto entry = remediationProgressMap.find(mapKey);
-    return entry != remediationProgressMap.end() && isFinal(entry->second);
-}
-
-bool RemediationManager::isPastInstalling(const std::string& mapKey) const {
-    const boost::unique_lock<boost::mutex> lock(progressMapMutex);
-    const auto entry = remediationProgressMap.find(mapKey);
-    return entry != remediationProgressMap.end() && entry->second > REM_INSTALLING;
+    progressTable->replace(std::move(progress));
 }
 
 void RemediationManager::insertRemProgressInMap(std::string key, REM_PROGRESS progress) {
@@ -68,12 +43,12 @@ void RemediationManager::recordProgress(const std::string& key, REM_PROGRESS pro
     const auto value = static_cast<unsigned long>(result);
     const boost::unique_lock<boost::mutex> lock(mutex);
     if (result != REM_ABORTED && hasSingleCancels && !checkAllForCancel) keysToCheckForCancel.push_back(key);
-    storeProgress(zelor::progressKey(key), value);
+    progressTable->store(zelor::progressKey(key), value);
     const auto [first, last] = removedDuplicateEriMap.equal_range(key);
     for (auto duplicate = first; duplicate != last; ++duplicate) {
         zlog::debug(" [Remediation Manager] Mapping the result for removed duplicate ERIs. Key cpe= '", key,
                     "'. Removed cpe= '", duplicate->second, "'. Result = ", value);
-        storeProgress(zelor::progressKey(duplicate->second), value);
+        progressTable->store(zelor::progressKey(duplicate->second), value);
     }
 }
 
@@ -128,7 +103,7 @@ void RemediationManager::setRemainingRemsStatusToFailed() {
         for (const remediateMetadata& row : *rows) {
             const boost::unique_lock<boost::mutex> lock(mutex);
             const std::string mapKey = zelor::progressKey(RecordAccess::combinedCpes(row));
-            if (!hasProgress(mapKey)) storeProgress(mapKey, REM_INTERNAL_FAILED);
+            if (!progressTable->find(mapKey)) progressTable->store(mapKey, REM_INTERNAL_FAILED);
         }
     }
 }
@@ -146,5 +121,6 @@ void RemediationManager::setAllRemainingRemStatusToAborted() {
 
 // `mutex` is not held over both steps: the second takes it, and only the run's thread makes a value final.
 void RemediationManager::markUnlessFinal(const std::string& key, REM_PROGRESS progress) {
-    if (!hasFinalProgress(zelor::progressKey(key))) insertRemProgressInMap(key, progress);
+    const auto known = progressTable->find(zelor::progressKey(key));
+    if (!known || !isFinal(*known)) recordProgress(key, progress);
 }

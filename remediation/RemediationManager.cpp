@@ -8,7 +8,8 @@
 #include "platform/TrustedFolder.h"
 #include "platform/macos/MacPatchManager.h"
 #include "remediation/InstalledRecord.h"
-#include "remediation/ProgressSnapshot.h"
+#include "remediation/NearbyKey.h"
+#include "remediation/ProgressTable.h"
 
 namespace zlog = zelor::log;
 
@@ -30,7 +31,8 @@ RemediationManager::RemediationManager(std::string installPathArgument)
       installPath(Common::StripTrailingSeparators(installPathArgument)),
       macPatchManager(std::make_unique<MacPatchManager>()),
       bufferedPatchesFileName(kBufferedPatchesFileName),
-      progressSnapshot(std::make_unique<zelor::ProgressSnapshot>()),
+      progressTable(std::make_unique<zelor::ProgressTable>(remediationProgressMap)),
+      cancelledKey(std::make_unique<zelor::NearbyKey<std::map<std::string, std::string>>>()),
       installedRecord(std::make_unique<zelor::InstalledRecord>()) {}
 
 RemediationManager::~RemediationManager() {

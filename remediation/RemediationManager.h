@@ -22,7 +22,9 @@
 class MacPatchManager;
 namespace zelor {
 class InstalledRecord;
-class ProgressSnapshot;
+template <class Map>
+class NearbyKey;
+class ProgressTable;
 }  // namespace zelor
 
 /// Remediates the findings of one request map.
@@ -213,10 +215,6 @@ class ZELOR_API RemediationManager {
     void resetInstalledPatchesFile();
 
     // Progress
-    void storeProgress(const std::string& mapKey, unsigned long value);
-    bool hasProgress(const std::string& mapKey) const;
-    bool hasFinalProgress(const std::string& mapKey) const;
-    bool isPastInstalling(const std::string& mapKey) const;
     void markUnlessFinal(const std::string& key, REM_PROGRESS progress);
     bool isCancelled(const std::string& key);
     bool isAborted(const std::string& key);
@@ -276,9 +274,10 @@ class ZELOR_API RemediationManager {
     std::string bufferedPatchesFileName;
     std::multimap<std::string, REM_PROGRESS> collectiveResultMap;
 
-    // Held for one access of remediationProgressMap alone, so that a poll never waits for a run's step.
-    mutable boost::mutex progressMapMutex;
-    std::unique_ptr<zelor::ProgressSnapshot> progressSnapshot;
+    // Holds remediationProgressMap: every access goes through it.
+    std::unique_ptr<zelor::ProgressTable> progressTable;
+    // Where cancelRemMap was looked at last; guarded by `thread_mutex`.
+    std::unique_ptr<zelor::NearbyKey<std::map<std::string, std::string>>> cancelledKey;
     // Rows with content that are no OS updates, per key: what the collective rule counts.
     std::unordered_map<std::string, std::size_t> collectiveCounts;
     // Keys written since the last look at the single cancels; kept only while there are any. Guarded by

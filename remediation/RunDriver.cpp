@@ -7,6 +7,7 @@
 #include "platform/Files.h"
 #include "platform/Log.h"
 #include "remediation/InstalledRecord.h"
+#include "remediation/ProgressTable.h"
 #include "remediation/RemediationManager.h"
 #include "remediation/RequestParsing.h"
 
@@ -137,7 +138,8 @@ void RemediationManager::endAfterException(const std::string& what) {
         for (const auto& request : getovalIdMap()) {
             const std::string mapKey = zelor::progressKey(request.first);
             const boost::unique_lock<boost::mutex> lock(mutex);
-            if (!isPastInstalling(mapKey)) storeProgress(mapKey, REM_INTERNAL_FAILED);
+            if (progressTable->find(mapKey).value_or(REM_QUEUED) <= REM_INSTALLING)
+                progressTable->store(mapKey, REM_INTERNAL_FAILED);
         }
         allRemFailed = true;
         emptyTheContentDirectory();

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <thread>
+
 #include "remediation/RemediationManager.h"
 #include "tests/library/FakeAgent.h"
 
@@ -120,6 +122,35 @@ TEST_F(ProgressMap, SingleCancelsMarkKnownRequestsAgainAndAgain) {
     insert("a", 3);
     manager.setAbortedRemStatusToAborted();
     EXPECT_EQ(value("a"), 3U) << "an empty map withdraws the cancels";
+}
+
+// A poll brings a copy of its own up to date, by the writes since the last one or, when they are many, anew.
+TEST_F(ProgressMap, EveryPollShowsEveryWrite) {
+    Map expected;
+    unsigned random = 1;
+    for (int poll = 0; poll < 60; ++poll) {
+        if (poll == 30) manager.setRemediationProgressMap(expected = {{"another", 3}});
+        for (int write = 0; write < poll * poll % 200; ++write) {
+            random = random * 1103515245 + 12345;
+            const std::string key = "key " + std::to_string(random / 65536 % 20);
+            insert(key, static_cast<int>(expected[key] = random / 65536 % 3));
+        }
+        ASSERT_EQ(manager.getRemediationProgressMap(), expected) << poll;
+    }
+}
+
+TEST_F(ProgressMap, PollsGoOnWhileOthersWriteAndReplace) {
+    std::thread writer([&] {
+        for (int i = 0; i < 3000; ++i) {
+            if (i % 100 == 0) manager.setRemediationProgressMap({});
+            insert("key " + std::to_string(i % 70), i % 4);
+        }
+        insert("last", 3);
+    });
+    while (value("last") != 3)
+        std::this_thread::yield();
+    writer.join();
+    EXPECT_EQ(value("key 59"), 2999U % 4);
 }
 
 TEST_F(ProgressMap, IsACopyBothWays) {

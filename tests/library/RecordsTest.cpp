@@ -108,8 +108,12 @@ TEST_F(InstalledPatches, SeesWhatOthersDidToTheFile) {
     boost::filesystem::rename(agent.recordPath() + ".new", agent.recordPath());
     EXPECT_TRUE(applied({{"ERI-9", ""}}));
     EXPECT_FALSE(applied({{"ERI-1", ""}}));
-    boost::filesystem::remove(agent.recordPath());
+    writeFile(agent.recordPath(), "ERI-8\nERI-7\n");
+    boost::filesystem::last_write_time(agent.recordPath(), 1);
+    EXPECT_TRUE(applied({{"ERI-7", ""}})) << "another text of the same size in the same file";
     EXPECT_FALSE(applied({{"ERI-9", ""}}));
+    boost::filesystem::remove(agent.recordPath());
+    EXPECT_FALSE(applied({{"ERI-7", ""}}));
 }
 
 TEST_F(InstalledPatches, TheTrailSaysWhatWasAskedOncePerCall) {
