@@ -14,10 +14,14 @@ namespace zelor {
 
 UniqueFd openPrivateFolder(const std::string& path) {
     constexpr mode_t mode = 0700;
-    const auto slash = path.rfind('/');
-    if (slash != std::string::npos && slash != 0) (void)makeFolders(path.substr(0, slash));
-    (void)::mkdir(path.c_str(), mode);
-    UniqueFd folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    constexpr int flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+    UniqueFd folder(::open(path.c_str(), flags));
+    if (!folder.valid() && errno == ENOENT) {
+        const auto slash = path.rfind('/');
+        if (slash != std::string::npos && slash != 0) (void)makeFolders(path.substr(0, slash));
+        (void)::mkdir(path.c_str(), mode);
+        folder = UniqueFd(::open(path.c_str(), flags));
+    }
     struct stat status {};
     if (!folder.valid() || ::fstat(folder.get(), &status) != 0) {
         throw std::runtime_error("cannot use the folder " + path + ": " + errorText(errno));

@@ -74,7 +74,7 @@ class Ground:
         configuration.write_text(
             f'daemon off; worker_processes 1; pid {scratch}/pid; error_log {scratch}/error crit;'
             f'{"user root;" if os.getuid() == 0 else ""} events {{}} http {{ access_log off; {temporary}'
-            f'sendfile on; keepalive_requests 1000000; server {{ listen {self.port}; root {self.web}; }} }}')
+            f'sendfile on; tcp_nopush on; keepalive_requests 1000000; server {{ listen {self.port}; root {self.web}; }} }}')
         self.server = subprocess.Popen([tool('nginx'), '-p', str(scratch), '-c', str(configuration)],
                                        stdin=subprocess.DEVNULL)
         (self.web / 'ready').write_text('ready')
