@@ -52,6 +52,19 @@ def table(rows):
                      for line in lines)
 
 
+def summary(rows, noise, smoke):
+    verdicts = [aim['verdict'] for row in rows for aim in row.aims]
+    met = sum(verdict.startswith('met') for verdict in verdicts)
+    words = f'{met} of {len(verdicts)} aims met. {machine()}, {time.strftime("%Y-%m-%d", time.gmtime())}.'
+    if smoke:
+        return words + ' A smoke run: too small for its figures to mean anything.'
+    share = f'{noise.share * 100:.0f} %'
+    if noise.too_noisy:
+        return words + (f'\nThe machine was too noisy to tell: the same arithmetic took {share} more than at best '
+                        f'(allowed: {noise.limit * 100:.0f} %). Run this with nothing else going on.')
+    return words + f' The same arithmetic took {share} more than at best, which is quiet enough.'
+
+
 def sample_json(sample, name=''):
     if sample is None:
         return None
@@ -66,11 +79,22 @@ def as_json(rows, noise, seconds):
                       'aims': row.aims, 'detail': row.detail} for row in rows]}
 
 
+def keep(page, text):
+    """Puts the text between the page's marks."""
+    begin, end = '<!-- table -->\n', '<!-- end of table -->\n'
+    before, found, rest = page.read_text().partition(begin)
+    _, ended, after = rest.partition(end)
+    if not found or not ended:
+        raise BenchError(f'{page} has no place for the table: it lies between {begin.strip()} and {end.strip()}')
+    page.write_text(f'{before}{begin}\n{text}\n{end}{after}')
+
+
 def arguments():
     parser = argparse.ArgumentParser(prog='scripts/bench', description=__doc__)
     parser.add_argument('rows', nargs='*', metavar='ROW', help=f'one of: {", ".join(ROWS)} (default: all)')
     parser.add_argument('--smoke', action='store_true', help='a small run of each row, to see that it works')
     parser.add_argument('--programs', required=True, help=argparse.SUPPRESS)
+    parser.add_argument('--keep', metavar='PAGE', type=Path, help='the page whose table this run replaces')
     parser.add_argument('--json', metavar='FILE', help='where the figures go')
     chosen = parser.parse_args()
     unknown = [name for name in chosen.rows if name not in ROWS]
@@ -87,14 +111,10 @@ def main():
     with Ground(chosen.programs, chosen.smoke) as ground:
         for name in chosen.rows or ROWS:
             rows += measure(ground, name, noise)
-    print(table(rows))
-    verdicts = [aim['verdict'] for row in rows for aim in row.aims]
-    print(f'\n{sum(verdict.startswith("met") for verdict in verdicts)} of {len(verdicts)} aims met. {machine()}.')
-    if chosen.smoke:
-        print('A smoke run: too small for its figures to mean anything.')
-    elif noise.too_noisy:
-        print(f'The machine was too noisy to tell: the same arithmetic took up to {noise.share * 100:.0f} % more '
-              f'than at best (allowed: {noise.limit * 100:.0f} %). Run this with nothing else going on.')
+    text = f'{table(rows)}\n\n{summary(rows, noise, chosen.smoke)}\n'
+    print(text, end='')
+    if chosen.keep:
+        keep(chosen.keep, text)
     if chosen.json:
         Path(chosen.json).write_text(json.dumps(as_json(rows, noise, time.monotonic() - began), indent=1) + '\n')
         print(f'Figures: {chosen.json}')
