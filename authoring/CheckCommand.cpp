@@ -26,8 +26,9 @@ void printText(const CheckReport& report) {
     std::size_t errors = 0;
     for (const Finding& finding : report.findings)
         errors += finding.severity == Severity::error ? 1 : 0;
-    std::cout << findingsText(report.findings) << report.entries << " entries, " << report.patches
-              << " patches: " << errors << " errors, " << report.findings.size() - errors << " warnings\n";
+    std::cout << findingsText(report.findings) << amount(report.entries, "entry", "entries") << ", "
+              << amount(report.patches, "patch", "patches") << ": " << amount(errors, "error", "errors")
+              << ", " << amount(report.findings.size() - errors, "warning", "warnings") << '\n';
 }
 
 }  // namespace

@@ -15,6 +15,10 @@ std::string printable(std::string text) {
     return text;
 }
 
+std::string amount(std::size_t count, const std::string& one, const std::string& many) {
+    return std::to_string(count) + ' ' + (count == 1 ? one : many);
+}
+
 bool anyError(const Findings& findings) {
     return std::any_of(findings.begin(), findings.end(),
                        [](const Finding& finding) { return finding.severity == Severity::error; });

@@ -10,9 +10,8 @@ namespace zelor {
 
 namespace {
 
-std::string counted(const char* what, std::size_t all, std::size_t written, std::size_t gone,
-                    const char* how) {
-    std::string text = std::to_string(all) + what + " (" + std::to_string(written) + " written";
+std::string written(const std::string& all, std::size_t count, std::size_t gone, const char* how) {
+    std::string text = all + " (" + std::to_string(count) + " written";
     if (gone != 0) text += ", " + std::to_string(gone) + how;
     return text + ')';
 }
@@ -34,11 +33,11 @@ int runPublish(const PublishOptions& options) {
                                   options.only, options.prune};
     const PublishSummary summary = publish(std::move(manifest), key, publication,
                                            [](const std::string& line) { std::cout << line << std::endl; });
-    std::cout << counted(" entries", summary.entries, summary.entriesWritten, summary.entriesWithdrawn,
-                         " withdrawn")
+    std::cout << written(amount(summary.entries, "entry", "entries"), summary.entriesWritten,
+                         summary.entriesWithdrawn, " withdrawn")
               << ", "
-              << counted(" patches", summary.patches, summary.patchesWritten, summary.patchesRemoved,
-                         " removed")
+              << written(amount(summary.patches, "patch", "patches"), summary.patchesWritten,
+                         summary.patchesRemoved, " removed")
               << '\n';
     return exitStatus::good;
 }

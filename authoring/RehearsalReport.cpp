@@ -3,11 +3,13 @@
 #include <boost/filesystem.hpp>
 #include <fstream>
 #include <list>
+#include <optional>
 #include <vector>
 
 #include "authoring/Finding.h"
 #include "authoring/PublishState.h"
 #include "platform/Strings.h"
+#include "remediation/PatchName.h"
 
 namespace zelor {
 
@@ -40,7 +42,10 @@ std::string packageName(const ContentEntry& entry, const ContentCre& cre) {
             parts.back() += letter == '_' ? ' ' : letter;
     }
     constexpr std::size_t vendorAt = 2;
-    if (parts.size() <= vendorAt + 1) return entry.identifier;
+    if (parts.size() <= vendorAt + 1) {
+        const auto name = cre.eris.empty() ? std::nullopt : splitAtLastDot(cre.eris.front().patchId);
+        return name ? name->stem : entry.identifier;
+    }
     return parts[vendorAt] + ' ' + parts[vendorAt + 1];
 }
 

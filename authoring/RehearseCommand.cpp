@@ -62,7 +62,11 @@ class Rehearsal {
             tellChanges(diskChanges(before, diskState(mac.root()), shownChanges));
             if (status != 0) tellLogs(mac);
         }
-        if (options_.keep) keep(mac, server.port());
+        if (options_.keep) {
+            keep(mac, server.port());
+        } else {
+            std::cout << "What is in " << scratch_.path() << " is removed now; --keep leaves it there.\n";
+        }
         const bool told = status == 0 || status == exitStatus::interrupted || status == exitStatus::unusable;
         return told ? status : exitStatus::failed;
     }
@@ -84,8 +88,8 @@ class Rehearsal {
                     [this](const std::string&) { relay_.requireNone(); });
         const std::string publicKey = scratch_.path() + "/repository.pem";
         replaceFile(publicKey, key_.publicPem());
-        std::cout << "Published " << identifier_ << " with " << summary.patches
-                  << (summary.patches == 1 ? " patch" : " patches") << ", signed for this rehearsal alone\n"
+        std::cout << "Published " << identifier_ << " with " << amount(summary.patches, "patch", "patches")
+                  << ", signed for this rehearsal alone\n"
                   << findingsText(checkRepository(repository_, publicKey).findings);
     }
 
