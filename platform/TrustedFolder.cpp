@@ -16,9 +16,15 @@ namespace zelor {
 
 namespace {
 
+constexpr char noName[] = "it has no name; set one";
+
 /// Absolute, without separators and "." at the end, through which a link would be followed.
 std::string plainPath(const std::string& path) {
-    std::string plain = boost::filesystem::absolute(path).string();
+    std::string plain = path;
+    if (!hasBeginning(path, "/")) {
+        boost::system::error_code error;
+        plain = boost::filesystem::current_path(error).string() + "/" + path;
+    }
     while (plain.size() > 1 && (plain.back() == '/' || hasEnding(plain, "/.")))
         plain.pop_back();
     return plain;
@@ -82,12 +88,14 @@ std::string cannotMake(const std::string& path) {
 }  // namespace
 
 std::string folderProblem(const std::string& path) {
+    if (path.empty()) return noName;
     const std::string plain = plainPath(path);
     std::string problem = problemOnTheWay(plain);
     return problem.empty() ? problemOfFolder(plain) : problem;
 }
 
 std::string prepareFolder(const std::string& path) {
+    if (path.empty()) return noName;
     const std::string plain = plainPath(path);
     std::string problem = problemOnTheWay(plain);
     if (!problem.empty()) return problem;

@@ -111,6 +111,28 @@ class HostileTexts : public testing::Test {
                                   .finish());
     }
 
+    /// A content directory, and a system root, of any name serve like others.
+    void expectToWorkIn(const std::string& folder) {
+        road.addScript("CCE-1", "one", "exit 0");
+        road.addContent("CVE-2", "two.pkg");
+        road.addArchive("two",
+                        ArchiveBuilder().file("two.pkg", "x").file("two.sig", road.key.sign("x")).finish());
+        fs::remove(words);
+        const auto results = road.run({{"1||", "CCE-1"}, {"2||", "CVE-2"}}, folder);
+        EXPECT_EQ(results, (Road::Map{{"1||", 4}, {"2||", 4}})) << folder;
+        std::string shown = folder;
+        std::replace(shown.begin(), shown.end(), '\n', '~');
+        EXPECT_EQ(readFile(words), "-pkg\n" + shown + "/two.pkg\n-target\n/\n");
+        fs::remove(road.dir / "var/log/zelor/ZelorInstalledPatches.txt");
+        fs::remove(words);
+        setSystemRoot(folder);
+        MacPatchManager().dmgInstallation("x.dmg", "x");
+        setSystemRoot(road.dir.path().string());
+        EXPECT_NE(readFile(words).find("-mountPoint\n" + shown + "/var/zelor/mountpoint\nx.dmg\n"),
+                  std::string::npos)
+            << readFile(words);
+    }
+
     /// Nothing ran, nothing left its place, no line of the log is another's.
     void expectUntouched(const std::string& where) {
         EXPECT_FALSE(fs::exists(canary)) << where;
@@ -256,7 +278,9 @@ TEST_F(HostileTexts, InWhatToolsPrintAndInPaths) {
             manager.appInstaller(bundle);
         }
         if (namesAFile(text)) manager.applyConfig(bundle + "/" + text);
-        if (namesAFile(text)) fs::remove_all(bundle);
+        if (namesAFile(text)) expectToWorkIn(odd + "/" + text);
+        fs::remove_all(odd);  // from here on the working directory is one that is gone
+        fs::create_directory(odd);
         expectUntouched("path or output " + text);
     }
 }
