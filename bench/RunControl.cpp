@@ -8,7 +8,6 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -49,7 +48,6 @@ using zelor::bench::HeapMeter;
 
 constexpr int kDistinctContents = 1000;
 constexpr int kRemediationsPerCpe = 2;
-constexpr int kWritePasses = 20;
 constexpr std::chrono::milliseconds kPollInterval{100};
 const char* const kRecord = "var/log/zelor/ZelorInstalledPatches.txt";
 
@@ -208,32 +206,18 @@ Work prepareApplied(int count) {
     };
 }
 
-/// Many writes into a map of `count` entries, with or without a poll ten times a second from another thread.
-Work prepareWrites(int count, bool polled) {
-    const std::shared_ptr<RemediationManager> manager = ground().manager({});
-    auto keys = std::make_shared<std::vector<std::string>>();
-    for (int i = 0; i < count; ++i)
-        keys->push_back(keyOf(i));
-    const auto writeAll = [manager, keys](RemediationManager::REM_PROGRESS value) {
-        for (const std::string& key : *keys)
-            manager->insertRemProgressInMap(key, value);
-    };
-    writeAll(RemediationManager::REM_QUEUED);
-    return [manager, writeAll, polled] {
-        std::atomic<bool> ended{false};
+/// A run with a poll ten times a second from another thread.
+Work preparePolledRun(int count) {
+    const std::shared_ptr<RemediationManager> manager = ground().manager(requestsFor(count));
+    return [manager] {
         std::thread poller([&] {
-            auto next = Clock::now();
-            while (polled && !ended) {
+            for (auto next = Clock::now(); !manager->getRemDone(); std::this_thread::sleep_until(next)) {
                 benchmark::DoNotOptimize(manager->getRemediationProgressMap());
                 next += kPollInterval;
-                std::this_thread::sleep_until(next);
             }
         });
-        for (int pass = 0; pass < kWritePasses; ++pass)
-            writeAll(pass % 2 == 0 ? RemediationManager::REM_DOWNLOADING
-                                   : RemediationManager::REM_INSTALLING);
+        manager->concertedRemediationStart();
         measuredEnd = Clock::now();
-        ended = true;
         poller.join();
     };
 }
@@ -246,8 +230,7 @@ const std::map<std::string, Prepare>& works() {
         {"collective", [](int count) { return prepareCollective(count, {}); }},
         {"collective_tenth_cancelled", [](int count) { return prepareCollective(count, tenthOf(count)); }},
         {"applied", prepareApplied},
-        {"writes", [](int count) { return prepareWrites(count, false); }},
-        {"writes_polled", [](int count) { return prepareWrites(count, true); }}};
+        {"run_polled", preparePolledRun}};
     return all;
 }
 
