@@ -30,7 +30,7 @@ std::string rehearsal(std::vector<std::string> words) {
 }  // namespace
 
 std::string siblingProgram(const std::string& name) {
-    const std::string path = (boost::dll::program_location().parent_path() / name).string();
+    std::string path = (boost::dll::program_location().parent_path() / name).string();
     if (fs::exists(path)) return path;
     throw UsageError(path + " is missing; a rehearsal needs the programs of one installation in one folder");
 }

@@ -1,4 +1,3 @@
-#include <boost/filesystem.hpp>
 #include <iostream>
 #include <nlohmann/json.hpp>
 
@@ -17,8 +16,6 @@
 namespace zelor {
 
 namespace {
-
-namespace fs = boost::filesystem;
 
 constexpr std::size_t shownChanges = 40;
 constexpr std::size_t shownLogLines = 12;
