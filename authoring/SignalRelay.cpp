@@ -52,6 +52,7 @@ std::vector<std::string> environmentWith(const std::vector<std::string>& variabl
 
 std::vector<char*> pointers(std::vector<std::string>& words) {
     std::vector<char*> result;
+    result.reserve(words.size() + 1);
     for (std::string& word : words)
         result.push_back(word.data());
     result.push_back(nullptr);
@@ -73,7 +74,7 @@ SignalRelay::~SignalRelay() {
         const std::lock_guard<std::mutex> lock(mutex_);
         ended_ = true;
     }
-    ::pthread_kill(thread_.native_handle(), SIGTERM);
+    ::pthread_kill(thread_.native_handle(), SIGWINCH);
     thread_.join();
     ::pthread_sigmask(SIG_SETMASK, &before_, nullptr);
 }
