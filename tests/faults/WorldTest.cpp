@@ -1,0 +1,208 @@
+// What the world around a run does to it: repositories, tools, folders, limits and clocks.
+
+#include <sys/file.h>
+
+#include <cstdio>
+#include <fstream>
+
+#include "platform/Files.h"
+#include "tests/faults/Rig.h"
+
+using zelor::ServerFault;
+using zelor::test::Ended;
+using zelor::test::readFile;
+using zelor::test::Rig;
+using zelor::test::writeFile;
+namespace fs = boost::filesystem;
+
+namespace {
+
+constexpr const char* fast = "ZELOR_CLOCK_FACTOR=100";
+constexpr const char* all = "";
+
+class World : public testing::Test {
+  protected:
+    World() { rig.reset(); }
+
+    /// One faulty run that has to end by itself with a reason, then one without the fault that installs all.
+    void survives(const std::string& name, const std::string& reason, const Ended& ended,
+                  bool recovers = true) {
+        EXPECT_TRUE(ended.inTime && ended.exit() >= 0 && ended.exit() <= 3)
+            << name << ended.status << ended.told;
+        EXPECT_NE((ended.told + rig.log()).find(reason), std::string::npos)
+            << name << ended.told << rig.log();
+        checkRecord(name);
+        rig.road.clearFaults();
+        if (recovers) {
+            const Ended next = rig.run("run");
+            EXPECT_EQ(next.exit(), 0) << "after " << name << next.told << rig.log();
+            EXPECT_EQ(rig.installed().size(), rig.keys().size()) << "after " << name;
+        }
+        checkRecord("after " + name);
+        ++tried;
+    }
+    void checkRecord(const std::string& name) {
+        const auto installed = rig.installed();
+        for (std::string line : Rig::lines(rig.record)) {
+            EXPECT_EQ(line.back(), '\n') << name;
+            line.pop_back();
+            EXPECT_EQ(installed.count(line), 1U) << name << ": " << line;
+        }
+    }
+    ~World() override {
+        std::printf("%-32s tried %4d survived %4d\n",
+                    testing::UnitTest::GetInstance()->current_test_info()->name(), tried,
+                    HasFailure() ? 0 : tried);
+    }
+
+    Rig rig;
+    int tried = 0;
+};
+
+ServerFault redirect(const std::string& target) {
+    ServerFault fault;
+    fault.status = 302;
+    fault.headers = {{"Location", target}};
+    return fault;
+}
+
+TEST_F(World, RepositoriesThatMisbehave) {
+    ServerFault stall, tooLong, tooShort, chunkedCut;
+    stall.stallAfter = 0;  // with any progress it would be tried again and again
+    tooLong.announcedLength = 1U << 30U;
+    tooShort.announcedLength = 10;
+    chunkedCut.withoutLength = true;
+    chunkedCut.dropAfter = 0;
+    const struct {
+        const char* name;
+        ServerFault fault;
+        const char* reason;
+    } rows[] = {{"stall", stall, "stalled"},
+                {"too long", tooLong, "cannot fetch"},
+                {"too short", tooShort, "not unpacked"},
+                {"cut without a length", chunkedCut, "cannot fetch"},
+                {"circle", redirect("/patches/second-.zip"), "more than 5 redirects"},
+                {"file", redirect("file:///etc/passwd"), "only http and https are fetched"},
+                {"nowhere", redirect("http://127.0.0.1:1/"), "cannot fetch"}};
+    for (const auto& row : rows) {
+        rig.reset();
+        for (int i = 0; i < 20; ++i)
+            rig.road.addFault("/patches/second-.zip", row.fault);
+        const Ended ended = rig.run("run", {fast});
+        EXPECT_EQ(ended.values.at("cpe:/o:b||"), 12U) << row.name << rig.log();
+        survives(row.name, row.reason, ended);
+    }
+}
+
+TEST_F(World, AConnectionThatBreaksAtEveryTenthByte) {
+    const auto size = fs::file_size(rig.road.dir.path() / "repo/patches/second-.zip");
+    for (std::uint64_t at = 0; at < size; at += 10) {
+        ServerFault cut;
+        cut.dropAfter = 10;  // of each answer: the next attempt goes on where this one stopped
+        rig.road.addFault("/patches/second-.zip", cut);
+    }
+    const Ended ended = rig.run("run", {"ZELOR_CLOCK_FACTOR=1000"});
+    EXPECT_EQ(ended.exit(), 0) << ended.told << rig.log();
+    EXPECT_GE(rig.road.countAnswers("GET /patches/second-.zip 206"), static_cast<int>(size / 10) - 2);
+    survives("cut", all, ended);
+}
+
+TEST_F(World, ToolsThatMisbehave) {
+    const struct {
+        const char* outcome;
+        const char* reason;
+        unsigned long value;
+    } rows[] = {{"hang", "Stopped at the limit of [Limits] CommandMinutes", 5},
+                {"flood", "The output had ", 4},
+                {"binary", all, 4},
+                {"signal", "remediation failed", 5},
+                {"fail", "failed. (The Installer", 5}};
+    rig.setUp("[Log]\nLevel = error\n[Limits]\nCommandMinutes = 10\n");
+    for (const auto& row : rows) {
+        rig.reset();
+        rig.mac({"fault", "--tools", rig.tools, "--package", "com.example.editor", row.outcome});
+        const Ended ended = rig.run("run", {fast});
+        EXPECT_EQ(ended.values.at("cpe:/a:example:editor||Editor"), row.value) << row.outcome << rig.log();
+        rig.mac({"fault", "--tools", rig.tools, "--package", "com.example.editor", "ok"});
+        survives(row.outcome, row.reason, ended);
+    }
+}
+
+TEST_F(World, LimitsOfTheProcess) {
+    const struct {
+        const char* limit;
+        std::vector<long> values;
+    } rows[] = {{"-n", {3, 5, 7, 8, 9, 10, 12, 16}},      // descriptors
+                {"-v", {60000, 110000, 150000, 250000}},  // KiB of memory
+                {"-f", {0, 1, 2, 4, 8}}};                 // KiB of a file
+    for (const auto& row : rows) {
+        for (const long value : row.values) {
+            rig.reset();
+            const std::string limit = std::string(row.limit) + " " + std::to_string(value);
+            const Ended ended =
+                rig.run("run", {},
+                        {"/bin/bash", "-c", "trap '' XFSZ; ulimit " + limit + " && exec \"$@\"", "limited"});
+            // The loader and the shell have words of their own for the tightest ones.
+            const bool began = ended.exit() >= 0 && ended.exit() <= 3;
+            EXPECT_TRUE(ended.inTime) << limit;
+            EXPECT_TRUE(began || ended.told.find("error") != std::string::npos ||
+                        ended.told.find("bad_alloc") != std::string::npos)
+                << limit << " " << ended.status << ended.told;
+            checkRecord(limit);
+            const Ended next = rig.run("run");
+            EXPECT_EQ(next.exit(), 0) << "after " << limit << next.told << rig.log();
+            checkRecord("after " + limit);
+            ++tried;
+        }
+    }
+}
+
+TEST_F(World, ClocksThatAreSetBack) {
+    for (const char* back : {"1 100000000", "20 86400", "40 1000000000"}) {
+        rig.reset();
+        const Ended ended = rig.run("run", {std::string("ZELOR_CLOCK_BACK=") + back});
+        EXPECT_EQ(ended.exit(), 0) << back << ended.told << rig.log();
+        survives(back, all, ended);
+    }
+}
+
+TEST_F(World, FoldersThatAreNotThere) {
+    for (const char* folder :
+         {"opt", "var/zelor/unzip", "var/zelor/buffer", "var/log", "var", "Applications"}) {
+        rig.reset();
+        fs::remove_all(rig.road.dir.path() / folder);
+        writeFile(rig.road.dir / folder, "a file in its place");
+        const Ended ended = rig.run("run");
+        EXPECT_NE(ended.exit(), 0) << folder;
+        fs::remove(rig.road.dir.path() / folder);
+        rig.reset();
+        survives(folder, all, ended);
+    }
+}
+
+// Held by a process that lives: refused. Held by one that died: no obstacle.
+TEST_F(World, TwoAtOnce) {
+    const std::string place = rig.road.dir / "var/zelor/unzip";
+    for (const char* command : {"run", "buffer"}) {
+        const zelor::UniqueFd held = zelor::openFile(place, O_RDONLY | O_DIRECTORY);
+        ASSERT_EQ(::flock(held.get(), LOCK_EX | LOCK_NB), 0);
+        const Ended second = rig.run(command);
+        EXPECT_EQ(second.exit(), 2) << second.told;
+        EXPECT_NE(second.told.find("another run or buffering job works at this place"), std::string::npos)
+            << second.told;
+        EXPECT_FALSE(fs::exists(rig.record));
+        ++tried;
+    }
+    const Ended killed = rig.run("run", {}, {"timeout", "-s", "KILL", "0.05"});
+    survives("a dead holder", all, killed.exit() < 0 || killed.exit() > 3 ? Ended{true, 0, "", {}} : killed);
+    // A link in place of the folder leads to the folder that is locked, wherever it is called from.
+    rig.reset();
+    fs::rename(place, rig.road.dir / "var/zelor/elsewhere");
+    fs::create_directory_symlink("elsewhere", place);
+    const zelor::UniqueFd held =
+        zelor::openFile(rig.road.dir / "var/zelor/elsewhere", O_RDONLY | O_DIRECTORY);
+    ASSERT_EQ(::flock(held.get(), LOCK_EX | LOCK_NB), 0);
+    EXPECT_EQ(rig.run("run").exit(), 2);
+}
+
+}  // namespace
