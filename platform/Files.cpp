@@ -80,7 +80,9 @@ bool appendLine(const std::string& path, const std::string& line) {
     UniqueFd fd = openFile(path, O_RDWR | O_APPEND | O_CREAT | O_NOFOLLOW);
     struct stat info {};
     if (!fd || fstat(fd.get(), &info) != 0) return false;
-    const bool insideLine = wholeLinesEnd(fd.get()) != info.st_size;
+    const off_t end = wholeLinesEnd(fd.get());
+    if (end < 0) return false;
+    const bool insideLine = end != info.st_size;
     if (writeAll(fd.get(), (insideLine ? "\n" : "") + line + "\n")) return fd.close();
     const int error = errno;
     // A full disk takes the beginning of a line, which could be another's whole.

@@ -1,5 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <set>
+#include <sstream>
+
 #include "tests/road/Road.h"
 
 using zelor::ServerFault;
@@ -86,6 +90,51 @@ TEST(RoadOfARequest, BuffersThenAppliesWithoutADownload) {
     EXPECT_EQ(road.countAnswers("/patches/"), 0);
     EXPECT_EQ(zelor::test::readFile(road.dir / "var/zelor/unzip/bufferdPatchesList.txt"), "");
     EXPECT_TRUE(boost::filesystem::is_empty(road.dir.path() / "var/zelor/buffer"));
+}
+
+// One record, one repository, one content cache; a content directory each. A buffering job works beside them.
+TEST(RoadOfARequest, SeveralManagersInOneProcess) {
+    Road road;
+    constexpr int kManagers = 4, kRequests = 5;
+    std::vector<std::unique_ptr<RemediationManager>> managers;
+    std::multiset<std::string> expected;
+    std::map<std::string, std::string> buffered;
+    for (int number = 0; number < kManagers; ++number) {
+        std::map<std::string, std::string> requests;
+        for (int i = 0; i < kRequests; ++i) {
+            const std::string name = std::to_string(number) + "-" + std::to_string(i);
+            road.addScript("CCE-" + name, "s" + name + "-", "exit 0");
+            requests[name + "||"] = "CCE-" + name;
+            expected.insert("ERI-CCE-" + name);
+            road.addContent("CCE-9" + name, "b" + name + "-.bsh");
+            road.addArchive("b" + name + "-", ArchiveBuilder().file("x", "").finish());
+            buffered[name + "||"] = "CCE-9" + name;
+        }
+        const std::string content = road.dir / ("content" + std::to_string(number));
+        boost::filesystem::create_directory(content);
+        boost::filesystem::permissions(content, boost::filesystem::owner_all);
+        managers.push_back(std::make_unique<RemediationManager>(road.dir / "opt"));
+        managers.back()->setContentDownloadDir(content);
+        managers.back()->setovalIdMap(requests);
+    }
+    RemediationManager job(road.dir / "opt");
+    boost::thread buffering([&] { job.bufferPatches(buffered); });
+    for (const auto& manager : managers)
+        manager->remediate(true);
+    for (const auto& manager : managers) {
+        while (!manager->getRemDone())
+            boost::this_thread::yield();
+        for (const auto& [key, value] : manager->getRemediationProgressMap())
+            EXPECT_EQ(value, 4U) << key << road.log();
+    }
+    buffering.join();
+    std::multiset<std::string> recorded;
+    std::istringstream record(road.record());
+    for (std::string line; std::getline(record, line);)
+        recorded.insert(line);
+    EXPECT_EQ(recorded, expected);
+    const std::string list = zelor::test::readFile(road.dir / "var/zelor/unzip/bufferdPatchesList.txt");
+    EXPECT_EQ(std::count(list.begin(), list.end(), '\n'), kManagers * kRequests) << list;
 }
 
 // Several getters polled from a controller's thread while the real agent works; the sanitizers watch.

@@ -218,8 +218,7 @@ class Soak {
 
     void process() {
         ++processes_;
-        const auto time =
-            random() % 3 == 0 ? "0." + std::to_string(100 + random() % 300) : std::string("60");
+        const auto time = random() % 3 == 0 ? "0." + std::to_string(100 + random() % 300) : std::string("60");
         const auto ended = rig_.run(random() % 2 == 0 ? "run" : "buffer", {},
                                     {"timeout", "-s", random() % 2 == 0 ? "KILL" : "INT", time});
         kills_ += time == "60" ? 0 : 1;
@@ -267,7 +266,7 @@ int main(int argc, char** argv) {
         samples.push_back(sample());
     }
     soak.report();
-    const bool memory = flat("memory (KiB)", samples, &Sample::rss, 0.03, 512);
+    const bool memory = flat("memory (KiB)", samples, &Sample::rss, 0.03, 1024);
     const bool descriptors = flat("descriptors", samples, &Sample::descriptors, 0, 0);
     const bool threads = flat("threads", samples, &Sample::threads, 0, 0);
     const bool children = flat("children", samples, &Sample::children, 0, 0);
