@@ -2,8 +2,8 @@
 
 #include "collaborators/CreCacher.h"
 #include "platform/Log.h"
-#include "platform/Strings.h"
 #include "platform/macos/MacPatchManager.h"
+#include "remediation/ContentRules.h"
 #include "remediation/InstallResult.h"
 #include "remediation/RecordAccess.h"
 #include "remediation/RemediationManager.h"
@@ -54,7 +54,7 @@ bool RemediationManager::fetchAndRunScripts(remediateMetadata& row, int& result,
     std::vector<parsedEriData>& blocks = RecordAccess::blocks(RecordAccess::creEriData(row));
     std::size_t next = 0;
     do {
-        if (blocks.empty() || !zelor::contains(RecordAccess::patchId(blocks[next]), ".")) {
+        if (blocks.empty() || !zelor::namesPatchFile(RecordAccess::patchId(blocks[next]))) {
             zlog::error("[Remediation Manager] (applyConfigs) Patch id is empty for cpe = '", key,
                         "' and CCE = '", row.getCveOrCceId(), "'");
             zlog::debug(

@@ -4,21 +4,13 @@
 #include "collaborators/CreCacher.h"
 #include "platform/Log.h"
 #include "platform/Strings.h"
+#include "remediation/ContentRules.h"
 #include "remediation/RecordAccess.h"
 #include "remediation/RemediationManager.h"
 
 namespace zlog = zelor::log;
 
 namespace {
-
-bool isOsRemediation(const std::vector<parsedEriData>& blocks) {
-    return std::any_of(blocks.begin(), blocks.end(), [](const parsedEriData& block) {
-        const std::string& product = RecordAccess::productCpe(block);
-        return (zelor::hasBeginningInAnyCase(product, "cpe:/a:apple") ||
-                zelor::hasBeginningInAnyCase(product, "cpe:/o:apple")) &&
-               zelor::hasBeginningInAnyCase(RecordAccess::instructions(block), "os remediation");
-    });
-}
 
 bool countsForCollectiveResult(const remediateMetadata& row) {
     return RecordAccess::creEriDataPresent(row) && !RecordAccess::osRemediation(row);
@@ -62,12 +54,12 @@ void RemediationManager::retrieveContent(remediateMetadata& row) {
     const bool present = !metadata.getParsingFailed();
     row.setCreEriDataPresent(present);
     if (!present) return;
-    row.setOsRemediation(isOsRemediation(blocks));
+    row.setOsRemediation(zelor::isOsRemediation(blocks));
     row.setcreEriData(std::move(entry));
 }
 
 bool RemediationManager::getOsRemediationFromCre(std::vector<parsedEriData> blocks) {
-    return isOsRemediation(blocks);
+    return zelor::isOsRemediation(blocks);
 }
 
 bool RemediationManager::refContainsPatchId(std::string reference) {

@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <utility>
@@ -14,6 +13,7 @@
 #include "platform/Log.h"
 #include "platform/Strings.h"
 #include "platform/SystemCalls.h"
+#include "remediation/ContentRules.h"
 #include "remediation/RecordAccess.h"
 #include "remediation/RemediationManager.h"
 
@@ -122,7 +122,6 @@ bool RemediationManager::verifyIfAlreadyAppliedRem(creEriParsedData& creEri) {
     if (installedRecord->empty()) return false;
     zlog::debug("[Remediation Manager] (verifyIfAlreadyAppliedRem) for creId = ", RecordAccess::creId(creEri),
                 " number of eris = ", RecordAccess::blocks(creEri).size());
-    const std::vector<std::string>& eriIds = RecordAccess::eriIds(creEri);
-    return std::any_of(eriIds.begin(), eriIds.end(),
-                       [this](const std::string& eriId) { return installedRecord->hasLine(eriId); });
+    return zelor::countsAsApplied(
+        creEri, [this](const std::string& eriId) { return installedRecord->hasLine(eriId); });
 }

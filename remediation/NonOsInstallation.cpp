@@ -3,8 +3,8 @@
 
 #include "collaborators/ConfigurationManager.h"
 #include "platform/Log.h"
-#include "platform/Strings.h"
 #include "platform/macos/MacPatchManager.h"
+#include "remediation/ContentRules.h"
 #include "remediation/InstallResult.h"
 #include "remediation/PatchName.h"
 #include "remediation/RecordAccess.h"
@@ -58,12 +58,13 @@ RemediationManager::Next RemediationManager::installNonOsRequest(remediateMetada
 RemediationManager::Next RemediationManager::installNonOsBlock(remediateMetadata& row,
                                                                creEriParsedData& entry,
                                                                parsedEriData& block) {
-    if (!RecordAccess::mskbId(block).empty()) return Next::block;  // a vendor patch of another platform
+    if (!zelor::isForThisPlatform(block)) return Next::block;
     const std::string& key = RecordAccess::combinedCpes(row);
     const std::string& patchId = RecordAccess::patchId(block);
     zlog::debug(" [Remediation Manager] (installNonOsPatches) Installing non-MS patch for CVE: ",
                 RecordAccess::cve(entry));
-    if (patchId.empty()) {
+    const zelor::PatchStep step = zelor::patchStep(block, [&] { return verifyIfAlreadyAppliedRem(entry); });
+    if (step == zelor::PatchStep::nameless) {
         zlog::error(
             " [Remediation Manager] (installNonOsPatches) No patchId (or empty patchId) present in CRE-ERI "
             "xml for cpe = "
@@ -76,7 +77,7 @@ RemediationManager::Next RemediationManager::installNonOsBlock(remediateMetadata
     int result = zelor::kInstallFailed;
     bool usedBufferedCopy = false;
     std::string path;
-    if (verifyIfAlreadyAppliedRem(entry)) {
+    if (step == zelor::PatchStep::applied) {
         zlog::debug(
             "[Remediation Manager] (installNonOsPatches) verifyIfAlreadyAppliedRem returned true for non-MS "
             "patch CVE "
@@ -85,7 +86,7 @@ RemediationManager::Next RemediationManager::installNonOsBlock(remediateMetadata
         insertRemProgressInMap(key, REM_SUCCESS);
         anyRemSucceeded = true;
         result = zelor::kInstalled;
-    } else if (!zelor::contains(patchId, ".")) {
+    } else if (step == zelor::PatchStep::misnamed) {
         zlog::debug(
             "[Remediation Manager] (installNonOsPatches) Patch name is not a valid patch .. Marking FAILED.");
         insertRemProgressInMap(key, REM_INVALID_REQUEST);
@@ -132,8 +133,7 @@ int RemediationManager::installNonOsFile(remediateMetadata& row, parsedEriData& 
     }
     zlog::debug(" [Remediation Manager] (installNonOsPatches) The patch file path: ", path);
     macPatchManager->setSilentModeOption(RecordAccess::silentModeCmd(block));
-    macPatchManager->setInstallOption(
-        zelor::contains(zelor::lowerCased(RecordAccess::instructions(block)), "using install option"));
+    macPatchManager->setInstallOption(zelor::usesBundleInstaller(block));
     zlog::debug(
         " [Remediation Manager] (installNonOsPatches) Installing in silent mode, third-party product patch "
         "= ",

@@ -1,9 +1,7 @@
-#include <algorithm>
-
 #include "collaborators/ConfigurationManager.h"
 #include "platform/Log.h"
-#include "platform/Strings.h"
 #include "platform/macos/MacPatchManager.h"
+#include "remediation/ContentRules.h"
 #include "remediation/RecordAccess.h"
 #include "remediation/RemediationManager.h"
 
@@ -24,7 +22,7 @@ void RemediationManager::installOsPatches() {
     zlog::debug(" [Remediation Manager]  Inside installOsPatches ");
     setAbortedRemStatusToAborted();
     const std::string type = ConfigurationManager::GetInstance("")->getVendorProductInstallationType();
-    if (zelor::lowerCased(type) == "interactive") {
+    if (!zelor::installsVendorUpdates(type)) {
         zlog::debug(
             " [Remediation Manager] (installOsPatches) Interactive mode installation. We do nothing in "
             "interactive mode "
@@ -77,7 +75,5 @@ bool RemediationManager::installOsRequest(remediateMetadata& row) {
 }
 
 bool RemediationManager::getRebootStatus(creEriParsedData& creEri) {
-    const std::vector<parsedEriData>& blocks = RecordAccess::blocks(creEri);
-    return std::any_of(blocks.begin(), blocks.end(),
-                       [](const parsedEriData& block) { return RecordAccess::reboot(block); });
+    return zelor::asksForReboot(creEri);
 }

@@ -1,6 +1,8 @@
 #include "remediation/PatchName.h"
 
 #include <boost/algorithm/string/replace.hpp>
+#include <string_view>
+#include <unordered_set>
 
 #include "platform/Strings.h"
 
@@ -34,6 +36,27 @@ std::string installerKind(const std::string& path) {
         if (contains(path, std::string(".") + kind)) return kind;
     }
     return "";
+}
+
+std::vector<std::pair<std::string, std::string>> containedNames(const std::set<std::string>& names) {
+    const std::unordered_set<std::string_view> known(names.begin(), names.end());
+    std::set<std::size_t> lengths;
+    for (const std::string& name : names)
+        lengths.insert(name.size());
+    std::vector<std::pair<std::string, std::string>> contained;
+    for (const std::string& name : names) {
+        std::set<std::string_view> inner;
+        for (const std::size_t length : lengths) {
+            if (length == 0 || length >= name.size()) continue;
+            for (std::size_t at = 0; at + length <= name.size(); ++at) {
+                const std::string_view part = std::string_view(name).substr(at, length);
+                if (known.count(part) != 0) inner.insert(part);
+            }
+        }
+        for (const std::string_view part : inner)
+            contained.emplace_back(name, part);
+    }
+    return contained;
 }
 
 }  // namespace zelor

@@ -1,7 +1,10 @@
 #pragma once
 
 #include <optional>
+#include <set>
 #include <string>
+#include <utility>
+#include <vector>
 
 /// Decisions on the names of patches and scripts.
 namespace zelor {
@@ -28,5 +31,9 @@ std::string signaturePath(const std::string& filePath, const std::string& extens
 
 /// "app", "pkg" or "dmg": the first of ".app", ".pkg", ".dmg" that occurs anywhere in the path; "" for none.
 std::string installerKind(const std::string& path);
+
+/// Names that contain another of the names, each with the one inside: the two share their fate in the
+/// buffered-patches list. In the order of the names.
+std::vector<std::pair<std::string, std::string>> containedNames(const std::set<std::string>& names);
 
 }  // namespace zelor

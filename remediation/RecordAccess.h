@@ -28,6 +28,7 @@ struct RecordAccess {
     static const std::string& operationImpact(const parsedEriData& eri) { return eri.operationImpact; }
     static const std::string& instructions(const parsedEriData& eri) { return eri.instructions; }
     static const std::string& patchId(const parsedEriData& eri) { return eri.patchId; }
+    static const std::string& mskbId(const parsedEriData& eri) { return eri.mskbId; }
     static const std::string& silentModeCmd(const parsedEriData& eri) { return eri.silentModeCmd; }
     static bool reboot(const parsedEriData& eri) { return eri.reboot; }
 
@@ -35,6 +36,7 @@ struct RecordAccess {
     static std::string& cce(creEriParsedData& cre) { return cre.cce; }
     static std::string& creId(creEriParsedData& cre) { return cre.creId; }
     static std::vector<std::string>& eriIds(creEriParsedData& cre) { return cre.eriIds; }
+    static const std::vector<std::string>& eriIds(const creEriParsedData& cre) { return cre.eriIds; }
     static std::vector<parsedEriData>& blocks(creEriParsedData& cre) { return cre.parsedEriDataBlocks; }
     static const std::vector<parsedEriData>& blocks(const creEriParsedData& cre) { return cre.parsedEriDataBlocks; }
 

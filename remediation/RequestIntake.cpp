@@ -34,7 +34,7 @@ void RemediationManager::parseRequest(const std::string& key, const std::string&
     const std::string trimmedKey = trimString(key);
     if (trimmedKey.empty()) return;
     const std::string id = trimString(identifier);
-    const bool configuration = stringHasBegining(id, "CCE-");
+    const bool configuration = zelor::isConfiguration(id);
     zelor::RequestKey request = zelor::parseRequestKey(trimmedKey, configuration);
     if (!configuration) {
         zlog::debug(" [Remediation Manager] (parseCreEriForSupersedesTrue) PackageName is   : ",
@@ -42,12 +42,13 @@ void RemediationManager::parseRequest(const std::string& key, const std::string&
     }
     zlog::debug(" [Remediation Manager] (parseCreEriForSupersedesTrue) Combined cpe is : ", key);
     zlog::debug(" [Remediation Manager] (parseCreEriForSupersedesTrue) CVE or CCE is   : ", id);
-    if (request.cpes.empty()) {
+    const zelor::CpeCount count = zelor::cpeCount(request);
+    if (count == zelor::CpeCount::none) {
         zlog::error(" [Remediation Manager] No CPEs given by UI for CVE/CCE :", id);
         insertRemProgressInMap(key, REM_INVALID_REQUEST);
         return;
     }
-    if (request.cpes.size() > 2) {
+    if (count == zelor::CpeCount::tooMany) {
         zlog::error(" [Remediation Manager] More than 2 CPEs given by UI for CVE/CCE :", id,
                     "and cpes are: ", trimmedKey);
         insertRemProgressInMap(key, REM_INVALID_REQUEST);

@@ -24,6 +24,15 @@ RequestKey parseRequestKey(const std::string& trimmedKey, bool configuration) {
     return request;
 }
 
+bool isConfiguration(const std::string& identifier) {
+    return hasBeginning(identifier, "CCE-");
+}
+
+CpeCount cpeCount(const RequestKey& request) {
+    if (request.cpes.empty()) return CpeCount::none;
+    return request.cpes.size() > 2 ? CpeCount::tooMany : CpeCount::usable;
+}
+
 RequestTarget requestTarget(const std::vector<std::string>& cpes, const std::string& defaultPlatformCpe,
                             const std::set<std::string>& specialCases) {
     RequestTarget target{defaultPlatformCpe, ""};

@@ -16,6 +16,13 @@ struct RequestKey {
     std::string packageName;        ///< empty for a configuration, or without "||"
 };
 
+/// True when the (trimmed) identifier asks for a configuration; else it asks for a patch.
+bool isConfiguration(const std::string& identifier);
+
+/// A request names one or two CPEs.
+enum class CpeCount { none, usable, tooMany };
+CpeCount cpeCount(const RequestKey& request);
+
 RequestKey parseRequestKey(const std::string& trimmedKey, bool configuration);
 
 /// The platform and product that the CPEs of a request name.

@@ -1,8 +1,5 @@
 #include "authoring/checks/NameChecks.h"
 
-#include <string_view>
-#include <unordered_set>
-
 #include "agent/ContentDocument.h"
 #include "platform/Strings.h"
 #include "remediation/PatchName.h"
@@ -80,27 +77,13 @@ Findings patchNameFindings(const std::string& place, const std::string& patchId,
 }
 
 Findings containmentFindings(const std::set<std::string>& patchIds) {
-    std::unordered_set<std::string_view> names(patchIds.begin(), patchIds.end());
-    std::set<std::size_t> lengths;
-    for (const std::string& name : patchIds)
-        lengths.insert(name.size());
     Findings findings;
-    for (const std::string& name : patchIds) {
-        std::set<std::string_view> inner;
-        for (const std::size_t length : lengths) {
-            if (length == 0 || length >= name.size()) continue;
-            for (std::size_t at = 0; at + length <= name.size(); ++at) {
-                const std::string_view part = std::string_view(name).substr(at, length);
-                if (names.count(part) != 0) inner.insert(part);
-            }
-        }
-        for (const std::string_view part : inner) {
-            findings.push_back(
-                {Severity::warning, "patch " + quoted(name),
-                 "its name contains that of patch " + quoted(std::string(part)) +
-                     ": once that one is buffered or installed, this one's buffered copy is forgotten",
-                 "rename one of the two, for example with its version"});
-        }
+    for (const auto& [name, inner] : containedNames(patchIds)) {
+        findings.push_back(
+            {Severity::warning, "patch " + quoted(name),
+             "its name contains that of patch " + quoted(inner) +
+                 ": once that one is buffered or installed, this one's buffered copy is forgotten",
+             "rename one of the two, for example with its version"});
     }
     return findings;
 }

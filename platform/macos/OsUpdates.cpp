@@ -1,5 +1,6 @@
 #include "platform/Log.h"
 #include "platform/Strings.h"
+#include "platform/macos/InstallCommands.h"
 #include "platform/macos/MacPatchManager.h"
 #include "platform/macos/UpdateSelection.h"
 
@@ -7,13 +8,8 @@ namespace zlog = zelor::log;
 
 namespace {
 
-std::string installCommand(const std::string& label) {
-    return "softwareupdate -i '" + zelor::insideSingleQuotes(label) + "' 2>&1";
-}
-
-/// softwareupdate would take such a label for an option.
-bool looksLikeAnOption(const std::string& label) {
-    if (!zelor::hasBeginning(label, "-")) return false;
+bool isRefused(const std::string& label) {
+    if (!zelor::looksLikeAnOption(label)) return false;
     zlog::error("[MacPatchManager] The label '", label, "' begins with a dash, so it is refused");
     return true;
 }
@@ -22,9 +18,9 @@ bool looksLikeAnOption(const std::string& label) {
 
 int MacPatchManager::installOSPatch(std::string packageName) {
     zlog::info(" [MacPatchManager] Install OS Patch, PackageName = ", zelor::trimmed(packageName));
-    const std::vector<std::string> listing = getOsCmdline("softwareupdate -l 2>&1");
+    const std::vector<std::string> listing = getOsCmdline(zelor::listUpdatesCommand);
     const zelor::UpdateSelection selection = zelor::selectUpdates(
-        listing, packageName, [this] { return getCmdlineOutput("sw_vers -productVersion"); });
+        listing, packageName, [this] { return getCmdlineOutput(zelor::productVersionCommand); });
     if (selection.named) return installNamedUpdate(selection.label);
     if (selection.candidates.empty()) {
         zlog::error("[MacPatchManager] Cant get os application name!!!");
@@ -35,8 +31,8 @@ int MacPatchManager::installOSPatch(std::string packageName) {
 
 int MacPatchManager::installNamedUpdate(const std::string& label) {
     zlog::debug(" Package Name = ", label);
-    if (looksLikeAnOption(zelor::trimmed(label))) return -1;
-    const std::string command = installCommand(zelor::trimmed(label));
+    if (isRefused(zelor::trimmed(label))) return -1;
+    const std::string command = zelor::installUpdateCommand(zelor::trimmed(label));
     zlog::debug("[MacPatchManager] Installing ", command);
     const std::string output = getCmdlineOutput(command);
     if (zelor::contains(output, "Done")) {
@@ -60,8 +56,8 @@ int MacPatchManager::installOsUpdates(const std::vector<std::string>& candidates
         }
         const std::string label = zelor::candidateLabel(candidate);
         succeeded = false;
-        if (looksLikeAnOption(label)) continue;
-        const std::string command = installCommand(label);
+        if (isRefused(label)) continue;
+        const std::string command = zelor::installUpdateCommand(label);
         zlog::debug("[MacPatchManager] Installing ", command);
         const std::string output = getCmdlineOutput(command);
         succeeded = zelor::contains(output, "Done");

@@ -6,13 +6,12 @@
 #include "platform/Strings.h"
 #include "platform/SystemRoot.h"
 #include "platform/TrustedFolder.h"
+#include "platform/macos/InstallCommands.h"
 #include "platform/macos/MacPatchManager.h"
 
 namespace zlog = zelor::log;
 
 namespace {
-
-constexpr char kMountPoint[] = "/var/zelor/mountpoint";
 
 bool isInstallable(const std::string& name) {
     return zelor::hasEnding(name, ".app") || zelor::hasEnding(name, ".pkg");
@@ -40,8 +39,7 @@ int MacPatchManager::install3rdPartyPatch(std::string path, std::string packageN
 
 int MacPatchManager::pkgInstallation(std::string pkgPath) {
     zlog::info("[MacPatchManager] (Install3rdParty) Installing pkg Application");
-    const std::string output =
-        getCmdlineOutput("installer -pkg '" + zelor::insideSingleQuotes(pkgPath) + "' -target / 2>&1");
+    const std::string output = getCmdlineOutput(zelor::installPackageCommand(pkgPath));
     if (zelor::contains(output, "successful")) {
         zlog::info("[MacPatchManager] The pkg remediation succeeded !!");
         return 0;
@@ -56,9 +54,8 @@ int MacPatchManager::pkgInstallation(std::string pkgPath) {
 
 int MacPatchManager::dmgInstallation(std::string dmgPath, std::string packageName) {
     (void)packageName;
-    const std::string mountPoint = underSystemRoot(kMountPoint);
-    const std::string mountWord = zelor::shellWord(mountPoint);
-    const std::string detach = "hdiutil detach " + mountWord + " 2>&1";
+    const std::string mountPoint = underSystemRoot(zelor::diskImageMountPoint);
+    const std::string detach = zelor::detachCommand(mountPoint);
     getCmdlineOutput(detach);  // clears what an earlier run left mounted
     const std::string problem = mountPointProblem(mountPoint);
     if (!problem.empty()) {
@@ -66,8 +63,7 @@ int MacPatchManager::dmgInstallation(std::string dmgPath, std::string packageNam
                     "' is refused: ", problem);
         return -1;
     }
-    getCmdlineOutput("hdiutil attach -nobrowse -mountPoint " + mountWord + " '" +
-                     zelor::insideSingleQuotes(dmgPath) + "' 2>&1 > /dev/null");
+    getCmdlineOutput(zelor::attachCommand(mountPoint, dmgPath));
     zlog::debug("[MacPatchManager] (Install3rdParty) Application mount point  = ", mountPoint);
     const std::vector<std::string> names = listFilesInDirectory(mountPoint);
     const auto found = std::find_if(names.begin(), names.end(), isInstallable);
@@ -117,11 +113,9 @@ int MacPatchManager::appInstaller(std::string appPath) {
             zlog::error("[MacPatchManager] (Install3rdParty) The bundle has no installer in ", folder);
             return -1;
         }
-        // The closing quote has no opening one. Published content was made against this very text.
-        command = zelor::shellWord(folder + *first) + "' -install 2>&1";
+        command = zelor::bundleInstallerCommand(folder + *first);
     } else {
-        command =
-            "'" + zelor::insideSingleQuotes(appPath) + "'/" + silentModeOption_ + " 2>&1 && echo \"Success\"";
+        command = zelor::silentInstallerCommand(appPath, silentModeOption_);
     }
     zlog::debug("[MacPatchManager] Executing ", command);
     const std::string output = getCmdlineOutput(command);

@@ -62,6 +62,17 @@ std::string candidateLabel(const std::string& line) {
     return name;
 }
 
+std::vector<std::string> labelsToInstall(const UpdateSelection& selection) {
+    if (selection.named) return {trimmed(selection.label)};
+    std::vector<std::string> labels(selection.candidates.size());
+    std::transform(selection.candidates.begin(), selection.candidates.end(), labels.begin(), candidateLabel);
+    return labels;
+}
+
+bool looksLikeAnOption(const std::string& label) {
+    return hasBeginning(label, "-");
+}
+
 std::vector<std::string> starredLines(const std::string& output, std::size_t pieceSize) {
     std::vector<std::string> lines;
     for (std::size_t start = 0; start < output.size();) {

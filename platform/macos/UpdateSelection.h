@@ -25,6 +25,12 @@ int osWideMatches(const std::string& lowerCasedLine, const std::string& productV
 /// The label in a candidate line: what follows the star and the first blank after it.
 std::string candidateLabel(const std::string& line);
 
+/// The labels that are installed, in their order; one that stands there twice is tried twice.
+std::vector<std::string> labelsToInstall(const UpdateSelection& selection);
+
+/// True for a label that softwareupdate would take for an option; it is never installed.
+bool looksLikeAnOption(const std::string& label);
+
 /// The lines of `output` that contain "*", line ends included, a line in pieces of at most `pieceSize` bytes.
 std::vector<std::string> starredLines(const std::string& output, std::size_t pieceSize);
 

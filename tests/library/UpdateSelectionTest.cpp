@@ -40,12 +40,8 @@ const char* const kCatalina =
 // The labels that would be installed, in order.
 std::vector<std::string> labels(const std::string& listing, const std::string& name,
                                 const std::string& version) {
-    const auto selection = selectUpdates(starredLines(listing, 1999), name, [&version] { return version; });
-    if (selection.named) return {zelor::trimmed(selection.label)};
-    std::vector<std::string> result;
-    for (const std::string& line : selection.candidates)
-        result.push_back(candidateLabel(line));
-    return result;
+    return zelor::labelsToInstall(
+        selectUpdates(starredLines(listing, 1999), name, [&version] { return version; }));
 }
 
 TEST(UpdateSelection, OnRealListings) {

@@ -1,0 +1,33 @@
+#include "platform/macos/InstallCommands.h"
+
+#include "platform/Strings.h"
+
+namespace zelor {
+
+std::string installUpdateCommand(const std::string& label) {
+    return "softwareupdate -i '" + insideSingleQuotes(label) + "' 2>&1";
+}
+
+std::string installPackageCommand(const std::string& packagePath) {
+    return "installer -pkg '" + insideSingleQuotes(packagePath) + "' -target / 2>&1";
+}
+
+std::string attachCommand(const std::string& mountPoint, const std::string& imagePath) {
+    return "hdiutil attach -nobrowse -mountPoint " + shellWord(mountPoint) + " '" +
+           insideSingleQuotes(imagePath) + "' 2>&1 > /dev/null";
+}
+
+std::string detachCommand(const std::string& mountPoint) {
+    return "hdiutil detach " + shellWord(mountPoint) + " 2>&1";
+}
+
+std::string silentInstallerCommand(const std::string& bundlePath, const std::string& option) {
+    return "'" + insideSingleQuotes(bundlePath) + "'/" + option + " 2>&1 && echo \"Success\"";
+}
+
+std::string bundleInstallerCommand(const std::string& installerPath) {
+    // The closing quote has no opening one. Published content was made against this very text.
+    return shellWord(installerPath) + "' -install 2>&1";
+}
+
+}  // namespace zelor

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <string>
+
+/// The shell commands that install, as text.
+namespace zelor {
+
+inline constexpr char listUpdatesCommand[] = "softwareupdate -l 2>&1";
+inline constexpr char productVersionCommand[] = "sw_vers -productVersion";
+/// Where disk images are mounted, below the system root.
+inline constexpr char diskImageMountPoint[] = "/var/zelor/mountpoint";
+
+std::string installUpdateCommand(const std::string& label);
+std::string installPackageCommand(const std::string& packagePath);
+std::string attachCommand(const std::string& mountPoint, const std::string& imagePath);
+std::string detachCommand(const std::string& mountPoint);
+/// Runs the unattended installer inside a bundle: `option` is its path there, with arguments.
+std::string silentInstallerCommand(const std::string& bundlePath, const std::string& option);
+/// Runs the installer that was found in a bundle.
+std::string bundleInstallerCommand(const std::string& installerPath);
+
+}  // namespace zelor

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "remediation/creEriParsedData.h"
+#include "remediation/parsedEriData.h"
+
+/// Decisions on remediation content that a run and a forecast of it share.
+namespace zelor {
+
+/// True when some block updates an Apple product through the operating system.
+bool isOsRemediation(const std::vector<parsedEriData>& blocks);
+
+/// True when some block asks for a reboot.
+bool asksForReboot(const creEriParsedData& entry);
+
+/// True when any one of the entry's ERIs is recorded as applied: the whole entry counts as applied then.
+bool countsAsApplied(const creEriParsedData& entry,
+                     const std::function<bool(const std::string& eriId)>& isRecorded);
+
+/// Whether the text can name a patch or script at all: it has a ".".
+bool namesPatchFile(const std::string& patchId);
+
+/// False for a vendor's patch of another platform, which is passed over.
+bool isForThisPlatform(const parsedEriData& block);
+
+/// What becomes of one block of a product's patch.
+enum class PatchStep {
+    nameless,  ///< fails: no patch is named
+    applied,   ///< succeeds without being installed
+    misnamed,  ///< fails as an invalid request
+    install
+};
+
+/// `alreadyApplied` is asked only where it matters.
+PatchStep patchStep(const parsedEriData& block, const std::function<bool()>& alreadyApplied);
+
+/// True when a bundle on a disk image is run with its own installer.
+bool usesBundleInstaller(const parsedEriData& block);
+
+/// False when the vendor's updates are left to the user by the agent's setting.
+bool installsVendorUpdates(const std::string& installationType);
+
+}  // namespace zelor
