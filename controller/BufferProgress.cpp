@@ -42,7 +42,8 @@ BufferProgress::BufferProgress(int fd, bool live, BufferTrail& trail, ReasonOf r
 
 void BufferProgress::settle(const LiveRow& row) {
     if (terminal_) {
-        settled_.push_back(settledLine(row, terminal_->style()));
+        for (FrameLine& line : settledLines(row, view_, terminal_->style()))
+            settled_.push_back(std::move(line));
     } else {
         writePlainLine(fd_, plainText(row));
     }

@@ -8,17 +8,19 @@
 #include "controller/InputError.h"
 #include "controller/States.h"
 #include "controller/Text.h"
+#include "remediation/Version.h"
 
 namespace zelor {
 
 namespace {
 
 constexpr const char* examples = R"(Examples:
-  zelor-remediate run requests.json
-  zelor-remediate run requests.json --json result.json --events events.jsonl
-  zelor-remediate buffer requests.json
-  zelor-remediate status
-  zelor-remediate run requests.json --root /tmp/mac --tools rehearsal/bin
+  zelor-remediate plan requests.json                       what a run would do, and why
+  zelor-remediate run requests.json                        apply what the requests ask for
+  zelor-remediate run requests.json --report report.html   and keep a page on how it went
+  zelor-remediate buffer requests.json                     fetch the patches ahead of time
+  zelor-remediate status                                   settings, installed patches, buffer
+  zelor-remediate run requests.json --root /tmp/mac --tools mac    on a rehearsal Mac
 
 requests.json is an object from request key to CVE or CCE identifier:
   {"cpe:/o:apple:mac_os_x,cpe:/a:example:editor||Example Editor": "CVE-2014-4459",
@@ -27,7 +29,7 @@ requests.json is an object from request key to CVE or CCE identifier:
 Remediates vulnerabilities and misconfigurations with signed content from the agent's repository.)";
 
 constexpr const char* exitStatuses = R"(Exit status:
-    0  every request succeeded (buffer: every patch is buffered)
+    0  every request succeeded (buffer: every patch is buffered; plan: nothing stands in the way)
     1  some succeeded and some did not
     2  unusable arguments, requests or configuration: nothing was changed
     3  none succeeded
@@ -35,14 +37,28 @@ constexpr const char* exitStatuses = R"(Exit status:
 
 The first SIGINT (Ctrl-C), SIGTERM or SIGHUP cancels and waits for the step in hand; the second leaves at once.)";
 
+/// Every command refers to the one place that explains them.
+constexpr const char* exitStatusHint = "Exit status 0, 1, 2, 3 or 130: see zelor-remediate --help.";
+
 constexpr const char* runHelp = R"(Examples:
   zelor-remediate run requests.json
+  zelor-remediate run requests.json --report report.html
   zelor-remediate run requests.json --json - | jq .rebootNeeded
-  zelor-remediate run requests.json --events - | while read -r event; do ...; done
+  zelor-remediate run requests.json --events - | jq -c '[.t, .state, .key]'
   zelor-remediate run requests.json --after-scan
 
 Applies what the requests ask for and tells how it goes. Hardening scripts come first, then updates of the operating
 system, then patches of products. What the installed-patches record holds is not applied again.)";
+
+constexpr const char* planHelp = R"(Examples:
+  zelor-remediate plan requests.json
+  zelor-remediate plan requests.json --json | jq '.requests[] | select(.warnings != [])'
+  zelor-remediate plan requests.json && zelor-remediate run requests.json
+
+Tells what a run would do, and why. It fetches the content, asks softwareupdate what it lists, and looks at the record and
+at the buffer, where it checks signatures. Shown for each request: the files, the updates, the commands, the result to
+expect, and what in it may surprise. Installs and removes nothing; writes lines of the log and the cache of verified
+content. Whether a download or an installer will fail, only a run can tell.)";
 
 constexpr const char* bufferHelp = R"(Examples:
   zelor-remediate buffer requests.json
@@ -59,6 +75,12 @@ Shows settings, installed patches, buffer and unfinished downloads. Beside each 
 or a default gives it, beside each buffered patch its size. Writes nothing but lines of the log.)";
 
 using Action = std::function<int()>;
+
+CLI::App* addCommand(CLI::App& app, const char* name, const char* help) {
+    CLI::App* command = app.add_subcommand(name, help);
+    command->footer(exitStatusHint);
+    return command;
+}
 
 void addRequests(CLI::App* command, std::string& requests) {
     command->add_option("REQUESTS.json", requests, "The requests; - reads standard input")
@@ -94,7 +116,7 @@ void addTalk(CLI::App* command, TalkOptions& talk) {
 }
 
 void addRun(CLI::App& app, RunOptions& options, Action& action) {
-    CLI::App* command = app.add_subcommand("run", runHelp);
+    CLI::App* command = addCommand(app, "run", runHelp);
     addRequests(command, options.requests);
     command->add_flag("--after-scan", options.afterScan,
                       "The first run after a scan: begin with an empty installed-patches record");
@@ -104,13 +126,17 @@ void addRun(CLI::App& app, RunOptions& options, Action& action) {
         ->add_option("--events", options.events,
                      "Write a line of JSON there at every change; - is standard output")
         ->type_name("FILE");
+    command
+        ->add_option("--report", options.report,
+                     "Write a page (HTML) on how it went there at the end; - is standard output")
+        ->type_name("FILE");
     addTalk(command, options.talk);
     addPlace(command, options.place, true);
     command->callback([&] { action = [&] { return runCommand(options); }; });
 }
 
 void addBuffer(CLI::App& app, BufferOptions& options, Action& action) {
-    CLI::App* command = app.add_subcommand("buffer", bufferHelp);
+    CLI::App* command = addCommand(app, "buffer", bufferHelp);
     addRequests(command, options.requests);
     command
         ->add_option("--json", options.json, "Write what was buffered there at the end; - is standard output")
@@ -120,8 +146,19 @@ void addBuffer(CLI::App& app, BufferOptions& options, Action& action) {
     command->callback([&] { action = [&] { return bufferCommand(options); }; });
 }
 
+void addPlan(CLI::App& app, PlanOptions& options, Action& action) {
+    CLI::App* command = addCommand(app, "plan", planHelp);
+    addRequests(command, options.requests);
+    command->add_flag("--after-scan", options.afterScan,
+                      "Plan the first run after a scan: as if the installed-patches record were empty");
+    command->add_flag("--json", options.json, "Print JSON");
+    command->add_flag("-v,--verbose", options.verbose, "The log's trail on standard error");
+    addPlace(command, options.place, true);
+    command->callback([&] { action = [&] { return planCommand(options); }; });
+}
+
 void addStatus(CLI::App& app, StatusOptions& options, Action& action) {
-    CLI::App* command = app.add_subcommand("status", statusHelp);
+    CLI::App* command = addCommand(app, "status", statusHelp);
     command->add_flag("--json", options.json, "Print JSON");
     addPlace(command, options.place, false);
     command->callback([&] { action = [&] { return statusCommand(options); }; });
@@ -140,6 +177,9 @@ std::string firstSentence(const CLI::App* command) {
 
 class HelpFormat : public CLI::Formatter {
   public:
+    std::string make_footer(const CLI::App* app) const override {
+        return CLI::Formatter::make_footer(app) + '\n';
+    }
     std::string make_subcommand(const CLI::App* command) const override {
         return "  " + command->get_name() + std::string(10 - command->get_name().size(), ' ') +
                firstSentence(command) + '\n';
@@ -176,13 +216,16 @@ int execute(CLI::App& app, const std::vector<std::string>& arguments, const Acti
 int runController(const std::vector<std::string>& arguments) {
     CLI::App app(examples, "zelor-remediate");
     app.formatter(std::make_shared<HelpFormat>());
+    app.set_version_flag("--version", "zelor-remediate " ZELOR_VERSION_STRING);
     app.require_subcommand(1);
     app.footer(exitStatuses);
     RunOptions run;
+    PlanOptions plan;
     BufferOptions buffer;
     StatusOptions status;
     Action action;
     addRun(app, run, action);
+    addPlan(app, plan, action);
     addBuffer(app, buffer, action);
     addStatus(app, status, action);
     return execute(app, arguments, action);

@@ -43,6 +43,7 @@ struct PlanOptions {
     PlaceOptions place;
     bool json = false;
     bool afterScan = false;
+    bool verbose = false;
 };
 int planCommand(const PlanOptions& options);
 

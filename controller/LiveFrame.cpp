@@ -237,15 +237,24 @@ std::vector<FrameLine> liveFrame(const LiveView& view, const LiveStyle& style) {
     return frame;
 }
 
-FrameLine settledLine(const LiveRow& row, const LiveStyle& style) {
+std::vector<FrameLine> settledLines(const LiveRow& row, const LiveView& view, const LiveStyle& style) {
+    constexpr char indent[] = "    ";
+    const Columns columns = columnsFor(view, style);
     LineBuilder line(style);
     line.add(markOf(row.tone, 0, style.unicode) + " ", colourOf(row.tone));
-    line.add(row.name + "  ");
-    if (!row.identifier.empty()) line.add(row.identifier + "  ", dim);
-    line.add(row.state, colourOf(row.tone));
-    if (row.seconds >= 0.05) line.add("  " + durationText(row.seconds), dim);
-    if (!row.reason.empty()) line.add("  " + row.reason, dim);
-    return line.finish();
+    line.addColumn(row.name, std::max(columns.name, columnsOf(row.name)));
+    if (columns.identifier > 0) line.addColumn(row.identifier, columns.identifier, dim);
+    line.addColumn(row.state, stateColumns, colourOf(row.tone));
+    if (row.seconds >= 0.05) line.add(durationText(row.seconds) + "  ", dim);
+    if (columnsOf(row.reason) <= line.left()) {
+        line.add(row.reason, dim);
+        return {line.finish()};
+    }
+    std::vector<FrameLine> lines = {line.finish()};
+    const std::size_t room = style.columns > sizeof indent ? style.columns - sizeof indent : 1;
+    for (const std::string& text : wrapToColumns(row.reason, room))
+        lines.push_back(oneLine(indent + text, dim, style));
+    return lines;
 }
 
 std::size_t linesOnScreen(const std::vector<FrameLine>& frame, std::size_t columns) {

@@ -62,8 +62,9 @@ std::size_t rowsThatFit(const LiveStyle& style);
 /// than the terminal's lines less one.
 std::vector<FrameLine> liveFrame(const LiveView& view, const LiveStyle& style);
 
-/// The line that stays of a finished row.
-FrameLine settledLine(const LiveRow& row, const LiveStyle& style);
+/// The lines that stay of a finished row; the reason has lines of its own where it does not fit. Names and
+/// identifiers take the columns of the view's rows.
+std::vector<FrameLine> settledLines(const LiveRow& row, const LiveView& view, const LiveStyle& style);
 
 /// How many lines of the screen the frame takes when the terminal has become that wide.
 std::size_t linesOnScreen(const std::vector<FrameLine>& frame, std::size_t columns);

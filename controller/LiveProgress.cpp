@@ -10,6 +10,7 @@ namespace zelor {
 namespace {
 
 constexpr double restTime = 0.4;
+constexpr std::size_t measuredRequests = 2000;
 constexpr double frameTime = 0.08;
 
 Tone toneOf(ProgressValue value) {
@@ -94,6 +95,15 @@ std::vector<LiveRow> LiveModel::takeSettled(const ResultTable& table, double tim
     return rows;
 }
 
+void LiveModel::measure(const ResultTable& table) {
+    const std::size_t most = std::min(table.results().size(), measuredRequests);
+    for (std::size_t request = 0; request < most; ++request) {
+        const LiveRow shown = row(table, request, 0);
+        nameColumns_ = std::max(nameColumns_, columnsOf(shown.name));
+        identifierColumns_ = std::max(identifierColumns_, columnsOf(shown.identifier));
+    }
+}
+
 LiveView LiveModel::view(const ResultTable& table, double time, std::size_t rows,
                          const DownloadSnapshot& download) {
     LiveView view;
@@ -105,6 +115,7 @@ LiveView LiveModel::view(const ResultTable& table, double time, std::size_t rows
         for (auto next = group->begin(); next != group->end() && view.rows.size() < rows; ++next)
             view.rows.push_back(row(table, *next, time));
     }
+    if (nameColumns_ == 0) measure(table);
     for (const LiveRow& shown : view.rows) {
         nameColumns_ = std::max(nameColumns_, columnsOf(shown.name));
         identifierColumns_ = std::max(identifierColumns_, columnsOf(shown.identifier));
@@ -146,10 +157,13 @@ void LiveProgress::ended(const ResultTable& table, double time) {
 void LiveProgress::draw(const ResultTable& table, double time, bool atEnd) {
     drawn_ = time;
     const LiveStyle style = terminal_.style();
-    std::vector<FrameLine> settled;
-    for (const LiveRow& row : model_.takeSettled(table, time, atEnd))
-        settled.push_back(settledLine(row, style));
+    const std::vector<LiveRow> rows = model_.takeSettled(table, time, atEnd);
     LiveView view = model_.view(table, time, rowsThatFit(style), DownloadProgress::instance().snapshot());
+    std::vector<FrameLine> settled;
+    for (const LiveRow& row : rows) {
+        const std::vector<FrameLine> lines = settledLines(row, view, style);
+        settled.insert(settled.end(), lines.begin(), lines.end());
+    }
     view.cancelling = cancelling_;
     terminal_.draw(settled, liveFrame(view, style));
 }

@@ -32,6 +32,8 @@ class LiveModel {
     };
 
     LiveRow row(const ResultTable& table, std::size_t request, double time) const;
+    /// Makes the columns wide enough for the requests, or for the first of very many.
+    void measure(const ResultTable& table);
 
     ReasonOf reasonOf_;
     std::set<std::size_t> waiting_;

@@ -1,5 +1,7 @@
 #include <unistd.h>
 
+#include <array>
+#include <chrono>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -13,7 +15,9 @@
 #include "controller/OutputFile.h"
 #include "controller/PlainLines.h"
 #include "controller/ReportJson.h"
+#include "controller/ReportPage.h"
 #include "controller/RunLog.h"
+#include "controller/RunTimeline.h"
 #include "controller/Watch.h"
 #include "remediation/RemediationManager.h"
 
@@ -21,13 +25,27 @@ namespace zelor {
 
 namespace {
 
+constexpr std::size_t columnsInReport = 1000;
+
 void checkOutputs(const RunOptions& options) {
-    if (options.json == "-" && options.events == "-") {
-        throw InputError("--json - and --events - cannot share standard output; give one of them a file");
+    if ((options.json == "-") + (options.events == "-") + (options.report == "-") > 1) {
+        throw InputError(
+            "--json -, --events - and --report - cannot share standard output; give all but one of them a "
+            "file");
     }
     checkOutput(options.json, "--json");
     checkOutput(options.events, "--events");
     checkOutput(options.report, "--report");
+}
+
+std::string hostName() {
+    std::array<char, 256> name{};
+    if (::gethostname(name.data(), name.size() - 1) != 0) return "this machine";
+    return name.data();
+}
+
+bool keepsStandardOutput(const RunOptions& options) {
+    return options.json == "-" || options.events == "-" || options.report == "-";
 }
 
 void complain(const std::string& problem) {
@@ -40,7 +58,7 @@ class Run {
     Run(const RunOptions& options, RequestMap requests, const Place& place)
         : options_(options),
           place_(place),
-          talkFd_(options.json == "-" || options.events == "-" ? STDERR_FILENO : STDOUT_FILENO),
+          talkFd_(keepsStandardOutput(options) ? STDERR_FILENO : STDOUT_FILENO),
           table_(std::move(requests)),
           tap_([this](bool error, const std::string& line) { log_.take(error, line); }),
           manager_(place.installPath) {
@@ -60,15 +78,17 @@ class Run {
         std::vector<RunListener*> listeners;
         for (const auto& listener : listeners_)
             listeners.push_back(listener.get());
+        if (!options_.report.empty()) listeners.push_back(&timeline_);
+        started_ = std::chrono::system_clock::now();
         const auto start = std::chrono::steady_clock::now();
         manager_.remediate(true);
         const WatchedRun watched{[this] { return manager_.getRemediationProgressMap(); },
                                  [this] { return manager_.getRemDone(); },
                                  [this] { manager_.setCancelAllRem(true); }};
-        const bool cancelled = watch(watched, signals, listeners);
+        cancelled_ = watch(watched, signals, listeners);
         listeners_.clear();
         finish(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
-        return runExitStatus(table_.results().size(), table_.count(successValue), cancelled);
+        return runExitStatus(table_.results().size(), table_.count(successValue), cancelled_);
     }
 
   private:
@@ -101,9 +121,9 @@ class Run {
         }
     }
 
-    std::string reason(const Result& result) const {
+    std::string reason(const Result& result, std::size_t columns = 160) const {
         if (result.value == successValue || result.value == abortedValue) return "";
-        return shortReason(log_.notes(*result.key, *result.identifier));
+        return shortReason(log_.notes(*result.key, *result.identifier), columns);
     }
 
     void finish(double seconds) {
@@ -113,11 +133,33 @@ class Run {
             complain(
                 writeOutput(options_.json, [&](std::ostream& out) { writeResultJson(out, table_, flags); }));
         }
+        if (!options_.report.empty()) complain(writeReport(flags, seconds));
         if (eventOutput_) complain(eventOutput_->problem());
         if (!options_.talk.quiet) {
             writeAll(talkFd_,
                      runSummary(table_, flags.rebootNeeded, place_.settings->get("Log.File"), seconds));
         }
+    }
+
+    /// What was applied stands, whatever becomes of the report.
+    std::string writeReport(const RunFlags& flags, double seconds) const {
+        try {
+            return makeReport(flags, seconds);
+        } catch (const std::exception& e) {
+            return "no report is written to " + options_.report + ": " + e.what();
+        }
+    }
+
+    std::string makeReport(const RunFlags& flags, double seconds) const {
+        RunReport report{
+            table_,     timeline_.spans(table_.results().size()), flags, cancelled_, started_, seconds,
+            hostName(), place_.settings->get("Log.File"),         {},    {}};
+        report.reasonOf = [this](const Result& result) { return reason(result, columnsInReport); };
+        report.outputOf = [this](const Result& result) {
+            if (result.value == successValue) return std::string();
+            return outputTail(log_.notes(*result.key, *result.identifier));
+        };
+        return writeOutput(options_.report, [&](std::ostream& out) { writeReportPage(out, report); });
     }
 
     const RunOptions& options_;
@@ -128,6 +170,9 @@ class Run {
     LogTap tap_;
     RemediationManager manager_;
     std::unique_ptr<LineOutput> eventOutput_;
+    RunTimeline timeline_;
+    std::chrono::system_clock::time_point started_;
+    bool cancelled_ = false;
     std::vector<std::unique_ptr<RunListener>> listeners_;
 };
 

@@ -18,7 +18,7 @@ namespace {
 constexpr std::size_t notesPerSubject = 20;
 constexpr std::size_t noteBytes = 4096;
 constexpr std::size_t subjectsLimit = 10000;
-constexpr std::size_t reasonColumns = 160;
+constexpr std::size_t outputLines = 40;
 
 /// What stands behind `mark` in the line.
 std::optional<std::string> behind(const std::string& line, const std::string& mark) {
@@ -79,6 +79,13 @@ std::string lastLine(const std::string& text) {
     const std::string whole = trimmed(text);
     const auto newline = whole.rfind('\n');
     return newline == std::string::npos ? whole : trimmed(whole.substr(newline + 1));
+}
+
+std::string lastLines(const std::string& text, std::size_t lines) {
+    auto start = text.size();
+    for (std::size_t i = 0; i < lines && start != std::string::npos && start > 0; ++i)
+        start = text.rfind('\n', start - 1);
+    return start == std::string::npos || start == 0 ? text : "...\n" + text.substr(start + 1);
 }
 
 }  // namespace
@@ -155,7 +162,7 @@ std::vector<std::string> RunLog::notes(const std::string& key, const std::string
     return all.empty() ? runNotes_ : all;
 }
 
-std::string shortReason(const std::vector<std::string>& notes) {
+std::string shortReason(const std::vector<std::string>& notes, std::size_t columns) {
     if (notes.empty()) return "";
     std::string reason = notes.front();
     const auto output = std::find_if(notes.begin(), notes.end(),
@@ -164,12 +171,24 @@ std::string shortReason(const std::vector<std::string>& notes) {
         reason = lastLine(*failed).empty() ? "the installer said nothing" : lastLine(*failed);
     } else if (hasBeginning(reason, "exit status ") && output != notes.end()) {
         reason += ": " + lastLine(output->substr(8));
+    } else if (hasBeginning(reason, "Cant get os application name")) {
+        reason = "softwareupdate lists no update that belongs to it";
     } else if (hasBeginning(reason, "More than 2 CPEs")) {
         reason = "the request names more than two CPEs";
     } else if (hasBeginning(reason, "No CPEs")) {
         reason = "the request names no CPE";
     }
-    return cutToColumns(printable(reason), reasonColumns, "...");
+    return cutToColumns(printable(reason), columns, "...");
+}
+
+std::string outputTail(const std::vector<std::string>& notes) {
+    for (auto note = notes.rbegin(); note != notes.rend(); ++note) {
+        for (const char* mark : {"remediation failed = ", "output: "}) {
+            if (const auto said = behind(*note, mark); said && !trimmed(*said).empty())
+                return lastLines(trimmed(*said), outputLines);
+        }
+    }
+    return "";
 }
 
 class LogTap::Appender : public log4cpp::AppenderSkeleton {

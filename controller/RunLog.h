@@ -42,8 +42,11 @@ class RunLog {
     Subject subject_{Kind::key, ""};    ///< without a name while it is not known
 };
 
-/// The reason in one short printable line; "" when the notes hold none.
-std::string shortReason(const std::vector<std::string>& notes);
+/// The reason in one printable line of at most so many columns; "" when the notes hold none.
+std::string shortReason(const std::vector<std::string>& notes, std::size_t columns = 160);
+
+/// The end of what an installer or script said when it failed, at most 40 lines; "" when the notes hold none.
+std::string outputTail(const std::vector<std::string>& notes);
 
 /// Hands every line of the agent's log to `take` for its life, also the lines that the log file leaves out:
 /// whether it is an error, and its text. `take` is called on the thread that logs, by one at a time.

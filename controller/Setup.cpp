@@ -176,6 +176,13 @@ void prepareFolders(const Place& place, bool contentDir) {
     checkContentDir(place);
 }
 
+void prepareLooking(const Place& place) {
+    for (const std::string& folder :
+         {underSystemRoot(logFolder), parentOf(place.settings->get("Log.File")), place.installPath}) {
+        requireFolder(folder, place.belowRoot);
+    }
+}
+
 JobLock::JobLock(const Place& place) {
     const std::string& folder = place.settings->get("Buffer.UnzipFolder");
     folder_ = openFile(folder, O_RDONLY | O_DIRECTORY);

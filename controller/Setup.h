@@ -41,6 +41,9 @@ void checkContentDir(const Place& place);
 /// its owner alone.
 void prepareFolders(const Place& place, bool contentDir);
 
+/// The same for a command that only looks: what it writes is the log and the cache of content.
+void prepareLooking(const Place& place);
+
 /// Holds the only right to run or buffer at this place for its life. Throws InputError when another process
 /// has it.
 class JobLock {

@@ -51,8 +51,10 @@ std::vector<SizedFile> filesIn(const std::string& folder) {
 }
 
 void lookAtBuffer(const Place& place, Status& status) {
-    status.buffered = parseBufferedList(textOf(place.settings->get("Buffer.UnzipFolder") + bufferedList));
-    status.unlisted = filesIn(place.settings->get("Buffer.PatchesDir"));
+    status.bufferedList = textOf(place.settings->get("Buffer.UnzipFolder") + bufferedList);
+    status.buffered = parseBufferedList(status.bufferedList);
+    status.bufferFiles = filesIn(place.settings->get("Buffer.PatchesDir"));
+    status.unlisted = status.bufferFiles;
     status.budgetBytes = budgetBytes(place.settings->get("Buffer.PatchesDirSizeMB"));
     for (const SizedFile& file : status.unlisted)
         status.bufferBytes += file.bytes;

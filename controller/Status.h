@@ -32,8 +32,10 @@ struct Status {
     std::vector<std::string> problems;  ///< of the settings
     std::string recordFile;
     std::vector<std::string> recorded;  ///< ERI ids, oldest first
+    std::string bufferedList;           ///< the text of the buffered-patches list
     std::vector<BufferedPatch> buffered;
-    std::vector<SizedFile> unlisted;  ///< files in the buffer that no line of the list names
+    std::vector<SizedFile> bufferFiles;  ///< all of the buffer
+    std::vector<SizedFile> unlisted;     ///< files in the buffer that no line of the list names
     std::uint64_t bufferBytes = 0;
     std::int64_t budgetBytes =
         0;  ///< what buffering keeps to; below zero when the setting is too large for it

@@ -106,6 +106,23 @@ std::string fitToColumns(const std::string& printableText, std::size_t columns, 
     return text.append(columns - columnsOf(text), ' ');
 }
 
+std::vector<std::string> wrapToColumns(const std::string& printableText, std::size_t columns) {
+    std::vector<std::string> lines;
+    std::string rest = printableText;
+    while (columns > 0 && columnsOf(rest) > columns) {
+        std::string line = cutToColumns(rest, columns, "");
+        if (line.empty()) break;  // a wide character in a single column
+        const bool atBlank = rest[line.size()] == ' ';
+        const auto blank = line.rfind(' ');
+        if (!atBlank && blank != std::string::npos && blank > 0) line.resize(blank);
+        rest.erase(0, line.size());
+        rest.erase(0, rest.find_first_not_of(' '));
+        lines.push_back(std::move(line));
+    }
+    if (!rest.empty()) lines.push_back(std::move(rest));
+    return lines;
+}
+
 std::string bytesText(std::uint64_t bytes) {
     constexpr std::array<const char*, 5> units = {"B", "KB", "MB", "GB", "TB"};
     if (bytes < 1024) return std::to_string(bytes) + " B";

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 /// Text for people: nothing that comes from keys, content or tools reaches a terminal unchanged.
 namespace zelor {
@@ -20,6 +21,9 @@ std::string cutToColumns(const std::string& printableText, std::size_t columns, 
 
 /// As `cutToColumns`, then filled up with blanks to exactly `columns`.
 std::string fitToColumns(const std::string& printableText, std::size_t columns, const std::string& ellipsis);
+
+/// A printable text in lines of at most `columns` columns, broken at blanks where there are any.
+std::vector<std::string> wrapToColumns(const std::string& printableText, std::size_t columns);
 
 /// "512 B", "4.2 MB" (powers of 1024).
 std::string bytesText(std::uint64_t bytes);

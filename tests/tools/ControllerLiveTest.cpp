@@ -79,9 +79,19 @@ TEST(ControllerFrame, CountsTheLinesThatATerminalWrapsAfterItShrank) {
 
 TEST(ControllerFrame, SettlesARow) {
     const LiveRow failed{"Editor", "CVE-1", "failed", Tone::bad, 12.3, std::nullopt, "exit status 3"};
-    EXPECT_EQ(settledLine(failed, {80, 24, false, false}).text,
-              "x Editor  CVE-1  failed  12 s  exit status 3");
-    EXPECT_EQ(settledLine(failed, {26, 24, false, false}).text, "x Editor  CVE-1  failed ~");
+    LiveView view;
+    view.identifierColumns = 5;
+    const auto text = [&](std::size_t columns) {
+        std::string all;
+        for (const FrameLine& line : settledLines(failed, view, {columns, 24, false, false})) {
+            EXPECT_LT(line.columns, columns);
+            all += line.text + '\n';
+        }
+        return all;
+    };
+    EXPECT_EQ(text(80), "x Editor    CVE-1  failed            12 s  exit status 3\n");
+    EXPECT_EQ(text(40), "x Editor    failed            12 s\n    exit status 3\n");
+    EXPECT_EQ(text(12), "x Editor  ~\n    exit\n    status\n    3\n");
 }
 
 TEST(ControllerLive, MeasuresTheRateOfTheLastSeconds) {
