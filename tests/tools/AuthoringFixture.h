@@ -71,6 +71,11 @@ class ToolProcess {
         return found.substr(0, found.find('\n'));
     }
     pid_t pid() const { return child_; }
+    bool ended() const {
+        siginfo_t info{};
+        return ::waitid(P_PID, static_cast<id_t>(child_), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+               info.si_pid == child_;
+    }
     /// Sends the signal (0: none) and waits; the raw wait status.
     int end(int signal) {
         int status = -1;
