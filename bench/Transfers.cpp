@@ -65,6 +65,9 @@ class Child {
     pid_t pid_ = -1;
 };
 
+constexpr std::chrono::milliseconds kSample{50};
+constexpr std::chrono::milliseconds kEndLook{1};  ///< how late the end of a transfer is seen
+
 struct RateKept {
     double mean = 0;         ///< off the rate asked for, in percent
     double worstWindow = 0;  ///< the fullest second over the rate, in percent
@@ -85,9 +88,10 @@ RateKept judge(const std::vector<double>& arrived, double seconds, double rate) 
 RateKept watch(double rate, const std::function<double()>& bytes, const std::function<bool()>& ended) {
     std::vector<double> arrived;
     const auto start = Clock::now();
-    for (auto next = start; !ended(); std::this_thread::sleep_until(next)) {
+    for (auto next = start; !ended(); std::this_thread::sleep_for(kEndLook)) {
+        if (Clock::now() < next) continue;
         arrived.push_back(bytes());
-        next += std::chrono::milliseconds(50);
+        next += kSample;
     }
     const double seconds = secondsSince(start);
     arrived.push_back(bytes());

@@ -1,16 +1,32 @@
+#include <algorithm>
 #include <utility>
 
 #include "collaborators/CacheStore.h"
 #include "platform/Log.h"
+#include "platform/Strings.h"
 #include "remediation/RemediationManager.h"
 #include "remediation/RequestParsing.h"
 
 namespace zlog = zelor::log;
 
+namespace {
+
+// About as many rows as there will be: blanks before an identifier are not looked for here.
+std::size_t countConfigurations(const std::map<std::string, std::string>& requests) {
+    return static_cast<std::size_t>(std::count_if(requests.begin(), requests.end(), [](const auto& request) {
+        return zelor::hasBeginning(request.second, "CCE-");
+    }));
+}
+
+}  // namespace
+
 void RemediationManager::parseCreEriForSupersedesTrue() {
     const std::set<std::string> specialCases = CacheStore::GetSplCaseCPEs();
     {
         const boost::unique_lock<boost::mutex> lock(inputMapmutex);
+        const std::size_t configurations = countConfigurations(ovalIdMap);
+        remMetadataForCCE.reserve(remMetadataForCCE.size() + configurations);
+        remMetadataForCVE.reserve(remMetadataForCVE.size() + ovalIdMap.size() - configurations);
         for (const auto& [key, identifier] : ovalIdMap) {
             recordProgress(key, REM_QUEUED);
             if (cancelAllRem) return;
