@@ -26,7 +26,8 @@ def machine():
         names = [line.split(':')[1].strip() for line in open('/proc/cpuinfo') if line.startswith('model name')]
         cpu = names[0] if names else ''
     memory = os.sysconf('SC_PAGE_SIZE') * os.sysconf('SC_PHYS_PAGES') / 2**30
-    return f'{os.cpu_count()} x {cpu or platform.machine()}, {memory:.0f} GiB, {platform.system()} {platform.release()}'
+    kernel = '.'.join(platform.release().split('.')[:2])
+    return f'{os.cpu_count()} x {cpu or platform.machine()}, {memory:.0f} GiB, {platform.system()} {kernel}'
 
 
 def figure(sample, name=''):
