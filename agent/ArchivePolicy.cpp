@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <limits>
 
+#include "platform/Strings.h"
+
 namespace zelor {
 
 std::vector<std::string> pathComponents(const std::string& path) {
@@ -49,11 +51,8 @@ std::string EntryNames::add(const std::vector<std::string>& components) {
     std::size_t parent = 0;
     for (std::size_t i = 0; i < components.size(); ++i) {
         const bool isEntry = i + 1 == components.size();
-        std::string folded = components[i];
-        for (char& c : folded)
-            c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-        const auto [known, isNew] =
-            nodes_.try_emplace({parent, std::move(folded)}, Node{nodes_.size() + 1, components[i], isEntry});
+        const auto [known, isNew] = nodes_.try_emplace({parent, lowerCased(components[i])},
+                                                       Node{nodes_.size() + 1, components[i], isEntry});
         Node& node = known->second;
         if (node.spelling != components[i]) return "differs from another only in case";
         if (isEntry && !isNew && node.isEntry) return "is there twice";

@@ -8,6 +8,11 @@ namespace zelor {
 
 namespace {
 
+/// The C locale's tolower: a host's own locale could change bytes in the middle of a UTF-8 character.
+char lowerCase(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
 /// No locale takes one of these for white space.
 bool isVisible(char c) {
     return c > ' ' && c < 0x7f;
@@ -26,9 +31,8 @@ bool hasBeginning(const std::string& text, const std::string& beginning) {
 
 bool hasBeginningInAnyCase(const std::string& text, std::string_view beginning) {
     return text.size() >= beginning.size() &&
-           std::equal(beginning.begin(), beginning.end(), text.begin(), [](char expected, char c) {
-               return static_cast<char>(tolower(static_cast<unsigned char>(c))) == expected;
-           });
+           std::equal(beginning.begin(), beginning.end(), text.begin(),
+                      [](char expected, char c) { return lowerCase(c) == expected; });
 }
 
 std::string trimmed(std::string text) {
@@ -44,9 +48,7 @@ std::string trimmed(std::string text) {
 }
 
 std::string lowerCased(std::string text) {
-    // The C locale's tolower: a host's own locale could change bytes in the middle of a UTF-8 character.
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+    std::transform(text.begin(), text.end(), text.begin(), lowerCase);
     return text;
 }
 
@@ -76,23 +78,6 @@ bool hasControlCharacter(const std::string& text) {
         const auto byte = static_cast<unsigned char>(c);
         return byte < 0x20 || byte == 0x7f;
     });
-}
-
-bool isText(const std::string& text) {
-    std::size_t following = 0;  // bytes that a sequence still wants
-    for (char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        const bool continues = (byte & 0xc0U) == 0x80U;
-        if (continues != (following > 0)) return false;
-        if (continues) {
-            --following;
-        } else if (byte >= 0xc2 && byte < 0xf5) {
-            following = byte < 0xe0 ? 1 : byte < 0xf0 ? 2 : 3;
-        } else if (byte >= 0x7f || (byte < 0x20 && c != '\t' && c != '\r')) {
-            return false;
-        }
-    }
-    return following == 0;
 }
 
 std::string insideSingleQuotes(const std::string& text) {

@@ -26,8 +26,6 @@ std::vector<std::string> splitCompressed(const std::string& text, char separator
 int leadingInt(const std::string& text);
 /// True for bytes below 0x20 and 0x7f.
 bool hasControlCharacter(const std::string& text);
-/// True for UTF-8 without control characters but tabulator and carriage return.
-bool isText(const std::string& text);
 
 /// `text` for a place inside single quotes of a shell command: an inner quote is escaped.
 std::string insideSingleQuotes(const std::string& text);

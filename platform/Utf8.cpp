@@ -21,6 +21,17 @@ Character characterAt(const std::string& text, std::size_t at) {
     return {code, bytes};
 }
 
+bool isText(const std::string& text) {
+    for (std::size_t at = 0; at < text.size();) {
+        const Character character = characterAt(text, at);
+        const bool control = (character.code < 0x20 && character.code != '\t' && character.code != '\r') ||
+                             character.code == 0x7f;
+        if (control || character.code == invalidCharacter) return false;
+        at += character.bytes;
+    }
+    return true;
+}
+
 bool reordersText(char32_t code) {
     return code == 0x61c || code == 0x200e || code == 0x200f || (code >= 0x202a && code <= 0x202e) ||
            (code >= 0x2066 && code <= 0x2069);

@@ -17,6 +17,9 @@ struct Character {
 /// The character at `at`, which is inside `text`; a byte that begins no well-formed one is invalid by itself.
 Character characterAt(const std::string& text, std::size_t at);
 
+/// True for well-formed characters without controls but tabulator and carriage return.
+bool isText(const std::string& text);
+
 /// Marks that change the order in which the text around them is shown.
 bool reordersText(char32_t code);
 

@@ -1,6 +1,7 @@
 #include "remediation/BufferedList.h"
 
 #include "platform/Strings.h"
+#include "platform/Utf8.h"
 
 namespace zelor {
 

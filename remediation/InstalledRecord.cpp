@@ -13,6 +13,7 @@
 #include "platform/Log.h"
 #include "platform/Strings.h"
 #include "platform/SystemCalls.h"
+#include "platform/Utf8.h"
 #include "remediation/ContentRules.h"
 #include "remediation/RecordAccess.h"
 #include "remediation/RemediationManager.h"
