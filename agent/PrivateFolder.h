@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/Files.h"
+#include "base/Files.h"
 
 namespace zelor {
 

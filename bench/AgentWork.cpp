@@ -7,9 +7,9 @@
 #include <stdexcept>
 #include <string>
 
+#include "base/DirectoryCopy.h"
+#include "base/SystemRoot.h"
 #include "collaborators/CreCacher.h"
-#include "platform/DirectoryCopy.h"
-#include "platform/SystemRoot.h"
 #include "platform/macos/MacPatchManager.h"
 #include "remediation/RemediationManager.h"
 

@@ -19,10 +19,10 @@
 #include <thread>
 #include <vector>
 
+#include "base/SystemRoot.h"
 #include "bench/HeapMeter.h"
 #include "bench/MemoryAgent.h"
 #include "collaborators/CreCacher.h"
-#include "platform/SystemRoot.h"
 #include "remediation/RecordAccess.h"
 #include "remediation/RemediationManager.h"
 #include "tests/support/TempDir.h"

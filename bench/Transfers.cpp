@@ -24,8 +24,8 @@
 #include <vector>
 
 #include "agent/DownloadProgress.h"
-#include "agent/HttpClient.h"
-#include "platform/SystemCalls.h"
+#include "agent/http/HttpClient.h"
+#include "base/SystemCalls.h"
 #include "tests/road/Road.h"
 
 namespace {

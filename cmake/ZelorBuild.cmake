@@ -16,6 +16,8 @@ if(ZELOR_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
 endif()
 
 add_library(zelor_build INTERFACE)
+# Internal headers are included by their path from the top.
+target_include_directories(zelor_build INTERFACE ${PROJECT_SOURCE_DIR})
 target_compile_options(zelor_build INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast
     -Werror -fno-omit-frame-pointer)
@@ -30,11 +32,11 @@ if(ZELOR_COVERAGE)
     target_link_options(zelor_build INTERFACE --coverage)
 endif()
 
-# What an embedder includes: the sources and generated headers here, one folder of headers once installed.
+# What an embedder includes: include/ and the generated headers here, one directory of headers once installed.
 configure_file(cmake/Version.h.in ${PROJECT_BINARY_DIR}/include/remediation/Version.h @ONLY)
 function(zelor_public_headers target)
     target_include_directories(${target} PUBLIC
-        $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
+        $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
         $<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/include>
         $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/zelor>)
 endfunction()
@@ -54,4 +56,22 @@ function(zelor_shared_library target name)
             LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/${name}.map)
         target_link_options(${target} PRIVATE -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/${name}.map)
     endif()
+endfunction()
+
+# A layer below the remediation library: a static library of its own or, in a shared build, objects for that library.
+# Sets <name>_target to what the calling directory configures further.
+function(zelor_library_part name)
+    if(BUILD_SHARED_LIBS)
+        set(target ${name}_objects)
+        add_library(${target} OBJECT ${ARGN})
+    else()
+        set(target ${name})
+        add_library(${target} STATIC ${ARGN})
+        string(REPLACE zelor_ "" export_name ${name})
+        add_library(Zelor::${export_name} ALIAS ${name})
+        set_target_properties(${name} PROPERTIES EXPORT_NAME ${export_name})
+    endif()
+    zelor_public_headers(${target})
+    target_link_libraries(${target} PUBLIC zelor_base PRIVATE $<BUILD_INTERFACE:zelor_build>)
+    set(${name}_target ${target} PARENT_SCOPE)
 endfunction()

@@ -7,31 +7,18 @@ set(zelor_include_dir ${CMAKE_INSTALL_INCLUDEDIR}/zelor)
 
 set(zelor_libraries zelor_remediation)
 if(NOT BUILD_SHARED_LIBS)
-    list(APPEND zelor_libraries zelor_records)
+    list(APPEND zelor_libraries zelor_platform zelor_records zelor_base)
 endif()
 install(TARGETS ${zelor_libraries} EXPORT ZelorRemediationTargets)
 install(EXPORT ZelorRemediationTargets NAMESPACE Zelor:: DESTINATION ${zelor_cmake_dir})
 
-install(FILES
-    ${PROJECT_BINARY_DIR}/include/remediation/Version.h
-    remediation/Export.h
-    remediation/RecordAccess.h
-    remediation/RemediationManager.h
-    remediation/creEriParsedData.h
-    remediation/parseOnlyMetadata.h
-    remediation/parsedEriData.h
-    remediation/remediateMetadata.h
-    DESTINATION ${zelor_include_dir}/remediation)
-install(FILES platform/SystemRoot.h DESTINATION ${zelor_include_dir}/platform)
-install(FILES platform/macos/LinuxHardeningFacilitator.h platform/macos/MacPatchManager.h
-    DESTINATION ${zelor_include_dir}/platform/macos)
-install(DIRECTORY collaborators DESTINATION ${zelor_include_dir} FILES_MATCHING PATTERN "*.h")
+install(DIRECTORY include/ DESTINATION ${zelor_include_dir} FILES_MATCHING PATTERN "*.h" PATTERN agent EXCLUDE)
+install(FILES ${PROJECT_BINARY_DIR}/include/remediation/Version.h DESTINATION ${zelor_include_dir}/remediation)
 
 if(ZELOR_BUILD_AGENT)
     install(TARGETS zelor_agent EXPORT ZelorRemediationAgentTargets)
     install(EXPORT ZelorRemediationAgentTargets NAMESPACE Zelor:: DESTINATION ${zelor_cmake_dir})
-    install(FILES agent/AgentSettings.h agent/ContentCacheControl.h agent/DownloadProgress.h agent/LogControl.h
-        DESTINATION ${zelor_include_dir}/agent)
+    install(DIRECTORY include/agent DESTINATION ${zelor_include_dir})
 endif()
 
 configure_package_config_file(cmake/ZelorRemediationConfig.cmake.in ZelorRemediationConfig.cmake
@@ -48,8 +35,8 @@ if(BUILD_SHARED_LIBS)
     set(zelor_pc_agent_base "")
     set(zelor_pc_agent_requires "")
 else()
-    set(zelor_pc_records "-lzelor_records")
-    set(zelor_pc_agent_base "-lzelor_records")
+    set(zelor_pc_records "-lzelor_platform -lzelor_records -lzelor_base")
+    set(zelor_pc_agent_base "-lzelor_records -lzelor_base")
     set(zelor_pc_agent_requires "libcurl libarchive libcrypto pugixml")
 endif()
 file(RELATIVE_PATH zelor_pc_up /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)

@@ -11,11 +11,11 @@
 #include <vector>
 
 #include "agent/Files.h"
-#include "agent/RepositoryUrl.h"
+#include "agent/http/RepositoryUrl.h"
+#include "base/SystemRoot.h"
+#include "base/TrustedFolder.h"
 #include "collaborators/Common.h"
 #include "controller/InputError.h"
-#include "platform/SystemRoot.h"
-#include "platform/TrustedFolder.h"
 #include "platform/macos/MacPatchManager.h"
 
 namespace zelor {

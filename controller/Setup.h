@@ -4,7 +4,7 @@
 #include <string>
 
 #include "agent/AgentSettings.h"
-#include "platform/Files.h"
+#include "base/Files.h"
 
 namespace zelor {
 

@@ -8,8 +8,8 @@
 #include <cmath>
 #include <cstdio>
 
-#include "platform/SystemCalls.h"
-#include "platform/Utf8.h"
+#include "base/SystemCalls.h"
+#include "base/Utf8.h"
 
 namespace zelor {
 

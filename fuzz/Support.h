@@ -7,8 +7,8 @@
 #include <log4cpp/Category.hh>
 #include <string>
 
+#include "base/SystemRoot.h"
 #include "collaborators/Logger.h"
-#include "platform/SystemRoot.h"
 #include "tests/support/TempDir.h"
 
 namespace zelor::fuzz {

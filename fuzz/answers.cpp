@@ -1,8 +1,8 @@
 #include "Support.h"
-#include "agent/ContentDocument.h"
-#include "agent/ContentFetch.h"
-#include "agent/PatchDownload.h"
-#include "platform/Strings.h"
+#include "agent/content/ContentDocument.h"
+#include "agent/content/ContentFetch.h"
+#include "agent/download/PatchDownload.h"
+#include "base/Strings.h"
 #include "tests/support/RawServer.h"
 
 namespace {

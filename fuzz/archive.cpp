@@ -1,7 +1,7 @@
 #include <exception>
 
 #include "Support.h"
-#include "agent/ArchiveExtractor.h"
+#include "agent/archive/ArchiveExtractor.h"
 
 namespace fs = boost::filesystem;
 

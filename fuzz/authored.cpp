@@ -1,6 +1,6 @@
 #include "Support.h"
-#include "authoring/ContentXml.h"
-#include "authoring/Manifest.h"
+#include "authoring/manifest/Manifest.h"
+#include "authoring/publish/ContentXml.h"
 
 namespace {
 

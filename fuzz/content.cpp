@@ -1,8 +1,8 @@
 #include <exception>
 
 #include "Support.h"
-#include "agent/ContentDocument.h"
-#include "authoring/ContentXml.h"
+#include "agent/content/ContentDocument.h"
+#include "authoring/publish/ContentXml.h"
 
 // A content file as agents read it, and as the author's tool reads it to check it.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

@@ -1,7 +1,7 @@
 #include "Support.h"
-#include "agent/PatchDownload.h"
-#include "agent/RepositoryUrl.h"
-#include "authoring/HttpConditions.h"
+#include "agent/download/PatchDownload.h"
+#include "agent/http/RepositoryUrl.h"
+#include "authoring/serve/HttpConditions.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "platform/Strings.h"
+#include "base/Strings.h"
 #include "platform/macos/UpdateSelection.h"
 
 // The first line is the package name, the second the product version, the rest the listing.

@@ -3,7 +3,7 @@
 #include <set>
 
 #include "Support.h"
-#include "agent/BundleManifest.h"
+#include "agent/trust/BundleManifest.h"
 
 namespace {
 

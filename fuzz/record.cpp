@@ -4,8 +4,8 @@
 #include <sstream>
 
 #include "Support.h"
-#include "platform/Files.h"
-#include "remediation/InstalledRecord.h"
+#include "base/Files.h"
+#include "remediation/apply/InstalledRecord.h"
 
 namespace {
 

@@ -1,11 +1,11 @@
-#include "controller/Requests.h"
+#include "controller/run/Requests.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <string>
 
 #include "controller/InputError.h"
-#include "remediation/RequestParsing.h"
+#include "remediation/intake/RequestParsing.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     try {

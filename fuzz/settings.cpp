@@ -2,8 +2,8 @@
 
 #include "Support.h"
 #include "agent/AgentSettings.h"
+#include "base/CommandRunner.h"
 #include "platform/AgentIni.h"
-#include "platform/CommandRunner.h"
 
 namespace {
 

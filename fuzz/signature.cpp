@@ -1,4 +1,4 @@
-#include "agent/Signature.h"
+#include "agent/trust/Signature.h"
 
 #include <algorithm>
 

@@ -3,10 +3,10 @@
 #include <cstdlib>
 #include <string>
 
-#include "platform/Strings.h"
-#include "remediation/BufferedList.h"
-#include "remediation/PatchName.h"
-#include "remediation/PatchSize.h"
+#include "base/Strings.h"
+#include "remediation/buffer/BufferedList.h"
+#include "remediation/buffer/PatchSize.h"
+#include "remediation/fetch/PatchName.h"
 
 // Size texts, patch names, list lines and shell words: everything that content puts into a decision.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

@@ -1,9 +1,9 @@
 #include <cstring>
 
+#include "base/CommandRunner.h"
+#include "base/SystemRoot.h"
 #include "platform/AgentIni.h"
-#include "platform/CommandRunner.h"
 #include "platform/Log.h"
-#include "platform/SystemRoot.h"
 #include "platform/macos/MacPatchManager.h"
 
 namespace zelor {

@@ -8,7 +8,7 @@
 #include <string>
 #include <utility>
 
-#include "platform/Files.h"
+#include "base/Files.h"
 
 namespace zelor::rehearsal {
 

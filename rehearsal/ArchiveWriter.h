@@ -8,7 +8,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/Files.h"
+#include "base/Files.h"
 
 namespace zelor::rehearsal {
 

@@ -4,7 +4,7 @@
 #include <boost/filesystem.hpp>
 #include <stdexcept>
 
-#include "agent/ArchivePolicy.h"
+#include "agent/archive/ArchivePolicy.h"
 #include "rehearsal/ArchiveWriter.h"
 #include "rehearsal/StateFolder.h"
 

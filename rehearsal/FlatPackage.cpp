@@ -8,8 +8,8 @@
 #include <set>
 #include <stdexcept>
 
-#include "agent/ArchivePolicy.h"
 #include "agent/Files.h"
+#include "agent/archive/ArchivePolicy.h"
 #include "rehearsal/ArchiveReader.h"
 
 namespace zelor::rehearsal {

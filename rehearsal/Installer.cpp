@@ -1,7 +1,7 @@
 #include <boost/filesystem.hpp>
 #include <optional>
 
-#include "agent/ArchivePolicy.h"
+#include "agent/archive/ArchivePolicy.h"
 #include "rehearsal/FlatPackage.h"
 #include "rehearsal/InstallText.h"
 #include "rehearsal/PackageScript.h"

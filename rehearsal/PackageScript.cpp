@@ -7,7 +7,7 @@
 
 #include <cerrno>
 
-#include "platform/Files.h"
+#include "base/Files.h"
 
 namespace zelor::rehearsal {
 

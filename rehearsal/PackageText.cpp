@@ -5,7 +5,7 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "agent/ArchivePolicy.h"
+#include "agent/archive/ArchivePolicy.h"
 
 namespace zelor::rehearsal {
 

@@ -4,9 +4,9 @@
 #include <boost/filesystem.hpp>
 #include <stdexcept>
 
-#include "agent/ArchivePolicy.h"
 #include "agent/Files.h"
-#include "platform/Strings.h"
+#include "agent/archive/ArchivePolicy.h"
+#include "base/Strings.h"
 #include "rehearsal/OsVersion.h"
 
 namespace fs = boost::filesystem;

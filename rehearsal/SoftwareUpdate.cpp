@@ -1,8 +1,8 @@
 #include <algorithm>
 #include <optional>
 
-#include "agent/ArchivePolicy.h"
-#include "agent/ExtractionTree.h"
+#include "agent/archive/ArchivePolicy.h"
+#include "agent/archive/ExtractionTree.h"
 #include "rehearsal/OsVersion.h"
 #include "rehearsal/Tools.h"
 

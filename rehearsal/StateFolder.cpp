@@ -14,7 +14,7 @@
 #include <stdexcept>
 
 #include "agent/Files.h"
-#include "platform/Files.h"
+#include "base/Files.h"
 
 namespace fs = boost::filesystem;
 

@@ -7,8 +7,8 @@
 #include <limits>
 #include <vector>
 
-#include "agent/ArchivePolicy.h"
 #include "agent/Files.h"
+#include "agent/archive/ArchivePolicy.h"
 
 namespace zelor::rehearsal {
 

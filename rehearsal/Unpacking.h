@@ -3,7 +3,7 @@
 #include <functional>
 #include <string>
 
-#include "agent/ExtractionTree.h"
+#include "agent/archive/ExtractionTree.h"
 #include "rehearsal/ArchiveReader.h"
 
 namespace zelor::rehearsal {

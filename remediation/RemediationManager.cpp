@@ -2,14 +2,14 @@
 
 #include <utility>
 
+#include "base/SystemRoot.h"
+#include "base/TrustedFolder.h"
 #include "collaborators/Common.h"
 #include "platform/Log.h"
-#include "platform/SystemRoot.h"
-#include "platform/TrustedFolder.h"
 #include "platform/macos/MacPatchManager.h"
-#include "remediation/InstalledRecord.h"
-#include "remediation/NearbyKey.h"
-#include "remediation/ProgressTable.h"
+#include "remediation/apply/InstalledRecord.h"
+#include "remediation/progress/NearbyKey.h"
+#include "remediation/progress/ProgressTable.h"
 
 namespace zlog = zelor::log;
 

@@ -4,12 +4,12 @@
 #include <boost/filesystem/operations.hpp>
 #include <exception>
 
-#include "platform/Files.h"
+#include "base/Files.h"
 #include "platform/Log.h"
-#include "remediation/InstalledRecord.h"
-#include "remediation/ProgressTable.h"
 #include "remediation/RemediationManager.h"
-#include "remediation/RequestParsing.h"
+#include "remediation/apply/InstalledRecord.h"
+#include "remediation/intake/RequestParsing.h"
+#include "remediation/progress/ProgressTable.h"
 
 namespace zlog = zelor::log;
 

@@ -1,4 +1,4 @@
-#include "platform/Strings.h"
+#include "base/Strings.h"
 #include "remediation/RemediationManager.h"
 
 bool RemediationManager::stringHasEnding(const std::string& text, const std::string& ending) {

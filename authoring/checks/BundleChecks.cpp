@@ -2,7 +2,7 @@
 
 #include <boost/filesystem/operations.hpp>
 
-#include "remediation/PatchName.h"
+#include "remediation/fetch/PatchName.h"
 
 namespace zelor {
 

@@ -2,9 +2,9 @@
 
 #include <map>
 
-#include "authoring/SizeText.h"
 #include "authoring/checks/NameChecks.h"
-#include "platform/Strings.h"
+#include "authoring/manifest/SizeText.h"
+#include "base/Strings.h"
 
 namespace zelor {
 

@@ -2,8 +2,8 @@
 
 #include <vector>
 
-#include "authoring/ContentEntry.h"
 #include "authoring/Finding.h"
+#include "authoring/manifest/ContentEntry.h"
 
 /// Findings on what content says, before any file is looked at.
 namespace zelor {

@@ -4,11 +4,11 @@
 #include <map>
 #include <optional>
 
-#include "authoring/ManifestFile.h"
-#include "authoring/PublishState.h"
 #include "authoring/UsageError.h"
-#include "platform/Strings.h"
-#include "remediation/PatchName.h"
+#include "authoring/manifest/ManifestFile.h"
+#include "authoring/publish/PublishState.h"
+#include "base/Strings.h"
+#include "remediation/fetch/PatchName.h"
 
 namespace zelor {
 

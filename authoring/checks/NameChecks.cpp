@@ -1,8 +1,8 @@
 #include "authoring/checks/NameChecks.h"
 
-#include "agent/ContentDocument.h"
-#include "platform/Strings.h"
-#include "remediation/PatchName.h"
+#include "agent/content/ContentDocument.h"
+#include "base/Strings.h"
+#include "remediation/fetch/PatchName.h"
 
 namespace zelor {
 

@@ -3,14 +3,14 @@
 #include <boost/filesystem.hpp>
 #include <set>
 
-#include "agent/ArchiveExtractor.h"
-#include "agent/Signature.h"
-#include "authoring/Digests.h"
-#include "authoring/ScratchFolder.h"
+#include "agent/archive/ArchiveExtractor.h"
+#include "agent/trust/Signature.h"
 #include "authoring/checks/BundleChecks.h"
 #include "authoring/checks/ScriptCheck.h"
 #include "authoring/checks/SizeCheck.h"
-#include "remediation/PatchName.h"
+#include "authoring/publish/Digests.h"
+#include "authoring/rehearse/ScratchFolder.h"
+#include "remediation/fetch/PatchName.h"
 
 namespace zelor {
 

@@ -3,8 +3,8 @@
 #include <string>
 #include <vector>
 
-#include "authoring/ContentEntry.h"
 #include "authoring/Finding.h"
+#include "authoring/manifest/ContentEntry.h"
 
 namespace zelor {
 

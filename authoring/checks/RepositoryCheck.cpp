@@ -4,17 +4,17 @@
 #include <map>
 #include <set>
 
-#include "agent/ContentDocument.h"
 #include "agent/Files.h"
-#include "agent/Signature.h"
-#include "authoring/ContentXml.h"
+#include "agent/content/ContentDocument.h"
+#include "agent/trust/Signature.h"
 #include "authoring/UsageError.h"
 #include "authoring/checks/ContentChecks.h"
 #include "authoring/checks/LeftoverCheck.h"
 #include "authoring/checks/NameChecks.h"
 #include "authoring/checks/PatchCheck.h"
-#include "platform/Strings.h"
-#include "remediation/PatchName.h"
+#include "authoring/publish/ContentXml.h"
+#include "base/Strings.h"
+#include "remediation/fetch/PatchName.h"
 
 namespace zelor {
 

@@ -2,8 +2,8 @@
 
 #include <chrono>
 
-#include "platform/CommandRunner.h"
-#include "platform/Strings.h"
+#include "base/CommandRunner.h"
+#include "base/Strings.h"
 
 namespace zelor {
 

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "authoring/SizeText.h"
-#include "remediation/PatchSize.h"
+#include "authoring/manifest/SizeText.h"
+#include "remediation/buffer/PatchSize.h"
 
 namespace zelor {
 

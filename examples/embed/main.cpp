@@ -12,7 +12,7 @@
 #include <string>
 #include <thread>
 
-#include "platform/SystemRoot.h"
+#include "base/SystemRoot.h"
 #include "remediation/RemediationManager.h"
 
 namespace {

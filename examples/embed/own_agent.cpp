@@ -27,6 +27,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/SystemRoot.h"
 #include "collaborators/CacheStore.h"
 #include "collaborators/Common.h"
 #include "collaborators/ConfigurationManager.h"
@@ -36,7 +37,6 @@
 #include "collaborators/Logger.h"
 #include "collaborators/RemediationResourceDownloader.h"
 #include "collaborators/ZipUtils.h"
-#include "platform/SystemRoot.h"
 #include "remediation/RecordAccess.h"
 
 extern char** environ;

@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <memory>
 
-#include "platform/DirectoryCopy.h"
+#include "base/DirectoryCopy.h"
 #include "platform/Log.h"
 #include "platform/macos/MacPatchManager.h"
 

@@ -1,6 +1,6 @@
 #include "platform/macos/InstallCommands.h"
 
-#include "platform/Strings.h"
+#include "base/Strings.h"
 
 namespace zelor {
 

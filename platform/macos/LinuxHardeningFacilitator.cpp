@@ -5,8 +5,8 @@
 
 #include <cerrno>
 
-#include "platform/CommandRunner.h"
-#include "platform/Files.h"
+#include "base/CommandRunner.h"
+#include "base/Files.h"
 #include "platform/Log.h"
 
 namespace zlog = zelor::log;

@@ -4,11 +4,11 @@
 #include <boost/optional/optional.hpp>
 #include <utility>
 
+#include "base/CommandRunner.h"
+#include "base/Strings.h"
+#include "base/SystemRoot.h"
 #include "platform/AgentIni.h"
-#include "platform/CommandRunner.h"
 #include "platform/Log.h"
-#include "platform/Strings.h"
-#include "platform/SystemRoot.h"
 #include "platform/macos/LinuxHardeningFacilitator.h"
 #include "platform/macos/UpdateSelection.h"
 

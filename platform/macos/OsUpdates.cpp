@@ -1,5 +1,5 @@
+#include "base/Strings.h"
 #include "platform/Log.h"
-#include "platform/Strings.h"
 #include "platform/macos/InstallCommands.h"
 #include "platform/macos/MacPatchManager.h"
 #include "platform/macos/UpdateSelection.h"

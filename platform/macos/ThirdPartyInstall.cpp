@@ -2,10 +2,10 @@
 
 #include <algorithm>
 
+#include "base/Strings.h"
+#include "base/SystemRoot.h"
+#include "base/TrustedFolder.h"
 #include "platform/Log.h"
-#include "platform/Strings.h"
-#include "platform/SystemRoot.h"
-#include "platform/TrustedFolder.h"
 #include "platform/macos/InstallCommands.h"
 #include "platform/macos/MacPatchManager.h"
 

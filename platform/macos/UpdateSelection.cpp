@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "platform/Strings.h"
+#include "base/Strings.h"
 
 namespace zelor {
 

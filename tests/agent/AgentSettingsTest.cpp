@@ -2,9 +2,9 @@
 #include <gtest/gtest.h>
 
 #include "agent/AgentSettings.h"
+#include "base/SystemRoot.h"
 #include "collaborators/CacheStore.h"
 #include "collaborators/ConfigurationManager.h"
-#include "platform/SystemRoot.h"
 #include "support/TempDir.h"
 
 namespace zelor {

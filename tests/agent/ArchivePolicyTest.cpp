@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "agent/ArchivePolicy.h"
+#include "agent/archive/ArchivePolicy.h"
 
 namespace zelor {
 namespace {

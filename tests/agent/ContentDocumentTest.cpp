@@ -1,7 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "agent/ContentDocument.h"
+#include "agent/content/ContentDocument.h"
 #include "remediation/RecordAccess.h"
 
 namespace zelor {

@@ -3,9 +3,9 @@
 #include <sys/stat.h>
 
 #include "agent/ContentCacheControl.h"
-#include "agent/ContentLibrary.h"
+#include "agent/content/ContentLibrary.h"
+#include "base/SystemRoot.h"
 #include "collaborators/CreCacher.h"
-#include "platform/SystemRoot.h"
 #include "support/RepositoryServer.h"
 #include "support/SigningKey.h"
 

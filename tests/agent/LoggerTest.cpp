@@ -6,9 +6,9 @@
 #include <thread>
 
 #include "agent/LogControl.h"
+#include "base/SystemRoot.h"
 #include "collaborators/Logger.h"
 #include "platform/Log.h"
-#include "platform/SystemRoot.h"
 #include "support/TempDir.h"
 
 namespace zelor {

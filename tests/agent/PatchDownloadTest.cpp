@@ -8,10 +8,10 @@
 #include <mutex>
 
 #include "agent/DownloadProgress.h"
-#include "agent/PatchDownload.h"
+#include "agent/download/PatchDownload.h"
+#include "base/SystemRoot.h"
 #include "collaborators/DownloadManager.h"
 #include "collaborators/RemediationResourceDownloader.h"
-#include "platform/SystemRoot.h"
 #include "support/RawServer.h"
 #include "support/RepositoryServer.h"
 

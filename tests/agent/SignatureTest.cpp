@@ -7,10 +7,10 @@
 #include <cstdlib>
 #include <functional>
 
-#include "agent/BundleManifest.h"
-#include "agent/Signature.h"
+#include "agent/trust/BundleManifest.h"
+#include "agent/trust/Signature.h"
+#include "base/SystemRoot.h"
 #include "collaborators/FileSignVerifier.h"
-#include "platform/SystemRoot.h"
 #include "support/SigningKey.h"
 #include "support/TempDir.h"
 

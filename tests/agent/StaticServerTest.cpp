@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "agent/HttpClient.h"
-#include "authoring/HttpConditions.h"
-#include "authoring/StaticServer.h"
+#include "agent/http/HttpClient.h"
+#include "authoring/serve/HttpConditions.h"
+#include "authoring/serve/StaticServer.h"
 #include "support/RepositoryServer.h"
 
 namespace zelor {

@@ -2,9 +2,9 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "agent/ArchiveExtractor.h"
+#include "agent/archive/ArchiveExtractor.h"
+#include "base/SystemRoot.h"
 #include "collaborators/ZipUtils.h"
-#include "platform/SystemRoot.h"
 #include "support/ArchiveBuilder.h"
 #include "support/TempDir.h"
 

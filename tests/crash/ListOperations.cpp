@@ -7,8 +7,8 @@
 #include <random>
 #include <string>
 
+#include "base/SystemRoot.h"
 #include "collaborators/ConfigurationManager.h"
-#include "platform/SystemRoot.h"
 #include "remediation/RemediationManager.h"
 #include "tests/support/TempDir.h"
 

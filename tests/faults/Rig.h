@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "agent/BundleManifest.h"
-#include "platform/CommandRunner.h"
+#include "agent/trust/BundleManifest.h"
+#include "base/CommandRunner.h"
 #include "tests/road/Road.h"
 
 namespace zelor::test {

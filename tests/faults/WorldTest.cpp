@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <fstream>
 
-#include "platform/Files.h"
+#include "base/Files.h"
 #include "tests/faults/Rig.h"
 
 using zelor::ServerFault;

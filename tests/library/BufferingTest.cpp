@@ -2,8 +2,8 @@
 
 #include <boost/thread/thread.hpp>
 
-#include "remediation/PatchSize.h"
 #include "remediation/RemediationManager.h"
+#include "remediation/buffer/PatchSize.h"
 #include "tests/library/FakeAgent.h"
 
 using zelor::test::readFile;

@@ -6,8 +6,8 @@
 
 #include <string>
 
-#include "platform/CommandRunner.h"
-#include "platform/OutputBuffer.h"
+#include "base/CommandRunner.h"
+#include "base/OutputBuffer.h"
 #include "platform/macos/MacPatchManager.h"
 #include "tests/library/FakeAgent.h"
 

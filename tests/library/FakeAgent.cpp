@@ -10,6 +10,7 @@
 #include <log4cpp/Priority.hh>
 #include <sstream>
 
+#include "base/SystemRoot.h"
 #include "collaborators/CacheStore.h"
 #include "collaborators/Common.h"
 #include "collaborators/ConfigurationManager.h"
@@ -19,7 +20,6 @@
 #include "collaborators/Logger.h"
 #include "collaborators/RemediationResourceDownloader.h"
 #include "collaborators/ZipUtils.h"
-#include "platform/SystemRoot.h"
 
 namespace zelor::test {
 

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "remediation/BufferedList.h"
 #include "remediation/RemediationManager.h"
+#include "remediation/buffer/BufferedList.h"
 #include "tests/library/FakeAgent.h"
 
 using zelor::test::readFile;

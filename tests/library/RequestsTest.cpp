@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "remediation/RemediationManager.h"
-#include "remediation/RequestParsing.h"
+#include "remediation/intake/RequestParsing.h"
 #include "tests/library/FakeAgent.h"
 
 using zelor::parseRequestKey;

@@ -3,9 +3,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/Strings.h"
-#include "remediation/PatchName.h"
+#include "base/Strings.h"
 #include "remediation/RemediationManager.h"
+#include "remediation/fetch/PatchName.h"
 #include "tests/library/FakeAgent.h"
 
 namespace {

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/Strings.h"
+#include "base/Strings.h"
 #include "platform/macos/MacPatchManager.h"
 #include "platform/macos/UpdateSelection.h"
 #include "tests/library/FakeAgent.h"

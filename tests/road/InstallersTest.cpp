@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/CommandRunner.h"
+#include "base/CommandRunner.h"
 #include "platform/macos/MacPatchManager.h"
 #include "tests/road/Road.h"
 

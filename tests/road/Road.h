@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "agent/ContentCacheControl.h"
-#include "authoring/StaticServer.h"
-#include "platform/SystemRoot.h"
+#include "authoring/serve/StaticServer.h"
+#include "base/SystemRoot.h"
 #include "remediation/RemediationManager.h"
 #include "tests/support/ArchiveBuilder.h"
 #include "tests/support/SigningKey.h"

@@ -5,8 +5,8 @@
 #include <cstdio>
 #include <fstream>
 
-#include "agent/BundleManifest.h"
-#include "platform/CommandRunner.h"
+#include "agent/trust/BundleManifest.h"
+#include "base/CommandRunner.h"
 #include "tests/road/Road.h"
 #include "tests/road/Snapshot.h"
 

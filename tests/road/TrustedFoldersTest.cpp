@@ -2,7 +2,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "platform/TrustedFolder.h"
+#include "base/TrustedFolder.h"
 #include "platform/macos/MacPatchManager.h"
 #include "tests/road/Road.h"
 

@@ -13,7 +13,7 @@
 #include <thread>
 #include <utility>
 
-#include "platform/Files.h"
+#include "base/Files.h"
 
 namespace zelor::test {
 

@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "authoring/StaticServer.h"
+#include "authoring/serve/StaticServer.h"
 #include "support/TempDir.h"
 
 namespace zelor::test {

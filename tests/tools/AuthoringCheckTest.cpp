@@ -1,12 +1,12 @@
 #include <functional>
 #include <nlohmann/json.hpp>
 
-#include "authoring/ContentXml.h"
-#include "authoring/Digests.h"
-#include "authoring/SigningKey.h"
 #include "authoring/checks/ContentChecks.h"
 #include "authoring/checks/NameChecks.h"
 #include "authoring/checks/SizeCheck.h"
+#include "authoring/publish/ContentXml.h"
+#include "authoring/publish/Digests.h"
+#include "authoring/publish/SigningKey.h"
 #include "support/ArchiveBuilder.h"
 #include "tools/AuthoringFixture.h"
 

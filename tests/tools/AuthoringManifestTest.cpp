@@ -1,4 +1,4 @@
-#include "authoring/Manifest.h"
+#include "authoring/manifest/Manifest.h"
 #include "tools/AuthoringFixture.h"
 
 namespace zelor {

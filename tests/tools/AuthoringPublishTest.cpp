@@ -8,15 +8,15 @@
 #include <set>
 #include <thread>
 
-#include "agent/ArchiveExtractor.h"
-#include "agent/BundleManifest.h"
-#include "agent/ContentDocument.h"
-#include "agent/Signature.h"
-#include "authoring/PublishState.h"
-#include "authoring/SizeText.h"
-#include "authoring/StagedFile.h"
+#include "agent/archive/ArchiveExtractor.h"
+#include "agent/content/ContentDocument.h"
+#include "agent/trust/BundleManifest.h"
+#include "agent/trust/Signature.h"
 #include "authoring/checks/RepositoryCheck.h"
-#include "remediation/PatchSize.h"
+#include "authoring/manifest/SizeText.h"
+#include "authoring/publish/PublishState.h"
+#include "authoring/publish/StagedFile.h"
+#include "remediation/buffer/PatchSize.h"
 #include "tools/AuthoringFixture.h"
 
 namespace zelor {

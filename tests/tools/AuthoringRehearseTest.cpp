@@ -3,7 +3,7 @@
 #include <chrono>
 #include <thread>
 
-#include "authoring/RehearsalReport.h"
+#include "authoring/rehearse/RehearsalReport.h"
 #include "tools/AuthoringFixture.h"
 
 namespace zelor {

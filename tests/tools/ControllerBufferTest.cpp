@@ -4,7 +4,7 @@
 #include <atomic>
 #include <thread>
 
-#include "controller/BufferTrail.h"
+#include "controller/run/BufferTrail.h"
 #include "tests/tools/ControllerFixture.h"
 
 namespace zelor::test {

@@ -1,10 +1,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "controller/LiveFrame.h"
-#include "controller/LiveProgress.h"
-#include "controller/RateMeter.h"
 #include "controller/Text.h"
+#include "controller/live/LiveFrame.h"
+#include "controller/live/LiveProgress.h"
+#include "controller/live/RateMeter.h"
 
 namespace zelor {
 namespace {

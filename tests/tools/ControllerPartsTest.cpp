@@ -5,12 +5,12 @@
 #include <sstream>
 
 #include "controller/InputError.h"
-#include "controller/PlainLines.h"
-#include "controller/ReportJson.h"
-#include "controller/RequestLabel.h"
-#include "controller/RunLog.h"
 #include "controller/Text.h"
-#include "controller/Watch.h"
+#include "controller/live/PlainLines.h"
+#include "controller/live/RequestLabel.h"
+#include "controller/live/Watch.h"
+#include "controller/report/ReportJson.h"
+#include "controller/run/RunLog.h"
 #include "tests/support/TempDir.h"
 
 namespace zelor {

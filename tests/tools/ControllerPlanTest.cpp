@@ -1,6 +1,6 @@
 #include <set>
 
-#include "controller/Plan.h"
+#include "controller/plan/Plan.h"
 #include "remediation/RecordAccess.h"
 #include "tests/tools/ControllerFixture.h"
 

@@ -1,8 +1,8 @@
 #include <pugixml.hpp>
 #include <sstream>
 
-#include "controller/ReportPage.h"
-#include "controller/ReportTimeline.h"
+#include "controller/report/ReportPage.h"
+#include "controller/report/ReportTimeline.h"
 #include "tests/tools/ControllerFixture.h"
 
 namespace zelor::test {

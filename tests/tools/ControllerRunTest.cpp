@@ -4,7 +4,7 @@
 
 #include <thread>
 
-#include "platform/Files.h"
+#include "base/Files.h"
 #include "tests/tools/ControllerFixture.h"
 
 namespace zelor::test {

@@ -1,4 +1,4 @@
-#include "controller/Status.h"
+#include "controller/status/Status.h"
 #include "tests/tools/ControllerFixture.h"
 
 namespace zelor::test {

@@ -1,0 +1,181 @@
+#include "agent/archive/ArchiveExtractor.h"
+
+#include <archive.h>
+#include <archive_entry.h>
+
+#include <cerrno>
+#include <memory>
+#include <stdexcept>
+
+#include "agent/Files.h"
+#include "agent/archive/ExtractionTree.h"
+#include "base/SystemCalls.h"
+
+namespace zelor {
+
+namespace {
+
+constexpr std::size_t readBytes = 1U << 20U;
+
+struct ReaderRelease {
+    void operator()(archive* reader) const { archive_read_free(reader); }
+};
+using Reader = std::unique_ptr<archive, ReaderRelease>;
+
+/// Entry names marked as UTF-8 come through unchanged only in a UTF-8 locale, which an agent's process seldom
+/// sets.
+class Utf8Names {
+  public:
+    Utf8Names() {
+        for (const char* name : {"C.UTF-8", "en_US.UTF-8", "UTF-8"}) {
+            locale_ = newlocale(LC_CTYPE_MASK, name, locale_t());
+            if (locale_ != locale_t()) break;
+        }
+        if (locale_ != locale_t()) previous_ = uselocale(locale_);
+    }
+    ~Utf8Names() {
+        if (locale_ == locale_t()) return;
+        uselocale(previous_);
+        freelocale(locale_);
+    }
+    Utf8Names(const Utf8Names&) = delete;
+    Utf8Names& operator=(const Utf8Names&) = delete;
+
+  private:
+    locale_t locale_ = locale_t();
+    locale_t previous_ = locale_t();
+};
+
+/// One archive on its way into one folder.
+class Extraction {
+  public:
+    Extraction(const std::string& archivePath, ExtractionTree& tree, const ExtractionLimits& limits)
+        : tree_(tree), limits_(limits) {
+        std::uint64_t archiveBytes = 0;
+        file_ = openRegularFile(archivePath, Links::refuse, &archiveBytes);
+        allowance_ = unpackedAllowance(archiveBytes, tree.freeBytes(), limits);
+        reader_.reset(archive_read_new());
+        // The directory at the archive's end alone tells modes, links and whether the archive is whole.
+        if (!reader_ || archive_read_support_format_zip_seekable(reader_.get()) != ARCHIVE_OK) failRead();
+        archive_read_set_format_option(reader_.get(), "zip", "mac-ext", nullptr);
+        if (archive_read_open_fd(reader_.get(), file_.get(), readBytes) != ARCHIVE_OK) failRead();
+    }
+
+    void run() {
+        archive_entry* entry = nullptr;
+        int result = ARCHIVE_OK;
+        while ((result = archive_read_next_header(reader_.get(), &entry)) == ARCHIVE_OK) {
+            const char* name = archive_entry_pathname(entry);
+            name_ = name == nullptr ? "" : name;
+            try {
+                takeEntry(entry);
+            } catch (const std::exception& e) {
+                throw std::runtime_error("entry \"" + name_ + "\" " + e.what());
+            }
+        }
+        if (result != ARCHIVE_EOF) failRead();
+        tree_.finish();
+    }
+
+  private:
+    [[noreturn]] void failRead() const {
+        const char* cause = reader_ ? archive_error_string(reader_.get()) : "out of memory";
+        throw std::runtime_error(std::string("damaged or no zip archive: ") +
+                                 (cause == nullptr ? "unreadable" : cause));
+    }
+
+    void takeEntry(archive_entry* entry) {
+        constexpr const char* tooMany = "is one more than the entries allowed";
+        if (++entries_ > limits_.entries) throw std::runtime_error(tooMany);
+        const std::string problem = entryNameProblem(name_, limits_);
+        if (!problem.empty()) throw std::runtime_error(problem);
+        if (archive_entry_is_encrypted(entry) != 0) throw std::runtime_error("is encrypted");
+        if (archive_entry_hardlink(entry) != nullptr) throw std::runtime_error("is a hard link");
+        const auto path = pathComponents(name_);
+        const auto type = archive_entry_filetype(entry);
+        if (path.empty()) {
+            if (type != AE_IFDIR) throw std::runtime_error("has no name");
+            return;
+        }
+        const std::string twin = names_.add(path);
+        if (!twin.empty()) throw std::runtime_error(twin);
+        if (names_.size() > limits_.entries) throw std::runtime_error(tooMany);
+        create(entry, path, type);
+    }
+
+    void create(archive_entry* entry, const ExtractionTree::Path& path, unsigned type) {
+        const unsigned kept = type == AE_IFREG && path.size() == 1 ? keptModeBitsOfLoneFile : keptModeBits;
+        const auto mode = static_cast<mode_t>(archive_entry_perm(entry) & kept);
+        ExtractionTree::Time time;
+        if (archive_entry_mtime_is_set(entry) != 0) {
+            time = timespec{archive_entry_mtime(entry), archive_entry_mtime_nsec(entry)};
+        }
+        if (type == AE_IFDIR) {
+            tree_.addFolder(path, mode, time);
+        } else if (type == AE_IFLNK) {
+            const char* target = archive_entry_symlink(entry);
+            const std::string problem = linkTargetProblem(path, target == nullptr ? "" : target, limits_);
+            if (!problem.empty()) throw std::runtime_error(problem);
+            tree_.addLink(path, target, time);
+        } else if (type == AE_IFREG) {
+            if (archive_entry_size_is_set(entry) != 0) requireRoom(archive_entry_size(entry));
+            UniqueFd file = tree_.createFile(path);
+            copyData(file);
+            ExtractionTree::finishFile(std::move(file), mode, time);
+        } else {
+            throw std::runtime_error("is a device, FIFO or socket");
+        }
+    }
+
+    void copyData(const UniqueFd& file) {
+        const void* bytes = nullptr;
+        std::size_t size = 0;
+        la_int64_t offset = 0;
+        la_int64_t expected = 0;
+        int result = ARCHIVE_OK;
+        while ((result = archive_read_data_block(reader_.get(), &bytes, &size, &offset)) == ARCHIVE_OK) {
+            if (offset != expected) throw std::runtime_error("has holes");
+            requireRoom(static_cast<la_int64_t>(size));
+            if (!writeAll(file.get(), {static_cast<const char*>(bytes), size})) {
+                throw std::runtime_error("cannot write the file: " + errorText(errno));
+            }
+            expected += static_cast<la_int64_t>(size);
+            unpacked_ += size;
+        }
+        if (result == ARCHIVE_EOF) return;
+        const char* cause = archive_error_string(reader_.get());
+        throw std::runtime_error(std::string("is damaged: ") + (cause == nullptr ? "unreadable" : cause));
+    }
+
+    void requireRoom(la_int64_t bytes) const {
+        if (bytes < 0 || static_cast<std::uint64_t>(bytes) > allowance_.bytes - unpacked_) {
+            throw std::runtime_error("unpacks to more than " + allowance_.rule + " (" +
+                                     std::to_string(allowance_.bytes) + " bytes)");
+        }
+    }
+
+    ExtractionTree& tree_;
+    const ExtractionLimits& limits_;
+    UniqueFd file_;  // outlives the reader, which reads from it
+    Reader reader_;
+    Allowance allowance_;
+    std::string name_;
+    EntryNames names_;
+    std::uint64_t entries_ = 0;
+    std::uint64_t unpacked_ = 0;
+};
+
+}  // namespace
+
+void ArchiveExtractor::extract(const std::string& archive, const std::string& destination) const {
+    const Utf8Names names;
+    ExtractionTree tree(destination);
+    try {
+        Extraction(archive, tree, limits_).run();
+    } catch (...) {
+        tree.rollBack();
+        throw;
+    }
+}
+
+}  // namespace zelor

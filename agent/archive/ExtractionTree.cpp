@@ -1,0 +1,137 @@
+#include "agent/archive/ExtractionTree.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <stdexcept>
+#include <utility>
+
+#include "agent/Files.h"
+#include "base/SystemCalls.h"
+
+namespace zelor {
+
+namespace {
+
+constexpr int folderFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+constexpr mode_t impliedFolderMode = 0755;
+
+[[noreturn]] void fail(const std::string& what) {
+    throw std::runtime_error(what + ": " + errorText(errno));
+}
+
+/// Access time: left alone; modification time: the given one.
+std::array<timespec, 2> timesFor(const timespec& modified) {
+    std::array<timespec, 2> times{};
+    times[0].tv_nsec = UTIME_OMIT;
+    times[1] = modified;
+    return times;
+}
+
+}  // namespace
+
+ExtractionTree::ExtractionTree(const std::string& destination) {
+    if (!makeFolders(destination)) fail("cannot make the folder " + destination);
+    root_ = openFile(destination, folderFlags);
+    if (!root_) fail("cannot open the folder " + destination);
+}
+
+std::uint64_t ExtractionTree::freeBytes() const {
+    std::uint64_t bytes = 0;
+    if (!availableBytes(root_.get(), bytes)) fail("cannot examine the destination's file system");
+    return bytes;
+}
+
+void ExtractionTree::makeFolder(const UniqueFd& parent, const Path& path) {
+    if (::mkdirat(parent.get(), path.back().c_str(), 0700) == 0) {
+        created_.push_back({path, true});
+        folders_[path] = {impliedFolderMode, std::nullopt};
+    } else if (errno != EEXIST) {
+        fail("cannot make a folder for it");
+    }
+}
+
+UniqueFd ExtractionTree::walk(const Path& folder, bool make) {
+    UniqueFd here(::openat(root_.get(), ".", folderFlags));
+    for (auto it = folder.begin(); here && it != folder.end(); ++it) {
+        if (make) makeFolder(here, Path(folder.begin(), it + 1));
+        here = UniqueFd(::openat(here.get(), it->c_str(), folderFlags | O_NOFOLLOW));
+    }
+    if (!here) fail("a file, a link or a closed folder is where a folder is needed");
+    return here;
+}
+
+int ExtractionTree::parentOf(const Path& path) {
+    Path parent(path.begin(), path.end() - 1);
+    if (!parent_ || parent != parentPath_) {
+        parent_ = walk(parent, true);
+        parentPath_ = std::move(parent);
+    }
+    return parent_.get();
+}
+
+void ExtractionTree::makeRoomFor(int parent, const Path& path) {
+    if (::unlinkat(parent, path.back().c_str(), 0) != 0 && errno != ENOENT) {
+        fail("cannot replace what exists");
+    }
+}
+
+void ExtractionTree::addFolder(const Path& path, mode_t mode, const Time& time) {
+    walk(path, true);
+    folders_[path] = {mode, time};
+}
+
+UniqueFd ExtractionTree::createFile(const Path& path) {
+    const int parent = parentOf(path);
+    makeRoomFor(parent, path);
+    constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+    UniqueFd file(::openat(parent, path.back().c_str(), flags, 0600));
+    if (!file) fail("cannot create the file");
+    created_.push_back({path, false});
+    return file;
+}
+
+void ExtractionTree::finishFile(UniqueFd file, mode_t mode, const Time& time) {
+    if (::fchmod(file.get(), mode) != 0) fail("cannot set the file's mode");
+    if (time && ::futimens(file.get(), timesFor(*time).data()) != 0) fail("cannot set the file's time");
+    if (!file.close()) fail("cannot write the file");
+}
+
+void ExtractionTree::addLink(const Path& path, const std::string& target, const Time& time) {
+    const int parent = parentOf(path);
+    makeRoomFor(parent, path);
+    if (::symlinkat(target.c_str(), parent, path.back().c_str()) != 0)
+        fail("cannot create the symbolic link");
+    created_.push_back({path, false});
+    if (time && ::utimensat(parent, path.back().c_str(), timesFor(*time).data(), AT_SYMLINK_NOFOLLOW) != 0) {
+        fail("cannot set the symbolic link's time");
+    }
+}
+
+void ExtractionTree::finish() {
+    // A folder sorts before what is in it.
+    for (auto it = folders_.rbegin(); it != folders_.rend(); ++it) {
+        const UniqueFd folder = walk(it->first, false);
+        if (::fchmod(folder.get(), it->second.mode) != 0) fail("cannot set a folder's mode");
+        const Time& time = it->second.time;
+        if (time && ::futimens(folder.get(), timesFor(*time).data()) != 0) fail("cannot set a folder's time");
+    }
+}
+
+void ExtractionTree::rollBack() noexcept {
+    for (auto it = created_.rbegin(); it != created_.rend(); ++it) {
+        try {
+            const UniqueFd parent = walk(Path(it->path.begin(), it->path.end() - 1), false);
+            ::unlinkat(parent.get(), it->path.back().c_str(), it->isFolder ? AT_REMOVEDIR : 0);
+        } catch (const std::exception&) {
+            continue;  // gone already, or not ours to reach
+        }
+    }
+    created_.clear();
+    folders_.clear();
+}
+
+}  // namespace zelor

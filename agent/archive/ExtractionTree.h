@@ -1,0 +1,66 @@
+#pragma once
+
+#include <sys/types.h>
+#include <time.h>
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "base/Files.h"
+
+namespace zelor {
+
+/// Creates files, links and folders below one folder without ever following a symbolic link below it. Paths
+/// are component lists without "..". Every operation throws std::runtime_error that names the cause.
+class ExtractionTree {
+  public:
+    using Path = std::vector<std::string>;
+    using Time = std::optional<timespec>;
+
+    /// Opens `destination`, making it (0755) when it is missing.
+    explicit ExtractionTree(const std::string& destination);
+
+    /// Bytes that the destination's file system has free for this process.
+    std::uint64_t freeBytes() const;
+
+    /// Makes the folder, or takes the one that exists; it gets its mode and time in `finish`.
+    void addFolder(const Path& path, mode_t mode, const Time& time);
+    /// Makes an empty file for writing in place of a file or link that exists; its folders are made where
+    /// missing.
+    UniqueFd createFile(const Path& path);
+    /// Gives a written file its mode and time and closes it.
+    static void finishFile(UniqueFd file, mode_t mode, const Time& time);
+    /// Makes a symbolic link in place of a file or link that exists.
+    void addLink(const Path& path, const std::string& target, const Time& time);
+
+    /// Gives the folders their modes and times, the deepest first.
+    void finish();
+    /// Removes all that this object created, as far as it can; what had been overwritten stays lost.
+    void rollBack() noexcept;
+
+  private:
+    struct Folder {
+        mode_t mode;
+        Time time;
+    };
+    struct Created {
+        Path path;
+        bool isFolder;
+    };
+
+    void makeFolder(const UniqueFd& parent, const Path& path);
+    UniqueFd walk(const Path& folder, bool make);
+    int parentOf(const Path& path);
+    void makeRoomFor(int parent, const Path& path);
+
+    UniqueFd root_;
+    Path parentPath_;
+    UniqueFd parent_;
+    std::map<Path, Folder> folders_;
+    std::vector<Created> created_;
+};
+
+}  // namespace zelor

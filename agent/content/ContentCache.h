@@ -1,0 +1,51 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <unordered_map>
+
+#include "agent/content/ContentDocument.h"
+
+namespace zelor {
+
+/// The state of one identifier's content as last confirmed with the repository.
+struct CachedContent {
+    std::shared_ptr<const ContentDocument> document;  ///< null: there is no usable content
+    std::string etag;
+    std::string lastModified;
+    std::uint64_t run = 0;
+    std::chrono::steady_clock::time_point confirmed;
+};
+
+/// Parsed content by identifier, in bounded memory: what was not used for longest goes first. Any thread.
+class ContentCache {
+  public:
+    explicit ContentCache(std::size_t bytesLimit) : limit_(bytesLimit) {}
+
+    std::optional<CachedContent> get(const std::string& identifier);
+    void put(const std::string& identifier, CachedContent content);
+    void remove(const std::string& identifier);
+
+  private:
+    struct Entry {
+        std::string identifier;
+        CachedContent content;
+        std::size_t bytes;
+    };
+    using Entries = std::list<Entry>;
+
+    void erase(Entries::iterator entry);
+
+    std::mutex mutex_;
+    std::size_t limit_;
+    std::size_t bytes_ = 0;
+    Entries entries_;  ///< most recently used first
+    std::unordered_map<std::string, Entries::iterator> byIdentifier_;
+};
+
+}  // namespace zelor

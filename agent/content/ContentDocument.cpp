@@ -1,0 +1,198 @@
+#include "agent/content/ContentDocument.h"
+
+#include <algorithm>
+#include <boost/algorithm/string/predicate.hpp>
+#include <pugixml.hpp>
+#include <stdexcept>
+#include <utility>
+
+#include "remediation/RecordAccess.h"
+
+namespace zelor {
+
+namespace {
+
+constexpr std::size_t entriesLimit = 1000;
+constexpr std::size_t blocksLimit = 1000;       // of one entry
+constexpr std::size_t allBlocksLimit = 10'000;  // a block takes sixty times the room of its shortest spelling
+constexpr int depthLimit = 32;
+constexpr std::size_t identifierLimit = 128;
+
+std::string trimmed(std::string_view text) {
+    constexpr std::string_view blanks = " \t\r\n";
+    const auto first = text.find_first_not_of(blanks);
+    if (first == std::string_view::npos) return "";
+    return std::string(text.substr(first, text.find_last_not_of(blanks) - first + 1));
+}
+
+bool isControl(unsigned char c) {
+    return c < 0x20 || c == 0x7f;
+}
+
+/// What no content file has any use for, wherever it stands; "" for none.
+class Survey : public pugi::xml_tree_walker {
+  public:
+    bool for_each(pugi::xml_node& node) override {
+        if (depth() >= depthLimit) problem = "elements more than " + std::to_string(depthLimit) + " deep";
+        if (node.type() == pugi::node_doctype) problem = "a document type; leave it out";
+        if (!problem.empty()) offset = node.offset_debug();
+        return problem.empty();
+    }
+    std::string problem;
+    std::ptrdiff_t offset = 0;
+};
+
+}  // namespace
+
+bool isContentIdentifier(const std::string& text) {
+    const auto alphanumeric = [](char c) {
+        return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+    };
+    return !text.empty() && text.size() <= identifierLimit && alphanumeric(text.front()) &&
+           std::all_of(text.begin(), text.end(),
+                       [&](char c) { return alphanumeric(c) || c == '.' || c == '_' || c == '-'; });
+}
+
+/// Turns the tree of one file into records.
+class ContentReader {
+  public:
+    ContentReader(std::string_view xml, const std::string& identifier) : xml_(xml), identifier_(identifier) {}
+
+    ContentDocument read() {
+        load();
+        const pugi::xml_node root = rootElement();
+        if (attribute(root, "identifier") != identifier_) {
+            fail(root, "the file is for \"" + attribute(root, "identifier") + "\", not for " + identifier_);
+        }
+        ContentDocument document;
+        std::size_t blocks = 0;
+        for (const pugi::xml_node cre : root.children("cre")) {
+            if (document.entries_.size() == entriesLimit) fail(cre, "more than 1000 cre elements");
+            document.entries_.push_back(entry(cre));
+            blocks += RecordAccess::blocks(document.entries_.back().data).size();
+            if (blocks > allBlocksLimit) fail(cre, "more than 10000 eri elements in all");
+        }
+        document.bytes_ = xml_.size() + sizeof document +
+                          document.entries_.size() * sizeof(ContentDocument::Entry) +
+                          blocks * sizeof(parsedEriData);
+        return document;
+    }
+
+  private:
+    [[noreturn]] void failAt(std::ptrdiff_t offset, const std::string& what) const {
+        const auto at = std::clamp<std::ptrdiff_t>(offset, 0, static_cast<std::ptrdiff_t>(xml_.size()));
+        const auto line = 1 + std::count(xml_.begin(), xml_.begin() + at, '\n');
+        throw std::runtime_error("line " + std::to_string(line) + " (byte " + std::to_string(at) +
+                                 "): " + what);
+    }
+    [[noreturn]] void fail(const pugi::xml_node& node, const std::string& what) const {
+        failAt(node.offset_debug(), what);
+    }
+
+    void load() {
+        if (xml_.size() > contentBytesLimit) throw std::runtime_error("the file is larger than 4 MiB");
+        const auto zero = xml_.find('\0');
+        if (zero != std::string_view::npos) failAt(static_cast<std::ptrdiff_t>(zero), "a zero byte");
+        const pugi::xml_parse_result result = document_.load_buffer(
+            xml_.data(), xml_.size(), pugi::parse_default | pugi::parse_doctype, pugi::encoding_utf8);
+        if (!result) failAt(result.offset, std::string("malformed XML: ") + result.description());
+        Survey survey;
+        document_.traverse(survey);
+        if (!survey.problem.empty()) failAt(survey.offset, survey.problem);
+    }
+
+    pugi::xml_node rootElement() const {
+        const pugi::xml_node root = document_.document_element();
+        const std::string name = root.name();
+        if (name != "remediation") fail(root, "the root element is \"" + name + "\", not \"remediation\"");
+        for (pugi::xml_node next = root.next_sibling(); next; next = next.next_sibling()) {
+            if (next.type() == pugi::node_element) fail(next, "a second root element");
+        }
+        return root;
+    }
+
+    /// Names go into file names, logs and one-line records.
+    std::string name(const pugi::xml_node& node, const std::string& what, const std::string& text) const {
+        if (std::any_of(text.begin(), text.end(), isControl)) fail(node, "a control character in " + what);
+        return text;
+    }
+
+    std::string attribute(const pugi::xml_node& node, const char* key) const {
+        return name(node, key, trimmed(node.attribute(key).value()));
+    }
+
+    std::optional<std::string> optionalAttribute(const pugi::xml_node& node, const char* key) const {
+        if (!node.attribute(key)) return std::nullopt;
+        return attribute(node, key);
+    }
+
+    std::string text(const pugi::xml_node& block, const char* key) const {
+        const pugi::xml_node node = block.child(key);
+        std::string joined;
+        for (const pugi::xml_node piece : node.children()) {
+            if (piece.type() == pugi::node_pcdata || piece.type() == pugi::node_cdata)
+                joined += piece.value();
+        }
+        const auto unwanted = [](unsigned char c) {
+            return isControl(c) && c != '\t' && c != '\n' && c != '\r';
+        };
+        if (std::any_of(joined.begin(), joined.end(), unwanted)) {
+            fail(node, std::string("a control character in ") + key);
+        }
+        return trimmed(joined);
+    }
+
+    ContentDocument::Entry entry(const pugi::xml_node& cre) const {
+        ContentDocument::Entry entry{
+            optionalAttribute(cre, "platform"), optionalAttribute(cre, "product"), {}};
+        if (boost::starts_with(identifier_, "CVE-")) RecordAccess::cve(entry.data) = identifier_;
+        if (boost::starts_with(identifier_, "CCE-")) RecordAccess::cce(entry.data) = identifier_;
+        RecordAccess::creId(entry.data) = attribute(cre, "id");
+        auto& blocks = RecordAccess::blocks(entry.data);
+        for (const pugi::xml_node eri : cre.children("eri")) {
+            if (blocks.size() == blocksLimit) fail(eri, "more than 1000 eri elements in one cre");
+            blocks.push_back(block(eri));
+            RecordAccess::eriIds(entry.data).push_back(RecordAccess::eriId(blocks.back()));
+        }
+        return entry;
+    }
+
+    parsedEriData block(const pugi::xml_node& eri) const {
+        parsedEriData data;
+        RecordAccess::eriId(data) = attribute(eri, "id");
+        // Installed patches are recorded by this name; an empty one would stand for every other empty one.
+        if (RecordAccess::eriId(data).empty()) fail(eri, "an eri element without an id");
+        const std::string reboot = attribute(eri, "reboot");
+        RecordAccess::reboot(data) = reboot == "true" || reboot == "1";
+        RecordAccess::productCpe(data) = name(eri, "product", text(eri, "product"));
+        RecordAccess::operationImpact(data) = text(eri, "impact");
+        RecordAccess::instructions(data) = text(eri, "instructions");
+        RecordAccess::silentModeCmd(data) = text(eri, "silent");
+        RecordAccess::mskbId(data) = name(eri, "mskb", text(eri, "mskb"));
+        const pugi::xml_node patch = eri.child("patch");
+        RecordAccess::patchId(data) = attribute(patch, "id");
+        RecordAccess::patchSize(data) = attribute(patch, "size");
+        RecordAccess::md5sum(data) = attribute(patch, "md5");
+        return data;
+    }
+
+    std::string_view xml_;
+    std::string identifier_;
+    pugi::xml_document document_;
+};
+
+ContentDocument ContentDocument::parse(std::string_view xml, const std::string& identifier) {
+    return ContentReader(xml, identifier).read();
+}
+
+const creEriParsedData* ContentDocument::find(const std::string& platformCpe,
+                                              const std::string& productCpe) const {
+    const auto matches = [&](const Entry& entry) {
+        return entry.platform.value_or(platformCpe) == platformCpe &&
+               entry.product.value_or(productCpe) == productCpe;
+    };
+    const auto found = std::find_if(entries_.begin(), entries_.end(), matches);
+    return found == entries_.end() ? nullptr : &found->data;
+}
+
+}  // namespace zelor

@@ -1,0 +1,110 @@
+#include "agent/content/ContentFetch.h"
+
+#include <ctime>
+#include <utility>
+
+#include "agent/content/ContentDocument.h"
+#include "agent/http/RepositoryUrl.h"
+
+namespace zelor {
+
+namespace {
+
+using Kind = ContentAnswer::Kind;
+
+constexpr std::size_t signatureLimit = 16U << 10U;
+
+struct Fetched {
+    HttpResult result;
+    std::string body;
+    bool tooLarge = false;
+};
+
+Fetched fetchOnce(HttpClient& client, const HttpRequest& prepared, std::size_t limit) {
+    Fetched fetched;
+    HttpRequest request = prepared;
+    request.onBody = [&](std::string_view piece) {
+        fetched.tooLarge = piece.size() > limit - fetched.body.size();
+        if (!fetched.tooLarge) fetched.body += piece;
+        return !fetched.tooLarge;
+    };
+    fetched.result = client.perform(request);
+    return fetched;
+}
+
+bool worthAnotherAttempt(const HttpResult& result) {
+    return result.outcome == HttpOutcome::transient ||
+           (result.outcome == HttpOutcome::answered && statusIsTransient(result.head.status));
+}
+
+Fetched fetch(HttpClient& client, const HttpRequest& request, std::size_t limit, const RetryPolicy& retry) {
+    for (int failures = 1;; ++failures) {
+        Fetched fetched = fetchOnce(client, request, limit);
+        if (!worthAnotherAttempt(fetched.result) || failures >= retry.attempts) return fetched;
+        const auto asked = retryAfter(fetched.result.head.header("retry-after"), std::time(nullptr));
+        if (!sleepUnlessInterrupted(pauseAfter(failures, asked, retry, randomChance()))) return fetched;
+    }
+}
+
+/// Everything but a good answer; `unchanged` stands for a good one.
+ContentAnswer judge(const Fetched& fetched, const std::string& url, std::size_t limit) {
+    const std::string shown = withoutCredentials(url);
+    const HttpResult& result = fetched.result;
+    if (fetched.tooLarge) {
+        return {Kind::refused, {}, shown + " is larger than the " + std::to_string(limit) + " bytes allowed"};
+    }
+    if (result.outcome == HttpOutcome::permanent) return {Kind::refused, {}, shown + ": " + result.error};
+    if (result.outcome != HttpOutcome::answered) return {Kind::noAnswer, {}, shown + ": " + result.error};
+    const long status = result.head.status;
+    if (status == 200 || status == 304) return {Kind::unchanged, {}, ""};
+    const std::string said = shown + ": the repository answered " + std::to_string(status);
+    if (status == 404 || status == 410) return {Kind::none, {}, said + "; publish the content there"};
+    return {statusIsTransient(status) ? Kind::noAnswer : Kind::refused, {}, said};
+}
+
+}  // namespace
+
+RetryPolicy contentRetryPolicy() {
+    RetryPolicy policy;
+    policy.attempts = 3;
+    policy.firstPause = std::chrono::milliseconds(200);
+    policy.longestPause = std::chrono::seconds(5);
+    return policy;
+}
+
+HttpLimits contentLimits() {
+    HttpLimits limits;
+    limits.connectTimeout = std::chrono::seconds(10);
+    limits.stallTime = std::chrono::seconds(20);
+    return limits;
+}
+
+ContentAnswer fetchContent(HttpClient& client, const std::string& repository, const std::string& identifier,
+                           const SignedContent& known, const RetryPolicy& retry) {
+    HttpRequest request;
+    request.url = repository + "/content/" + urlSegment(identifier) + ".xml";
+    request.limits = contentLimits();
+    if (!known.etag.empty()) request.headers.push_back("If-None-Match: " + known.etag);
+    if (!known.lastModified.empty()) request.headers.push_back("If-Modified-Since: " + known.lastModified);
+    const bool conditional = !request.headers.empty();
+    Fetched xml = fetch(client, request, contentBytesLimit, retry);
+    ContentAnswer answer = judge(xml, request.url, contentBytesLimit);
+    if (answer.kind != Kind::unchanged) return answer;
+    if (xml.result.head.status == 304) {
+        if (conditional) return answer;
+        return {Kind::refused, {}, withoutCredentials(request.url) + ": answered 304 to a plain request"};
+    }
+
+    request.url += ".sig";
+    request.headers.clear();
+    Fetched signature = fetch(client, request, signatureLimit, retry);
+    answer = judge(signature, request.url, signatureLimit);
+    if (answer.kind == Kind::none) answer.kind = Kind::refused;  // content without a signature is no removal
+    if (answer.kind != Kind::unchanged) return answer;
+    answer.kind = Kind::fresh;
+    answer.content = {std::move(xml.body), std::move(signature.body), xml.result.head.header("etag"),
+                      xml.result.head.header("last-modified")};
+    return answer;
+}
+
+}  // namespace zelor

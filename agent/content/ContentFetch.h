@@ -1,0 +1,35 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+
+#include "agent/content/ContentStore.h"
+#include "agent/http/HttpClient.h"
+#include "agent/http/RetryPolicy.h"
+
+namespace zelor {
+
+/// What the repository says about one identifier's content.
+struct ContentAnswer {
+    enum class Kind {
+        fresh,      ///< `content` is its pair, not checked yet
+        unchanged,  ///< the version asked about is still the one
+        none,       ///< there is no such content
+        noAnswer,   ///< nobody answered, or the server is in trouble
+        refused     ///< an answer that cannot be used
+    };
+    Kind kind = Kind::noAnswer;
+    SignedContent content;
+    std::string problem;
+};
+
+/// Patience with a repository that does not answer: short, since a kept copy can serve.
+RetryPolicy contentRetryPolicy();
+HttpLimits contentLimits();
+
+/// Asks `<repository>/content/<identifier>.xml` for the content when it differs from the version in `known`
+/// (empty etag and date: in any case), and for its signature.
+ContentAnswer fetchContent(HttpClient& client, const std::string& repository, const std::string& identifier,
+                           const SignedContent& known, const RetryPolicy& retry);
+
+}  // namespace zelor

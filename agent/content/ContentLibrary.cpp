@@ -1,0 +1,179 @@
+#include "agent/content/ContentLibrary.h"
+
+#include <atomic>
+#include <stdexcept>
+#include <utility>
+
+#include "agent/AgentSettings.h"
+#include "agent/ContentCacheControl.h"
+#include "agent/http/RepositoryUrl.h"
+#include "agent/trust/Signature.h"
+#include "platform/Log.h"
+
+namespace zelor {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using Kind = ContentAnswer::Kind;
+
+constexpr std::chrono::minutes trustedTime{10};
+constexpr std::chrono::seconds missingTime{5};  ///< how long "there is none" is believed within a run
+constexpr std::chrono::seconds silentTime{30};
+
+std::atomic<std::uint64_t>& runNumber() {
+    static std::atomic<std::uint64_t> number{1};
+    return number;
+}
+
+bool isFresh(const CachedContent& cached, std::uint64_t run) {
+    const Clock::duration trusted =
+        cached.document ? Clock::duration(trustedTime) : Clock::duration(missingTime);
+    return cached.run == run && Clock::now() - cached.confirmed < trusted;
+}
+
+SignatureVerdict checkSignature(const SignedContent& content) {
+    const auto settings = AgentSettings::current();
+    const std::string& key = settings->get("Repository.TrustedKey");
+    if (key.empty()) {
+        return {false, "Repository.TrustedKey is not set; name the public key in " + settings->iniFile()};
+    }
+    return verifyBytes(content.xml, content.signature, key);
+}
+
+void reportUnusable(const std::string& identifier, const std::string& problem) {
+    log::error("[CreCacher] no usable content for ", identifier, ": ", problem);
+}
+
+}  // namespace
+
+void startNewRun() {
+    ++runNumber();
+}
+
+std::uint64_t currentRun() {
+    return runNumber();
+}
+
+ContentLibrary::Document ContentLibrary::get(const std::string& identifier) {
+    if (!isContentIdentifier(identifier)) {
+        reportUnusable(identifier, "an identifier has at most 128 letters, digits, '.', '_' and '-'");
+        return nullptr;
+    }
+    const std::uint64_t run = currentRun();
+    std::optional<CachedContent> cached = cache_.get(identifier);
+    if (cached && isFresh(*cached, run)) return cached->document;
+    return refresh(identifier, run, std::move(cached));
+}
+
+ContentLibrary::Document ContentLibrary::refresh(const std::string& identifier, std::uint64_t run,
+                                                 std::optional<CachedContent> cached) {
+    Kept kept;
+    if (cached && cached->document) {
+        kept = {cached->document, {"", "", cached->etag, cached->lastModified}};
+    } else {
+        kept = readKept(identifier);
+    }
+    ContentAnswer answer = ask(identifier, run, kept);
+    Document document;
+    switch (answer.kind) {
+        case Kind::fresh:
+            document = accept(identifier, answer.content);
+            kept.version = std::move(answer.content);
+            break;
+        case Kind::unchanged:
+            document = kept.document;
+            break;
+        case Kind::noAnswer:
+            document = kept.document;
+            if (document) {
+                log::info("[CreCacher] using the copy kept of ", identifier, ": ", answer.problem);
+            } else {
+                reportUnusable(identifier, answer.problem + "; check that the repository can be reached");
+                return nullptr;
+            }
+            break;
+        case Kind::none:
+            reportUnusable(identifier, answer.problem);
+            removeFile(identifier);
+            break;
+        case Kind::refused:
+            reportUnusable(identifier, answer.problem);
+            break;
+    }
+    cache_.put(identifier, {document, kept.version.etag, kept.version.lastModified, run, Clock::now()});
+    return document;
+}
+
+ContentLibrary::Kept ContentLibrary::readKept(const std::string& identifier) const {
+    std::optional<SignedContent> content = store_.read(identifier);
+    if (!content) return {};
+    try {
+        const SignatureVerdict verdict = checkSignature(*content);
+        if (!verdict.good) throw std::runtime_error(verdict.reason);
+        auto document =
+            std::make_shared<const ContentDocument>(ContentDocument::parse(content->xml, identifier));
+        return {std::move(document), std::move(*content)};
+    } catch (const std::exception& e) {
+        log::info("[CreCacher] fetching ", identifier, " anew, the copy kept is not good: ", e.what());
+        return {};
+    }
+}
+
+ContentAnswer ContentLibrary::ask(const std::string& identifier, std::uint64_t run, const Kept& kept) {
+    RetryPolicy retry = retry_;
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        if (silentRun_ == run && Clock::now() < silentUntil_) {
+            if (kept.document) return {Kind::noAnswer, {}, "the repository did not answer a moment ago"};
+            retry.attempts = 1;
+        }
+    }
+    ContentAnswer answer;
+    try {
+        const std::string repository = repositoryUrl(*AgentSettings::current());
+        const auto client = clients_.lend();
+        answer = fetchContent(*client, repository, identifier, kept.version, retry);
+    } catch (const std::exception& e) {
+        return {Kind::noAnswer, {}, e.what()};
+    }
+    if (answer.kind == Kind::noAnswer) {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        silentRun_ = run;
+        silentUntil_ = Clock::now() + silentTime;
+    }
+    return answer;
+}
+
+ContentLibrary::Document ContentLibrary::accept(const std::string& identifier, const SignedContent& content) {
+    const SignatureVerdict verdict = checkSignature(content);
+    if (!verdict.good) {
+        reportUnusable(identifier, verdict.reason + "; sign and publish it again");
+        return nullptr;
+    }
+    Document document;
+    try {
+        document = std::make_shared<const ContentDocument>(ContentDocument::parse(content.xml, identifier));
+    } catch (const std::exception& e) {
+        reportUnusable(identifier, std::string(e.what()) + "; correct and publish it again");
+        return nullptr;
+    }
+    try {
+        store_.write(identifier, content);
+    } catch (const std::exception& e) {
+        log::error("[CreCacher] cannot keep the content for ", identifier, ": ", e.what(),
+                   "; make room or mend its rights");
+    }
+    return document;
+}
+
+void ContentLibrary::removeFile(const std::string& identifier) {
+    if (!isContentIdentifier(identifier)) return;
+    try {
+        store_.remove(identifier);
+    } catch (const std::exception& e) {
+        log::error("[CreCacher] ", e.what());
+    }
+}
+
+}  // namespace zelor

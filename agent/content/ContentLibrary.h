@@ -1,0 +1,60 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "agent/content/ContentCache.h"
+#include "agent/content/ContentFetch.h"
+#include "agent/content/ContentStore.h"
+#include "agent/http/HttpClient.h"
+#include "agent/http/RetryPolicy.h"
+
+namespace zelor {
+
+/// Signed remediation content of one install path: in memory, on disk, and from the repository. Any thread.
+///
+/// What is in memory is used without a question until the next run begins or ten minutes have passed. After
+/// that, and for what is on disk alone, the repository is asked whether it changed; when nobody answers, the
+/// copy kept serves. Within a run, a repository that did not answer is asked again for kept content only
+/// after half a minute. A copy read from disk is checked against its signature each time, and one that fails
+/// is fetched anew. Failures go to the log.
+class ContentLibrary {
+  public:
+    explicit ContentLibrary(const std::string& folder, RetryPolicy retry = contentRetryPolicy())
+        : store_(folder), retry_(retry) {}
+
+    /// Null when there is no usable content for that identifier.
+    std::shared_ptr<const ContentDocument> get(const std::string& identifier);
+    /// Forgets what is in memory.
+    void forget(const std::string& identifier) { cache_.remove(identifier); }
+    /// Deletes what is on disk.
+    void removeFile(const std::string& identifier);
+
+  private:
+    using Document = std::shared_ptr<const ContentDocument>;
+    /// What is at hand before the repository is asked.
+    struct Kept {
+        Document document;
+        SignedContent version;  ///< its etag and date
+    };
+
+    Document refresh(const std::string& identifier, std::uint64_t run, std::optional<CachedContent> cached);
+    Kept readKept(const std::string& identifier) const;
+    ContentAnswer ask(const std::string& identifier, std::uint64_t run, const Kept& kept);
+    Document accept(const std::string& identifier, const SignedContent& content);
+
+    static constexpr std::size_t cacheBytes = 64U << 20U;
+
+    ContentStore store_;
+    RetryPolicy retry_;
+    ContentCache cache_{cacheBytes};
+    HttpClientPool clients_;
+    std::mutex mutex_;
+    std::uint64_t silentRun_ = 0;  ///< the run in which the repository did not answer
+    std::chrono::steady_clock::time_point silentUntil_;
+};
+
+}  // namespace zelor

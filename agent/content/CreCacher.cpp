@@ -1,0 +1,82 @@
+#include "collaborators/CreCacher.h"
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+
+#include "agent/content/ContentLibrary.h"
+#include "collaborators/Common.h"
+#include "platform/Log.h"
+#include "remediation/RecordAccess.h"
+
+namespace {
+
+/// One cache and one interface to it for each install path; never removed.
+struct Cachers {
+    std::mutex mutex;
+    std::map<std::string, std::unique_ptr<CreCacher>> interfaces;
+    std::map<std::string, std::unique_ptr<zelor::ContentLibrary>> libraries;
+};
+
+Cachers& cachers() {
+    // Kept to the very end of the process: a run's thread may outlive main().
+    static Cachers& all = *new Cachers;
+    return all;
+}
+
+zelor::ContentLibrary& libraryAt(const std::string& installPath) {
+    const std::lock_guard<std::mutex> lock(cachers().mutex);
+    auto& library = cachers().libraries[installPath];
+    if (!library) library = std::make_unique<zelor::ContentLibrary>(installPath + "/content");
+    return *library;
+}
+
+parseOnlyMetadata failure() {
+    parseOnlyMetadata metadata;
+    RecordAccess::parsingFailed(metadata) = true;
+    return metadata;
+}
+
+}  // namespace
+
+CreCacher* CreCacher::GetInstance(std::string installPath, std::string /*platformCpe*/) {
+    // Content is kept by identifier, whatever platform asks for it.
+    const std::string path = Common::StripTrailingSeparators(installPath);
+    const std::lock_guard<std::mutex> lock(cachers().mutex);
+    auto& cacher = cachers().interfaces[path];
+    if (!cacher) {
+        cacher = std::make_unique<CreCacher>();
+        cacher->installPath_ = path;
+    }
+    return cacher.get();
+}
+
+parseOnlyMetadata CreCacher::getCre(std::string platformCpe, std::string productCpe, std::string cveOrCceId) {
+    try {
+        const auto document = libraryAt(installPath_).get(cveOrCceId);
+        if (!document) return failure();
+        const creEriParsedData* entry = document->find(platformCpe, productCpe);
+        if (entry == nullptr) {
+            zelor::log::error("[CreCacher] the content for ", cveOrCceId, " has no cre for platform '",
+                              platformCpe, "' and product '", productCpe, "'; publish one");
+            return failure();
+        }
+        parseOnlyMetadata metadata;
+        RecordAccess::creEriData(metadata) = *entry;
+        return metadata;
+    } catch (const std::exception& e) {
+        zelor::log::error("[CreCacher] no content for ", cveOrCceId, ": ", e.what());
+        return failure();
+    }
+}
+
+void CreCacher::removeCreFromCache(std::string /*platformCpe*/, std::string /*productCpe*/,
+                                   std::string cveOrCceId) {
+    libraryAt(installPath_).forget(cveOrCceId);
+}
+
+void CreCacher::removeCreFile(std::string /*platformCpe*/, std::string /*productCpe*/,
+                              std::string cveOrCceId) {
+    libraryAt(installPath_).removeFile(cveOrCceId);
+}

@@ -1,0 +1,75 @@
+#include "collaborators/DownloadManager.h"
+
+#include <algorithm>
+#include <chrono>
+#include <optional>
+
+#include "agent/AgentSettings.h"
+#include "agent/http/HttpClient.h"
+#include "agent/http/RepositoryUrl.h"
+#include "platform/Log.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::seconds longest{5};
+constexpr std::uint64_t most = 32U << 20U;
+
+/// Counts bytes from the first ones on, until there are enough to judge.
+struct Measurement {
+    Clock::time_point begin = Clock::now();
+    std::optional<Clock::time_point> first;
+    std::uint64_t firstBytes = 0;  ///< came with the head: they took no time that could be measured
+    std::uint64_t total = 0;
+
+    bool take(std::string_view piece) {
+        const auto now = Clock::now();
+        if (!first) {
+            first = now;
+            firstBytes = piece.size();
+        }
+        total += piece.size();
+        return total < most && now - *first < longest;
+    }
+
+    /// A file that came in one piece is measured with the time of the whole request.
+    double bytesPerSecond(Clock::time_point now) const {
+        const bool onePiece = total == firstBytes;
+        const std::chrono::duration<double> time = now - (onePiece ? begin : *first);
+        return static_cast<double>(onePiece ? total : total - firstBytes) / std::max(time.count(), 1e-6);
+    }
+};
+
+}  // namespace
+
+DownloadManager::DownloadManager(std::string /*installPath*/, bool /*useProxy*/) {}
+
+unsigned long DownloadManager::GetDownloadSpeed(int& status) {
+    status = 0;
+    try {
+        const std::string url = zelor::repositoryUrl(*zelor::AgentSettings::current()) + "/speed.bin";
+        Measurement measured;
+        zelor::HttpRequest request;
+        request.url = url;
+        request.limits.connectTimeout = longest;
+        request.limits.stallTime = longest;
+        request.onBody = [&](std::string_view piece) { return measured.take(piece); };
+        const zelor::HttpResult result = zelor::HttpClient().perform(request);
+        const double speed = measured.bytesPerSecond(Clock::now());
+        const bool answered = result.outcome == zelor::HttpOutcome::answered || measured.total != 0;
+        const std::string problem = !answered ? result.error
+                                    : result.head.status != 200
+                                        ? "status " + std::to_string(result.head.status)
+                                    : measured.total == 0 ? "the file is empty"
+                                                          : "";
+        if (answered) status = static_cast<int>(result.head.status);
+        if (problem.empty()) return static_cast<unsigned long>(speed);
+        if (status == 200) status = 0;
+        zelor::log::error("[Downloader] cannot measure the bandwidth with ", zelor::withoutCredentials(url),
+                          ": ", problem, "; publish a speed.bin of some megabytes");
+    } catch (const std::exception& e) {
+        zelor::log::error("[Downloader] cannot measure the bandwidth: ", e.what());
+    }
+    return 0;
+}

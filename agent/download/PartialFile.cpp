@@ -1,0 +1,217 @@
+#include "agent/download/PartialFile.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <cstdio>
+#include <limits>
+#include <stdexcept>
+#include <vector>
+
+#include "agent/PrivateFolder.h"
+#include "base/SystemCalls.h"
+
+namespace zelor {
+
+namespace {
+
+constexpr mode_t fileMode = 0600;
+constexpr std::size_t versionBytesLimit = 16U << 10U;
+constexpr std::size_t copyPiece = 1U << 20U;
+
+void write(const UniqueFd& file, const std::string& path, std::string_view bytes) {
+    if (!writeAll(file.get(), bytes))
+        throw std::runtime_error("cannot write " + path + ": " + errorText(errno));
+}
+
+void flush(const UniqueFd& file, const std::string& path) {
+    if (!flushToDisk(file.get())) throw std::runtime_error("cannot flush " + path + ": " + errorText(errno));
+}
+
+std::string folderOf(const std::string& path) {
+    const auto slash = path.rfind('/');
+    if (slash == std::string::npos) return ".";
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+std::string nearestExisting(std::string path) {
+    struct stat status {};
+    while (::stat(path.c_str(), &status) != 0 && path != "/" && path != ".")
+        path = folderOf(path);
+    return path;
+}
+
+/// The lines of the version file; an empty version for anything else.
+PartialFile::Version parseVersion(const std::string& text) {
+    std::array<std::string, 3> lines;
+    std::size_t begin = 0;
+    for (std::string& line : lines) {
+        const auto end = text.find('\n', begin);
+        if (end == std::string::npos) return {};
+        line = text.substr(begin, end - begin);
+        begin = end + 1;
+    }
+    PartialFile::Version version{lines[0], lines[1], 0};
+    const auto [end, error] =
+        std::from_chars(lines[2].data(), lines[2].data() + lines[2].size(), version.total);
+    if (begin != text.size() || error != std::errc() || end != lines[2].data() + lines[2].size()) return {};
+    return version;
+}
+
+}  // namespace
+
+PartialFile::PartialFile(const std::string& folder, const std::string& name)
+    : folder_(openPrivateFolder(folder)),
+      name_(name + ".part"),
+      versionName_(name_ + ".version"),
+      path_(folder + "/" + name_) {
+    openLocked();
+    readVersion();
+}
+
+void PartialFile::fail(const std::string& what) const {
+    throw std::runtime_error("cannot " + what + " " + path_ + ": " + errorText(errno));
+}
+
+void PartialFile::openLocked() {
+    for (;;) {
+        file_ = UniqueFd(
+            ::openat(folder_.get(), name_.c_str(),
+                     O_RDWR | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, fileMode));
+        struct stat mine {};
+        if (!file_.valid() || ::fstat(file_.get(), &mine) != 0) fail("open");
+        if (!S_ISREG(mine.st_mode) || mine.st_nlink > 1) {
+            throw std::runtime_error(path_ + " is not a plain file of its own; remove it");
+        }
+        if (::flock(file_.get(), LOCK_EX | LOCK_NB) != 0) {
+            if (errno != EWOULDBLOCK) fail("lock");
+            throw std::runtime_error(path_ +
+                                     " is being downloaded by another process or thread; wait for it");
+        }
+        // Whoever held the lock before may have moved the file away meanwhile.
+        struct stat named {};
+        const bool there = ::fstatat(folder_.get(), name_.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0;
+        if (there && named.st_ino == mine.st_ino && named.st_dev == mine.st_dev) {
+            size_ = static_cast<std::uint64_t>(mine.st_size);
+            return;
+        }
+    }
+}
+
+void PartialFile::readVersion() {
+    try {
+        version_ = parseVersion(readBounded(path_ + ".version", versionBytesLimit));
+    } catch (const std::exception&) {
+        version_ = {};  // without it nothing is resumed, which is the safe way
+    }
+}
+
+void PartialFile::writeVersion() const {
+    replaceFileIn(folder_, versionName_, path_ + ".version",
+                  version_.url + '\n' + version_.validator + '\n' + std::to_string(version_.total) + '\n');
+}
+
+std::uint64_t PartialFile::resumeAt(const std::string& url) {
+    if (version_.url != url || version_.validator.empty()) return 0;
+    if (version_.total != 0 && size_ >= version_.total) truncate(version_.total - 1);
+    return size_;
+}
+
+void PartialFile::truncate(std::uint64_t size) {
+    if (::ftruncate(file_.get(), static_cast<off_t>(size)) != 0) fail("shorten");
+    size_ = size;
+}
+
+void PartialFile::restart(const Version& version) {
+    if (size_ != 0) {
+        // Old bytes must not meet the new version after a power loss.
+        truncate(0);
+        flush(file_, path_);
+    }
+    version_ = version;
+    const bool plain = (version.url + version.validator).find('\n') == std::string::npos;
+    if (!plain) version_.validator.clear();
+    if (version_.validator.empty()) {
+        (void)::unlinkat(folder_.get(), versionName_.c_str(), 0);
+    } else {
+        writeVersion();
+    }
+}
+
+void PartialFile::append(std::string_view bytes) {
+    write(file_, path_, bytes);
+    size_ += bytes.size();
+}
+
+void PartialFile::discard() {
+    (void)::unlinkat(folder_.get(), versionName_.c_str(), 0);
+    (void)::unlinkat(folder_.get(), name_.c_str(), 0);
+    version_ = {};
+}
+
+bool PartialFile::moveTo(const std::string& destination, bool durable, const std::function<bool()>& goOn) {
+    const std::string folder = folderOf(destination);
+    if (!makeFolders(folder)) {
+        throw std::runtime_error("cannot make the folder " + folder + ": " + errorText(errno));
+    }
+    if (durable) flush(file_, path_);
+    if (::renameat(folder_.get(), name_.c_str(), AT_FDCWD, destination.c_str()) != 0) {
+        if (errno != EXDEV) fail("move to " + destination + " the file");
+        if (!copyTo(destination, durable, goOn)) return false;
+        (void)::unlinkat(folder_.get(), name_.c_str(), 0);
+    }
+    // After a rename another process may have begun the file anew: its name is no longer ours to remove.
+    (void)::unlinkat(folder_.get(), versionName_.c_str(), 0);
+    if (durable) flushDirectory(folder);
+    return true;
+}
+
+bool PartialFile::copyTo(const std::string& destination, bool durable,
+                         const std::function<bool()>& goOn) const {
+    const std::string temporary = destination + ".incoming";
+    (void)::unlink(temporary.c_str());
+    UniqueFd copy(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, fileMode));
+    if (!copy.valid()) throw std::runtime_error("cannot write " + temporary + ": " + errorText(errno));
+    try {
+        std::vector<char> buffer(copyPiece);
+        std::uint64_t done = 0;
+        while (done < size_) {
+            if (!goOn()) {
+                (void)::unlink(temporary.c_str());
+                return false;
+            }
+            const ssize_t got = ::pread(file_.get(), buffer.data(), buffer.size(), static_cast<off_t>(done));
+            if (got < 0 && errno == EINTR) continue;
+            if (got <= 0) fail("read");
+            write(copy, temporary, {buffer.data(), static_cast<std::size_t>(got)});
+            done += static_cast<std::uint64_t>(got);
+        }
+        if (durable) flush(copy, temporary);
+        if (!copy.close()) throw std::runtime_error("cannot write " + temporary + ": " + errorText(errno));
+        if (::rename(temporary.c_str(), destination.c_str()) != 0)
+            fail("move to " + destination + " the copy of");
+    } catch (...) {
+        (void)::unlink(temporary.c_str());
+        throw;
+    }
+    return true;
+}
+
+std::uint64_t freeBytes(const std::string& path) {
+    std::uint64_t bytes = 0;
+    return availableBytes(nearestExisting(path), bytes) ? bytes : std::numeric_limits<std::uint64_t>::max();
+}
+
+bool onOneFileSystem(const std::string& one, const std::string& other) {
+    struct stat first {};
+    struct stat second {};
+    return ::stat(nearestExisting(one).c_str(), &first) == 0 &&
+           ::stat(nearestExisting(other).c_str(), &second) == 0 && first.st_dev == second.st_dev;
+}
+
+}  // namespace zelor

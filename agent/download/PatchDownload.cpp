@@ -1,0 +1,256 @@
+#include "agent/download/PatchDownload.h"
+
+#include <curl/curl.h>
+
+#include <algorithm>
+#include <boost/thread/thread.hpp>
+#include <charconv>
+#include <ctime>
+#include <stdexcept>
+#include <utility>
+
+#include "agent/DownloadProgress.h"
+#include "platform/Log.h"
+
+namespace zelor {
+
+namespace {
+
+constexpr std::uint64_t spareBytes = 64U << 20U;
+
+bool wanted() {
+    return !boost::this_thread::interruption_requested();
+}
+
+/// Takes a whole number off the front of the text.
+bool takeNumber(std::string_view& text, std::uint64_t& value) {
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc()) return false;
+    text.remove_prefix(static_cast<std::size_t>(end - text.data()));
+    return true;
+}
+
+bool takeText(std::string_view& text, std::string_view expected) {
+    if (text.substr(0, expected.size()) != expected) return false;
+    text.remove_prefix(expected.size());
+    return true;
+}
+
+std::uint64_t contentLength(const HttpHead& head) {
+    std::string_view text = head.header("content-length");
+    std::uint64_t length = 0;
+    return takeNumber(text, length) && text.empty() ? length : 0;
+}
+
+std::string remedyFor(long status) {
+    if (status == 404 || status == 410) return "publish the archive in the repository";
+    if (status == 401 || status == 403) return "let the repository serve it without a login";
+    return "look at the repository's own log";
+}
+
+}  // namespace
+
+bool parseContentRange(const std::string& header, ContentRange& range) {
+    std::string_view text = header;
+    range = {};
+    if (!takeText(text, "bytes ") || !takeNumber(text, range.first) || !takeText(text, "-") ||
+        !takeNumber(text, range.last) || !takeText(text, "/") || range.last < range.first) {
+        return false;
+    }
+    if (text == "*") return true;
+    return takeNumber(text, range.total) && text.empty() && range.last < range.total;
+}
+
+std::string resumptionValidator(const HttpHead& head) {
+    const std::string& etag = head.header("etag");
+    if (etag.size() > 2 && etag.front() == '"' && etag.back() == '"') return etag;
+    const std::string& modified = head.header("last-modified");
+    if (modified.empty()) return "";
+    const std::time_t changed = curl_getdate(modified.c_str(), nullptr);
+    const std::time_t answered = curl_getdate(head.header("date").c_str(), nullptr);
+    return changed >= 0 && answered > changed ? modified : "";
+}
+
+PatchDownload::PatchDownload(DownloadJob job, DownloadPolicy policy, HttpClient& client)
+    : job_(std::move(job)), policy_(std::move(policy)), client_(client) {}
+
+DownloadResult PatchDownload::run() {
+    DownloadProgress::instance().begin(job_.name);
+    DownloadResult result = DownloadResult::failed;
+    try {
+        result = fetchAndMove();
+    } catch (const std::exception& e) {
+        problem_ = e.what();
+    }
+    partial_.reset();
+    DownloadProgress::instance().end();
+    const std::string url = withoutCredentials(job_.url);
+    if (result == DownloadResult::failed) log::error("[Downloader] cannot fetch ", url, ": ", problem_);
+    if (result == DownloadResult::interrupted) log::info("[Downloader] stopped fetching ", url);
+    return result;
+}
+
+DownloadResult PatchDownload::fetchAndMove() {
+    PartialFile& partial = partial_.emplace(job_.partialFolder, job_.name);
+    int failures = 0;
+    Step step = Step::again;
+    for (int attempts = 1; step != Step::done; ++attempts) {
+        step = attempt();
+        if (step == Step::afresh) continue;
+        if (step == Step::again) {
+            failures = partial.size() > best_ ? 1 : failures + 1;
+            best_ = std::max(best_, partial.size());
+            if (failures >= policy_.retry.attempts || attempts >= policy_.retry.attemptsInAll) {
+                problem_ += "; gave up after " + std::to_string(attempts) +
+                            " attempts, the next run goes on where this one stopped";
+                step = Step::failed;
+            } else {
+                log::info("[Downloader] trying ", withoutCredentials(job_.url), " again: ", problem_);
+                const auto time = pauseAfter(failures, serverPause_, policy_.retry, randomChance());
+                if (!sleepUnlessInterrupted(time)) step = Step::interrupted;
+            }
+        }
+        if (step == Step::failed || step == Step::interrupted) {
+            if (partial.size() == 0) partial.discard();
+            return step == Step::failed ? DownloadResult::failed : DownloadResult::interrupted;
+        }
+    }
+    return partial.moveTo(job_.destination, job_.durable, wanted) ? DownloadResult::done
+                                                                  : DownloadResult::interrupted;
+}
+
+PatchDownload::Step PatchDownload::attempt() {
+    expected_ = 0;
+    afresh_ = false;
+    problem_.clear();
+    serverPause_ = std::chrono::milliseconds(0);
+    asked_ = partial_->resumeAt(job_.url);
+    best_ = std::max(best_, asked_);
+    HttpRequest request;
+    request.url = job_.url;
+    request.bytesPerSecond = job_.bytesPerSecond;
+    request.limits = policy_.limits;
+    if (asked_ != 0) {
+        request.headers = {"Range: bytes=" + std::to_string(asked_) + "-",
+                           "If-Range: " + partial_->version().validator};
+    }
+    request.onHead = [this](const HttpHead& head) { return takeHead(head); };
+    request.onBody = [this](std::string_view piece) { return takeBody(piece); };
+    return judge(client_.perform(request));
+}
+
+PatchDownload::Step PatchDownload::judge(const HttpResult& result) {
+    switch (result.outcome) {
+        case HttpOutcome::answered:
+            return judgeAnswer(result.head);
+        case HttpOutcome::stopped:
+            return afresh_ ? Step::afresh : Step::failed;  // takeHead or takeBody said why
+        case HttpOutcome::interrupted:
+            return Step::interrupted;
+        case HttpOutcome::transient:
+            problem_ = result.error + "; check that the repository can be reached";
+            return Step::again;
+        case HttpOutcome::permanent:
+            break;
+    }
+    problem_ = result.error + "; correct the repository's address, certificate or redirects";
+    return Step::failed;
+}
+
+PatchDownload::Step PatchDownload::judgeAnswer(const HttpHead& head) {
+    if (head.status == 200 || head.status == 206) {
+        if (expected_ == 0 || partial_->size() == expected_) return Step::done;
+        problem_ = "the answer ended after " + std::to_string(partial_->size()) + " of " +
+                   std::to_string(expected_) + " bytes";
+        return Step::again;
+    }
+    problem_ = "the repository answered " + std::to_string(head.status);
+    if (statusIsTransient(head.status)) {
+        serverPause_ = retryAfter(head.header("retry-after"), std::time(nullptr));
+        return Step::again;
+    }
+    if (head.status == 416) {
+        (void)refusePart(problem_);
+        if (afresh_) return Step::afresh;
+    }
+    problem_ += "; " + remedyFor(head.status);
+    return Step::failed;
+}
+
+bool PatchDownload::refuse(const std::string& problem) {
+    problem_ = problem;
+    return false;
+}
+
+bool PatchDownload::refusePart(const std::string& problem) {
+    afresh_ = asked_ != 0 && !startedAfresh_;
+    startedAfresh_ = true;
+    partial_->restart({});
+    if (afresh_)
+        log::info("[Downloader] fetching ", withoutCredentials(job_.url), " from its start: ", problem);
+    return refuse(problem);
+}
+
+bool PatchDownload::takeHead(const HttpHead& head) {
+    if (head.status == 206) return takePart(head);
+    if (head.status == 200) return takeWhole(head);
+    return true;
+}
+
+bool PatchDownload::takeWhole(const HttpHead& head) {
+    expected_ = contentLength(head);
+    partial_->restart({job_.url, resumptionValidator(head), expected_});
+    DownloadProgress::instance().advance(0, expected_);
+    return roomFor(expected_);
+}
+
+bool PatchDownload::takePart(const HttpHead& head) {
+    ContentRange range;
+    const PartialFile::Version& version = partial_->version();
+    const bool readable = parseContentRange(head.header("content-range"), range);
+    if (asked_ == 0 || !readable || range.first != asked_) {
+        return refusePart("asked for bytes from " + std::to_string(asked_) + ", got \"" +
+                          head.header("content-range") + "\"; look at the repository's handling of ranges");
+    }
+    const std::string validator = resumptionValidator(head);
+    const bool sameKind =
+        !validator.empty() && (validator.front() == '"') == (version.validator.front() == '"');
+    const std::uint64_t known = version.total;
+    if ((sameKind && validator != version.validator) ||
+        (known != 0 && range.total != 0 && known != range.total)) {
+        return refusePart("the repository sent a part of another version; look at its handling of If-Range");
+    }
+    expected_ = range.total != 0 ? range.total : known;
+    DownloadProgress::instance().advance(asked_, expected_);
+    return roomFor(expected_);
+}
+
+bool PatchDownload::roomFor(std::uint64_t total) {
+    const std::uint64_t missing = total > partial_->size() ? total - partial_->size() : 0;
+    const auto check = [this](const std::string& path, std::uint64_t need) {
+        const std::uint64_t room = policy_.freeBytes(path);
+        if (need <= room) return true;
+        return refuse(path + " needs " + std::to_string(need) + " free bytes and has " +
+                      std::to_string(room) + "; make room there");
+    };
+    if (!check(job_.partialFolder, missing)) return false;
+    return onOneFileSystem(job_.partialFolder, job_.destination) || check(job_.destination, total);
+}
+
+bool PatchDownload::takeBody(std::string_view piece) {
+    if (expected_ != 0 && piece.size() > expected_ - partial_->size()) {
+        return refusePart("more than the announced " + std::to_string(expected_) +
+                          " bytes came; publish it again");
+    }
+    // A body of no announced length may have no end: it does not get the last of the disk, nor keeps what it
+    // has.
+    if (expected_ == 0 && !roomFor(partial_->size() + piece.size() + spareBytes)) {
+        partial_->restart({});
+        return false;
+    }
+    partial_->append(piece);
+    DownloadProgress::instance().advance(partial_->size(), expected_);
+    return true;
+}
+
+}  // namespace zelor

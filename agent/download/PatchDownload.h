@@ -1,0 +1,85 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "agent/download/PartialFile.h"
+#include "agent/http/HttpClient.h"
+#include "agent/http/RetryPolicy.h"
+
+namespace zelor {
+
+/// What a download depends on beside its job.
+struct DownloadPolicy {
+    RetryPolicy retry;
+    HttpLimits limits;
+    /// The free bytes where that path is or will be.
+    std::function<std::uint64_t(const std::string& path)> freeBytes = &zelor::freeBytes;
+};
+
+struct DownloadJob {
+    std::string url;
+    std::string name;  ///< of the archive, "editor-2.1.zip"; also names the partial file
+    std::string partialFolder;
+    std::string destination;
+    std::uint64_t bytesPerSecond = 0;  ///< 0: as fast as it goes
+    bool durable = true;               ///< whole at its destination even after a power loss
+};
+
+enum class DownloadResult { done, failed, interrupted };
+
+/// Fetches one archive to its partial file, resuming what an earlier attempt left, and moves it to its
+/// destination when it is complete. Failures go to the log with their remedy; nothing is thrown. Interrupting
+/// the boost::thread that runs it ends it well within a second and keeps the partial file.
+class PatchDownload {
+  public:
+    PatchDownload(DownloadJob job, DownloadPolicy policy, HttpClient& client);
+    DownloadResult run();
+
+  private:
+    enum class Step { done, again, afresh, failed, interrupted };
+
+    DownloadResult fetchAndMove();
+    Step attempt();
+    Step judge(const HttpResult& result);
+    Step judgeAnswer(const HttpHead& head);
+    bool pause();
+
+    bool takeHead(const HttpHead& head);
+    bool takeWhole(const HttpHead& head);
+    bool takePart(const HttpHead& head);
+    bool roomFor(std::uint64_t total);
+    bool takeBody(std::string_view piece);
+    bool refuse(const std::string& problem);
+    /// Refuses, drops the bytes so far, and has the next attempt begin without them, once.
+    bool refusePart(const std::string& problem);
+
+    DownloadJob job_;
+    DownloadPolicy policy_;
+    HttpClient& client_;
+    std::optional<PartialFile> partial_;  ///< while running
+
+    std::uint64_t asked_ = 0;     ///< the offset that this attempt asked for
+    std::uint64_t expected_ = 0;  ///< size of the complete file; 0: not known
+    std::uint64_t best_ = 0;      ///< the most bytes that ever were in the partial file
+    bool afresh_ = false;         ///< this attempt ends in one without the bytes so far
+    bool startedAfresh_ = false;  ///< that happened before
+    std::chrono::milliseconds serverPause_{0};
+    std::string problem_;
+};
+
+/// The bytes that a Content-Range header announces; false for one that cannot be read.
+struct ContentRange {
+    std::uint64_t first = 0;
+    std::uint64_t last = 0;
+    std::uint64_t total = 0;  ///< 0: not known
+};
+bool parseContentRange(const std::string& header, ContentRange& range);
+
+/// What a later request may bind a resumption to: a strong ETag, else a Last-Modified that is old enough to
+/// be one version's only, else "".
+std::string resumptionValidator(const HttpHead& head);
+
+}  // namespace zelor

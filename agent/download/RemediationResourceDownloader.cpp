@@ -1,0 +1,78 @@
+#include "collaborators/RemediationResourceDownloader.h"
+
+#include <algorithm>
+#include <stdexcept>
+#include <utility>
+
+#include "agent/AgentSettings.h"
+#include "agent/download/PatchDownload.h"
+#include "agent/http/HttpClient.h"
+#include "agent/http/RepositoryUrl.h"
+#include "collaborators/Common.h"
+#include "platform/Log.h"
+
+namespace {
+
+constexpr int failed = -1;
+constexpr int interrupted = -2;
+constexpr unsigned long leastRate = 1024;  ///< a transfer needs some rate to end at all
+
+zelor::HttpClientPool& clients() {
+    // Kept to the very end of the process: a run's thread may outlive main().
+    static zelor::HttpClientPool& pool = *new zelor::HttpClientPool;
+    return pool;
+}
+
+/// Why a stem cannot name an archive, "" when it can.
+std::string stemProblem(const std::string& stem) {
+    const bool control =
+        std::any_of(stem.begin(), stem.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; });
+    if (stem.empty()) return "it is empty";
+    if (stem == "." || stem == "..") return "it names a folder";
+    if (stem.find('/') != std::string::npos) return "it holds a path separator";
+    if (control) return "it holds a control character";
+    return stem.size() > 200 ? "it is longer than 200 bytes" : "";
+}
+
+zelor::DownloadJob jobFor(const std::string& stem, const std::string& archivePath,
+                          const std::string& installPath) {
+    const std::string problem = stemProblem(stem);
+    if (!problem.empty()) {
+        throw std::runtime_error("cannot fetch the patch \"" + stem + "\": " + problem +
+                                 "; correct the patch id in the content");
+    }
+    const auto settings = zelor::AgentSettings::current();
+    const std::string archive = stem + ".zip";
+    return {zelor::repositoryUrl(*settings) + "/patches/" + zelor::urlSegment(stem) + ".zip", archive,
+            Common::StripTrailingSeparators(installPath) + "/partial", archivePath, 0};
+}
+
+}  // namespace
+
+RemediationResourceDownloader* RemediationResourceDownloader::GetInstance() {
+    static RemediationResourceDownloader downloader;
+    return &downloader;
+}
+
+int RemediationResourceDownloader::getResource(std::string stem, std::string& archivePath,
+                                               std::string /*extension*/, std::string installPath,
+                                               bool rateLimited, unsigned long bytesPerSecond) {
+    try {
+        zelor::DownloadJob job = jobFor(stem, archivePath, installPath);
+        if (rateLimited) job.bytesPerSecond = std::max(bytesPerSecond, leastRate);
+        // What is buffered has to last; what a run fetches is unpacked, checked and removed by that run.
+        job.durable = rateLimited;
+        const auto client = clients().lend();
+        switch (zelor::PatchDownload(std::move(job), {}, *client).run()) {
+            case zelor::DownloadResult::done:
+                return 0;
+            case zelor::DownloadResult::interrupted:
+                return interrupted;
+            case zelor::DownloadResult::failed:
+                return failed;
+        }
+    } catch (const std::exception& e) {
+        zelor::log::error("[Downloader] ", e.what());
+    }
+    return failed;
+}

@@ -1,0 +1,110 @@
+#include "agent/http/HttpClient.h"
+
+#include <algorithm>
+#include <boost/thread/thread.hpp>
+#include <stdexcept>
+#include <thread>
+
+#include "agent/http/HttpTransfer.h"
+#include "base/Strings.h"
+
+namespace zelor {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+constexpr milliseconds reaction{50};  ///< how late an interruption may be seen
+
+void initialise() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        if (curl_global_init(CURL_GLOBAL_DEFAULT) != CURLE_OK)
+            throw std::runtime_error("libcurl failed to start");
+    });
+}
+
+bool hasScheme(const std::string& url, const std::string& scheme) {
+    return lowerCased(url.substr(0, scheme.size() + 3)) == scheme + "://";
+}
+
+}  // namespace
+
+const std::string& HttpHead::header(const std::string& name) const {
+    static const std::string none;
+    const auto found =
+        std::find_if(headers.begin(), headers.end(), [&](const auto& one) { return one.first == name; });
+    return found == headers.end() ? none : found->second;
+}
+
+HttpClient::HttpClient() {
+    initialise();
+    handles_ = std::make_unique<HttpHandles>();
+    if (!handles_->multi) throw std::bad_alloc();
+}
+
+HttpClient::~HttpClient() = default;
+
+HttpResult HttpClient::perform(const HttpRequest& request) {
+    std::string url = request.url;
+    for (int hops = 0;; ++hops) {
+        if (!hasScheme(url, "http") && !hasScheme(url, "https")) {
+            return {HttpOutcome::permanent,
+                    {},
+                    "only http and https are fetched, not " + withoutCredentials(url)};
+        }
+        std::string target;
+        HttpResult result = transferOnce(*handles_, request, url, target);
+        if (target.empty()) return result;
+        if (hops == request.limits.redirects) {
+            return {HttpOutcome::permanent, result.head,
+                    "more than " + std::to_string(request.limits.redirects) + " redirects"};
+        }
+        if (hasScheme(url, "https") && !hasScheme(target, "https")) {
+            return {HttpOutcome::permanent, result.head,
+                    "a redirect from https to " + withoutCredentials(target) + " is refused"};
+        }
+        url = target;
+    }
+}
+
+void HttpClientPool::Return::operator()(HttpClient* client) const {
+    std::unique_ptr<HttpClient> owned(client);
+    const std::lock_guard<std::mutex> lock(pool->mutex_);
+    pool->idle_.push_back(std::move(owned));
+}
+
+HttpClientPool::Lease HttpClientPool::lend() {
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        if (!idle_.empty()) {
+            Lease lease(idle_.back().release(), Return{this});
+            idle_.pop_back();
+            return lease;
+        }
+    }
+    return Lease(std::make_unique<HttpClient>().release(), Return{this});
+}
+
+std::string withoutCredentials(const std::string& url) {
+    const auto scheme = url.find("://");
+    if (scheme == std::string::npos) return url;
+    const auto begin = scheme + 3;
+    const auto end = std::min(url.find_first_of("/?#", begin), url.size());
+    const auto at = url.rfind('@', end);
+    if (at == std::string::npos || at < begin) return url;
+    return url.substr(0, begin) + url.substr(at + 1);
+}
+
+bool sleepUnlessInterrupted(milliseconds time) {
+    const auto until = Clock::now() + time;
+    for (;;) {
+        if (boost::this_thread::interruption_requested()) return false;
+        const auto left = until - Clock::now();
+        if (left <= Clock::duration::zero()) return true;
+        std::this_thread::sleep_for(std::min<Clock::duration>(left, reaction));
+    }
+}
+
+}  // namespace zelor

@@ -1,0 +1,322 @@
+#include "agent/http/HttpTransfer.h"
+
+#include <algorithm>
+#include <boost/thread/thread.hpp>
+#include <exception>
+#include <stdexcept>
+#include <thread>
+
+#include "agent/http/RatePacer.h"
+#include "base/Strings.h"
+#include "remediation/Version.h"
+
+namespace zelor {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+constexpr milliseconds reaction{50};  ///< how late an interruption may be seen
+constexpr std::uint64_t leastBytesPerSecond = 1;
+constexpr std::size_t headerLimit = 200;
+constexpr std::size_t headBytesLimit = 128U << 10U;
+constexpr std::uint64_t discardLimit = 64U << 10U;
+constexpr long leastBuffer = 1024;
+constexpr long largestBuffer = 512L << 10;
+constexpr std::uint64_t readsPerSecond = 50;
+constexpr int leastWindow = 16 << 10;
+constexpr std::uint64_t windowsPerSecond = 8;
+
+using HeaderList = std::unique_ptr<curl_slist, Releaser<curl_slist_free_all>>;
+
+HeaderList headerList(const std::vector<std::string>& headers) {
+    HeaderList list;
+    for (const std::string& header : headers) {
+        curl_slist* longer = curl_slist_append(list.get(), header.c_str());
+        if (longer == nullptr) throw std::bad_alloc();
+        // The list's head stays where it is once there is one.
+        (void)list.release();
+        list.reset(longer);
+    }
+    return list;
+}
+
+std::string_view trimmed(std::string_view text) {
+    const auto first = text.find_first_not_of(" \t\r\n");
+    if (first == std::string_view::npos) return {};
+    return text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
+}
+
+bool isRedirect(long status) {
+    return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
+}
+
+HttpOutcome outcomeOf(CURLcode code) {
+    switch (code) {
+        case CURLE_OK:
+            return HttpOutcome::answered;
+        case CURLE_URL_MALFORMAT:
+        case CURLE_UNSUPPORTED_PROTOCOL:
+        case CURLE_PEER_FAILED_VERIFICATION:
+        case CURLE_SSL_CACERT_BADFILE:
+        case CURLE_SSL_ISSUER_ERROR:
+        case CURLE_SSL_INVALIDCERTSTATUS:
+        case CURLE_OUT_OF_MEMORY:
+        case CURLE_BAD_FUNCTION_ARGUMENT:
+            return HttpOutcome::permanent;
+        default:
+            return HttpOutcome::transient;
+    }
+}
+
+/// Keeps what the kernel takes from the network ahead of us small beside the rate.
+int limitWindow(void* closure, curl_socket_t socket, curlsocktype /*purpose*/) {
+    const int bytes = *static_cast<const int*>(closure);
+    (void)setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
+    return CURL_SOCKOPT_OK;
+}
+
+template <class Value>
+void set(CURL* easy, CURLoption option, Value value) {
+    if (curl_easy_setopt(easy, option, value) != CURLE_OK) {
+        throw std::runtime_error("libcurl refuses option " + std::to_string(option));
+    }
+}
+
+/// One request and its answer, without redirects.
+class Transfer {
+  public:
+    Transfer(HttpHandles& handles, const HttpRequest& request, const std::string& url)
+        : request_(request),
+          headers_(headerList(request.headers)),
+          pacer_(request.bytesPerSecond),
+          multi_(handles.multi.get()) {
+        if (!owned_) throw std::bad_alloc();
+        setUp(url);
+        if (curl_multi_add_handle(multi_, easy_) != CURLM_OK)
+            throw std::runtime_error("libcurl is out of memory");
+    }
+    ~Transfer() { curl_multi_remove_handle(multi_, easy_); }
+    Transfer(const Transfer&) = delete;
+    Transfer& operator=(const Transfer&) = delete;
+
+    HttpResult run(std::string& redirect) {
+        HttpResult result;
+        while (!step(result)) {
+        }
+        if (thrown_) std::rethrow_exception(thrown_);
+        if (result.outcome == HttpOutcome::answered && isRedirect(head_.status)) {
+            const char* target = nullptr;
+            curl_easy_getinfo(easy_, CURLINFO_REDIRECT_URL, &target);
+            if (target != nullptr) redirect = target;
+        }
+        result.head = std::move(head_);
+        return result;
+    }
+
+  private:
+    void setUp(const std::string& url) {
+        set(easy_, CURLOPT_URL, url.c_str());
+        set(easy_, CURLOPT_NOSIGNAL, 1L);
+#if LIBCURL_VERSION_NUM >= 0x075500
+        set(easy_, CURLOPT_PROTOCOLS_STR, "http,https");
+#else
+        set(easy_, CURLOPT_PROTOCOLS, CURLPROTO_HTTP | CURLPROTO_HTTPS);
+#endif
+        set(easy_, CURLOPT_HTTP_VERSION, CURL_HTTP_VERSION_1_1);
+        set(easy_, CURLOPT_SSL_VERIFYPEER, 1L);
+        set(easy_, CURLOPT_SSL_VERIFYHOST, 2L);
+        set(easy_, CURLOPT_SSLVERSION, CURL_SSLVERSION_TLSv1_2);
+        set(easy_, CURLOPT_PROXY, "");
+        set(easy_, CURLOPT_USERAGENT, "zelor-agent/" ZELOR_VERSION_STRING);
+        set(easy_, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(request_.limits.connectTimeout.count()));
+        set(easy_, CURLOPT_ERRORBUFFER, error_.data());
+        set(easy_, CURLOPT_HTTPHEADER, headers_.get());
+        set(easy_, CURLOPT_HEADERFUNCTION, &Transfer::onHeader);
+        set(easy_, CURLOPT_HEADERDATA, this);
+        set(easy_, CURLOPT_WRITEFUNCTION, &Transfer::onBody);
+        set(easy_, CURLOPT_WRITEDATA, this);
+#if LIBCURL_VERSION_NUM >= 0x075700
+        set(easy_, CURLOPT_QUICK_EXIT, 1L);  // an interruption does not wait for a slow name server
+#endif
+        setUpRate();
+    }
+
+    void setUpRate() {
+        const std::uint64_t rate = request_.bytesPerSecond;
+        if (rate == 0) {
+            set(easy_, CURLOPT_BUFFERSIZE, largestBuffer);
+            return;
+        }
+        const std::uint64_t buffer =
+            std::clamp<std::uint64_t>(rate / readsPerSecond, leastBuffer, largestBuffer);
+        set(easy_, CURLOPT_BUFFERSIZE, static_cast<long>(buffer));
+        window_ = static_cast<int>(
+            std::clamp<std::uint64_t>(rate / windowsPerSecond, leastWindow, 4 * largestBuffer));
+        set(easy_, CURLOPT_SOCKOPTFUNCTION, &limitWindow);
+        set(easy_, CURLOPT_SOCKOPTDATA, &window_);
+        // The window is set as a connection is made, and is wrong for any other transfer.
+        set(easy_, CURLOPT_FRESH_CONNECT, 1L);
+        set(easy_, CURLOPT_FORBID_REUSE, 1L);
+    }
+
+    /// True when the transfer is over.
+    bool step(HttpResult& result) {
+        if (boost::this_thread::interruption_requested()) {
+            return end(result, HttpOutcome::interrupted, "interrupted");
+        }
+        const auto now = Clock::now();
+        if (pacer_.due() > now) {
+            std::this_thread::sleep_for(std::min<Clock::duration>(pacer_.due() - now, reaction));
+            progressed_ = Clock::now();
+            return false;
+        }
+        if (paused_) {
+            paused_ = false;
+            if (curl_easy_pause(easy_, CURLPAUSE_CONT) != CURLE_OK && !stopped_) {
+                return end(result, HttpOutcome::permanent, "libcurl failed");
+            }
+        }
+        int running = 0;
+        if (curl_multi_perform(multi_, &running) != CURLM_OK) {
+            return end(result, HttpOutcome::permanent, "libcurl failed");
+        }
+        if (headBytes_ > headBytesLimit) {
+            return end(result, HttpOutcome::permanent, "the answer's headers are larger than 128 KiB");
+        }
+        if (stopped_) return end(result, HttpOutcome::stopped, "stopped");
+        if (running == 0) return finish(result);
+        if (Clock::now() - progressed_ > request_.limits.stallTime) {
+            return end(result, HttpOutcome::transient, "the transfer stalled: nothing came for too long");
+        }
+        if (pacer_.due() <= Clock::now()) {
+            curl_multi_poll(multi_, nullptr, 0, static_cast<int>(reaction.count()), nullptr);
+        }
+        return false;
+    }
+
+    static bool end(HttpResult& result, HttpOutcome outcome, std::string error) {
+        result.outcome = outcome;
+        result.error = std::move(error);
+        return true;
+    }
+
+    bool finish(HttpResult& result) {
+        int left = 0;
+        CURLcode code = CURLE_RECV_ERROR;
+        while (const CURLMsg* message = curl_multi_info_read(multi_, &left)) {
+            if (message->msg == CURLMSG_DONE) code = message->data.result;
+        }
+        if (discarding_ && code == CURLE_WRITE_ERROR) code = CURLE_OK;
+        return end(result, outcomeOf(code),
+                   code == CURLE_OK         ? ""
+                   : error_.front() == '\0' ? curl_easy_strerror(code)
+                                            : error_.data());
+    }
+
+    template <class Work>
+    std::size_t guarded(std::size_t size, const Work& work) {
+        try {
+            if (work()) return size;
+        } catch (...) {
+            thrown_ = std::current_exception();
+        }
+        stopped_ = true;
+        return 0;
+    }
+
+    static std::size_t onHeader(char* data, std::size_t one, std::size_t count, void* self) {
+        auto* transfer = static_cast<Transfer*>(self);
+        const std::string_view line(data, one * count);
+        return transfer->guarded(line.size(), [&] { return transfer->takeHeader(line); });
+    }
+
+    static std::size_t onBody(char* data, std::size_t one, std::size_t count, void* self) {
+        auto* transfer = static_cast<Transfer*>(self);
+        const std::string_view piece(data, one * count);
+        // One round of libcurl may read many buffers; each waits for its time.
+        if (transfer->pacer_.due() > Clock::now()) {
+            transfer->paused_ = true;
+            return CURL_WRITEFUNC_PAUSE;
+        }
+        transfer->countBytes(piece.size());
+        if (transfer->discarding_) return transfer->discard(piece.size());
+        return transfer->guarded(
+            piece.size(), [&] { return !transfer->request_.onBody || transfer->request_.onBody(piece); });
+    }
+
+    bool takeHeader(std::string_view line) {
+        countBytes(line.size());
+        headBytes_ += line.size();
+        if (headBytes_ > headBytesLimit) return false;  // a server may go on with them for ever
+        if (headEnded_) return true;                    // a trailer
+        if (line.substr(0, 5) == "HTTP/") {
+            head_ = {};
+            return true;
+        }
+        const std::string_view text = trimmed(line);
+        if (text.empty()) return endHead();
+        const auto colon = text.find(':');
+        if (colon != std::string_view::npos && head_.headers.size() < headerLimit) {
+            head_.headers.emplace_back(lowerCased(std::string(trimmed(text.substr(0, colon)))),
+                                       trimmed(text.substr(colon + 1)));
+        }
+        return true;
+    }
+
+    bool endHead() {
+        curl_easy_getinfo(easy_, CURLINFO_RESPONSE_CODE, &head_.status);
+        if (head_.status < 200) return true;
+        headEnded_ = true;
+        discarding_ = head_.status >= 300;
+        return isRedirect(head_.status) || !request_.onHead || request_.onHead(head_);
+    }
+
+    /// Reads a short error page to its end, so that the connection can be used again.
+    std::size_t discard(std::size_t size) {
+        discarded_ += size;
+        return discarded_ > discardLimit ? 0 : size;
+    }
+
+    void countBytes(std::size_t size) {
+        const auto now = Clock::now();
+        pacer_.took(size, now);
+        recent_ += size;
+        const auto seconds =
+            std::chrono::duration_cast<std::chrono::seconds>(request_.limits.stallTime).count();
+        if (recent_ < leastBytesPerSecond * static_cast<std::uint64_t>(seconds)) return;
+        recent_ = 0;
+        progressed_ = now;
+    }
+
+    const HttpRequest& request_;
+    HeaderList headers_;
+    RatePacer pacer_;
+    std::vector<char> error_ = std::vector<char>(CURL_ERROR_SIZE);
+    int window_ = 0;
+    CURLM* multi_;
+    // Not used a second time: libcurl before 8.0 follows a pointer into the handle's previous answer when the
+    // next one begins with a folded header.
+    std::unique_ptr<CURL, Releaser<curl_easy_cleanup>> owned_{curl_easy_init()};
+    CURL* easy_ = owned_.get();
+    HttpHead head_;
+    std::size_t headBytes_ = 0;
+    bool headEnded_ = false;
+    bool discarding_ = false;
+    bool paused_ = false;
+    bool stopped_ = false;
+    std::uint64_t discarded_ = 0;
+    std::uint64_t recent_ = 0;
+    Clock::time_point progressed_ = Clock::now();
+    std::exception_ptr thrown_;
+};
+
+}  // namespace
+
+HttpResult transferOnce(HttpHandles& handles, const HttpRequest& request, const std::string& url,
+                        std::string& redirect) {
+    return Transfer(handles, request, url).run(redirect);
+}
+
+}  // namespace zelor

@@ -1,0 +1,47 @@
+#include "agent/http/RepositoryUrl.h"
+
+#include <boost/algorithm/string/predicate.hpp>
+#include <stdexcept>
+#include <string_view>
+
+#include "agent/AgentSettings.h"
+#include "agent/http/HttpClient.h"
+#include "base/Strings.h"
+
+namespace zelor {
+
+std::string repositoryUrl(const AgentSettings& settings) {
+    std::string url = settings.get("Repository.Url");
+    if (url.empty()) {
+        throw std::runtime_error("Repository.Url is not set; name the repository in " + settings.iniFile());
+    }
+    const bool http = boost::istarts_with(url, "http://") || boost::istarts_with(url, "https://");
+    if (!http || url.find_first_of("?# ") != std::string::npos || hasControlCharacter(url)) {
+        throw std::runtime_error("Repository.Url \"" + withoutCredentials(url) +
+                                 "\" is not an http or https URL of a folder; correct it in " +
+                                 settings.iniFile());
+    }
+    while (url.back() == '/')
+        url.pop_back();
+    return url;
+}
+
+std::string urlSegment(const std::string& text) {
+    constexpr std::string_view digits = "0123456789ABCDEF";
+    constexpr std::string_view unreserved =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~";
+    std::string out;
+    for (const char c : text) {
+        if (unreserved.find(c) != std::string_view::npos) {
+            out += c;
+            continue;
+        }
+        const auto byte = static_cast<unsigned char>(c);
+        out += '%';
+        out += digits[byte >> 4U];
+        out += digits[byte & 15U];
+    }
+    return out;
+}
+
+}  // namespace zelor

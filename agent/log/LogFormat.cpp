@@ -1,0 +1,71 @@
+#include <time.h>
+
+#include <array>
+#include <cstdio>
+
+#include "agent/LogControl.h"
+#include "base/Utf8.h"
+
+namespace zelor {
+
+namespace {
+
+void appendEscaped(std::string& out, unsigned char byte) {
+    constexpr char digits[] = "0123456789abcdef";
+    switch (byte) {
+        case '\n':
+            out += "\\n";
+            break;
+        case '\r':
+            out += "\\r";
+            break;
+        case '\t':
+            out += "\\t";
+            break;
+        default:
+            out += "\\x";
+            out += digits[byte >> 4U];
+            out += digits[byte & 15U];
+    }
+}
+
+/// Not so: control characters, line and paragraph separators, marks that reorder text, bytes that are not
+/// UTF-8.
+bool showsAsItIs(char32_t code) {
+    if (code < 0x80) return code >= 0x20 && code != 0x7f;
+    return code >= 0xa0 && code != 0x2028 && code != 0x2029 && code != invalidCharacter &&
+           !reordersText(code);
+}
+
+}  // namespace
+
+std::string escapeControls(const std::string& text) {
+    std::string out;
+    out.reserve(text.size());
+    for (std::size_t at = 0; at < text.size();) {
+        const Character character = characterAt(text, at);
+        if (showsAsItIs(character.code)) {
+            out.append(text, at, character.bytes);
+        } else {
+            for (std::size_t i = 0; i < character.bytes; ++i)
+                appendEscaped(out, static_cast<unsigned char>(text[at + i]));
+        }
+        at += character.bytes;
+    }
+    return out;
+}
+
+std::string logLine(const log4cpp::TimeStamp& time, log4cpp::Priority::Value priority,
+                    const std::string& text) {
+    const auto seconds = static_cast<time_t>(time.getSeconds());
+    tm utc{};
+    gmtime_r(&seconds, &utc);
+    std::array<char, 32> date{};
+    strftime(date.data(), date.size(), "%Y-%m-%dT%H:%M:%S", &utc);
+    std::array<char, 8> milli{};
+    std::snprintf(milli.data(), milli.size(), ".%03dZ ", time.getMilliSeconds() % 1000);
+    return date.data() + std::string(milli.data()) + log4cpp::Priority::getPriorityName(priority) + ' ' +
+           escapeControls(text) + '\n';
+}
+
+}  // namespace zelor

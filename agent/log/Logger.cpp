@@ -1,0 +1,178 @@
+#include "collaborators/Logger.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <iostream>
+#include <log4cpp/Layout.hh>
+#include <log4cpp/OstreamAppender.hh>
+#include <log4cpp/RollingFileAppender.hh>
+#include <memory>
+#include <mutex>
+#include <optional>
+
+#include "agent/AgentSettings.h"
+#include "agent/Files.h"
+#include "agent/LogControl.h"
+#include "base/SystemRoot.h"
+
+namespace {
+
+using log4cpp::Priority;
+
+constexpr std::size_t fileBytesLimit = 10U << 20U;
+constexpr unsigned int backups = 5;
+constexpr mode_t fileMode = 0640;
+constexpr Priority::Value errorsOnly = Priority::ERROR;
+
+class LineLayout : public log4cpp::Layout {
+  public:
+    std::string format(const log4cpp::LoggingEvent& event) override {
+        return zelor::logLine(event.timeStamp, event.priority, event.message);
+    }
+};
+
+/// A rolling file that the commands an agent starts do not inherit. An error that does not fit on the disk
+/// goes to standard error.
+class LogFile : public log4cpp::RollingFileAppender {
+  public:
+    explicit LogFile(const std::string& path)
+        : RollingFileAppender("file", path, fileBytesLimit, backups, true, fileMode) {
+        _flags |= O_CLOEXEC;
+        LogFile::reopen();
+    }
+    bool isOpen() const { return _fd >= 0; }
+
+  protected:
+    void _append(const log4cpp::LoggingEvent& event) override {
+        try {
+            const std::string line = _getLayout().format(event);
+            if (!zelor::writeAll(_fd, line) && event.priority <= errorsOnly) std::cerr << line << std::flush;
+            const off_t size = ::lseek(_fd, 0, SEEK_END);
+            if (size >= static_cast<off_t>(fileBytesLimit)) rollOver();
+        } catch (const std::exception&) {
+            // log4cpp lets nothing through: better a line less than no process.
+            return;
+        }
+    }
+};
+
+std::optional<Priority::Value> priorityOf(const std::string& level) {
+    if (level == "debug") return Priority::DEBUG;
+    if (level == "info") return Priority::INFO;
+    if (level == "error") return Priority::ERROR;
+    return std::nullopt;
+}
+
+/// What the log writes to; every member is guarded by `mutex`.
+class Outputs {
+  public:
+    static Outputs& instance() {
+        // Kept to the very end of the process: a run's thread may outlive main().
+        static Outputs& outputs = *new Outputs;
+        return outputs;
+    }
+
+    log4cpp::Category& category() {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        followRoot();
+        return category_;
+    }
+
+    void addStandardError(Priority::Value level) {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        followRoot();
+        verbose_ = std::max(verbose_.value_or(level), level);
+        setLevels();
+    }
+
+  private:
+    Outputs() { category_.setAdditivity(false); }
+
+    void followRoot() {
+        const std::string root = getSystemRoot();
+        if (root_ == root) return;
+        root_ = root;
+        openFile();
+    }
+
+    void openFile() {
+        if (file_ != nullptr) category_.removeAppender(file_);
+        file_ = nullptr;
+        const auto settings = zelor::AgentSettings::currentUnreported();
+        const std::string& level = settings->get("Log.Level");
+        const auto priority = priorityOf(level);
+        fileLevel_ = priority.value_or(Priority::DEBUG);
+        const std::string failure = attach(settings->get("Log.File"));
+        setLevels();
+        if (!failure.empty()) category_.error(failure);
+        if (!priority) {
+            category_.error("[Logger] " + settings->iniFile() + ": Log.Level = \"" + level +
+                            "\" is not debug, info or error; taking debug");
+        }
+        settings->reportProblems([this](const std::string& line) { category_.error(line); });
+    }
+
+    /// Opens the log file; the text of what went wrong otherwise.
+    std::string attach(const std::string& path) {
+        const auto slash = path.rfind('/');
+        const bool folder = zelor::makeFolders(path.substr(0, slash));
+        const int folderError = errno;
+        auto file = std::make_unique<LogFile>(path);
+        if (!file->isOpen()) {
+            return "[Logger] cannot write the log file " + path + ": " +
+                   zelor::errorText(folder ? errno : folderError) +
+                   "; errors go to standard error until Log.File names a file that can be written";
+        }
+        file->setLayout(std::make_unique<LineLayout>().release());
+        file->setThreshold(fileLevel_);
+        file_ = file.get();
+        category_.addAppender(file.release());
+        return "";
+    }
+
+    /// Standard error shows what was asked for, and errors at least while there is no file.
+    std::optional<Priority::Value> standardErrorLevel() const {
+        return file_ == nullptr ? std::max(verbose_.value_or(errorsOnly), errorsOnly) : verbose_;
+    }
+
+    void setLevels() {
+        const auto shown = standardErrorLevel();
+        if (standardError_ != nullptr) category_.removeAppender(standardError_);
+        standardError_ = nullptr;
+        if (shown) {
+            auto appender = std::make_unique<log4cpp::OstreamAppender>("standard error", &std::cerr);
+            appender->setLayout(std::make_unique<LineLayout>().release());
+            appender->setThreshold(*shown);
+            standardError_ = appender.get();
+            category_.addAppender(appender.release());
+        }
+        const Priority::Value toFile = file_ == nullptr ? errorsOnly : fileLevel_;
+        category_.setPriority(std::max(shown.value_or(toFile), toFile));
+    }
+
+    std::mutex mutex_;
+    std::optional<std::string> root_;
+    log4cpp::Category& category_ = log4cpp::Category::getInstance("zelor");
+    log4cpp::Appender* file_ = nullptr;           ///< owned by the category
+    log4cpp::Appender* standardError_ = nullptr;  ///< owned by the category
+    Priority::Value fileLevel_ = Priority::DEBUG;
+    std::optional<Priority::Value> verbose_;
+};
+
+}  // namespace
+
+Logger* Logger::GetInstance() {
+    static Logger logger;
+    return &logger;
+}
+
+log4cpp::Category& Logger::GetLogger() {
+    return Outputs::instance().category();
+}
+
+void zelor::logToStandardError(const std::string& level) {
+    Outputs::instance().addStandardError(priorityOf(level).value_or(Priority::DEBUG));
+}

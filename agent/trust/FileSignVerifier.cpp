@@ -1,0 +1,43 @@
+#include "collaborators/FileSignVerifier.h"
+
+#include <utility>
+
+#include "agent/AgentSettings.h"
+#include "agent/trust/Signature.h"
+#include "platform/Log.h"
+
+namespace {
+
+zelor::SignatureVerdict check(const std::string& path, const std::string& signatureFile) {
+    try {
+        const auto settings = zelor::AgentSettings::current();
+        const std::string& key = settings->get("Repository.TrustedKey");
+        if (key.empty()) {
+            return {false, "no trusted key: set TrustedKey in section Repository of " + settings->iniFile()};
+        }
+        return zelor::verifyPath(path, signatureFile, key);
+    } catch (const std::exception& e) {
+        return {false, e.what()};
+    }
+}
+
+}  // namespace
+
+FileSignVerifier::FileSignVerifier() = default;
+FileSignVerifier::~FileSignVerifier() = default;
+
+void FileSignVerifier::SetFileName(std::string path) {
+    fileName_ = std::move(path);
+}
+
+void FileSignVerifier::SetSigFileName(std::string path) {
+    sigFileName_ = std::move(path);
+}
+
+int FileSignVerifier::verify() {
+    const zelor::SignatureVerdict verdict = check(fileName_, sigFileName_);
+    if (!verdict.good) {
+        zelor::log::error("[FileSignVerifier] ", fileName_, " is not accepted: ", verdict.reason);
+    }
+    return verdict.good ? 1 : 0;
+}

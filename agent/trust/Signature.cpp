@@ -1,0 +1,183 @@
+#include "agent/trust/Signature.h"
+
+#include <openssl/bio.h>
+#include <openssl/err.h>
+#include <openssl/evp.h>
+#include <openssl/pem.h>
+#include <openssl/x509.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+
+#include "agent/Files.h"
+#include "agent/trust/BundleManifest.h"
+
+namespace zelor {
+
+namespace {
+
+constexpr std::size_t keyBytesLimit = 64U << 10U;
+constexpr std::size_t signatureBytesLimit = 16U << 10U;
+constexpr int leastRsaBits = 2048;
+constexpr int leastEcBits = 224;
+
+template <auto release>
+struct Releaser {
+    template <class Handle>
+    void operator()(Handle* handle) const {
+        release(handle);
+    }
+};
+using Bio = std::unique_ptr<BIO, Releaser<BIO_free>>;
+using Key = std::shared_ptr<EVP_PKEY>;
+using Certificate = std::unique_ptr<X509, Releaser<X509_free>>;
+using DigestContext = std::unique_ptr<EVP_MD_CTX, Releaser<EVP_MD_CTX_free>>;
+
+/// Stands for a pass phrase that nobody is there to type; without it OpenSSL would ask on the terminal.
+int noPassPhrase(char* /*buffer*/, int /*size*/, int /*writing*/, void* /*data*/) {
+    return -1;
+}
+
+Bio bioOver(const std::string& text) {
+    Bio bio(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
+    if (!bio) throw std::runtime_error("out of memory");
+    return bio;
+}
+
+Key decodeKey(const std::string& pem) {
+    const Releaser<EVP_PKEY_free> release;
+    Key key(PEM_read_bio_PUBKEY(bioOver(pem).get(), nullptr, noPassPhrase, nullptr), release);
+    if (!key) {
+        const Certificate certificate(PEM_read_bio_X509(bioOver(pem).get(), nullptr, noPassPhrase, nullptr));
+        if (certificate) key.reset(X509_get_pubkey(certificate.get()), release);
+    }
+    ERR_clear_error();
+    return key;
+}
+
+/// The key that was used last: OpenSSL takes several times as long to decode one as to check a signature.
+class LastKey {
+  public:
+    static LastKey& instance() {
+        // Kept to the very end of the process: a run's thread may outlive main().
+        static LastKey& last = *new LastKey;
+        return last;
+    }
+
+    Key get(const std::string& pem) {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        if (!key_ || pem != pem_) {
+            key_ = decodeKey(pem);
+            pem_ = pem;
+        }
+        return key_;
+    }
+
+  private:
+    std::mutex mutex_;
+    std::string pem_;
+    Key key_;
+};
+
+Key readKey(const std::string& keyFile) {
+    struct stat status {};
+    if (::lstat(keyFile.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+        (status.st_mode & S_IWOTH) != 0) {
+        throw std::runtime_error(
+            "everybody can write to the key file " + keyFile +
+            ", so nothing is trusted; make sure of it and take that right away (chmod o-w)");
+    }
+    // The file is read each time: a key that was exchanged holds at once.
+    Key key = LastKey::instance().get(readBounded(keyFile, keyBytesLimit));
+    if (!key) throw std::runtime_error(keyFile + " holds neither a PEM public key nor a PEM certificate");
+    return key;
+}
+
+void requireStrength(const EVP_PKEY* key, const std::string& keyFile) {
+    const int type = EVP_PKEY_base_id(key);
+    if (type != EVP_PKEY_RSA && type != EVP_PKEY_EC) {
+        throw std::runtime_error("the key in " + keyFile + " is neither RSA nor EC");
+    }
+    const int bits = EVP_PKEY_bits(key);
+    const int least = type == EVP_PKEY_RSA ? leastRsaBits : leastEcBits;
+    if (bits < least) {
+        throw std::runtime_error("the key in " + keyFile + " has " + std::to_string(bits) +
+                                 " bits, fewer than " + std::to_string(least));
+    }
+}
+
+/// One check in progress: bytes are added, then the signature is judged.
+class Check {
+  public:
+    explicit Check(const std::string& keyFile) : key_(readKey(keyFile)), context_(EVP_MD_CTX_new()) {
+        requireStrength(key_.get(), keyFile);
+        if (!context_ ||
+            EVP_DigestVerifyInit(context_.get(), nullptr, EVP_sha256(), nullptr, key_.get()) != 1) {
+            ERR_clear_error();
+            throw std::runtime_error("the key in " + keyFile + " cannot check SHA-256 signatures");
+        }
+    }
+
+    void add(std::string_view bytes) {
+        if (EVP_DigestVerifyUpdate(context_.get(), bytes.data(), bytes.size()) != 1) {
+            ERR_clear_error();
+            throw std::runtime_error("SHA-256 failed");
+        }
+    }
+
+    bool accepts(std::string_view signature) {
+        const auto* bytes = reinterpret_cast<const unsigned char*>(signature.data());
+        const int result = EVP_DigestVerifyFinal(context_.get(), bytes, signature.size());
+        ERR_clear_error();
+        return result == 1;
+    }
+
+  private:
+    Key key_;
+    DigestContext context_;
+};
+
+SignatureVerdict judge(std::string_view signature, const std::string& keyFile,
+                       const std::function<void(Check&)>& feed) {
+    if (signature.empty()) return {false, "the signature is empty"};
+    if (signature.size() > signatureBytesLimit) return {false, "the signature is larger than any real one"};
+    try {
+        Check check(keyFile);
+        feed(check);
+        if (check.accepts(signature)) return {true, ""};
+        return {false, "the signature does not match the content and the key in " + keyFile};
+    } catch (const std::exception& e) {
+        return {false, e.what()};
+    }
+}
+
+}  // namespace
+
+SignatureVerdict verifyBytes(std::string_view data, std::string_view signature, const std::string& keyFile) {
+    return judge(signature, keyFile, [&](Check& check) { check.add(data); });
+}
+
+SignatureVerdict verifyPath(const std::string& path, const std::string& signatureFile,
+                            const std::string& keyFile) {
+    struct stat status {};
+    if (::lstat(path.c_str(), &status) != 0) return {false, "cannot find " + path + ": " + errorText(errno)};
+    std::string signature;
+    try {
+        signature = readBounded(signatureFile, signatureBytesLimit);
+    } catch (const std::exception& e) {
+        return {false, e.what()};
+    }
+    return judge(signature, keyFile, [&](Check& check) {
+        if (S_ISDIR(status.st_mode)) {
+            check.add(bundleManifest(path));
+        } else {
+            readInPieces(openRegularFile(path), path, [&](std::string_view piece) { check.add(piece); });
+        }
+    });
+}
+
+}  // namespace zelor

@@ -1,0 +1,153 @@
+#include "authoring/manifest/Manifest.h"
+#include "authoring/manifest/ManifestFields.h"
+#include "base/Strings.h"
+
+namespace zelor {
+
+namespace {
+
+using Json = nlohmann::json;
+
+const std::set<std::string> eriFields = {"product", "impact", "instructions", "file", "patchId",    "reboot",
+                                         "silent",  "mskb",   "size",         "md5",  "omitArchive"};
+
+std::set<std::string> joined(std::set<std::string> one, const std::set<std::string>& other) {
+    one.insert(other.begin(), other.end());
+    return one;
+}
+
+std::string lastName(std::string path) {
+    path.erase(path.find_last_not_of('/') + 1);
+    return path.substr(path.rfind('/') + 1);
+}
+
+std::string withoutPrefix(const std::string& text, const std::string& prefix) {
+    return hasBeginning(text, prefix) ? text.substr(prefix.size()) : text;
+}
+
+class ManifestParser {
+  public:
+    ManifestParser(std::string folder, Findings& findings)
+        : folder_(std::move(folder)), findings_(findings) {}
+
+    void addEntry(const Json& object, const std::string& place) {
+        ManifestFields fields(object, place, findings_);
+        ContentEntry entry;
+        entry.identifier = fields.text("identifier");
+        entry.place = entry.identifier.empty() ? place : place + " (" + entry.identifier + ")";
+        ManifestFields named(object, entry.place, findings_);
+        if (named.has("cres")) {
+            named.refuseOthers({"identifier", "cres"});
+            for (const Json& cre : named.list("cres"))
+                addCre(entry, cre, true);
+        } else {
+            addCre(entry, object, false);
+        }
+        result_.entries.push_back(std::move(entry));
+    }
+
+    Manifest take() { return std::move(result_); }
+
+  private:
+    /// `own`: the object is a cre; otherwise an entry that is written as its only cre.
+    void addCre(ContentEntry& entry, const Json& object, bool own) {
+        const std::string number = std::to_string(entry.cres.size() + 1);
+        ManifestFields fields(object, entry.place + (own ? ", cre " + number : ""), findings_);
+        ContentCre cre;
+        cre.id = fields.text("id");
+        if (cre.id.empty()) cre.id = "CRE-" + entry.identifier + (number == "1" ? "" : "-" + number);
+        cre.platform = fields.text("platform");
+        cre.product = fields.text("product");
+        std::set<std::string> known = {"id", "platform", "product"};
+        if (!own) known.insert("identifier");
+        if (fields.has("eris")) {
+            fields.refuseOthers(joined(known, {"eris"}));
+            for (const Json& eri : fields.list("eris")) {
+                const std::string eriNumber = std::to_string(cre.eris.size() + 1);
+                ManifestFields eriObject(eri, fields.place() + ", eri " + eriNumber, findings_);
+                eriObject.refuseOthers(joined(eriFields, {"id"}));
+                addEri(entry, cre, eriObject, eriObject.text("id"));
+            }
+        } else {
+            fields.refuseOthers(
+                joined(joined(known, eriFields),
+                       own ? std::set<std::string>{"eris"} : std::set<std::string>{"cres", "eris"}));
+            addEri(entry, cre, fields, "");
+        }
+        entry.cres.push_back(std::move(cre));
+    }
+
+    void addEri(const ContentEntry& entry, ContentCre& cre, ManifestFields& fields, const std::string& id) {
+        ContentEri eri;
+        eri.id = id.empty()
+                     ? "ERI-" + withoutPrefix(cre.id, "CRE-") + '-' + std::to_string(cre.eris.size() + 1)
+                     : id;
+        eri.product = fields.text("product");
+        if (eri.product.empty()) eri.product = cre.product.empty() ? cre.platform : cre.product;
+        eri.impact = fields.text("impact");
+        eri.instructions = fields.text("instructions");
+        eri.silent = fields.text("silent");
+        eri.mskb = fields.text("mskb");
+        eri.reboot = fields.flag("reboot");
+        eri.patchId = addPatch(entry.identifier, fields);
+        cre.eris.push_back(std::move(eri));
+    }
+
+    std::string addPatch(const std::string& identifier, ManifestFields& fields) {
+        ManifestPatch patch;
+        patch.place = fields.place();
+        patch.identifier = identifier;
+        patch.file = fields.text("file");
+        patch.patchId = fields.text("patchId");
+        patch.size = fields.text("size");
+        patch.md5 = fields.text("md5");
+        patch.omitArchive = fields.flag("omitArchive");
+        if (patch.patchId.empty()) patch.patchId = lastName(patch.file);
+        if (patch.file.empty() && !patch.patchId.empty() && !patch.omitArchive) {
+            fields.report("field \"patchId\" names \"" + patch.patchId + "\", but there is no field \"file\"",
+                          "name the file to publish, or say \"omitArchive\": true");
+        }
+        patch.file.erase(patch.file.find_last_not_of('/') + 1);
+        if (!patch.file.empty() && patch.file[0] != '/') patch.file = folder_ + '/' + patch.file;
+        if (patch.patchId.empty()) return "";
+        result_.patches.push_back(patch);
+        return patch.patchId;
+    }
+
+    std::string folder_;
+    Findings& findings_;
+    Manifest result_;
+};
+
+}  // namespace
+
+Manifest parseManifest(const std::string& json, const std::string& folder, const std::string& place,
+                       Findings& findings) {
+    Json document;
+    try {
+        document = Json::parse(json);
+    } catch (const Json::exception& e) {
+        findings.push_back({Severity::error, place, std::string("it is not JSON: ") + e.what(),
+                            "mend the text at the line and column named"});
+        return {};
+    }
+    const Json& list = document.is_object() && document.contains("entries") ? document["entries"] : document;
+    if (!list.is_array()) {
+        findings.push_back({Severity::error, place, "it is not a list of entries",
+                            R"(write it as [{"identifier": "CVE-...", ...}, ...])"});
+        return {};
+    }
+    ManifestParser parser(folder, findings);
+    std::size_t number = 0;
+    for (const Json& entry : list) {
+        const std::string entryPlace = place + ": entry " + std::to_string(++number);
+        if (entry.is_object()) {
+            parser.addEntry(entry, entryPlace);
+        } else {
+            findings.push_back({Severity::error, entryPlace, "it is not an object", "write it as {...}"});
+        }
+    }
+    return parser.take();
+}
+
+}  // namespace zelor

@@ -1,0 +1,92 @@
+#include <boost/filesystem/operations.hpp>
+#include <map>
+
+#include "agent/content/ContentDocument.h"
+#include "authoring/checks/BundleChecks.h"
+#include "authoring/checks/ContentChecks.h"
+#include "authoring/manifest/Manifest.h"
+#include "authoring/manifest/SizeText.h"
+#include "authoring/publish/ContentXml.h"
+#include "base/Strings.h"
+#include "remediation/fetch/PatchName.h"
+
+namespace zelor {
+
+namespace {
+
+namespace fs = boost::filesystem;
+
+void checkFile(const ManifestPatch& patch, Findings& findings) {
+    if (patch.file.empty()) return;
+    boost::system::error_code ignored;
+    const fs::file_status status = fs::status(patch.file, ignored);
+    const bool folder = status.type() == fs::directory_file;
+    if (!folder && status.type() != fs::regular_file) {
+        findings.push_back({Severity::error, patch.place,
+                            "field \"file\": there is no file or folder " + patch.file,
+                            "write its path relative to the manifest's folder"});
+        return;
+    }
+    for (Finding& finding :
+         kindFindings(patch.place, patch.patchId, isConfiguration(patch.identifier), patch.file))
+        findings.push_back(std::move(finding));
+}
+
+/// Agents' own bounds on content: number of elements, bytes, characters.
+void checkContent(const ContentEntry& entry, Findings& findings) {
+    try {
+        ContentDocument::parse(contentXml(entry), entry.identifier);
+    } catch (const std::exception& e) {
+        findings.push_back({Severity::error, entry.place,
+                            std::string("agents could not use its content: ") + e.what(),
+                            "mend that in the manifest"});
+    }
+}
+
+/// Sizes given by hand must read as they look; content that is written anew has no excuse.
+void checkSize(const ManifestPatch& patch, Findings& findings) {
+    if (patch.size.empty() || whySizeMisleads(patch.size).empty()) return;
+    findings.push_back({Severity::error, patch.place,
+                        "field \"size\": \"" + patch.size + "\" " + whySizeMisleads(patch.size),
+                        "leave it out; publish computes it"});
+}
+
+/// Patches share one folder of archives, named by their stems alone; some file systems ignore case.
+void checkCollisions(const std::vector<ManifestPatch>& patches, Findings& findings) {
+    std::map<std::string, const ManifestPatch*> stems;
+    for (const ManifestPatch& patch : patches) {
+        const auto name = splitAtLastDot(patch.patchId);
+        if (!name) continue;
+        const auto [other, first] = stems.emplace(lowerCased(name->stem), &patch);
+        if (first) continue;
+        const ManifestPatch& same = *other->second;
+        boost::system::error_code ignored;
+        const bool oneFile = patch.file == same.file || fs::equivalent(patch.file, same.file, ignored);
+        if (patch.patchId == same.patchId && oneFile && patch.omitArchive == same.omitArchive) continue;
+        findings.push_back({Severity::error, patch.place,
+                            "patch \"" + patch.patchId + "\" and \"" + same.patchId + "\" at " + same.place +
+                                " would both be the archive " + name->stem + ".zip",
+                            "give one of them another name before its extension (patchId)"});
+    }
+}
+
+}  // namespace
+
+Findings manifestFindings(const Manifest& manifest) {
+    Findings findings;
+    for (const ContentEntry& entry : manifest.entries) {
+        for (Finding& finding : entryFindings(entry))
+            findings.push_back(std::move(finding));
+        if (!anyError(findings)) checkContent(entry, findings);
+    }
+    for (Finding& finding : repetitionFindings(manifest.entries))
+        findings.push_back(std::move(finding));
+    for (const ManifestPatch& patch : manifest.patches) {
+        checkFile(patch, findings);
+        checkSize(patch, findings);
+    }
+    checkCollisions(manifest.patches, findings);
+    return findings;
+}
+
+}  // namespace zelor

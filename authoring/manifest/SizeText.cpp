@@ -1,0 +1,47 @@
+#include "authoring/manifest/SizeText.h"
+
+#include <algorithm>
+
+#include "base/Strings.h"
+#include "remediation/buffer/PatchSize.h"
+
+namespace zelor {
+
+namespace {
+
+constexpr std::uint64_t kilobyte = 1024;
+constexpr std::uint64_t megabyte = 1024 * kilobyte;
+
+bool isDigits(const std::string& text) {
+    return !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+}
+
+}  // namespace
+
+std::string sizeText(std::uint64_t bytes) {
+    if (bytes <= megabyte - kilobyte) {
+        return std::to_string(std::max<std::uint64_t>(1, (bytes + kilobyte - 1) / kilobyte)) + " KB";
+    }
+    const std::uint64_t tenths = bytes / megabyte * 10 + (bytes % megabyte * 10 + megabyte - 1) / megabyte;
+    std::string text = std::to_string(tenths / 10);
+    if (tenths % 10 != 0) text += '.' + std::to_string(tenths % 10);
+    return text + " MB";
+}
+
+std::string whySizeMisleads(const std::string& size) {
+    const PatchSize read = parsePatchSize(size);
+    const std::string asRead = "reads as " + std::to_string(read.bytes) + " bytes";
+    if (read.unit != "kb" && read.unit != "mb") return asRead + ": only KB and MB are units";
+    const std::string number = trimmed(read.number);
+    const auto dot = number.find('.');
+    const std::string fraction = dot == std::string::npos ? "1" : number.substr(dot + 1);
+    if (!isDigits(number.substr(0, dot)) || !isDigits(fraction))
+        return asRead + ": its number is not a plain one";
+    constexpr std::size_t longestFraction = 3;
+    if (dot != std::string::npos && (fraction[0] == '0' || fraction.size() > longestFraction)) {
+        return asRead + ": a fraction is read without its leading zeros and up to three digits";
+    }
+    return "";
+}
+
+}  // namespace zelor

@@ -1,0 +1,103 @@
+#include "authoring/publish/ContentFolder.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <boost/filesystem.hpp>
+#include <cerrno>
+#include <list>
+#include <stdexcept>
+
+#include "agent/Files.h"
+#include "agent/content/ContentDocument.h"
+#include "authoring/publish/Digests.h"
+#include "authoring/publish/StagedFile.h"
+#include "base/Files.h"
+#include "base/SystemCalls.h"
+
+namespace zelor {
+
+namespace {
+
+namespace fs = boost::filesystem;
+
+std::string present(const std::string& path) {
+    try {
+        return readBounded(path, contentBytesLimit);
+    } catch (const std::exception&) {
+        return "";
+    }
+}
+
+}  // namespace
+
+ContentFolder::ContentFolder(const std::string& repository)
+    : folder_(repository + "/content"), next_(repository + "/.content-next") {
+    fs::remove_all(next_);
+}
+
+bool ContentFolder::put(const std::string& identifier, const std::string& xml, const SigningKey& key) {
+    const std::string name = identifier + ".xml", digest = digestsOfText(xml).sha256;
+    const std::string signature = present(folder_ + '/' + name + ".sig");
+    if (present(folder_ + '/' + name) == xml && key.accepts(digest, signature)) return false;
+    changed_[name] = xml;
+    changed_[name + ".sig"] = key.sign(digest);
+    return true;
+}
+
+void ContentFolder::withdraw(const std::string& identifier) {
+    removed_.insert(identifier + ".xml");
+    removed_.insert(identifier + ".xml.sig");
+}
+
+std::set<std::string> ContentFolder::identifiers() const {
+    std::set<std::string> found;
+    boost::system::error_code none;
+    for (fs::directory_iterator it(folder_, none), end; it != end; ++it) {
+        const fs::path name = it->path().filename();
+        if (name.extension() == ".xml" && name.string()[0] != '.') found.insert(name.stem().string());
+    }
+    return found;
+}
+
+void ContentFolder::commit() {
+    if (changed_.empty() && removed_.empty()) return;
+    if (!makeFolders(folder_)) throw std::runtime_error("cannot make " + folder_ + ": " + errorText(errno));
+    if (!exchange()) renameEach();
+    boost::system::error_code ignored;
+    fs::remove_all(next_, ignored);
+    changed_.clear();
+    removed_.clear();
+}
+
+bool ContentFolder::exchange() {
+    // A folder that is a link, or that holds more than plain files, is somebody's own arrangement.
+    if (fs::is_symlink(folder_)) return false;
+    fs::create_directory(next_);
+    for (fs::directory_iterator it(folder_), end; it != end; ++it) {
+        const std::string name = it->path().filename().string();
+        if (changed_.count(name) + removed_.count(name) != 0 || isStagedName(name)) continue;
+        if (it->symlink_status().type() != fs::regular_file) return false;
+        if (::link(it->path().c_str(), (next_ + '/' + name).c_str()) != 0) return false;
+    }
+    for (const auto& [name, bytes] : changed_)
+        replaceFile(next_ + '/' + name, bytes);
+    if (!exchangePaths(next_, folder_)) return false;
+    flushDirectory(fs::path(folder_).parent_path().string());
+    return true;
+}
+
+void ContentFolder::renameEach() {
+    std::list<StagedFile> staged;
+    for (auto it = changed_.rbegin(); it != changed_.rend(); ++it) {
+        staged.emplace_back(folder_ + '/' + it->first);
+        staged.back().write(it->second);
+        staged.back().finish();
+    }
+    for (StagedFile& file : staged)
+        file.commit();
+    for (const std::string& name : removed_)
+        fs::remove(folder_ + '/' + name);
+}
+
+}  // namespace zelor

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <map>
+#include <set>
+#include <string>
+
+#include "authoring/publish/SigningKey.h"
+
+namespace zelor {
+
+/// The content/ folder of a repository. Changes are collected and then shown all at once: a complete next
+/// folder (what stays is hard-linked) is exchanged with the old one in one step. Where the file system cannot
+/// do that, each file is renamed into place, signature first.
+class ContentFolder {
+  public:
+    explicit ContentFolder(const std::string& repository);
+
+    /// Collects a content file and its signature. False when exactly this, signed by this key, stands there
+    /// already.
+    bool put(const std::string& identifier, const std::string& xml, const SigningKey& key);
+    /// Collects the removal of a content file and its signature.
+    void withdraw(const std::string& identifier);
+    /// The identifiers that have content now.
+    std::set<std::string> identifiers() const;
+    /// Shows what was collected; nothing happens when that is nothing. Throws std::runtime_error.
+    void commit();
+
+  private:
+    bool exchange();
+    void renameEach();
+
+    std::string folder_;
+    std::string next_;
+    std::map<std::string, std::string> changed_;  // file name to bytes; a signature sorts after its content
+    std::set<std::string> removed_;               // file names, in the same order
+};
+
+}  // namespace zelor

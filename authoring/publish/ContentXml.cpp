@@ -1,0 +1,117 @@
+#include "authoring/publish/ContentXml.h"
+
+#include <pugixml.hpp>
+#include <sstream>
+
+#include "agent/content/ContentDocument.h"
+#include "base/Strings.h"
+
+namespace zelor {
+
+namespace {
+
+void setText(pugi::xml_node parent, const char* name, const std::string& text) {
+    parent.append_child(name).text().set(text.c_str());
+}
+
+void setAttribute(pugi::xml_node node, const char* name, const std::string& value) {
+    if (!value.empty()) node.append_attribute(name).set_value(value.c_str());
+}
+
+void appendEri(pugi::xml_node cre, const ContentEri& eri) {
+    pugi::xml_node node = cre.append_child("eri");
+    node.append_attribute("id").set_value(eri.id.c_str());
+    node.append_attribute("reboot").set_value(eri.reboot ? "true" : "false");
+    setText(node, "product", eri.product);
+    setText(node, "impact", eri.impact);
+    setText(node, "instructions", eri.instructions);
+    pugi::xml_node patch = node.append_child("patch");
+    patch.append_attribute("id").set_value(eri.patchId.c_str());
+    patch.append_attribute("size").set_value(eri.size.c_str());
+    patch.append_attribute("md5").set_value(eri.md5.c_str());
+    setText(node, "silent", eri.silent);
+    setText(node, "mskb", eri.mskb);
+}
+
+ContentEri readEri(const pugi::xml_node& node) {
+    const pugi::xml_node patch = node.child("patch");
+    ContentEri eri;
+    eri.id = trimmed(node.attribute("id").value());
+    eri.product = trimmed(node.child("product").text().get());
+    eri.impact = trimmed(node.child("impact").text().get());
+    eri.instructions = trimmed(node.child("instructions").text().get());
+    eri.patchId = trimmed(patch.attribute("id").value());
+    eri.size = trimmed(patch.attribute("size").value());
+    eri.md5 = trimmed(patch.attribute("md5").value());
+    eri.silent = trimmed(node.child("silent").text().get());
+    eri.mskb = trimmed(node.child("mskb").text().get());
+    eri.reboot = std::string(node.attribute("reboot").value()) == "true";
+    return eri;
+}
+
+void checkReboot(const pugi::xml_node& node, const std::string& place, Findings& findings) {
+    const std::string reboot = node.attribute("reboot").value();
+    if (reboot.empty() || reboot == "true" || reboot == "false") return;
+    findings.push_back({Severity::warning, place + ", " + node.attribute("id").value(),
+                        "reboot=\"" + reboot + "\" reads as " + (reboot == "1" ? "true" : "false"),
+                        "write true or false"});
+}
+
+void checkEmptyMatch(const pugi::xml_node& cre, const char* name, const std::string& place,
+                     Findings& findings) {
+    if (!cre.attribute(name) || !trimmed(cre.attribute(name).value()).empty()) return;
+    findings.push_back({Severity::warning, place + ", " + cre.attribute("id").value(),
+                        std::string("an empty ") + name + " matches only requests without one",
+                        "leave the attribute out to match any"});
+}
+
+}  // namespace
+
+std::string contentXml(const ContentEntry& entry) {
+    pugi::xml_document document;
+    pugi::xml_node root = document.append_child("remediation");
+    root.append_attribute("identifier").set_value(entry.identifier.c_str());
+    for (const ContentCre& cre : entry.cres) {
+        pugi::xml_node node = root.append_child("cre");
+        node.append_attribute("id").set_value(cre.id.c_str());
+        setAttribute(node, "platform", cre.platform);
+        setAttribute(node, "product", cre.product);
+        for (const ContentEri& eri : cre.eris)
+            appendEri(node, eri);
+    }
+    std::ostringstream out;
+    document.save(out, "  ", pugi::format_default, pugi::encoding_utf8);
+    return out.str();
+}
+
+ContentEntry readContentXml(const std::string& xml, const std::string& place, const std::string& identifier,
+                            Findings& findings) {
+    ContentEntry entry;
+    try {
+        ContentDocument::parse(xml, identifier);
+    } catch (const std::exception& e) {
+        findings.push_back({Severity::error, place, std::string("agents cannot use the content: ") + e.what(),
+                            "mend that and publish the entry again"});
+        return entry;
+    }
+    entry.place = place;
+    entry.identifier = identifier;
+    pugi::xml_document document;
+    document.load_buffer(xml.data(), xml.size(), pugi::parse_default, pugi::encoding_utf8);
+    for (const pugi::xml_node& node : document.child("remediation").children("cre")) {
+        checkEmptyMatch(node, "platform", place, findings);
+        checkEmptyMatch(node, "product", place, findings);
+        ContentCre cre{trimmed(node.attribute("id").value()),
+                       trimmed(node.attribute("platform").value()),
+                       trimmed(node.attribute("product").value()),
+                       {}};
+        for (const pugi::xml_node& eri : node.children("eri")) {
+            checkReboot(eri, place, findings);
+            cre.eris.push_back(readEri(eri));
+        }
+        entry.cres.push_back(std::move(cre));
+    }
+    return entry;
+}
+
+}  // namespace zelor

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string>
+
+#include "authoring/Finding.h"
+#include "authoring/manifest/ContentEntry.h"
+
+namespace zelor {
+
+/// The content file of an entry; the same entry gives the same bytes.
+std::string contentXml(const ContentEntry& entry);
+
+/// Reads the content file of an identifier. What agents refuse, or read otherwise than it looks, is a
+/// finding; the entry of a refused file has no place and is otherwise empty.
+ContentEntry readContentXml(const std::string& xml, const std::string& place, const std::string& identifier,
+                            Findings& findings);
+
+}  // namespace zelor

@@ -1,0 +1,87 @@
+#include "authoring/publish/Digests.h"
+
+#include <openssl/evp.h>
+
+#include <array>
+#include <boost/filesystem/operations.hpp>
+#include <memory>
+#include <stdexcept>
+
+#include "agent/Files.h"
+#include "agent/trust/BundleManifest.h"
+
+namespace zelor {
+
+namespace {
+
+struct ContextRelease {
+    void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
+};
+
+class Digest {
+  public:
+    explicit Digest(const EVP_MD* kind) : context_(EVP_MD_CTX_new()) {
+        require(context_ && EVP_DigestInit_ex(context_.get(), kind, nullptr) == 1);
+    }
+    void add(std::string_view bytes) {
+        require(EVP_DigestUpdate(context_.get(), bytes.data(), bytes.size()) == 1);
+    }
+    std::string finish() {
+        std::array<unsigned char, EVP_MAX_MD_SIZE> bytes{};
+        unsigned int length = 0;
+        require(EVP_DigestFinal_ex(context_.get(), bytes.data(), &length) == 1);
+        return {bytes.begin(), bytes.begin() + length};
+    }
+
+  private:
+    static void require(bool good) {
+        if (!good) throw std::runtime_error("OpenSSL cannot compute the digests");
+    }
+    std::unique_ptr<EVP_MD_CTX, ContextRelease> context_;
+};
+
+struct DigestPair {
+    Digest sha256{EVP_sha256()};
+    Digest md5{EVP_md5()};
+
+    void add(std::string_view bytes) {
+        sha256.add(bytes);
+        md5.add(bytes);
+    }
+    Digests finish(std::uint64_t bytes) { return {sha256.finish(), hexadecimal(md5.finish()), bytes}; }
+};
+
+}  // namespace
+
+Digests digestsOfText(std::string_view text) {
+    DigestPair pair;
+    pair.add(text);
+    return pair.finish(text.size());
+}
+
+Digests digestsOfFile(const std::string& path) {
+    DigestPair pair;
+    const std::uint64_t bytes = readInPieces(openRegularFile(path, Links::follow), path,
+                                             [&](std::string_view piece) { pair.add(piece); });
+    return pair.finish(bytes);
+}
+
+Digests digestsOfSource(const std::string& path, bool* folder) {
+    boost::system::error_code ignored;
+    const bool isFolder = boost::filesystem::is_directory(path, ignored);
+    if (folder != nullptr) *folder = isFolder;
+    return isFolder ? digestsOfText(bundleManifest(path)) : digestsOfFile(path);
+}
+
+std::string hexadecimal(std::string_view bytes) {
+    constexpr char digits[] = "0123456789abcdef";
+    std::string text;
+    for (const char c : bytes) {
+        const auto byte = static_cast<unsigned char>(c);
+        text += digits[byte >> 4U];
+        text += digits[byte & 15U];
+    }
+    return text;
+}
+
+}  // namespace zelor

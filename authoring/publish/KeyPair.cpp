@@ -1,0 +1,43 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "agent/Files.h"
+#include "authoring/UsageError.h"
+#include "authoring/publish/SigningKey.h"
+#include "base/Files.h"
+
+namespace zelor {
+
+namespace {
+
+/// Creates the file; an existing one is never touched, whatever it is.
+void createFile(const std::string& path, const std::string& text, mode_t mode) {
+    UniqueFd file = openFile(path, O_WRONLY | O_CREAT | O_EXCL, mode);
+    if (!file.valid()) throw std::runtime_error("cannot create " + path + ": " + errorText(errno));
+    if (writeAll(file.get(), text) && flushToDisk(file.get()) && file.close()) return;
+    const int error = errno;
+    ::unlink(path.c_str());
+    throw std::runtime_error("cannot write " + path + ": " + errorText(error));
+}
+
+}  // namespace
+
+void writeKeyPair(const SigningKey& key, const std::string& folder) {
+    const std::string privateFile = folder + "/repository.key", publicFile = folder + "/repository.pem";
+    for (const std::string& path : {privateFile, publicFile}) {
+        struct stat status {};
+        if (::lstat(path.c_str(), &status) == 0) {
+            throw UsageError(path +
+                             " is there already and keys are never overwritten; choose another --out, or "
+                             "move the old pair away once no agent trusts it");
+        }
+    }
+    if (!makeFolders(folder)) throw UsageError("cannot make " + folder + ": " + errorText(errno));
+    createFile(publicFile, key.publicPem(), 0644);
+    createFile(privateFile, key.privatePem(), 0600);
+}
+
+}  // namespace zelor

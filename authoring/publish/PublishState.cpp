@@ -1,0 +1,66 @@
+#include "authoring/publish/PublishState.h"
+
+#include <sys/stat.h>
+
+#include <nlohmann/json.hpp>
+
+#include "agent/Files.h"
+#include "authoring/publish/StagedFile.h"
+#include "base/SystemCalls.h"
+
+namespace zelor {
+
+namespace {
+
+constexpr std::size_t stateBytesLimit = 256U << 20U;
+constexpr int version = 1;
+
+}  // namespace
+
+bool PublishedPatch::operator==(const PublishedPatch& other) const {
+    return source == other.source && key == other.key && archiveStamp == other.archiveStamp &&
+           signatureStamp == other.signatureStamp;
+}
+
+std::string publishStateFile(const std::string& repository) {
+    return repository + "/.zelor-content.json";
+}
+
+std::string fileStamp(const std::string& path) {
+    struct stat status {};
+    if (::lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return "";
+    const timespec time = modificationTime(status);
+    return std::to_string(status.st_size) + '-' + std::to_string(time.tv_sec) + '.' +
+           std::to_string(time.tv_nsec);
+}
+
+PublishState readPublishState(const std::string& path) {
+    PublishState state;
+    try {
+        const nlohmann::json json = nlohmann::json::parse(readBounded(path, stateBytesLimit));
+        if (json.at("version") != version) return {};
+        for (const auto& [patchId, patch] : json.at("patches").items()) {
+            state.patches[patchId] = {patch.at("source"), patch.at("key"), patch.at("archive"),
+                                      patch.at("signature"), patch.value("unnamedSince", std::int64_t{0})};
+        }
+        state.entries = json.value("entries", state.entries);
+    } catch (const std::exception&) {
+        return {};
+    }
+    return state;
+}
+
+void writePublishState(const std::string& path, const PublishState& state) {
+    nlohmann::json patches = nlohmann::json::object();
+    for (const auto& [patchId, patch] : state.patches) {
+        patches[patchId] = {{"source", patch.source},
+                            {"key", patch.key},
+                            {"archive", patch.archiveStamp},
+                            {"signature", patch.signatureStamp}};
+        if (patch.unnamedSince != 0) patches[patchId]["unnamedSince"] = patch.unnamedSince;
+    }
+    const nlohmann::json json = {{"version", version}, {"patches", patches}, {"entries", state.entries}};
+    replaceFile(path, json.dump(1, ' ', false, nlohmann::json::error_handler_t::replace) + '\n');
+}
+
+}  // namespace zelor

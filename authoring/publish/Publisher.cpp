@@ -1,0 +1,194 @@
+#include "authoring/publish/Publisher.h"
+
+#include <fcntl.h>
+#include <openssl/rand.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <boost/filesystem.hpp>
+#include <cerrno>
+#include <map>
+#include <set>
+#include <stdexcept>
+
+#include "agent/Files.h"
+#include "authoring/UsageError.h"
+#include "authoring/publish/ContentFolder.h"
+#include "authoring/publish/ContentXml.h"
+#include "authoring/publish/PatchPublisher.h"
+#include "authoring/publish/RetiredPatches.h"
+#include "authoring/publish/StagedFile.h"
+#include "remediation/fetch/PatchName.h"
+
+namespace zelor {
+
+namespace {
+
+namespace fs = boost::filesystem;
+
+constexpr std::size_t speedBytes = 2U << 20U;
+
+void requireFolder(const std::string& folder) {
+    if (!makeFolders(folder)) {
+        throw UsageError("cannot make " + folder + ": " + errorText(errno) + "; choose another --out");
+    }
+}
+
+/// Held until the descriptor is closed. Its file stays: removing it would let two hold "the" lock.
+UniqueFd lockRepository(const std::string& repository) {
+    const std::string path = repository + "/.zelor-content.lock";
+    UniqueFd lock = openFile(path, O_RDWR | O_CREAT | O_NOFOLLOW);
+    if (!lock.valid()) throw UsageError("cannot write below " + repository + ": " + errorText(errno));
+    if (::flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
+        throw UsageError("another publication to " + repository + " is under way; wait for its end");
+    }
+    return lock;
+}
+
+void removeLeftovers(const std::string& folder) {
+    for (fs::directory_iterator it(folder), end; it != end; ++it) {
+        if (isStagedName(it->path().filename().string())) fs::remove(it->path());
+    }
+}
+
+/// Random, so that no proxy makes it smaller on the way.
+bool writeSpeedFile(const std::string& path) {
+    boost::system::error_code ignored;
+    if (fs::file_size(path, ignored) == speedBytes) return false;
+    std::string bytes(speedBytes, '\0');
+    if (RAND_bytes(reinterpret_cast<unsigned char*>(bytes.data()), static_cast<int>(bytes.size())) != 1) {
+        throw std::runtime_error("OpenSSL has no random bytes for " + path);
+    }
+    replaceFile(path, bytes);
+    return true;
+}
+
+/// Also what was written before a failure is saved, so that it is not written again.
+class SavedState {
+  public:
+    explicit SavedState(const std::string& path) : path_(path), state_(readPublishState(path)) {}
+    ~SavedState() {
+        try {
+            save();
+        } catch (const std::exception&) {
+            // The next publication then writes these archives anew.
+        }
+    }
+    SavedState(const SavedState&) = delete;
+    SavedState& operator=(const SavedState&) = delete;
+
+    PublishState& get() { return state_; }
+    void save() { writePublishState(path_, state_); }
+
+  private:
+    std::string path_;
+    PublishState state_;
+};
+
+using FactsByPatch = std::map<std::string, PatchFacts>;
+
+void fillIn(ContentEntry& entry, const FactsByPatch& facts) {
+    for (ContentCre& cre : entry.cres) {
+        for (ContentEri& eri : cre.eris) {
+            const auto found = facts.find(eri.patchId);
+            if (found == facts.end()) continue;
+            eri.md5 = found->second.md5;
+            eri.size = found->second.size;
+        }
+    }
+}
+
+/// One publication, under the repository's lock.
+class Publisher {
+  public:
+    Publisher(Manifest manifest, const SigningKey& key, const Publication& publication,
+              const std::function<void(const std::string&)>& tell)
+        : manifest_(std::move(manifest)),
+          key_(key),
+          publication_(publication),
+          tell_(tell),
+          state_(publishStateFile(publication.repository)),
+          content_(publication.repository) {}
+
+    PublishSummary run() {
+        publishPatches();
+        if (writeSpeedFile(publication_.repository + "/speed.bin")) tell_("wrote speed.bin");
+        collectContent();
+        const std::set<std::string> withdrawn = collectWithdrawals();
+        // Saved before content is shown: what shows must be known for its withdrawal, whatever happens here.
+        state_.save();
+        content_.commit();
+        for (const std::string& identifier : withdrawn)
+            state_.get().entries.erase(identifier);
+        summary_.entriesWithdrawn = withdrawn.size();
+        summary_.patchesRemoved =
+            removeRetiredPatches(publication_.repository, publication_.prune, state_.get().patches,
+                                 [this](const std::string& name) { tell_("removed " + name); });
+        return summary_;
+    }
+
+  private:
+    void publishPatches() {
+        PatchPublisher publisher(publication_.repository, key_, state_.get().patches);
+        for (const ManifestPatch& patch : manifest_.patches) {
+            if (facts_.count(patch.patchId) != 0) continue;
+            const PatchFacts& published = facts_[patch.patchId] = publisher.publish(patch);
+            if (patch.omitArchive) continue;
+            ++summary_.patches;
+            if (!published.written) continue;
+            ++summary_.patchesWritten;
+            tell_("wrote patches/" + splitAtLastDot(patch.patchId)->stem + ".zip");
+        }
+    }
+
+    void collectContent() {
+        for (ContentEntry& entry : manifest_.entries) {
+            fillIn(entry, facts_);
+            ++summary_.entries;
+            state_.get().entries[entry.identifier] = publication_.manifest;
+            if (!content_.put(entry.identifier, contentXml(entry), key_)) continue;
+            ++summary_.entriesWritten;
+            tell_("wrote content/" + entry.identifier + ".xml");
+        }
+    }
+
+    std::set<std::string> collectWithdrawals() {
+        std::set<std::string> withdrawn = content_.identifiers();
+        for (const ContentEntry& entry : manifest_.entries)
+            withdrawn.erase(entry.identifier);
+        const auto& owners = state_.get().entries;
+        for (auto it = withdrawn.begin(); it != withdrawn.end();) {
+            const auto owner = owners.find(*it);
+            const bool own = owner != owners.end() && owner->second == publication_.manifest;
+            it = own || publication_.only ? std::next(it) : withdrawn.erase(it);
+        }
+        for (const std::string& identifier : withdrawn) {
+            content_.withdraw(identifier);
+            tell_("withdrew content/" + identifier + ".xml");
+        }
+        return withdrawn;
+    }
+
+    Manifest manifest_;
+    const SigningKey& key_;
+    const Publication& publication_;
+    const std::function<void(const std::string&)>& tell_;
+    SavedState state_;
+    ContentFolder content_;
+    FactsByPatch facts_;
+    PublishSummary summary_;
+};
+
+}  // namespace
+
+PublishSummary publish(Manifest manifest, const SigningKey& key, const Publication& publication,
+                       const std::function<void(const std::string&)>& tell) {
+    const std::string& repository = publication.repository;
+    requireFolder(repository + "/patches");
+    const UniqueFd lock = lockRepository(repository);
+    removeLeftovers(repository);
+    removeLeftovers(repository + "/patches");
+    return Publisher(std::move(manifest), key, publication, tell).run();
+}
+
+}  // namespace zelor

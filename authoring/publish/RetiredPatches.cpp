@@ -1,0 +1,86 @@
+#include "authoring/publish/RetiredPatches.h"
+
+#include <boost/filesystem.hpp>
+#include <ctime>
+#include <optional>
+#include <set>
+
+#include "agent/Files.h"
+#include "agent/content/ContentDocument.h"
+#include "authoring/publish/ContentFolder.h"
+#include "authoring/publish/ContentXml.h"
+#include "base/Strings.h"
+#include "remediation/fetch/PatchName.h"
+
+namespace zelor {
+
+namespace {
+
+namespace fs = boost::filesystem;
+
+constexpr std::int64_t graceSeconds = 24L * 60 * 60;
+
+std::string stemOf(const std::string& patchId) {
+    const auto name = splitAtLastDot(patchId);
+    return name ? name->stem : patchId;
+}
+
+/// The stems, in lower case as some file systems see them, of all archives that content names.
+std::optional<std::set<std::string>> namedStems(const std::string& repository) {
+    std::set<std::string> stems;
+    for (const std::string& identifier : ContentFolder(repository).identifiers()) {
+        Findings findings;
+        try {
+            const std::string file = repository + "/content/" + identifier + ".xml";
+            const ContentEntry entry =
+                readContentXml(readBounded(file, contentBytesLimit), file, identifier, findings);
+            if (entry.place.empty()) return std::nullopt;
+            for (const ContentCre& cre : entry.cres) {
+                for (const ContentEri& eri : cre.eris)
+                    stems.insert(lowerCased(stemOf(eri.patchId)));
+            }
+        } catch (const std::exception&) {
+            return std::nullopt;
+        }
+    }
+    return stems;
+}
+
+bool asPublished(const std::string& folder, const std::string& stem, const PublishedPatch& patch) {
+    return fileStamp(folder + stem + ".zip") == patch.archiveStamp;
+}
+
+}  // namespace
+
+std::size_t removeRetiredPatches(const std::string& repository, bool atOnce, PublishedPatches& patches,
+                                 const std::function<void(const std::string&)>& removed) {
+    const auto named = namedStems(repository);
+    if (!named) return 0;
+    const std::string folder = repository + "/patches/";
+    const std::int64_t now = std::time(nullptr);
+    std::size_t count = 0;
+    for (auto it = patches.begin(); it != patches.end();) {
+        const std::string stem = stemOf(it->first);
+        PublishedPatch& patch = it->second;
+        if (named->count(lowerCased(stem)) != 0) {
+            patch.unnamedSince = 0;
+            ++it;
+            continue;
+        }
+        if (patch.unnamedSince == 0) patch.unnamedSince = now;
+        if (!atOnce && now - patch.unnamedSince < graceSeconds) {
+            ++it;
+            continue;
+        }
+        if (asPublished(folder, stem, patch)) {
+            fs::remove(folder + stem + ".zip");
+            fs::remove(folder + stem + ".sig");
+            removed("patches/" + stem + ".zip");
+            ++count;
+        }
+        it = patches.erase(it);
+    }
+    return count;
+}
+
+}  // namespace zelor

@@ -1,0 +1,147 @@
+#include "authoring/publish/SigningKey.h"
+
+#include <openssl/bio.h>
+#include <openssl/ec.h>
+#include <openssl/err.h>
+#include <openssl/pem.h>
+#include <openssl/rsa.h>
+#include <openssl/x509.h>
+
+#include <stdexcept>
+
+#include "agent/Files.h"
+#include "authoring/UsageError.h"
+#include "authoring/publish/Digests.h"
+
+namespace zelor {
+
+namespace {
+
+constexpr std::size_t keyBytesLimit = 64U << 10U;
+constexpr int newRsaBits = 3072;
+// Agents refuse weaker keys.
+constexpr int leastRsaBits = 2048;
+constexpr int leastEcBits = 224;
+
+struct Free {
+    void operator()(BIO* bio) const { BIO_free(bio); }
+    void operator()(EVP_PKEY_CTX* context) const { EVP_PKEY_CTX_free(context); }
+};
+using Bio = std::unique_ptr<BIO, Free>;
+using KeyContext = std::unique_ptr<EVP_PKEY_CTX, Free>;
+
+void require(bool good, const char* task) {
+    if (good) return;
+    const unsigned long code = ERR_get_error();
+    ERR_clear_error();
+    const char* reason = code == 0 ? nullptr : ERR_reason_error_string(code);
+    throw std::runtime_error(std::string("OpenSSL cannot ") + task +
+                             (reason ? std::string(": ") + reason : ""));
+}
+
+/// Without it OpenSSL would ask for a pass phrase on the terminal.
+int noPassPhrase(char* /*buffer*/, int /*size*/, int /*writing*/, void* /*data*/) {
+    return -1;
+}
+
+std::string contentOf(BIO* bio) {
+    char* text = nullptr;
+    const long size = BIO_get_mem_data(bio, &text);
+    return {text, static_cast<std::size_t>(size)};
+}
+
+KeyContext signatureContext(EVP_PKEY* key, int (*start)(EVP_PKEY_CTX*)) {
+    KeyContext context(EVP_PKEY_CTX_new(key, nullptr));
+    require(context && start(context.get()) == 1 &&
+                EVP_PKEY_CTX_set_signature_md(context.get(), EVP_sha256()) == 1,
+            "use the key with SHA-256");
+    return context;
+}
+
+const unsigned char* bytesOf(std::string_view text) {
+    return reinterpret_cast<const unsigned char*>(text.data());
+}
+
+void requireUsable(const EVP_PKEY* key, const std::string& keyFile) {
+    const int type = EVP_PKEY_base_id(key);
+    const bool rsa = type == EVP_PKEY_RSA;
+    if ((!rsa && type != EVP_PKEY_EC) || EVP_PKEY_bits(key) < (rsa ? leastRsaBits : leastEcBits)) {
+        throw UsageError("agents refuse signatures of the key in " + keyFile +
+                         ": it must be EC of 224 bits or more, or RSA of 2048 bits or more; make one with "
+                         "zelor-content keygen");
+    }
+}
+
+}  // namespace
+
+SigningKey SigningKey::generate(Type type) {
+    const KeyContext context(EVP_PKEY_CTX_new_id(type == Type::ec ? EVP_PKEY_EC : EVP_PKEY_RSA, nullptr));
+    require(context && EVP_PKEY_keygen_init(context.get()) == 1, "prepare a key");
+    require((type == Type::ec ? EVP_PKEY_CTX_set_ec_paramgen_curve_nid(context.get(), NID_X9_62_prime256v1)
+                              : EVP_PKEY_CTX_set_rsa_keygen_bits(context.get(), newRsaBits)) == 1,
+            "prepare a key");
+    EVP_PKEY* key = nullptr;
+    require(EVP_PKEY_keygen(context.get(), &key) == 1, "make a key");
+    return SigningKey(key);
+}
+
+SigningKey SigningKey::load(const std::string& keyFile) {
+    std::string pem;
+    try {
+        pem = readBounded(keyFile, keyBytesLimit, Links::follow);
+    } catch (const std::exception& e) {
+        throw UsageError(std::string(e.what()) + "; name the private key that zelor-content keygen wrote");
+    }
+    const Bio bio(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
+    require(bio != nullptr, "read a key");
+    SigningKey key(PEM_read_bio_PrivateKey(bio.get(), nullptr, noPassPhrase, nullptr));
+    ERR_clear_error();
+    if (!key.key_) {
+        throw UsageError(keyFile +
+                         " holds no PEM private key that opens without a pass phrase; use repository.key of "
+                         "zelor-content keygen, or remove the pass phrase with openssl pkey");
+    }
+    requireUsable(key.key_.get(), keyFile);
+    return key;
+}
+
+std::string SigningKey::privatePem() const {
+    const Bio bio(BIO_new(BIO_s_mem()));
+    require(bio && PEM_write_bio_PKCS8PrivateKey(bio.get(), key_.get(), nullptr, nullptr, 0, nullptr,
+                                                 nullptr) == 1,
+            "write the private key");
+    return contentOf(bio.get());
+}
+
+std::string SigningKey::publicPem() const {
+    const Bio bio(BIO_new(BIO_s_mem()));
+    require(bio && PEM_write_bio_PUBKEY(bio.get(), key_.get()) == 1, "write the public key");
+    return contentOf(bio.get());
+}
+
+std::string SigningKey::fingerprint() const {
+    const Bio bio(BIO_new(BIO_s_mem()));
+    require(bio && i2d_PUBKEY_bio(bio.get(), key_.get()) == 1, "write the public key");
+    return hexadecimal(digestsOfText(contentOf(bio.get())).sha256);
+}
+
+std::string SigningKey::sign(std::string_view sha256) const {
+    const KeyContext context = signatureContext(key_.get(), EVP_PKEY_sign_init);
+    std::size_t size = 0;
+    require(EVP_PKEY_sign(context.get(), nullptr, &size, bytesOf(sha256), sha256.size()) == 1, "sign");
+    std::string signature(size, '\0');
+    auto* out = reinterpret_cast<unsigned char*>(signature.data());
+    require(EVP_PKEY_sign(context.get(), out, &size, bytesOf(sha256), sha256.size()) == 1, "sign");
+    signature.resize(size);
+    return signature;
+}
+
+bool SigningKey::accepts(std::string_view sha256, std::string_view signature) const {
+    const KeyContext context = signatureContext(key_.get(), EVP_PKEY_verify_init);
+    const bool good = EVP_PKEY_verify(context.get(), bytesOf(signature), signature.size(), bytesOf(sha256),
+                                      sha256.size()) == 1;
+    ERR_clear_error();
+    return good;
+}
+
+}  // namespace zelor

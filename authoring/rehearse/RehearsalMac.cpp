@@ -1,0 +1,86 @@
+#include "authoring/rehearse/RehearsalMac.h"
+
+#include <sys/wait.h>
+
+#include <boost/dll/runtime_symbol_info.hpp>
+#include <boost/filesystem.hpp>
+#include <nlohmann/json.hpp>
+
+#include "agent/Files.h"
+#include "authoring/UsageError.h"
+#include "authoring/publish/StagedFile.h"
+#include "base/CommandRunner.h"
+#include "base/Strings.h"
+
+namespace zelor {
+
+namespace {
+
+namespace fs = boost::filesystem;
+
+/// Runs zelor-rehearsal; its own message tells what was wrong.
+std::string rehearsal(std::vector<std::string> words) {
+    constexpr std::chrono::minutes limit{1};
+    words.insert(words.begin(), siblingProgram("zelor-rehearsal"));
+    const CommandResult result = runCommand(words, true, limit);
+    if (result.waited && WIFEXITED(result.status) && WEXITSTATUS(result.status) == 0) return result.output;
+    throw UsageError("the rehearsal Mac cannot be set up: " + trimmed(result.output));
+}
+
+}  // namespace
+
+std::string siblingProgram(const std::string& name) {
+    std::string path = (boost::dll::program_location().parent_path() / name).string();
+    if (fs::exists(path)) return path;
+    throw UsageError(path + " is missing; a rehearsal needs the programs of one installation in one folder");
+}
+
+PlacedFile::PlacedFile(std::string path, const std::string& text)
+    : path_(std::move(path)), aside_(path_ + ".before-rehearsal") {
+    if (fs::exists(fs::symlink_status(path_)) && !fs::exists(fs::symlink_status(aside_)))
+        fs::rename(path_, aside_);
+    replaceFile(path_, text);
+}
+
+PlacedFile::~PlacedFile() {
+    if (kept_) return;
+    boost::system::error_code ignored;
+    fs::remove(path_, ignored);
+    fs::rename(aside_, path_, ignored);
+}
+
+RehearsalMac::RehearsalMac(const std::string& scratch, const RehearsalMacOrder& order) {
+    tools_ = order.tools.empty() ? scratch + "/tools" : fs::absolute(order.tools).string();
+    if (order.tools.empty()) {
+        rehearsal({"init", tools_, "--root", order.root.empty() ? scratch + "/mac" : order.root, "--os",
+                   order.version});
+        for (const std::string& label : order.updates)
+            rehearsal(
+                {"add-update", "--tools", tools_, "--label=" + label, "--version", "1.0", "--size", "1000"});
+    }
+    try {
+        const nlohmann::json state = nlohmann::json::parse(rehearsal({"show", "--tools", tools_}));
+        root_ = state.at("root");
+        system_ =
+            state.at("productName").get<std::string>() + ' ' + state.at("productVersion").get<std::string>();
+    } catch (const nlohmann::json::exception&) {
+        throw UsageError(tools_ + " is no tools folder; make one with zelor-rehearsal init");
+    }
+}
+
+void RehearsalMac::configure(const std::string& url, const std::string& publicPem) {
+    const std::string folder = root_ + "/etc/zelor";
+    if (!makeFolders(folder)) throw UsageError("cannot make " + folder + ": " + errorText(errno));
+    settings_.emplace_back(folder + "/repository.pem", publicPem);
+    settings_.emplace_back(folder + "/build", "platform = macos\n");
+    settings_.emplace_back(folder + "/zelor.ini", "[ScanManager]\nProfileId = " + system_ +
+                                                      "\n[Repository]\nUrl = " + url +
+                                                      "\nTrustedKey = /etc/zelor/repository.pem\n");
+}
+
+void RehearsalMac::keepSettings() {
+    for (PlacedFile& file : settings_)
+        file.keep();
+}
+
+}  // namespace zelor

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <map>
+#include <string>
+
+#include "authoring/manifest/ContentEntry.h"
+
+namespace zelor {
+
+/// The requests that ask for everything an entry offers: key to identifier, one for each of its CREs.
+std::map<std::string, std::string> requestsFor(const ContentEntry& entry);
+
+/// Path below a rehearsal Mac's root to what tells one state of that file from another; the agent's own
+/// folders are left out.
+using DiskState = std::map<std::string, std::string>;
+DiskState diskState(const std::string& root);
+
+/// What happened between two states, a line for each file, at most `limit` of them, and how many there were.
+std::string diskChanges(const DiskState& before, const DiskState& after, std::size_t limit);
+
+/// The last lines of a text file, indented, without control characters; "" when there is none.
+std::string indentedTail(const std::string& file, std::size_t lines);
+
+}  // namespace zelor

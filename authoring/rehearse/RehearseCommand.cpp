@@ -1,0 +1,151 @@
+#include <iostream>
+#include <nlohmann/json.hpp>
+
+#include "authoring/Commands.h"
+#include "authoring/UsageError.h"
+#include "authoring/checks/RepositoryCheck.h"
+#include "authoring/manifest/ManifestFile.h"
+#include "authoring/publish/Publisher.h"
+#include "authoring/publish/StagedFile.h"
+#include "authoring/rehearse/RehearsalMac.h"
+#include "authoring/rehearse/RehearsalReport.h"
+#include "authoring/rehearse/ScratchFolder.h"
+#include "authoring/rehearse/SignalRelay.h"
+#include "authoring/serve/StaticServer.h"
+
+namespace zelor {
+
+namespace {
+
+constexpr std::size_t shownChanges = 40;
+constexpr std::size_t shownLogLines = 12;
+
+/// The identifier asked for, or the manifest's only one.
+std::string chosenIdentifier(const RehearseOptions& options) {
+    if (!options.identifier.empty()) return options.identifier;
+    const auto identifiers = manifestIdentifiers(options.manifest);
+    if (!identifiers) {
+        readManifest(options.manifest);  // tells what is wrong with it
+    } else if (identifiers->size() == 1) {
+        return *identifiers->begin();
+    }
+    std::string known;
+    for (const std::string& identifier : identifiers.value_or(std::set<std::string>{}))
+        known += ' ' + identifier;
+    throw UsageError("name one of the manifest's entries with --identifier:" + known);
+}
+
+/// One rehearsal, from the manifest to what became of the Mac; its end takes everything away again.
+class Rehearsal {
+  public:
+    explicit Rehearsal(const RehearseOptions& options)
+        : options_(options),
+          identifier_(chosenIdentifier(options)),
+          repository_(scratch_.path() + "/repository"),
+          requests_(scratch_.path() + "/requests.json") {}
+
+    int run() {
+        Manifest manifest = readManifest(options_.manifest, identifier_);
+        writeRequests(manifest);
+        relay_.requireNone();
+        RehearsalMac mac(scratch_.path(), {options_.tools, options_.root, options_.os, options_.updates});
+        publishAll(std::move(manifest));
+        const StaticServer server({repository_, "127.0.0.1", 0, {}, {}});
+        mac.configure(server.url(), key_.publicPem());
+        std::cout << "Rehearsal Mac: " << mac.system() << ", its disk is " << mac.root() << std::endl;
+        const DiskState before = diskState(mac.root());
+        const int status = relay_.run(controllerCommand(mac), {"ZELOR_REHEARSAL_ROOT=" + mac.root()});
+        if (status != exitStatus::unusable) {
+            tellChanges(diskChanges(before, diskState(mac.root()), shownChanges));
+            if (status != 0) tellLogs(mac);
+        }
+        if (options_.keep) {
+            keep(mac, server.port());
+        } else {
+            std::cout << "What is in " << scratch_.path() << " is removed now; --keep leaves it there.\n";
+        }
+        const bool told = status == 0 || status == exitStatus::interrupted || status == exitStatus::unusable;
+        return told ? status : exitStatus::failed;
+    }
+
+  private:
+    void writeRequests(const Manifest& manifest) const {
+        nlohmann::ordered_json json = nlohmann::ordered_json::object();
+        for (const std::string& key : options_.requests)
+            json[key] = identifier_;
+        if (options_.requests.empty()) json = requestsFor(manifest.entries.front());
+        replaceFile(requests_, json.dump(2) + '\n');
+        for (const auto& [key, identifier] : json.items())
+            std::cout << "Request: " << key << '\n';
+    }
+
+    void publishAll(Manifest manifest) {
+        const PublishSummary summary =
+            publish(std::move(manifest), key_, {repository_, options_.manifest, false, false},
+                    [this](const std::string&) { relay_.requireNone(); });
+        const std::string publicKey = scratch_.path() + "/repository.pem";
+        replaceFile(publicKey, key_.publicPem());
+        std::cout << "Published " << identifier_ << " with " << amount(summary.patches, "patch", "patches")
+                  << ", signed for this rehearsal alone\n"
+                  << findingsText(checkRepository(repository_, publicKey).findings);
+    }
+
+    std::vector<std::string> controllerCommand(const RehearsalMac& mac) const {
+        std::vector<std::string> words = {siblingProgram("zelor-remediate"),
+                                          "run",
+                                          requests_,
+                                          "--root",
+                                          mac.root(),
+                                          "--tools",
+                                          mac.tools()};
+        if (options_.afterScan) words.emplace_back("--after-scan");
+        if (options_.verbose) words.emplace_back("--verbose");
+        if (!options_.report.empty()) words.insert(words.end(), {"--report", options_.report});
+        return words;
+    }
+
+    static void tellChanges(const std::string& changes) {
+        if (changes.empty()) {
+            std::cout << "Nothing changed on its disk.\n";
+        } else {
+            std::cout << "What changed on its disk:\n" << changes;
+        }
+    }
+
+    static void tellLogs(const RehearsalMac& mac) {
+        const std::string log = indentedTail(mac.root() + "/var/log/zelor/remediation.log", shownLogLines);
+        const std::string installer = indentedTail(mac.tools() + "/state/install.log", shownLogLines);
+        if (!log.empty()) std::cout << "The end of the log:\n" << log;
+        if (!installer.empty()) std::cout << "The end of the installer's log:\n" << installer;
+    }
+
+    void keep(RehearsalMac& mac, std::uint16_t port) {
+        scratch_.keep();
+        if (options_.root.empty() && options_.tools.empty()) mac.keepSettings();
+        std::cout << "Kept in " << scratch_.path() << ". To run it again:\n"
+                  << "  zelor-content serve " << repository_ << " --port " << port << " &\n"
+                  << "  ZELOR_REHEARSAL_ROOT=" << mac.root() << " zelor-remediate run " << requests_
+                  << " --root " << mac.root() << " --tools " << mac.tools() << " --after-scan\n";
+    }
+
+    const RehearseOptions& options_;
+    std::string identifier_;
+    SignalRelay relay_;  // ends last, so that no signal comes between a folder and its removal
+    ScratchFolder scratch_{"rehearse"};
+    std::string repository_;
+    std::string requests_;
+    SigningKey key_ = SigningKey::generate(SigningKey::Type::ec);
+};
+
+}  // namespace
+
+int runRehearse(const RehearseOptions& options) {
+    try {
+        return Rehearsal(options).run();
+    } catch (const Interrupted&) {
+        std::cerr << "zelor-content: interrupted before the run began\n";
+        return exitStatus::interrupted;
+    }
+}
+
+}  // namespace zelor

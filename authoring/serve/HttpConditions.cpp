@@ -1,0 +1,133 @@
+#include "authoring/serve/HttpConditions.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <string_view>
+
+namespace zelor {
+
+namespace {
+
+std::optional<std::uint64_t> number(std::string_view text) {
+    std::uint64_t value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc() || end != text.data() + text.size() || text.empty()) return std::nullopt;
+    return value;
+}
+
+std::string_view trimmed(std::string_view text) {
+    const auto first = text.find_first_not_of(" \t");
+    if (first == std::string_view::npos) return {};
+    return text.substr(first, text.find_last_not_of(" \t") - first + 1);
+}
+
+bool listHolds(std::string_view list, std::string_view etag) {
+    while (!list.empty()) {
+        const auto comma = list.find(',');
+        std::string_view tag = trimmed(list.substr(0, comma));
+        if (tag == "*") return true;
+        if (tag.substr(0, 2) == "W/") tag.remove_prefix(2);
+        if (tag == etag) return true;
+        list = comma == std::string_view::npos ? std::string_view() : list.substr(comma + 1);
+    }
+    return false;
+}
+
+bool unchanged(const RequestConditions& conditions, const FileVersion& file) {
+    if (!conditions.ifNoneMatch.empty()) return listHolds(conditions.ifNoneMatch, file.etag);
+    const auto since = parseHttpDate(conditions.ifModifiedSince);
+    return since && file.modified <= *since;
+}
+
+bool rangeApplies(const RequestConditions& conditions, const FileVersion& file) {
+    const std::string_view validator = trimmed(conditions.ifRange);
+    return validator.empty() || validator == file.etag || validator == httpDate(file.modified);
+}
+
+Answer part(std::string_view range, const FileVersion& file) {
+    const Answer whole{Selection::whole, 0, file.size};
+    constexpr std::string_view unit = "bytes=";
+    range = trimmed(range);
+    const auto dash = range.find('-');
+    if (range.substr(0, unit.size()) != unit || dash == std::string_view::npos) return whole;
+    const std::string_view firstText = trimmed(range.substr(unit.size(), dash - unit.size()));
+    const std::string_view lastText = trimmed(range.substr(dash + 1));
+    const auto first = number(firstText);
+    const auto last = number(lastText);
+    if ((!first && !firstText.empty()) || (!last && !lastText.empty()) || (!first && !last)) return whole;
+    if (!first) {
+        if (*last == 0 || file.size == 0) return {Selection::unsatisfiable, 0, 0};
+        const std::uint64_t length = std::min(*last, file.size);
+        return {Selection::part, file.size - length, length};
+    }
+    if (last && *last < *first) return whole;
+    if (*first >= file.size) return {Selection::unsatisfiable, 0, 0};
+    const std::uint64_t end = last && *last < file.size ? *last + 1 : file.size;
+    return {Selection::part, *first, end - *first};
+}
+
+int hexValue(char digit) {
+    if (digit >= '0' && digit <= '9') return digit - '0';
+    if (digit >= 'a' && digit <= 'f') return digit - 'a' + 10;
+    if (digit >= 'A' && digit <= 'F') return digit - 'A' + 10;
+    return -1;
+}
+
+std::optional<std::string> decoded(std::string_view text) {
+    std::string out;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '%') {
+            out += text[i];
+            continue;
+        }
+        if (i + 2 >= text.size()) return std::nullopt;
+        const int high = hexValue(text[i + 1]);
+        const int low = hexValue(text[i + 2]);
+        if (high < 0 || low < 0) return std::nullopt;
+        out += static_cast<char>(high * 16 + low);
+        i += 2;
+    }
+    return out;
+}
+
+}  // namespace
+
+Answer selectAnswer(const RequestConditions& conditions, const FileVersion& file) {
+    if (unchanged(conditions, file)) return {Selection::notModified, 0, 0};
+    if (conditions.range.empty() || !rangeApplies(conditions, file)) return {Selection::whole, 0, file.size};
+    return part(conditions.range, file);
+}
+
+std::string httpDate(std::time_t time) {
+    std::tm utc{};
+    gmtime_r(&time, &utc);
+    std::array<char, 40> text{};
+    const std::size_t size = std::strftime(text.data(), text.size(), "%a, %d %b %Y %H:%M:%S GMT", &utc);
+    return {text.data(), size};
+}
+
+std::optional<std::time_t> parseHttpDate(const std::string& text) {
+    std::tm utc{};
+    const char* end = strptime(text.c_str(), "%a, %d %b %Y %H:%M:%S GMT", &utc);
+    if (end == nullptr || *end != '\0') return std::nullopt;
+    return timegm(&utc);
+}
+
+std::optional<std::vector<std::string>> servedPathComponents(const std::string& path) {
+    std::vector<std::string> names;
+    std::size_t begin = 0;
+    while (begin <= path.size()) {
+        const std::size_t end = std::min(path.find('/', begin), path.size());
+        const auto name = decoded(std::string_view(path).substr(begin, end - begin));
+        begin = end + 1;
+        if (!name || name->find_first_of(std::string_view("/\0", 2)) != std::string::npos)
+            return std::nullopt;
+        if (name->empty()) continue;
+        if (name->front() == '.') return std::nullopt;
+        names.push_back(*name);
+    }
+    return names;
+}
+
+}  // namespace zelor

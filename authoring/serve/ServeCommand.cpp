@@ -1,0 +1,60 @@
+#include <pthread.h>
+#include <signal.h>
+
+#include <iostream>
+#include <mutex>
+
+#include "authoring/Commands.h"
+#include "authoring/UsageError.h"
+#include "authoring/serve/StaticServer.h"
+
+namespace zelor {
+
+namespace {
+
+/// The signals that end the server, held back in every thread made from here on and waited for.
+class EndSignals {
+  public:
+    EndSignals() {
+        sigemptyset(&signals_);
+        sigaddset(&signals_, SIGINT);
+        sigaddset(&signals_, SIGTERM);
+        ::pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
+    }
+    void wait() const {
+        int received = 0;
+        ::sigwait(&signals_, &received);
+    }
+
+  private:
+    sigset_t signals_{};
+};
+
+}  // namespace
+
+int runServe(const ServeOptions& options) {
+    const EndSignals end;
+    std::mutex output;
+    StaticServerOptions server;
+    server.folder = options.folder;
+    server.address = options.address;
+    server.port = options.port;
+    if (options.verbose) {
+        server.answered = [&output](const ServerRequest& request, int status) {
+            const std::lock_guard<std::mutex> lock(output);
+            std::cerr << status << ' ' << request.method << ' ' << request.path
+                      << (request.range.empty() ? "" : ' ' + request.range) << std::endl;
+        };
+    }
+    std::unique_ptr<StaticServer> running;
+    try {
+        running = std::make_unique<StaticServer>(server);
+    } catch (const std::exception& e) {
+        throw UsageError(std::string(e.what()) + "; choose another folder, --address or --port");
+    }
+    std::cout << running->url() << std::endl;
+    end.wait();
+    return exitStatus::good;
+}
+
+}  // namespace zelor

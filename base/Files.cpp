@@ -1,0 +1,93 @@
+#include "base/Files.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "base/SystemCalls.h"
+
+namespace zelor {
+
+namespace {
+
+/// The offset behind the last line end; -1, errno set, when it cannot be told.
+off_t wholeLinesEnd(int fd) {
+    struct stat info {};
+    if (fstat(fd, &info) != 0) return -1;
+    char chunk[4096];
+    for (off_t end = info.st_size; end > 0;) {
+        const off_t start = std::max<off_t>(end - static_cast<off_t>(sizeof chunk), 0);
+        const ssize_t count = pread(fd, chunk, static_cast<std::size_t>(end - start), start);
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) return -1;
+        const auto newline = std::string_view(chunk, static_cast<std::size_t>(count)).rfind('\n');
+        if (newline != std::string_view::npos) return start + static_cast<off_t>(newline) + 1;
+        end = start;
+    }
+    return 0;
+}
+
+}  // namespace
+
+void UniqueFd::reset(int fd) {
+    close();
+    fd_ = fd;
+}
+
+bool UniqueFd::close() {
+    const int fd = release();
+    return fd < 0 || ::close(fd) == 0;
+}
+
+UniqueFd openFile(const std::string& path, int flags, unsigned mode) {
+    int fd = -1;
+    do {
+        fd = open(path.c_str(), flags | O_CLOEXEC, static_cast<mode_t>(mode));
+    } while (fd < 0 && errno == EINTR);
+    return UniqueFd(fd);
+}
+
+bool writeAll(int fd, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t count = write(fd, bytes.data(), bytes.size());
+        if (count < 0 && errno == EINTR) continue;
+        if (count <= 0) return false;
+        bytes.remove_prefix(static_cast<std::size_t>(count));
+    }
+    return true;
+}
+
+bool flushToDisk(int fd) {
+    return flushDescriptor(fd);
+}
+
+void flushDirectory(const std::string& directory) {
+    const UniqueFd fd = openFile(directory, O_RDONLY | O_DIRECTORY);
+    if (fd) flushDescriptor(fd.get());
+}
+
+bool cutTornEnd(int fd) {
+    struct stat info {};
+    const off_t end = wholeLinesEnd(fd);
+    if (end < 0 || fstat(fd, &info) != 0) return false;
+    return end == info.st_size || ftruncate(fd, end) == 0;
+}
+
+bool appendLine(const std::string& path, const std::string& line) {
+    UniqueFd fd = openFile(path, O_RDWR | O_APPEND | O_CREAT | O_NOFOLLOW);
+    struct stat info {};
+    if (!fd || fstat(fd.get(), &info) != 0) return false;
+    const off_t end = wholeLinesEnd(fd.get());
+    if (end < 0) return false;
+    const bool insideLine = end != info.st_size;
+    if (writeAll(fd.get(), (insideLine ? "\n" : "") + line + "\n")) return fd.close();
+    const int error = errno;
+    // A full disk takes the beginning of a line, which could be another's whole.
+    if (ftruncate(fd.get(), info.st_size) == 0) errno = error;
+    return false;
+}
+
+}  // namespace zelor

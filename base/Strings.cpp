@@ -1,0 +1,103 @@
+#include "base/Strings.h"
+
+#include <algorithm>
+#include <boost/algorithm/string/trim.hpp>
+#include <cstdlib>
+
+namespace zelor {
+
+namespace {
+
+/// The C locale's tolower: a host's own locale could change bytes in the middle of a UTF-8 character.
+char lowerCase(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+/// No locale takes one of these for white space.
+bool isVisible(char c) {
+    return c > ' ' && c < 0x7f;
+}
+
+}  // namespace
+
+bool hasEnding(const std::string& text, const std::string& ending) {
+    return text.size() >= ending.size() &&
+           text.compare(text.size() - ending.size(), ending.size(), ending) == 0;
+}
+
+bool hasBeginning(const std::string& text, const std::string& beginning) {
+    return text.compare(0, beginning.size(), beginning) == 0;
+}
+
+bool hasBeginningInAnyCase(const std::string& text, std::string_view beginning) {
+    return text.size() >= beginning.size() &&
+           std::equal(beginning.begin(), beginning.end(), text.begin(),
+                      [](char expected, char c) { return lowerCase(c) == expected; });
+}
+
+std::string trimmed(std::string text) {
+    if (text.empty() || (isVisible(text.front()) && isVisible(text.back()))) return text;
+    boost::algorithm::trim(text);
+    text.erase(text.find_last_not_of(" \t\r\n") + 1);
+    while (hasBeginning(text, "\r"))
+        text.erase(0, 1);
+    while (hasBeginning(text, "\n"))
+        text.erase(0, 1);
+    boost::algorithm::trim(text);
+    return text;
+}
+
+std::string lowerCased(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(), lowerCase);
+    return text;
+}
+
+std::vector<std::string> splitInTwo(const std::string& text, const std::string& delimiter) {
+    const auto at = text.find(delimiter);
+    if (at == std::string::npos) return {text};
+    return {text.substr(0, at), text.substr(at + delimiter.size())};
+}
+
+std::vector<std::string> splitCompressed(const std::string& text, char separator) {
+    std::vector<std::string> pieces;
+    std::size_t start = 0;
+    for (auto at = text.find(separator); at != std::string::npos; at = text.find(separator, start)) {
+        pieces.push_back(text.substr(start, at - start));
+        start = std::min(text.find_first_not_of(separator, at), text.size());
+    }
+    pieces.push_back(text.substr(start));
+    return pieces;
+}
+
+int leadingInt(const std::string& text) {
+    return static_cast<int>(std::strtol(text.c_str(), nullptr, 10));
+}
+
+bool hasControlCharacter(const std::string& text) {
+    return std::any_of(text.begin(), text.end(), [](char c) {
+        const auto byte = static_cast<unsigned char>(c);
+        return byte < 0x20 || byte == 0x7f;
+    });
+}
+
+std::string insideSingleQuotes(const std::string& text) {
+    std::string escaped;
+    escaped.reserve(text.size());
+    for (char c : text) {
+        if (c == '\'') {
+            escaped += "'\\''";
+        } else {
+            escaped += c;
+        }
+    }
+    return escaped;
+}
+
+std::string shellWord(const std::string& word) {
+    static const std::string plain =
+        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_@%+=:,./-";
+    const bool bare = !word.empty() && word.find_first_not_of(plain) == std::string::npos;
+    return bare ? word : "'" + insideSingleQuotes(word) + "'";
+}
+
+}  // namespace zelor

@@ -1,0 +1,193 @@
+#include "base/SystemCalls.h"
+
+#include <fcntl.h>
+#include <stdio.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <memory>
+
+#ifdef __APPLE__
+#include <copyfile.h>
+#include <crt_externs.h>
+#include <sys/mount.h>
+#include <sys/xattr.h>
+#else
+#include <sys/statvfs.h>
+#endif
+
+namespace zelor {
+
+namespace {
+
+AwakeClock::time_point timeOf(clockid_t clock) noexcept {
+    struct timespec time {};
+    (void)clock_gettime(clock, &time);
+    return AwakeClock::time_point(std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec));
+}
+
+}  // namespace
+
+#ifdef __APPLE__
+
+AwakeClock::time_point AwakeClock::now() noexcept {
+    return timeOf(CLOCK_UPTIME_RAW);
+}
+
+bool makePipe(int (&ends)[2]) {
+    if (pipe(ends) != 0) return false;
+    for (const int end : ends)
+        (void)fcntl(end, F_SETFD, FD_CLOEXEC);
+    return true;
+}
+
+char** processEnvironment() {
+    return *_NSGetEnviron();
+}
+
+short closeOtherDescriptors(posix_spawn_file_actions_t& /*actions*/) {
+    return POSIX_SPAWN_CLOEXEC_DEFAULT;
+}
+
+bool flushDescriptor(int fd) {
+    return fcntl(fd, F_FULLFSYNC) == 0 || fsync(fd) == 0;  // network volumes have the second alone
+}
+
+bool copyFileData(int source, int target) {
+    return fcopyfile(source, target, nullptr, COPYFILE_DATA) == 0;
+}
+
+bool copyFileAttributes(int source, int target) {
+    if (fcopyfile(source, target, nullptr, COPYFILE_XATTR) != 0) return false;
+    return fremovexattr(target, "com.apple.quarantine", 0) == 0 || errno == ENOATTR || errno == ENOTSUP;
+}
+
+struct timespec accessTime(const struct stat& info) {
+    return info.st_atimespec;
+}
+struct timespec modificationTime(const struct stat& info) {
+    return info.st_mtimespec;
+}
+
+bool availableBytes(const std::string& path, std::uint64_t& bytes) {
+    struct statfs info {};
+    if (statfs(path.c_str(), &info) != 0) return false;
+    bytes = info.f_bavail * info.f_bsize;
+    return true;
+}
+
+bool availableBytes(int fd, std::uint64_t& bytes) {
+    struct statfs info {};
+    if (fstatfs(fd, &info) != 0) return false;
+    bytes = info.f_bavail * info.f_bsize;
+    return true;
+}
+
+bool exchangePaths(const std::string& one, const std::string& other) {
+    return renamex_np(one.c_str(), other.c_str(), RENAME_SWAP) == 0;
+}
+
+#else
+
+namespace {
+
+bool copyByHand(int source, int target) {
+    constexpr std::size_t kChunk = std::size_t{1} << 18;
+    const auto buffer = std::make_unique<char[]>(kChunk);
+    for (;;) {
+        const ssize_t count = read(source, buffer.get(), kChunk);
+        if (count == 0) return true;
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) return false;
+        for (ssize_t done = 0; done < count;) {
+            const ssize_t put = write(target, buffer.get() + done, static_cast<std::size_t>(count - done));
+            if (put < 0 && errno != EINTR) return false;
+            if (put > 0) done += put;
+        }
+    }
+}
+
+}  // namespace
+
+AwakeClock::time_point AwakeClock::now() noexcept {
+    return timeOf(CLOCK_MONOTONIC);
+}
+
+bool makePipe(int (&ends)[2]) {
+    return pipe2(ends, O_CLOEXEC) == 0;
+}
+
+char** processEnvironment() {
+    return environ;
+}
+
+short closeOtherDescriptors(posix_spawn_file_actions_t& actions) {
+#if defined(__GLIBC__) && __GLIBC_PREREQ(2, 34)
+    posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
+#else
+    (void)actions;
+#endif
+    return 0;
+}
+
+bool flushDescriptor(int fd) {
+    return fsync(fd) == 0;
+}
+
+bool copyFileData(int source, int target) {
+    constexpr std::size_t kRange = std::size_t{1} << 30;
+    bool any = false;
+    for (;;) {
+        const ssize_t count = copy_file_range(source, nullptr, target, nullptr, kRange, 0);
+        if (count > 0) {
+            any = true;
+        } else if (count == 0 && any) {
+            return true;
+        } else if (count < 0 && errno == EINTR) {
+            continue;
+        } else {
+            break;  // not between these file systems, or a file that only reads can tell the size of
+        }
+    }
+    return copyByHand(source, target);
+}
+
+bool copyFileAttributes(int /*source*/, int /*target*/) {
+    return true;
+}
+
+struct timespec accessTime(const struct stat& info) {
+    return info.st_atim;
+}
+struct timespec modificationTime(const struct stat& info) {
+    return info.st_mtim;
+}
+
+bool availableBytes(const std::string& path, std::uint64_t& bytes) {
+    struct statvfs info {};
+    if (statvfs(path.c_str(), &info) != 0) return false;
+    bytes = info.f_bavail * info.f_frsize;
+    return true;
+}
+
+bool availableBytes(int fd, std::uint64_t& bytes) {
+    struct statvfs info {};
+    if (fstatvfs(fd, &info) != 0) return false;
+    bytes = info.f_bavail * info.f_frsize;
+    return true;
+}
+
+bool exchangePaths(const std::string& one, const std::string& other) {
+#ifdef RENAME_EXCHANGE
+    return renameat2(AT_FDCWD, one.c_str(), AT_FDCWD, other.c_str(), RENAME_EXCHANGE) == 0;
+#else
+    (void)one;
+    (void)other;
+    return false;
+#endif
+}
+
+#endif
+
+}  // namespace zelor

@@ -1,0 +1,112 @@
+#include "base/TrustedFolder.h"
+
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <boost/filesystem/operations.hpp>
+#include <cerrno>
+#include <cstring>
+#include <memory>
+
+#include "base/Strings.h"
+#include "base/SystemRoot.h"
+
+namespace zelor {
+
+namespace {
+
+constexpr char noName[] = "it has no name; set one";
+
+/// Absolute, without separators and "." at the end, through which a link would be followed.
+std::string plainPath(const std::string& path) {
+    std::string plain = path;
+    if (!hasBeginning(path, "/")) {
+        boost::system::error_code error;
+        plain = boost::filesystem::current_path(error).string() + "/" + path;
+    }
+    while (plain.size() > 1 && (plain.back() == '/' || hasEnding(plain, "/.")))
+        plain.pop_back();
+    return plain;
+}
+
+bool ownerIsTrusted(const struct stat& info, const std::string& base) {
+    struct stat top {};
+    const bool known = ::stat(base.empty() ? "/" : base.c_str(), &top) == 0;
+    return info.st_uid == 0 || info.st_uid == ::geteuid() || (known && info.st_uid == top.st_uid);
+}
+
+std::string problemOnTheWay(const std::string& path);
+
+/// The same for one folder or symbolic link on the way.
+std::string problemOf(const std::string& step, const struct stat& link, const std::string& base) {
+    if (!ownerIsTrusted(link, base)) return step + " on the way to it belongs to another user";
+    if (S_ISLNK(link.st_mode)) {
+        const std::unique_ptr<char, decltype(&::free)> real(::realpath(step.c_str(), nullptr), &::free);
+        if (!real) return step + " on the way to it leads nowhere: " + std::strerror(errno);
+        return problemOnTheWay(std::string(real.get()) + "/.");
+    }
+    if (!S_ISDIR(link.st_mode)) return step + " on the way to it is no folder";
+    const bool open = (link.st_mode & S_IWOTH) != 0 && (link.st_mode & S_ISVTX) == 0;
+    return open ? "everybody may replace it, since " + step + " is writable by all (chmod o-w)" : "";
+}
+
+std::string problemOnTheWay(const std::string& path) {
+    const std::string root = getSystemRoot();
+    const std::string base = hasBeginning(path, root + "/") ? root : "";
+    for (auto end = path.find('/', base.size() + 1); end != std::string::npos;
+         end = path.find('/', end + 1)) {
+        const std::string step = path.substr(0, end);
+        struct stat info {};
+        if (::lstat(step.c_str(), &info) != 0) {
+            return errno == ENOENT ? "" : "cannot look at " + step + ": " + std::strerror(errno);
+        }
+        std::string problem = problemOf(step, info, base);
+        if (!problem.empty()) return problem;
+    }
+    return "";
+}
+
+std::string problemOfFolder(const std::string& path) {
+    struct stat info {};
+    if (::lstat(path.c_str(), &info) != 0) {
+        return errno == ENOENT ? "" : std::string("cannot look at it: ") + std::strerror(errno);
+    }
+    if (S_ISLNK(info.st_mode)) return "it is a symbolic link; put a folder in its place";
+    if (!S_ISDIR(info.st_mode)) return "it is no folder; remove it";
+    if (info.st_uid != ::geteuid()) return "it belongs to another user; choose another, or remove it";
+    if ((info.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+        return "others may write to it; take that right away (chmod go-w) if it holds nothing of theirs";
+    }
+    return "";
+}
+
+std::string cannotMake(const std::string& path) {
+    return "cannot make " + path + ": " + std::strerror(errno);
+}
+
+}  // namespace
+
+std::string folderProblem(const std::string& path) {
+    if (path.empty()) return noName;
+    const std::string plain = plainPath(path);
+    std::string problem = problemOnTheWay(plain);
+    return problem.empty() ? problemOfFolder(plain) : problem;
+}
+
+std::string prepareFolder(const std::string& path) {
+    if (path.empty()) return noName;
+    const std::string plain = plainPath(path);
+    std::string problem = problemOnTheWay(plain);
+    if (!problem.empty()) return problem;
+    for (auto end = plain.find('/', 1); end != std::string::npos; end = plain.find('/', end + 1)) {
+        const std::string above = plain.substr(0, end);
+        struct stat info {};
+        if (::stat(above.c_str(), &info) != 0 && ::mkdir(above.c_str(), 0755) != 0 && errno != EEXIST)
+            return cannotMake(above);
+    }
+    if (::mkdir(plain.c_str(), 0700) != 0 && errno != EEXIST && errno != EISDIR) return cannotMake(plain);
+    return problemOfFolder(plain);
+}
+
+}  // namespace zelor

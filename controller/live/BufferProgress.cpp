@@ -1,0 +1,102 @@
+#include "controller/live/BufferProgress.h"
+
+#include "agent/DownloadProgress.h"
+#include "controller/Text.h"
+#include "controller/live/RequestLabel.h"
+
+namespace zelor {
+
+namespace {
+
+using Kind = PatchOutcome::Kind;
+
+constexpr double frameTime = 0.08;
+constexpr std::size_t stateColumns = 16;
+
+std::string plainText(const LiveRow& row) {
+    return fitToColumns(row.state, stateColumns, "") + "  " + row.name +
+           (row.identifier.empty() ? "" : " (" + row.identifier + ")") +
+           (row.reason.empty() ? "" : ": " + row.reason);
+}
+
+}  // namespace
+
+std::string outcomeName(PatchOutcome::Kind kind) {
+    switch (kind) {
+        case Kind::downloading:
+            return "downloading";
+        case Kind::buffered:
+            return "buffered";
+        case Kind::alreadyBuffered:
+            return "already-buffered";
+        case Kind::skipped:
+            return "skipped";
+    }
+    return "";
+}
+
+BufferProgress::BufferProgress(int fd, bool live, BufferTrail& trail, ReasonOf reasonOf)
+    : fd_(fd), trail_(trail), reasonOf_(std::move(reasonOf)) {
+    if (live) terminal_ = std::make_unique<LiveTerminal>(fd);
+}
+
+void BufferProgress::settle(const LiveRow& row) {
+    if (terminal_) {
+        for (FrameLine& line : settledLines(row, view_, terminal_->style()))
+            settled_.push_back(std::move(line));
+    } else {
+        writePlainLine(fd_, plainText(row));
+    }
+}
+
+void BufferProgress::changed(const ResultTable& table, const std::vector<Change>& changes, double /*time*/) {
+    for (const Change& change : changes) {
+        if (change.value != contentFailedValue && change.value != invalidRequestValue) continue;
+        const Result& result = table.results()[change.request];
+        settle({requestLabel(*result.key), printable(*result.identifier), stateName(change.value), Tone::bad,
+                0, std::nullopt, reasonOf_(result)});
+    }
+}
+
+void BufferProgress::ticked(const ResultTable& /*table*/, double time) {
+    for (const PatchOutcome& news : trail_.takeNews()) {
+        view_.rows.clear();
+        LiveRow row{printable(news.patch), "",         outcomeName(news.kind), Tone::busy, 0,
+                    std::nullopt,          news.reason};
+        if (news.kind == Kind::downloading) {
+            meter_.reset();
+            if (terminal_) view_.rows.push_back(row);
+        } else {
+            row.tone = news.kind == Kind::skipped ? Tone::bad : Tone::good;
+            ++view_.done;
+        }
+        if (news.kind != Kind::downloading || !terminal_) settle(row);
+    }
+    view_.seconds = time;
+    if (terminal_ && time - drawn_ >= frameTime) draw(time);
+}
+
+void BufferProgress::draw(double time) {
+    drawn_ = time;
+    const DownloadSnapshot download = DownloadProgress::instance().snapshot();
+    for (LiveRow& row : view_.rows) {
+        if (!download.active) continue;
+        row.seconds = time;
+        row.transfer =
+            Transfer{download.bytesDone, download.bytesTotal, meter_.rate(download.bytesDone, time)};
+    }
+    terminal_->draw(settled_, liveFrame(view_, terminal_->style()));
+    settled_.clear();
+}
+
+void BufferProgress::cancelling(double /*time*/) {
+    view_.cancelling = true;
+    if (!terminal_) writePlainLine(fd_, "Cancelling. A second signal leaves at once.");
+}
+
+void BufferProgress::ended(const ResultTable& table, double time) {
+    ticked(table, time);
+    if (terminal_) draw(time);
+}
+
+}  // namespace zelor

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "controller/live/LiveTerminal.h"
+#include "controller/live/PlainLines.h"
+#include "controller/live/RateMeter.h"
+#include "controller/live/RunListener.h"
+#include "controller/run/BufferTrail.h"
+
+namespace zelor {
+
+/// "buffered", "already-buffered", ...
+std::string outcomeName(PatchOutcome::Kind kind);
+
+/// Shows a buffering job: live on a terminal, else in timestamped lines.
+class BufferProgress : public RunListener {
+  public:
+    /// The descriptor stays the caller's.
+    BufferProgress(int fd, bool live, BufferTrail& trail, ReasonOf reasonOf);
+
+    void changed(const ResultTable& table, const std::vector<Change>& changes, double time) override;
+    void ticked(const ResultTable& table, double time) override;
+    void cancelling(double time) override;
+    void ended(const ResultTable& table, double time) override;
+
+  private:
+    void draw(double time);
+    void settle(const LiveRow& row);
+
+    int fd_;
+    BufferTrail& trail_;
+    ReasonOf reasonOf_;
+    std::unique_ptr<LiveTerminal> terminal_;
+    std::vector<FrameLine> settled_;
+    LiveView view_;
+    RateMeter meter_;
+    double drawn_ = -1;
+};
+
+}  // namespace zelor

@@ -1,0 +1,171 @@
+#include "controller/live/LiveProgress.h"
+
+#include <algorithm>
+
+#include "controller/Text.h"
+#include "controller/live/RequestLabel.h"
+
+namespace zelor {
+
+namespace {
+
+constexpr double restTime = 0.4;
+constexpr std::size_t measuredRequests = 2000;
+constexpr double frameTime = 0.08;
+
+Tone toneOf(ProgressValue value) {
+    if (value == successValue) return Tone::good;
+    if (value == abortedValue) return Tone::stopped;
+    if (isResult(value)) return Tone::bad;
+    return isActive(value) ? Tone::busy : Tone::waiting;
+}
+
+}  // namespace
+
+std::vector<std::pair<std::string, std::size_t>> countsByState(const ResultTable& table) {
+    std::vector<std::pair<std::string, std::size_t>> counts;
+    for (ProgressValue value = successValue; value <= abortedValue; ++value) {
+        const std::size_t count = table.count(value);
+        if (count == 0) continue;
+        const std::string state = stateName(value);
+        const auto same =
+            std::find_if(counts.begin(), counts.end(), [&](const auto& one) { return one.first == state; });
+        if (same == counts.end()) {
+            counts.emplace_back(state, count);
+        } else {
+            same->second += count;
+        }
+    }
+    return counts;
+}
+
+LiveModel::LiveModel(std::size_t requests, ReasonOf reasonOf) : reasonOf_(std::move(reasonOf)) {
+    for (std::size_t request = 0; request < requests; ++request)
+        waiting_.insert(waiting_.end(), request);
+}
+
+void LiveModel::changed(const ResultTable& /*table*/, const std::vector<Change>& changes, double time) {
+    for (const Change& change : changes) {
+        const auto [spell, isNew] = spells_.emplace(change.request, Spell{time, time});
+        spell->second.changed = time;
+        waiting_.erase(change.request);
+        busy_.erase(change.request);
+        resting_.erase(change.request);
+        if (isResult(change.value)) {
+            resting_.insert(change.request);
+        } else if (isActive(change.value)) {
+            busy_.insert(change.request);
+        } else {
+            waiting_.insert(change.request);
+            spells_.erase(spell);
+        }
+    }
+}
+
+LiveRow LiveModel::row(const ResultTable& table, std::size_t request, double time) const {
+    const Result& result = table.results()[request];
+    LiveRow row;
+    row.name = requestLabel(*result.key);
+    row.identifier = printable(*result.identifier);
+    row.state = stateName(result.value);
+    row.tone = toneOf(result.value);
+    const auto spell = spells_.find(request);
+    if (spell == spells_.end()) return row;
+    if (isResult(result.value)) {
+        row.seconds = spell->second.changed - spell->second.begun;
+        if (reasonOf_) row.reason = reasonOf_(result);
+    } else {
+        row.seconds = time - spell->second.changed;
+    }
+    return row;
+}
+
+std::vector<LiveRow> LiveModel::takeSettled(const ResultTable& table, double time, bool atEnd) {
+    std::vector<LiveRow> rows;
+    std::set<std::size_t> still;
+    for (const std::size_t request : resting_) {
+        if (!atEnd && time - spells_[request].changed < restTime) {
+            still.insert(still.end(), request);
+            continue;
+        }
+        rows.push_back(row(table, request, time));
+        spells_.erase(request);
+    }
+    resting_.swap(still);
+    return rows;
+}
+
+void LiveModel::measure(const ResultTable& table) {
+    const std::size_t most = std::min(table.results().size(), measuredRequests);
+    for (std::size_t request = 0; request < most; ++request) {
+        const LiveRow shown = row(table, request, 0);
+        nameColumns_ = std::max(nameColumns_, columnsOf(shown.name));
+        identifierColumns_ = std::max(identifierColumns_, columnsOf(shown.identifier));
+    }
+}
+
+LiveView LiveModel::view(const ResultTable& table, double time, std::size_t rows,
+                         const DownloadSnapshot& download) {
+    LiveView view;
+    view.seconds = time;
+    view.done = table.finished();
+    view.total = table.results().size();
+    view.counts = countsByState(table);
+    for (const std::set<std::size_t>* group : {&busy_, &resting_, &waiting_}) {
+        for (auto next = group->begin(); next != group->end() && view.rows.size() < rows; ++next)
+            view.rows.push_back(row(table, *next, time));
+    }
+    if (nameColumns_ == 0) measure(table);
+    for (const LiveRow& shown : view.rows) {
+        nameColumns_ = std::max(nameColumns_, columnsOf(shown.name));
+        identifierColumns_ = std::max(identifierColumns_, columnsOf(shown.identifier));
+    }
+    view.nameColumns = nameColumns_;
+    view.identifierColumns = identifierColumns_;
+    view.moreWaiting = busy_.size() + resting_.size() + waiting_.size() - view.rows.size();
+    if (download.resource != resource_) meter_.reset();
+    resource_ = download.resource;
+    if (!download.active) return view;
+    const double rate = meter_.rate(download.bytesDone, time);
+    for (LiveRow& row : view.rows) {
+        // One download goes on at a time.
+        if (row.state == stateName(1)) row.transfer = Transfer{download.bytesDone, download.bytesTotal, rate};
+    }
+    return view;
+}
+
+LiveProgress::LiveProgress(int fd, std::size_t requests, ReasonOf reasonOf)
+    : terminal_(fd), model_(requests, std::move(reasonOf)) {}
+
+void LiveProgress::changed(const ResultTable& table, const std::vector<Change>& changes, double time) {
+    model_.changed(table, changes, time);
+}
+
+void LiveProgress::ticked(const ResultTable& table, double time) {
+    if (time - drawn_ >= frameTime) draw(table, time, false);
+}
+
+void LiveProgress::cancelling(double /*time*/) {
+    cancelling_ = true;
+    drawn_ = -1;
+}
+
+void LiveProgress::ended(const ResultTable& table, double time) {
+    draw(table, time, true);
+}
+
+void LiveProgress::draw(const ResultTable& table, double time, bool atEnd) {
+    drawn_ = time;
+    const LiveStyle style = terminal_.style();
+    const std::vector<LiveRow> rows = model_.takeSettled(table, time, atEnd);
+    LiveView view = model_.view(table, time, rowsThatFit(style), DownloadProgress::instance().snapshot());
+    std::vector<FrameLine> settled;
+    for (const LiveRow& row : rows) {
+        const std::vector<FrameLine> lines = settledLines(row, view, style);
+        settled.insert(settled.end(), lines.begin(), lines.end());
+    }
+    view.cancelling = cancelling_;
+    terminal_.draw(settled, liveFrame(view, style));
+}
+
+}  // namespace zelor

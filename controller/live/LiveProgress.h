@@ -1,0 +1,71 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <set>
+#include <vector>
+
+#include "agent/DownloadProgress.h"
+#include "controller/live/LiveTerminal.h"
+#include "controller/live/PlainLines.h"
+#include "controller/live/RateMeter.h"
+#include "controller/live/RunListener.h"
+
+namespace zelor {
+
+/// What the live display of a run shows, without a terminal. A result is settled, never to be redrawn, once
+/// it has stood for a moment: a request of several ERIs passes through results on its way.
+class LiveModel {
+  public:
+    LiveModel(std::size_t requests, ReasonOf reasonOf);
+
+    void changed(const ResultTable& table, const std::vector<Change>& changes, double time);
+    /// The rows that have come to rest since the last call, by their keys; all with `atEnd`.
+    std::vector<LiveRow> takeSettled(const ResultTable& table, double time, bool atEnd);
+    /// At most `rows` rows.
+    LiveView view(const ResultTable& table, double time, std::size_t rows, const DownloadSnapshot& download);
+
+  private:
+    struct Spell {
+        double begun = 0;    ///< of the request's first work
+        double changed = 0;  ///< of the present value
+    };
+
+    LiveRow row(const ResultTable& table, std::size_t request, double time) const;
+    /// Makes the columns wide enough for the requests, or for the first of very many.
+    void measure(const ResultTable& table);
+
+    ReasonOf reasonOf_;
+    std::set<std::size_t> waiting_;
+    std::set<std::size_t> busy_;
+    std::map<std::size_t, Spell> spells_;  ///< of the requests that are being worked on or have just ended
+    std::set<std::size_t> resting_;        ///< with a result that is not settled
+    RateMeter meter_;
+    std::string resource_;
+    std::size_t nameColumns_ = 0;
+    std::size_t identifierColumns_ = 0;
+};
+
+/// Shows a run on a terminal.
+class LiveProgress : public RunListener {
+  public:
+    LiveProgress(int fd, std::size_t requests, ReasonOf reasonOf);
+
+    void changed(const ResultTable& table, const std::vector<Change>& changes, double time) override;
+    void ticked(const ResultTable& table, double time) override;
+    void cancelling(double time) override;
+    void ended(const ResultTable& table, double time) override;
+
+  private:
+    void draw(const ResultTable& table, double time, bool atEnd);
+
+    LiveTerminal terminal_;
+    LiveModel model_;
+    double drawn_ = -1;
+    bool cancelling_ = false;
+};
+
+/// Results by state, for the total.
+std::vector<std::pair<std::string, std::size_t>> countsByState(const ResultTable& table);
+
+}  // namespace zelor

@@ -1,0 +1,85 @@
+#include "controller/live/LiveTerminal.h"
+
+#include <stdlib.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include "base/Files.h"
+#include "base/Strings.h"
+#include "controller/run/Signals.h"
+
+namespace zelor {
+
+namespace {
+
+// A terminal that knows the first and last of these shows a frame only when it is whole.
+constexpr char beginFrame[] = "\x1b[?2026h";
+constexpr char endFrame[] = "\x1b[?2026l";
+constexpr char hideCursor[] = "\x1b[?25l";
+constexpr char showCursor[] = "\x1b[?25h";
+constexpr char eraseRestOfLine[] = "\x1b[K";
+constexpr char eraseBelow[] = "\x1b[J";
+
+std::string environmentText(const char* name) {
+    const char* value = ::getenv(name);
+    return value == nullptr ? "" : value;
+}
+
+bool localeIsUtf8() {
+    for (const char* name : {"LC_ALL", "LC_CTYPE", "LANG"}) {
+        const std::string value = lowerCased(environmentText(name));
+        if (!value.empty()) return contains(value, "utf-8") || contains(value, "utf8");
+    }
+    return false;
+}
+
+void appendLines(std::string& out, const std::vector<FrameLine>& lines) {
+    for (const FrameLine& line : lines)
+        out += line.text + eraseRestOfLine + '\n';
+}
+
+}  // namespace
+
+bool isLiveTerminal(int fd) {
+    const std::string term = environmentText("TERM");
+    return ::isatty(fd) != 0 && !term.empty() && term != "dumb";
+}
+
+LiveTerminal::LiveTerminal(int fd)
+    : fd_(fd), colour_(environmentText("NO_COLOR").empty()), unicode_(localeIsUtf8()) {
+    Signals::setHiddenCursor(fd);
+    writeAll(fd_, hideCursor);
+}
+
+LiveTerminal::~LiveTerminal() {
+    writeAll(fd_, eraseLast(style()) + eraseBelow + showCursor);
+    Signals::setHiddenCursor(-1);
+}
+
+LiveStyle LiveTerminal::style() const {
+    LiveStyle style;
+    struct winsize size {};
+    if (::ioctl(fd_, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 && size.ws_row > 0) {
+        style.columns = size.ws_col;
+        style.lines = size.ws_row;
+    }
+    style.colour = colour_;
+    style.unicode = unicode_;
+    return style;
+}
+
+std::string LiveTerminal::eraseLast(const LiveStyle& style) const {
+    const std::size_t up = std::min(linesOnScreen(last_, style.columns), style.lines - 1);
+    return up == 0 ? "\r" : "\r\x1b[" + std::to_string(up) + 'A';
+}
+
+void LiveTerminal::draw(const std::vector<FrameLine>& settled, const std::vector<FrameLine>& frame) {
+    std::string out = beginFrame + eraseLast(style());
+    appendLines(out, settled);
+    appendLines(out, frame);
+    out += std::string(eraseBelow) + endFrame;
+    writeAll(fd_, out);
+    last_ = frame;
+}
+
+}  // namespace zelor

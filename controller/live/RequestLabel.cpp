@@ -1,0 +1,21 @@
+#include "controller/live/RequestLabel.h"
+
+#include "base/Strings.h"
+#include "controller/Text.h"
+#include "remediation/intake/RequestParsing.h"
+
+namespace zelor {
+
+std::string packageNameOf(const std::string& key) {
+    const std::string name = trimmed(parseRequestKey(trimmed(key), false).packageName);
+    return contains(name, "oval:") ? "" : name;
+}
+
+std::string requestLabel(const std::string& key) {
+    const std::string name = packageNameOf(key);
+    if (!name.empty()) return printable(name);
+    const RequestKey parsed = parseRequestKey(trimmed(key), false);
+    return printable(parsed.cpes.empty() ? key : parsed.cpes.back());
+}
+
+}  // namespace zelor

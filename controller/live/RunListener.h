@@ -1,0 +1,28 @@
+#pragma once
+
+#include <vector>
+
+#include "controller/run/ResultTable.h"
+
+namespace zelor {
+
+/// Is told how a run goes, on the thread that watches it. Times are seconds since the start.
+class RunListener {
+  public:
+    RunListener() = default;
+    RunListener(const RunListener&) = delete;
+    RunListener& operator=(const RunListener&) = delete;
+    virtual ~RunListener() = default;
+
+    /// Values have changed; the table holds the new ones.
+    virtual void changed(const ResultTable& /*table*/, const std::vector<Change>& /*changes*/,
+                         double /*time*/) {}
+    /// Some time has passed, whether anything changed or not; many times a second.
+    virtual void ticked(const ResultTable& /*table*/, double /*time*/) {}
+    /// A signal has asked for the end, which is awaited now.
+    virtual void cancelling(double /*time*/) {}
+    /// The run is over; the table holds the results.
+    virtual void ended(const ResultTable& /*table*/, double /*time*/) {}
+};
+
+}  // namespace zelor

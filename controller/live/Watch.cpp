@@ -1,0 +1,98 @@
+#include "controller/live/Watch.h"
+
+#include <algorithm>
+
+namespace zelor {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+constexpr milliseconds shortestPause{2};
+constexpr milliseconds longestPause{50};
+constexpr int lookShare = 20;  ///< looking takes at most one part in so many
+
+}  // namespace
+
+milliseconds LookPacer::next(bool changed, std::chrono::nanoseconds lookCost) {
+    pause_ = changed ? shortestPause : std::min(pause_ * 2, longest_);
+    const auto least = std::chrono::duration_cast<milliseconds>(lookCost * lookShare);
+    return std::max(pause_, least);
+}
+
+namespace {
+
+constexpr milliseconds tickTime{80};
+
+class Watcher {
+  public:
+    Watcher(const WatchedRun& run, ResultTable& table, Signals& signals,
+            const std::vector<RunListener*>& listeners)
+        : run_(run), table_(table), signals_(signals), listeners_(listeners) {}
+
+    bool watch() {
+        while (!look())
+            rest();
+        for (RunListener* listener : listeners_)
+            listener->ended(table_, now());
+        return cancelled_;
+    }
+
+  private:
+    double now() const { return std::chrono::duration<double>(Clock::now() - start_).count(); }
+
+    /// True when the run was over before this look, so that nothing can be missed.
+    bool look() {
+        const bool done = run_.done();
+        const auto before = Clock::now();
+        const std::vector<Change> changes = table_.apply(run_.progress());
+        cost_ = Clock::now() - before;
+        changed_ = !changes.empty();
+        const double time = now();
+        for (RunListener* listener : listeners_) {
+            if (changed_) listener->changed(table_, changes, time);
+            listener->ticked(table_, time);
+        }
+        return done;
+    }
+
+    /// Waits for the next look, with an eye on signals and on the end.
+    void rest() {
+        const auto until = Clock::now() + pacer_.next(changed_, cost_);
+        for (;;) {
+            if (signals_.endAsked() && !cancelled_) cancel();
+            const auto left = std::chrono::ceil<milliseconds>(until - Clock::now());
+            if (left.count() <= 0 || run_.done()) return;
+            signals_.wait(std::min(left, tickTime));
+            for (RunListener* listener : listeners_)
+                listener->ticked(table_, now());
+        }
+    }
+
+    void cancel() {
+        cancelled_ = true;
+        run_.cancel();
+        for (RunListener* listener : listeners_)
+            listener->cancelling(now());
+    }
+
+    const WatchedRun& run_;
+    ResultTable& table_;
+    Signals& signals_;
+    const std::vector<RunListener*>& listeners_;
+    Clock::time_point start_ = Clock::now();
+    LookPacer pacer_{longestPause};
+    Clock::duration cost_{};
+    bool changed_ = false;
+    bool cancelled_ = false;
+};
+
+}  // namespace
+
+bool watchRun(const WatchedRun& run, ResultTable& table, Signals& signals,
+              const std::vector<RunListener*>& listeners) {
+    return Watcher(run, table, signals, listeners).watch();
+}
+
+}  // namespace zelor

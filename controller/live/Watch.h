@@ -1,0 +1,37 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <vector>
+
+#include "controller/live/RunListener.h"
+#include "controller/run/ResultTable.h"
+#include "controller/run/Signals.h"
+
+namespace zelor {
+
+/// How long to wait before the next look: short after a change, longer while nothing happens, and never so
+/// short that looking takes more than a small share of the time.
+class LookPacer {
+  public:
+    explicit LookPacer(std::chrono::milliseconds longest) : longest_(longest) {}
+    std::chrono::milliseconds next(bool changed, std::chrono::nanoseconds lookCost);
+
+  private:
+    std::chrono::milliseconds longest_;
+    std::chrono::milliseconds pause_{2};
+};
+
+/// A run as the watcher sees it.
+struct WatchedRun {
+    std::function<ProgressMap()> progress;
+    std::function<bool()> done;
+    std::function<void()> cancel;
+};
+
+/// Watches until the run is done, keeping `table` up to date; the first ending signal cancels the run.
+/// Returns true when a signal did.
+bool watchRun(const WatchedRun& run, ResultTable& table, Signals& signals,
+              const std::vector<RunListener*>& listeners);
+
+}  // namespace zelor

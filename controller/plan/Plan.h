@@ -1,0 +1,101 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "controller/States.h"
+#include "controller/run/Requests.h"
+#include "remediation/parseOnlyMetadata.h"
+
+/// What a run would do: a forecast by the run's own rules from what is there now.
+namespace zelor {
+
+enum class PlanKind { unknown, configuration, osUpdate, patch };
+enum class PlanAction { apply, applied, fail, nothing };
+
+/// "configuration", "os-update", ...; "apply", "already-applied", ...
+std::string planKindName(PlanKind kind);
+std::string planActionName(PlanAction action);
+
+struct PlannedFile {
+    std::string name;
+    std::string sizeText;            ///< as the content says
+    bool buffered = false;           ///< taken from the buffer, else downloaded
+    std::uint64_t bytes = 0;         ///< of the buffered archive
+    std::uint64_t partialBytes = 0;  ///< of an unfinished download that would be resumed
+    bool checked = false;            ///< it is here, and its signature was looked at
+    std::string problem;             ///< why it would not come to be used; "" when nothing speaks against it
+};
+
+/// What becomes of one ERI.
+struct PlannedStep {
+    std::string eri;
+    PlanAction action = PlanAction::nothing;
+    std::string reason;
+    std::optional<PlannedFile> file;
+    std::vector<std::string> commands;
+    std::string note;  ///< what happens beside the commands
+};
+
+struct PlannedRequest {
+    std::string key;
+    std::string identifier;
+    PlanKind kind = PlanKind::unknown;
+    PlanAction action = PlanAction::nothing;
+    ProgressValue expected = 0;  ///< at the end of the run, when downloads and installers succeed
+    std::string reason;
+    std::string cre;
+    bool reboot = false;  ///< its content asks for one
+    std::vector<PlannedStep> steps;
+    std::vector<std::string> labels;  ///< of the system updates it installs, in their order
+    std::vector<std::string> commands;
+    std::vector<std::string> warnings;
+};
+
+struct Plan {
+    std::vector<PlannedRequest> requests;  ///< refused ones first, the others in the order of a run
+    bool rebootNeeded = false;             ///< as the run would report it
+    std::vector<std::string> warnings;     ///< that concern no single request
+    std::string productName;
+    std::string productVersion;
+    std::string platformCpe;
+
+    std::size_t count(PlanAction action) const;
+};
+
+/// What the forecast rests on. The functions may take their time; they are asked only for what matters.
+struct PlanFacts {
+    std::string platformCpe;
+    std::set<std::string> specialCases;  ///< CPEs of the system that count as products
+    std::string vendorInstallation;      ///< the agent's setting
+    std::string contentDir;
+    std::string applications;
+    std::string mountPoint;
+    std::string bufferedList;  ///< its text
+    std::map<std::string, std::uint64_t> bufferFiles;
+    std::map<std::string, std::uint64_t> partialFiles;
+
+    /// Whether the installed-patches record has the ERI.
+    std::function<bool(const std::string& eri)> isRecorded;
+    std::function<parseOnlyMetadata(const std::string& platform, const std::string& product,
+                                    const std::string& identifier)>
+        content;
+    /// Why there is no content for a request.
+    std::function<std::string(const std::string& key, const std::string& identifier)> contentProblem;
+    std::function<std::vector<std::string>()> updateListing;  ///< the starred lines
+    std::function<std::string()> productVersion;
+    /// Why the file in that archive of the buffer would be refused, "" when its signature is good.
+    std::function<std::string(const std::string& archive, const std::string& fileName)> signatureProblem;
+};
+
+Plan makePlan(const RequestMap& requests, const PlanFacts& facts);
+
+/// 0: nothing stands in the way of any request; 1: of some; 3: of none is that so.
+int planExitStatus(const Plan& plan);
+
+}  // namespace zelor

@@ -1,0 +1,183 @@
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <boost/filesystem/operations.hpp>
+#include <cerrno>
+#include <stdexcept>
+
+#include "agent/AgentSettings.h"
+#include "agent/ContentCacheControl.h"
+#include "agent/Files.h"
+#include "agent/LogControl.h"
+#include "agent/archive/ArchiveExtractor.h"
+#include "agent/trust/Signature.h"
+#include "base/Strings.h"
+#include "base/SystemRoot.h"
+#include "collaborators/CacheStore.h"
+#include "collaborators/Common.h"
+#include "collaborators/CreCacher.h"
+#include "controller/Commands.h"
+#include "controller/InputError.h"
+#include "controller/plan/PlanText.h"
+#include "controller/run/OutputFile.h"
+#include "controller/run/RunLog.h"
+#include "controller/run/Signals.h"
+#include "controller/status/Status.h"
+#include "platform/macos/InstallCommands.h"
+#include "platform/macos/MacPatchManager.h"
+#include "remediation/apply/InstalledRecord.h"
+#include "remediation/buffer/BufferFolders.h"
+#include "remediation/fetch/PatchName.h"
+
+namespace zelor {
+
+namespace {
+
+namespace fs = boost::filesystem;
+
+/// Thrown where a signal has asked for the end.
+struct Stopped {};
+
+/// A folder of this user's own that goes with its object.
+class TemporaryFolder {
+  public:
+    TemporaryFolder() {
+        std::string path = (fs::temp_directory_path() / "zelor-plan-XXXXXX").string();
+        if (::mkdtemp(path.data()) == nullptr) {
+            throw std::runtime_error("cannot make the folder " + path + ": " + errorText(errno));
+        }
+        path_ = path;
+    }
+    ~TemporaryFolder() {
+        boost::system::error_code error;
+        fs::remove_all(path_, error);
+    }
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+    const std::string& path() const { return path_; }
+
+  private:
+    std::string path_;
+};
+
+/// What a run would find of a buffered archive, looked at in a folder that goes again.
+std::string signatureProblem(const std::string& archive, const std::string& fileName,
+                             const AgentSettings& settings) {
+    try {
+        const TemporaryFolder folder;
+        ArchiveExtractor().extract(archive, folder.path());
+        const std::string signature = signaturePath(fileName, splitAtLastDot(fileName)->extension);
+        return verifyPath(folder.path() + '/' + fileName, folder.path() + '/' + signature,
+                          settings.get("Repository.TrustedKey"))
+            .reason;
+    } catch (const std::exception& e) {
+        return e.what();
+    }
+}
+
+std::map<std::string, std::uint64_t> sizesByName(const std::vector<SizedFile>& files) {
+    std::map<std::string, std::uint64_t> sizes;
+    for (const SizedFile& file : files)
+        sizes.emplace(file.name, file.bytes);
+    return sizes;
+}
+
+/// Looks at the place for what a plan needs.
+class Looker {
+  public:
+    Looker(const PlanOptions& options, const Place& place)
+        : options_(options),
+          place_(place),
+          tap_([this](bool error, const std::string& line) { log_.take(error, line); }) {}
+
+    Plan plan(const RequestMap& requests) {
+        startNewRun();
+        status_ = gatherStatus(place_);
+        const bool buffer = bufferFoldersAreOurs();
+        Plan plan = makePlan(requests, facts(buffer));
+        if (!buffer) {
+            plan.warnings.emplace_back(
+                "the buffered patches are not used, since others have a hand in their folders; the log says "
+                "in "
+                "which");
+        }
+        plan.productName = status_.productName;
+        plan.productVersion = status_.productVersion;
+        plan.platformCpe = status_.platformCpe;
+        return plan;
+    }
+
+  private:
+    PlanFacts facts(bool buffer) {
+        PlanFacts facts;
+        facts.platformCpe = status_.platformCpe;
+        facts.specialCases = CacheStore::GetSplCaseCPEs();
+        facts.vendorInstallation = place_.settings->get("Installation.VendorProducts");
+        facts.contentDir = place_.contentDir;
+        facts.applications = underSystemRoot(APPFOLDER);
+        facts.mountPoint = underSystemRoot(diskImageMountPoint);
+        if (buffer) facts.bufferedList = status_.bufferedList;
+        if (buffer) facts.bufferFiles = sizesByName(status_.bufferFiles);
+        for (const SizedFile& file : status_.partial)
+            facts.partialFiles.emplace(file.name.substr(0, file.name.rfind('.')), file.bytes);
+        if (!options_.afterScan) record_.refresh(status_.recordFile);
+        facts.isRecorded = [this](const std::string& eri) { return record_.hasLine(eri); };
+        facts.content = [this](const std::string& platform, const std::string& product,
+                               const std::string& identifier) {
+            stopIfAsked();
+            return CreCacher::GetInstance(place_.installPath, status_.platformCpe)
+                ->getCre(platform, product, identifier);
+        };
+        facts.contentProblem = [this](const std::string& key, const std::string& identifier) {
+            return shortReason(log_.notes(key, identifier));
+        };
+        facts.updateListing = [] { return MacPatchManager().getOsCmdline(listUpdatesCommand); };
+        facts.productVersion = [this] { return status_.productVersion; };
+        facts.signatureProblem = [this](const std::string& archive, const std::string& fileName) {
+            stopIfAsked();
+            return signatureProblem(place_.settings->get("Buffer.PatchesDir") + '/' + archive, fileName,
+                                    *place_.settings);
+        };
+        return facts;
+    }
+
+    void stopIfAsked() const {
+        if (signals_.endAsked()) throw Stopped();
+    }
+
+    const PlanOptions& options_;
+    const Place& place_;
+    Signals signals_;
+    RunLog log_;
+    LogTap tap_;
+    Status status_;
+    InstalledRecord record_;
+};
+
+bool wantsColour() {
+    const char* noColour = ::getenv("NO_COLOR");
+    return ::isatty(STDOUT_FILENO) != 0 && (noColour == nullptr || *noColour == '\0');
+}
+
+}  // namespace
+
+int planCommand(const PlanOptions& options) {
+    const RequestMap requests = loadRequests(options.requests);
+    const Place place = enterPlace(options.place);
+    requireUsableSettings(place);
+    checkContentDir(place);
+    prepareLooking(place);
+    if (options.verbose) logToStandardError("debug");
+    try {
+        const Plan plan = Looker(options, place).plan(requests);
+        const std::string problem = writeOutput("-", [&](std::ostream& out) {
+            options.json ? writePlanJson(out, plan) : writePlanText(out, plan, wantsColour());
+        });
+        if (!problem.empty()) throw InputError(problem);
+        return planExitStatus(plan);
+    } catch (const Stopped&) {
+        return exitStatus::cancelled;
+    }
+}
+
+}  // namespace zelor

@@ -1,0 +1,399 @@
+#include <algorithm>
+#include <sstream>
+#include <unordered_set>
+#include <utility>
+
+#include "base/Strings.h"
+#include "controller/plan/Plan.h"
+#include "controller/plan/PlanWarnings.h"
+#include "platform/macos/InstallCommands.h"
+#include "platform/macos/UpdateSelection.h"
+#include "remediation/RecordAccess.h"
+#include "remediation/buffer/BufferedList.h"
+#include "remediation/fetch/PatchName.h"
+#include "remediation/intake/ContentRules.h"
+#include "remediation/intake/RequestParsing.h"
+
+namespace zelor {
+
+namespace {
+
+constexpr ProgressValue failedValue = 5;
+constexpr ProgressValue unavailableValue = 12;
+
+struct Row {
+    PlannedRequest request;
+    std::string packageName;
+    creEriParsedData entry;
+
+    std::vector<parsedEriData>& blocks() { return RecordAccess::blocks(entry); }
+};
+
+/// Goes through the requests in the order of a run, and keeps account of what each of them leaves behind for
+/// the next: in the record, the buffer, the listing.
+class Forecast {
+  public:
+    explicit Forecast(const PlanFacts& facts)
+        : facts_(facts), bufferedList_(facts.bufferedList), bufferFiles_(facts.bufferFiles) {}
+
+    Plan make(const RequestMap& requests);
+
+  private:
+    void take(const std::string& key, const std::string& identifier);
+    bool findContent(Row& row, const std::vector<std::string>& cpes) const;
+
+    void configure(Row& row);
+    PlannedStep script(Row& row, parsedEriData& block);
+
+    void patch(Row& row);
+    PlannedStep patchBlock(Row& row, parsedEriData& block, ProgressValue& value);
+    void installFile(Row& row, parsedEriData& block, PlannedStep& step, ProgressValue& value);
+    void describeInstaller(parsedEriData& block, const std::string& kind, PlannedStep& step) const;
+
+    void update(Row& row);
+    void installLabels(PlannedRequest& request, const UpdateSelection& selection);
+
+    PlannedFile fetch(Row& row, parsedEriData& block, bool script) const;
+    bool isBuffered(const std::string& name, const std::string& md5) const;
+    void succeed(parsedEriData& block, const PlannedFile& file);
+    std::string pathOf(const std::string& name) const { return facts_.contentDir + '/' + name; }
+
+    bool isApplied(const creEriParsedData& entry) const {
+        return countsAsApplied(entry, [this](const std::string& eri) { return isRecorded(eri); });
+    }
+    bool isRecorded(const std::string& eri) const {
+        return applied_.count(eri) != 0 || facts_.isRecorded(eri);
+    }
+    std::string whyApplied(Row& row, const std::string& eri) const;
+
+    const PlanFacts& facts_;
+    std::unordered_set<std::string> applied_;  ///< ERIs, by requests before
+    std::string bufferedList_;
+    std::map<std::string, std::uint64_t> bufferFiles_;
+    std::optional<std::vector<std::string>> listing_;
+    std::vector<PlannedRequest> refused_;
+    std::vector<Row> rows_;
+    bool rebootNeeded_ = false;
+};
+
+void decide(PlannedRequest& request, ProgressValue value, PlanAction action, std::string reason) {
+    request.expected = value;
+    request.action = action;
+    request.reason = std::move(reason);
+}
+
+void warn(PlannedRequest& request, std::vector<std::string> warnings) {
+    for (std::string& warning : warnings) {
+        std::vector<std::string>& all = request.warnings;
+        if (std::find(all.begin(), all.end(), warning) == all.end()) all.push_back(std::move(warning));
+    }
+}
+
+Plan Forecast::make(const RequestMap& requests) {
+    for (const auto& [key, identifier] : requests)
+        take(key, identifier);
+    Plan plan;
+    plan.requests = std::move(refused_);
+    for (const PlanKind kind : {PlanKind::configuration, PlanKind::osUpdate, PlanKind::patch}) {
+        for (Row& row : rows_) {
+            if (row.request.kind != kind) continue;
+            if (kind == PlanKind::configuration) configure(row);
+            if (kind == PlanKind::osUpdate) update(row);
+            if (kind == PlanKind::patch) patch(row);
+            plan.requests.push_back(std::move(row.request));
+        }
+    }
+    plan.rebootNeeded = rebootNeeded_;
+    addMutualWarnings(plan.requests, facts_.bufferedList);
+    return plan;
+}
+
+void Forecast::take(const std::string& key, const std::string& identifier) {
+    Row row;
+    PlannedRequest& request = row.request;
+    request.key = key;
+    request.identifier = identifier;
+    const std::string trimmedKey = trimmed(key);
+    const bool configuration = isConfiguration(trimmed(identifier));
+    const RequestKey parsed = parseRequestKey(trimmedKey, configuration);
+    row.packageName = parsed.packageName;
+    if (trimmedKey.empty()) {
+        request.reason = "the key is empty, so a run passes it over";
+    } else if (cpeCount(parsed) == CpeCount::none) {
+        decide(request, invalidRequestValue, PlanAction::fail, "the request names no CPE");
+    } else if (cpeCount(parsed) == CpeCount::tooMany) {
+        decide(request, invalidRequestValue, PlanAction::fail, "the request names more than two CPEs");
+    } else if (findContent(row, parsed.cpes)) {
+        if (configuration) request.kind = PlanKind::configuration;
+        rows_.push_back(std::move(row));
+        return;
+    } else {
+        decide(request, contentFailedValue, PlanAction::fail, facts_.contentProblem(key, identifier));
+    }
+    refused_.push_back(std::move(request));
+}
+
+bool Forecast::findContent(Row& row, const std::vector<std::string>& cpes) const {
+    const RequestTarget target = requestTarget(cpes, facts_.platformCpe, facts_.specialCases);
+    parseOnlyMetadata metadata =
+        facts_.content(target.platformCpe, target.productCpe, trimmed(row.request.identifier));
+    if (metadata.getParsingFailed()) return false;
+    row.entry = std::move(RecordAccess::creEriData(metadata));
+    row.request.cre = RecordAccess::creId(row.entry);
+    row.request.reboot = asksForReboot(row.entry);
+    row.request.kind = isOsRemediation(row.blocks()) ? PlanKind::osUpdate : PlanKind::patch;
+    return true;
+}
+
+/// Why an ERI counts as applied; one that counts so by another of its CRE is told of.
+std::string Forecast::whyApplied(Row& row, const std::string& eri) const {
+    if (isRecorded(eri)) return eri + " is recorded as applied";
+    const std::vector<std::string>& eris = RecordAccess::eriIds(row.entry);
+    const auto other =
+        std::find_if(eris.begin(), eris.end(), [this](const std::string& id) { return isRecorded(id); });
+    const std::string recorded = other == eris.end() ? "another ERI" : *other;
+    warn(row.request, {eri + " is not applied: " + recorded +
+                       " of the same CRE is recorded by then, which makes the whole CRE count as applied"});
+    return "counts as applied, since " + recorded + " of the same CRE is recorded";
+}
+
+// Configurations: the first block that does not succeed decides.
+
+void Forecast::configure(Row& row) {
+    PlannedRequest& request = row.request;
+    if (isApplied(row.entry)) {
+        for (parsedEriData& block : row.blocks()) {
+            const std::string& eri = RecordAccess::eriId(block);
+            request.steps.push_back({eri, PlanAction::applied, whyApplied(row, eri), {}, {}, ""});
+        }
+        decide(request, successValue, PlanAction::applied,
+               request.steps.empty() ? "" : request.steps.front().reason);
+    } else {
+        decide(request, successValue, PlanAction::apply, "");
+        if (row.blocks().empty()) decide(request, invalidRequestValue, PlanAction::fail, "it has no ERI");
+        for (parsedEriData& block : row.blocks()) {
+            request.steps.push_back(script(row, block));
+            if (request.expected != successValue) break;
+        }
+    }
+    if (request.expected == successValue && request.reboot) rebootNeeded_ = true;
+}
+
+PlannedStep Forecast::script(Row& row, parsedEriData& block) {
+    PlannedStep step{RecordAccess::eriId(block), PlanAction::apply, "", {}, {}, ""};
+    const std::string& name = RecordAccess::patchId(block);
+    if (!namesPatchFile(name)) {
+        step.action = PlanAction::fail;
+        step.reason = "its content names no script with an extension";
+        decide(row.request, invalidRequestValue, PlanAction::fail, step.reason);
+        return step;
+    }
+    step.file = fetch(row, block, true);
+    if (step.file->problem.empty()) {
+        step.commands.push_back("/bin/bash " + shellWord(pathOf(name)));
+        succeed(block, *step.file);
+    } else {
+        step.action = PlanAction::fail;
+        step.reason = step.file->problem;
+        decide(row.request, unavailableValue, PlanAction::fail, step.reason);
+    }
+    return step;
+}
+
+// Patches of products: every block is tried, the last one decides.
+
+void Forecast::patch(Row& row) {
+    PlannedRequest& request = row.request;
+    bool installs = false;
+    bool failsBefore = false;
+    for (parsedEriData& block : row.blocks()) {
+        if (request.expected > successValue) failsBefore = true;
+        request.steps.push_back(patchBlock(row, block, request.expected));
+        const PlannedStep& step = request.steps.back();
+        if (step.action == PlanAction::apply) installs = true;
+        if (step.action != PlanAction::nothing || request.reason.empty()) request.reason = step.reason;
+        const bool good = step.action == PlanAction::apply || step.action == PlanAction::applied;
+        if (good && request.reboot) rebootNeeded_ = true;
+    }
+    if (request.steps.empty()) request.reason = "its content has no ERI";
+    if (request.expected == successValue) {
+        request.action = installs ? PlanAction::apply : PlanAction::applied;
+        if (failsBefore) warn(request, {"an ERI before the last fails, and the last one decides"});
+        if (installs) request.reason.clear();
+    } else if (request.expected != 0) {
+        request.action = PlanAction::fail;
+    }
+}
+
+PlannedStep Forecast::patchBlock(Row& row, parsedEriData& block, ProgressValue& value) {
+    PlannedStep step{RecordAccess::eriId(block), PlanAction::fail, "", {}, {}, ""};
+    if (!isForThisPlatform(block)) {
+        step.action = PlanAction::nothing;
+        step.reason = "for another platform (" + RecordAccess::mskbId(block) + "), so it is passed over";
+        return step;
+    }
+    switch (patchStep(block, [&] { return isApplied(row.entry); })) {
+        case PatchStep::nameless:
+            value = failedValue;
+            step.reason = "its content names no patch";
+            break;
+        case PatchStep::applied:
+            value = successValue;
+            step.action = PlanAction::applied;
+            step.reason = whyApplied(row, step.eri);
+            break;
+        case PatchStep::misnamed:
+            value = invalidRequestValue;
+            step.reason = "the name of its patch has no extension";
+            break;
+        case PatchStep::install:
+            installFile(row, block, step, value);
+            break;
+    }
+    return step;
+}
+
+void Forecast::installFile(Row& row, parsedEriData& block, PlannedStep& step, ProgressValue& value) {
+    step.file = fetch(row, block, false);
+    if (!step.file->problem.empty()) {
+        value = unavailableValue;
+        step.reason = step.file->problem;
+        return;
+    }
+    const std::string kind = installerKind(pathOf(step.file->name));
+    if (kind.empty()) {
+        value = failedValue;
+        step.reason = "no installer takes it: it is no .app, .pkg or .dmg";
+        return;
+    }
+    value = successValue;
+    step.action = PlanAction::apply;
+    describeInstaller(block, kind, step);
+    succeed(block, *step.file);
+}
+
+void Forecast::describeInstaller(parsedEriData& block, const std::string& kind, PlannedStep& step) const {
+    const std::string path = pathOf(step.file->name);
+    if (kind == "pkg") {
+        step.commands = {installPackageCommand(path)};
+    } else if (kind == "app") {
+        step.note = "copies what the bundle holds to " + facts_.applications;
+    } else {
+        const std::string detach = detachCommand(facts_.mountPoint);
+        step.commands = {detach, attachCommand(facts_.mountPoint, path), detach};
+        const std::string& option = RecordAccess::silentModeCmd(block);
+        const std::string bundle = !usesBundleInstaller(block) ? "copied to " + facts_.applications
+                                   : option.empty()            ? std::string("run with its own installer")
+                                                    : "run as " + silentInstallerCommand("BUNDLE", option);
+        step.note =
+            "while it is attached, its first .app or .pkg: a package is installed, a bundle is " + bundle;
+    }
+}
+
+// Updates of the system.
+
+void Forecast::update(Row& row) {
+    PlannedRequest& request = row.request;
+    if (!installsVendorUpdates(facts_.vendorInstallation)) {
+        request.reason = "the setting Installation.VendorProducts leaves updates of the system to the user";
+        return;
+    }
+    if (!listing_) listing_ = facts_.updateListing();
+    const UpdateSelection selection = selectUpdates(*listing_, row.packageName, facts_.productVersion);
+    request.labels = labelsToInstall(selection);
+    if (request.labels.empty()) {
+        decide(request, failedValue, PlanAction::fail,
+               listing_->empty() ? "softwareupdate lists no update"
+                                 : "softwareupdate lists no update that belongs to it");
+        return;
+    }
+    warn(request, updateWarnings(selection, *listing_));
+    if (request.reboot)
+        warn(request, {"a run does not report the reboot that an update of the system needs"});
+    installLabels(request, selection);
+}
+
+/// An update that is installed is listed no more.
+void Forecast::installLabels(PlannedRequest& request, const UpdateSelection& selection) {
+    bool last = false;
+    bool refused = false;
+    for (const std::string& label : request.labels) {
+        last = false;
+        refused = looksLikeAnOption(label);
+        if (refused) continue;
+        request.commands.push_back(installUpdateCommand(label));
+        const auto gone = std::remove_if(listing_->begin(), listing_->end(),
+                                         [&](const std::string& line) { return listedLabel(line) == label; });
+        last = gone != listing_->end();
+        listing_->erase(gone, listing_->end());
+    }
+    if (refused) {
+        decide(request, failedValue, PlanAction::fail, "a label that begins with a dash is refused");
+    } else if (last || selection.named) {  // a named product is content when there is nothing to install
+        decide(request, successValue, PlanAction::apply, "");
+    } else {
+        decide(request, failedValue, PlanAction::fail, "its last update is installed by then");
+    }
+}
+
+// Files.
+
+PlannedFile Forecast::fetch(Row& row, parsedEriData& block, bool script) const {
+    PlannedFile file;
+    file.name = RecordAccess::patchId(block);
+    file.sizeText = RecordAccess::patchSize(block);
+    const auto name = splitAtLastDot(file.name);
+    const std::string unsafe = name ? whyUnsafeFileName(file.name) : "it has no extension";
+    if (!unsafe.empty()) {
+        file.problem = "the file name is refused: " + unsafe;
+        return file;
+    }
+    warn(row.request, patchWarnings(file.name, file.sizeText, pathOf(file.name), script));
+    if (signaturePath(pathOf(file.name), name->extension) !=
+        pathOf(signaturePath(file.name, name->extension))) {
+        file.problem = "its signature is looked for elsewhere, since the content directory's path holds " +
+                       name->extension;
+    }
+    const std::string archive = name->stem + ".zip";
+    file.buffered = isBuffered(file.name, RecordAccess::md5sum(block));
+    if (!file.buffered) {
+        const auto partial = facts_.partialFiles.find(archive);
+        if (partial != facts_.partialFiles.end()) file.partialBytes = partial->second;
+        return file;
+    }
+    const auto there = bufferFiles_.find(archive);
+    if (there == bufferFiles_.end()) {
+        file.problem = "the buffer's list has it, but the buffer has no " + archive;
+        return file;
+    }
+    file.bytes = there->second;
+    file.checked = true;
+    const std::string refused = facts_.signatureProblem(archive, file.name);
+    if (!refused.empty()) file.problem = "in the buffer, but refused: " + refused;
+    return file;
+}
+
+bool Forecast::isBuffered(const std::string& name, const std::string& md5) const {
+    if (bufferFiles_.count(cutFourCharacters(name).stem + ".zip") == 0) return false;
+    std::istringstream lines(bufferedList_);
+    for (std::string line; std::getline(lines, line);) {
+        if (bufferedLineMatches(line, name, md5)) return true;
+    }
+    return false;
+}
+
+void Forecast::succeed(parsedEriData& block, const PlannedFile& file) {
+    applied_.insert(RecordAccess::eriId(block));
+    if (!file.buffered) return;
+    bufferFiles_.erase(cutFourCharacters(file.name).stem + ".zip");
+    ListDamage damage;
+    bufferedList_ = linesWithout(bufferedList_, file.name, damage);
+}
+
+}  // namespace
+
+Plan makePlan(const RequestMap& requests, const PlanFacts& facts) {
+    return Forecast(facts).make(requests);
+}
+
+}  // namespace zelor

@@ -1,0 +1,173 @@
+#include "controller/plan/PlanText.h"
+
+#include <algorithm>
+
+#include "controller/Text.h"
+#include "controller/live/RequestLabel.h"
+#include "remediation/buffer/PatchSize.h"
+
+namespace zelor {
+
+namespace {
+
+constexpr std::size_t mostLabel = 40;
+constexpr std::size_t mostIdentifier = 20;
+constexpr std::size_t actionColumns = 16;
+constexpr char indent[] = "      ";
+
+constexpr char bold[] = "1";
+constexpr char dim[] = "2";
+constexpr char red[] = "31";
+constexpr char green[] = "32";
+constexpr char yellow[] = "33";
+
+struct Look {
+    const char* mark;
+    const char* colour;
+};
+
+Look lookOf(PlanAction action) {
+    switch (action) {
+        case PlanAction::apply:
+            return {"+", green};
+        case PlanAction::applied:
+            return {"=", dim};
+        case PlanAction::fail:
+            return {"x", red};
+        case PlanAction::nothing:
+            break;
+    }
+    return {"-", dim};
+}
+
+std::string sourceText(const PlannedFile& file) {
+    if (!file.buffered) {
+        return "to download" +
+               (file.partialBytes == 0 ? "" : ", " + bytesText(file.partialBytes) + " are here already");
+    }
+    std::string text = "in the buffer";
+    if (file.bytes > 0) text += " (" + bytesText(file.bytes) + ")";
+    if (file.checked) text += file.problem.empty() ? ", signature good" : ", signature refused";
+    return text;
+}
+
+class Writer {
+  public:
+    Writer(std::ostream& out, const Plan& plan, bool colour) : out_(out), plan_(plan), colour_(colour) {
+        for (const PlannedRequest& request : plan.requests) {
+            label_ = std::max(label_, columnsOf(requestLabel(request.key)));
+            identifier_ = std::max(identifier_, columnsOf(printable(request.identifier)));
+        }
+        label_ = std::min(label_, mostLabel);
+        identifier_ = std::min(identifier_, mostIdentifier);
+    }
+
+    void write() {
+        out_ << printable(plan_.productName + ' ' + plan_.productVersion + " (" + plan_.platformCpe + ")")
+             << '\n';
+        for (const auto& [kind, heading] : {std::pair{PlanKind::unknown, "Refused"},
+                                            {PlanKind::configuration, "Configurations"},
+                                            {PlanKind::osUpdate, "Updates of the system"},
+                                            {PlanKind::patch, "Patches of products"}}) {
+            section(kind, heading);
+        }
+        totals();
+    }
+
+  private:
+    std::string tinted(const std::string& text, const char* colour) const {
+        return colour_ ? std::string("\x1b[") + colour + 'm' + text + "\x1b[0m" : text;
+    }
+
+    void section(PlanKind kind, const std::string& heading) {
+        bool begun = false;
+        for (const PlannedRequest& request : plan_.requests) {
+            if (request.kind != kind) continue;
+            if (!begun) out_ << '\n' << tinted(heading, bold) << '\n';
+            begun = true;
+            writeRequest(request);
+        }
+    }
+
+    void writeRequest(const PlannedRequest& request) {
+        const Look look = lookOf(request.action);
+        const std::string action =
+            request.action == PlanAction::fail ? stateName(request.expected) : planActionName(request.action);
+        std::string tail = printable(request.reason);
+        if (request.reboot && request.action == PlanAction::apply)
+            tail += tail.empty() ? "reboot" : "; reboot";
+        out_ << tinted(look.mark, look.colour) << ' ' << fitToColumns(requestLabel(request.key), label_, "~")
+             << "  " << fitToColumns(printable(request.identifier), identifier_, "~") << "  "
+             << tinted(tail.empty() ? action : fitToColumns(action, actionColumns, "~"), look.colour)
+             << (tail.empty() ? "" : "  " + tail) << '\n';
+        for (const std::string& command : request.commands)
+            writeCommand(command);
+        for (const PlannedStep& step : request.steps)
+            writeStep(request, step);
+        for (const std::string& warning : request.warnings)
+            out_ << indent << tinted("! " + printable(warning), yellow) << '\n';
+    }
+
+    void writeCommand(const std::string& command) {
+        out_ << indent << tinted("$ " + printable(command), dim) << '\n';
+    }
+
+    /// A step that says no more than its request is left out.
+    void writeStep(const PlannedRequest& request, const PlannedStep& step) {
+        const bool only = request.steps.size() == 1;
+        if (!step.file && only) return;
+        std::string text = printable(step.eri);
+        if (step.file) {
+            text += "  " + printable(step.file->name);
+            if (!step.file->sizeText.empty()) text += ", " + printable(step.file->sizeText);
+            text += ", " + sourceText(*step.file);
+        }
+        if (!only && !step.reason.empty()) text += "  " + printable(step.reason);
+        out_ << indent << text << '\n';
+        for (const std::string& command : step.commands)
+            writeCommand(command);
+        if (!step.note.empty()) out_ << indent << tinted("> " + printable(step.note), dim) << '\n';
+    }
+
+    void totals() {
+        std::size_t downloads = 0;
+        std::size_t buffered = 0;
+        std::size_t warnings = plan_.warnings.size();
+        std::uint64_t bytes = 0;
+        for (const PlannedRequest& request : plan_.requests) {
+            warnings += request.warnings.size();
+            for (const PlannedStep& step : request.steps) {
+                if (!step.file || !step.file->problem.empty()) continue;
+                ++(step.file->buffered ? buffered : downloads);
+                const long size = step.file->buffered ? 0 : parsePatchSize(step.file->sizeText).bytes;
+                bytes += static_cast<std::uint64_t>(std::max(size, 0L));
+            }
+        }
+        out_ << '\n'
+             << tinted(countText(plan_.requests.size(), "request"), bold) << ": "
+             << plan_.count(PlanAction::apply) << " to apply, " << plan_.count(PlanAction::applied)
+             << " applied already, " << plan_.count(PlanAction::fail) << " that will fail, "
+             << plan_.count(PlanAction::nothing) << " passed over.\n"
+             << countText(downloads, "file") << " to download (" << bytesText(bytes) << " by their content), "
+             << buffered << " from the buffer.\n";
+        if (plan_.rebootNeeded) out_ << "A reboot will be needed.\n";
+        for (const std::string& warning : plan_.warnings)
+            out_ << tinted("! " + printable(warning), yellow) << '\n';
+        if (warnings > 0) out_ << tinted(countText(warnings, "warning") + '.', yellow) << '\n';
+        out_ << "Nothing was installed. Downloads and installers can still fail in a run.\n";
+    }
+
+    std::ostream& out_;
+    const Plan& plan_;
+    bool colour_;
+    std::size_t label_ = 0;
+    std::size_t identifier_ = 0;
+};
+
+}  // namespace
+
+void writePlanText(std::ostream& out, const Plan& plan, bool colour) {
+    Writer(out, plan, colour).write();
+}
+
+}  // namespace zelor

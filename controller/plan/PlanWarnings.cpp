@@ -1,0 +1,144 @@
+#include "controller/plan/PlanWarnings.h"
+
+#include <algorithm>
+#include <array>
+#include <sstream>
+
+#include "base/Strings.h"
+#include "remediation/buffer/PatchSize.h"
+#include "remediation/fetch/PatchName.h"
+#include "remediation/intake/RequestParsing.h"
+
+namespace zelor {
+
+namespace {
+
+std::string quoted(const std::string& text) {
+    return '"' + text + '"';
+}
+
+bool beginsLikeASystemUpdate(const std::string& label) {
+    static constexpr std::array<const char*, 4> beginnings = {"osx", "os x", "secupd", "security update"};
+    const std::string lower = lowerCased(label);
+    return std::any_of(beginnings.begin(), beginnings.end(),
+                       [&](const char* beginning) { return hasBeginning(lower, beginning); });
+}
+
+/// Patch name to the requests that name it.
+using Naming = std::map<std::string, std::vector<PlannedRequest*>>;
+
+Naming requestsByPatch(std::vector<PlannedRequest>& requests) {
+    Naming naming;
+    for (PlannedRequest& request : requests) {
+        for (const PlannedStep& step : request.steps) {
+            if (step.file) naming[step.file->name].push_back(&request);
+        }
+    }
+    return naming;
+}
+
+void addNameWarnings(std::vector<PlannedRequest>& requests, const std::string& bufferedList) {
+    const Naming naming = requestsByPatch(requests);
+    std::set<std::string> names;
+    for (const auto& [name, naming_] : naming)
+        names.insert(name);
+    std::istringstream lines(bufferedList);
+    for (std::string line; std::getline(lines, line);)
+        names.insert(splitCompressed(line, '=').front());
+    for (const auto& [outer, inner] : containedNames(names)) {
+        const std::string warning = quoted(inner) + " is part of the name " + quoted(outer) +
+                                    ": the buffered list confuses the two, and forgets the latter when the "
+                                    "former is buffered or installed";
+        for (const std::string& name : {outer, inner}) {
+            const auto found = naming.find(name);
+            if (found == naming.end()) continue;
+            for (PlannedRequest* request : found->second)
+                request->warnings.push_back(warning);
+        }
+    }
+}
+
+void addSharedKeyWarnings(std::vector<PlannedRequest>& requests) {
+    std::map<std::string, std::size_t> reported;
+    for (const PlannedRequest& request : requests)
+        ++reported[progressKey(request.key)];
+    for (PlannedRequest& request : requests) {
+        const std::string key = progressKey(request.key);
+        const std::size_t others = reported[key] - 1;
+        if (others == 0) continue;
+        request.warnings.push_back("its result is reported under " + quoted(key) + " together with " +
+                                   std::to_string(others) + " other" + (others == 1 ? "" : "s") +
+                                   "; the last one stands");
+    }
+}
+
+}  // namespace
+
+std::vector<std::string> patchWarnings(const std::string& name, const std::string& sizeText,
+                                       const std::string& path, bool script) {
+    std::vector<std::string> warnings;
+    const auto split = splitAtLastDot(name);
+    if (split && split->stem != cutFourCharacters(name).stem) {
+        warnings.push_back(quoted(name) +
+                           " has no three-letter extension, so it is never found in the buffer");
+    }
+    const std::string kind = script ? "" : installerKind(path);
+    if (split && !kind.empty() && split->extension != "." + kind) {
+        warnings.push_back(quoted(name) + " is installed as ." + kind + ", because that occurs in its path");
+    }
+    const std::string size = trimmed(sizeText);
+    const PatchSize parsed = parsePatchSize(size);
+    if (!size.empty() && parsed.unit != "kb" && parsed.unit != "mb") {
+        warnings.push_back("its size " + quoted(size) + " counts as " + std::to_string(parsed.bytes) +
+                           " bytes, since only KB and MB are known");
+    }
+    return warnings;
+}
+
+std::string listedLabel(const std::string& line) {
+    constexpr char labelled[] = "Label: ";
+    const std::string label = candidateLabel(line);
+    return hasBeginning(label, labelled) ? label.substr(sizeof labelled - 1) : label;
+}
+
+std::vector<std::string> updateWarnings(const UpdateSelection& selection,
+                                        const std::vector<std::string>& listing) {
+    std::vector<std::string> warnings;
+    const std::vector<std::string> labels = labelsToInstall(selection);
+    if (selection.named) {
+        const auto line = std::find_if(listing.begin(), listing.end(), [&](const std::string& one) {
+            return listedLabel(one) == labels.front();
+        });
+        if (line == listing.end()) {
+            warnings.push_back("the name occurs inside another label: softwareupdate is asked for " +
+                               quoted(labels.front()) +
+                               ", which it does not list, so nothing is installed although the request can "
+                               "read success");
+        }
+        return warnings;
+    }
+    std::set<std::string> seen;
+    std::set<std::string> repeated;
+    for (const std::string& label : labels) {
+        if (!seen.insert(label).second) {
+            repeated.insert(label);
+        } else if (!beginsLikeASystemUpdate(label)) {
+            warnings.push_back(quoted(label) +
+                               " is taken by a word in its label alone; it does not look like an update of "
+                               "the system");
+        }
+    }
+    for (const std::string& label : repeated) {
+        warnings.push_back(quoted(label) +
+                           " has two of the words that are looked for and is installed twice; the second "
+                           "time finds nothing, and the last attempt of all decides on the request");
+    }
+    return warnings;
+}
+
+void addMutualWarnings(std::vector<PlannedRequest>& requests, const std::string& bufferedList) {
+    addNameWarnings(requests, bufferedList);
+    addSharedKeyWarnings(requests);
+}
+
+}  // namespace zelor

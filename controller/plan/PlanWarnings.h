@@ -1,0 +1,27 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "controller/plan/Plan.h"
+#include "platform/macos/UpdateSelection.h"
+
+/// What of a plan would surprise whoever wrote the requests or the content.
+namespace zelor {
+
+/// On a patch's name and the text of its size. `path` is where the file will be.
+std::vector<std::string> patchWarnings(const std::string& name, const std::string& sizeText,
+                                       const std::string& path, bool script);
+
+/// The label as softwareupdate knows it, of a starred line in either of its forms.
+std::string listedLabel(const std::string& line);
+
+/// On the choice of updates for a request.
+std::vector<std::string> updateWarnings(const UpdateSelection& selection,
+                                        const std::vector<std::string>& listing);
+
+/// Adds to each request what concerns several: patch names that contain one another, also those of the
+/// buffered-patches list, and results that are reported under one key.
+void addMutualWarnings(std::vector<PlannedRequest>& requests, const std::string& bufferedList);
+
+}  // namespace zelor

@@ -1,0 +1,262 @@
+#include "controller/report/ReportPage.h"
+
+#include <algorithm>
+#include <numeric>
+
+#include "controller/Text.h"
+#include "controller/live/LiveProgress.h"
+#include "controller/live/RequestLabel.h"
+#include "controller/report/ReportStyle.h"
+#include "controller/report/ReportTimeline.h"
+#include "remediation/Version.h"
+
+namespace zelor {
+
+namespace {
+
+constexpr std::size_t labelColumns = 34;
+
+std::string escaped(const std::string& printableText) {
+    std::string html;
+    for (const char letter : printableText) {
+        switch (letter) {
+            case '&':
+                html += "&amp;";
+                break;
+            case '<':
+                html += "&lt;";
+                break;
+            case '>':
+                html += "&gt;";
+                break;
+            case '"':
+                html += "&quot;";
+                break;
+            case '\'':
+                html += "&#39;";
+                break;
+            default:
+                html += letter;
+        }
+    }
+    return html;
+}
+
+/// "2026-11-21 10:15:02 UTC"
+std::string dateText(std::chrono::system_clock::time_point time) {
+    std::string text = utcText(time);
+    std::replace(text.begin(), text.end(), 'T', ' ');
+    return text.substr(0, text.size() - 1) + " UTC";
+}
+
+/// The mark of a state as a picture of twelve units, the same shapes as in the timeline.
+std::string markSvg(ProgressValue value) {
+    const char* shape = "<path d=\"M2.5 2.5L9.5 9.5M2.5 9.5L9.5 2.5\"/>";
+    if (value == successValue) shape = "<circle cx=\"6\" cy=\"6\" r=\"4.5\"/>";
+    if (value == abortedValue || !isResult(value))
+        shape = "<rect x=\"2\" y=\"2\" width=\"8\" height=\"8\" rx=\"1\"/>";
+    return std::string("<svg viewBox=\"0 0 12 12\" aria-hidden=\"true\">") + shape + "</svg>";
+}
+
+/// The requests that are shown, at most `most`: all in their order, or the most telling of them.
+std::vector<std::size_t> chosenRequests(const RunReport& report, std::size_t most) {
+    std::vector<std::size_t> chosen(report.table.results().size());
+    std::iota(chosen.begin(), chosen.end(), std::size_t{0});
+    if (chosen.size() <= most) return chosen;
+    std::vector<double> weight(chosen.size());
+    for (const std::size_t request : chosen) {
+        const bool good = report.table.results()[request].value == successValue;
+        weight[request] = busySeconds(report.spans[request]) + (good ? 0 : report.seconds + 1);
+    }
+    std::nth_element(chosen.begin(), chosen.begin() + static_cast<std::ptrdiff_t>(most), chosen.end(),
+                     [&](std::size_t a, std::size_t b) { return weight[a] > weight[b]; });
+    chosen.resize(most);
+    std::sort(chosen.begin(), chosen.end());
+    return chosen;
+}
+
+class Page {
+  public:
+    Page(std::ostream& out, const RunReport& report) : out_(out), report_(report) {}
+
+    void write() {
+        head();
+        counts();
+        timeline();
+        requests();
+        out_ << "<footer><p>Log: <code>" << htmlText(report_.logFile)
+             << "</code></p><p>Made by zelor-remediate " << ZELOR_VERSION_STRING
+             << "</p></footer>\n</body>\n</html>\n";
+    }
+
+  private:
+    void head() {
+        const std::string when = dateText(report_.started);
+        out_ << "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\"/>\n"
+                "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; style-src "
+                "'unsafe-inline'\"/>\n"
+                "<meta name=\"viewport\" content=\"width=device-width, "
+                "initial-scale=1\"/>\n<title>Remediation "
+                "of "
+             << htmlText(report_.host) << ", " << when << "</title>\n<style>" << reportStyle
+             << "</style>\n</head>\n<body>\n<header>\n<h1>Remediation of " << htmlText(report_.host)
+             << "</h1>\n<p class=\"meta\">Started " << when << ", took " << durationText(report_.seconds)
+             << "</p>\n";
+        if (report_.flags.rebootNeeded || report_.cancelled) {
+            out_ << "<ul class=\"flags\">"
+                 << (report_.flags.rebootNeeded ? "<li>A reboot is needed</li>" : "")
+                 << (report_.cancelled ? "<li>Cancelled by a signal</li>" : "") << "</ul>\n";
+        }
+        out_ << "</header>\n";
+    }
+
+    /// Counts by state; 0 to 3 are left when a run ends before its time.
+    std::vector<std::pair<std::string, std::size_t>> stateCounts() const {
+        auto counts = countsByState(report_.table);
+        for (ProgressValue value = 0; value < successValue; ++value) {
+            if (report_.table.count(value) > 0)
+                counts.emplace_back(stateName(value), report_.table.count(value));
+        }
+        return counts;
+    }
+
+    void counts() {
+        const std::size_t total = report_.table.results().size();
+        out_ << "<section class=\"counts\">\n<div class=\"count\"><b>" << total << "</b><span>"
+             << (total == 1 ? "request" : "requests") << "</span></div>\n";
+        for (const auto& [state, count] : stateCounts()) {
+            out_ << "<div class=\"count s-" << state << "\"><b>" << count << "</b><span>" << state
+                 << "</span></div>\n";
+        }
+        out_ << "</section>\n<div class=\"share\" aria-hidden=\"true\">";
+        for (const auto& [state, count] : stateCounts())
+            out_ << "<i class=\"s-" << state << "\" style=\"flex-grow:" << count << "\"></i>";
+        out_ << "</div>\n";
+    }
+
+    void legend(const std::vector<ProgressValue>& values) {
+        out_ << "<ul class=\"legend\">";
+        for (const ProgressValue value : values) {
+            out_ << "<li class=\"" << stateClass(value) << "\">" << markSvg(value) << stateName(value)
+                 << "</li>";
+        }
+        out_ << "</ul>\n";
+    }
+
+    /// The states that occur in the rows, in the order of their values.
+    std::vector<ProgressValue> statesOf(const std::vector<std::size_t>& rows) const {
+        std::vector<bool> seen(abortedValue + 1);
+        for (const std::size_t row : rows) {
+            for (const StateSpan& span : report_.spans[row]) {
+                if (span.value <= abortedValue && span.value != 0) seen[span.value] = true;
+            }
+        }
+        std::vector<ProgressValue> values;
+        for (ProgressValue value = 0; value <= abortedValue; ++value) {
+            if (seen[value]) values.push_back(value);
+        }
+        return values;
+    }
+
+    /// By the moment at which a request was first worked on or decided.
+    void sortByBegin(std::vector<std::size_t>& requests) const {
+        const auto begun = [&](std::size_t request) {
+            for (const StateSpan& span : report_.spans[request]) {
+                if (span.value != 0) return span.begin;
+            }
+            return report_.seconds;
+        };
+        std::stable_sort(requests.begin(), requests.end(),
+                         [&](std::size_t a, std::size_t b) { return begun(a) < begun(b); });
+    }
+
+    void timeline() {
+        std::vector<std::size_t> shown = chosenRequests(report_, reportTimelineRows);
+        sortByBegin(shown);
+        const std::size_t total = report_.table.results().size();
+        out_ << "<section>\n<h2>Timeline</h2>\n";
+        if (shown.size() < total) {
+            out_ << "<p class=\"note\">All " << total
+                 << " requests: succeeded below, above them those that ended otherwise, on top those that "
+                    "were "
+                    "worked on.</p>\n<div class=\"scroll\">";
+            writeStateAreas(out_, report_.spans, report_.seconds);
+            out_ << "</div>\n<p class=\"note\">Of " << total << " requests the " << shown.size()
+                 << " most telling are drawn one by one: those that did not succeed first, then those that "
+                    "took "
+                    "longest.</p>\n";
+        }
+        legend(statesOf(shown));
+        std::vector<TimelineRow> rows;
+        for (const std::size_t request : shown) {
+            const Result& result = report_.table.results()[request];
+            const std::string label = requestLabel(*result.key);
+            rows.push_back(
+                {escaped(cutToColumns(label, labelColumns, "…")),
+                 escaped(label) + " (" + htmlText(*result.identifier) + "): " + stateName(result.value),
+                 &report_.spans[request]});
+        }
+        out_ << "<div class=\"scroll\">";
+        writeTimeline(out_, rows, report_.seconds);
+        out_ << "</div>\n</section>\n";
+    }
+
+    void requests() {
+        std::vector<std::size_t> shown = chosenRequests(report_, reportTableRows);
+        sortByBegin(shown);
+        std::stable_partition(shown.begin(), shown.end(), [&](std::size_t request) {
+            return report_.table.results()[request].value != successValue;
+        });
+        out_ << "<section>\n<h2>Requests</h2>\n";
+        if (shown.size() < report_.table.results().size()) {
+            out_ << "<p class=\"note\">The table has " << shown.size() << " of "
+                 << report_.table.results().size()
+                 << " requests: those that did not succeed first, then those that took longest. All of them "
+                    "stand in the results that --json writes.</p>\n";
+        }
+        out_ << "<div class=\"scroll\"><table>\n<thead><tr><th>State</th><th>Identifier</th><th>Product</th>"
+                "<th>Reason</th><th class=\"time\">Duration</th></tr></thead>\n<tbody>\n";
+        for (const std::size_t request : shown)
+            requestRow(request);
+        out_ << "</tbody>\n</table></div>\n</section>\n";
+    }
+
+    void requestRow(std::size_t request) {
+        const Result& result = report_.table.results()[request];
+        const std::string kind = stateClass(result.value);
+        const std::string said = report_.outputOf(result);
+        const std::string label = requestLabel(*result.key);
+        const double busy = busySeconds(report_.spans[request]);
+        out_ << "<tr" << (said.empty() ? "" : " class=\"has-said\"") << "><td class=\"state " << kind << "\">"
+             << markSvg(result.value) << stateName(result.value) << "</td><td class=\"id\">"
+             << htmlText(*result.identifier) << "</td><td class=\"product\">" << escaped(label) << "<code>"
+             << htmlText(*result.key) << "</code></td><td class=\"reason\">"
+             << htmlText(report_.reasonOf(result)) << "</td><td class=\"time\">"
+             << (busy > 0 ? shortDuration(busy) : "") << "</td></tr>\n";
+        if (said.empty()) return;
+        out_ << "<tr class=\"said\"><td></td><td colspan=\"4\"><pre class=\"" << kind << "\">"
+             << htmlText(said) << "</pre></td></tr>\n";
+    }
+
+    std::ostream& out_;
+    const RunReport& report_;
+};
+
+}  // namespace
+
+std::string htmlText(const std::string& text) {
+    std::string html;
+    for (std::size_t start = 0; start <= text.size();) {
+        const auto end = std::min(text.find('\n', start), text.size());
+        if (start > 0) html += '\n';
+        html += escaped(printable(text.substr(start, end - start)));
+        start = end + 1;
+    }
+    return html;
+}
+
+void writeReportPage(std::ostream& out, const RunReport& report) {
+    Page(out, report).write();
+}
+
+}  // namespace zelor

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "controller/report/ReportJson.h"
+#include "controller/report/RunTimeline.h"
+#include "controller/run/ResultTable.h"
+
+/// The report of a run: one page of HTML that is also well-formed XML, without scripts, and with nothing to
+/// be fetched. All that comes from keys, content and tools is escaped.
+namespace zelor {
+
+/// What the page tells of.
+struct RunReport {
+    const ResultTable& table;
+    std::vector<std::vector<StateSpan>> spans;  ///< by request
+    RunFlags flags;
+    bool cancelled = false;
+    std::chrono::system_clock::time_point started;
+    double seconds = 0;
+    std::string host;
+    std::string logFile;
+    std::function<std::string(const Result&)> reasonOf;
+    std::function<std::string(const Result&)> outputOf;  ///< the end of what a tool said, "" for nothing
+};
+
+/// Rows of the table and of the timeline; of more requests, those that did not succeed come first, then
+/// those that took longest.
+inline constexpr std::size_t reportTableRows = 20000;
+inline constexpr std::size_t reportTimelineRows = 300;
+
+void writeReportPage(std::ostream& out, const RunReport& report);
+
+/// The text for a place in HTML: control characters and the like become "?", line ends stay.
+std::string htmlText(const std::string& text);
+
+}  // namespace zelor

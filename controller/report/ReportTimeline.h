@@ -1,0 +1,33 @@
+#pragma once
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "controller/report/RunTimeline.h"
+
+/// The pictures of a report, as SVG inside its page.
+namespace zelor {
+
+struct TimelineRow {
+    std::string label;  ///< escaped
+    std::string title;  ///< escaped
+    const std::vector<StateSpan>* spans;
+};
+
+/// A row for each request, from the start of the run to its end, with a time axis.
+void writeTimeline(std::ostream& out, const std::vector<TimelineRow>& rows, double seconds);
+
+/// How many requests wait, are worked on, succeeded and failed at each moment.
+void writeStateAreas(std::ostream& out, const std::vector<std::vector<StateSpan>>& spans, double seconds);
+
+/// Times for the marks of an axis: round steps, at most `most` of them.
+std::vector<double> axisTimes(double seconds, std::size_t most);
+
+/// "40 ms", else as `durationText`.
+std::string shortDuration(double seconds);
+
+/// The class that gives a state its colour.
+std::string stateClass(ProgressValue value);
+
+}  // namespace zelor

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <algorithm>
+#include <vector>
+
+#include "controller/live/RunListener.h"
+
+namespace zelor {
+
+/// How long a request read one value, in seconds since the start of the run.
+struct StateSpan {
+    ProgressValue value = 0;
+    double begin = 0;
+    double end = 0;
+};
+
+/// Seconds from the first value that was no waiting to the last change.
+inline double busySeconds(const std::vector<StateSpan>& spans) {
+    const auto busy =
+        std::find_if(spans.begin(), spans.end(), [](const StateSpan& span) { return span.value != 0; });
+    return busy == spans.end() ? 0 : spans.back().begin - busy->begin;
+}
+
+/// Remembers every request's values over the time of a run.
+class RunTimeline : public RunListener {
+  public:
+    void changed(const ResultTable& /*table*/, const std::vector<Change>& changes, double time) override {
+        for (const Change& change : changes)
+            moments_.push_back({change, time});
+    }
+    void ended(const ResultTable& /*table*/, double time) override { end_ = time; }
+
+    double end() const { return end_; }
+    /// By request; what stood before the first value is not in it, and the last value has no length.
+    std::vector<std::vector<StateSpan>> spans(std::size_t requests) const {
+        std::vector<std::vector<StateSpan>> all(requests);
+        for (const auto& [change, time] : moments_) {
+            std::vector<StateSpan>& own = all[change.request];
+            if (!own.empty()) own.back().end = time;
+            own.push_back({change.value, time, time});
+        }
+        return all;
+    }
+
+  private:
+    struct Moment {
+        Change change;
+        double time;
+    };
+    std::vector<Moment> moments_;
+    double end_ = 0;
+};
+
+}  // namespace zelor

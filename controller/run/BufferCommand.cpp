@@ -1,0 +1,169 @@
+#include <unistd.h>
+
+#include <atomic>
+#include <boost/thread/thread.hpp>
+#include <iostream>
+#include <nlohmann/json.hpp>
+
+#include "agent/ContentCacheControl.h"
+#include "agent/LogControl.h"
+#include "controller/Commands.h"
+#include "controller/Text.h"
+#include "controller/live/BufferProgress.h"
+#include "controller/live/Watch.h"
+#include "controller/run/BufferTrail.h"
+#include "controller/run/OutputFile.h"
+#include "controller/run/RunLog.h"
+#include "remediation/RemediationManager.h"
+
+namespace zelor {
+
+namespace {
+
+using nlohmann::ordered_json;
+using Kind = PatchOutcome::Kind;
+
+/// One buffering job from its inputs to its results.
+class Job {
+  public:
+    Job(const BufferOptions& options, RequestMap requests, const Place& place)
+        : options_(options),
+          talkFd_(options.json == "-" ? STDERR_FILENO : STDOUT_FILENO),
+          table_(std::move(requests)),
+          tap_([this](bool error, const std::string& line) {
+              log_.take(error, line);
+              trail_.take(error, line);
+          }),
+          manager_(place.installPath) {}
+
+    int execute() {
+        Signals signals;
+        startNewRun();
+        const bool cancelled = watch(signals);
+        trail_.end(cancelled ? "cancelled" : "the job ended before it");
+        const Counts counts = count();
+        if (!options_.json.empty()) {
+            const std::string problem = writeOutput(options_.json, [&](std::ostream& out) {
+                out << json(cancelled).dump(2, ' ', false, ordered_json::error_handler_t::replace) << '\n';
+            });
+            if (!problem.empty()) std::cerr << "zelor-remediate: " << problem << '\n';
+        }
+        if (!options_.talk.quiet) writeAll(talkFd_, summary(counts));
+        if (cancelled) return exitStatus::cancelled;
+        if (counts.missing == 0) return exitStatus::allSucceeded;
+        return counts.there > 0 ? exitStatus::someSucceeded : exitStatus::noneSucceeded;
+    }
+
+  private:
+    struct Counts {
+        std::size_t there = 0;    ///< patches in the buffer
+        std::size_t missing = 0;  ///< patches that are not, and requests whose patches are not known
+    };
+
+    bool watch(Signals& signals) {
+        std::unique_ptr<BufferProgress> progress;
+        std::vector<RunListener*> listeners;
+        if (!options_.talk.quiet) {
+            const bool live = isLiveTerminal(talkFd_) && !options_.talk.verbose;
+            progress = std::make_unique<BufferProgress>(
+                talkFd_, live, trail_, [this](const Result& result) { return reason(result); });
+            listeners.push_back(progress.get());
+        }
+        std::atomic<bool> done{false};
+        boost::thread thread([this, &done] {
+            try {
+                manager_.bufferPatches(table_.requests());
+            } catch (const boost::thread_interrupted&) {
+                // The way in which a cancel reaches a download in hand.
+            }
+            done = true;
+        });
+        const auto cancel = [&] {
+            manager_.setCancelAllRem(true);
+            thread.interrupt();
+        };
+        bool cancelled = false;
+        try {
+            cancelled = watchRun({[this] { return manager_.getRemediationProgressMap(); },
+                                  [&] { return done.load(); }, cancel},
+                                 table_, signals, listeners);
+        } catch (...) {
+            cancel();
+            thread.join();
+            throw;
+        }
+        thread.join();
+        return cancelled;
+    }
+
+    static bool isUnusable(const Result& result) {
+        return result.value == contentFailedValue || result.value == invalidRequestValue;
+    }
+    std::string reason(const Result& result) const {
+        return shortReason(log_.notes(*result.key, *result.identifier));
+    }
+
+    Counts count() const {
+        Counts counts;
+        for (const PatchOutcome& outcome : trail_.outcomes())
+            ++(outcome.kind == Kind::skipped ? counts.missing : counts.there);
+        counts.missing += table_.count(contentFailedValue) + table_.count(invalidRequestValue);
+        return counts;
+    }
+
+    ordered_json json(bool cancelled) const {
+        ordered_json all = {{"buffered", ordered_json::array()},
+                            {"alreadyBuffered", ordered_json::array()},
+                            {"skipped", ordered_json::array()},
+                            {"unusable", ordered_json::array()},
+                            {"cancelled", cancelled}};
+        for (const PatchOutcome& outcome : trail_.outcomes()) {
+            if (outcome.kind == Kind::buffered) all["buffered"].push_back(outcome.patch);
+            if (outcome.kind == Kind::alreadyBuffered) all["alreadyBuffered"].push_back(outcome.patch);
+            if (outcome.kind == Kind::skipped) {
+                all["skipped"].push_back({{"patch", outcome.patch}, {"reason", outcome.reason}});
+            }
+        }
+        for (const Result& result : table_.results()) {
+            if (!isUnusable(result)) continue;
+            all["unusable"].push_back({{"key", *result.key},
+                                       {"identifier", *result.identifier},
+                                       {"value", result.value},
+                                       {"state", stateName(result.value)},
+                                       {"reason", reason(result)}});
+        }
+        return all;
+    }
+
+    std::string summary(const Counts& counts) const {
+        const std::size_t unusable = table_.count(contentFailedValue) + table_.count(invalidRequestValue);
+        std::string text = std::to_string(counts.there) + (counts.there == 1 ? " patch is" : " patches are") +
+                           " in the buffer";
+        if (counts.missing > unusable) text += ", " + std::to_string(counts.missing - unusable) + " skipped";
+        if (unusable > 0) text += "; " + countText(unusable, "request") + " without usable content";
+        return text + ".\n";
+    }
+
+    const BufferOptions& options_;
+    int talkFd_;
+    ResultTable table_;
+    RunLog log_;
+    BufferTrail trail_;
+    LogTap tap_;
+    RemediationManager manager_;
+};
+
+}  // namespace
+
+int bufferCommand(const BufferOptions& options) {
+    RequestMap requests = loadRequests(options.requests);
+    checkOutput(options.json, "--json");
+    const Place place = enterPlace(options.place);
+    requireUsableSettings(place);
+    prepareFolders(place, false);
+    const JobLock lock(place);
+    if (options.talk.verbose) logToStandardError("debug");
+    return Job(options, std::move(requests), place).execute();
+}
+
+}  // namespace zelor

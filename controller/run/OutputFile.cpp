@@ -1,0 +1,116 @@
+#include "controller/run/OutputFile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+
+#include "agent/Files.h"
+#include "controller/InputError.h"
+
+namespace zelor {
+
+namespace {
+
+constexpr std::size_t bufferBytes = std::size_t{1} << 16U;
+constexpr unsigned fileMode = 0644;
+
+std::string folderOf(const std::string& path) {
+    const auto slash = path.rfind('/');
+    if (slash == std::string::npos) return ".";
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+/// Devices, pipes and the like are written in place.
+bool isSpecial(const std::string& path) {
+    struct stat info {};
+    return ::stat(path.c_str(), &info) == 0 && !S_ISREG(info.st_mode);
+}
+
+std::string cannotWrite(const std::string& path, int error) {
+    return "cannot write " + path + ": " + errorText(error);
+}
+
+/// "" when everything is written to the open file.
+std::string fill(int fd, const std::string& path, const std::function<void(std::ostream&)>& write) {
+    FdBuffer buffer(fd);
+    std::ostream out(&buffer);
+    write(out);
+    out.flush();
+    return buffer.failed() ? cannotWrite(path, errno) : "";
+}
+
+std::string replaceFile(const std::string& path, const std::function<void(std::ostream&)>& write) {
+    const std::string temporary = path + "." + std::to_string(::getpid()) + ".tmp";
+    UniqueFd file = openFile(temporary, O_WRONLY | O_CREAT | O_EXCL, fileMode);
+    if (!file) return cannotWrite(temporary, errno);
+    std::string problem = fill(file.get(), temporary, write);
+    if (problem.empty() && !flushToDisk(file.get())) problem = cannotWrite(temporary, errno);
+    file.reset();
+    if (problem.empty() && std::rename(temporary.c_str(), path.c_str()) != 0)
+        problem = cannotWrite(path, errno);
+    if (!problem.empty()) ::unlink(temporary.c_str());
+    return problem;
+}
+
+}  // namespace
+
+FdBuffer::FdBuffer(int fd) : fd_(fd), room_(bufferBytes, '\0') {
+    setp(room_.data(), room_.data() + room_.size());
+}
+
+FdBuffer::~FdBuffer() {
+    FdBuffer::sync();
+}
+
+FdBuffer::int_type FdBuffer::overflow(int_type next) {
+    if (FdBuffer::sync() != 0) return traits_type::eof();
+    if (!traits_type::eq_int_type(next, traits_type::eof())) sputc(traits_type::to_char_type(next));
+    return traits_type::not_eof(next);
+}
+
+int FdBuffer::sync() {
+    const std::string bytes(pbase(), pptr());
+    setp(room_.data(), room_.data() + room_.size());
+    if (!failed_ && !writeAll(fd_, bytes)) failed_ = true;
+    return failed_ ? -1 : 0;
+}
+
+void checkOutput(const std::string& path, const std::string& option) {
+    if (path.empty() || path == "-") return;
+    struct stat info {};
+    if (::stat(path.c_str(), &info) == 0) {
+        if (S_ISDIR(info.st_mode)) throw InputError(option + ' ' + path + " is a folder; name a file in it");
+        if (::access(path.c_str(), W_OK) != 0) {
+            throw InputError(option + ": " + cannotWrite(path, errno) + "; choose another file");
+        }
+        if (!S_ISREG(info.st_mode)) return;
+    }
+    if (::access(folderOf(path).c_str(), W_OK | X_OK) != 0) {
+        throw InputError(option + ": " + cannotWrite(path, errno) +
+                         "; choose a file in a folder that exists and that you may write");
+    }
+}
+
+std::string writeOutput(const std::string& path, const std::function<void(std::ostream&)>& write) {
+    if (path == "-") return fill(STDOUT_FILENO, "standard output", write);
+    if (!isSpecial(path)) return replaceFile(path, write);
+    const UniqueFd file = openFile(path, O_WRONLY | O_NOCTTY);
+    return file ? fill(file.get(), path, write) : cannotWrite(path, errno);
+}
+
+LineOutput::LineOutput(const std::string& path, const std::string& option) : path_(path), fd_(STDOUT_FILENO) {
+    if (path == "-") return;
+    checkOutput(path, option);
+    file_ = openFile(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOCTTY, fileMode);
+    if (!file_) throw InputError(option + ": " + cannotWrite(path, errno) + "; choose another file");
+    fd_ = file_.get();
+}
+
+void LineOutput::write(const std::string& line) {
+    if (problem_.empty() && !writeAll(fd_, line + '\n')) problem_ = cannotWrite(path_, errno);
+}
+
+}  // namespace zelor

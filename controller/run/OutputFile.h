@@ -1,0 +1,56 @@
+#pragma once
+
+#include <functional>
+#include <ostream>
+#include <streambuf>
+#include <string>
+
+#include "base/Files.h"
+
+namespace zelor {
+
+/// Writes to a descriptor that stays the caller's. `failed` tells whether anything was lost.
+class FdBuffer : public std::streambuf {
+  public:
+    explicit FdBuffer(int fd);
+    ~FdBuffer() override;
+    FdBuffer(const FdBuffer&) = delete;
+    FdBuffer& operator=(const FdBuffer&) = delete;
+    bool failed() const { return failed_; }
+
+  protected:
+    int_type overflow(int_type next) override;
+    int sync() override;
+
+  private:
+    int fd_;
+    bool failed_ = false;
+    std::string room_;
+};
+
+/// Throws InputError when nothing can be written at `path` ("-": standard output). `option` names what asked
+/// for it.
+void checkOutput(const std::string& path, const std::string& option);
+
+/// Writes the whole of an output ("-": standard output): a file appears complete under its name or not at
+/// all. Returns what went wrong, "" when all is written.
+std::string writeOutput(const std::string& path, const std::function<void(std::ostream&)>& write);
+
+/// Lines that are out as soon as they are written, to a file that is emptied first or, for "-", to standard
+/// output.
+class LineOutput {
+  public:
+    /// Throws InputError.
+    LineOutput(const std::string& path, const std::string& option);
+    void write(const std::string& line);
+    /// What went wrong first, "" when every line is out.
+    const std::string& problem() const { return problem_; }
+
+  private:
+    std::string path_;
+    UniqueFd file_;
+    int fd_;
+    std::string problem_;
+};
+
+}  // namespace zelor

@@ -1,0 +1,68 @@
+#include "controller/run/ResultTable.h"
+
+#include <algorithm>
+#include <numeric>
+#include <utility>
+
+#include "remediation/intake/RequestParsing.h"
+
+namespace zelor {
+
+namespace {
+
+constexpr std::size_t definedValues = 14;
+constexpr ProgressValue failedValue = 5;
+
+}  // namespace
+
+ResultTable::ResultTable(RequestMap requests) : requests_(std::move(requests)), counts_(definedValues) {
+    results_.reserve(requests_.size());
+    reportKeys_.reserve(requests_.size());
+    for (const auto& [key, identifier] : requests_) {
+        results_.push_back({&key, &identifier});
+        // What a key is shortened to is always its beginning.
+        reportKeys_.push_back(std::string_view(key).substr(0, progressKey(key).size()));
+    }
+    byReportKey_.resize(results_.size());
+    std::iota(byReportKey_.begin(), byReportKey_.end(), std::size_t{0});
+    std::stable_sort(byReportKey_.begin(), byReportKey_.end(),
+                     [this](std::size_t a, std::size_t b) { return reportKeys_[a] < reportKeys_[b]; });
+    counts_[0] = results_.size();
+}
+
+std::size_t ResultTable::slot(ProgressValue value) {
+    return value < definedValues ? value : failedValue;
+}
+
+std::size_t ResultTable::count(ProgressValue value) const {
+    return counts_[slot(value)];
+}
+
+std::size_t ResultTable::finished() const {
+    return std::accumulate(counts_.begin() + static_cast<std::ptrdiff_t>(successValue), counts_.end(),
+                           std::size_t{0});
+}
+
+std::vector<Change> ResultTable::apply(const ProgressMap& progress) {
+    std::vector<Change> changes;
+    auto reported = progress.begin();
+    for (const std::size_t request : byReportKey_) {
+        const std::string_view key = reportKeys_[request];
+        while (reported != progress.end() && reported->first < key)
+            ++reported;
+        if (reported == progress.end()) break;
+        if (reported->first != key) continue;
+        Result& result = results_[request];
+        if (result.taken && result.value == reported->second) continue;
+        --counts_[slot(result.value)];
+        ++counts_[slot(reported->second)];
+        result.value = reported->second;
+        result.taken = true;
+        changes.push_back({request, result.value});
+    }
+    std::sort(changes.begin(), changes.end(),
+              [](const Change& a, const Change& b) { return a.request < b.request; });
+    return changes;
+}
+
+}  // namespace zelor

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "controller/States.h"
+#include "controller/run/Requests.h"
+
+namespace zelor {
+
+using ProgressMap = std::map<std::string, ProgressValue>;
+
+/// One request and the value that it reads now.
+struct Result {
+    const std::string* key;
+    const std::string* identifier;
+    ProgressValue value = 0;
+    bool taken = false;  ///< the run has reported a value for it
+};
+
+/// A value that changed between two looks at the progress map.
+struct Change {
+    std::size_t request;  ///< index into the results
+    ProgressValue value;
+};
+
+/// Every request's value, under the key that the caller gave, however the library reports it.
+class ResultTable {
+  public:
+    explicit ResultTable(RequestMap requests);
+    ResultTable(const ResultTable&) = delete;
+    ResultTable& operator=(const ResultTable&) = delete;
+
+    const RequestMap& requests() const { return requests_; }
+    /// In the order of the keys.
+    const std::vector<Result>& results() const { return results_; }
+    /// How many requests read `value`; values beyond the defined ones count as failed.
+    std::size_t count(ProgressValue value) const;
+    std::size_t finished() const;
+
+    /// Takes over a look at the progress map; what changed, in the order of the keys. One pass over both.
+    std::vector<Change> apply(const ProgressMap& progress);
+
+  private:
+    static std::size_t slot(ProgressValue value);
+
+    RequestMap requests_;
+    std::vector<Result> results_;
+    std::vector<std::string_view> reportKeys_;  ///< by request
+    std::vector<std::size_t> byReportKey_;      ///< requests, sorted by report key
+    std::vector<std::size_t> counts_;
+};
+
+}  // namespace zelor

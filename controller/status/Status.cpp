@@ -1,0 +1,111 @@
+#include "controller/status/Status.h"
+
+#include <algorithm>
+#include <boost/filesystem/operations.hpp>
+#include <set>
+#include <sstream>
+
+#include "agent/Files.h"
+#include "agent/http/HttpClient.h"
+#include "base/CommandRunner.h"
+#include "base/Strings.h"
+#include "base/SystemRoot.h"
+#include "platform/macos/MacPatchManager.h"
+#include "remediation/buffer/PatchSize.h"
+#include "remediation/fetch/PatchName.h"
+
+namespace zelor {
+
+namespace {
+
+namespace fs = boost::filesystem;
+
+constexpr char installedRecord[] = "/var/log/zelor/ZelorInstalledPatches.txt";
+constexpr char bufferedList[] = "/bufferdPatchesList.txt";
+constexpr std::size_t listBytesLimit = std::size_t{256} << 20U;
+constexpr std::chrono::seconds toolLimit{30};
+
+std::string systemSays(const std::string& option) {
+    return trimmed(
+        runCommand({"/bin/sh", "-c", "sw_vers " + option + " 2>/dev/null"}, false, toolLimit).output);
+}
+
+std::string textOf(const std::string& path) {
+    boost::system::error_code error;
+    return fs::exists(path, error) ? readBounded(path, listBytesLimit, Links::follow) : "";
+}
+
+/// The files directly inside a folder, by name.
+std::vector<SizedFile> filesIn(const std::string& folder) {
+    std::vector<SizedFile> files;
+    boost::system::error_code error;
+    for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
+        boost::system::error_code unreadable;
+        if (!fs::is_regular_file(entry->symlink_status(unreadable))) continue;
+        const auto bytes = fs::file_size(entry->path(), unreadable);
+        if (!unreadable) files.push_back({entry->path().filename().string(), bytes});
+    }
+    std::sort(files.begin(), files.end(),
+              [](const SizedFile& a, const SizedFile& b) { return a.name < b.name; });
+    return files;
+}
+
+void lookAtBuffer(const Place& place, Status& status) {
+    status.bufferedList = textOf(place.settings->get("Buffer.UnzipFolder") + bufferedList);
+    status.buffered = parseBufferedList(status.bufferedList);
+    status.bufferFiles = filesIn(place.settings->get("Buffer.PatchesDir"));
+    status.unlisted = status.bufferFiles;
+    status.budgetBytes = budgetBytes(place.settings->get("Buffer.PatchesDirSizeMB"));
+    for (const SizedFile& file : status.unlisted)
+        status.bufferBytes += file.bytes;
+    std::set<std::string> listed;
+    for (BufferedPatch& patch : status.buffered) {
+        const std::string archive = cutFourCharacters(patch.patch).stem + ".zip";
+        const auto file =
+            std::lower_bound(status.unlisted.begin(), status.unlisted.end(), archive,
+                             [](const SizedFile& one, const std::string& name) { return one.name < name; });
+        patch.present = file != status.unlisted.end() && file->name == archive;
+        if (patch.present) patch.bytes = file->bytes;
+        listed.insert(archive);
+    }
+    status.unlisted.erase(std::remove_if(status.unlisted.begin(), status.unlisted.end(),
+                                         [&](const SizedFile& file) { return listed.count(file.name) != 0; }),
+                          status.unlisted.end());
+}
+
+}  // namespace
+
+std::vector<BufferedPatch> parseBufferedList(const std::string& text) {
+    std::vector<BufferedPatch> patches;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        const std::vector<std::string> fields = splitCompressed(line, '=');
+        if (fields.size() > 1) patches.push_back({fields[0], fields[1]});
+    }
+    return patches;
+}
+
+Status gatherStatus(const Place& place) {
+    Status status;
+    status.productName = systemSays("-productName");
+    status.productVersion = systemSays("-productVersion");
+    status.platformCpe = MacPatchManager::getSystemPlatformCpe();
+    status.iniFile = place.settings->iniFile();
+    status.settings = place.settings->all();
+    for (Setting& setting : status.settings) {
+        if (setting.key == "Repository.Url") setting.value = withoutCredentials(setting.value);
+    }
+    place.settings->reportProblems([&](const std::string& line) { status.problems.push_back(line); });
+    status.recordFile = underSystemRoot(installedRecord);
+    std::istringstream record(textOf(status.recordFile));
+    for (std::string line; std::getline(record, line);)
+        status.recorded.push_back(line);
+    lookAtBuffer(place, status);
+    status.partial = filesIn(place.installPath + "/partial");
+    const auto isNote = [](const SizedFile& file) { return !hasEnding(file.name, ".part"); };
+    status.partial.erase(std::remove_if(status.partial.begin(), status.partial.end(), isNote),
+                         status.partial.end());
+    return status;
+}
+
+}  // namespace zelor

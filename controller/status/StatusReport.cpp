@@ -1,0 +1,117 @@
+#include <nlohmann/json.hpp>
+
+#include "controller/Text.h"
+#include "controller/status/Status.h"
+
+namespace zelor {
+
+namespace {
+
+using nlohmann::ordered_json;
+
+constexpr std::size_t recordedShown = 20;
+
+std::string row(const std::string& name, std::size_t columns, const std::string& value) {
+    return "  " + printable(name) +
+           std::string(columns - std::min(columns, columnsOf(printable(name))), ' ') + "  " +
+           printable(value) + '\n';
+}
+
+std::string orNone(const std::string& text, const std::string& none) {
+    return text.empty() ? none : text;
+}
+
+std::string platformText(const Status& status) {
+    return "Platform\n" + row("Product", 8, orNone(status.productName, "unknown: sw_vers says nothing")) +
+           row("Version", 8, orNone(status.productVersion, "unknown")) +
+           row("CPE", 8, orNone(status.platformCpe, "none"));
+}
+
+std::string settingsText(const Status& status) {
+    std::size_t widest = 0;
+    for (const Setting& setting : status.settings)
+        widest = std::max(widest, setting.key.size());
+    std::string text = "\nSettings (* from " + printable(status.iniFile) + ", the others are defaults)\n";
+    for (const Setting& setting : status.settings) {
+        text += (setting.fromFile ? "* " : "  ") +
+                row(setting.key, widest, orNone(setting.value, "not set")).substr(2);
+    }
+    for (const std::string& problem : status.problems)
+        text += "  ! " + printable(problem) + '\n';
+    return text;
+}
+
+std::string recordText(const Status& status) {
+    std::string text = "\nInstalled: " + countText(status.recorded.size(), "entry") + " in " +
+                       printable(status.recordFile) + '\n';
+    const std::size_t first =
+        status.recorded.size() > recordedShown ? status.recorded.size() - recordedShown : 0;
+    if (first > 0) text += "  ... " + std::to_string(first) + " before (all with --json)\n";
+    for (std::size_t i = first; i < status.recorded.size(); ++i)
+        text += "  " + printable(status.recorded[i]) + '\n';
+    return text;
+}
+
+std::string bufferText(const Status& status) {
+    std::string text = "\nBuffer: " + bytesText(status.bufferBytes) + " of ";
+    if (status.budgetBytes < 0) {
+        text += "nothing: PatchesDirSizeMB is too large, use 2047 or less\n";
+    } else {
+        text += bytesText(static_cast<std::uint64_t>(status.budgetBytes)) + '\n';
+    }
+    for (const BufferedPatch& patch : status.buffered) {
+        text += row(patch.patch, 32,
+                    patch.present ? bytesText(patch.bytes) : "its archive is missing, it will be fetched");
+    }
+    for (const SizedFile& file : status.unlisted)
+        text += row(file.name, 32, bytesText(file.bytes) + ", in no list");
+    return text;
+}
+
+std::string partialText(const Status& status) {
+    std::string text = "\nUnfinished downloads: " + std::to_string(status.partial.size()) + '\n';
+    for (const SizedFile& file : status.partial)
+        text += row(file.name, 32, bytesText(file.bytes) + " so far");
+    return text;
+}
+
+ordered_json filesJson(const std::vector<SizedFile>& files) {
+    ordered_json all = ordered_json::array();
+    for (const SizedFile& file : files)
+        all.push_back({{"name", file.name}, {"bytes", file.bytes}});
+    return all;
+}
+
+}  // namespace
+
+std::string statusText(const Status& status) {
+    return platformText(status) + settingsText(status) + recordText(status) + bufferText(status) +
+           partialText(status);
+}
+
+ordered_json statusJson(const Status& status) {
+    ordered_json all;
+    all["platform"] = {
+        {"product", status.productName}, {"version", status.productVersion}, {"cpe", status.platformCpe}};
+    all["settingsFile"] = status.iniFile;
+    all["settings"] = ordered_json::object();
+    for (const Setting& setting : status.settings) {
+        all["settings"][setting.key] = {{"value", setting.value},
+                                        {"source", setting.fromFile ? "file" : "default"}};
+    }
+    all["problems"] = status.problems;
+    all["installed"] = status.recorded;
+    ordered_json patches = ordered_json::array();
+    for (const BufferedPatch& patch : status.buffered) {
+        patches.push_back(
+            {{"patch", patch.patch}, {"md5", patch.md5}, {"present", patch.present}, {"bytes", patch.bytes}});
+    }
+    all["buffer"] = {{"bytes", status.bufferBytes},
+                     {"budget", status.budgetBytes},
+                     {"patches", patches},
+                     {"unlisted", filesJson(status.unlisted)}};
+    all["partial"] = filesJson(status.partial);
+    return all;
+}
+
+}  // namespace zelor

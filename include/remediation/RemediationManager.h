@@ -1,0 +1,294 @@
+#pragma once
+
+#include <ctype.h>  // tolower(int), which the library exports to its callers by making it visible here
+
+#include <atomic>
+#include <boost/thread/mutex.hpp>
+#include <boost/thread/thread.hpp>
+#include <condition_variable>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "base/Export.h"
+#include "remediation/creEriParsedData.h"
+#include "remediation/parsedEriData.h"
+#include "remediation/remediateMetadata.h"
+
+class MacPatchManager;
+namespace zelor {
+class InstalledRecord;
+template <class Map>
+class NearbyKey;
+class ProgressTable;
+}  // namespace zelor
+
+/// Remediates the findings of one request map.
+///
+/// Life: construct, set the inputs, call `remediate`, poll `getRemDone()` until it is true, then read the
+/// results. One manager serves one run. It must outlive its run: do not destroy it before `getRemDone()` is
+/// true.
+///
+/// Threads: inputs are set before `remediate`; results, progress and the cancel calls may be used from any
+/// thread at any moment. Operations that are part of a run (parsing, fetching, installing) belong to the
+/// run's thread. The manager never throws at its caller; failures become log lines, progress values and
+/// flags.
+class ZELOR_API RemediationManager {
+  public:
+    /// Progress of one request. 4 is success, 5 to 11 are failures.
+    enum REM_PROGRESS : int {
+        REM_QUEUED = 0,
+        REM_DOWNLOADING = 1,
+        REM_DOWNLOADED = 2,
+        REM_INSTALLING = 3,
+        REM_SUCCESS = 4,
+        REM_FAILED = 5,
+        REM_CRE_FAILED = 6,         ///< the remediation content could not be obtained or parsed
+        REM_INTERNAL_FAILED = 7,    ///< the run stopped on an internal error
+        REM_INVALID_REQUEST = 8,    ///< no or too many CPEs, or the patch name is not a valid one
+        REM_FAILED_9 = 9,           ///< reserved for installers
+        REM_FAILED_10 = 10,         ///< reserved for installers
+        REM_FAILED_11 = 11,         ///< reserved for installers
+        REM_FILE_UNAVAILABLE = 12,  ///< the file is missing or failed its signature check
+        REM_ABORTED = 13            ///< cancelled, one by one or with the whole run
+    };
+
+    /// `installPath`: the agent's install directory. Asks the system for its product name.
+    explicit RemediationManager(std::string installPath);
+    ~RemediationManager();
+    RemediationManager(const RemediationManager&) = delete;
+    RemediationManager& operator=(const RemediationManager&) = delete;
+
+    // Inputs
+
+    /// The requests: CPE text ("cpe,cpe||package name") to CVE or CCE identifier.
+    void setovalIdMap(std::map<std::string, std::string> requests);
+    std::map<std::string, std::string> getovalIdMap();
+    /// The directory for downloaded content. It is emptied at the end of a run.
+    void setContentDownloadDir(std::string directory);
+    std::string getContentDownloadDir();
+    /// True: the run starts with an empty installed-patches record, so that what a new scan found is applied
+    /// again.
+    void setFirstRemediationAfterScan(bool first);
+
+    // Run
+
+    /// Starts the run on a thread of its own and returns at once.
+    void remediate(bool option);
+    /// The run itself, on the calling thread. Ends with `getRemDone()` true in every case.
+    void concertedRemediationStart();
+
+    // Results
+
+    bool getRemDone();
+    bool getRebootNeeded();
+    bool getScanNeeded();
+    /// True when a remediation failed and none succeeded.
+    bool getAllRemFailed();
+    /// A snapshot of every request's progress, by key. A key "X||Y" whose Y contains "oval:" stands under X.
+    std::map<std::string, unsigned long> getRemediationProgressMap();
+    void setRemediationProgressMap(std::map<std::string, unsigned long> progress);
+    /// Always empty.
+    std::string getDefaultPlatformCpe();
+    std::string getCurrentOsName();
+    void queryAndStoreCurrentOsName();
+
+    // Cancellation
+
+    /// True cancels the whole run: it ends after the step in hand, with 13 for all that is unfinished. A
+    /// running download is interrupted.
+    void setCancelAllRem(bool cancel);
+    /// Replaces the set of requests cancelled one by one (request key to any text); an empty map withdraws
+    /// them all.
+    void setCancelRemMap(std::map<std::string, std::string> requests);
+    std::map<std::string, std::string> getCancelRemMap();
+    /// Interrupts the download in hand. The caller holds `thread_mutex`.
+    void terminateKillableThreads();
+
+    // Progress
+
+    /// Records a state. 4 and 5 to 11 pass through the collective rule first.
+    void insertRemProgressInMap(std::string key, REM_PROGRESS progress);
+    /// For a CPE that needs several remediations: `store` tells whether there is a result to record, `result`
+    /// which.
+    void evaluateCollectiveResult(std::string key, REM_PROGRESS progress, bool* store, REM_PROGRESS* result);
+    void setAllRemsStatusToFailed();
+    void setRemainingRemsStatusToFailed();
+    void setAllRemainingRemStatusToAborted();
+    void setAbortedRemStatusToAborted();
+    bool thisRemIsAborted(std::string id);
+
+    // Request parsing and content
+
+    void parseCreEriForSupersedesTrue();
+    void getAndParseCreEriForSupersedesTrue(std::vector<remediateMetadata>& rows);
+    bool getOsRemediationFromCre(std::vector<parsedEriData> blocks);
+    bool refContainsPatchId(std::string reference);
+    void reArrangeRemMetadata();
+    bool checkIfSilentModeSupported(remediateMetadata request);
+
+    // Fetch, records, buffering
+
+    /// Gets the named file into the content directory, from the buffer or the repository, and checks its
+    /// signature. Returns its path, or "" on any failure. `usedBufferedCopy` tells whether the buffered
+    /// archive was taken.
+    std::string getFileFromRepo(std::string fileName, std::string remKey, std::string bufferMatch,
+                                bool& usedBufferedCopy);
+    /// Returns the downloader's result: 0 when the archive is complete at `archivePath` (in and out).
+    int downloadFileFromRepo(std::string stem, std::string& archivePath, std::string extension,
+                             bool rateLimited, unsigned long bytesPerSecond);
+    /// 0 when the file's detached signature is good, else -1.
+    int verifySignature(std::string filePath, std::string extension);
+    bool patchIsAlreadyBuffered(std::string patchName, std::string md5sum, std::string listPath);
+    void addPatchBufferedEntry(std::string patchName, std::string md5sum, std::string listPath);
+    /// Drops every line that contains `patchName`, also as part of a longer name.
+    void removeEntryFromBufferedPatchesFile(std::string patchName);
+    void cleanupBufferedPatch(std::string patchName, std::string patchFileDownloaded);
+    /// Records `eriId` as installed when `installResult` is 0.
+    void addEntryInInstalledPatchesFile(int installResult, std::string eriId);
+    /// True when any one of the entry's ERIs is recorded as installed.
+    bool verifyIfAlreadyAppliedRem(creEriParsedData& creEri);
+    /// Pre-downloads the patches of the requests (CPE text to identifier) within the budget and the bandwidth
+    /// share. Blocks; not at the same time as a run. Cancelled by `setCancelAllRem(true)`, or by interrupting
+    /// the boost::thread it runs on.
+    void bufferPatches(std::map<std::string, std::string> requests);
+    void downloadPatchForBuffering(std::vector<remediateMetadata> requests);
+    /// `patchSize`: text such as "12.5 MB".
+    bool downloadSizeExceedsAllotedSize(std::string patchSize);
+    /// Adds the sizes in bytes of all files below `dir` to `size`.
+    void getFoldersize(std::string dir, long& size);
+    /// The rate for buffering in bytes per second.
+    unsigned long getBpsInPercentOfBandwidth();
+
+    // Installation
+
+    void applyConfigs();
+    void installPatches();
+    void installOsPatches();
+    void installNonOsPatches(std::string installPathCopy);
+    bool getRebootStatus(creEriParsedData& creEri);
+    void emptyTheContentDirectory();
+
+    // Strings
+
+    bool stringHasEnding(const std::string& text, const std::string& ending);
+    bool wstringHasEnding(const std::wstring& text, const std::wstring& ending);
+    bool stringHasBegining(const std::string& text, const std::string& beginning);
+    bool wstringHasBegining(const std::wstring& text, const std::wstring& beginning);
+    /// True when `text` is longer than `beginning` and begins with it.
+    bool stringIsSubset(std::string text, std::string beginning);
+    std::string trimString(std::string text);
+    /// `text` in two at the first `delimiter`, or whole when there is none.
+    std::vector<std::string> splitStr(std::string text, std::string delimiter);
+    /// Removes one `c` from the end of `text`.
+    void trimTrailingCharacter(std::string& text, char c);
+    /// "x86", "x64", "ia64" or "".
+    std::string getApplicationArchitecture(std::string text);
+    /// Always empty.
+    std::string parseCpeAndGetSearchString(std::string cpe);
+
+    /// Guards the writes of the progress map; shared by all managers.
+    static boost::mutex mutex;
+    /// Guards the request map; shared by all managers.
+    static boost::mutex inputMapmutex;
+    /// Guards the cancel state and the download thread; taken before `mutex`; shared by all managers.
+    static boost::mutex thread_mutex;
+    static std::string currentOsName;
+
+  private:
+    friend struct RemediationManagerPeer;  // the tests' way to a state that no input can reach
+
+    enum class Next { block, aborted, phaseEnd };
+
+    // Run driver
+    bool runPhases();
+    bool hasRequests() const;
+    bool stoppedBeforePhases();
+    bool stoppedAfterPhase();
+    void endAsInternalError(const char* message, void (RemediationManager::*markRequests)());
+    void endAsAborted();
+    void endAfterException(const std::string& what);
+    void resetInstalledPatchesFile();
+
+    // Progress
+    void markUnlessFinal(const std::string& key, REM_PROGRESS progress);
+    bool isCancelled(const std::string& key);
+    bool isAborted(const std::string& key);
+    void recordProgress(const std::string& key, REM_PROGRESS progress);
+    void countForCollectiveResult(const remediateMetadata& row, bool counts);
+
+    // Parsing and fetch
+    void parseRequest(const std::string& key, const std::string& identifier,
+                      const std::set<std::string>& specialCases);
+    void retrieveContent(remediateMetadata& row);
+    std::string bufferedListPath();
+    void download(const std::string& stem, std::string& archivePath, const std::string& extension,
+                  const std::string& remKey);
+    bool startDownload(const std::string& stem, std::string& archivePath, const std::string& extension,
+                       const std::string& remKey);
+    void awaitDownload();
+    void bufferBlock(parsedEriData& block);
+    bool bufferingIsCancelled();
+
+    // Installation
+    bool applyConfigRequest(remediateMetadata& row);
+    bool fetchAndRunScripts(remediateMetadata& row, int& result, bool& stop);
+    int runScript(parsedEriData& block, const std::string& path, bool usedBufferedCopy);
+    void recordConfigResult(remediateMetadata& row, int result);
+    void dropContent(remediateMetadata& row);
+    bool installOsRequest(remediateMetadata& row);
+    Next installNonOsRequest(remediateMetadata& row);
+    Next installNonOsBlock(remediateMetadata& row, creEriParsedData& entry, parsedEriData& block);
+    Next afterNonOsFetch(const std::string& key);
+    int installNonOsFile(remediateMetadata& row, parsedEriData& block, const std::string& path);
+    void recordNonOsResult(remediateMetadata& row, creEriParsedData& entry, int result);
+
+    std::atomic<bool> rebootNeeded{false};
+    std::atomic<bool> scanNeeded{false};
+    std::atomic<bool> remDone{false};
+    std::atomic<bool> allRemFailed{false};
+    std::atomic<bool> anyRemSucceeded{false};
+    std::atomic<bool> internalError{false};
+    std::string systemPlatformCpe;
+    std::atomic<bool> firstRemediationAfterScan{false};
+    std::atomic<bool> cancelAllRem{false};
+    std::string installedPatchesFile;
+    std::string installPath;
+    bool remediateOption = true;
+    std::vector<remediateMetadata> remMetadataForCVE;
+    std::vector<remediateMetadata> remMetadataForCCE;
+    boost::thread remediationThread;
+    boost::thread download_thread;
+    std::atomic<bool> downloadThreadDone{false};
+    std::map<std::string, std::string> ovalIdMap;
+    std::map<std::string, unsigned long> remediationProgressMap;
+    std::map<std::string, std::string> cancelRemMap;
+    std::string contentDownloadDir;
+    std::multimap<std::string, std::string> removedDuplicateEriMap;
+    std::string currentRemId;
+    std::unique_ptr<MacPatchManager> macPatchManager;
+    std::string bufferedPatchesFileName;
+    std::multimap<std::string, REM_PROGRESS> collectiveResultMap;
+
+    // Holds remediationProgressMap: every access goes through it.
+    std::unique_ptr<zelor::ProgressTable> progressTable;
+    // Where cancelRemMap was looked at last; guarded by `thread_mutex`.
+    std::unique_ptr<zelor::NearbyKey<std::map<std::string, std::string>>> cancelledKey;
+    // Rows with content that are no OS updates, per key: what the collective rule counts.
+    std::unordered_map<std::string, std::size_t> collectiveCounts;
+    // Keys written since the last look at the single cancels; kept only while there are any. Guarded by
+    // `mutex`.
+    std::vector<std::string> keysToCheckForCancel;
+    std::atomic<bool> hasSingleCancels{false};
+    std::atomic<bool> checkAllForCancel{false};
+    // The end of the download in hand, which is awaited here so that its handle is used under thread_mutex
+    // alone.
+    std::mutex downloadEndMutex;
+    std::condition_variable downloadEnd;
+    std::atomic<bool> downloadInterrupted{false};
+    std::unique_ptr<zelor::InstalledRecord> installedRecord;
+};

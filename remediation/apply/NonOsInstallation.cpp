@@ -1,0 +1,165 @@
+#include <boost/filesystem/operations.hpp>
+#include <utility>
+
+#include "collaborators/ConfigurationManager.h"
+#include "platform/Log.h"
+#include "platform/macos/MacPatchManager.h"
+#include "remediation/RecordAccess.h"
+#include "remediation/RemediationManager.h"
+#include "remediation/apply/InstallResult.h"
+#include "remediation/fetch/PatchName.h"
+#include "remediation/intake/ContentRules.h"
+
+namespace zlog = zelor::log;
+
+void RemediationManager::installNonOsPatches(std::string /*installPathCopy*/) {
+    ConfigurationManager::GetInstance("")->getThirdPartyProductInstallationType();
+    for (remediateMetadata& row : remMetadataForCVE) {
+        setAbortedRemStatusToAborted();
+        if (cancelAllRem) {
+            zlog::debug(
+                "[Remediation Manager] (installNonOsPatches) Since all Remediations are canceled, returning "
+                "... ");
+            return;
+        }
+        if (installNonOsRequest(row) == Next::phaseEnd) return;
+    }
+}
+
+RemediationManager::Next RemediationManager::installNonOsRequest(remediateMetadata& row) {
+    const std::string& key = RecordAccess::combinedCpes(row);
+    if (isAborted(key)) {
+        insertRemProgressInMap(key, REM_ABORTED);
+        return Next::aborted;
+    }
+    if (!RecordAccess::creEriDataPresent(row)) {
+        zlog::debug(
+            "[Remediation Manager] (installNonOsPatches) skipping entry for which parsing has failed");
+        return Next::block;
+    }
+    if (RecordAccess::osRemediation(row)) {
+        zlog::debug("[Remediation Manager] (installNonOsPatches) skipping OS entry ");
+        return Next::block;
+    }
+    creEriParsedData& entry = RecordAccess::creEriData(row);
+    std::vector<parsedEriData>& blocks = RecordAccess::blocks(entry);
+    zlog::debug(" [Remediation Manager] (installNonOsPatches) eriDataV.size = ", blocks.size());
+    Next next = Next::block;
+    for (parsedEriData& block : blocks) {
+        next = installNonOsBlock(row, entry, block);
+        if (next == Next::phaseEnd) return next;
+        if (next == Next::aborted) break;
+    }
+    setAbortedRemStatusToAborted();
+    if (next == Next::aborted) insertRemProgressInMap(key, REM_ABORTED);
+    return next;
+}
+
+RemediationManager::Next RemediationManager::installNonOsBlock(remediateMetadata& row,
+                                                               creEriParsedData& entry,
+                                                               parsedEriData& block) {
+    if (!zelor::isForThisPlatform(block)) return Next::block;
+    const std::string& key = RecordAccess::combinedCpes(row);
+    const std::string& patchId = RecordAccess::patchId(block);
+    zlog::debug(" [Remediation Manager] (installNonOsPatches) Installing non-MS patch for CVE: ",
+                RecordAccess::cve(entry));
+    const zelor::PatchStep step = zelor::patchStep(block, [&] { return verifyIfAlreadyAppliedRem(entry); });
+    if (step == zelor::PatchStep::nameless) {
+        zlog::error(
+            " [Remediation Manager] (installNonOsPatches) No patchId (or empty patchId) present in CRE-ERI "
+            "xml for cpe = "
+            "'",
+            key, "' and CVE = '", row.getCveOrCceId(), "'");
+        insertRemProgressInMap(key, REM_FAILED);
+        allRemFailed = true;
+        return Next::block;
+    }
+    int result = zelor::kInstallFailed;
+    bool usedBufferedCopy = false;
+    std::string path;
+    if (step == zelor::PatchStep::applied) {
+        zlog::debug(
+            "[Remediation Manager] (installNonOsPatches) verifyIfAlreadyAppliedRem returned true for non-MS "
+            "patch CVE "
+            "is: ",
+            RecordAccess::cve(entry));
+        insertRemProgressInMap(key, REM_SUCCESS);
+        anyRemSucceeded = true;
+        result = zelor::kInstalled;
+    } else if (step == zelor::PatchStep::misnamed) {
+        zlog::debug(
+            "[Remediation Manager] (installNonOsPatches) Patch name is not a valid patch .. Marking FAILED.");
+        insertRemProgressInMap(key, REM_INVALID_REQUEST);
+        allRemFailed = true;
+        return Next::block;
+    } else {
+        path = getFileFromRepo(patchId, key, RecordAccess::md5sum(block), usedBufferedCopy);
+        const Next next = afterNonOsFetch(key);
+        if (next != Next::block) return next;
+        result = installNonOsFile(row, block, path);
+    }
+    recordNonOsResult(row, entry, result);
+    if (result == zelor::kInstalled) {
+        if (usedBufferedCopy) cleanupBufferedPatch(patchId, path);
+        dropContent(row);
+    }
+    zlog::info(" [Remediation Manager] (installNonOsPatches) The remediation result for cpe = ", key,
+               " is \"", entry.getInstalledSuccessfully() ? "Succeeded" : "Failed", "\"");
+    return Next::block;
+}
+
+// What a cancel or an internal error during the fetch leads to.
+RemediationManager::Next RemediationManager::afterNonOsFetch(const std::string& key) {
+    setAbortedRemStatusToAborted();
+    if (cancelAllRem) return Next::phaseEnd;
+    if (isAborted(key)) return Next::aborted;
+    if (internalError) {
+        insertRemProgressInMap(key, REM_INTERNAL_FAILED);
+        return Next::phaseEnd;
+    }
+    return Next::block;
+}
+
+int RemediationManager::installNonOsFile(remediateMetadata& row, parsedEriData& block,
+                                         const std::string& path) {
+    // Third-party products install unattended whatever this setting says.
+    ConfigurationManager::GetInstance("")->getThirdPartyProductInstallationType();
+    insertRemProgressInMap(row.getCombinedCpes(), REM_INSTALLING);
+    boost::system::error_code error;
+    if (path.empty() || !boost::filesystem::exists(path, error)) {
+        zlog::error(" [Remediation Manager] The patch file '", path,
+                    "' DOES NOT exist OR it failed signature verification.");
+        return zelor::kFileUnavailable;
+    }
+    zlog::debug(" [Remediation Manager] (installNonOsPatches) The patch file path: ", path);
+    macPatchManager->setSilentModeOption(RecordAccess::silentModeCmd(block));
+    macPatchManager->setInstallOption(zelor::usesBundleInstaller(block));
+    zlog::debug(
+        " [Remediation Manager] (installNonOsPatches) Installing in silent mode, third-party product patch "
+        "= ",
+        path);
+    const std::string kind = zelor::installerKind(path);
+    const int result = kind.empty() ? zelor::kInstallFailed
+                                    : macPatchManager->install3rdPartyPatch(path, row.getPackageName(), kind);
+    addEntryInInstalledPatchesFile(result, RecordAccess::eriId(block));
+    return result;
+}
+
+void RemediationManager::recordNonOsResult(remediateMetadata& row, creEriParsedData& entry, int result) {
+    const std::string key = row.getCombinedCpes();
+    if (result == zelor::kInstalled) {
+        entry.setInstalledSuccessfully(true);
+        if (!rebootNeeded && getRebootStatus(entry)) rebootNeeded = true;
+        insertRemProgressInMap(key, REM_SUCCESS);
+        anyRemSucceeded = true;
+        return;
+    }
+    allRemFailed = true;
+    if (result == zelor::kFileUnavailable) {
+        insertRemProgressInMap(key, REM_FILE_UNAVAILABLE);
+        return;
+    }
+    entry.setInstalledSuccessfully(false);
+    insertRemProgressInMap(key,
+                           result == zelor::kInstallFailed ? REM_FAILED : static_cast<REM_PROGRESS>(result));
+}

@@ -1,0 +1,127 @@
+#include <boost/filesystem/operations.hpp>
+#include <boost/filesystem/path.hpp>
+#include <exception>
+#include <utility>
+
+#include "base/Strings.h"
+#include "collaborators/ConfigurationManager.h"
+#include "collaborators/DownloadManager.h"
+#include "platform/Log.h"
+#include "remediation/RecordAccess.h"
+#include "remediation/RemediationManager.h"
+#include "remediation/buffer/BufferFolders.h"
+#include "remediation/buffer/PatchSize.h"
+#include "remediation/fetch/PatchName.h"
+
+namespace zlog = zelor::log;
+namespace fs = boost::filesystem;
+
+namespace {
+
+constexpr int kHttpOk = 200;
+constexpr unsigned long kFallbackRate = 1024;
+
+}  // namespace
+
+void RemediationManager::bufferPatches(std::map<std::string, std::string> requests) {
+    zlog::debug("  >>> [Remediation Manager] Inside bufferPatches ...");
+    try {
+        setovalIdMap(std::move(requests));
+        parseCreEriForSupersedesTrue();
+        for (const std::vector<remediateMetadata>* rows : {&remMetadataForCVE, &remMetadataForCCE}) {
+            if (!rows->empty() && !bufferingIsCancelled()) downloadPatchForBuffering(*rows);
+        }
+    } catch (const std::exception& problem) {
+        zlog::error(" [Remediation Manager] Buffering ended with an unexpected error: ", problem.what());
+    }
+}
+
+bool RemediationManager::bufferingIsCancelled() {
+    return cancelAllRem || boost::this_thread::interruption_requested();
+}
+
+void RemediationManager::downloadPatchForBuffering(std::vector<remediateMetadata> requests) {
+    if (!zelor::bufferFoldersAreOurs()) return;
+    for (remediateMetadata& request : requests) {
+        // The system's own updater fetches OS updates; they have no archive.
+        if (!RecordAccess::creEriDataPresent(request) || RecordAccess::osRemediation(request)) continue;
+        for (parsedEriData& block : RecordAccess::blocks(RecordAccess::creEriData(request))) {
+            if (bufferingIsCancelled()) return;
+            bufferBlock(block);
+        }
+    }
+}
+
+void RemediationManager::bufferBlock(parsedEriData& block) {
+    const std::string patchId = trimString(RecordAccess::patchId(block));
+    const std::string md5sum = trimString(RecordAccess::md5sum(block));
+    if (patchId == "empty") return;
+    const std::string unsafe = patchId.empty() ? "it is empty" : zelor::whyUnsafeFileName(patchId);
+    if (!unsafe.empty()) {
+        zlog::error("[Remediation Manager] (downloadPatchForBuffering) The patch name '", patchId,
+                    "' is refused: ", unsafe);
+        return;
+    }
+    if (patchIsAlreadyBuffered(patchId, md5sum, bufferedListPath())) {
+        zlog::debug("[Remediation Manager] (downloadPatchForBuffering) patch \"", patchId,
+                    "\" is already buffered and is latest.");
+        return;
+    }
+    zelor::PatchName name = zelor::cutFourCharacters(patchId);
+    std::string archivePath = ConfigurationManager::GetInstance("")->getBufferPatchesDir() +
+                              fs::path::preferred_separator + name.stem + ".zip";
+    if (downloadSizeExceedsAllotedSize(RecordAccess::patchSize(block))) {
+        zlog::debug("[Remediation Manager] (downloadPatchForBuffering) Patch \"", patchId,
+                    "\" buffering skipped as it is exceeding the alloted size for bufferedpatches dir");
+        return;
+    }
+    const unsigned long rate = getBpsInPercentOfBandwidth();
+    zlog::debug("[Remediation Manager] (downloadPatchForBuffering) Patch '", patchId,
+                "' will be buffered at ", rate, " bytes/second");
+    if (bufferingIsCancelled()) return;
+    if (downloadFileFromRepo(std::move(name.stem), archivePath, std::move(name.extension), true, rate) == 0) {
+        addPatchBufferedEntry(patchId, md5sum, bufferedListPath());
+    } else {
+        zlog::debug("[Remediation Manager] (downloadPatchForBuffering) Dowdnload patch failed for patch = ",
+                    patchId);
+    }
+}
+
+bool RemediationManager::downloadSizeExceedsAllotedSize(std::string patchSize) {
+    ConfigurationManager* configuration = ConfigurationManager::GetInstance("");
+    const std::string allotted = configuration->getBufferPatchesDirSize();
+    long current = 0;
+    getFoldersize(configuration->getBufferPatchesDir(), current);
+    zlog::debug("[Remediation Manager] (downloadSizeExceedsAllotedSize) allotedSize in conf = ", allotted,
+                ", currentBufferDirSize = ", current);
+    const zelor::PatchSize size = zelor::parsePatchSize(patchSize);
+    zlog::debug("[Remediation Manager] (downloadSizeExceedsAllotedSize) patchSizeNumber = ", size.number,
+                ", sizeUnit = ", size.unit, ", currentPatchSize (in bytes) = ", size.bytes);
+    return size.bytes > zelor::budgetBytes(allotted) - current;
+}
+
+void RemediationManager::getFoldersize(std::string dir, long& size) {
+    try {
+        for (const fs::directory_entry& entry : fs::directory_iterator(dir)) {
+            if (fs::is_directory(entry.symlink_status())) {
+                getFoldersize(entry.path().string(), size);
+            } else {
+                size += static_cast<long>(fs::file_size(entry.path()));
+            }
+        }
+    } catch (const std::exception&) {
+        zlog::debug("[Remediation Manager] (getFoldersize) getting file size threw exception");
+    }
+}
+
+unsigned long RemediationManager::getBpsInPercentOfBandwidth() {
+    int status = 0;
+    const unsigned long speed = DownloadManager(installPath, false).GetDownloadSpeed(status);
+    if (status != kHttpOk) return kFallbackRate;
+    const std::string configured = ConfigurationManager::GetInstance("")->getBufferSpeedPercent();
+    const int percent = zelor::leadingInt(configured);
+    const unsigned long rate = zelor::shareOfBandwidth(speed, percent);
+    zlog::debug("[Remediation Manager] (getBpsInPercentOfBandwidth) speedPercent = ", percent,
+                ". speedPercentStr = ", configured, ". bytespersecond = ", rate);
+    return rate;
+}

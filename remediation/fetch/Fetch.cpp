@@ -1,0 +1,149 @@
+#include <boost/bind/bind.hpp>
+#include <boost/filesystem/operations.hpp>
+#include <boost/filesystem/path.hpp>
+#include <exception>
+#include <utility>
+#include <vector>
+
+#include "base/TrustedFolder.h"
+#include "collaborators/ConfigurationManager.h"
+#include "collaborators/FileSignVerifier.h"
+#include "collaborators/RemediationResourceDownloader.h"
+#include "collaborators/ZipUtils.h"
+#include "platform/Log.h"
+#include "remediation/RemediationManager.h"
+#include "remediation/fetch/PatchName.h"
+
+namespace zlog = zelor::log;
+namespace fs = boost::filesystem;
+
+namespace {
+
+constexpr char kSeparator = fs::path::preferred_separator;
+
+// A cancel that was withdrawn while it stopped the download costs a new attempt, but not without end.
+constexpr int kDownloadAttempts = 4;
+
+bool fileExists(const std::string& path) {
+    boost::system::error_code error;
+    return fs::exists(path, error);
+}
+
+void unpack(const std::string& archivePath, const std::string& directory) {
+    std::vector<char> archive(archivePath.c_str(), archivePath.c_str() + archivePath.size() + 1);
+    std::vector<char> destination(directory.c_str(), directory.c_str() + directory.size() + 1);
+    std::make_unique<ZipUtils>()->Unzip(archive.data(), destination.data());
+}
+
+}  // namespace
+
+std::string RemediationManager::getFileFromRepo(std::string fileName, std::string remKey,
+                                                std::string bufferMatch, bool& usedBufferedCopy) {
+    zlog::debug(" [Remediation Manager] Inside getFileFromRepo: File to download is : ", fileName);
+    usedBufferedCopy = false;
+    const auto name = zelor::splitAtLastDot(fileName);
+    const std::string unsafe = name ? zelor::whyUnsafeFileName(fileName) : "it has no extension";
+    if (!unsafe.empty()) {
+        zlog::error(" [Remediation Manager] Inside getFileFromRepo: The file name '", fileName,
+                    "' is refused: ", unsafe, ". ");
+        return "";
+    }
+    const std::string problem = zelor::prepareFolder(contentDownloadDir);
+    if (!problem.empty()) {
+        zlog::error(" [Remediation Manager] Inside getFileFromRepo: The content directory '",
+                    contentDownloadDir, "' is refused: ", problem);
+        return "";
+    }
+    std::string archivePath = contentDownloadDir + kSeparator + name->stem + ".zip";
+    if (patchIsAlreadyBuffered(fileName, bufferMatch, bufferedListPath())) {
+        archivePath =
+            ConfigurationManager::GetInstance("")->getBufferPatchesDir() + kSeparator + name->stem + ".zip";
+        usedBufferedCopy = true;
+    } else {
+        insertRemProgressInMap(remKey, REM_DOWNLOADING);
+        download(name->stem, archivePath, name->extension, remKey);
+    }
+    if (internalError || cancelAllRem) return "";
+    if (!fileExists(archivePath)) {
+        zlog::error(" [Remediation Manager] Inside getFileFromRepo: GetResource returned NULL. ");
+        return "";
+    }
+    insertRemProgressInMap(remKey, REM_DOWNLOADED);
+    unpack(archivePath, contentDownloadDir);
+    const std::string filePath = contentDownloadDir + kSeparator + fileName;
+    return verifySignature(filePath, name->extension) == 0 ? filePath : "";
+}
+
+void RemediationManager::download(const std::string& stem, std::string& archivePath,
+                                  const std::string& extension, const std::string& remKey) {
+    for (int attempt = 0; attempt < kDownloadAttempts; ++attempt) {
+        if (!startDownload(stem, archivePath, extension, remKey)) return;
+        awaitDownload();
+        const bool wanted = !internalError && !cancelAllRem && !isCancelled(remKey);
+        if (!downloadInterrupted || !wanted || fileExists(archivePath)) return;
+    }
+}
+
+bool RemediationManager::startDownload(const std::string& stem, std::string& archivePath,
+                                       const std::string& extension, const std::string& remKey) {
+    const boost::unique_lock<boost::mutex> lock(thread_mutex);
+    currentRemId = remKey;
+    downloadInterrupted = false;
+    downloadThreadDone = false;
+    if (cancelAllRem || cancelRemMap.count(remKey) != 0)
+        return false;  // its interruption came before the thread
+    try {
+        download_thread = boost::thread(boost::bind(&RemediationManager::downloadFileFromRepo, this, stem,
+                                                    boost::ref(archivePath), extension, false, 0UL));
+        return true;
+    } catch (const std::exception& problem) {
+        zlog::error(" [Remediation Manager] Inside getFileFromRepo: No thread for the download: ",
+                    problem.what());
+        return false;
+    }
+}
+
+// The member handle is used under thread_mutex alone, since a cancel may look at it at any moment; so the end
+// is awaited by its flag, and the thread, which is over then, is joined by a handle of our own.
+void RemediationManager::awaitDownload() {
+    {
+        std::unique_lock<std::mutex> lock(downloadEndMutex);
+        downloadEnd.wait(lock, [this] { return downloadThreadDone.load(); });
+    }
+    boost::thread ended;
+    {
+        const boost::unique_lock<boost::mutex> lock(thread_mutex);
+        ended = std::move(download_thread);
+    }
+    const boost::this_thread::disable_interruption whole;
+    if (ended.joinable()) ended.join();
+    downloadThreadDone = false;
+}
+
+int RemediationManager::downloadFileFromRepo(std::string stem, std::string& archivePath,
+                                             std::string extension, bool rateLimited,
+                                             unsigned long bytesPerSecond) {
+    int result = -1;
+    try {
+        result = RemediationResourceDownloader::GetInstance()->getResource(
+            std::move(stem), archivePath, std::move(extension), installPath, rateLimited, bytesPerSecond);
+    } catch (const std::exception& problem) {
+        zlog::error(" [Remediation Manager] (downloadFileFromRepo) The download ended with an error: ",
+                    problem.what());
+    } catch (...) {
+        zlog::error(" [Remediation Manager] (downloadFileFromRepo) The download was interrupted.");
+    }
+    const std::lock_guard<std::mutex> lock(downloadEndMutex);
+    downloadThreadDone = true;
+    downloadEnd.notify_all();
+    return result;
+}
+
+int RemediationManager::verifySignature(std::string filePath, std::string extension) {
+    const auto verifier = std::make_unique<FileSignVerifier>();
+    verifier->SetFileName(filePath);
+    verifier->SetSigFileName(zelor::signaturePath(filePath, extension));
+    if (verifier->verify() != 0) return 0;
+    zlog::error("[Remediation Manager] File Signature Verfication Failed! File Name is: ", filePath);
+    return -1;
+}

@@ -1,0 +1,54 @@
+#include "remediation/intake/ContentRules.h"
+
+#include <algorithm>
+
+#include "base/Strings.h"
+#include "remediation/RecordAccess.h"
+
+namespace zelor {
+
+bool isOsRemediation(const std::vector<parsedEriData>& blocks) {
+    return std::any_of(blocks.begin(), blocks.end(), [](const parsedEriData& block) {
+        const std::string& product = RecordAccess::productCpe(block);
+        return (hasBeginningInAnyCase(product, "cpe:/a:apple") ||
+                hasBeginningInAnyCase(product, "cpe:/o:apple")) &&
+               hasBeginningInAnyCase(RecordAccess::instructions(block), "os remediation");
+    });
+}
+
+bool asksForReboot(const creEriParsedData& entry) {
+    const std::vector<parsedEriData>& blocks = RecordAccess::blocks(entry);
+    return std::any_of(blocks.begin(), blocks.end(),
+                       [](const parsedEriData& block) { return RecordAccess::reboot(block); });
+}
+
+bool countsAsApplied(const creEriParsedData& entry,
+                     const std::function<bool(const std::string& eriId)>& isRecorded) {
+    const std::vector<std::string>& eriIds = RecordAccess::eriIds(entry);
+    return std::any_of(eriIds.begin(), eriIds.end(), isRecorded);
+}
+
+bool namesPatchFile(const std::string& patchId) {
+    return contains(patchId, ".");
+}
+
+bool isForThisPlatform(const parsedEriData& block) {
+    return RecordAccess::mskbId(block).empty();
+}
+
+PatchStep patchStep(const parsedEriData& block, const std::function<bool()>& alreadyApplied) {
+    const std::string& patchId = RecordAccess::patchId(block);
+    if (patchId.empty()) return PatchStep::nameless;
+    if (alreadyApplied()) return PatchStep::applied;
+    return namesPatchFile(patchId) ? PatchStep::install : PatchStep::misnamed;
+}
+
+bool usesBundleInstaller(const parsedEriData& block) {
+    return contains(lowerCased(RecordAccess::instructions(block)), "using install option");
+}
+
+bool installsVendorUpdates(const std::string& installationType) {
+    return lowerCased(installationType) != "interactive";
+}
+
+}  // namespace zelor

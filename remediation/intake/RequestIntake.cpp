@@ -1,0 +1,81 @@
+#include <algorithm>
+#include <utility>
+
+#include "base/Strings.h"
+#include "collaborators/CacheStore.h"
+#include "platform/Log.h"
+#include "remediation/RemediationManager.h"
+#include "remediation/intake/RequestParsing.h"
+
+namespace zlog = zelor::log;
+
+namespace {
+
+// About as many rows as there will be: blanks before an identifier are not looked for here.
+std::size_t countConfigurations(const std::map<std::string, std::string>& requests) {
+    return static_cast<std::size_t>(std::count_if(requests.begin(), requests.end(), [](const auto& request) {
+        return zelor::hasBeginning(request.second, "CCE-");
+    }));
+}
+
+}  // namespace
+
+void RemediationManager::parseCreEriForSupersedesTrue() {
+    const std::set<std::string> specialCases = CacheStore::GetSplCaseCPEs();
+    {
+        const boost::unique_lock<boost::mutex> lock(inputMapmutex);
+        const std::size_t configurations = countConfigurations(ovalIdMap);
+        remMetadataForCCE.reserve(remMetadataForCCE.size() + configurations);
+        remMetadataForCVE.reserve(remMetadataForCVE.size() + ovalIdMap.size() - configurations);
+        for (const auto& [key, identifier] : ovalIdMap) {
+            recordProgress(key, REM_QUEUED);
+            if (cancelAllRem) return;
+            parseRequest(key, identifier, specialCases);
+        }
+    }
+    for (std::vector<remediateMetadata>* rows : {&remMetadataForCVE, &remMetadataForCCE}) {
+        if (rows->empty()) continue;
+        getAndParseCreEriForSupersedesTrue(*rows);
+        if (cancelAllRem) return;
+    }
+    zlog::debug(" <<< [Remediation Manager] (parseCreEriForSupersedesTrue) DONE!! ...");
+}
+
+void RemediationManager::parseRequest(const std::string& key, const std::string& identifier,
+                                      const std::set<std::string>& specialCases) {
+    if (isAborted(key)) {
+        insertRemProgressInMap(key, REM_ABORTED);
+        return;
+    }
+    const std::string trimmedKey = trimString(key);
+    if (trimmedKey.empty()) return;
+    const std::string id = trimString(identifier);
+    const bool configuration = zelor::isConfiguration(id);
+    zelor::RequestKey request = zelor::parseRequestKey(trimmedKey, configuration);
+    if (!configuration) {
+        zlog::debug(" [Remediation Manager] (parseCreEriForSupersedesTrue) PackageName is   : ",
+                    request.packageName);
+    }
+    zlog::debug(" [Remediation Manager] (parseCreEriForSupersedesTrue) Combined cpe is : ", key);
+    zlog::debug(" [Remediation Manager] (parseCreEriForSupersedesTrue) CVE or CCE is   : ", id);
+    const zelor::CpeCount count = zelor::cpeCount(request);
+    if (count == zelor::CpeCount::none) {
+        zlog::error(" [Remediation Manager] No CPEs given by UI for CVE/CCE :", id);
+        insertRemProgressInMap(key, REM_INVALID_REQUEST);
+        return;
+    }
+    if (count == zelor::CpeCount::tooMany) {
+        zlog::error(" [Remediation Manager] More than 2 CPEs given by UI for CVE/CCE :", id,
+                    "and cpes are: ", trimmedKey);
+        insertRemProgressInMap(key, REM_INVALID_REQUEST);
+        return;
+    }
+    zelor::RequestTarget target = zelor::requestTarget(request.cpes, systemPlatformCpe, specialCases);
+    remediateMetadata row;
+    row.setCombinedCpes(key);
+    row.setCveOrCceId(id);
+    row.setPackageName(std::move(request.packageName));
+    row.setPlatformCpe(std::move(target.platformCpe));
+    row.setProductCpe(std::move(target.productCpe));
+    (configuration ? remMetadataForCCE : remMetadataForCVE).push_back(std::move(row));
+}

@@ -1,0 +1,49 @@
+#include "remediation/intake/RequestParsing.h"
+
+#include <algorithm>
+
+#include "base/Strings.h"
+
+namespace zelor {
+
+std::string progressKey(const std::string& requestKey) {
+    const auto at = requestKey.find("||");
+    const bool underCpe = at != std::string::npos && requestKey.find("oval:", at + 2) != std::string::npos;
+    return underCpe ? requestKey.substr(0, at) : requestKey;
+}
+
+RequestKey parseRequestKey(const std::string& trimmedKey, bool configuration) {
+    const std::vector<std::string> parts = splitInTwo(trimmedKey, "||");
+    RequestKey request;
+    if (!configuration && parts.size() > 1) request.packageName = parts[1];
+    std::string list = parts[0];
+    if (hasEnding(list, ",")) list.pop_back();
+    request.cpes = splitCompressed(list, ',');
+    const auto isEmpty = [](const std::string& cpe) { return cpe.empty(); };
+    if (std::all_of(request.cpes.begin(), request.cpes.end(), isEmpty)) request.cpes.clear();
+    return request;
+}
+
+bool isConfiguration(const std::string& identifier) {
+    return hasBeginning(identifier, "CCE-");
+}
+
+CpeCount cpeCount(const RequestKey& request) {
+    if (request.cpes.empty()) return CpeCount::none;
+    return request.cpes.size() > 2 ? CpeCount::tooMany : CpeCount::usable;
+}
+
+RequestTarget requestTarget(const std::vector<std::string>& cpes, const std::string& defaultPlatformCpe,
+                            const std::set<std::string>& specialCases) {
+    RequestTarget target{defaultPlatformCpe, ""};
+    for (const std::string& cpe : cpes) {
+        if (hasBeginning(cpe, "cpe:/o")) {
+            (specialCases.count(cpe) != 0 ? target.productCpe : target.platformCpe) = cpe;
+        } else if (hasBeginning(cpe, "cpe:/a")) {
+            target.productCpe = cpe;
+        }
+    }
+    return target;
+}
+
+}  // namespace zelor
