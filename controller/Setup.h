@@ -36,8 +36,9 @@ void requireUsableSettings(const Place& place);
 /// Changes nothing.
 void checkContentDir(const Place& place);
 
-/// Makes the directories that a command writes to where they are missing; on the system itself for their owner
-/// alone, and an InputError when another user could replace one. `contentDir` is made for its owner alone.
+/// Makes the directories that a command writes to where they are missing; on the system itself for their
+/// owner alone, and an InputError when another user could replace one. `contentDir` is made for its owner
+/// alone.
 void prepareFolders(const Place& place, bool contentDir);
 
 /// The same for a command that only looks: what it writes is the log and the cache of content.
