@@ -55,7 +55,7 @@ foreach(page README.md ARCHITECTURE.md CHANGELOG.md CONTRIBUTING.md SECURITY.md)
         install(FILES ${page} DESTINATION ${zelor_doc_dir})
     endif()
 endforeach()
-install(DIRECTORY examples/embed DESTINATION ${zelor_doc_dir}/examples)
+install(DIRECTORY examples/embed DESTINATION ${zelor_doc_dir}/examples USE_SOURCE_PERMISSIONS)
 
 find_program(ZELOR_DPKG dpkg)
 if(ZELOR_BUILD_TOOLS)

@@ -67,15 +67,22 @@ std::string parentOf(const std::string& path) {
     return slash == 0 || slash == std::string::npos ? "/" : path.substr(0, slash);
 }
 
-void requireFolder(const std::string& path, bool make) {
-    if (make && !makeFolders(path)) {
+/// Makes a missing directory: below a root as it comes, on the system itself only where no other user can
+/// replace it, and closed to others.
+void requireFolder(const std::string& path, bool belowRoot) {
+    if (belowRoot && !makeFolders(path)) {
         throw InputError("cannot make the folder " + path + ": " + errorText(errno) +
                          "; correct its place or rights");
     }
     struct stat info {};
-    if (::stat(path.c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) {
-        throw InputError("the folder " + path +
-                         " does not exist; install the agent, or make the folder as root");
+    if (::stat(path.c_str(), &info) != 0 && errno == ENOENT) {
+        const std::string problem = prepareFolder(path);
+        if (!problem.empty()) {
+            throw InputError("the directory " + path + " is missing and cannot be made: " + problem +
+                             "; run as root, or make it for root alone (mode 0700)");
+        }
+    } else if (!S_ISDIR(info.st_mode)) {
+        throw InputError(path + " is no directory; move it away");
     }
     if (::access(path.c_str(), W_OK | X_OK) != 0) {
         throw InputError("the folder " + path + " cannot be written: " + errorText(errno) +

@@ -36,9 +36,9 @@ void requireUsableSettings(const Place& place);
 /// Changes nothing.
 void checkContentDir(const Place& place);
 
-/// Makes the folders that a command writes to where they are missing: below a root; on the system itself they
-/// are the installer's business, and a missing one is an InputError. `contentDir` is made in both cases, for
-/// its owner alone.
+/// Makes the directories that a command writes to where they are missing; on the system itself for their
+/// owner alone, and an InputError when another user could replace one. `contentDir` is made for its owner
+/// alone.
 void prepareFolders(const Place& place, bool contentDir);
 
 /// The same for a command that only looks: what it writes is the log and the cache of content.

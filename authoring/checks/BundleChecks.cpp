@@ -1,10 +1,44 @@
 #include "authoring/checks/BundleChecks.h"
 
-#include <boost/filesystem/operations.hpp>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <boost/filesystem/operations.hpp>
+#include <iterator>
+#include <string_view>
+
+#include "agent/Files.h"
 #include "remediation/fetch/PatchName.h"
 
 namespace zelor {
+
+namespace {
+
+/// A text by which a kind of disk image is known, and where it is; from the end when negative.
+struct ImageMark {
+    off_t at;
+    std::string_view text;
+};
+constexpr ImageMark imageMarks[] = {
+    {-512, "koly"},     // UDIF, what hdiutil create makes
+    {0x8001, "CD001"},  // ISO 9660
+    {512, "EFI PART"},  // a raw disk with a GUID partition map
+    {0, "ER"},          // one with an Apple partition map
+    {1024, "H+"},       // a raw HFS Plus volume
+    {1024, "HX"},       // the same, case-sensitive
+    {32, "NXSB"},       // a raw APFS container
+};
+
+bool hasMark(int file, off_t size, const ImageMark& mark) {
+    std::string found(mark.text.size(), '\0');
+    const off_t at = mark.at < 0 ? size + mark.at : mark.at;
+    if (at < 0) return false;
+    return ::pread(file, found.data(), found.size(), at) == static_cast<ssize_t>(found.size()) &&
+           found == mark.text;
+}
+
+}  // namespace
 
 Findings kindFindings(const std::string& place, const std::string& patchId, bool script,
                       const std::string& path) {
@@ -28,6 +62,19 @@ Findings kindFindings(const std::string& place, const std::string& patchId, bool
                  "publish a folder " + patchId + " that holds the bundle " + patchId}};
     }
     return {};
+}
+
+Findings imageFindings(const std::string& place, const std::string& patchId, const std::string& path) {
+    const UniqueFd file = openRegularFile(path);
+    const off_t size = ::lseek(file.get(), 0, SEEK_END);
+    const bool known = std::any_of(std::begin(imageMarks), std::end(imageMarks),
+                                   [&](const ImageMark& mark) { return hasMark(file.get(), size, mark); });
+    if (known) return {};
+    return {{Severity::warning, place,
+             "\"" + patchId +
+                 "\" is no disk image of a known kind; when it cannot be attached, nothing is installed and "
+                 "the request reads success",
+             "make it with hdiutil create, and rehearse the entry before you publish it"}};
 }
 
 }  // namespace zelor

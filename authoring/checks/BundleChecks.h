@@ -11,4 +11,8 @@ namespace zelor {
 Findings kindFindings(const std::string& place, const std::string& patchId, bool script,
                       const std::string& path);
 
+/// Whether the file at `path` can be a disk image: agents report success for one that cannot be attached.
+/// Throws std::runtime_error when it cannot be read.
+Findings imageFindings(const std::string& place, const std::string& patchId, const std::string& path);
+
 }  // namespace zelor

@@ -5,6 +5,7 @@
 #include "authoring/checks/NameChecks.h"
 #include "authoring/manifest/SizeText.h"
 #include "base/Strings.h"
+#include "remediation/fetch/PatchName.h"
 
 namespace zelor {
 
@@ -74,6 +75,13 @@ void checkEri(const ContentEntry& entry, const ContentEri& eri, Findings& findin
         return;
     }
     append(findings, patchNameFindings(place, eri.patchId, isConfiguration(entry.identifier)));
+    const bool image = !isConfiguration(entry.identifier) && installerKind(eri.patchId) == "dmg";
+    if (image && usesBundleInstaller(eri) && eri.silent.empty()) {
+        add(Severity::warning,
+            "its instructions say \"using install option\" without silent: the shell refuses its command, so "
+            "a bundle on the image is not installed and the request reads success",
+            "name the bundle's installer in silent, or take the words out so that the bundle is copied");
+    }
     if (eri.size.empty()) return;
     if (const std::string why = whySizeMisleads(eri.size); !why.empty()) {
         add(Severity::warning, "size \"" + eri.size + "\" " + why,

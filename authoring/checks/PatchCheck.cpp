@@ -1,5 +1,6 @@
 #include "authoring/checks/PatchCheck.h"
 
+#include <algorithm>
 #include <boost/filesystem.hpp>
 #include <set>
 
@@ -115,6 +116,10 @@ class PatchCheck {
             if (use.script && fs::is_regular_file(path_)) append(scriptFindings(place_, path_));
             if (use.script) break;
         }
+        const bool installed =
+            std::any_of(uses_.begin(), uses_.end(), [](const PatchUse& use) { return !use.script; });
+        if (installed && installerKind(patchId_) == "dmg" && fs::is_regular_file(path_))
+            append(imageFindings(place_, patchId_, path_));
     }
 
     void checkAgainstContent() {

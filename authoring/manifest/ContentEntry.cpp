@@ -14,4 +14,8 @@ bool isOsRemediation(const ContentEri& eri) {
            hasBeginning(lowerCased(eri.instructions), "os remediation");
 }
 
+bool usesBundleInstaller(const ContentEri& eri) {
+    return contains(lowerCased(eri.instructions), "using install option");
+}
+
 }  // namespace zelor

@@ -40,4 +40,7 @@ bool isConfiguration(const std::string& identifier);
 /// True when the system's own updater installs it, without a file from the repository.
 bool isOsRemediation(const ContentEri& eri);
 
+/// True when a bundle on its disk image is run with its own installer.
+bool usesBundleInstaller(const ContentEri& eri);
+
 }  // namespace zelor

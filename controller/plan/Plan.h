@@ -76,7 +76,8 @@ struct PlanFacts {
     std::string contentDir;
     std::string applications;
     std::string mountPoint;
-    std::string bufferedList;  ///< its text
+    bool mountPointInUse = false;  ///< it holds something already
+    std::string bufferedList;      ///< its text
     std::map<std::string, std::uint64_t> bufferFiles;
     std::map<std::string, std::uint64_t> partialFiles;
 

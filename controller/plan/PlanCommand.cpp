@@ -116,6 +116,9 @@ class Looker {
         facts.contentDir = place_.contentDir;
         facts.applications = underSystemRoot(APPFOLDER);
         facts.mountPoint = underSystemRoot(diskImageMountPoint);
+        boost::system::error_code unreadable;
+        const fs::directory_iterator mounted(facts.mountPoint, unreadable);
+        facts.mountPointInUse = !unreadable && mounted != fs::directory_iterator();
         if (buffer) facts.bufferedList = status_.bufferedList;
         if (buffer) facts.bufferFiles = sizesByName(status_.bufferFiles);
         for (const SizedFile& file : status_.partial)

@@ -48,7 +48,7 @@ class Forecast {
     void patch(Row& row);
     PlannedStep patchBlock(Row& row, parsedEriData& block, ProgressValue& value);
     void installFile(Row& row, parsedEriData& block, PlannedStep& step, ProgressValue& value);
-    void describeInstaller(parsedEriData& block, const std::string& kind, PlannedStep& step) const;
+    void describeInstaller(Row& row, parsedEriData& block, const std::string& kind, PlannedStep& step) const;
 
     void update(Row& row);
     void installLabels(PlannedRequest& request, const UpdateSelection& selection);
@@ -268,11 +268,12 @@ void Forecast::installFile(Row& row, parsedEriData& block, PlannedStep& step, Pr
     }
     value = successValue;
     step.action = PlanAction::apply;
-    describeInstaller(block, kind, step);
+    describeInstaller(row, block, kind, step);
     succeed(block, *step.file);
 }
 
-void Forecast::describeInstaller(parsedEriData& block, const std::string& kind, PlannedStep& step) const {
+void Forecast::describeInstaller(Row& row, parsedEriData& block, const std::string& kind,
+                                 PlannedStep& step) const {
     const std::string path = pathOf(step.file->name);
     if (kind == "pkg") {
         step.commands = {installPackageCommand(path)};
@@ -282,9 +283,12 @@ void Forecast::describeInstaller(parsedEriData& block, const std::string& kind, 
         const std::string detach = detachCommand(facts_.mountPoint);
         step.commands = {detach, attachCommand(facts_.mountPoint, path), detach};
         const std::string& option = RecordAccess::silentModeCmd(block);
+        const bool runsNothing = usesBundleInstaller(block) && option.empty();
         const std::string bundle = !usesBundleInstaller(block) ? "copied to " + facts_.applications
-                                   : option.empty()            ? std::string("run with its own installer")
-                                                    : "run as " + silentInstallerCommand("BUNDLE", option);
+                                   : runsNothing               ? std::string("left alone")
+                                                 : "run as " + silentInstallerCommand("BUNDLE", option);
+        warn(row.request,
+             imageWarnings(step.file->name, runsNothing, facts_.mountPointInUse ? facts_.mountPoint : ""));
         step.note =
             "while it is attached, its first .app or .pkg: a package is installed, a bundle is " + bundle;
     }
@@ -332,7 +336,10 @@ void Forecast::installLabels(PlannedRequest& request, const UpdateSelection& sel
     } else if (last || selection.named) {  // a named product is content when there is nothing to install
         decide(request, successValue, PlanAction::apply, "");
     } else {
-        decide(request, failedValue, PlanAction::fail, "its last update is installed by then");
+        const bool blanks = isListedWithBlanks(request.labels.back(), *listing_);
+        decide(request, failedValue, PlanAction::fail,
+               blanks ? "its last update is listed with white space at its end, so its name is not known"
+                      : "its last update is installed by then");
     }
 }
 

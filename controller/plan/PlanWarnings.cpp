@@ -95,21 +95,56 @@ std::vector<std::string> patchWarnings(const std::string& name, const std::strin
     return warnings;
 }
 
+std::vector<std::string> imageWarnings(const std::string& name, bool runsNothing,
+                                       const std::string& occupied) {
+    std::vector<std::string> warnings = {
+        "when " + quoted(name) +
+        " cannot be attached, or has no .app or .pkg at its top, nothing is installed and the request reads "
+        "success; look at the installed product after the run"};
+    if (runsNothing) {
+        warnings.push_back("a bundle on " + quoted(name) +
+                           " is to run with its own installer, but the content names none in silent, so it "
+                           "runs nothing: the shell refuses its command, and the request reads success");
+    }
+    if (!occupied.empty()) {
+        warnings.push_back(occupied +
+                           " holds an image or files already: if the run cannot detach that, it is installed "
+                           "in place of " +
+                           quoted(name) + "; run hdiutil detach first");
+    }
+    return warnings;
+}
+
 std::string listedLabel(const std::string& line) {
     constexpr char labelled[] = "Label: ";
-    const std::string label = candidateLabel(line);
+    const std::string text = line.substr(0, line.find_last_not_of("\r\n") + 1);
+    const std::string label = candidateLabel(text) + text.substr(text.find_last_not_of(" \t") + 1);
     return hasBeginning(label, labelled) ? label.substr(sizeof labelled - 1) : label;
+}
+
+bool isListedWithBlanks(const std::string& label, const std::vector<std::string>& listing) {
+    const auto known = [&](const std::string& line) { return listedLabel(line) == label; };
+    const auto similar = [&](const std::string& line) { return trimmed(listedLabel(line)) == label; };
+    return std::none_of(listing.begin(), listing.end(), known) &&
+           std::any_of(listing.begin(), listing.end(), similar);
 }
 
 std::vector<std::string> updateWarnings(const UpdateSelection& selection,
                                         const std::vector<std::string>& listing) {
     std::vector<std::string> warnings;
     const std::vector<std::string> labels = labelsToInstall(selection);
+    for (const std::string& label : std::set<std::string>(labels.begin(), labels.end())) {
+        if (!isListedWithBlanks(label, listing)) continue;
+        warnings.push_back(quoted(label) +
+                           " is listed with white space at its end, but installed without: softwareupdate "
+                           "does not know it, so nothing is installed" +
+                           (selection.named ? " although the request reads success" : ""));
+    }
     if (selection.named) {
         const auto line = std::find_if(listing.begin(), listing.end(), [&](const std::string& one) {
             return listedLabel(one) == labels.front();
         });
-        if (line == listing.end()) {
+        if (line == listing.end() && warnings.empty()) {
             warnings.push_back("the name occurs inside another label: softwareupdate is asked for " +
                                quoted(labels.front()) +
                                ", which it does not list, so nothing is installed although the request can "

@@ -13,8 +13,17 @@ namespace zelor {
 std::vector<std::string> patchWarnings(const std::string& name, const std::string& sizeText,
                                        const std::string& path, bool script);
 
-/// The label as softwareupdate knows it, of a starred line in either of its forms.
+/// On the disk image `name`. `runsNothing`: a bundle on it is to run with its own installer, and the content
+/// names none. `occupied`: the mount point when it holds something already, else "".
+std::vector<std::string> imageWarnings(const std::string& name, bool runsNothing,
+                                       const std::string& occupied);
+
+/// The label as softwareupdate knows it, of a starred line in either of its forms: white space at its end is
+/// part of it.
 std::string listedLabel(const std::string& line);
+
+/// Whether a label is listed with white space at its end, without which it is installed and not known.
+bool isListedWithBlanks(const std::string& label, const std::vector<std::string>& listing);
 
 /// On the choice of updates for a request.
 std::vector<std::string> updateWarnings(const UpdateSelection& selection,

@@ -29,6 +29,11 @@ class ProgressTable;
 
 /// Remediates the findings of one request map.
 ///
+/// Every embedder calls six operations: the constructor, `setovalIdMap`, `setContentDownloadDir`,
+/// `remediate`, `getRemDone`, `getRemediationProgressMap`. The others of the groups Inputs, Results and
+/// Cancellation, and `bufferPatches`, serve when they are needed. What is marked as a step of the run is not
+/// for embedders: the run calls it.
+///
 /// Life: construct, set the inputs, call `remediate`, poll `getRemDone()` until it is true, then read the
 /// results. One manager serves one run. It must outlive its run: do not destroy it before `getRemDone()` is
 /// true.
@@ -77,9 +82,9 @@ class ZELOR_API RemediationManager {
 
     // Run
 
-    /// Starts the run on a thread of its own and returns at once.
+    /// Starts the run on a thread of its own and returns at once. `option` is kept and has no effect.
     void remediate(bool option);
-    /// The run itself, on the calling thread. Ends with `getRemDone()` true in every case.
+    /// A step of the run: all of it, on the calling thread. Ends with `getRemDone()` true in every case.
     void concertedRemediationStart();
 
     // Results
@@ -109,7 +114,7 @@ class ZELOR_API RemediationManager {
     /// Interrupts the download in hand. The caller holds `thread_mutex`.
     void terminateKillableThreads();
 
-    // Progress
+    // Progress (steps of the run)
 
     /// Records a state. 4 and 5 to 11 pass through the collective rule first.
     void insertRemProgressInMap(std::string key, REM_PROGRESS progress);
@@ -122,7 +127,7 @@ class ZELOR_API RemediationManager {
     void setAbortedRemStatusToAborted();
     bool thisRemIsAborted(std::string id);
 
-    // Request parsing and content
+    // Request parsing and content (steps of the run)
 
     void parseCreEriForSupersedesTrue();
     void getAndParseCreEriForSupersedesTrue(std::vector<remediateMetadata>& rows);
@@ -131,7 +136,7 @@ class ZELOR_API RemediationManager {
     void reArrangeRemMetadata();
     bool checkIfSilentModeSupported(remediateMetadata request);
 
-    // Fetch, records, buffering
+    // Fetch, records, buffering (steps of the run, except bufferPatches)
 
     /// Gets the named file into the content directory, from the buffer or the repository, and checks its
     /// signature. Returns its path, or "" on any failure. `usedBufferedCopy` tells whether the buffered
@@ -164,7 +169,7 @@ class ZELOR_API RemediationManager {
     /// The rate for buffering in bytes per second.
     unsigned long getBpsInPercentOfBandwidth();
 
-    // Installation
+    // Installation (steps of the run)
 
     void applyConfigs();
     void installPatches();
@@ -173,7 +178,7 @@ class ZELOR_API RemediationManager {
     bool getRebootStatus(creEriParsedData& creEri);
     void emptyTheContentDirectory();
 
-    // Strings
+    // Strings (helpers of the steps of the run)
 
     bool stringHasEnding(const std::string& text, const std::string& ending);
     bool wstringHasEnding(const std::wstring& text, const std::wstring& ending);

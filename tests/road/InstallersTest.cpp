@@ -97,6 +97,7 @@ TEST_F(Installers, ImagesWithAPackageABundleOrNeither) {
     EXPECT_EQ(dmg(image("Neither")), 0) << "an image without either counts as installed";
     writeFile(road.dir / "src/broken.dmg", "no image");
     EXPECT_EQ(dmg(road.dir / "src/broken.dmg"), 0) << "so does one that cannot be attached";
+    EXPECT_TRUE(road.logged("[MacPatchManager] Installation SUCCESS!! Error in disk unmounting!!"));
 
     fault("--package", "com.example.editor", "fail");
     EXPECT_EQ(dmg(road.dir / "src/WithPackage.dmg"), -1);
@@ -115,6 +116,16 @@ TEST_F(Installers, ABusyImageStaysAndIsClearedByTheNextOne) {
     EXPECT_TRUE(road.logged("[MacPatchManager] Installation SUCCESS!! Disk unmounted successfully!!"));
 }
 
+TEST_F(Installers, ABusyImageIsInstalledInPlaceOfTheNextOne) {
+    for (const std::string name : {"Old", "New"})
+        writeFile(road.dir / ("src/" + name + "/Player.app/Contents/version"), name);
+    fault("--image", "Old", "busy");
+    EXPECT_EQ(dmg(image("Old")), 0);
+    fs::remove_all(road.dir / "Applications/Player.app");
+    EXPECT_EQ(dmg(image("New")), 0);
+    EXPECT_EQ(readFile(road.dir / "Applications/Player.app/Contents/version"), "Old");
+}
+
 TEST_F(Installers, ABundlesOwnInstallerOnAnImage) {
     const std::string setup = road.dir / "src/Setup/Setup.app/Contents/MacOS/setup";
     writeFile(setup, "#!/bin/sh\necho \"$1\" > '" + road.dir / "ran" + "'\n");
@@ -125,6 +136,11 @@ TEST_F(Installers, ABundlesOwnInstallerOnAnImage) {
     EXPECT_EQ(dmg(path), 0);
     EXPECT_EQ(readFile(road.dir / "ran"), "--quiet\n");
     EXPECT_FALSE(fs::exists(road.dir / "Applications/Setup.app"));
+
+    fs::remove(road.dir / "ran");
+    manager.setSilentModeOption("");
+    EXPECT_EQ(dmg(path), 0) << "the shell refuses the command, and no output counts as success";
+    EXPECT_FALSE(fs::exists(road.dir / "ran"));
 }
 
 TEST_F(Installers, OsUpdatesByOutcome) {
@@ -143,6 +159,12 @@ TEST_F(Installers, OsUpdatesByOutcome) {
                       osWide ? row.osWide : row.named);
         }
     }
+    // The blank belongs to the label, but is not asked for.
+    mac({"reset", "--tools", tools});
+    mac({"add-update", "--tools", tools, "--label", "Safari9.0 ", "--version", "9.0", "--size", "10"});
+    EXPECT_EQ(manager.installOSPatch("Apple Safari"), 0);
+    EXPECT_EQ(manager.getOsCmdline("softwareupdate -l 2>&1"), std::vector<std::string>{"   * Safari9.0 \n"});
+
     mac({"os", "13.2.1", "--tools", tools});
     EXPECT_EQ(manager.installOSPatch("Apple Mac OS X"), -1) << "no keywords are known for this system";
 }

@@ -143,6 +143,19 @@ TEST_F(CheckTest, FindsEachPlantedFaultAndTellsItsRemedy) {
          "content/CVE-3.xml, ERI-8", "its id stands at content/CVE-1.xml", "id of its own"},
         {"knowledge-base number", [&] { edit("CVE-1", "<mskb></mskb>", "<mskb>KB1</mskb>"); }, "warning",
          "content/CVE-1.xml, ERI-7-1", "passes it over", "leave mskb out", true},
+        {"own installer without silent",
+         [&] {
+             const std::string eri = "\"ERI-8\" reboot=\"false\">";
+             edit("CVE-1", eri, eri + "<instructions>Using install option</instructions>");
+         },
+         "warning", "content/CVE-1.xml, ERI-8", "the shell refuses its command",
+         "name the bundle's installer in silent"},
+        {"image of no kind",
+         [&] {
+             writeFile(source + "/image.dmg", "text");
+             publish();
+         },
+         "warning", "patches/image.zip", "is no disk image of a known kind", "hdiutil create"},
         {"identifier of no kind", [&] { writeSigned("X-1", R"(<remediation identifier="X-1"/>)"); }, "error",
          "content/X-1.xml", "begins with neither", "identifier that requests name", true},
         {"archive that nobody names", [&] { writeFile(path("patches/old.zip"), "x"); }, "warning",

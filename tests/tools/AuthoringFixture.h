@@ -109,7 +109,7 @@ struct Authoring : testing::Test {
         contentTool({"keygen", "--out", dir / "keys"});
         writeFile(source + "/lock.bsh", "#!/bin/bash\nexit 0\n");
         writeFile(source + "/editor-2.1.pkg", std::string(300'000, 'p') + "end");
-        writeFile(source + "/image.dmg", "image");
+        writeFile(source + "/image.dmg", image("image"));
         const std::string app = source + "/Bundle.app/Bundle.app";
         writeFile(app + "/Contents/MacOS/run", "program");
         writeFile(app + "/Versions/A/lib \xc3\xa9", "library");
@@ -118,6 +118,10 @@ struct Authoring : testing::Test {
         ::chmod((app + "/Versions").c_str(), 0750);
     }
 
+    /// Bytes that end as a disk image does.
+    static std::string image(const std::string& bytes) {
+        return bytes + std::string("koly").append(508, '\0');
+    }
     ToolRun publish() { return publish(manifest); }
     ToolRun publish(const std::string& text, std::vector<std::string> more = {}) {
         writeFile(source + "/manifest.json", text);

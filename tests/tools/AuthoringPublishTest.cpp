@@ -118,7 +118,7 @@ TEST_F(PublishTest, OnlyWhatChangedIsWritten) {
         return changed;
     };
     EXPECT_THAT(next(), ElementsAre());
-    writeFile(source + "/image.dmg", "an image of another size");
+    writeFile(source + "/image.dmg", image("an image of another size"));
     EXPECT_THAT(next(), ElementsAre("content/CVE-1.xml", "content/CVE-1.xml.sig", "patches/image.sig",
                                     "patches/image.zip"));
     fs::remove(source + "/Bundle.app/Bundle.app/Versions/Current");
@@ -244,8 +244,9 @@ TEST_F(PublishTest, KilledAtAnyMomentItShowsNothingHalfDone) {
     for (unsigned round = 0; round < 16; ++round) {
         SCOPED_TRACE(round);
         const std::string number = std::to_string(round);
-        for (const char* name : {"/image.dmg", "/photo.dmg", "/lock.bsh"})
-            writeFile(source + name, "# " + number);
+        for (const char* name : {"/image.dmg", "/photo.dmg"})
+            writeFile(source + name, image("# " + number));
+        writeFile(source + "/lock.bsh", "# " + number);
         writeFile(source + "/manifest.json",
                   version(round % 3 ? "1" : "2", round % 2 ? "image.dmg" : "photo.dmg", number.c_str()));
         test::ToolProcess tool(

@@ -1,10 +1,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "base/SystemRoot.h"
 #include "controller/InputError.h"
+#include "controller/Setup.h"
 #include "controller/Text.h"
 #include "controller/live/PlainLines.h"
 #include "controller/live/RequestLabel.h"
@@ -27,6 +30,25 @@ std::string problemOf(const std::string& text) {
         return e.what();
     }
     return "no problem";
+}
+
+TEST(ControllerSetup, MakesWhatIsMissingOnTheSystemWhereNobodyElseCanReplaceIt) {
+    const test::TempDir dir;
+    setSystemRoot(dir.path().string());
+    Place place;
+    place.settings = AgentSettings::load(dir / "etc/zelor/zelor.ini");
+    place.installPath = dir / "opt/zelor";
+    prepareFolders(place, false);
+    for (const char* made : {"opt/zelor", "var/log/zelor", "var/zelor/unzip", "var/zelor/buffer"}) {
+        struct stat info {};
+        EXPECT_EQ(::stat((dir / made).c_str(), &info), 0) << made;
+        EXPECT_EQ(info.st_mode & 07777U, 0700U) << made;
+    }
+    boost::filesystem::remove(dir / "opt/zelor");
+    ::chmod((dir / "opt").c_str(), 0777);
+    EXPECT_THROW(prepareFolders(place, false), InputError);
+    EXPECT_FALSE(boost::filesystem::exists(dir / "opt/zelor"));
+    setSystemRoot("");
 }
 
 TEST(ControllerRequests, ReadsAnObjectOfStrings) {

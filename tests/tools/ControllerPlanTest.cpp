@@ -123,6 +123,13 @@ TEST_F(ControllerPlanTest, ChangesNothingAndForetellsTheRun) {
               "apply");
 }
 
+TEST_F(ControllerPlanTest, SeesAnImageThatIsStillAttached) {
+    road.addContent("CVE-1", "player.dmg");
+    EXPECT_THAT(on("plan", {{"cpe:/a:a", "CVE-1"}}).out, Not(HasSubstr("hdiutil detach first")));
+    writeFile(road.dir / "var/zelor/mountpoint/Old.app/Contents/version", "1");
+    EXPECT_THAT(on("plan", {{"cpe:/a:a", "CVE-1"}}).out, HasSubstr("hdiutil detach first"));
+}
+
 TEST_F(ControllerPlanTest, EndsByWhatStandsInTheWay) {
     road.addScript("CCE-1", "good", "exit 0\n");
     EXPECT_EQ(on("plan", {{"cpe:/o:a", "CCE-1"}}).status, 0);
@@ -207,6 +214,8 @@ TEST_F(PlanDecisions, ForeseeUpdatesOfTheSystem) {
          "installed twice"},
         {{" * Safari9-9\n"}, "Apple Safari", "10.10", {"Safari9-9"}, 4, ""},
         {{" * NotSafari9-9\n"}, "Apple Safari", "10.10", {"Safari9-9"}, 4, "does not list"},
+        {{" * Safari9-9 \n"}, "Apple Safari", "10.10", {"Safari9-9"}, 4, "with white space at its end"},
+        {{" * OSXUpd-1 \n"}, "Apple Mac OS X", "10.10", {"OSXUpd-1"}, 5, "with white space at its end"},
         {{"* Label: Safari9-9\n"}, "Safari", "10.15", {"Safari9-9"}, 4, ""},
         {{" * -OS X-1\n"}, "Apple Mac OS X", "10.10", {"-OS X-1"}, 5, "by a word"},
         {{}, "Safari", "10.15", {}, 5, ""},
@@ -260,6 +269,24 @@ TEST_F(PlanDecisions, TellWhatSurprises) {
             EXPECT_THAT(request.reason, HasSubstr("path separator"));
         }
     }
+}
+
+TEST_F(PlanDecisions, WarnOfImagesThatReadSuccessUninstalled) {
+    contents = {{"CVE-1", {block("E1", "copied.dmg")}}, {"CVE-2", {block("E2", "run.dmg")}}};
+    RecordAccess::instructions(contents["CVE-2"][0]) = "Using install option";
+    const char* refusedCommand = "runs nothing: the shell refuses its command";
+    EXPECT_THAT(
+        warnings(only("cpe:/a:1", "CVE-1")),
+        AllOf(HasSubstr("cannot be attached"), Not(HasSubstr(refusedCommand)), Not(HasSubstr("/m "))));
+    PlannedRequest run = only("cpe:/a:2", "CVE-2");
+    EXPECT_THAT(warnings(run), HasSubstr(refusedCommand));
+    EXPECT_THAT(run.steps.at(0).note, HasSubstr("a bundle is left alone"));
+    RecordAccess::silentModeCmd(contents["CVE-2"][0]) = "Contents/MacOS/setup -q";
+    run = only("cpe:/a:2", "CVE-2");
+    EXPECT_THAT(warnings(run), Not(HasSubstr(refusedCommand)));
+    EXPECT_THAT(run.steps.at(0).note, HasSubstr("run as 'BUNDLE'/Contents/MacOS/setup -q"));
+    facts.mountPointInUse = true;
+    EXPECT_THAT(warnings(only("cpe:/a:1", "CVE-1")), HasSubstr("/m holds an image"));
 }
 
 TEST_F(PlanDecisions, KeepAccountOfTheBuffer) {
