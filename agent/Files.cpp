@@ -10,14 +10,14 @@
 #include <system_error>
 #include <vector>
 
-namespace zelor {
+namespace zelor::agent {
 
 namespace {
 
 constexpr std::size_t pieceBytes = 1U << 20U;
 
 /// At most `room` bytes into `buffer`; 0 at the end of the file.
-std::size_t readSome(const UniqueFd& file, const std::string& path, char* buffer, std::size_t room) {
+std::size_t readSome(const base::UniqueFd& file, const std::string& path, char* buffer, std::size_t room) {
     for (;;) {
         const ssize_t got = ::read(file.get(), buffer, room);
         if (got >= 0) return static_cast<std::size_t>(got);
@@ -27,9 +27,9 @@ std::size_t readSome(const UniqueFd& file, const std::string& path, char* buffer
 
 }  // namespace
 
-UniqueFd openRegularFile(const std::string& path, Links links, std::uint64_t* bytes) {
+base::UniqueFd openRegularFile(const std::string& path, Links links, std::uint64_t* bytes) {
     const int noFollow = links == Links::refuse ? O_NOFOLLOW : 0;
-    UniqueFd file = openFile(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | noFollow);
+    base::UniqueFd file = base::openFile(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | noFollow);
     if (!file) throw std::runtime_error("cannot open " + path + ": " + errorText(errno));
     struct stat status {};
     if (::fstat(file.get(), &status) != 0) {
@@ -40,7 +40,7 @@ UniqueFd openRegularFile(const std::string& path, Links links, std::uint64_t* by
     return file;
 }
 
-std::uint64_t readInPieces(const UniqueFd& file, const std::string& path,
+std::uint64_t readInPieces(const base::UniqueFd& file, const std::string& path,
                            const std::function<void(std::string_view)>& consume) {
     std::vector<char> buffer(pieceBytes);
     std::uint64_t total = 0;
@@ -53,7 +53,7 @@ std::uint64_t readInPieces(const UniqueFd& file, const std::string& path,
 
 std::string readBounded(const std::string& path, std::size_t limit, Links links) {
     std::uint64_t announced = 0;
-    const UniqueFd file = openRegularFile(path, links, &announced);
+    const base::UniqueFd file = openRegularFile(path, links, &announced);
     // One byte more than announced is asked for: the file may have grown since.
     const auto wanted = [limit](std::uint64_t bytes) {
         return static_cast<std::size_t>(std::min<std::uint64_t>(bytes, limit)) + 1;
@@ -89,4 +89,4 @@ std::string errorText(int error) {
     return std::generic_category().message(error);
 }
 
-}  // namespace zelor
+}  // namespace zelor::agent

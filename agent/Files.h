@@ -8,19 +8,19 @@
 
 #include "base/Files.h"
 
-namespace zelor {
+namespace zelor::agent {
 
 /// Whether the last component of a path may be a symbolic link.
 enum class Links { refuse, follow };
 
 /// Opens a regular file for reading, close-on-exec, never waiting on a FIFO. `bytes`, when given, becomes its
 /// size. Throws std::runtime_error that names the path and the cause.
-UniqueFd openRegularFile(const std::string& path, Links links = Links::refuse,
-                         std::uint64_t* bytes = nullptr);
+base::UniqueFd openRegularFile(const std::string& path, Links links = Links::refuse,
+                               std::uint64_t* bytes = nullptr);
 
 /// Hands the rest of the file to `consume` in pieces of at most 1 MiB; returns how many bytes there were.
 /// Throws std::runtime_error that names `path` on a read error.
-std::uint64_t readInPieces(const UniqueFd& file, const std::string& path,
+std::uint64_t readInPieces(const base::UniqueFd& file, const std::string& path,
                            const std::function<void(std::string_view)>& consume);
 
 /// The whole of a regular file of at most `limit` bytes. Throws std::runtime_error as `openRegularFile` does,
@@ -34,4 +34,4 @@ bool makeFolders(const std::string& path);
 /// The text of an errno value, for messages. Any thread.
 std::string errorText(int error);
 
-}  // namespace zelor
+}  // namespace zelor::agent

@@ -10,17 +10,17 @@
 
 #include "agent/Files.h"
 
-namespace zelor {
+namespace zelor::agent {
 
-UniqueFd openPrivateFolder(const std::string& path) {
+base::UniqueFd openPrivateFolder(const std::string& path) {
     constexpr mode_t mode = 0700;
     constexpr int flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-    UniqueFd folder(::open(path.c_str(), flags));
+    base::UniqueFd folder(::open(path.c_str(), flags));
     if (!folder.valid() && errno == ENOENT) {
         const auto slash = path.rfind('/');
         if (slash != std::string::npos && slash != 0) (void)makeFolders(path.substr(0, slash));
         (void)::mkdir(path.c_str(), mode);
-        folder = UniqueFd(::open(path.c_str(), flags));
+        folder = base::UniqueFd(::open(path.c_str(), flags));
     }
     struct stat status {};
     if (!folder.valid() || ::fstat(folder.get(), &status) != 0) {
@@ -35,18 +35,18 @@ UniqueFd openPrivateFolder(const std::string& path) {
     return folder;
 }
 
-void replaceFileIn(const UniqueFd& folder, const std::string& name, const std::string& path,
+void replaceFileIn(const base::UniqueFd& folder, const std::string& name, const std::string& path,
                    std::string_view bytes) {
     const std::string temporary = name + ".new";
     (void)::unlinkat(folder.get(), temporary.c_str(), 0);
-    const UniqueFd file(::openat(folder.get(), temporary.c_str(),
-                                 O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    const base::UniqueFd file(::openat(folder.get(), temporary.c_str(),
+                                       O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!file.valid()) throw std::runtime_error("cannot write " + path + ": " + errorText(errno));
-    if (!writeAll(file.get(), bytes))
+    if (!base::writeAll(file.get(), bytes))
         throw std::runtime_error("cannot write " + path + ": " + errorText(errno));
     if (::renameat(folder.get(), temporary.c_str(), folder.get(), name.c_str()) != 0) {
         throw std::runtime_error("cannot replace " + path + ": " + errorText(errno));
     }
 }
 
-}  // namespace zelor
+}  // namespace zelor::agent

@@ -8,7 +8,7 @@
 #include "authoring/UsageError.h"
 #include "remediation/Version.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 namespace {
 
@@ -220,4 +220,4 @@ int runContentTool(const std::vector<std::string>& arguments) {
     }
 }
 
-}  // namespace zelor
+}  // namespace zelor::authoring

@@ -6,7 +6,7 @@
 
 /// The commands of zelor-content. Each returns the exit status and throws UsageError, or std::runtime_error
 /// when something fails on the way.
-namespace zelor {
+namespace zelor::authoring {
 
 namespace exitStatus {
 constexpr int good = 0;
@@ -63,4 +63,4 @@ struct RehearseOptions {
 /// SIGINT, SIGTERM and SIGHUP must not be handled elsewhere in the process.
 int runRehearse(const RehearseOptions& options);
 
-}  // namespace zelor
+}  // namespace zelor::authoring

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace zelor {
+namespace zelor::authoring {
 
 std::string printable(std::string text) {
     std::replace_if(
@@ -34,4 +34,4 @@ std::string findingsText(const Findings& findings) {
     return text;
 }
 
-}  // namespace zelor
+}  // namespace zelor::authoring

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-namespace zelor {
+namespace zelor::authoring {
 
 enum class Severity { error, warning };
 
@@ -30,4 +30,4 @@ std::string amount(std::size_t count, const std::string& one, const std::string&
 /// "?".
 std::string findingsText(const Findings& findings);
 
-}  // namespace zelor
+}  // namespace zelor::authoring

@@ -2,7 +2,7 @@
 
 #include <stdexcept>
 
-namespace zelor {
+namespace zelor::authoring {
 
 /// Arguments, a manifest or a key that cannot be used: the command ends with status 2 and has changed
 /// nothing.
@@ -11,4 +11,4 @@ class UsageError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-}  // namespace zelor
+}  // namespace zelor::authoring

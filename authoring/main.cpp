@@ -1,5 +1,5 @@
 #include "authoring/CommandLine.h"
 
 int main(int argc, char** argv) {
-    return zelor::runContentTool({argv + 1, argv + argc});
+    return zelor::authoring::runContentTool({argv + 1, argv + argc});
 }

@@ -14,7 +14,7 @@
 #include "base/OutputBuffer.h"
 #include "base/SystemCalls.h"
 
-namespace zelor {
+namespace zelor::base {
 
 namespace {
 
@@ -193,4 +193,4 @@ CommandResult runCommand(const std::vector<std::string>& argv, bool mergeError, 
     return Child(pid, std::move(readEnd), limit).wait();
 }
 
-}  // namespace zelor
+}  // namespace zelor::base

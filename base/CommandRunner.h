@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-namespace zelor {
+namespace zelor::base {
 
 /// How an external command went.
 struct CommandResult {
@@ -27,13 +27,4 @@ constexpr std::size_t kOutputBound = std::size_t{8} << 20;
 /// seconds at most.
 CommandResult runCommand(const std::vector<std::string>& argv, bool mergeError, std::chrono::seconds limit);
 
-/// The shell's way: runs `command` with /bin/sh under the configured limit, and logs what was cut.
-CommandResult runShell(const std::string& command);
-
-/// The configured limit per external command; zero when there is none.
-std::chrono::seconds commandLimit();
-
-/// Says on the log that the limit ended `command`, or that its output was cut.
-void logCommandTrouble(const std::string& command, const CommandResult& result);
-
-}  // namespace zelor
+}  // namespace zelor::base

@@ -14,7 +14,7 @@
 #include "base/Files.h"
 #include "base/SystemCalls.h"
 
-namespace zelor {
+namespace zelor::base {
 
 namespace {
 
@@ -151,4 +151,4 @@ std::string copyTree(const std::string& source, const std::string& destination, 
     return "";
 }
 
-}  // namespace zelor
+}  // namespace zelor::base

@@ -2,7 +2,7 @@
 
 #include <string>
 
-namespace zelor {
+namespace zelor::base {
 
 /// Copies everything inside the folder `source` into the existing folder `destination`: modes (without set-id
 /// bits, since the owner changes), modification times and symbolic links are kept, files that exist are
@@ -11,4 +11,4 @@ namespace zelor {
 /// of a copied folder is replaced, never followed. Returns what went wrong first, "" when all was copied.
 std::string copyTree(const std::string& source, const std::string& destination, bool keepOwnAttributes);
 
-}  // namespace zelor
+}  // namespace zelor::base

@@ -9,7 +9,7 @@
 
 #include "base/SystemCalls.h"
 
-namespace zelor {
+namespace zelor::base {
 
 namespace {
 
@@ -90,4 +90,4 @@ bool appendLine(const std::string& path, const std::string& line) {
     return false;
 }
 
-}  // namespace zelor
+}  // namespace zelor::base

@@ -5,7 +5,7 @@
 #include <utility>
 
 /// Files by descriptor: every one is opened with close-on-exec.
-namespace zelor {
+namespace zelor::base {
 
 /// Owns a file descriptor.
 class UniqueFd {
@@ -50,4 +50,4 @@ bool cutTornEnd(int fd);
 /// left is taken back. False on failure, errno set.
 bool appendLine(const std::string& path, const std::string& line);
 
-}  // namespace zelor
+}  // namespace zelor::base

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-namespace zelor {
+namespace zelor::base {
 
 void OutputBuffer::add(const char* data, std::size_t size) {
     size_ += size;
@@ -35,4 +35,4 @@ std::string OutputBuffer::take() {
     return text;
 }
 
-}  // namespace zelor
+}  // namespace zelor::base

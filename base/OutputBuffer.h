@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <string>
 
-namespace zelor {
+namespace zelor::base {
 
 /// Keeps the first and the last half of `bound` bytes of a stream; what lies between is dropped as it comes.
 class OutputBuffer {
@@ -25,4 +25,4 @@ class OutputBuffer {
     std::size_t start_ = 0;
 };
 
-}  // namespace zelor
+}  // namespace zelor::base

@@ -4,7 +4,7 @@
 #include <boost/algorithm/string/trim.hpp>
 #include <cstdlib>
 
-namespace zelor {
+namespace zelor::base {
 
 namespace {
 
@@ -100,4 +100,4 @@ std::string shellWord(const std::string& word) {
     return bare ? word : "'" + insideSingleQuotes(word) + "'";
 }
 
-}  // namespace zelor
+}  // namespace zelor::base

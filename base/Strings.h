@@ -5,7 +5,7 @@
 #include <vector>
 
 /// Small operations on narrow byte strings; all are pure and case-sensitive unless they say otherwise.
-namespace zelor {
+namespace zelor::base {
 
 bool hasEnding(const std::string& text, const std::string& ending);
 bool hasBeginning(const std::string& text, const std::string& beginning);
@@ -33,4 +33,4 @@ std::string insideSingleQuotes(const std::string& text);
 /// in single quotes otherwise.
 std::string shellWord(const std::string& word);
 
-}  // namespace zelor
+}  // namespace zelor::base

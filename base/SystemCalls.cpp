@@ -17,7 +17,7 @@
 #include <sys/statvfs.h>
 #endif
 
-namespace zelor {
+namespace zelor::base {
 
 namespace {
 
@@ -190,4 +190,4 @@ bool exchangePaths(const std::string& one, const std::string& other) {
 
 #endif
 
-}  // namespace zelor
+}  // namespace zelor::base

@@ -13,7 +13,7 @@
 #include <string>
 
 /// What differs between Linux and macOS. No other file of the library asks which system it is built for.
-namespace zelor {
+namespace zelor::base {
 
 /// pipe(2) with both ends closed on exec; false on failure, errno set. On macOS that takes two steps, so that
 /// a process that another thread starts between them may inherit the ends.
@@ -51,4 +51,4 @@ bool availableBytes(int fd, std::uint64_t& bytes);
 /// Exchanges two files or folders in one step. False where the system or the file system cannot.
 bool exchangePaths(const std::string& one, const std::string& other);
 
-}  // namespace zelor
+}  // namespace zelor::base

@@ -12,7 +12,7 @@
 #include "base/Strings.h"
 #include "base/SystemRoot.h"
 
-namespace zelor {
+namespace zelor::base {
 
 namespace {
 
@@ -109,4 +109,4 @@ std::string prepareFolder(const std::string& path) {
     return problemOfFolder(plain);
 }
 
-}  // namespace zelor
+}  // namespace zelor::base

@@ -3,7 +3,7 @@
 #include <string>
 
 /// Folders whose files are run, or written as root: nobody else may have a hand in them.
-namespace zelor {
+namespace zelor::base {
 
 /// Why files in the folder at `path` could be another user's doing, with the remedy; "" when they cannot, and
 /// when there is no such folder yet but nobody else can make it. Refused: a symbolic link in its place,
@@ -17,4 +17,4 @@ std::string folderProblem(const std::string& path);
 /// `folderProblem`.
 std::string prepareFolder(const std::string& path);
 
-}  // namespace zelor
+}  // namespace zelor::base

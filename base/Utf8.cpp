@@ -2,7 +2,7 @@
 
 #include <array>
 
-namespace zelor {
+namespace zelor::base {
 
 Character characterAt(const std::string& text, std::size_t at) {
     const auto first = static_cast<unsigned char>(text[at]);
@@ -37,4 +37,4 @@ bool reordersText(char32_t code) {
            (code >= 0x2066 && code <= 0x2069);
 }
 
-}  // namespace zelor
+}  // namespace zelor::base

@@ -4,7 +4,7 @@
 #include <string>
 
 /// UTF-8 that comes from anywhere.
-namespace zelor {
+namespace zelor::base {
 
 /// What stands for a byte that begins no well-formed character.
 constexpr char32_t invalidCharacter = 0xffffffff;
@@ -23,4 +23,4 @@ bool isText(const std::string& text);
 /// Marks that change the order in which the text around them is shown.
 bool reordersText(char32_t code);
 
-}  // namespace zelor
+}  // namespace zelor::base

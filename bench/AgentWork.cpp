@@ -52,7 +52,7 @@ void applyScripts(int count) {
 
 void run(const std::string& work, const std::string& first, const std::string& second) {
     if (work == "copy") {
-        const std::string problem = zelor::copyTree(first, second, true);
+        const std::string problem = zelor::base::copyTree(first, second, true);
         if (!problem.empty()) throw std::runtime_error(problem);
         return;
     }

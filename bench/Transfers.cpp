@@ -46,7 +46,7 @@ class Child {
         for (std::string& word : words)
             argv.push_back(word.data());
         argv.push_back(nullptr);
-        char** environment = zelor::processEnvironment();
+        char** environment = zelor::base::processEnvironment();
         if (posix_spawnp(&pid_, argv.front(), nullptr, nullptr, argv.data(), environment) != 0) pid_ = -1;
     }
     ~Child() {
@@ -102,8 +102,8 @@ RateKept ourRate(const std::string& url, double rate) {
     std::atomic<double> arrived{0};
     std::atomic<bool> ended{false};
     std::thread transfer([&] {
-        zelor::HttpClient client;
-        zelor::HttpRequest request;
+        zelor::agent::HttpClient client;
+        zelor::agent::HttpRequest request;
         request.url = url;
         request.bytesPerSecond = static_cast<std::uint64_t>(rate);
         request.onBody = [&](std::string_view piece) {
@@ -135,13 +135,13 @@ void rate(const std::string& url, double rate, const std::string& curlOut) {
 }
 
 double cancelOnce(Road& road) {
-    zelor::startNewRun();
+    zelor::agent::startNewRun();
     RemediationManager manager(road.dir / "opt");
     manager.setContentDownloadDir(road.dir / "content");
     manager.setovalIdMap({{"large||", "CCE-1"}});
     manager.remediate(true);
     for (;;) {
-        const zelor::DownloadSnapshot now = zelor::DownloadProgress::instance().snapshot();
+        const zelor::agent::DownloadSnapshot now = zelor::agent::DownloadProgress::instance().snapshot();
         if (now.active && now.resource == "large.zip" && now.bytesDone > 0) break;
         if (manager.getRemDone()) throw std::runtime_error("the run ended before it could be cancelled");
         std::this_thread::yield();
@@ -162,7 +162,7 @@ void cancel(int times) {
     road.addContent("CCE-1", "large.sh");
     road.addArchive("large", std::string(std::size_t{64} << 20, 'x'));
     for (int i = 0; i < times; ++i) {
-        zelor::ServerFault slow;
+        zelor::authoring::ServerFault slow;
         slow.bytesPerSecond = 4 << 20;
         road.addFault("/patches/large.zip", slow);
         std::printf("%.6f\n", cancelOnce(road));

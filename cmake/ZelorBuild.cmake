@@ -11,6 +11,10 @@ set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
 
 find_program(ZELOR_CCACHE ccache)
+set(ZELOR_PLAIN_LAUNCHER "")  # for projects that tests configure
+if(ZELOR_CCACHE)
+    set(ZELOR_PLAIN_LAUNCHER ${ZELOR_CCACHE})
+endif()
 if(ZELOR_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
     # Without this ccache leaves everything alone that uses a precompiled header.
     set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros ${ZELOR_CCACHE})

@@ -10,7 +10,7 @@
 #include "controller/Text.h"
 #include "remediation/Version.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 namespace {
 
@@ -231,4 +231,4 @@ int runController(const std::vector<std::string>& arguments) {
     return execute(app, arguments, action);
 }
 
-}  // namespace zelor
+}  // namespace zelor::controller

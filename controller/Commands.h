@@ -5,7 +5,7 @@
 #include "controller/Setup.h"
 
 /// The commands of zelor-remediate. Each returns the exit status and throws InputError.
-namespace zelor {
+namespace zelor::controller {
 
 /// How a command talks.
 struct TalkOptions {
@@ -47,4 +47,4 @@ struct PlanOptions {
 };
 int planCommand(const PlanOptions& options);
 
-}  // namespace zelor
+}  // namespace zelor::controller

@@ -2,7 +2,7 @@
 
 #include <stdexcept>
 
-namespace zelor {
+namespace zelor::controller {
 
 /// Arguments, requests or a configuration that cannot be used: nothing was changed. The text names the thing
 /// and the remedy.
@@ -11,4 +11,4 @@ class InputError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-}  // namespace zelor
+}  // namespace zelor::controller

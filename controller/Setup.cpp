@@ -18,7 +18,7 @@
 #include "controller/InputError.h"
 #include "platform/macos/MacPatchManager.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 namespace {
 
@@ -30,7 +30,8 @@ constexpr char systemPath[] = "/usr/bin:/bin:/usr/sbin:/sbin";
 std::string existingFolder(const std::string& path, const std::string& option) {
     const std::unique_ptr<char, decltype(&::free)> real(::realpath(path.c_str(), nullptr), &::free);
     if (!real) {
-        throw InputError(option + ' ' + path + ": " + errorText(errno) + "; name a folder that exists");
+        throw InputError(option + ' ' + path + ": " + agent::errorText(errno) +
+                         "; name a folder that exists");
     }
     struct stat info {};
     if (::stat(real.get(), &info) != 0 || !S_ISDIR(info.st_mode)) {
@@ -70,13 +71,13 @@ std::string parentOf(const std::string& path) {
 /// Makes a missing directory: below a root as it comes, on the system itself only where no other user can
 /// replace it, and closed to others.
 void requireFolder(const std::string& path, bool belowRoot) {
-    if (belowRoot && !makeFolders(path)) {
-        throw InputError("cannot make the folder " + path + ": " + errorText(errno) +
+    if (belowRoot && !agent::makeFolders(path)) {
+        throw InputError("cannot make the folder " + path + ": " + agent::errorText(errno) +
                          "; correct its place or rights");
     }
     struct stat info {};
     if (::stat(path.c_str(), &info) != 0 && errno == ENOENT) {
-        const std::string problem = prepareFolder(path);
+        const std::string problem = base::prepareFolder(path);
         if (!problem.empty()) {
             throw InputError("the directory " + path + " is missing and cannot be made: " + problem +
                              "; run as root, or make it for root alone (mode 0700)");
@@ -85,7 +86,7 @@ void requireFolder(const std::string& path, bool belowRoot) {
         throw InputError(path + " is no directory; move it away");
     }
     if (::access(path.c_str(), W_OK | X_OK) != 0) {
-        throw InputError("the folder " + path + " cannot be written: " + errorText(errno) +
+        throw InputError("the folder " + path + " cannot be written: " + agent::errorText(errno) +
                          "; run as root, or name a root of your own with --root");
     }
 }
@@ -102,7 +103,7 @@ Place enterPlace(const PlaceOptions& options) {
     place.belowRoot = !root.empty();
     setSystemRoot(root);
     setEnvironment(tools);
-    place.settings = AgentSettings::load(underSystemRoot(agentIniFile));
+    place.settings = agent::AgentSettings::load(underSystemRoot(agent::agentIniFile));
     place.installPath = options.installPath.empty() ? place.settings->get("ScanManager.InstallPath")
                                                     : placed(options.installPath, "--install-path");
     place.contentDir = placed(options.contentDir, "--content-dir");
@@ -114,7 +115,7 @@ void requireUsableSettings(const Place& place) {
     const std::string& ini = place.settings->iniFile();
     struct stat info {};
     if (::stat(ini.c_str(), &info) != 0) {
-        throw InputError("the agent's settings file " + ini + " cannot be read: " + errorText(errno) +
+        throw InputError("the agent's settings file " + ini + " cannot be read: " + agent::errorText(errno) +
                          "; write one with [Repository] Url and TrustedKey");
     }
     std::string problems;
@@ -122,7 +123,7 @@ void requireUsableSettings(const Place& place) {
     if (!problems.empty())
         throw InputError("the agent's settings are not all usable; correct them:" + problems);
     try {
-        repositoryUrl(*place.settings);
+        agent::repositoryUrl(*place.settings);
     } catch (const std::exception& e) {
         throw InputError(e.what());
     }
@@ -132,7 +133,7 @@ void requireUsableSettings(const Place& place) {
             ini + ": [Repository] TrustedKey is missing; name the PEM file of the repository's public key");
     }
     if (::access(key.c_str(), R_OK) != 0) {
-        throw InputError("the trusted key " + key + " cannot be read: " + errorText(errno) +
+        throw InputError("the trusted key " + key + " cannot be read: " + agent::errorText(errno) +
                          "; put it there, or correct " + "[Repository] TrustedKey in " + ini);
     }
 }
@@ -150,7 +151,7 @@ void checkContentDir(const Place& place) {
         throw InputError("--content-dir " + place.contentDir +
                          " holds other files of the agent, and a run empties it; choose a folder of its own");
     }
-    const std::string problem = folderProblem(place.contentDir);
+    const std::string problem = base::folderProblem(place.contentDir);
     if (!problem.empty())
         throw InputError("the content directory " + place.contentDir + " is refused: " + problem);
     // The library lets others read a directory that they cannot change; a run of ours empties only a closed
@@ -165,7 +166,7 @@ void checkContentDir(const Place& place) {
 }
 
 void prepareFolders(const Place& place, bool contentDir) {
-    const AgentSettings& settings = *place.settings;
+    const agent::AgentSettings& settings = *place.settings;
     for (const std::string& folder :
          {underSystemRoot(logFolder), parentOf(settings.get("Log.File")), settings.get("Buffer.UnzipFolder"),
           settings.get("Buffer.PatchesDir"), place.installPath}) {
@@ -177,7 +178,7 @@ void prepareFolders(const Place& place, bool contentDir) {
     }
     if (!contentDir) return;
     requireFolder(parentOf(place.contentDir), true);
-    const std::string problem = prepareFolder(place.contentDir);
+    const std::string problem = base::prepareFolder(place.contentDir);
     if (!problem.empty())
         throw InputError("the content directory " + place.contentDir + " is refused: " + problem);
     checkContentDir(place);
@@ -192,12 +193,12 @@ void prepareLooking(const Place& place) {
 
 JobLock::JobLock(const Place& place) {
     const std::string& folder = place.settings->get("Buffer.UnzipFolder");
-    folder_ = openFile(folder, O_RDONLY | O_DIRECTORY);
-    if (!folder_) throw InputError("cannot open the folder " + folder + ": " + errorText(errno));
+    folder_ = base::openFile(folder, O_RDONLY | O_DIRECTORY);
+    if (!folder_) throw InputError("cannot open the folder " + folder + ": " + agent::errorText(errno));
     if (::flock(folder_.get(), LOCK_EX | LOCK_NB) != 0) {
         throw InputError("another run or buffering job works at this place (it holds " + folder +
                          "); wait for its end, or stop it");
     }
 }
 
-}  // namespace zelor
+}  // namespace zelor::controller

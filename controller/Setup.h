@@ -6,7 +6,7 @@
 #include "agent/AgentSettings.h"
 #include "base/Files.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 /// Where a command works, as a person said it.
 struct PlaceOptions {
@@ -21,7 +21,7 @@ struct Place {
     bool belowRoot = false;
     std::string installPath;
     std::string contentDir;
-    std::shared_ptr<const AgentSettings> settings;
+    std::shared_ptr<const agent::AgentSettings> settings;
 };
 
 /// Sets the system root and the environment of every program that is started from now on (PATH; what makes a
@@ -51,7 +51,7 @@ class JobLock {
     explicit JobLock(const Place& place);
 
   private:
-    UniqueFd folder_;
+    base::UniqueFd folder_;
 };
 
-}  // namespace zelor
+}  // namespace zelor::controller

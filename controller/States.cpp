@@ -2,7 +2,7 @@
 
 #include <array>
 
-namespace zelor {
+namespace zelor::controller {
 
 std::string stateName(ProgressValue value) {
     static constexpr std::array<const char*, 14> names = {
@@ -18,4 +18,4 @@ int runExitStatus(std::size_t requests, std::size_t succeeded, bool cancelledByS
     return succeeded == requests ? exitStatus::allSucceeded : exitStatus::someSucceeded;
 }
 
-}  // namespace zelor
+}  // namespace zelor::controller

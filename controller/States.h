@@ -2,7 +2,7 @@
 
 #include <string>
 
-namespace zelor {
+namespace zelor::controller {
 
 using ProgressValue = unsigned long;
 
@@ -37,4 +37,4 @@ constexpr int cancelled = 130;
 /// How a run ends by its final values; one cancelled by a signal says so whatever was reached before.
 int runExitStatus(std::size_t requests, std::size_t succeeded, bool cancelledBySignal);
 
-}  // namespace zelor
+}  // namespace zelor::controller

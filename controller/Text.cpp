@@ -11,7 +11,7 @@
 #include "base/SystemCalls.h"
 #include "base/Utf8.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 namespace {
 
@@ -39,7 +39,8 @@ class Utf8Locale {
 
 /// Below zero for a character that must not be printed. Needs a Utf8Locale.
 int columnsOfCharacter(char32_t code) {
-    if (code == invalidCharacter || code < 0x20 || (code >= 0x7f && code < 0xa0) || reordersText(code))
+    if (code == base::invalidCharacter || code < 0x20 || (code >= 0x7f && code < 0xa0) ||
+        base::reordersText(code))
         return -1;
     if (code < 0x7f) return 1;
     return ::wcwidth(static_cast<wchar_t>(code));
@@ -62,7 +63,7 @@ std::string printable(const std::string& text) {
     std::string out;
     out.reserve(text.size());
     for (std::size_t at = 0; at < text.size();) {
-        const Character character = characterAt(text, at);
+        const base::Character character = base::characterAt(text, at);
         if (columnsOfCharacter(character.code) < 0) {
             out += '?';
         } else {
@@ -77,7 +78,7 @@ std::size_t columnsOf(const std::string& printableText) {
     const Utf8Locale utf8;
     std::size_t columns = 0;
     for (std::size_t at = 0; at < printableText.size();) {
-        const Character character = characterAt(printableText, at);
+        const base::Character character = base::characterAt(printableText, at);
         columns += static_cast<std::size_t>(std::max(columnsOfCharacter(character.code), 0));
         at += character.bytes;
     }
@@ -92,7 +93,7 @@ std::string cutToColumns(const std::string& printableText, std::size_t columns, 
     std::size_t used = mark;
     std::size_t at = 0;
     while (at < printableText.size()) {
-        const Character character = characterAt(printableText, at);
+        const base::Character character = base::characterAt(printableText, at);
         const auto wide = static_cast<std::size_t>(std::max(columnsOfCharacter(character.code), 0));
         if (used + wide > columns) break;
         used += wide;
@@ -165,4 +166,4 @@ std::string countText(std::size_t count, const std::string& noun) {
     return std::to_string(count) + ' ' + (entry ? noun.substr(0, noun.size() - 1) + "ies" : noun + "s");
 }
 
-}  // namespace zelor
+}  // namespace zelor::controller

@@ -6,7 +6,7 @@
 #include <vector>
 
 /// Text for people: nothing that comes from keys, content or tools reaches a terminal unchanged.
-namespace zelor {
+namespace zelor::controller {
 
 /// `text` safe to print: control characters, escape sequences, marks that reorder text, and bytes that are
 /// not UTF-8 become "?".
@@ -37,4 +37,4 @@ std::string utcText(std::chrono::system_clock::time_point time);
 /// "1 request", "3 requests", "2 entries"
 std::string countText(std::size_t count, const std::string& noun);
 
-}  // namespace zelor
+}  // namespace zelor::controller

@@ -1,5 +1,5 @@
 #include "controller/CommandLine.h"
 
 int main(int argc, char** argv) {
-    return zelor::runController({argv + 1, argv + argc});
+    return zelor::controller::runController({argv + 1, argv + argc});
 }

@@ -11,8 +11,8 @@ namespace fs = boost::filesystem;
 using zelor::fuzz::require;
 using zelor::fuzz::takeUntil;
 
-zelor::RetryPolicy noPause() {
-    zelor::RetryPolicy policy;
+zelor::agent::RetryPolicy noPause() {
+    zelor::agent::RetryPolicy policy;
     policy.attempts = 2;
     policy.attemptsInAll = 6;
     policy.firstPause = policy.longestPause = std::chrono::milliseconds(0);
@@ -20,14 +20,15 @@ zelor::RetryPolicy noPause() {
 }
 
 void fetchPatch(const zelor::test::RawServer& server, const zelor::fuzz::QuietRoot& root,
-                zelor::HttpClient& client) {
-    zelor::DownloadPolicy policy{noPause(), {}};
+                zelor::agent::HttpClient& client) {
+    zelor::agent::DownloadPolicy policy{noPause(), {}};
     policy.limits.redirects = 0;
     const std::string file = root / "a.zip";
-    const zelor::DownloadJob job{server.url() + "/patches/a.zip", "a.zip", root / "partial", file};
+    const zelor::agent::DownloadJob job{server.url() + "/patches/a.zip", "a.zip", root / "partial", file};
     for (int run = 0; run < 2; ++run) {
         fs::remove(file);
-        const bool done = zelor::PatchDownload(job, policy, client).run() == zelor::DownloadResult::done;
+        const bool done =
+            zelor::agent::PatchDownload(job, policy, client).run() == zelor::agent::DownloadResult::done;
         require(done == fs::exists(file), "a file is there when the download says so, and only then");
     }
     for (const fs::directory_entry& entry : fs::directory_iterator(root / "partial"))
@@ -40,9 +41,9 @@ void fetchPatch(const zelor::test::RawServer& server, const zelor::fuzz::QuietRo
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const zelor::fuzz::QuietRoot root;
     static zelor::test::RawServer server;
-    static zelor::HttpClient client;
+    static zelor::agent::HttpClient client;
     std::string text = zelor::fuzz::textOf(data, size);
-    const bool redirects = zelor::lowerCased(text).find("location") != std::string::npos;
+    const bool redirects = zelor::base::lowerCased(text).find("location") != std::string::npos;
     std::deque<std::string> answers;
     while (!text.empty())
         answers.push_back(takeUntil(text, "\x1e"));
@@ -53,10 +54,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (redirects) return 0;
     server.setAnswers(answers);
     const auto answer =
-        zelor::fetchContent(client, server.url(), "CVE-1", {"", "", "\"tag\"", ""}, noPause());
-    using Kind = zelor::ContentAnswer::Kind;
+        zelor::agent::fetchContent(client, server.url(), "CVE-1", {"", "", "\"tag\"", ""}, noPause());
+    using Kind = zelor::agent::ContentAnswer::Kind;
     const bool good = answer.kind == Kind::fresh || answer.kind == Kind::unchanged;
     require(good == answer.problem.empty(), "a failure is explained");
-    require(answer.content.xml.size() <= zelor::contentBytesLimit, "content is bounded");
+    require(answer.content.xml.size() <= zelor::agent::contentBytesLimit, "content is bounded");
     return 0;
 }

@@ -11,7 +11,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string archive = place / "a.zip", inside = place / "inside";
     zelor::test::writeFile(archive, zelor::fuzz::textOf(data, size));
     try {
-        zelor::ArchiveExtractor().extract(archive, inside);
+        zelor::agent::ArchiveExtractor().extract(archive, inside);
     } catch (const std::exception&) {
         // refused, with a reason
     }

@@ -6,7 +6,7 @@ namespace {
 
 using zelor::fuzz::require;
 
-void compare(const zelor::ContentEri& one, const zelor::ContentEri& other) {
+void compare(const zelor::authoring::ContentEri& one, const zelor::authoring::ContentEri& other) {
     require(one.id == other.id && one.product == other.product && one.impact == other.impact &&
                 one.instructions == other.instructions && one.patchId == other.patchId &&
                 one.silent == other.silent && one.mskb == other.mskb && one.reboot == other.reboot,
@@ -18,19 +18,21 @@ void compare(const zelor::ContentEri& one, const zelor::ContentEri& other) {
 // A manifest without a fault makes content that agents read, and read as it was meant.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const zelor::test::TempDir folder;
-    zelor::Findings findings;
-    const zelor::Manifest manifest =
-        zelor::parseManifest(zelor::fuzz::textOf(data, size), folder.path().string(), "manifest", findings);
-    if (!zelor::anyError(findings)) findings = zelor::manifestFindings(manifest);
-    (void)zelor::findingsText(findings);
-    if (zelor::anyError(findings)) return 0;
-    for (const zelor::ContentEntry& entry : manifest.entries) {
-        zelor::Findings refused;
-        const std::string xml = zelor::contentXml(entry);
-        const zelor::ContentEntry read = zelor::readContentXml(xml, "content", entry.identifier, refused);
-        require(!zelor::anyError(refused) && read.cres.size() == entry.cres.size(), "content can be read");
+    zelor::authoring::Findings findings;
+    const zelor::authoring::Manifest manifest = zelor::authoring::parseManifest(
+        zelor::fuzz::textOf(data, size), folder.path().string(), "manifest", findings);
+    if (!zelor::authoring::anyError(findings)) findings = zelor::authoring::manifestFindings(manifest);
+    (void)zelor::authoring::findingsText(findings);
+    if (zelor::authoring::anyError(findings)) return 0;
+    for (const zelor::authoring::ContentEntry& entry : manifest.entries) {
+        zelor::authoring::Findings refused;
+        const std::string xml = zelor::authoring::contentXml(entry);
+        const zelor::authoring::ContentEntry read =
+            zelor::authoring::readContentXml(xml, "content", entry.identifier, refused);
+        require(!zelor::authoring::anyError(refused) && read.cres.size() == entry.cres.size(),
+                "content can be read");
         for (std::size_t i = 0; i < read.cres.size(); ++i) {
-            const zelor::ContentCre &one = entry.cres[i], &other = read.cres[i];
+            const zelor::authoring::ContentCre &one = entry.cres[i], &other = read.cres[i];
             require(one.id == other.id && one.platform == other.platform && one.product == other.product &&
                         one.eris.size() == other.eris.size(),
                     "an entry reads as it was written");

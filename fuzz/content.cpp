@@ -10,14 +10,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string identifier = "CVE-2014-4459";
     bool read = true;
     try {
-        zelor::ContentDocument::parse(text, identifier)
+        zelor::agent::ContentDocument::parse(text, identifier)
             .find("cpe:/o:apple:mac_os_x", "cpe:/a:example:editor");
     } catch (const std::exception&) {
         read = false;  // refused, with a reason
     }
-    zelor::Findings findings;
-    const zelor::ContentEntry entry = zelor::readContentXml(text, "content", identifier, findings);
-    zelor::fuzz::require(read != zelor::anyError(findings), "the author's tool refuses what agents refuse");
-    if (read) zelor::ContentDocument::parse(zelor::contentXml(entry), identifier);
+    zelor::authoring::Findings findings;
+    const zelor::authoring::ContentEntry entry =
+        zelor::authoring::readContentXml(text, "content", identifier, findings);
+    zelor::fuzz::require(read != zelor::authoring::anyError(findings),
+                         "the author's tool refuses what agents refuse");
+    if (read) zelor::agent::ContentDocument::parse(zelor::authoring::contentXml(entry), identifier);
     return 0;
 }

@@ -89,7 +89,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::size_t expected = 1;
     for (fs::recursive_directory_iterator it(bundle), end; it != end; ++it)
         ++expected;
-    std::string manifest = zelor::bundleManifest(bundle.string());
+    std::string manifest = zelor::agent::bundleManifest(bundle.string());
     require(takeUntil(manifest, "\n") == "zelor-bundle-manifest 1", "the first line tells the version");
     std::set<std::string> seen;
     while (!manifest.empty())

@@ -19,7 +19,7 @@ std::set<std::string> linesOf(const std::string& text) {
     return lines;
 }
 
-void compare(const zelor::InstalledRecord& record, const std::string& whole) {
+void compare(const zelor::remediation::InstalledRecord& record, const std::string& whole) {
     const std::set<std::string> lines = linesOf(whole);
     require(record.empty() == lines.empty(), "a record is empty when its file is");
     for (const std::string& line : lines) {
@@ -41,7 +41,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string file = place / "record";
     std::string text = zelor::fuzz::textOf(data, size);
     std::string whole;
-    zelor::InstalledRecord record;
+    zelor::remediation::InstalledRecord record;
     boost::filesystem::remove(file);
     while (!text.empty()) {
         const std::string piece = zelor::fuzz::takeUntil(text, std::string(1, '\0'));
@@ -56,7 +56,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         record.refresh(file);
         compare(record, whole);
     }
-    require(zelor::appendLine(file, "ERI-1"), "a line can be appended");
+    require(zelor::base::appendLine(file, "ERI-1"), "a line can be appended");
     record.refresh(file);
     compare(record, whole + (whole.empty() || whole.back() == '\n' ? "" : "\n") + "ERI-1\n");
     return 0;

@@ -10,12 +10,12 @@
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     try {
         const std::string text(reinterpret_cast<const char*>(data), size);
-        for (const auto& request : zelor::parseRequests(text, "fuzz")) {
-            const auto key = zelor::parseRequestKey(request.first, size % 2 == 0);
-            zelor::requestTarget(key.cpes, "cpe:/o:default", {"cpe:/o:special"});
-            zelor::progressKey(request.first);
+        for (const auto& request : zelor::controller::parseRequests(text, "fuzz")) {
+            const auto key = zelor::remediation::parseRequestKey(request.first, size % 2 == 0);
+            zelor::remediation::requestTarget(key.cpes, "cpe:/o:default", {"cpe:/o:special"});
+            zelor::remediation::progressKey(request.first);
         }
-    } catch (const zelor::InputError&) {
+    } catch (const zelor::controller::InputError&) {
         return 0;  // the only way in which it may refuse
     }
     return 0;

@@ -4,12 +4,13 @@
 #include "agent/AgentSettings.h"
 #include "base/CommandRunner.h"
 #include "platform/AgentIni.h"
+#include "platform/ShellCommand.h"
 
 namespace {
 
 using zelor::fuzz::require;
 
-void judge(const zelor::Setting& setting, const std::string& root) {
+void judge(const zelor::agent::Setting& setting, const std::string& root) {
     const bool path = setting.key == "Log.File" || setting.key == "ScanManager.InstallPath" ||
                       setting.key == "Buffer.UnzipFolder" || setting.key == "Buffer.PatchesDir" ||
                       (setting.key == "Repository.TrustedKey" && !setting.value.empty());
@@ -30,15 +31,15 @@ void judge(const zelor::Setting& setting, const std::string& root) {
 // The agent's ini file, as the agent and as the library read it.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const zelor::fuzz::QuietRoot root;
-    static const std::size_t known = zelor::AgentSettings::load(root / "none")->all().size();
-    const std::string file = underSystemRoot(zelor::agentIniFile);
+    static const std::size_t known = zelor::agent::AgentSettings::load(root / "none")->all().size();
+    const std::string file = underSystemRoot(zelor::agent::agentIniFile);
     zelor::test::writeFile(file, zelor::fuzz::textOf(data, size));
-    const auto settings = zelor::AgentSettings::load(file);
+    const auto settings = zelor::agent::AgentSettings::load(file);
     require(settings->all().size() == known, "every setting is there");
-    for (const zelor::Setting& setting : settings->all())
+    for (const zelor::agent::Setting& setting : settings->all())
         judge(setting, getSystemRoot());
-    require(zelor::readIniFile(file).has_value(), "a file that is there has a tree");
-    const auto limit = zelor::commandLimit();
+    require(zelor::platform::readIniFile(file).has_value(), "a file that is there has a tree");
+    const auto limit = zelor::platform::commandLimit();
     require(limit.count() >= 0 && limit <= std::chrono::hours(366 * 24), "a command's limit is sane");
     return 0;
 }

@@ -43,13 +43,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (data[0] == 'k') {
         const std::string file = keys.dir / "hostile.pem";
         zelor::test::writeFile(file, text);
-        const auto verdict = zelor::verifyBytes(signedText, keys.signatures[0], file);
+        const auto verdict = zelor::agent::verifyBytes(signedText, keys.signatures[0], file);
         require(!verdict.good && !verdict.reason.empty(), "no other key accepts the signature");
         return 0;
     }
     for (std::size_t i = 0; i < keys.count; ++i) {
         const std::string signature = data[0] == 'c' ? changed(keys.signatures[i], text) : text;
-        const auto verdict = zelor::verifyBytes(signedText, signature, keys.files[i]);
+        const auto verdict = zelor::agent::verifyBytes(signedText, signature, keys.files[i]);
         require(verdict.good == (signature == keys.signatures[i]), "the one signature is good, no other");
         require(verdict.good == verdict.reason.empty(), "a refusal has a reason");
     }

@@ -11,21 +11,22 @@
 // Size texts, patch names, list lines and shell words: everything that content puts into a decision.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string text(reinterpret_cast<const char*>(data), size);
-    zelor::parsePatchSize(text);
-    zelor::budgetBytes(text);
-    zelor::trimmed(text);
-    const auto name = zelor::splitAtLastDot(text);
+    zelor::remediation::parsePatchSize(text);
+    zelor::remediation::budgetBytes(text);
+    zelor::base::trimmed(text);
+    const auto name = zelor::remediation::splitAtLastDot(text);
     if (name && name->stem + name->extension != text) std::abort();
-    const auto cut = zelor::cutFourCharacters(text);
+    const auto cut = zelor::remediation::cutFourCharacters(text);
     if (cut.stem + cut.extension != text) std::abort();
-    if (zelor::whyUnsafeFileName(text).empty() && text.find('/') != std::string::npos) std::abort();
-    zelor::ListDamage damage;
-    const std::string kept = zelor::linesWithout(text, "foo.pkg", damage);
+    if (zelor::remediation::whyUnsafeFileName(text).empty() && text.find('/') != std::string::npos)
+        std::abort();
+    zelor::remediation::ListDamage damage;
+    const std::string kept = zelor::remediation::linesWithout(text, "foo.pkg", damage);
     if (!kept.empty() && kept.back() != '\n') std::abort();
     if (kept.find("foo.pkg") != std::string::npos) std::abort();
-    zelor::bufferedLineMatches(text, "foo.pkg", "00");
+    zelor::remediation::bufferedLineMatches(text, "foo.pkg", "00");
     // Inside quotes no quote may stand alone: taking out the escaped ones leaves none.
-    std::string quoted = zelor::insideSingleQuotes(text);
+    std::string quoted = zelor::base::insideSingleQuotes(text);
     for (auto at = quoted.find("'\\''"); at != std::string::npos; at = quoted.find("'\\''", at))
         quoted.erase(at, 4);
     if (quoted.find('\'') != std::string::npos) std::abort();

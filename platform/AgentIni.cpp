@@ -5,7 +5,7 @@
 
 #include "platform/Log.h"
 
-namespace zelor {
+namespace zelor::platform {
 
 std::optional<boost::property_tree::ptree> readIniFile(const std::string& path) {
     boost::system::error_code error;
@@ -21,4 +21,4 @@ std::optional<boost::property_tree::ptree> readIniFile(const std::string& path) 
     return tree;
 }
 
-}  // namespace zelor
+}  // namespace zelor::platform

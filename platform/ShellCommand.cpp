@@ -1,12 +1,13 @@
+#include "platform/ShellCommand.h"
+
 #include <cstring>
 
-#include "base/CommandRunner.h"
 #include "base/SystemRoot.h"
 #include "platform/AgentIni.h"
 #include "platform/Log.h"
 #include "platform/macos/MacPatchManager.h"
 
-namespace zelor {
+namespace zelor::platform {
 
 std::chrono::seconds commandLimit() {
     const auto tree = readIniFile(underSystemRoot(MPMZELORINIFILE));
@@ -15,7 +16,7 @@ std::chrono::seconds commandLimit() {
     return std::chrono::minutes(minutes > 0 && minutes <= kYear ? minutes : 0L);
 }
 
-void logCommandTrouble(const std::string& command, const CommandResult& result) {
+void logCommandTrouble(const std::string& command, const base::CommandResult& result) {
     if (!result.started) {
         log::error("[MacPatchManager] (runCommand) Cannot start a process: ",
                    std::string(std::strerror(result.startError)), ": ", command);
@@ -24,16 +25,16 @@ void logCommandTrouble(const std::string& command, const CommandResult& result) 
         log::error("[MacPatchManager] (runCommand) Stopped at the limit of [Limits] CommandMinutes: ",
                    command);
     }
-    if (result.outputSize > kOutputBound) {
+    if (result.outputSize > base::kOutputBound) {
         log::error("[MacPatchManager] (runCommand) The output had ", result.outputSize,
-                   " bytes; the first and last ", kOutputBound / 2, " are kept: ", command);
+                   " bytes; the first and last ", base::kOutputBound / 2, " are kept: ", command);
     }
 }
 
-CommandResult runShell(const std::string& command) {
-    CommandResult result = runCommand({"/bin/sh", "-c", command}, false, commandLimit());
+base::CommandResult runShell(const std::string& command) {
+    base::CommandResult result = base::runCommand({"/bin/sh", "-c", command}, false, commandLimit());
     logCommandTrouble(command, result);
     return result;
 }
 
-}  // namespace zelor
+}  // namespace zelor::platform

@@ -38,7 +38,7 @@ class ArchiveReader {
     };
     std::string cause() const;
 
-    UniqueFd file_;  // outlives the reader, which reads from it
+    base::UniqueFd file_;  // outlives the reader, which reads from it
     std::unique_ptr<archive, Release> reader_;
     archive_entry* pending_ = nullptr;
     bool atEnd_ = false;

@@ -45,8 +45,8 @@ bool isInside(const std::string& path, const std::string& folder) {
 
 ArchiveWriter::ArchiveWriter(Kind kind, const std::string& path, const std::string& volume)
     : path_(path), staged_(path + ".unfinished"), volume_(volume) {
-    file_ = openFile(staged_, O_RDWR | O_CREAT | O_TRUNC, 0644);
-    if (!file_) throw std::runtime_error("cannot write " + staged_ + ": " + errorText(errno));
+    file_ = base::openFile(staged_, O_RDWR | O_CREAT | O_TRUNC, 0644);
+    if (!file_) throw std::runtime_error("cannot write " + staged_ + ": " + agent::errorText(errno));
     writer_.reset(archive_write_new());
     if (!writer_) throw std::bad_alloc();
     try {
@@ -137,9 +137,9 @@ void ArchiveWriter::addFile(const std::string& name, const std::string& path) {
 }
 
 void ArchiveWriter::writeFileData(const std::string& path, std::uint64_t size) {
-    const UniqueFd file = openRegularFile(path);
-    const auto read =
-        readInPieces(file, path, [&](std::string_view piece) { writeData(piece.data(), piece.size()); });
+    const base::UniqueFd file = agent::openRegularFile(path);
+    const auto read = agent::readInPieces(
+        file, path, [&](std::string_view piece) { writeData(piece.data(), piece.size()); });
     if (read != size) throw std::runtime_error(path + " changed while it was read");
 }
 
@@ -155,7 +155,7 @@ FolderCount ArchiveWriter::addFolder(const std::string& folder, const std::strin
 
 void ArchiveWriter::addPath(const std::string& path, const std::string& name, FolderCount& count) {
     struct stat status {};
-    if (::lstat(path.c_str(), &status) != 0) throw std::runtime_error(path + ": " + errorText(errno));
+    if (::lstat(path.c_str(), &status) != 0) throw std::runtime_error(path + ": " + agent::errorText(errno));
     const Entry entry = newEntry(name, status.st_mode & (S_IFMT | 0777U), status.st_mtime);
     ++count.files;
     if (S_ISDIR(status.st_mode)) {
@@ -184,11 +184,11 @@ void ArchiveWriter::commit() {
         name.resize(volumeNameBytes, ' ');
         if (::pwrite(file_.get(), name.data(), name.size(), volumeNameAt) !=
             static_cast<ssize_t>(name.size())) {
-            throw std::runtime_error("cannot write " + path_ + ": " + errorText(errno));
+            throw std::runtime_error("cannot write " + path_ + ": " + agent::errorText(errno));
         }
     }
-    if (!flushToDisk(file_.get()) || ::rename(staged_.c_str(), path_.c_str()) != 0) {
-        throw std::runtime_error("cannot write " + path_ + ": " + errorText(errno));
+    if (!base::flushToDisk(file_.get()) || ::rename(staged_.c_str(), path_.c_str()) != 0) {
+        throw std::runtime_error("cannot write " + path_ + ": " + agent::errorText(errno));
     }
     staged_.clear();
 }

@@ -56,7 +56,7 @@ class ArchiveWriter {
     std::string path_;
     std::string staged_;
     std::string volume_;
-    UniqueFd file_;
+    base::UniqueFd file_;
     std::unique_ptr<archive, Release> writer_;
 };
 

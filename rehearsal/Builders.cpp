@@ -24,7 +24,7 @@ void requireSane(const PackageOrder& order) {
         throw std::invalid_argument("a package identifier holds letters, digits, '.', '-' and '_', not \"" +
                                     id + "\"");
     }
-    const auto location = pathComponents(order.info.installLocation);
+    const auto location = agent::pathComponents(order.info.installLocation);
     if (order.info.installLocation.empty() || order.info.installLocation.front() != '/' ||
         std::find(location.begin(), location.end(), "..") != location.end()) {
         throw std::invalid_argument(

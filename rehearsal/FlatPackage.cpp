@@ -23,11 +23,11 @@ constexpr std::size_t memberLimit = 1000;
 using Members = std::map<std::string, std::map<std::string, std::string>>;
 
 void writeMember(ArchiveReader& reader, const std::string& path) {
-    const UniqueFd file = openFile(path, O_WRONLY | O_CREAT | O_EXCL, 0600);
+    const base::UniqueFd file = base::openFile(path, O_WRONLY | O_CREAT | O_EXCL, 0600);
     std::array<char, 1U << 16U> buffer{};
     while (const std::size_t count = reader.read(buffer.data(), buffer.size())) {
-        if (!file || !writeAll(file.get(), std::string(buffer.data(), count))) {
-            throw std::runtime_error("cannot write " + path + ": " + errorText(errno));
+        if (!file || !base::writeAll(file.get(), std::string(buffer.data(), count))) {
+            throw std::runtime_error("cannot write " + path + ": " + agent::errorText(errno));
         }
     }
 }
@@ -39,7 +39,7 @@ Members takeMembers(const std::string& path, const std::string& workFolder) {
     std::size_t count = 0;
     while (archive_entry* entry = reader.next()) {
         const char* name = archive_entry_pathname(entry);
-        const auto components = pathComponents(name == nullptr ? "" : name);
+        const auto components = agent::pathComponents(name == nullptr ? "" : name);
         if (components.empty() || components.size() > 2 || wanted.count(components.back()) == 0) continue;
         if (archive_entry_filetype(entry) != AE_IFREG) continue;
         if (++count > memberLimit) throw std::runtime_error("the package has too many parts");
@@ -56,12 +56,12 @@ PackageComponent componentFrom(const std::map<std::string, std::string>& files, 
         return it == files.end() ? std::string() : it->second;
     };
     if (fileOf("PackageInfo").empty()) throw std::runtime_error(name + " has no PackageInfo");
-    return {name, parsePackageInfo(readBounded(fileOf("PackageInfo"), textLimit)), fileOf("Payload"),
+    return {name, parsePackageInfo(agent::readBounded(fileOf("PackageInfo"), textLimit)), fileOf("Payload"),
             fileOf("Scripts")};
 }
 
 FlatPackage product(const Members& members, const std::string& distributionFile) {
-    const Distribution distribution = parseDistribution(readBounded(distributionFile, textLimit));
+    const Distribution distribution = parseDistribution(agent::readBounded(distributionFile, textLimit));
     FlatPackage package;
     package.title = distribution.title;
     package.restart = distribution.restart;

@@ -146,7 +146,7 @@ std::optional<Mount> findMount(const MacState& state, const std::string& subject
 bool emptyMountPoint(const Mount& mount, const std::string& root) {
     const std::string folder = requireBelowRoot(mount.mountPoint, root);
     removeTree(folder);
-    return !fs::exists(folder) && makeFolders(folder);
+    return !fs::exists(folder) && agent::makeFolders(folder);
 }
 
 void markUnmounted(const StateFolder& folder, int disk) {
@@ -174,7 +174,8 @@ int detach(const StateFolder& folder, const MacState& state, const Command& comm
         return say({"", "hdiutil: couldn't unmount " + disk + " - Resource busy\n", busyStatus});
     }
     if (mount->mounted && !emptyMountPoint(*mount, state.root)) {
-        throw std::runtime_error("hdiutil: cannot empty " + mount->mountPoint + ": " + errorText(errno));
+        throw std::runtime_error("hdiutil: cannot empty " + mount->mountPoint + ": " +
+                                 agent::errorText(errno));
     }
     if (fault == Outcome::busyEject) {
         markUnmounted(folder, mount->disk);

@@ -98,7 +98,7 @@ class Installation {
     }
 
     UnpackRules payloadRules(const PackageComponent& component) const {
-        return linksInside(root_, pathComponents(component.info.installLocation));
+        return linksInside(root_, agent::pathComponents(component.info.installLocation));
     }
 
     /// Nothing changes below the root unless every part of the package can be read.
@@ -142,7 +142,7 @@ class Installation {
     bool runScript(const std::string& name, const PackageComponent& component) const {
         if (name.empty()) return true;
         std::string location = root_;
-        for (const std::string& folder : pathComponents(component.info.installLocation))
+        for (const std::string& folder : agent::pathComponents(component.info.installLocation))
             location += "/" + folder;
         return runPackageScript(
             {scriptFolder(component), name, fs::absolute(packagePath_).string(), location, root_}, logFile());
@@ -150,7 +150,7 @@ class Installation {
 
     std::string logFile() const { return folder_.path() + "/install.log"; }
     /// As on a Mac, the log tells more than the tool.
-    void explain(const std::string& what) const { appendLine(logFile(), what); }
+    void explain(const std::string& what) const { base::appendLine(logFile(), what); }
 
     const StateFolder& folder_;
     std::string root_;

@@ -30,8 +30,8 @@ namespace {
 }  // namespace
 
 bool runPackageScript(const PackageScript& script, const std::string& logFile) {
-    const UniqueFd input = openFile("/dev/null", O_RDONLY);
-    const UniqueFd log = openFile(logFile, O_WRONLY | O_CREAT | O_APPEND, 0644);
+    const base::UniqueFd input = base::openFile("/dev/null", O_RDONLY);
+    const base::UniqueFd log = base::openFile(logFile, O_WRONLY | O_CREAT | O_APPEND, 0644);
     if (!input || !log) return false;
     const pid_t child = fork();
     if (child < 0) return false;

@@ -30,7 +30,7 @@ std::string written(const pugi::xml_document& document) {
 }
 
 std::string scriptName(const pugi::xml_node& node) {
-    const auto components = pathComponents(node.attribute("file").value());
+    const auto components = agent::pathComponents(node.attribute("file").value());
     if (!node) return "";
     if (components.size() != 1 || components.front() == "..") {
         throw std::runtime_error("PackageInfo names a script that is not in the top folder");
@@ -52,7 +52,7 @@ PackageInfo parsePackageInfo(const std::string& xml) {
     if (info.id.empty()) throw std::runtime_error("PackageInfo has no identifier");
     info.version = node.attribute("version").value();
     info.installLocation = node.attribute("install-location").as_string("/");
-    const auto location = pathComponents(info.installLocation);
+    const auto location = agent::pathComponents(info.installLocation);
     if (std::find(location.begin(), location.end(), "..") != location.end()) {
         throw std::runtime_error("PackageInfo has an install location with \"..\"");
     }

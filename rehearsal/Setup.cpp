@@ -16,7 +16,7 @@ namespace zelor::rehearsal {
 namespace {
 
 std::string usableRoot(const std::string& root) {
-    if (!makeFolders(root)) throw std::runtime_error("cannot make the root folder " + root);
+    if (!agent::makeFolders(root)) throw std::runtime_error("cannot make the root folder " + root);
     std::string path = fs::canonical(root).string();
     if (path == "/") throw std::invalid_argument("the root of a rehearsal cannot be this machine's own root");
     return path;
@@ -34,7 +34,7 @@ void makeName(const fs::path& link, const std::string& program) {
 void makeMac(const std::string& toolsFolder, const std::string& program, const MacOrder& order) {
     MacState state;
     setSystem(state, order);
-    if (!makeFolders(toolsFolder)) throw std::runtime_error("cannot make the folder " + toolsFolder);
+    if (!agent::makeFolders(toolsFolder)) throw std::runtime_error("cannot make the folder " + toolsFolder);
     const std::string tools = fs::canonical(toolsFolder).string();
     state.root = usableRoot(order.root.empty() ? tools + "/root" : order.root);
     StateFolder(tools).create(state);
@@ -64,18 +64,18 @@ void resetMac(const StateFolder& folder) {
         state.receipts.clear();
     });
     for (const fs::directory_entry& entry : fs::directory_iterator(folder.path())) {
-        if (hasBeginning(entry.path().filename().string(), "work-")) removeTree(entry.path().string());
+        if (base::hasBeginning(entry.path().filename().string(), "work-")) removeTree(entry.path().string());
     }
 }
 
 void requireUpdate(Update& update) {
     if (update.title.empty()) update.title = update.label;
     for (const std::string& text : {update.label, update.title, update.version}) {
-        if (text.empty() || hasControlCharacter(text)) {
+        if (text.empty() || base::hasControlCharacter(text)) {
             throw std::invalid_argument("an update needs a label and a version without control characters");
         }
     }
-    const auto path = pathComponents(update.payload);
+    const auto path = agent::pathComponents(update.payload);
     if (std::find(path.begin(), path.end(), "..") != path.end()) {
         throw std::invalid_argument("the payload path has \"..\": " + update.payload);
     }

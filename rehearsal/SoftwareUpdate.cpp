@@ -66,10 +66,10 @@ void applyToolFault(std::vector<Update>& updates, Outcome fault) {
 void writePayloads(const std::vector<Update>& updates, const std::string& root) {
     for (const Update& update : updates) {
         if (update.payload.empty() || !installs(update.outcome)) continue;
-        ExtractionTree tree(root);
-        auto file = tree.createFile(pathComponents(update.payload));
-        writeAll(file.get(), update.label + "\n");
-        ExtractionTree::finishFile(std::move(file), 0644, std::nullopt);
+        agent::ExtractionTree tree(root);
+        auto file = tree.createFile(agent::pathComponents(update.payload));
+        base::writeAll(file.get(), update.label + "\n");
+        agent::ExtractionTree::finishFile(std::move(file), 0644, std::nullopt);
         tree.finish();
     }
 }

@@ -24,15 +24,17 @@ namespace {
 
 class Lock {
   public:
-    explicit Lock(const std::string& folder) : file_(openFile(folder + "/lock", O_RDWR | O_CREAT, 0600)) {
-        if (!file_) throw std::runtime_error("cannot open " + folder + "/lock: " + errorText(errno));
+    explicit Lock(const std::string& folder)
+        : file_(base::openFile(folder + "/lock", O_RDWR | O_CREAT, 0600)) {
+        if (!file_) throw std::runtime_error("cannot open " + folder + "/lock: " + agent::errorText(errno));
         while (::flock(file_.get(), LOCK_EX) != 0) {
-            if (errno != EINTR) throw std::runtime_error("cannot lock " + folder + ": " + errorText(errno));
+            if (errno != EINTR)
+                throw std::runtime_error("cannot lock " + folder + ": " + agent::errorText(errno));
         }
     }
 
   private:
-    UniqueFd file_;
+    base::UniqueFd file_;
 };
 
 }  // namespace
@@ -44,7 +46,8 @@ bool StateFolder::exists() const {
 }
 
 void StateFolder::create(const MacState& state) const {
-    if (!makeFolders(path_)) throw std::runtime_error("cannot make " + path_ + ": " + errorText(errno));
+    if (!agent::makeFolders(path_))
+        throw std::runtime_error("cannot make " + path_ + ": " + agent::errorText(errno));
     const Lock lock(path_);
     if (exists()) throw std::runtime_error(path_ + " holds a rehearsal Mac already; \"reset\" empties it");
     write(state);
@@ -81,15 +84,15 @@ MacState StateFolder::read() const {
 void StateFolder::write(const MacState& state) const {
     const std::string staged = file() + ".new";
     const std::string text = toJson(state).dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
-    UniqueFd out = openFile(staged, O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    if (!out || !writeAll(out.get(), text + "\n") || ::rename(staged.c_str(), file().c_str()) != 0) {
-        throw std::runtime_error("cannot write " + file() + ": " + errorText(errno));
+    base::UniqueFd out = base::openFile(staged, O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    if (!out || !base::writeAll(out.get(), text + "\n") || ::rename(staged.c_str(), file().c_str()) != 0) {
+        throw std::runtime_error("cannot write " + file() + ": " + agent::errorText(errno));
     }
 }
 
 WorkFolder::WorkFolder(const std::string& parent) : path_(parent + "/work-XXXXXX") {
     if (mkdtemp(path_.data()) == nullptr) {
-        throw std::runtime_error("cannot make a folder in " + parent + ": " + errorText(errno));
+        throw std::runtime_error("cannot make a folder in " + parent + ": " + agent::errorText(errno));
     }
 }
 

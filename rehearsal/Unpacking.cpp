@@ -16,13 +16,13 @@ namespace {
 
 constexpr std::size_t pieceBytes = 1U << 18U;
 
-ExtractionTree::Time timeOf(archive_entry* entry) {
+agent::ExtractionTree::Time timeOf(archive_entry* entry) {
     if (archive_entry_mtime_is_set(entry) == 0) return std::nullopt;
     return timespec{archive_entry_mtime(entry), archive_entry_mtime_nsec(entry)};
 }
 
 mode_t modeOf(archive_entry* entry) {
-    return static_cast<mode_t>(archive_entry_perm(entry) & keptModeBits);
+    return static_cast<mode_t>(archive_entry_perm(entry) & agent::keptModeBits);
 }
 
 std::string textOrNone(const char* text) {
@@ -32,8 +32,8 @@ std::string textOrNone(const char* text) {
 /// One pass over an archive, with or without a tree to fill.
 class Pass {
   public:
-    Pass(ArchiveReader::Kind kind, const std::string& path, const UnpackRules& rules, ExtractionTree* tree,
-         const std::string& destination)
+    Pass(ArchiveReader::Kind kind, const std::string& path, const UnpackRules& rules,
+         agent::ExtractionTree* tree, const std::string& destination)
         : reader_(kind, path), rules_(rules), tree_(tree), destination_(destination), buffer_(pieceBytes) {
         constexpr std::uint64_t margin = 64ULL << 20U;
         if (tree != nullptr) room_ = tree->freeBytes() > margin ? tree->freeBytes() - margin : 0;
@@ -52,11 +52,11 @@ class Pass {
     }
 
   private:
-    ExtractionTree::Path below(const std::string& name) const {
-        const std::string problem = entryNameProblem(name, {});
+    agent::ExtractionTree::Path below(const std::string& name) const {
+        const std::string problem = agent::entryNameProblem(name, {});
         if (!problem.empty()) throw std::runtime_error(problem);
-        ExtractionTree::Path path = rules_.prefix;
-        const auto components = pathComponents(name);
+        agent::ExtractionTree::Path path = rules_.prefix;
+        const auto components = agent::pathComponents(name);
         path.insert(path.end(), components.begin(), components.end());
         return path;
     }
@@ -80,17 +80,17 @@ class Pass {
         }
     }
 
-    void takeFolder(archive_entry* entry, const ExtractionTree::Path& path) {
+    void takeFolder(archive_entry* entry, const agent::ExtractionTree::Path& path) {
         tree_->addFolder(path, modeOf(entry), timeOf(entry));
         // One from an earlier unpacking may be closed to its owner, whom no root rights help here.
         struct stat status {};
         const std::string place = placeOf(path);
         if (::lstat(place.c_str(), &status) == 0 && (status.st_mode & S_IRWXU) != S_IRWXU) {
-            ::chmod(place.c_str(), (status.st_mode & keptModeBits) | S_IRWXU);
+            ::chmod(place.c_str(), (status.st_mode & agent::keptModeBits) | S_IRWXU);
         }
     }
 
-    std::string placeOf(const ExtractionTree::Path& path) const {
+    std::string placeOf(const agent::ExtractionTree::Path& path) const {
         std::string place = destination_;
         for (const std::string& component : path)
             place += "/" + component;
@@ -98,38 +98,39 @@ class Pass {
     }
 
     /// A second name of an earlier file: a file of its own with the same content.
-    void takeTwin(archive_entry* entry, const ExtractionTree::Path& path, const ExtractionTree::Path& twin) {
+    void takeTwin(archive_entry* entry, const agent::ExtractionTree::Path& path,
+                  const agent::ExtractionTree::Path& twin) {
         const bool hasContent = archive_entry_size_is_set(entry) != 0 && archive_entry_size(entry) > 0;
         if (hasContent || tree_ == nullptr) {
             writeFile(entry, path, [this] { return reader_.read(buffer_.data(), buffer_.size()); });
             return;
         }
         if (path == twin) throw std::runtime_error("is a hard link to itself");
-        const UniqueFd original = openRegularFile(placeOf(twin));
+        const base::UniqueFd original = agent::openRegularFile(placeOf(twin));
         writeFile(entry, path, [&] {
             const auto count = ::read(original.get(), buffer_.data(), buffer_.size());
-            if (count < 0) throw std::runtime_error("cannot be copied: " + errorText(errno));
+            if (count < 0) throw std::runtime_error("cannot be copied: " + agent::errorText(errno));
             return static_cast<std::size_t>(count);
         });
     }
 
     template <class Read>
-    void writeFile(archive_entry* entry, const ExtractionTree::Path& path, const Read& read) {
-        UniqueFd file;
+    void writeFile(archive_entry* entry, const agent::ExtractionTree::Path& path, const Read& read) {
+        base::UniqueFd file;
         if (tree_ != nullptr) file = tree_->createFile(path);
         while (const std::size_t count = read()) {
             if (count > room_) throw std::runtime_error("does not fit on the disk");
             room_ -= count;
-            if (file && !writeAll(file.get(), std::string(buffer_.data(), count))) {
-                throw std::runtime_error("cannot be written: " + errorText(errno));
+            if (file && !base::writeAll(file.get(), std::string(buffer_.data(), count))) {
+                throw std::runtime_error("cannot be written: " + agent::errorText(errno));
             }
         }
-        if (file) ExtractionTree::finishFile(std::move(file), modeOf(entry), timeOf(entry));
+        if (file) agent::ExtractionTree::finishFile(std::move(file), modeOf(entry), timeOf(entry));
     }
 
     ArchiveReader reader_;
     const UnpackRules& rules_;
-    ExtractionTree* tree_;
+    agent::ExtractionTree* tree_;
     const std::string& destination_;
     std::vector<char> buffer_;
     std::uint64_t room_ = std::numeric_limits<std::uint64_t>::max();
@@ -138,19 +139,19 @@ class Pass {
 }  // namespace
 
 UnpackRules verbatimLinks() {
-    return {{}, [](const ExtractionTree::Path&, const std::string& target) {
+    return {{}, [](const agent::ExtractionTree::Path&, const std::string& target) {
                 if (target.empty()) throw std::runtime_error("is a symbolic link to nothing");
                 return target;
             }};
 }
 
-UnpackRules linksInside(const std::string& root, const ExtractionTree::Path& prefix) {
-    return {prefix, [root](const ExtractionTree::Path& link, const std::string& target) {
+UnpackRules linksInside(const std::string& root, const agent::ExtractionTree::Path& prefix) {
+    return {prefix, [root](const agent::ExtractionTree::Path& link, const std::string& target) {
                 const bool absolute = !target.empty() && target.front() == '/';
                 // An absolute path counts from the root, as a relative one does from a link at the very top.
                 const std::string relative = absolute ? "./" + target.substr(1) : target;
-                const std::string problem =
-                    linkTargetProblem(absolute ? ExtractionTree::Path{"link"} : link, relative, {});
+                const std::string problem = agent::linkTargetProblem(
+                    absolute ? agent::ExtractionTree::Path{"link"} : link, relative, {});
                 if (!problem.empty()) throw std::runtime_error(problem);
                 return absolute ? root + target : target;
             }};
@@ -162,7 +163,7 @@ void checkArchive(ArchiveReader::Kind kind, const std::string& path, const Unpac
 
 void unpack(ArchiveReader::Kind kind, const std::string& path, const std::string& destination,
             const UnpackRules& rules) {
-    ExtractionTree tree(destination);
+    agent::ExtractionTree tree(destination);
     try {
         Pass(kind, path, rules, &tree, destination).run();
     } catch (...) {

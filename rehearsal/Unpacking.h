@@ -11,15 +11,15 @@ namespace zelor::rehearsal {
 /// Where an archive's entries go and which symbolic links it may make.
 struct UnpackRules {
     /// Folders below the destination that the entries' names are taken from.
-    ExtractionTree::Path prefix;
+    agent::ExtractionTree::Path prefix;
     /// The target to write for a link at that path; throws std::runtime_error to refuse it.
-    std::function<std::string(const ExtractionTree::Path& link, const std::string& target)> linkTarget;
+    std::function<std::string(const agent::ExtractionTree::Path& link, const std::string& target)> linkTarget;
 };
 
 /// A link's own text, for a tree that nobody walks with rights over other files.
 UnpackRules verbatimLinks();
 /// Links stay inside the destination; one to an absolute path is taken below `root`.
-UnpackRules linksInside(const std::string& root, const ExtractionTree::Path& prefix);
+UnpackRules linksInside(const std::string& root, const agent::ExtractionTree::Path& prefix);
 
 /// Reads the archive to its end and throws std::runtime_error, naming the entry, for what `unpack` would
 /// refuse: a name or link that leads out of the destination, a device, a damaged part. Writes nothing.

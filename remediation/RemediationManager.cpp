@@ -31,9 +31,9 @@ RemediationManager::RemediationManager(std::string installPathArgument)
       installPath(Common::StripTrailingSeparators(installPathArgument)),
       macPatchManager(std::make_unique<MacPatchManager>()),
       bufferedPatchesFileName(kBufferedPatchesFileName),
-      progressTable(std::make_unique<zelor::ProgressTable>(remediationProgressMap)),
-      cancelledKey(std::make_unique<zelor::NearbyKey<std::map<std::string, std::string>>>()),
-      installedRecord(std::make_unique<zelor::InstalledRecord>()) {}
+      progressTable(std::make_unique<zelor::remediation::ProgressTable>(remediationProgressMap)),
+      cancelledKey(std::make_unique<zelor::remediation::NearbyKey<std::map<std::string, std::string>>>()),
+      installedRecord(std::make_unique<zelor::remediation::InstalledRecord>()) {}
 
 RemediationManager::~RemediationManager() {
     systemPlatformCpe = "";
@@ -102,7 +102,7 @@ void RemediationManager::queryAndStoreCurrentOsName() {
 }
 
 void RemediationManager::emptyTheContentDirectory() {
-    const std::string problem = zelor::folderProblem(contentDownloadDir);
+    const std::string problem = zelor::base::folderProblem(contentDownloadDir);
     if (!problem.empty()) {
         zlog::error(" [Remediation Manager] The content directory '", contentDownloadDir,
                     "' is not emptied: ", problem);

@@ -136,7 +136,7 @@ void RemediationManager::endAfterException(const std::string& what) {
     try {
         zlog::error(" [Remediation Manager] The run ended with an unexpected error: ", what);
         for (const auto& request : getovalIdMap()) {
-            const std::string mapKey = zelor::progressKey(request.first);
+            const std::string mapKey = zelor::remediation::progressKey(request.first);
             const boost::unique_lock<boost::mutex> lock(mutex);
             if (progressTable->find(mapKey).value_or(REM_QUEUED) <= REM_INSTALLING)
                 progressTable->store(mapKey, REM_INTERNAL_FAILED);
@@ -156,6 +156,6 @@ void RemediationManager::resetInstalledPatchesFile() {
         zlog::debug(" [Remediation Manager] The installed-patches record cannot be removed: ",
                     error.message());
     }
-    zelor::openFile(installedPatchesFile, O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW);
-    installedRecord = std::make_unique<zelor::InstalledRecord>();
+    zelor::base::openFile(installedPatchesFile, O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW);
+    installedRecord = std::make_unique<zelor::remediation::InstalledRecord>();
 }

@@ -2,7 +2,7 @@
 #include "remediation/RemediationManager.h"
 
 bool RemediationManager::stringHasEnding(const std::string& text, const std::string& ending) {
-    return zelor::hasEnding(text, ending);
+    return zelor::base::hasEnding(text, ending);
 }
 
 bool RemediationManager::wstringHasEnding(const std::wstring& text, const std::wstring& ending) {
@@ -11,7 +11,7 @@ bool RemediationManager::wstringHasEnding(const std::wstring& text, const std::w
 }
 
 bool RemediationManager::stringHasBegining(const std::string& text, const std::string& beginning) {
-    return zelor::hasBeginning(text, beginning);
+    return zelor::base::hasBeginning(text, beginning);
 }
 
 bool RemediationManager::wstringHasBegining(const std::wstring& text, const std::wstring& beginning) {
@@ -19,15 +19,15 @@ bool RemediationManager::wstringHasBegining(const std::wstring& text, const std:
 }
 
 bool RemediationManager::stringIsSubset(std::string text, std::string beginning) {
-    return text.size() > beginning.size() && zelor::hasBeginning(text, beginning);
+    return text.size() > beginning.size() && zelor::base::hasBeginning(text, beginning);
 }
 
 std::string RemediationManager::trimString(std::string text) {
-    return zelor::trimmed(std::move(text));
+    return zelor::base::trimmed(std::move(text));
 }
 
 std::vector<std::string> RemediationManager::splitStr(std::string text, std::string delimiter) {
-    return zelor::splitInTwo(text, delimiter);
+    return zelor::base::splitInTwo(text, delimiter);
 }
 
 void RemediationManager::trimTrailingCharacter(std::string& text, char c) {
@@ -35,9 +35,9 @@ void RemediationManager::trimTrailingCharacter(std::string& text, char c) {
 }
 
 std::string RemediationManager::getApplicationArchitecture(std::string text) {
-    text = zelor::lowerCased(std::move(text));
+    text = zelor::base::lowerCased(std::move(text));
     for (const char* architecture : {"x86", "x64", "ia64"}) {
-        if (zelor::contains(text, architecture)) return architecture;
+        if (zelor::base::contains(text, architecture)) return architecture;
     }
     return "";
 }

@@ -11,7 +11,7 @@
 #include "agent/archive/ExtractionTree.h"
 #include "base/SystemCalls.h"
 
-namespace zelor {
+namespace zelor::agent {
 
 namespace {
 
@@ -119,7 +119,7 @@ class Extraction {
             tree_.addLink(path, target, time);
         } else if (type == AE_IFREG) {
             if (archive_entry_size_is_set(entry) != 0) requireRoom(archive_entry_size(entry));
-            UniqueFd file = tree_.createFile(path);
+            base::UniqueFd file = tree_.createFile(path);
             copyData(file);
             ExtractionTree::finishFile(std::move(file), mode, time);
         } else {
@@ -127,7 +127,7 @@ class Extraction {
         }
     }
 
-    void copyData(const UniqueFd& file) {
+    void copyData(const base::UniqueFd& file) {
         const void* bytes = nullptr;
         std::size_t size = 0;
         la_int64_t offset = 0;
@@ -136,7 +136,7 @@ class Extraction {
         while ((result = archive_read_data_block(reader_.get(), &bytes, &size, &offset)) == ARCHIVE_OK) {
             if (offset != expected) throw std::runtime_error("has holes");
             requireRoom(static_cast<la_int64_t>(size));
-            if (!writeAll(file.get(), {static_cast<const char*>(bytes), size})) {
+            if (!base::writeAll(file.get(), {static_cast<const char*>(bytes), size})) {
                 throw std::runtime_error("cannot write the file: " + errorText(errno));
             }
             expected += static_cast<la_int64_t>(size);
@@ -156,7 +156,7 @@ class Extraction {
 
     ExtractionTree& tree_;
     const ExtractionLimits& limits_;
-    UniqueFd file_;  // outlives the reader, which reads from it
+    base::UniqueFd file_;  // outlives the reader, which reads from it
     Reader reader_;
     Allowance allowance_;
     std::string name_;
@@ -178,4 +178,4 @@ void ArchiveExtractor::extract(const std::string& archive, const std::string& de
     }
 }
 
-}  // namespace zelor
+}  // namespace zelor::agent

@@ -4,7 +4,7 @@
 
 #include "agent/archive/ArchivePolicy.h"
 
-namespace zelor {
+namespace zelor::agent {
 
 /// Unpacks zip archives into a folder, streaming, without following or creating a way out of it. Kept:
 /// permission bits, modification times, inner symbolic links. Refused: encrypted, repeated and special
@@ -22,4 +22,4 @@ class ArchiveExtractor {
     ExtractionLimits limits_;
 };
 
-}  // namespace zelor
+}  // namespace zelor::agent

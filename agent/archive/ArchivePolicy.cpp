@@ -5,7 +5,7 @@
 
 #include "base/Strings.h"
 
-namespace zelor {
+namespace zelor::agent {
 
 std::vector<std::string> pathComponents(const std::string& path) {
     std::vector<std::string> components;
@@ -51,7 +51,7 @@ std::string EntryNames::add(const std::vector<std::string>& components) {
     std::size_t parent = 0;
     for (std::size_t i = 0; i < components.size(); ++i) {
         const bool isEntry = i + 1 == components.size();
-        const auto [known, isNew] = nodes_.try_emplace({parent, lowerCased(components[i])},
+        const auto [known, isNew] = nodes_.try_emplace({parent, base::lowerCased(components[i])},
                                                        Node{nodes_.size() + 1, components[i], isEntry});
         Node& node = known->second;
         if (node.spelling != components[i]) return "differs from another only in case";
@@ -74,4 +74,4 @@ Allowance unpackedAllowance(std::uint64_t archiveBytes, std::uint64_t freeBytes,
     return allowance;
 }
 
-}  // namespace zelor
+}  // namespace zelor::agent

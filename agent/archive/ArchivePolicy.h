@@ -8,7 +8,7 @@
 #include <vector>
 
 /// What an archive may ask for: decisions alone, nothing here touches a file.
-namespace zelor {
+namespace zelor::agent {
 
 struct ExtractionLimits {
     std::uint64_t entries = 100000;  ///< the folders on the way to them included
@@ -65,4 +65,4 @@ struct Allowance {
 Allowance unpackedAllowance(std::uint64_t archiveBytes, std::uint64_t freeBytes,
                             const ExtractionLimits& limits);
 
-}  // namespace zelor
+}  // namespace zelor::agent

@@ -12,7 +12,7 @@
 #include "agent/Files.h"
 #include "base/SystemCalls.h"
 
-namespace zelor {
+namespace zelor::agent {
 
 namespace {
 
@@ -35,17 +35,17 @@ std::array<timespec, 2> timesFor(const timespec& modified) {
 
 ExtractionTree::ExtractionTree(const std::string& destination) {
     if (!makeFolders(destination)) fail("cannot make the folder " + destination);
-    root_ = openFile(destination, folderFlags);
+    root_ = base::openFile(destination, folderFlags);
     if (!root_) fail("cannot open the folder " + destination);
 }
 
 std::uint64_t ExtractionTree::freeBytes() const {
     std::uint64_t bytes = 0;
-    if (!availableBytes(root_.get(), bytes)) fail("cannot examine the destination's file system");
+    if (!base::availableBytes(root_.get(), bytes)) fail("cannot examine the destination's file system");
     return bytes;
 }
 
-void ExtractionTree::makeFolder(const UniqueFd& parent, const Path& path) {
+void ExtractionTree::makeFolder(const base::UniqueFd& parent, const Path& path) {
     if (::mkdirat(parent.get(), path.back().c_str(), 0700) == 0) {
         created_.push_back({path, true});
         folders_[path] = {impliedFolderMode, std::nullopt};
@@ -54,11 +54,11 @@ void ExtractionTree::makeFolder(const UniqueFd& parent, const Path& path) {
     }
 }
 
-UniqueFd ExtractionTree::walk(const Path& folder, bool make) {
-    UniqueFd here(::openat(root_.get(), ".", folderFlags));
+base::UniqueFd ExtractionTree::walk(const Path& folder, bool make) {
+    base::UniqueFd here(::openat(root_.get(), ".", folderFlags));
     for (auto it = folder.begin(); here && it != folder.end(); ++it) {
         if (make) makeFolder(here, Path(folder.begin(), it + 1));
-        here = UniqueFd(::openat(here.get(), it->c_str(), folderFlags | O_NOFOLLOW));
+        here = base::UniqueFd(::openat(here.get(), it->c_str(), folderFlags | O_NOFOLLOW));
     }
     if (!here) fail("a file, a link or a closed folder is where a folder is needed");
     return here;
@@ -84,17 +84,17 @@ void ExtractionTree::addFolder(const Path& path, mode_t mode, const Time& time) 
     folders_[path] = {mode, time};
 }
 
-UniqueFd ExtractionTree::createFile(const Path& path) {
+base::UniqueFd ExtractionTree::createFile(const Path& path) {
     const int parent = parentOf(path);
     makeRoomFor(parent, path);
     constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
-    UniqueFd file(::openat(parent, path.back().c_str(), flags, 0600));
+    base::UniqueFd file(::openat(parent, path.back().c_str(), flags, 0600));
     if (!file) fail("cannot create the file");
     created_.push_back({path, false});
     return file;
 }
 
-void ExtractionTree::finishFile(UniqueFd file, mode_t mode, const Time& time) {
+void ExtractionTree::finishFile(base::UniqueFd file, mode_t mode, const Time& time) {
     if (::fchmod(file.get(), mode) != 0) fail("cannot set the file's mode");
     if (time && ::futimens(file.get(), timesFor(*time).data()) != 0) fail("cannot set the file's time");
     if (!file.close()) fail("cannot write the file");
@@ -114,7 +114,7 @@ void ExtractionTree::addLink(const Path& path, const std::string& target, const 
 void ExtractionTree::finish() {
     // A folder sorts before what is in it.
     for (auto it = folders_.rbegin(); it != folders_.rend(); ++it) {
-        const UniqueFd folder = walk(it->first, false);
+        const base::UniqueFd folder = walk(it->first, false);
         if (::fchmod(folder.get(), it->second.mode) != 0) fail("cannot set a folder's mode");
         const Time& time = it->second.time;
         if (time && ::futimens(folder.get(), timesFor(*time).data()) != 0) fail("cannot set a folder's time");
@@ -124,7 +124,7 @@ void ExtractionTree::finish() {
 void ExtractionTree::rollBack() noexcept {
     for (auto it = created_.rbegin(); it != created_.rend(); ++it) {
         try {
-            const UniqueFd parent = walk(Path(it->path.begin(), it->path.end() - 1), false);
+            const base::UniqueFd parent = walk(Path(it->path.begin(), it->path.end() - 1), false);
             ::unlinkat(parent.get(), it->path.back().c_str(), it->isFolder ? AT_REMOVEDIR : 0);
         } catch (const std::exception&) {
             continue;  // gone already, or not ours to reach
@@ -134,4 +134,4 @@ void ExtractionTree::rollBack() noexcept {
     folders_.clear();
 }
 
-}  // namespace zelor
+}  // namespace zelor::agent

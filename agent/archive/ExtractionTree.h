@@ -11,7 +11,7 @@
 
 #include "base/Files.h"
 
-namespace zelor {
+namespace zelor::agent {
 
 /// Creates files, links and folders below one folder without ever following a symbolic link below it. Paths
 /// are component lists without "..". Every operation throws std::runtime_error that names the cause.
@@ -30,9 +30,9 @@ class ExtractionTree {
     void addFolder(const Path& path, mode_t mode, const Time& time);
     /// Makes an empty file for writing in place of a file or link that exists; its folders are made where
     /// missing.
-    UniqueFd createFile(const Path& path);
+    base::UniqueFd createFile(const Path& path);
     /// Gives a written file its mode and time and closes it.
-    static void finishFile(UniqueFd file, mode_t mode, const Time& time);
+    static void finishFile(base::UniqueFd file, mode_t mode, const Time& time);
     /// Makes a symbolic link in place of a file or link that exists.
     void addLink(const Path& path, const std::string& target, const Time& time);
 
@@ -51,16 +51,16 @@ class ExtractionTree {
         bool isFolder;
     };
 
-    void makeFolder(const UniqueFd& parent, const Path& path);
-    UniqueFd walk(const Path& folder, bool make);
+    void makeFolder(const base::UniqueFd& parent, const Path& path);
+    base::UniqueFd walk(const Path& folder, bool make);
     int parentOf(const Path& path);
     void makeRoomFor(int parent, const Path& path);
 
-    UniqueFd root_;
+    base::UniqueFd root_;
     Path parentPath_;
-    UniqueFd parent_;
+    base::UniqueFd parent_;
     std::map<Path, Folder> folders_;
     std::vector<Created> created_;
 };
 
-}  // namespace zelor
+}  // namespace zelor::agent

@@ -16,7 +16,7 @@ bool ZipUtils::Unzip(char* archivePath, char* destinationDir) {
     }
     const std::string archive = archivePath, destination = destinationDir;
     try {
-        zelor::ArchiveExtractor().extract(archive, destination);
+        zelor::agent::ArchiveExtractor().extract(archive, destination);
         return true;
     } catch (const std::exception& e) {
         zelor::log::error("[ZipUtils] ", archive, " is not unpacked into ", destination, ": ", e.what());

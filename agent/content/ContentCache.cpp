@@ -2,7 +2,7 @@
 
 #include <utility>
 
-namespace zelor {
+namespace zelor::agent {
 
 std::optional<CachedContent> ContentCache::get(const std::string& identifier) {
     const std::lock_guard<std::mutex> lock(mutex_);
@@ -38,4 +38,4 @@ void ContentCache::erase(Entries::iterator entry) {
     entries_.erase(entry);
 }
 
-}  // namespace zelor
+}  // namespace zelor::agent

@@ -11,7 +11,7 @@
 
 #include "agent/content/ContentDocument.h"
 
-namespace zelor {
+namespace zelor::agent {
 
 /// The state of one identifier's content as last confirmed with the repository.
 struct CachedContent {
@@ -48,4 +48,4 @@ class ContentCache {
     std::unordered_map<std::string, Entries::iterator> byIdentifier_;
 };
 
-}  // namespace zelor
+}  // namespace zelor::agent

@@ -8,7 +8,7 @@
 
 #include "remediation/RecordAccess.h"
 
-namespace zelor {
+namespace zelor::agent {
 
 namespace {
 
@@ -195,4 +195,4 @@ const creEriParsedData* ContentDocument::find(const std::string& platformCpe,
     return found == entries_.end() ? nullptr : &found->data;
 }
 
-}  // namespace zelor
+}  // namespace zelor::agent

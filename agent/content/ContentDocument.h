@@ -8,7 +8,7 @@
 
 #include "remediation/creEriParsedData.h"
 
-namespace zelor {
+namespace zelor::agent {
 
 inline constexpr std::size_t contentBytesLimit = 4U << 20U;
 
@@ -42,4 +42,4 @@ class ContentDocument {
     std::size_t bytes_ = 0;
 };
 
-}  // namespace zelor
+}  // namespace zelor::agent

@@ -6,7 +6,7 @@
 #include "agent/content/ContentDocument.h"
 #include "agent/http/RepositoryUrl.h"
 
-namespace zelor {
+namespace zelor::agent {
 
 namespace {
 
@@ -107,4 +107,4 @@ ContentAnswer fetchContent(HttpClient& client, const std::string& repository, co
     return answer;
 }
 
-}  // namespace zelor
+}  // namespace zelor::agent

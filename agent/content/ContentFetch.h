@@ -7,7 +7,7 @@
 #include "agent/http/HttpClient.h"
 #include "agent/http/RetryPolicy.h"
 
-namespace zelor {
+namespace zelor::agent {
 
 /// What the repository says about one identifier's content.
 struct ContentAnswer {
@@ -32,4 +32,4 @@ HttpLimits contentLimits();
 ContentAnswer fetchContent(HttpClient& client, const std::string& repository, const std::string& identifier,
                            const SignedContent& known, const RetryPolicy& retry);
 
-}  // namespace zelor
+}  // namespace zelor::agent

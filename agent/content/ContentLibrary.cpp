@@ -10,7 +10,7 @@
 #include "agent/trust/Signature.h"
 #include "platform/Log.h"
 
-namespace zelor {
+namespace zelor::agent {
 
 namespace {
 
@@ -176,4 +176,4 @@ void ContentLibrary::removeFile(const std::string& identifier) {
     }
 }
 
-}  // namespace zelor
+}  // namespace zelor::agent

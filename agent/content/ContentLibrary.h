@@ -12,7 +12,7 @@
 #include "agent/http/HttpClient.h"
 #include "agent/http/RetryPolicy.h"
 
-namespace zelor {
+namespace zelor::agent {
 
 /// Signed remediation content of one install path: in memory, on disk, and from the repository. Any thread.
 ///
@@ -57,4 +57,4 @@ class ContentLibrary {
     std::chrono::steady_clock::time_point silentUntil_;
 };
 
-}  // namespace zelor
+}  // namespace zelor::agent

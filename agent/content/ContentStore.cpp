@@ -9,7 +9,7 @@
 #include "agent/PrivateFolder.h"
 #include "agent/content/ContentDocument.h"
 
-namespace zelor {
+namespace zelor::agent {
 
 namespace {
 
@@ -96,4 +96,4 @@ void ContentStore::removeFile(const std::string& name) const {
     }
 }
 
-}  // namespace zelor
+}  // namespace zelor::agent

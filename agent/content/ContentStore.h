@@ -6,7 +6,7 @@
 
 #include "agent/Files.h"
 
-namespace zelor {
+namespace zelor::agent {
 
 /// One content file with its detached signature, and what the repository said identifies this version.
 struct SignedContent {
@@ -38,7 +38,7 @@ class ContentStore {
 
     std::string folder_;
     mutable std::mutex mutex_;
-    UniqueFd handle_;
+    base::UniqueFd handle_;
 };
 
-}  // namespace zelor
+}  // namespace zelor::agent

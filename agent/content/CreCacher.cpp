@@ -16,7 +16,7 @@ namespace {
 struct Cachers {
     std::mutex mutex;
     std::map<std::string, std::unique_ptr<CreCacher>> interfaces;
-    std::map<std::string, std::unique_ptr<zelor::ContentLibrary>> libraries;
+    std::map<std::string, std::unique_ptr<zelor::agent::ContentLibrary>> libraries;
 };
 
 Cachers& cachers() {
@@ -25,10 +25,10 @@ Cachers& cachers() {
     return all;
 }
 
-zelor::ContentLibrary& libraryAt(const std::string& installPath) {
+zelor::agent::ContentLibrary& libraryAt(const std::string& installPath) {
     const std::lock_guard<std::mutex> lock(cachers().mutex);
     auto& library = cachers().libraries[installPath];
-    if (!library) library = std::make_unique<zelor::ContentLibrary>(installPath + "/content");
+    if (!library) library = std::make_unique<zelor::agent::ContentLibrary>(installPath + "/content");
     return *library;
 }
 

@@ -48,16 +48,17 @@ DownloadManager::DownloadManager(std::string /*installPath*/, bool /*useProxy*/)
 unsigned long DownloadManager::GetDownloadSpeed(int& status) {
     status = 0;
     try {
-        const std::string url = zelor::repositoryUrl(*zelor::AgentSettings::current()) + "/speed.bin";
+        const std::string url =
+            zelor::agent::repositoryUrl(*zelor::agent::AgentSettings::current()) + "/speed.bin";
         Measurement measured;
-        zelor::HttpRequest request;
+        zelor::agent::HttpRequest request;
         request.url = url;
         request.limits.connectTimeout = longest;
         request.limits.stallTime = longest;
         request.onBody = [&](std::string_view piece) { return measured.take(piece); };
-        const zelor::HttpResult result = zelor::HttpClient().perform(request);
+        const zelor::agent::HttpResult result = zelor::agent::HttpClient().perform(request);
         const double speed = measured.bytesPerSecond(Clock::now());
-        const bool answered = result.outcome == zelor::HttpOutcome::answered || measured.total != 0;
+        const bool answered = result.outcome == zelor::agent::HttpOutcome::answered || measured.total != 0;
         const std::string problem = !answered ? result.error
                                     : result.head.status != 200
                                         ? "status " + std::to_string(result.head.status)
@@ -66,8 +67,9 @@ unsigned long DownloadManager::GetDownloadSpeed(int& status) {
         if (answered) status = static_cast<int>(result.head.status);
         if (problem.empty()) return static_cast<unsigned long>(speed);
         if (status == 200) status = 0;
-        zelor::log::error("[Downloader] cannot measure the bandwidth with ", zelor::withoutCredentials(url),
-                          ": ", problem, "; publish a speed.bin of some megabytes");
+        zelor::log::error("[Downloader] cannot measure the bandwidth with ",
+                          zelor::agent::withoutCredentials(url), ": ", problem,
+                          "; publish a speed.bin of some megabytes");
     } catch (const std::exception& e) {
         zelor::log::error("[Downloader] cannot measure the bandwidth: ", e.what());
     }

@@ -1,6 +1,6 @@
 #include "agent/DownloadProgress.h"
 
-namespace zelor {
+namespace zelor::agent {
 
 // Not inline, so that a process has one even when the agent is a shared library.
 DownloadProgress& DownloadProgress::instance() {
@@ -9,4 +9,4 @@ DownloadProgress& DownloadProgress::instance() {
     return progress;
 }
 
-}  // namespace zelor
+}  // namespace zelor::agent

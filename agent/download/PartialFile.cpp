@@ -16,7 +16,7 @@
 #include "agent/PrivateFolder.h"
 #include "base/SystemCalls.h"
 
-namespace zelor {
+namespace zelor::agent {
 
 namespace {
 
@@ -24,13 +24,14 @@ constexpr mode_t fileMode = 0600;
 constexpr std::size_t versionBytesLimit = 16U << 10U;
 constexpr std::size_t copyPiece = 1U << 20U;
 
-void write(const UniqueFd& file, const std::string& path, std::string_view bytes) {
-    if (!writeAll(file.get(), bytes))
+void write(const base::UniqueFd& file, const std::string& path, std::string_view bytes) {
+    if (!base::writeAll(file.get(), bytes))
         throw std::runtime_error("cannot write " + path + ": " + errorText(errno));
 }
 
-void flush(const UniqueFd& file, const std::string& path) {
-    if (!flushToDisk(file.get())) throw std::runtime_error("cannot flush " + path + ": " + errorText(errno));
+void flush(const base::UniqueFd& file, const std::string& path) {
+    if (!base::flushToDisk(file.get()))
+        throw std::runtime_error("cannot flush " + path + ": " + errorText(errno));
 }
 
 std::string folderOf(const std::string& path) {
@@ -80,7 +81,7 @@ void PartialFile::fail(const std::string& what) const {
 
 void PartialFile::openLocked() {
     for (;;) {
-        file_ = UniqueFd(
+        file_ = base::UniqueFd(
             ::openat(folder_.get(), name_.c_str(),
                      O_RDWR | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, fileMode));
         struct stat mine {};
@@ -167,7 +168,7 @@ bool PartialFile::moveTo(const std::string& destination, bool durable, const std
     }
     // After a rename another process may have begun the file anew: its name is no longer ours to remove.
     (void)::unlinkat(folder_.get(), versionName_.c_str(), 0);
-    if (durable) flushDirectory(folder);
+    if (durable) base::flushDirectory(folder);
     return true;
 }
 
@@ -175,7 +176,8 @@ bool PartialFile::copyTo(const std::string& destination, bool durable,
                          const std::function<bool()>& goOn) const {
     const std::string temporary = destination + ".incoming";
     (void)::unlink(temporary.c_str());
-    UniqueFd copy(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, fileMode));
+    base::UniqueFd copy(
+        ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, fileMode));
     if (!copy.valid()) throw std::runtime_error("cannot write " + temporary + ": " + errorText(errno));
     try {
         std::vector<char> buffer(copyPiece);
@@ -204,7 +206,8 @@ bool PartialFile::copyTo(const std::string& destination, bool durable,
 
 std::uint64_t freeBytes(const std::string& path) {
     std::uint64_t bytes = 0;
-    return availableBytes(nearestExisting(path), bytes) ? bytes : std::numeric_limits<std::uint64_t>::max();
+    return base::availableBytes(nearestExisting(path), bytes) ? bytes
+                                                              : std::numeric_limits<std::uint64_t>::max();
 }
 
 bool onOneFileSystem(const std::string& one, const std::string& other) {
@@ -214,4 +217,4 @@ bool onOneFileSystem(const std::string& one, const std::string& other) {
            ::stat(nearestExisting(other).c_str(), &second) == 0 && first.st_dev == second.st_dev;
 }
 
-}  // namespace zelor
+}  // namespace zelor::agent

@@ -7,7 +7,7 @@
 
 #include "agent/Files.h"
 
-namespace zelor {
+namespace zelor::agent {
 
 /// A download that is not complete yet: the bytes so far and, in a file beside them, which version of which
 /// URL they belong to. It is locked against other processes and threads for its life, and stays on disk
@@ -53,8 +53,8 @@ class PartialFile {
     bool copyTo(const std::string& destination, bool durable, const std::function<bool()>& goOn) const;
     [[noreturn]] void fail(const std::string& what) const;
 
-    UniqueFd folder_;
-    UniqueFd file_;
+    base::UniqueFd folder_;
+    base::UniqueFd file_;
     std::string name_;
     std::string versionName_;
     std::string path_;
@@ -68,4 +68,4 @@ std::uint64_t freeBytes(const std::string& path);
 /// True when both paths, or their nearest folders that exist, are on one file system.
 bool onOneFileSystem(const std::string& one, const std::string& other);
 
-}  // namespace zelor
+}  // namespace zelor::agent

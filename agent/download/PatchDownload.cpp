@@ -12,7 +12,7 @@
 #include "agent/DownloadProgress.h"
 #include "platform/Log.h"
 
-namespace zelor {
+namespace zelor::agent {
 
 namespace {
 
@@ -253,4 +253,4 @@ bool PatchDownload::takeBody(std::string_view piece) {
     return true;
 }
 
-}  // namespace zelor
+}  // namespace zelor::agent

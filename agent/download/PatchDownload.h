@@ -9,14 +9,14 @@
 #include "agent/http/HttpClient.h"
 #include "agent/http/RetryPolicy.h"
 
-namespace zelor {
+namespace zelor::agent {
 
 /// What a download depends on beside its job.
 struct DownloadPolicy {
     RetryPolicy retry;
     HttpLimits limits;
     /// The free bytes where that path is or will be.
-    std::function<std::uint64_t(const std::string& path)> freeBytes = &zelor::freeBytes;
+    std::function<std::uint64_t(const std::string& path)> freeBytes = &zelor::agent::freeBytes;
 };
 
 struct DownloadJob {
@@ -82,4 +82,4 @@ bool parseContentRange(const std::string& header, ContentRange& range);
 /// be one version's only, else "".
 std::string resumptionValidator(const HttpHead& head);
 
-}  // namespace zelor
+}  // namespace zelor::agent

@@ -17,9 +17,9 @@ constexpr int failed = -1;
 constexpr int interrupted = -2;
 constexpr unsigned long leastRate = 1024;  ///< a transfer needs some rate to end at all
 
-zelor::HttpClientPool& clients() {
+zelor::agent::HttpClientPool& clients() {
     // Kept to the very end of the process: a run's thread may outlive main().
-    static zelor::HttpClientPool& pool = *new zelor::HttpClientPool;
+    static zelor::agent::HttpClientPool& pool = *new zelor::agent::HttpClientPool;
     return pool;
 }
 
@@ -34,17 +34,17 @@ std::string stemProblem(const std::string& stem) {
     return stem.size() > 200 ? "it is longer than 200 bytes" : "";
 }
 
-zelor::DownloadJob jobFor(const std::string& stem, const std::string& archivePath,
-                          const std::string& installPath) {
+zelor::agent::DownloadJob jobFor(const std::string& stem, const std::string& archivePath,
+                                 const std::string& installPath) {
     const std::string problem = stemProblem(stem);
     if (!problem.empty()) {
         throw std::runtime_error("cannot fetch the patch \"" + stem + "\": " + problem +
                                  "; correct the patch id in the content");
     }
-    const auto settings = zelor::AgentSettings::current();
+    const auto settings = zelor::agent::AgentSettings::current();
     const std::string archive = stem + ".zip";
-    return {zelor::repositoryUrl(*settings) + "/patches/" + zelor::urlSegment(stem) + ".zip", archive,
-            Common::StripTrailingSeparators(installPath) + "/partial", archivePath, 0};
+    return {zelor::agent::repositoryUrl(*settings) + "/patches/" + zelor::agent::urlSegment(stem) + ".zip",
+            archive, Common::StripTrailingSeparators(installPath) + "/partial", archivePath, 0};
 }
 
 }  // namespace
@@ -58,17 +58,17 @@ int RemediationResourceDownloader::getResource(std::string stem, std::string& ar
                                                std::string /*extension*/, std::string installPath,
                                                bool rateLimited, unsigned long bytesPerSecond) {
     try {
-        zelor::DownloadJob job = jobFor(stem, archivePath, installPath);
+        zelor::agent::DownloadJob job = jobFor(stem, archivePath, installPath);
         if (rateLimited) job.bytesPerSecond = std::max(bytesPerSecond, leastRate);
         // What is buffered has to last; what a run fetches is unpacked, checked and removed by that run.
         job.durable = rateLimited;
         const auto client = clients().lend();
-        switch (zelor::PatchDownload(std::move(job), {}, *client).run()) {
-            case zelor::DownloadResult::done:
+        switch (zelor::agent::PatchDownload(std::move(job), {}, *client).run()) {
+            case zelor::agent::DownloadResult::done:
                 return 0;
-            case zelor::DownloadResult::interrupted:
+            case zelor::agent::DownloadResult::interrupted:
                 return interrupted;
-            case zelor::DownloadResult::failed:
+            case zelor::agent::DownloadResult::failed:
                 return failed;
         }
     } catch (const std::exception& e) {

@@ -8,7 +8,7 @@
 #include "agent/http/HttpTransfer.h"
 #include "base/Strings.h"
 
-namespace zelor {
+namespace zelor::agent {
 
 namespace {
 
@@ -26,7 +26,7 @@ void initialise() {
 }
 
 bool hasScheme(const std::string& url, const std::string& scheme) {
-    return lowerCased(url.substr(0, scheme.size() + 3)) == scheme + "://";
+    return base::lowerCased(url.substr(0, scheme.size() + 3)) == scheme + "://";
 }
 
 }  // namespace
@@ -107,4 +107,4 @@ bool sleepUnlessInterrupted(milliseconds time) {
     }
 }
 
-}  // namespace zelor
+}  // namespace zelor::agent

@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-namespace zelor {
+namespace zelor::agent {
 
 struct HttpHandles;
 
@@ -98,4 +98,4 @@ std::string withoutCredentials(const std::string& url);
 /// Sleeps; false at once when the boost::thread is asked to stop.
 bool sleepUnlessInterrupted(std::chrono::milliseconds time);
 
-}  // namespace zelor
+}  // namespace zelor::agent

@@ -10,7 +10,7 @@
 #include "base/Strings.h"
 #include "remediation/Version.h"
 
-namespace zelor {
+namespace zelor::agent {
 
 namespace {
 
@@ -259,7 +259,7 @@ class Transfer {
         if (text.empty()) return endHead();
         const auto colon = text.find(':');
         if (colon != std::string_view::npos && head_.headers.size() < headerLimit) {
-            head_.headers.emplace_back(lowerCased(std::string(trimmed(text.substr(0, colon)))),
+            head_.headers.emplace_back(base::lowerCased(std::string(trimmed(text.substr(0, colon)))),
                                        trimmed(text.substr(colon + 1)));
         }
         return true;
@@ -319,4 +319,4 @@ HttpResult transferOnce(HttpHandles& handles, const HttpRequest& request, const 
     return Transfer(handles, request, url).run(redirect);
 }
 
-}  // namespace zelor
+}  // namespace zelor::agent

@@ -7,7 +7,7 @@
 
 #include "agent/http/HttpClient.h"
 
-namespace zelor {
+namespace zelor::agent {
 
 /// A deleter that calls `release`.
 template <auto release>
@@ -27,4 +27,4 @@ struct HttpHandles {
 HttpResult transferOnce(HttpHandles& handles, const HttpRequest& request, const std::string& url,
                         std::string& redirect);
 
-}  // namespace zelor
+}  // namespace zelor::agent

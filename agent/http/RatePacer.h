@@ -3,7 +3,7 @@
 #include <chrono>
 #include <cstdint>
 
-namespace zelor {
+namespace zelor::agent {
 
 /// Spreads bytes over time: the mean is the rate asked for, and what an idle moment left unused is made good
 /// only up to a tenth of a second's worth, so that no second runs far over the rate.
@@ -31,4 +31,4 @@ class RatePacer {
     Time due_{};
 };
 
-}  // namespace zelor
+}  // namespace zelor::agent

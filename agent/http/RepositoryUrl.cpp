@@ -8,7 +8,7 @@
 #include "agent/http/HttpClient.h"
 #include "base/Strings.h"
 
-namespace zelor {
+namespace zelor::agent {
 
 std::string repositoryUrl(const AgentSettings& settings) {
     std::string url = settings.get("Repository.Url");
@@ -16,7 +16,7 @@ std::string repositoryUrl(const AgentSettings& settings) {
         throw std::runtime_error("Repository.Url is not set; name the repository in " + settings.iniFile());
     }
     const bool http = boost::istarts_with(url, "http://") || boost::istarts_with(url, "https://");
-    if (!http || url.find_first_of("?# ") != std::string::npos || hasControlCharacter(url)) {
+    if (!http || url.find_first_of("?# ") != std::string::npos || base::hasControlCharacter(url)) {
         throw std::runtime_error("Repository.Url \"" + withoutCredentials(url) +
                                  "\" is not an http or https URL of a folder; correct it in " +
                                  settings.iniFile());
@@ -44,4 +44,4 @@ std::string urlSegment(const std::string& text) {
     return out;
 }
 
-}  // namespace zelor
+}  // namespace zelor::agent

@@ -2,7 +2,7 @@
 
 #include <string>
 
-namespace zelor {
+namespace zelor::agent {
 
 class AgentSettings;
 
@@ -13,4 +13,4 @@ std::string repositoryUrl(const AgentSettings& settings);
 /// `text` as one path segment of a URL: everything but unreserved characters percent-encoded.
 std::string urlSegment(const std::string& text);
 
-}  // namespace zelor
+}  // namespace zelor::agent

@@ -7,7 +7,7 @@
 #include <cmath>
 #include <random>
 
-namespace zelor {
+namespace zelor::agent {
 
 using std::chrono::milliseconds;
 
@@ -42,4 +42,4 @@ double randomChance() {
     return std::uniform_real_distribution<double>(0, 1)(engine);
 }
 
-}  // namespace zelor
+}  // namespace zelor::agent

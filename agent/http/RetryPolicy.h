@@ -4,7 +4,7 @@
 #include <ctime>
 #include <string>
 
-namespace zelor {
+namespace zelor::agent {
 
 /// How often and how patiently a transfer is tried again.
 struct RetryPolicy {
@@ -29,4 +29,4 @@ std::chrono::milliseconds pauseAfter(int failures, std::chrono::milliseconds ask
 /// A number in [0, 1), another at each call. Any thread.
 double randomChance();
 
-}  // namespace zelor
+}  // namespace zelor::agent

@@ -6,7 +6,7 @@
 #include "agent/LogControl.h"
 #include "base/Utf8.h"
 
-namespace zelor {
+namespace zelor::agent {
 
 namespace {
 
@@ -33,8 +33,8 @@ void appendEscaped(std::string& out, unsigned char byte) {
 /// UTF-8.
 bool showsAsItIs(char32_t code) {
     if (code < 0x80) return code >= 0x20 && code != 0x7f;
-    return code >= 0xa0 && code != 0x2028 && code != 0x2029 && code != invalidCharacter &&
-           !reordersText(code);
+    return code >= 0xa0 && code != 0x2028 && code != 0x2029 && code != base::invalidCharacter &&
+           !base::reordersText(code);
 }
 
 }  // namespace
@@ -43,7 +43,7 @@ std::string escapeControls(const std::string& text) {
     std::string out;
     out.reserve(text.size());
     for (std::size_t at = 0; at < text.size();) {
-        const Character character = characterAt(text, at);
+        const base::Character character = base::characterAt(text, at);
         if (showsAsItIs(character.code)) {
             out.append(text, at, character.bytes);
         } else {
@@ -68,4 +68,4 @@ std::string logLine(const log4cpp::TimeStamp& time, log4cpp::Priority::Value pri
            escapeControls(text) + '\n';
 }
 
-}  // namespace zelor
+}  // namespace zelor::agent

@@ -30,7 +30,7 @@ constexpr Priority::Value errorsOnly = Priority::ERROR;
 class LineLayout : public log4cpp::Layout {
   public:
     std::string format(const log4cpp::LoggingEvent& event) override {
-        return zelor::logLine(event.timeStamp, event.priority, event.message);
+        return zelor::agent::logLine(event.timeStamp, event.priority, event.message);
     }
 };
 
@@ -49,7 +49,8 @@ class LogFile : public log4cpp::RollingFileAppender {
     void _append(const log4cpp::LoggingEvent& event) override {
         try {
             const std::string line = _getLayout().format(event);
-            if (!zelor::writeAll(_fd, line) && event.priority <= errorsOnly) std::cerr << line << std::flush;
+            if (!zelor::base::writeAll(_fd, line) && event.priority <= errorsOnly)
+                std::cerr << line << std::flush;
             const off_t size = ::lseek(_fd, 0, SEEK_END);
             if (size >= static_cast<off_t>(fileBytesLimit)) rollOver();
         } catch (const std::exception&) {
@@ -101,7 +102,7 @@ class Outputs {
     void openFile() {
         if (file_ != nullptr) category_.removeAppender(file_);
         file_ = nullptr;
-        const auto settings = zelor::AgentSettings::currentUnreported();
+        const auto settings = zelor::agent::AgentSettings::currentUnreported();
         const std::string& level = settings->get("Log.Level");
         const auto priority = priorityOf(level);
         fileLevel_ = priority.value_or(Priority::DEBUG);
@@ -118,12 +119,12 @@ class Outputs {
     /// Opens the log file; the text of what went wrong otherwise.
     std::string attach(const std::string& path) {
         const auto slash = path.rfind('/');
-        const bool folder = zelor::makeFolders(path.substr(0, slash));
+        const bool folder = zelor::agent::makeFolders(path.substr(0, slash));
         const int folderError = errno;
         auto file = std::make_unique<LogFile>(path);
         if (!file->isOpen()) {
             return "[Logger] cannot write the log file " + path + ": " +
-                   zelor::errorText(folder ? errno : folderError) +
+                   zelor::agent::errorText(folder ? errno : folderError) +
                    "; errors go to standard error until Log.File names a file that can be written";
         }
         file->setLayout(std::make_unique<LineLayout>().release());
@@ -173,6 +174,6 @@ log4cpp::Category& Logger::GetLogger() {
     return Outputs::instance().category();
 }
 
-void zelor::logToStandardError(const std::string& level) {
+void zelor::agent::logToStandardError(const std::string& level) {
     Outputs::instance().addStandardError(priorityOf(level).value_or(Priority::DEBUG));
 }

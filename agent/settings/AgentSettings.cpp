@@ -19,7 +19,7 @@
 #include "collaborators/Common.h"
 #include "platform/Log.h"
 
-namespace zelor {
+namespace zelor::agent {
 
 namespace {
 
@@ -58,7 +58,7 @@ std::string valueProblem(Kind kind, const std::string& value) {
     }
     if (kind == Kind::path) {
         if (value.front() != '/') return "is not an absolute path";
-        if (hasControlCharacter(value)) return "is a path with a control character";
+        if (base::hasControlCharacter(value)) return "is a path with a control character";
         if (boost::contains(value + "/", "/../")) return "is a path with \"..\"";
     }
     return "";
@@ -92,7 +92,7 @@ struct Stamp {
 Stamp stampOf(const std::string& iniFile) {
     struct stat status {};
     if (::stat(iniFile.c_str(), &status) != 0) return {};
-    const timespec time = modificationTime(status);
+    const timespec time = base::modificationTime(status);
     return {true, {status.st_dev, status.st_ino, status.st_size, time.tv_sec, time.tv_nsec}};
 }
 
@@ -172,4 +172,4 @@ void AgentSettings::reportProblems(const std::function<void(const std::string& l
         report(line);
 }
 
-}  // namespace zelor
+}  // namespace zelor::agent

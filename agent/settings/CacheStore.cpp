@@ -23,10 +23,10 @@ bool exists(const std::string& path) {
 std::set<std::string> CacheStore::GetSplCaseCPEs() {
     std::set<std::string> cpes;
     const std::string path =
-        zelor::AgentSettings::current()->get("ScanManager.InstallPath") + "/special-case-cpes.txt";
+        zelor::agent::AgentSettings::current()->get("ScanManager.InstallPath") + "/special-case-cpes.txt";
     if (!exists(path)) return cpes;
     try {
-        std::istringstream text(zelor::readBounded(path, fileBytesLimit));
+        std::istringstream text(zelor::agent::readBounded(path, fileBytesLimit));
         for (std::string line; std::getline(text, line);) {
             boost::trim(line);
             if (!line.empty() && line.front() != '#') cpes.insert(line);

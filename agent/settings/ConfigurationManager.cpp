@@ -9,8 +9,8 @@
 namespace {
 
 std::string setting(const std::string& configFile, const std::string& key) {
-    const auto settings =
-        configFile.empty() ? zelor::AgentSettings::current() : zelor::AgentSettings::cached(configFile);
+    const auto settings = configFile.empty() ? zelor::agent::AgentSettings::current()
+                                             : zelor::agent::AgentSettings::cached(configFile);
     return settings->get(key);
 }
 

@@ -14,7 +14,7 @@
 
 #include "agent/Files.h"
 
-namespace zelor {
+namespace zelor::agent {
 
 namespace {
 
@@ -114,4 +114,4 @@ std::string bundleManifest(const std::string& folder) {
     return manifest;
 }
 
-}  // namespace zelor
+}  // namespace zelor::agent

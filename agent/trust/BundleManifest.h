@@ -2,7 +2,7 @@
 
 #include <string>
 
-namespace zelor {
+namespace zelor::agent {
 
 /// The text over which a bundle folder is signed: a version line, the folder itself as ".", then one line for
 /// each entry below it in byte order of their relative paths: kind, permission bits, size and SHA-256 (files)
@@ -11,4 +11,4 @@ namespace zelor {
 /// another user.
 std::string bundleManifest(const std::string& folder);
 
-}  // namespace zelor
+}  // namespace zelor::agent

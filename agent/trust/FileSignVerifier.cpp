@@ -8,14 +8,14 @@
 
 namespace {
 
-zelor::SignatureVerdict check(const std::string& path, const std::string& signatureFile) {
+zelor::agent::SignatureVerdict check(const std::string& path, const std::string& signatureFile) {
     try {
-        const auto settings = zelor::AgentSettings::current();
+        const auto settings = zelor::agent::AgentSettings::current();
         const std::string& key = settings->get("Repository.TrustedKey");
         if (key.empty()) {
             return {false, "no trusted key: set TrustedKey in section Repository of " + settings->iniFile()};
         }
-        return zelor::verifyPath(path, signatureFile, key);
+        return zelor::agent::verifyPath(path, signatureFile, key);
     } catch (const std::exception& e) {
         return {false, e.what()};
     }
@@ -35,7 +35,7 @@ void FileSignVerifier::SetSigFileName(std::string path) {
 }
 
 int FileSignVerifier::verify() {
-    const zelor::SignatureVerdict verdict = check(fileName_, sigFileName_);
+    const zelor::agent::SignatureVerdict verdict = check(fileName_, sigFileName_);
     if (!verdict.good) {
         zelor::log::error("[FileSignVerifier] ", fileName_, " is not accepted: ", verdict.reason);
     }

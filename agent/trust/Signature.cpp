@@ -16,7 +16,7 @@
 #include "agent/Files.h"
 #include "agent/trust/BundleManifest.h"
 
-namespace zelor {
+namespace zelor::agent {
 
 namespace {
 
@@ -180,4 +180,4 @@ SignatureVerdict verifyPath(const std::string& path, const std::string& signatur
     });
 }
 
-}  // namespace zelor
+}  // namespace zelor::agent

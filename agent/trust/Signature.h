@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-namespace zelor {
+namespace zelor::agent {
 
 /// The outcome of a signature check; `reason` names the cause when it is not good.
 struct SignatureVerdict {
@@ -20,4 +20,4 @@ SignatureVerdict verifyBytes(std::string_view data, std::string_view signature, 
 SignatureVerdict verifyPath(const std::string& path, const std::string& signatureFile,
                             const std::string& keyFile);
 
-}  // namespace zelor
+}  // namespace zelor::agent

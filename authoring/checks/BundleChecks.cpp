@@ -11,7 +11,7 @@
 #include "agent/Files.h"
 #include "remediation/fetch/PatchName.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 namespace {
 
@@ -44,7 +44,7 @@ Findings kindFindings(const std::string& place, const std::string& patchId, bool
                       const std::string& path) {
     boost::system::error_code ignored;
     const bool folder = boost::filesystem::is_directory(path, ignored);
-    const std::string kind = script ? "script" : installerKind(patchId);
+    const std::string kind = script ? "script" : remediation::installerKind(patchId);
     if (folder && (kind == "script" || kind == "dmg")) {
         return {{Severity::error, place, "\"" + patchId + "\" is a folder, but must be a file",
                  script ? "publish the script itself" : "publish the disk image itself"}};
@@ -65,7 +65,7 @@ Findings kindFindings(const std::string& place, const std::string& patchId, bool
 }
 
 Findings imageFindings(const std::string& place, const std::string& patchId, const std::string& path) {
-    const UniqueFd file = openRegularFile(path);
+    const base::UniqueFd file = agent::openRegularFile(path);
     const off_t size = ::lseek(file.get(), 0, SEEK_END);
     const bool known = std::any_of(std::begin(imageMarks), std::end(imageMarks),
                                    [&](const ImageMark& mark) { return hasMark(file.get(), size, mark); });
@@ -77,4 +77,4 @@ Findings imageFindings(const std::string& place, const std::string& patchId, con
              "make it with hdiutil create, and rehearse the entry before you publish it"}};
 }
 
-}  // namespace zelor
+}  // namespace zelor::authoring

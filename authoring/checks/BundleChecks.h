@@ -4,7 +4,7 @@
 
 #include "authoring/Finding.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 /// Whether what is at `path` is of the kind that the patch's name promises: scripts, packages and disk images
 /// are files (a package may be a folder), bundles are folders that hold a bundle.
@@ -15,4 +15,4 @@ Findings kindFindings(const std::string& place, const std::string& patchId, bool
 /// Throws std::runtime_error when it cannot be read.
 Findings imageFindings(const std::string& place, const std::string& patchId, const std::string& path);
 
-}  // namespace zelor
+}  // namespace zelor::authoring

@@ -4,7 +4,7 @@
 #include "authoring/Commands.h"
 #include "authoring/checks/RepositoryCheck.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 namespace {
 
@@ -43,4 +43,4 @@ int runCheck(const CheckOptions& options) {
     return report.findings.empty() ? exitStatus::good : exitStatus::failed;
 }
 
-}  // namespace zelor
+}  // namespace zelor::authoring

@@ -7,7 +7,7 @@
 #include "base/Strings.h"
 #include "remediation/fetch/PatchName.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 namespace {
 
@@ -46,7 +46,7 @@ void checkCompetition(const ContentEntry& entry, std::size_t at, Findings& findi
 
 void checkCpe(const ContentEntry& entry, const ContentCre& cre, const char* name, const std::string& cpe,
               const char* beginning, Findings& findings) {
-    if (cpe.empty() || hasBeginning(cpe, beginning)) return;
+    if (cpe.empty() || base::hasBeginning(cpe, beginning)) return;
     findings.push_back({Severity::error, entry.place + ", " + cre.id,
                         std::string(name) + " \"" + cpe + "\" does not begin with \"" + beginning +
                             "\", so it matches no request",
@@ -58,7 +58,7 @@ void checkEri(const ContentEntry& entry, const ContentEri& eri, Findings& findin
     const auto add = [&](Severity severity, const std::string& what, const std::string& remedy) {
         findings.push_back({severity, place, what, remedy});
     };
-    if (eri.id.empty() || trimmed(eri.id) != eri.id || hasControlCharacter(eri.id)) {
+    if (eri.id.empty() || base::trimmed(eri.id) != eri.id || base::hasControlCharacter(eri.id)) {
         add(Severity::error, "its id is empty or holds white space around it or control characters",
             "give the ERI an id of its own: it is a line of the installed-patches record");
     }
@@ -75,7 +75,7 @@ void checkEri(const ContentEntry& entry, const ContentEri& eri, Findings& findin
         return;
     }
     append(findings, patchNameFindings(place, eri.patchId, isConfiguration(entry.identifier)));
-    const bool image = !isConfiguration(entry.identifier) && installerKind(eri.patchId) == "dmg";
+    const bool image = !isConfiguration(entry.identifier) && remediation::installerKind(eri.patchId) == "dmg";
     if (image && usesBundleInstaller(eri) && eri.silent.empty()) {
         add(Severity::warning,
             "its instructions say \"using install option\" without silent: the shell refuses its command, so "
@@ -150,4 +150,4 @@ Findings repetitionFindings(const std::vector<ContentEntry>& entries) {
     return findings;
 }
 
-}  // namespace zelor
+}  // namespace zelor::authoring

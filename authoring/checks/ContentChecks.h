@@ -6,7 +6,7 @@
 #include "authoring/manifest/ContentEntry.h"
 
 /// Findings on what content says, before any file is looked at.
-namespace zelor {
+namespace zelor::authoring {
 
 /// On one entry: identifier, CREs that compete for a request, ERIs that can never be applied, names of
 /// patches.
@@ -18,4 +18,4 @@ Findings repetitionFindings(const std::vector<ContentEntry>& entries);
 /// The place of one ERI, for findings.
 std::string placeOf(const ContentEntry& entry, const ContentEri& eri);
 
-}  // namespace zelor
+}  // namespace zelor::authoring

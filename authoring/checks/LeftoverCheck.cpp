@@ -10,7 +10,7 @@
 #include "base/Strings.h"
 #include "remediation/fetch/PatchName.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 namespace {
 
@@ -29,7 +29,7 @@ std::set<std::string> namesIn(const std::string& folder) {
 std::set<std::string> retiredStems(const std::string& repository) {
     std::set<std::string> stems;
     for (const auto& [patchId, patch] : readPublishState(publishStateFile(repository)).patches) {
-        const auto name = splitAtLastDot(patchId);
+        const auto name = remediation::splitAtLastDot(patchId);
         if (name && patch.unnamedSince != 0) stems.insert(name->stem);
     }
     return stems;
@@ -39,8 +39,8 @@ Findings contentLeftovers(const std::string& repository) {
     Findings findings;
     const std::set<std::string> names = namesIn(repository + "/content");
     for (const std::string& name : names) {
-        if (hasEnding(name, ".xml")) continue;
-        const bool signature = hasEnding(name, ".xml.sig");
+        if (base::hasEnding(name, ".xml")) continue;
+        const bool signature = base::hasEnding(name, ".xml.sig");
         if (signature && names.count(name.substr(0, name.size() - 4)) != 0) continue;
         findings.push_back({Severity::warning, "content/" + name,
                             signature ? "it is the signature of content that is not there"
@@ -54,14 +54,14 @@ Findings patchLeftovers(const std::string& repository, const std::set<std::strin
     Findings findings;
     const std::set<std::string> names = namesIn(repository + "/patches"), retired = retiredStems(repository);
     for (const std::string& name : names) {
-        const auto split = splitAtLastDot(name);
+        const auto split = remediation::splitAtLastDot(name);
         const std::string stem = split ? split->stem : name, extension = split ? split->extension : "";
         const auto warn = [&](const std::string& what, const std::string& remedy) {
             findings.push_back({Severity::warning, "patches/" + name, what, remedy});
         };
         if (extension != ".zip" && extension != ".sig") {
             warn("it is neither an archive nor a signature, and no agent asks for it", "remove it");
-        } else if (stems.count(lowerCased(stem)) != 0 || retired.count(stem) != 0) {
+        } else if (stems.count(base::lowerCased(stem)) != 0 || retired.count(stem) != 0) {
             continue;
         } else if (extension == ".zip") {
             warn("no content names it, so no agent asks for it",
@@ -120,4 +120,4 @@ Findings withdrawnFindings(const std::string& repository, const std::set<std::st
     return findings;
 }
 
-}  // namespace zelor
+}  // namespace zelor::authoring

@@ -7,7 +7,7 @@
 #include "authoring/Finding.h"
 
 /// Findings on what a repository holds and should not.
-namespace zelor {
+namespace zelor::authoring {
 
 /// On files in patches/ that no content names, and on signatures of nothing. `stems`: the archives that
 /// content names, in lower case; without them archives are not judged. An archive that publish knows as
@@ -19,4 +19,4 @@ Findings leftoverFindings(const std::string& repository, const std::set<std::str
 Findings withdrawnFindings(const std::string& repository, const std::set<std::string>& identifiers,
                            const std::vector<std::string>& manifests);
 
-}  // namespace zelor
+}  // namespace zelor::authoring

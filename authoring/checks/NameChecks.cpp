@@ -4,7 +4,7 @@
 #include "base/Strings.h"
 #include "remediation/fetch/PatchName.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 namespace {
 
@@ -17,16 +17,16 @@ Finding unusableName(const std::string& place, const std::string& patchId) {
     const auto error = [&](const std::string& what, const std::string& remedy) {
         return Finding{Severity::error, place, "patch id " + quoted(patchId) + " " + what, remedy};
     };
-    if (const std::string why = whyUnsafeFileName(patchId); !why.empty()) {
+    if (const std::string why = remediation::whyUnsafeFileName(patchId); !why.empty()) {
         return error("is refused by agents: " + why, "use a plain file name");
     }
-    const auto name = splitAtLastDot(patchId);
+    const auto name = remediation::splitAtLastDot(patchId);
     if (!name) return error("has no \".\", so agents report the request as invalid", "give it an extension");
     if (name->stem.empty() || name->extension == ".") {
         return error("lacks a name before or an extension after its last \".\"",
                      "name it like editor-2.1.pkg");
     }
-    const std::string extension = lowerCased(name->extension);
+    const std::string extension = base::lowerCased(name->extension);
     if (extension == ".zip" || extension == ".sig") {
         return error("collides with its own archive or signature",
                      "give it another extension than .zip and .sig");
@@ -35,8 +35,8 @@ Finding unusableName(const std::string& place, const std::string& patchId) {
 }
 
 Findings installerFindings(const std::string& place, const std::string& patchId) {
-    const std::string kind = installerKind(patchId);
-    const std::string extension = splitAtLastDot(patchId)->extension;
+    const std::string kind = remediation::installerKind(patchId);
+    const std::string extension = remediation::splitAtLastDot(patchId)->extension;
     if (kind.empty()) {
         return {{Severity::error, place,
                  "no installer takes patch " + quoted(patchId) + ", so it always fails",
@@ -58,14 +58,15 @@ Findings patchNameFindings(const std::string& place, const std::string& patchId,
         findings.push_back({Severity::warning, place, "patch id " + quoted(patchId) + " " + what, remedy});
     };
     constexpr std::size_t bufferedExtension = 4;
-    if (splitAtLastDot(patchId)->extension.size() != bufferedExtension) {
+    if (remediation::splitAtLastDot(patchId)->extension.size() != bufferedExtension) {
         warn("has no three-letter extension, so it is never found in the buffer",
-             "rename it, for example to " + splitAtLastDot(patchId)->stem + (script ? ".bsh" : ".pkg"));
+             "rename it, for example to " + remediation::splitAtLastDot(patchId)->stem +
+                 (script ? ".bsh" : ".pkg"));
     }
-    if (contains(patchId, "=")) {
+    if (base::contains(patchId, "=")) {
         warn("holds \"=\", so it is never found in the buffer", "rename it without \"=\"");
     }
-    if (trimmed(patchId) != patchId) {
+    if (base::trimmed(patchId) != patchId) {
         warn("begins or ends with white space, which buffering drops and fetching keeps",
              "rename it without");
     }
@@ -78,7 +79,7 @@ Findings patchNameFindings(const std::string& place, const std::string& patchId,
 
 Findings containmentFindings(const std::set<std::string>& patchIds) {
     Findings findings;
-    for (const auto& [name, inner] : containedNames(patchIds)) {
+    for (const auto& [name, inner] : remediation::containedNames(patchIds)) {
         findings.push_back(
             {Severity::warning, "patch " + quoted(name),
              "its name contains that of patch " + quoted(inner) +
@@ -93,15 +94,15 @@ Findings identifierFindings(const std::string& place, const std::string& identif
         return {{Severity::error, place, what, remedy}};
     };
     if (identifier.empty()) return error("there is no identifier", "add one, for example \"CVE-2014-4459\"");
-    if (!isContentIdentifier(identifier)) {
+    if (!agent::isContentIdentifier(identifier)) {
         return error("identifier " + quoted(identifier) + " cannot be a file name",
                      "use letters, digits, \".\", \"_\" and \"-\" alone, 128 at most");
     }
-    if (!hasBeginning(identifier, "CVE-") && !hasBeginning(identifier, "CCE-")) {
+    if (!base::hasBeginning(identifier, "CVE-") && !base::hasBeginning(identifier, "CCE-")) {
         return error("identifier " + quoted(identifier) + " begins with neither \"CVE-\" nor \"CCE-\"",
                      "use the identifier that requests name");
     }
     return {};
 }
 
-}  // namespace zelor
+}  // namespace zelor::authoring

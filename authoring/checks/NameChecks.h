@@ -6,7 +6,7 @@
 #include "authoring/Finding.h"
 
 /// Findings on the names of patches, scripts and content; nothing here touches a file.
-namespace zelor {
+namespace zelor::authoring {
 
 /// On the id of one patch. `script`: it belongs to a configuration, so that no installer has to take it.
 Findings patchNameFindings(const std::string& place, const std::string& patchId, bool script);
@@ -17,4 +17,4 @@ Findings containmentFindings(const std::set<std::string>& patchIds);
 /// On an identifier, which is both a request's value and a file name.
 Findings identifierFindings(const std::string& place, const std::string& identifier);
 
-}  // namespace zelor
+}  // namespace zelor::authoring

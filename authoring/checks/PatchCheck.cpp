@@ -13,7 +13,7 @@
 #include "authoring/rehearse/ScratchFolder.h"
 #include "remediation/fetch/PatchName.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 namespace {
 
@@ -27,12 +27,12 @@ class PatchCheck {
         : keyFile_(keyFile),
           patchId_(patchId),
           uses_(uses),
-          name_(*splitAtLastDot(patchId)),
+          name_(*remediation::splitAtLastDot(patchId)),
           place_("patches/" + name_.stem + ".zip"),
           archive_(repository + '/' + place_),
           detached_(repository + "/patches/" + name_.stem + ".sig"),
           path_(scratch_.path() + '/' + patchId),
-          signatureName_(signaturePath(patchId, name_.extension)) {}
+          signatureName_(remediation::signaturePath(patchId, name_.extension)) {}
 
     Findings run() {
         if (unpack() && findPatch()) {
@@ -61,7 +61,7 @@ class PatchCheck {
             return false;
         }
         try {
-            ArchiveExtractor().extract(archive_, scratch_.path());
+            agent::ArchiveExtractor().extract(archive_, scratch_.path());
         } catch (const std::exception& e) {
             add(Severity::error, std::string("agents refuse to unpack it: ") + e.what(),
                 "find out who changed it, then remove it and publish the patch again");
@@ -95,14 +95,14 @@ class PatchCheck {
         boost::system::error_code ignored;
         const std::string inner = scratch_.path() + '/' + signatureName_;
         if (fs::exists(inner, ignored)) {
-            const SignatureVerdict verdict = verifyPath(path_, inner, keyFile_);
+            const agent::SignatureVerdict verdict = agent::verifyPath(path_, inner, keyFile_);
             if (!verdict.good) {
                 add(Severity::error, "\"" + patchId_ + "\" fails its signature check: " + verdict.reason,
                     "find out who changed it; if it is right, remove the archive and publish the patch "
                     "again");
             }
         }
-        const SignatureVerdict beside = verifyPath(path_, detached_, keyFile_);
+        const agent::SignatureVerdict beside = agent::verifyPath(path_, detached_, keyFile_);
         if (!beside.good) {
             add(Severity::warning,
                 "the signature beside it, " + name_.stem + ".sig, is not good: " + beside.reason,
@@ -118,7 +118,7 @@ class PatchCheck {
         }
         const bool installed =
             std::any_of(uses_.begin(), uses_.end(), [](const PatchUse& use) { return !use.script; });
-        if (installed && installerKind(patchId_) == "dmg" && fs::is_regular_file(path_))
+        if (installed && remediation::installerKind(patchId_) == "dmg" && fs::is_regular_file(path_))
             append(imageFindings(place_, patchId_, path_));
     }
 
@@ -147,7 +147,7 @@ class PatchCheck {
     const std::string& patchId_;
     const std::vector<PatchUse>& uses_;
     ScratchFolder scratch_{"check"};
-    PatchName name_;
+    remediation::PatchName name_;
     std::string place_, archive_, detached_, path_, signatureName_;
     Findings findings_;
 };
@@ -159,4 +159,4 @@ Findings patchFindings(const std::string& repository, const std::string& keyFile
     return PatchCheck(repository, keyFile, patchId, uses).run();
 }
 
-}  // namespace zelor
+}  // namespace zelor::authoring

@@ -6,7 +6,7 @@
 #include "authoring/Finding.h"
 #include "authoring/manifest/ContentEntry.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 /// One ERI that names a patch.
 struct PatchUse {
@@ -21,4 +21,4 @@ struct PatchUse {
 Findings patchFindings(const std::string& repository, const std::string& keyFile, const std::string& patchId,
                        const std::vector<PatchUse>& uses);
 
-}  // namespace zelor
+}  // namespace zelor::authoring

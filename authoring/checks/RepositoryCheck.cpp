@@ -16,7 +16,7 @@
 #include "base/Strings.h"
 #include "remediation/fetch/PatchName.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 namespace {
 
@@ -34,15 +34,15 @@ std::set<std::string> contentFiles(const std::string& repository) {
     }
     for (const fs::directory_iterator end; it != end; ++it) {
         const std::string name = it->path().filename().string();
-        if (hasEnding(name, ".xml") && name[0] != '.') names.insert(name);
+        if (base::hasEnding(name, ".xml") && name[0] != '.') names.insert(name);
     }
     return names;
 }
 
 /// A key that cannot be used at all would make every signature a finding.
 void requireKey(const std::string& keyFile) {
-    const SignatureVerdict verdict = verifyBytes("", "x", keyFile);
-    if (contains(verdict.reason, "does not match")) return;
+    const agent::SignatureVerdict verdict = agent::verifyBytes("", "x", keyFile);
+    if (base::contains(verdict.reason, "does not match")) return;
     throw UsageError(verdict.reason + "; name the public key, repository.pem of zelor-content keygen");
 }
 
@@ -52,14 +52,14 @@ ContentEntry readEntry(const std::string& repository, const std::string& name, c
     const auto error = [&](const std::string& what, const std::string& remedy) {
         findings.push_back({Severity::error, place, what, remedy});
     };
-    const SignatureVerdict verdict = verifyPath(path, path + ".sig", keyFile);
+    const agent::SignatureVerdict verdict = agent::verifyPath(path, path + ".sig", keyFile);
     if (!verdict.good) {
         error("it fails its signature check: " + verdict.reason,
               "find out who changed it; if it is right, remove it and publish the entry again");
     }
     std::string xml;
     try {
-        xml = readBounded(path, contentBytesLimit + 1);
+        xml = agent::readBounded(path, agent::contentBytesLimit + 1);
     } catch (const std::exception& e) {
         error(e.what(), "remove it and publish the entry again");
         return {};
@@ -79,7 +79,9 @@ UsesByPatch usesByPatch(const std::vector<ContentEntry>& entries) {
         for (const ContentCre& cre : entry.cres) {
             for (const ContentEri& eri : cre.eris) {
                 // What cannot be a file's name is a finding already, and must not become a path here either.
-                if (!splitAtLastDot(eri.patchId) || !whyUnsafeFileName(eri.patchId).empty()) continue;
+                if (!remediation::splitAtLastDot(eri.patchId) ||
+                    !remediation::whyUnsafeFileName(eri.patchId).empty())
+                    continue;
                 uses[eri.patchId].push_back({placeOf(entry, eri), eri, isConfiguration(entry.identifier)});
             }
         }
@@ -90,15 +92,15 @@ UsesByPatch usesByPatch(const std::vector<ContentEntry>& entries) {
 std::set<std::string> stemsOf(const std::set<std::string>& patchIds) {
     std::set<std::string> stems;
     for (const std::string& patchId : patchIds)
-        stems.insert(lowerCased(splitAtLastDot(patchId)->stem));
+        stems.insert(base::lowerCased(remediation::splitAtLastDot(patchId)->stem));
     return stems;
 }
 
 void checkStems(const UsesByPatch& uses, Findings& findings) {
     std::map<std::string, std::string> stems;
     for (const auto& [patchId, places] : uses) {
-        const std::string stem = splitAtLastDot(patchId)->stem;
-        const auto [other, first] = stems.emplace(lowerCased(stem), patchId);
+        const std::string stem = remediation::splitAtLastDot(patchId)->stem;
+        const auto [other, first] = stems.emplace(base::lowerCased(stem), patchId);
         if (first) continue;
         findings.push_back(
             {Severity::error, places.front().place,
@@ -148,4 +150,4 @@ CheckReport checkRepository(const std::string& repository, const std::string& ke
     return report;
 }
 
-}  // namespace zelor
+}  // namespace zelor::authoring

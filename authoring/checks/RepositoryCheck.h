@@ -5,7 +5,7 @@
 
 #include "authoring/Finding.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 struct CheckReport {
     std::size_t entries = 0;
@@ -19,4 +19,4 @@ struct CheckReport {
 CheckReport checkRepository(const std::string& repository, const std::string& keyFile,
                             const std::vector<std::string>& manifests = {});
 
-}  // namespace zelor
+}  // namespace zelor::authoring

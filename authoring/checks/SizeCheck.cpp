@@ -5,7 +5,7 @@
 #include "authoring/manifest/SizeText.h"
 #include "remediation/buffer/PatchSize.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 namespace {
 
@@ -25,7 +25,7 @@ Findings sizeFindings(const std::string& place, const std::string& size, std::ui
     // How a text misleads is reported with the content itself.
     if (!whySizeMisleads(size).empty()) return {};
     const std::uint64_t least = std::min(archiveBytes, patchBytes), most = std::max(archiveBytes, patchBytes);
-    const auto announced = static_cast<std::uint64_t>(std::max(0L, parsePatchSize(size).bytes));
+    const auto announced = static_cast<std::uint64_t>(std::max(0L, remediation::parsePatchSize(size).bytes));
     const bool tooSmall = announced + announced / toleranceShare < least;
     if (!tooSmall && announced <= most + most / toleranceShare + slack) return {};
     return {{Severity::warning, place,
@@ -34,4 +34,4 @@ Findings sizeFindings(const std::string& place, const std::string& size, std::ui
              remedy}};
 }
 
-}  // namespace zelor
+}  // namespace zelor::authoring

@@ -2,20 +2,20 @@
 
 #include "base/Strings.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 bool isConfiguration(const std::string& identifier) {
-    return hasBeginning(identifier, "CCE-");
+    return base::hasBeginning(identifier, "CCE-");
 }
 
 bool isOsRemediation(const ContentEri& eri) {
-    const std::string product = lowerCased(eri.product);
-    return (hasBeginning(product, "cpe:/a:apple") || hasBeginning(product, "cpe:/o:apple")) &&
-           hasBeginning(lowerCased(eri.instructions), "os remediation");
+    const std::string product = base::lowerCased(eri.product);
+    return (base::hasBeginning(product, "cpe:/a:apple") || base::hasBeginning(product, "cpe:/o:apple")) &&
+           base::hasBeginning(base::lowerCased(eri.instructions), "os remediation");
 }
 
 bool usesBundleInstaller(const ContentEri& eri) {
-    return contains(lowerCased(eri.instructions), "using install option");
+    return base::contains(base::lowerCased(eri.instructions), "using install option");
 }
 
-}  // namespace zelor
+}  // namespace zelor::authoring

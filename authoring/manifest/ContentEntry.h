@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-namespace zelor {
+namespace zelor::authoring {
 
 /// One ERI block: one patch or one configuration action for one product.
 struct ContentEri {
@@ -43,4 +43,4 @@ bool isOsRemediation(const ContentEri& eri);
 /// True when a bundle on its disk image is run with its own installer.
 bool usesBundleInstaller(const ContentEri& eri);
 
-}  // namespace zelor
+}  // namespace zelor::authoring

@@ -6,7 +6,7 @@
 #include "authoring/Finding.h"
 #include "authoring/manifest/ContentEntry.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 /// A patch that a manifest asks to publish.
 struct ManifestPatch {
@@ -34,4 +34,4 @@ Manifest parseManifest(const std::string& json, const std::string& folder, const
 /// wrong kind, and patches that would collide. Looks at the files, but reads none.
 Findings manifestFindings(const Manifest& manifest);
 
-}  // namespace zelor
+}  // namespace zelor::authoring

@@ -4,7 +4,7 @@
 
 #include "base/Strings.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 namespace {
 
@@ -28,7 +28,7 @@ std::string ManifestFields::text(const char* field) {
     if (hasOddControls(value)) {
         report(std::string("field \"") + field + "\" holds a control character", "take it out");
     }
-    if (trimmed(value) != value) {
+    if (base::trimmed(value) != value) {
         report(std::string("field \"") + field + "\" begins or ends with white space", "take it out");
     }
     return value;
@@ -72,4 +72,4 @@ void ManifestFields::refuseOthers(const std::set<std::string>& known) const {
     }
 }
 
-}  // namespace zelor
+}  // namespace zelor::authoring

@@ -6,7 +6,7 @@
 
 #include "authoring/Finding.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 /// Takes the fields out of one object of a manifest; each that is wrong becomes a finding at `place`.
 class ManifestFields {
@@ -33,4 +33,4 @@ class ManifestFields {
     Findings& findings_;
 };
 
-}  // namespace zelor
+}  // namespace zelor::authoring

@@ -7,7 +7,7 @@
 #include "agent/Files.h"
 #include "authoring/UsageError.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 namespace {
 
@@ -16,8 +16,8 @@ constexpr std::size_t manifestBytesLimit = 256U << 20U;
 Manifest parsedFile(const std::string& path, Findings& findings) {
     const boost::filesystem::path file(path);
     const std::string folder = file.parent_path().string();
-    return parseManifest(readBounded(path, manifestBytesLimit, Links::follow), folder.empty() ? "." : folder,
-                         file.filename().string(), findings);
+    return parseManifest(agent::readBounded(path, manifestBytesLimit, agent::Links::follow),
+                         folder.empty() ? "." : folder, file.filename().string(), findings);
 }
 
 template <class Items>
@@ -64,4 +64,4 @@ std::optional<std::set<std::string>> manifestIdentifiers(const std::string& path
     }
 }
 
-}  // namespace zelor
+}  // namespace zelor::authoring

@@ -2,7 +2,7 @@
 #include "authoring/manifest/ManifestFields.h"
 #include "base/Strings.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 namespace {
 
@@ -22,7 +22,7 @@ std::string lastName(std::string path) {
 }
 
 std::string withoutPrefix(const std::string& text, const std::string& prefix) {
-    return hasBeginning(text, prefix) ? text.substr(prefix.size()) : text;
+    return base::hasBeginning(text, prefix) ? text.substr(prefix.size()) : text;
 }
 
 class ManifestParser {
@@ -150,4 +150,4 @@ Manifest parseManifest(const std::string& json, const std::string& folder, const
     return parser.take();
 }
 
-}  // namespace zelor
+}  // namespace zelor::authoring

@@ -10,7 +10,7 @@
 #include "base/Strings.h"
 #include "remediation/fetch/PatchName.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 namespace {
 
@@ -35,7 +35,7 @@ void checkFile(const ManifestPatch& patch, Findings& findings) {
 /// Agents' own bounds on content: number of elements, bytes, characters.
 void checkContent(const ContentEntry& entry, Findings& findings) {
     try {
-        ContentDocument::parse(contentXml(entry), entry.identifier);
+        agent::ContentDocument::parse(contentXml(entry), entry.identifier);
     } catch (const std::exception& e) {
         findings.push_back({Severity::error, entry.place,
                             std::string("agents could not use its content: ") + e.what(),
@@ -55,9 +55,9 @@ void checkSize(const ManifestPatch& patch, Findings& findings) {
 void checkCollisions(const std::vector<ManifestPatch>& patches, Findings& findings) {
     std::map<std::string, const ManifestPatch*> stems;
     for (const ManifestPatch& patch : patches) {
-        const auto name = splitAtLastDot(patch.patchId);
+        const auto name = remediation::splitAtLastDot(patch.patchId);
         if (!name) continue;
-        const auto [other, first] = stems.emplace(lowerCased(name->stem), &patch);
+        const auto [other, first] = stems.emplace(base::lowerCased(name->stem), &patch);
         if (first) continue;
         const ManifestPatch& same = *other->second;
         boost::system::error_code ignored;
@@ -89,4 +89,4 @@ Findings manifestFindings(const Manifest& manifest) {
     return findings;
 }
 
-}  // namespace zelor
+}  // namespace zelor::authoring

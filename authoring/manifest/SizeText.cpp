@@ -5,7 +5,7 @@
 #include "base/Strings.h"
 #include "remediation/buffer/PatchSize.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 namespace {
 
@@ -29,10 +29,10 @@ std::string sizeText(std::uint64_t bytes) {
 }
 
 std::string whySizeMisleads(const std::string& size) {
-    const PatchSize read = parsePatchSize(size);
+    const remediation::PatchSize read = remediation::parsePatchSize(size);
     const std::string asRead = "reads as " + std::to_string(read.bytes) + " bytes";
     if (read.unit != "kb" && read.unit != "mb") return asRead + ": only KB and MB are units";
-    const std::string number = trimmed(read.number);
+    const std::string number = base::trimmed(read.number);
     const auto dot = number.find('.');
     const std::string fraction = dot == std::string::npos ? "1" : number.substr(dot + 1);
     if (!isDigits(number.substr(0, dot)) || !isDigits(fraction))
@@ -44,4 +44,4 @@ std::string whySizeMisleads(const std::string& size) {
     return "";
 }
 
-}  // namespace zelor
+}  // namespace zelor::authoring

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-namespace zelor {
+namespace zelor::authoring {
 
 /// A size for content, rounded up: "1 KB", "900 KB", "1.5 MB", "2100 MB". Agents read it as at least `bytes`,
 /// and never as more than a tenth of a megabyte (below 1 MB: a kilobyte) above.
@@ -13,4 +13,4 @@ std::string sizeText(std::uint64_t bytes);
 /// "2.05 MB" as 2.5.
 std::string whySizeMisleads(const std::string& size);
 
-}  // namespace zelor
+}  // namespace zelor::authoring

@@ -15,7 +15,7 @@
 #include "base/Files.h"
 #include "base/SystemCalls.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 namespace {
 
@@ -23,7 +23,7 @@ namespace fs = boost::filesystem;
 
 std::string present(const std::string& path) {
     try {
-        return readBounded(path, contentBytesLimit);
+        return agent::readBounded(path, agent::contentBytesLimit);
     } catch (const std::exception&) {
         return "";
     }
@@ -62,7 +62,8 @@ std::set<std::string> ContentFolder::identifiers() const {
 
 void ContentFolder::commit() {
     if (changed_.empty() && removed_.empty()) return;
-    if (!makeFolders(folder_)) throw std::runtime_error("cannot make " + folder_ + ": " + errorText(errno));
+    if (!agent::makeFolders(folder_))
+        throw std::runtime_error("cannot make " + folder_ + ": " + agent::errorText(errno));
     if (!exchange()) renameEach();
     boost::system::error_code ignored;
     fs::remove_all(next_, ignored);
@@ -82,8 +83,8 @@ bool ContentFolder::exchange() {
     }
     for (const auto& [name, bytes] : changed_)
         replaceFile(next_ + '/' + name, bytes);
-    if (!exchangePaths(next_, folder_)) return false;
-    flushDirectory(fs::path(folder_).parent_path().string());
+    if (!base::exchangePaths(next_, folder_)) return false;
+    base::flushDirectory(fs::path(folder_).parent_path().string());
     return true;
 }
 
@@ -100,4 +101,4 @@ void ContentFolder::renameEach() {
         fs::remove(folder_ + '/' + name);
 }
 
-}  // namespace zelor
+}  // namespace zelor::authoring

@@ -6,7 +6,7 @@
 
 #include "authoring/publish/SigningKey.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 /// The content/ folder of a repository. Changes are collected and then shown all at once: a complete next
 /// folder (what stays is hard-linked) is exchanged with the old one in one step. Where the file system cannot
@@ -35,4 +35,4 @@ class ContentFolder {
     std::set<std::string> removed_;               // file names, in the same order
 };
 
-}  // namespace zelor
+}  // namespace zelor::authoring

@@ -6,7 +6,7 @@
 #include "agent/content/ContentDocument.h"
 #include "base/Strings.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 namespace {
 
@@ -36,15 +36,15 @@ void appendEri(pugi::xml_node cre, const ContentEri& eri) {
 ContentEri readEri(const pugi::xml_node& node) {
     const pugi::xml_node patch = node.child("patch");
     ContentEri eri;
-    eri.id = trimmed(node.attribute("id").value());
-    eri.product = trimmed(node.child("product").text().get());
-    eri.impact = trimmed(node.child("impact").text().get());
-    eri.instructions = trimmed(node.child("instructions").text().get());
-    eri.patchId = trimmed(patch.attribute("id").value());
-    eri.size = trimmed(patch.attribute("size").value());
-    eri.md5 = trimmed(patch.attribute("md5").value());
-    eri.silent = trimmed(node.child("silent").text().get());
-    eri.mskb = trimmed(node.child("mskb").text().get());
+    eri.id = base::trimmed(node.attribute("id").value());
+    eri.product = base::trimmed(node.child("product").text().get());
+    eri.impact = base::trimmed(node.child("impact").text().get());
+    eri.instructions = base::trimmed(node.child("instructions").text().get());
+    eri.patchId = base::trimmed(patch.attribute("id").value());
+    eri.size = base::trimmed(patch.attribute("size").value());
+    eri.md5 = base::trimmed(patch.attribute("md5").value());
+    eri.silent = base::trimmed(node.child("silent").text().get());
+    eri.mskb = base::trimmed(node.child("mskb").text().get());
     eri.reboot = std::string(node.attribute("reboot").value()) == "true";
     return eri;
 }
@@ -59,7 +59,7 @@ void checkReboot(const pugi::xml_node& node, const std::string& place, Findings&
 
 void checkEmptyMatch(const pugi::xml_node& cre, const char* name, const std::string& place,
                      Findings& findings) {
-    if (!cre.attribute(name) || !trimmed(cre.attribute(name).value()).empty()) return;
+    if (!cre.attribute(name) || !base::trimmed(cre.attribute(name).value()).empty()) return;
     findings.push_back({Severity::warning, place + ", " + cre.attribute("id").value(),
                         std::string("an empty ") + name + " matches only requests without one",
                         "leave the attribute out to match any"});
@@ -88,7 +88,7 @@ ContentEntry readContentXml(const std::string& xml, const std::string& place, co
                             Findings& findings) {
     ContentEntry entry;
     try {
-        ContentDocument::parse(xml, identifier);
+        agent::ContentDocument::parse(xml, identifier);
     } catch (const std::exception& e) {
         findings.push_back({Severity::error, place, std::string("agents cannot use the content: ") + e.what(),
                             "mend that and publish the entry again"});
@@ -101,9 +101,9 @@ ContentEntry readContentXml(const std::string& xml, const std::string& place, co
     for (const pugi::xml_node& node : document.child("remediation").children("cre")) {
         checkEmptyMatch(node, "platform", place, findings);
         checkEmptyMatch(node, "product", place, findings);
-        ContentCre cre{trimmed(node.attribute("id").value()),
-                       trimmed(node.attribute("platform").value()),
-                       trimmed(node.attribute("product").value()),
+        ContentCre cre{base::trimmed(node.attribute("id").value()),
+                       base::trimmed(node.attribute("platform").value()),
+                       base::trimmed(node.attribute("product").value()),
                        {}};
         for (const pugi::xml_node& eri : node.children("eri")) {
             checkReboot(eri, place, findings);
@@ -114,4 +114,4 @@ ContentEntry readContentXml(const std::string& xml, const std::string& place, co
     return entry;
 }
 
-}  // namespace zelor
+}  // namespace zelor::authoring

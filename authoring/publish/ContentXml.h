@@ -5,7 +5,7 @@
 #include "authoring/Finding.h"
 #include "authoring/manifest/ContentEntry.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 /// The content file of an entry; the same entry gives the same bytes.
 std::string contentXml(const ContentEntry& entry);
@@ -15,4 +15,4 @@ std::string contentXml(const ContentEntry& entry);
 ContentEntry readContentXml(const std::string& xml, const std::string& place, const std::string& identifier,
                             Findings& findings);
 
-}  // namespace zelor
+}  // namespace zelor::authoring

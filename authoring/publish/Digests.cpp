@@ -10,7 +10,7 @@
 #include "agent/Files.h"
 #include "agent/trust/BundleManifest.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 namespace {
 
@@ -61,8 +61,8 @@ Digests digestsOfText(std::string_view text) {
 
 Digests digestsOfFile(const std::string& path) {
     DigestPair pair;
-    const std::uint64_t bytes = readInPieces(openRegularFile(path, Links::follow), path,
-                                             [&](std::string_view piece) { pair.add(piece); });
+    const std::uint64_t bytes = agent::readInPieces(agent::openRegularFile(path, agent::Links::follow), path,
+                                                    [&](std::string_view piece) { pair.add(piece); });
     return pair.finish(bytes);
 }
 
@@ -70,7 +70,7 @@ Digests digestsOfSource(const std::string& path, bool* folder) {
     boost::system::error_code ignored;
     const bool isFolder = boost::filesystem::is_directory(path, ignored);
     if (folder != nullptr) *folder = isFolder;
-    return isFolder ? digestsOfText(bundleManifest(path)) : digestsOfFile(path);
+    return isFolder ? digestsOfText(agent::bundleManifest(path)) : digestsOfFile(path);
 }
 
 std::string hexadecimal(std::string_view bytes) {
@@ -84,4 +84,4 @@ std::string hexadecimal(std::string_view bytes) {
     return text;
 }
 
-}  // namespace zelor
+}  // namespace zelor::authoring

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-namespace zelor {
+namespace zelor::authoring {
 
 /// What identifies a file, or the text over which a bundle folder is signed.
 struct Digests {
@@ -24,4 +24,4 @@ Digests digestsOfSource(const std::string& path, bool* folder = nullptr);
 
 std::string hexadecimal(std::string_view bytes);
 
-}  // namespace zelor
+}  // namespace zelor::authoring

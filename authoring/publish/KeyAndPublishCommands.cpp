@@ -6,7 +6,7 @@
 #include "authoring/publish/Publisher.h"
 #include "authoring/publish/SigningKey.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 namespace {
 
@@ -42,4 +42,4 @@ int runPublish(const PublishOptions& options) {
     return exitStatus::good;
 }
 
-}  // namespace zelor
+}  // namespace zelor::authoring

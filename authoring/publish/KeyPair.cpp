@@ -9,18 +9,18 @@
 #include "authoring/publish/SigningKey.h"
 #include "base/Files.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 namespace {
 
 /// Creates the file; an existing one is never touched, whatever it is.
 void createFile(const std::string& path, const std::string& text, mode_t mode) {
-    UniqueFd file = openFile(path, O_WRONLY | O_CREAT | O_EXCL, mode);
-    if (!file.valid()) throw std::runtime_error("cannot create " + path + ": " + errorText(errno));
-    if (writeAll(file.get(), text) && flushToDisk(file.get()) && file.close()) return;
+    base::UniqueFd file = base::openFile(path, O_WRONLY | O_CREAT | O_EXCL, mode);
+    if (!file.valid()) throw std::runtime_error("cannot create " + path + ": " + agent::errorText(errno));
+    if (base::writeAll(file.get(), text) && base::flushToDisk(file.get()) && file.close()) return;
     const int error = errno;
     ::unlink(path.c_str());
-    throw std::runtime_error("cannot write " + path + ": " + errorText(error));
+    throw std::runtime_error("cannot write " + path + ": " + agent::errorText(error));
 }
 
 }  // namespace
@@ -35,9 +35,10 @@ void writeKeyPair(const SigningKey& key, const std::string& folder) {
                              "move the old pair away once no agent trusts it");
         }
     }
-    if (!makeFolders(folder)) throw UsageError("cannot make " + folder + ": " + errorText(errno));
+    if (!agent::makeFolders(folder))
+        throw UsageError("cannot make " + folder + ": " + agent::errorText(errno));
     createFile(publicFile, key.publicPem(), 0644);
     createFile(privateFile, key.privatePem(), 0600);
 }
 
-}  // namespace zelor
+}  // namespace zelor::authoring

@@ -9,7 +9,7 @@
 #include "authoring/publish/ZipWriter.h"
 #include "remediation/fetch/PatchName.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 PatchPublisher::PatchPublisher(const std::string& repository, const SigningKey& key, PublishedPatches& state)
     : folder_(repository + "/patches/"), key_(key), fingerprint_(key.fingerprint()), state_(state) {}
@@ -27,7 +27,7 @@ PatchFacts PatchPublisher::publish(const ManifestPatch& patch) {
         facts.size = patch.size.empty() ? sizeText(digests.bytes) : patch.size;
         return facts;
     }
-    const std::string stem = folder_ + splitAtLastDot(patch.patchId)->stem;
+    const std::string stem = folder_ + remediation::splitAtLastDot(patch.patchId)->stem;
     const std::string archive = stem + ".zip", signatureFile = stem + ".sig";
     const auto stamped = [&] {
         return PublishedPatch{hexadecimal(digests.sha256), fingerprint_, fileStamp(archive),
@@ -46,7 +46,8 @@ PatchFacts PatchPublisher::publish(const ManifestPatch& patch) {
 void PatchPublisher::write(const ManifestPatch& patch, const std::string& sha256, const std::string& archive,
                            const std::string& signatureFile) {
     const std::string signature = key_.sign(sha256);
-    const std::string signatureName = signaturePath(patch.patchId, splitAtLastDot(patch.patchId)->extension);
+    const std::string signatureName =
+        remediation::signaturePath(patch.patchId, remediation::splitAtLastDot(patch.patchId)->extension);
     StagedFile zip(archive), detached(signatureFile);
     writePatchArchive(zip.descriptor(), patch.file, patch.patchId, signatureName, signature);
     if (digestsOfSource(patch.file).sha256 != sha256) {
@@ -59,4 +60,4 @@ void PatchPublisher::write(const ManifestPatch& patch, const std::string& sha256
     detached.commit();
 }
 
-}  // namespace zelor
+}  // namespace zelor::authoring

@@ -6,7 +6,7 @@
 #include "authoring/publish/PublishState.h"
 #include "authoring/publish/SigningKey.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 /// What content says of a published patch.
 struct PatchFacts {
@@ -35,4 +35,4 @@ class PatchPublisher {
     PublishedPatches& state_;
 };
 
-}  // namespace zelor
+}  // namespace zelor::authoring

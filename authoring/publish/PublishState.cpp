@@ -8,7 +8,7 @@
 #include "authoring/publish/StagedFile.h"
 #include "base/SystemCalls.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 namespace {
 
@@ -29,7 +29,7 @@ std::string publishStateFile(const std::string& repository) {
 std::string fileStamp(const std::string& path) {
     struct stat status {};
     if (::lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return "";
-    const timespec time = modificationTime(status);
+    const timespec time = base::modificationTime(status);
     return std::to_string(status.st_size) + '-' + std::to_string(time.tv_sec) + '.' +
            std::to_string(time.tv_nsec);
 }
@@ -37,7 +37,7 @@ std::string fileStamp(const std::string& path) {
 PublishState readPublishState(const std::string& path) {
     PublishState state;
     try {
-        const nlohmann::json json = nlohmann::json::parse(readBounded(path, stateBytesLimit));
+        const nlohmann::json json = nlohmann::json::parse(agent::readBounded(path, stateBytesLimit));
         if (json.at("version") != version) return {};
         for (const auto& [patchId, patch] : json.at("patches").items()) {
             state.patches[patchId] = {patch.at("source"), patch.at("key"), patch.at("archive"),
@@ -63,4 +63,4 @@ void writePublishState(const std::string& path, const PublishState& state) {
     replaceFile(path, json.dump(1, ' ', false, nlohmann::json::error_handler_t::replace) + '\n');
 }
 
-}  // namespace zelor
+}  // namespace zelor::authoring

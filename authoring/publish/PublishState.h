@@ -4,7 +4,7 @@
 #include <map>
 #include <string>
 
-namespace zelor {
+namespace zelor::authoring {
 
 /// How one archive was published: from what, with which key, and what then stood in the repository.
 struct PublishedPatch {
@@ -36,4 +36,4 @@ std::string fileStamp(const std::string& path);
 PublishState readPublishState(const std::string& path);
 void writePublishState(const std::string& path, const PublishState& state);
 
-}  // namespace zelor
+}  // namespace zelor::authoring

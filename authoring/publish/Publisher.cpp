@@ -20,7 +20,7 @@
 #include "authoring/publish/StagedFile.h"
 #include "remediation/fetch/PatchName.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 namespace {
 
@@ -29,16 +29,16 @@ namespace fs = boost::filesystem;
 constexpr std::size_t speedBytes = 2U << 20U;
 
 void requireFolder(const std::string& folder) {
-    if (!makeFolders(folder)) {
-        throw UsageError("cannot make " + folder + ": " + errorText(errno) + "; choose another --out");
+    if (!agent::makeFolders(folder)) {
+        throw UsageError("cannot make " + folder + ": " + agent::errorText(errno) + "; choose another --out");
     }
 }
 
 /// Held until the descriptor is closed. Its file stays: removing it would let two hold "the" lock.
-UniqueFd lockRepository(const std::string& repository) {
+base::UniqueFd lockRepository(const std::string& repository) {
     const std::string path = repository + "/.zelor-content.lock";
-    UniqueFd lock = openFile(path, O_RDWR | O_CREAT | O_NOFOLLOW);
-    if (!lock.valid()) throw UsageError("cannot write below " + repository + ": " + errorText(errno));
+    base::UniqueFd lock = base::openFile(path, O_RDWR | O_CREAT | O_NOFOLLOW);
+    if (!lock.valid()) throw UsageError("cannot write below " + repository + ": " + agent::errorText(errno));
     if (::flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
         throw UsageError("another publication to " + repository + " is under way; wait for its end");
     }
@@ -137,7 +137,7 @@ class Publisher {
             ++summary_.patches;
             if (!published.written) continue;
             ++summary_.patchesWritten;
-            tell_("wrote patches/" + splitAtLastDot(patch.patchId)->stem + ".zip");
+            tell_("wrote patches/" + remediation::splitAtLastDot(patch.patchId)->stem + ".zip");
         }
     }
 
@@ -185,10 +185,10 @@ PublishSummary publish(Manifest manifest, const SigningKey& key, const Publicati
                        const std::function<void(const std::string&)>& tell) {
     const std::string& repository = publication.repository;
     requireFolder(repository + "/patches");
-    const UniqueFd lock = lockRepository(repository);
+    const base::UniqueFd lock = lockRepository(repository);
     removeLeftovers(repository);
     removeLeftovers(repository + "/patches");
     return Publisher(std::move(manifest), key, publication, tell).run();
 }
 
-}  // namespace zelor
+}  // namespace zelor::authoring

@@ -6,7 +6,7 @@
 #include "authoring/manifest/Manifest.h"
 #include "authoring/publish/SigningKey.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 struct Publication {
     std::string repository;
@@ -35,4 +35,4 @@ struct PublishSummary {
 PublishSummary publish(Manifest manifest, const SigningKey& key, const Publication& publication,
                        const std::function<void(const std::string&)>& tell);
 
-}  // namespace zelor
+}  // namespace zelor::authoring

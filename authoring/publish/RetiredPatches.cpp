@@ -12,7 +12,7 @@
 #include "base/Strings.h"
 #include "remediation/fetch/PatchName.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 namespace {
 
@@ -21,7 +21,7 @@ namespace fs = boost::filesystem;
 constexpr std::int64_t graceSeconds = 24L * 60 * 60;
 
 std::string stemOf(const std::string& patchId) {
-    const auto name = splitAtLastDot(patchId);
+    const auto name = remediation::splitAtLastDot(patchId);
     return name ? name->stem : patchId;
 }
 
@@ -32,12 +32,12 @@ std::optional<std::set<std::string>> namedStems(const std::string& repository) {
         Findings findings;
         try {
             const std::string file = repository + "/content/" + identifier + ".xml";
-            const ContentEntry entry =
-                readContentXml(readBounded(file, contentBytesLimit), file, identifier, findings);
+            const ContentEntry entry = readContentXml(agent::readBounded(file, agent::contentBytesLimit),
+                                                      file, identifier, findings);
             if (entry.place.empty()) return std::nullopt;
             for (const ContentCre& cre : entry.cres) {
                 for (const ContentEri& eri : cre.eris)
-                    stems.insert(lowerCased(stemOf(eri.patchId)));
+                    stems.insert(base::lowerCased(stemOf(eri.patchId)));
             }
         } catch (const std::exception&) {
             return std::nullopt;
@@ -62,7 +62,7 @@ std::size_t removeRetiredPatches(const std::string& repository, bool atOnce, Pub
     for (auto it = patches.begin(); it != patches.end();) {
         const std::string stem = stemOf(it->first);
         PublishedPatch& patch = it->second;
-        if (named->count(lowerCased(stem)) != 0) {
+        if (named->count(base::lowerCased(stem)) != 0) {
             patch.unnamedSince = 0;
             ++it;
             continue;
@@ -83,4 +83,4 @@ std::size_t removeRetiredPatches(const std::string& repository, bool atOnce, Pub
     return count;
 }
 
-}  // namespace zelor
+}  // namespace zelor::authoring

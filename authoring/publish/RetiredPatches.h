@@ -5,7 +5,7 @@
 
 #include "authoring/publish/PublishState.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 /// Notes which published archives no content names any more, and removes those that nobody has named for a
 /// day (with `atOnce`: all of them) and that stand there as they were published. Nothing is removed while
@@ -13,4 +13,4 @@ namespace zelor {
 std::size_t removeRetiredPatches(const std::string& repository, bool atOnce, PublishedPatches& patches,
                                  const std::function<void(const std::string&)>& removed);
 
-}  // namespace zelor
+}  // namespace zelor::authoring

@@ -13,7 +13,7 @@
 #include "authoring/UsageError.h"
 #include "authoring/publish/Digests.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 namespace {
 
@@ -88,7 +88,7 @@ SigningKey SigningKey::generate(Type type) {
 SigningKey SigningKey::load(const std::string& keyFile) {
     std::string pem;
     try {
-        pem = readBounded(keyFile, keyBytesLimit, Links::follow);
+        pem = agent::readBounded(keyFile, keyBytesLimit, agent::Links::follow);
     } catch (const std::exception& e) {
         throw UsageError(std::string(e.what()) + "; name the private key that zelor-content keygen wrote");
     }
@@ -144,4 +144,4 @@ bool SigningKey::accepts(std::string_view sha256, std::string_view signature) co
     return good;
 }
 
-}  // namespace zelor
+}  // namespace zelor::authoring

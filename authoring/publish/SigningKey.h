@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-namespace zelor {
+namespace zelor::authoring {
 
 /// The private key of a repository. Its signatures are what `openssl dgst -sha256 -sign` writes.
 class SigningKey {
@@ -41,4 +41,4 @@ class SigningKey {
 /// Throws UsageError when one is, std::runtime_error when it cannot be written.
 void writeKeyPair(const SigningKey& key, const std::string& folder);
 
-}  // namespace zelor
+}  // namespace zelor::authoring

@@ -12,21 +12,21 @@
 #include "agent/Files.h"
 #include "base/Strings.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 namespace {
 
 constexpr const char* stagedPrefix = ".staged-";
 
 [[noreturn]] void fail(const std::string& path) {
-    throw std::runtime_error("cannot write " + path + ": " + errorText(errno));
+    throw std::runtime_error("cannot write " + path + ": " + agent::errorText(errno));
 }
 
 }  // namespace
 
 StagedFile::StagedFile(const std::string& path)
     : path_(path), staged_(path.substr(0, path.rfind('/') + 1) + stagedPrefix + "XXXXXX") {
-    file_ = UniqueFd(::mkostemp(staged_.data(), O_CLOEXEC));
+    file_ = base::UniqueFd(::mkostemp(staged_.data(), O_CLOEXEC));
     if (!file_.valid()) fail(path_);
     // A repository is there to be served: mkstemp's 0600 would keep a web server out.
     if (::fchmod(file_.get(), 0644) != 0) fail(path_);
@@ -37,11 +37,11 @@ StagedFile::~StagedFile() {
 }
 
 void StagedFile::write(std::string_view bytes) {
-    if (!writeAll(file_.get(), bytes)) fail(path_);
+    if (!base::writeAll(file_.get(), bytes)) fail(path_);
 }
 
 void StagedFile::finish() {
-    if (file_.valid() && (!flushToDisk(file_.get()) || !file_.close())) fail(path_);
+    if (file_.valid() && (!base::flushToDisk(file_.get()) || !file_.close())) fail(path_);
 }
 
 void StagedFile::commit() {
@@ -49,7 +49,7 @@ void StagedFile::commit() {
     if (std::rename(staged_.c_str(), path_.c_str()) != 0) fail(path_);
     staged_.clear();
     const auto slash = path_.rfind('/');
-    flushDirectory(slash == std::string::npos ? "." : path_.substr(0, slash + 1));
+    base::flushDirectory(slash == std::string::npos ? "." : path_.substr(0, slash + 1));
 }
 
 void replaceFile(const std::string& path, std::string_view bytes) {
@@ -59,7 +59,7 @@ void replaceFile(const std::string& path, std::string_view bytes) {
 }
 
 bool isStagedName(const std::string& name) {
-    return hasBeginning(name, stagedPrefix);
+    return base::hasBeginning(name, stagedPrefix);
 }
 
-}  // namespace zelor
+}  // namespace zelor::authoring

@@ -5,7 +5,7 @@
 
 #include "base/Files.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 /// A file that appears under its name complete or not at all: written beside it under a hidden name, flushed
 /// to the disk, then renamed. Without `commit` nothing stays. Throws std::runtime_error naming the file.
@@ -26,7 +26,7 @@ class StagedFile {
   private:
     std::string path_;
     std::string staged_;
-    UniqueFd file_;
+    base::UniqueFd file_;
 };
 
 /// A whole file by way of a StagedFile.
@@ -35,4 +35,4 @@ void replaceFile(const std::string& path, std::string_view bytes);
 /// True for the hidden name of an unfinished file, which a crash may have left behind.
 bool isStagedName(const std::string& name);
 
-}  // namespace zelor
+}  // namespace zelor::authoring

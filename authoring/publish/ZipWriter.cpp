@@ -15,7 +15,7 @@
 #include "agent/Files.h"
 #include "remediation/fetch/PatchName.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 namespace {
 
@@ -30,7 +30,7 @@ struct Free {
 struct stat statusOf(const std::string& path, bool follow) {
     struct stat status {};
     if ((follow ? ::stat(path.c_str(), &status) : ::lstat(path.c_str(), &status)) != 0) {
-        throw std::runtime_error("cannot examine " + path + ": " + errorText(errno));
+        throw std::runtime_error("cannot examine " + path + ": " + agent::errorText(errno));
     }
     return status;
 }
@@ -53,8 +53,8 @@ class ZipWriter {
             begin(name + '/', status, AE_IFDIR, 0);
         } else {
             begin(name, status, AE_IFREG, status.st_size);
-            readInPieces(openRegularFile(path, Links::follow), path,
-                         [&](std::string_view piece) { write(piece); });
+            agent::readInPieces(agent::openRegularFile(path, agent::Links::follow), path,
+                                [&](std::string_view piece) { write(piece); });
         }
     }
 
@@ -115,7 +115,7 @@ void writePatchArchive(int descriptor, const std::string& source, const std::str
                        const std::string& signatureName, const std::string& signature) {
     const struct stat status = statusOf(source, true);
     // Packages and disk images are compressed inside.
-    const std::string kind = installerKind(patchId);
+    const std::string kind = remediation::installerKind(patchId);
     ZipWriter zip(descriptor, S_ISDIR(status.st_mode) || (kind != "pkg" && kind != "dmg"));
     zip.add(source, patchId, status);
     if (S_ISDIR(status.st_mode)) {
@@ -128,4 +128,4 @@ void writePatchArchive(int descriptor, const std::string& source, const std::str
     zip.finish();
 }
 
-}  // namespace zelor
+}  // namespace zelor::authoring

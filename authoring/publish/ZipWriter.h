@@ -2,7 +2,7 @@
 
 #include <string>
 
-namespace zelor {
+namespace zelor::authoring {
 
 /// Writes the archive of a patch to the descriptor: the file or bundle folder at `source` under the name
 /// `patchId`, in byte order of the paths, with the permission bits, modification times and symbolic links of
@@ -11,4 +11,4 @@ namespace zelor {
 void writePatchArchive(int descriptor, const std::string& source, const std::string& patchId,
                        const std::string& signatureName, const std::string& signature);
 
-}  // namespace zelor
+}  // namespace zelor::authoring

@@ -12,7 +12,7 @@
 #include "base/CommandRunner.h"
 #include "base/Strings.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 namespace {
 
@@ -22,9 +22,9 @@ namespace fs = boost::filesystem;
 std::string rehearsal(std::vector<std::string> words) {
     constexpr std::chrono::minutes limit{1};
     words.insert(words.begin(), siblingProgram("zelor-rehearsal"));
-    const CommandResult result = runCommand(words, true, limit);
+    const base::CommandResult result = base::runCommand(words, true, limit);
     if (result.waited && WIFEXITED(result.status) && WEXITSTATUS(result.status) == 0) return result.output;
-    throw UsageError("the rehearsal Mac cannot be set up: " + trimmed(result.output));
+    throw UsageError("the rehearsal Mac cannot be set up: " + base::trimmed(result.output));
 }
 
 }  // namespace
@@ -70,7 +70,8 @@ RehearsalMac::RehearsalMac(const std::string& scratch, const RehearsalMacOrder& 
 
 void RehearsalMac::configure(const std::string& url, const std::string& publicPem) {
     const std::string folder = root_ + "/etc/zelor";
-    if (!makeFolders(folder)) throw UsageError("cannot make " + folder + ": " + errorText(errno));
+    if (!agent::makeFolders(folder))
+        throw UsageError("cannot make " + folder + ": " + agent::errorText(errno));
     settings_.emplace_back(folder + "/repository.pem", publicPem);
     settings_.emplace_back(folder + "/build", "platform = macos\n");
     settings_.emplace_back(folder + "/zelor.ini", "[ScanManager]\nProfileId = " + system_ +
@@ -83,4 +84,4 @@ void RehearsalMac::keepSettings() {
         file.keep();
 }
 
-}  // namespace zelor
+}  // namespace zelor::authoring

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-namespace zelor {
+namespace zelor::authoring {
 
 /// A program of this installation: the file `name` in the folder of the running program. Throws UsageError
 /// when it is not there.
@@ -56,4 +56,4 @@ class RehearsalMac {
     std::list<PlacedFile> settings_;
 };
 
-}  // namespace zelor
+}  // namespace zelor::authoring

@@ -11,7 +11,7 @@
 #include "base/Strings.h"
 #include "remediation/fetch/PatchName.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 namespace {
 
@@ -32,7 +32,7 @@ std::string packageName(const ContentEntry& entry, const ContentCre& cre) {
     for (const ContentEri& eri : cre.eris) {
         if (!isOsRemediation(eri)) continue;
         product = eri.product;
-        if (hasBeginning(product, "cpe:/o")) return "Apple Mac OS X";
+        if (base::hasBeginning(product, "cpe:/o")) return "Apple Mac OS X";
     }
     std::vector<std::string> parts = {""};
     for (const char letter : product) {
@@ -43,7 +43,8 @@ std::string packageName(const ContentEntry& entry, const ContentCre& cre) {
     }
     constexpr std::size_t vendorAt = 2;
     if (parts.size() <= vendorAt + 1) {
-        const auto name = cre.eris.empty() ? std::nullopt : splitAtLastDot(cre.eris.front().patchId);
+        const auto name =
+            cre.eris.empty() ? std::nullopt : remediation::splitAtLastDot(cre.eris.front().patchId);
         return name ? name->stem : entry.identifier;
     }
     return parts[vendorAt] + ' ' + parts[vendorAt + 1];
@@ -110,4 +111,4 @@ std::string indentedTail(const std::string& file, std::size_t lines) {
     return text;
 }
 
-}  // namespace zelor
+}  // namespace zelor::authoring

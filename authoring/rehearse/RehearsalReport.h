@@ -5,7 +5,7 @@
 
 #include "authoring/manifest/ContentEntry.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 /// The requests that ask for everything an entry offers: key to identifier, one for each of its CREs.
 std::map<std::string, std::string> requestsFor(const ContentEntry& entry);
@@ -21,4 +21,4 @@ std::string diskChanges(const DiskState& before, const DiskState& after, std::si
 /// The last lines of a text file, indented, without control characters; "" when there is none.
 std::string indentedTail(const std::string& file, std::size_t lines);
 
-}  // namespace zelor
+}  // namespace zelor::authoring

@@ -13,7 +13,7 @@
 #include "authoring/rehearse/SignalRelay.h"
 #include "authoring/serve/StaticServer.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 namespace {
 
@@ -148,4 +148,4 @@ int runRehearse(const RehearseOptions& options) {
     }
 }
 
-}  // namespace zelor
+}  // namespace zelor::authoring

@@ -8,14 +8,15 @@
 
 #include "agent/Files.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 namespace fs = boost::filesystem;
 
 ScratchFolder::ScratchFolder(const std::string& name)
     : path_((fs::temp_directory_path() / ("zelor-" + name + "-XXXXXX")).string()) {
     if (::mkdtemp(path_.data()) == nullptr)
-        throw std::runtime_error("cannot make the temporary folder " + path_ + ": " + errorText(errno));
+        throw std::runtime_error("cannot make the temporary folder " + path_ + ": " +
+                                 agent::errorText(errno));
 }
 
 ScratchFolder::~ScratchFolder() {
@@ -28,4 +29,4 @@ ScratchFolder::~ScratchFolder() {
     fs::remove_all(path_, ignored);
 }
 
-}  // namespace zelor
+}  // namespace zelor::authoring

@@ -2,7 +2,7 @@
 
 #include <string>
 
-namespace zelor {
+namespace zelor::authoring {
 
 /// A fresh folder below TMPDIR that nobody else may enter, removed with all it holds at the end.
 class ScratchFolder {
@@ -22,4 +22,4 @@ class ScratchFolder {
     bool kept_ = false;
 };
 
-}  // namespace zelor
+}  // namespace zelor::authoring

@@ -9,7 +9,7 @@
 #include "agent/Files.h"
 #include "base/SystemCalls.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 namespace {
 
@@ -38,7 +38,7 @@ class SpawnAttributes {
 /// The environment less what `variables` set, and these.
 std::vector<std::string> environmentWith(const std::vector<std::string>& variables) {
     std::vector<std::string> environment = variables;
-    for (char** entry = processEnvironment(); *entry != nullptr; ++entry) {
+    for (char** entry = base::processEnvironment(); *entry != nullptr; ++entry) {
         const std::string text = *entry;
         bool replaced = false;
         for (const std::string& variable : variables) {
@@ -104,7 +104,7 @@ int SignalRelay::run(std::vector<std::string> argv, const std::vector<std::strin
         if (received_) throw Interrupted();
         const int error = ::posix_spawn(&program, argv[0].c_str(), nullptr, attributes.get(),
                                         pointers(argv).data(), pointers(environment).data());
-        if (error != 0) throw std::runtime_error("cannot start " + argv[0] + ": " + errorText(error));
+        if (error != 0) throw std::runtime_error("cannot start " + argv[0] + ": " + agent::errorText(error));
         program_ = program;
     }
     // Its number stays taken until no signal can go to it any more.
@@ -118,4 +118,4 @@ int SignalRelay::run(std::vector<std::string> argv, const std::vector<std::strin
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-}  // namespace zelor
+}  // namespace zelor::authoring

@@ -9,7 +9,7 @@
 #include <thread>
 #include <vector>
 
-namespace zelor {
+namespace zelor::authoring {
 
 /// A command was ended by SIGINT, SIGTERM or SIGHUP.
 class Interrupted : public std::runtime_error {
@@ -46,4 +46,4 @@ class SignalRelay {
     std::thread thread_;
 };
 
-}  // namespace zelor
+}  // namespace zelor::authoring

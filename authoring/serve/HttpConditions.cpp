@@ -5,7 +5,7 @@
 #include <charconv>
 #include <string_view>
 
-namespace zelor {
+namespace zelor::authoring {
 
 namespace {
 
@@ -130,4 +130,4 @@ std::optional<std::vector<std::string>> servedPathComponents(const std::string& 
     return names;
 }
 
-}  // namespace zelor
+}  // namespace zelor::authoring

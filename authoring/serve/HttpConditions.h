@@ -7,7 +7,7 @@
 #include <vector>
 
 /// The decisions of a static file server that RFC 9110 leaves no room in. Pure.
-namespace zelor {
+namespace zelor::authoring {
 
 /// What a server compares a request's conditions with.
 struct FileVersion {
@@ -45,4 +45,4 @@ std::optional<std::time_t> parseHttpDate(const std::string& text);
 /// may answer: a bad escape, a zero byte, an encoded separator, a name that begins with a dot.
 std::optional<std::vector<std::string>> servedPathComponents(const std::string& path);
 
-}  // namespace zelor
+}  // namespace zelor::authoring

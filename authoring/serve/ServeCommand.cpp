@@ -8,7 +8,7 @@
 #include "authoring/UsageError.h"
 #include "authoring/serve/StaticServer.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 namespace {
 
@@ -57,4 +57,4 @@ int runServe(const ServeOptions& options) {
     return exitStatus::good;
 }
 
-}  // namespace zelor
+}  // namespace zelor::authoring

@@ -20,7 +20,7 @@
 #include "authoring/serve/HttpConditions.h"
 #include "base/SystemCalls.h"
 
-namespace zelor {
+namespace zelor::authoring {
 
 namespace {
 
@@ -148,7 +148,7 @@ Response textResponse(const std::string& text) {
 }
 
 FileVersion versionOf(const struct stat& status) {
-    const timespec time = modificationTime(status);
+    const timespec time = base::modificationTime(status);
     std::array<char, 80> etag{};
     std::snprintf(etag.data(), etag.size(), "\"%llx.%lx-%llx-%llx\"",
                   static_cast<unsigned long long>(time.tv_sec), static_cast<unsigned long>(time.tv_nsec),
@@ -354,4 +354,4 @@ std::string StaticServer::url() const {
     return "http://" + running_->address() + ":" + std::to_string(port());
 }
 
-}  // namespace zelor
+}  // namespace zelor::authoring

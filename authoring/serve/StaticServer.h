@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-namespace zelor {
+namespace zelor::authoring {
 
 using HttpHeaders = std::vector<std::pair<std::string, std::string>>;
 
@@ -65,4 +65,4 @@ class StaticServer {
     std::unique_ptr<Running> running_;
 };
 
-}  // namespace zelor
+}  // namespace zelor::authoring

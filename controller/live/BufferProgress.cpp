@@ -4,7 +4,7 @@
 #include "controller/Text.h"
 #include "controller/live/RequestLabel.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 namespace {
 
@@ -78,7 +78,7 @@ void BufferProgress::ticked(const ResultTable& /*table*/, double time) {
 
 void BufferProgress::draw(double time) {
     drawn_ = time;
-    const DownloadSnapshot download = DownloadProgress::instance().snapshot();
+    const agent::DownloadSnapshot download = agent::DownloadProgress::instance().snapshot();
     for (LiveRow& row : view_.rows) {
         if (!download.active) continue;
         row.seconds = time;
@@ -99,4 +99,4 @@ void BufferProgress::ended(const ResultTable& table, double time) {
     if (terminal_) draw(time);
 }
 
-}  // namespace zelor
+}  // namespace zelor::controller

@@ -10,7 +10,7 @@
 #include "controller/live/RunListener.h"
 #include "controller/run/BufferTrail.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 /// "buffered", "already-buffered", ...
 std::string outcomeName(PatchOutcome::Kind kind);
@@ -40,4 +40,4 @@ class BufferProgress : public RunListener {
     double drawn_ = -1;
 };
 
-}  // namespace zelor
+}  // namespace zelor::controller

@@ -7,7 +7,7 @@
 #include "controller/report/ReportJson.h"
 #include "controller/run/OutputFile.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 /// One JSON object a line for each change.
 class EventLines : public RunListener {
@@ -23,4 +23,4 @@ class EventLines : public RunListener {
     LineOutput& out_;
 };
 
-}  // namespace zelor
+}  // namespace zelor::controller

@@ -7,7 +7,7 @@
 #include "controller/States.h"
 #include "controller/Text.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 namespace {
 
@@ -264,4 +264,4 @@ std::size_t linesOnScreen(const std::vector<FrameLine>& frame, std::size_t colum
     return lines;
 }
 
-}  // namespace zelor
+}  // namespace zelor::controller

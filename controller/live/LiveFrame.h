@@ -7,7 +7,7 @@
 #include <vector>
 
 /// The live display as text: decisions alone, nothing here touches a terminal.
-namespace zelor {
+namespace zelor::controller {
 
 enum class Tone { waiting, busy, good, bad, stopped };
 
@@ -69,4 +69,4 @@ std::vector<FrameLine> settledLines(const LiveRow& row, const LiveView& view, co
 /// How many lines of the screen the frame takes when the terminal has become that wide.
 std::size_t linesOnScreen(const std::vector<FrameLine>& frame, std::size_t columns);
 
-}  // namespace zelor
+}  // namespace zelor::controller

@@ -5,7 +5,7 @@
 #include "controller/Text.h"
 #include "controller/live/RequestLabel.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 namespace {
 
@@ -105,7 +105,7 @@ void LiveModel::measure(const ResultTable& table) {
 }
 
 LiveView LiveModel::view(const ResultTable& table, double time, std::size_t rows,
-                         const DownloadSnapshot& download) {
+                         const agent::DownloadSnapshot& download) {
     LiveView view;
     view.seconds = time;
     view.done = table.finished();
@@ -158,7 +158,8 @@ void LiveProgress::draw(const ResultTable& table, double time, bool atEnd) {
     drawn_ = time;
     const LiveStyle style = terminal_.style();
     const std::vector<LiveRow> rows = model_.takeSettled(table, time, atEnd);
-    LiveView view = model_.view(table, time, rowsThatFit(style), DownloadProgress::instance().snapshot());
+    LiveView view =
+        model_.view(table, time, rowsThatFit(style), agent::DownloadProgress::instance().snapshot());
     std::vector<FrameLine> settled;
     for (const LiveRow& row : rows) {
         const std::vector<FrameLine> lines = settledLines(row, view, style);
@@ -168,4 +169,4 @@ void LiveProgress::draw(const ResultTable& table, double time, bool atEnd) {
     terminal_.draw(settled, liveFrame(view, style));
 }
 
-}  // namespace zelor
+}  // namespace zelor::controller

@@ -11,7 +11,7 @@
 #include "controller/live/RateMeter.h"
 #include "controller/live/RunListener.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 /// What the live display of a run shows, without a terminal. A result is settled, never to be redrawn, once
 /// it has stood for a moment: a request of several ERIs passes through results on its way.
@@ -23,7 +23,8 @@ class LiveModel {
     /// The rows that have come to rest since the last call, by their keys; all with `atEnd`.
     std::vector<LiveRow> takeSettled(const ResultTable& table, double time, bool atEnd);
     /// At most `rows` rows.
-    LiveView view(const ResultTable& table, double time, std::size_t rows, const DownloadSnapshot& download);
+    LiveView view(const ResultTable& table, double time, std::size_t rows,
+                  const agent::DownloadSnapshot& download);
 
   private:
     struct Spell {
@@ -68,4 +69,4 @@ class LiveProgress : public RunListener {
 /// Results by state, for the total.
 std::vector<std::pair<std::string, std::size_t>> countsByState(const ResultTable& table);
 
-}  // namespace zelor
+}  // namespace zelor::controller

@@ -8,7 +8,7 @@
 #include "base/Strings.h"
 #include "controller/run/Signals.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 namespace {
 
@@ -27,8 +27,8 @@ std::string environmentText(const char* name) {
 
 bool localeIsUtf8() {
     for (const char* name : {"LC_ALL", "LC_CTYPE", "LANG"}) {
-        const std::string value = lowerCased(environmentText(name));
-        if (!value.empty()) return contains(value, "utf-8") || contains(value, "utf8");
+        const std::string value = base::lowerCased(environmentText(name));
+        if (!value.empty()) return base::contains(value, "utf-8") || base::contains(value, "utf8");
     }
     return false;
 }
@@ -48,11 +48,11 @@ bool isLiveTerminal(int fd) {
 LiveTerminal::LiveTerminal(int fd)
     : fd_(fd), colour_(environmentText("NO_COLOR").empty()), unicode_(localeIsUtf8()) {
     Signals::setHiddenCursor(fd);
-    writeAll(fd_, hideCursor);
+    base::writeAll(fd_, hideCursor);
 }
 
 LiveTerminal::~LiveTerminal() {
-    writeAll(fd_, eraseLast(style()) + eraseBelow + showCursor);
+    base::writeAll(fd_, eraseLast(style()) + eraseBelow + showCursor);
     Signals::setHiddenCursor(-1);
 }
 
@@ -78,8 +78,8 @@ void LiveTerminal::draw(const std::vector<FrameLine>& settled, const std::vector
     appendLines(out, settled);
     appendLines(out, frame);
     out += std::string(eraseBelow) + endFrame;
-    writeAll(fd_, out);
+    base::writeAll(fd_, out);
     last_ = frame;
 }
 
-}  // namespace zelor
+}  // namespace zelor::controller

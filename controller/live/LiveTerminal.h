@@ -5,7 +5,7 @@
 
 #include "controller/live/LiveFrame.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 /// True when a live display can be shown on the descriptor: a terminal that can move its cursor.
 bool isLiveTerminal(int fd);
@@ -35,4 +35,4 @@ class LiveTerminal {
     std::vector<FrameLine> last_;
 };
 
-}  // namespace zelor
+}  // namespace zelor::controller

@@ -4,10 +4,10 @@
 #include "controller/Text.h"
 #include "controller/live/RequestLabel.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 void writePlainLine(int fd, const std::string& text) {
-    writeAll(fd, utcText(std::chrono::system_clock::now()) + "  " + text + '\n');
+    base::writeAll(fd, utcText(std::chrono::system_clock::now()) + "  " + text + '\n');
 }
 
 void PlainLines::changed(const ResultTable& table, const std::vector<Change>& changes, double /*time*/) {
@@ -21,7 +21,7 @@ void PlainLines::changed(const ResultTable& table, const std::vector<Change>& ch
                  requestLabel(*result.key) + " (" + printable(*result.identifier) + ')' +
                  (reason.empty() ? "" : ": " + reason) + '\n';
     }
-    if (!lines.empty()) writeAll(fd_, lines);
+    if (!lines.empty()) base::writeAll(fd_, lines);
 }
 
 void PlainLines::cancelling(double /*time*/) {
@@ -45,4 +45,4 @@ std::string runSummary(const ResultTable& table, bool rebootNeeded, const std::s
            "Log: " + printable(logFile) + '\n';
 }
 
-}  // namespace zelor
+}  // namespace zelor::controller

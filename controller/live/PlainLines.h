@@ -6,7 +6,7 @@
 
 #include "controller/live/RunListener.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 /// Why a request reads what it reads, in a few words; "" when there is nothing to say.
 using ReasonOf = std::function<std::string(const Result&)>;
@@ -32,4 +32,4 @@ void writePlainLine(int fd, const std::string& text);
 std::string runSummary(const ResultTable& table, bool rebootNeeded, const std::string& logFile,
                        double seconds);
 
-}  // namespace zelor
+}  // namespace zelor::controller

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <deque>
 
-namespace zelor {
+namespace zelor::controller {
 
 /// The speed of a transfer over its last few seconds. Times in seconds.
 class RateMeter {
@@ -31,4 +31,4 @@ class RateMeter {
     std::deque<Sample> samples_;
 };
 
-}  // namespace zelor
+}  // namespace zelor::controller

@@ -4,18 +4,19 @@
 #include "controller/Text.h"
 #include "remediation/intake/RequestParsing.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 std::string packageNameOf(const std::string& key) {
-    const std::string name = trimmed(parseRequestKey(trimmed(key), false).packageName);
-    return contains(name, "oval:") ? "" : name;
+    const std::string name =
+        base::trimmed(remediation::parseRequestKey(base::trimmed(key), false).packageName);
+    return base::contains(name, "oval:") ? "" : name;
 }
 
 std::string requestLabel(const std::string& key) {
     const std::string name = packageNameOf(key);
     if (!name.empty()) return printable(name);
-    const RequestKey parsed = parseRequestKey(trimmed(key), false);
+    const remediation::RequestKey parsed = remediation::parseRequestKey(base::trimmed(key), false);
     return printable(parsed.cpes.empty() ? key : parsed.cpes.back());
 }
 
-}  // namespace zelor
+}  // namespace zelor::controller

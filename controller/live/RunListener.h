@@ -4,7 +4,7 @@
 
 #include "controller/run/ResultTable.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 /// Is told how a run goes, on the thread that watches it. Times are seconds since the start.
 class RunListener {
@@ -25,4 +25,4 @@ class RunListener {
     virtual void ended(const ResultTable& /*table*/, double /*time*/) {}
 };
 
-}  // namespace zelor
+}  // namespace zelor::controller

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace zelor {
+namespace zelor::controller {
 
 namespace {
 
@@ -95,4 +95,4 @@ bool watchRun(const WatchedRun& run, ResultTable& table, Signals& signals,
     return Watcher(run, table, signals, listeners).watch();
 }
 
-}  // namespace zelor
+}  // namespace zelor::controller

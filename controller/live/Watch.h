@@ -8,7 +8,7 @@
 #include "controller/run/ResultTable.h"
 #include "controller/run/Signals.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 /// How long to wait before the next look: short after a change, longer while nothing happens, and never so
 /// short that looking takes more than a small share of the time.
@@ -34,4 +34,4 @@ struct WatchedRun {
 bool watchRun(const WatchedRun& run, ResultTable& table, Signals& signals,
               const std::vector<RunListener*>& listeners);
 
-}  // namespace zelor
+}  // namespace zelor::controller

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace zelor {
+namespace zelor::controller {
 
 std::string planKindName(PlanKind kind) {
     switch (kind) {
@@ -42,4 +42,4 @@ int planExitStatus(const Plan& plan) {
     return runExitStatus(plan.requests.size(), good, false);
 }
 
-}  // namespace zelor
+}  // namespace zelor::controller

@@ -13,7 +13,7 @@
 #include "remediation/parseOnlyMetadata.h"
 
 /// What a run would do: a forecast by the run's own rules from what is there now.
-namespace zelor {
+namespace zelor::controller {
 
 enum class PlanKind { unknown, configuration, osUpdate, patch };
 enum class PlanAction { apply, applied, fail, nothing };
@@ -99,4 +99,4 @@ Plan makePlan(const RequestMap& requests, const PlanFacts& facts);
 /// 0: nothing stands in the way of any request; 1: of some; 3: of none is that so.
 int planExitStatus(const Plan& plan);
 
-}  // namespace zelor
+}  // namespace zelor::controller

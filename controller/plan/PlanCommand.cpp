@@ -29,7 +29,7 @@
 #include "remediation/buffer/BufferFolders.h"
 #include "remediation/fetch/PatchName.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 namespace {
 
@@ -44,7 +44,7 @@ class TemporaryFolder {
     TemporaryFolder() {
         std::string path = (fs::temp_directory_path() / "zelor-plan-XXXXXX").string();
         if (::mkdtemp(path.data()) == nullptr) {
-            throw std::runtime_error("cannot make the folder " + path + ": " + errorText(errno));
+            throw std::runtime_error("cannot make the folder " + path + ": " + agent::errorText(errno));
         }
         path_ = path;
     }
@@ -62,13 +62,14 @@ class TemporaryFolder {
 
 /// What a run would find of a buffered archive, looked at in a folder that goes again.
 std::string signatureProblem(const std::string& archive, const std::string& fileName,
-                             const AgentSettings& settings) {
+                             const agent::AgentSettings& settings) {
     try {
         const TemporaryFolder folder;
-        ArchiveExtractor().extract(archive, folder.path());
-        const std::string signature = signaturePath(fileName, splitAtLastDot(fileName)->extension);
-        return verifyPath(folder.path() + '/' + fileName, folder.path() + '/' + signature,
-                          settings.get("Repository.TrustedKey"))
+        agent::ArchiveExtractor().extract(archive, folder.path());
+        const std::string signature =
+            remediation::signaturePath(fileName, remediation::splitAtLastDot(fileName)->extension);
+        return agent::verifyPath(folder.path() + '/' + fileName, folder.path() + '/' + signature,
+                                 settings.get("Repository.TrustedKey"))
             .reason;
     } catch (const std::exception& e) {
         return e.what();
@@ -91,9 +92,9 @@ class Looker {
           tap_([this](bool error, const std::string& line) { log_.take(error, line); }) {}
 
     Plan plan(const RequestMap& requests) {
-        startNewRun();
+        agent::startNewRun();
         status_ = gatherStatus(place_);
-        const bool buffer = bufferFoldersAreOurs();
+        const bool buffer = remediation::bufferFoldersAreOurs();
         Plan plan = makePlan(requests, facts(buffer));
         if (!buffer) {
             plan.warnings.emplace_back(
@@ -115,7 +116,7 @@ class Looker {
         facts.vendorInstallation = place_.settings->get("Installation.VendorProducts");
         facts.contentDir = place_.contentDir;
         facts.applications = underSystemRoot(APPFOLDER);
-        facts.mountPoint = underSystemRoot(diskImageMountPoint);
+        facts.mountPoint = underSystemRoot(platform::diskImageMountPoint);
         boost::system::error_code unreadable;
         const fs::directory_iterator mounted(facts.mountPoint, unreadable);
         facts.mountPointInUse = !unreadable && mounted != fs::directory_iterator();
@@ -134,7 +135,7 @@ class Looker {
         facts.contentProblem = [this](const std::string& key, const std::string& identifier) {
             return shortReason(log_.notes(key, identifier));
         };
-        facts.updateListing = [] { return MacPatchManager().getOsCmdline(listUpdatesCommand); };
+        facts.updateListing = [] { return MacPatchManager().getOsCmdline(platform::listUpdatesCommand); };
         facts.productVersion = [this] { return status_.productVersion; };
         facts.signatureProblem = [this](const std::string& archive, const std::string& fileName) {
             stopIfAsked();
@@ -154,7 +155,7 @@ class Looker {
     RunLog log_;
     LogTap tap_;
     Status status_;
-    InstalledRecord record_;
+    remediation::InstalledRecord record_;
 };
 
 bool wantsColour() {
@@ -170,7 +171,7 @@ int planCommand(const PlanOptions& options) {
     requireUsableSettings(place);
     checkContentDir(place);
     prepareLooking(place);
-    if (options.verbose) logToStandardError("debug");
+    if (options.verbose) agent::logToStandardError("debug");
     try {
         const Plan plan = Looker(options, place).plan(requests);
         const std::string problem = writeOutput("-", [&](std::ostream& out) {
@@ -183,4 +184,4 @@ int planCommand(const PlanOptions& options) {
     }
 }
 
-}  // namespace zelor
+}  // namespace zelor::controller

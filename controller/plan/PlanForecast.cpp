@@ -14,7 +14,7 @@
 #include "remediation/intake/ContentRules.h"
 #include "remediation/intake/RequestParsing.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 namespace {
 
@@ -51,7 +51,7 @@ class Forecast {
     void describeInstaller(Row& row, parsedEriData& block, const std::string& kind, PlannedStep& step) const;
 
     void update(Row& row);
-    void installLabels(PlannedRequest& request, const UpdateSelection& selection);
+    void installLabels(PlannedRequest& request, const platform::UpdateSelection& selection);
 
     PlannedFile fetch(Row& row, parsedEriData& block, bool script) const;
     bool isBuffered(const std::string& name, const std::string& md5) const;
@@ -59,7 +59,8 @@ class Forecast {
     std::string pathOf(const std::string& name) const { return facts_.contentDir + '/' + name; }
 
     bool isApplied(const creEriParsedData& entry) const {
-        return countsAsApplied(entry, [this](const std::string& eri) { return isRecorded(eri); });
+        return remediation::countsAsApplied(entry,
+                                            [this](const std::string& eri) { return isRecorded(eri); });
     }
     bool isRecorded(const std::string& eri) const {
         return applied_.count(eri) != 0 || facts_.isRecorded(eri);
@@ -113,15 +114,15 @@ void Forecast::take(const std::string& key, const std::string& identifier) {
     PlannedRequest& request = row.request;
     request.key = key;
     request.identifier = identifier;
-    const std::string trimmedKey = trimmed(key);
-    const bool configuration = isConfiguration(trimmed(identifier));
-    const RequestKey parsed = parseRequestKey(trimmedKey, configuration);
+    const std::string trimmedKey = base::trimmed(key);
+    const bool configuration = remediation::isConfiguration(base::trimmed(identifier));
+    const remediation::RequestKey parsed = remediation::parseRequestKey(trimmedKey, configuration);
     row.packageName = parsed.packageName;
     if (trimmedKey.empty()) {
         request.reason = "the key is empty, so a run passes it over";
-    } else if (cpeCount(parsed) == CpeCount::none) {
+    } else if (remediation::cpeCount(parsed) == remediation::CpeCount::none) {
         decide(request, invalidRequestValue, PlanAction::fail, "the request names no CPE");
-    } else if (cpeCount(parsed) == CpeCount::tooMany) {
+    } else if (remediation::cpeCount(parsed) == remediation::CpeCount::tooMany) {
         decide(request, invalidRequestValue, PlanAction::fail, "the request names more than two CPEs");
     } else if (findContent(row, parsed.cpes)) {
         if (configuration) request.kind = PlanKind::configuration;
@@ -134,14 +135,15 @@ void Forecast::take(const std::string& key, const std::string& identifier) {
 }
 
 bool Forecast::findContent(Row& row, const std::vector<std::string>& cpes) const {
-    const RequestTarget target = requestTarget(cpes, facts_.platformCpe, facts_.specialCases);
+    const remediation::RequestTarget target =
+        remediation::requestTarget(cpes, facts_.platformCpe, facts_.specialCases);
     parseOnlyMetadata metadata =
-        facts_.content(target.platformCpe, target.productCpe, trimmed(row.request.identifier));
+        facts_.content(target.platformCpe, target.productCpe, base::trimmed(row.request.identifier));
     if (metadata.getParsingFailed()) return false;
     row.entry = std::move(RecordAccess::creEriData(metadata));
     row.request.cre = RecordAccess::creId(row.entry);
-    row.request.reboot = asksForReboot(row.entry);
-    row.request.kind = isOsRemediation(row.blocks()) ? PlanKind::osUpdate : PlanKind::patch;
+    row.request.reboot = remediation::asksForReboot(row.entry);
+    row.request.kind = remediation::isOsRemediation(row.blocks()) ? PlanKind::osUpdate : PlanKind::patch;
     return true;
 }
 
@@ -182,7 +184,7 @@ void Forecast::configure(Row& row) {
 PlannedStep Forecast::script(Row& row, parsedEriData& block) {
     PlannedStep step{RecordAccess::eriId(block), PlanAction::apply, "", {}, {}, ""};
     const std::string& name = RecordAccess::patchId(block);
-    if (!namesPatchFile(name)) {
+    if (!remediation::namesPatchFile(name)) {
         step.action = PlanAction::fail;
         step.reason = "its content names no script with an extension";
         decide(row.request, invalidRequestValue, PlanAction::fail, step.reason);
@@ -190,7 +192,7 @@ PlannedStep Forecast::script(Row& row, parsedEriData& block) {
     }
     step.file = fetch(row, block, true);
     if (step.file->problem.empty()) {
-        step.commands.push_back("/bin/bash " + shellWord(pathOf(name)));
+        step.commands.push_back("/bin/bash " + base::shellWord(pathOf(name)));
         succeed(block, *step.file);
     } else {
         step.action = PlanAction::fail;
@@ -227,26 +229,26 @@ void Forecast::patch(Row& row) {
 
 PlannedStep Forecast::patchBlock(Row& row, parsedEriData& block, ProgressValue& value) {
     PlannedStep step{RecordAccess::eriId(block), PlanAction::fail, "", {}, {}, ""};
-    if (!isForThisPlatform(block)) {
+    if (!remediation::isForThisPlatform(block)) {
         step.action = PlanAction::nothing;
         step.reason = "for another platform (" + RecordAccess::mskbId(block) + "), so it is passed over";
         return step;
     }
-    switch (patchStep(block, [&] { return isApplied(row.entry); })) {
-        case PatchStep::nameless:
+    switch (remediation::patchStep(block, [&] { return isApplied(row.entry); })) {
+        case remediation::PatchStep::nameless:
             value = failedValue;
             step.reason = "its content names no patch";
             break;
-        case PatchStep::applied:
+        case remediation::PatchStep::applied:
             value = successValue;
             step.action = PlanAction::applied;
             step.reason = whyApplied(row, step.eri);
             break;
-        case PatchStep::misnamed:
+        case remediation::PatchStep::misnamed:
             value = invalidRequestValue;
             step.reason = "the name of its patch has no extension";
             break;
-        case PatchStep::install:
+        case remediation::PatchStep::install:
             installFile(row, block, step, value);
             break;
     }
@@ -260,7 +262,7 @@ void Forecast::installFile(Row& row, parsedEriData& block, PlannedStep& step, Pr
         step.reason = step.file->problem;
         return;
     }
-    const std::string kind = installerKind(pathOf(step.file->name));
+    const std::string kind = remediation::installerKind(pathOf(step.file->name));
     if (kind.empty()) {
         value = failedValue;
         step.reason = "no installer takes it: it is no .app, .pkg or .dmg";
@@ -276,17 +278,18 @@ void Forecast::describeInstaller(Row& row, parsedEriData& block, const std::stri
                                  PlannedStep& step) const {
     const std::string path = pathOf(step.file->name);
     if (kind == "pkg") {
-        step.commands = {installPackageCommand(path)};
+        step.commands = {platform::installPackageCommand(path)};
     } else if (kind == "app") {
         step.note = "copies what the bundle holds to " + facts_.applications;
     } else {
-        const std::string detach = detachCommand(facts_.mountPoint);
-        step.commands = {detach, attachCommand(facts_.mountPoint, path), detach};
+        const std::string detach = platform::detachCommand(facts_.mountPoint);
+        step.commands = {detach, platform::attachCommand(facts_.mountPoint, path), detach};
         const std::string& option = RecordAccess::silentModeCmd(block);
-        const bool runsNothing = usesBundleInstaller(block) && option.empty();
-        const std::string bundle = !usesBundleInstaller(block) ? "copied to " + facts_.applications
-                                   : runsNothing               ? std::string("left alone")
-                                                 : "run as " + silentInstallerCommand("BUNDLE", option);
+        const bool runsNothing = remediation::usesBundleInstaller(block) && option.empty();
+        const std::string bundle =
+            !remediation::usesBundleInstaller(block) ? "copied to " + facts_.applications
+            : runsNothing                            ? std::string("left alone")
+                          : "run as " + platform::silentInstallerCommand("BUNDLE", option);
         warn(row.request,
              imageWarnings(step.file->name, runsNothing, facts_.mountPointInUse ? facts_.mountPoint : ""));
         step.note =
@@ -298,13 +301,14 @@ void Forecast::describeInstaller(Row& row, parsedEriData& block, const std::stri
 
 void Forecast::update(Row& row) {
     PlannedRequest& request = row.request;
-    if (!installsVendorUpdates(facts_.vendorInstallation)) {
+    if (!remediation::installsVendorUpdates(facts_.vendorInstallation)) {
         request.reason = "the setting Installation.VendorProducts leaves updates of the system to the user";
         return;
     }
     if (!listing_) listing_ = facts_.updateListing();
-    const UpdateSelection selection = selectUpdates(*listing_, row.packageName, facts_.productVersion);
-    request.labels = labelsToInstall(selection);
+    const platform::UpdateSelection selection =
+        platform::selectUpdates(*listing_, row.packageName, facts_.productVersion);
+    request.labels = platform::labelsToInstall(selection);
     if (request.labels.empty()) {
         decide(request, failedValue, PlanAction::fail,
                listing_->empty() ? "softwareupdate lists no update"
@@ -318,14 +322,14 @@ void Forecast::update(Row& row) {
 }
 
 /// An update that is installed is listed no more.
-void Forecast::installLabels(PlannedRequest& request, const UpdateSelection& selection) {
+void Forecast::installLabels(PlannedRequest& request, const platform::UpdateSelection& selection) {
     bool last = false;
     bool refused = false;
     for (const std::string& label : request.labels) {
         last = false;
-        refused = looksLikeAnOption(label);
+        refused = platform::looksLikeAnOption(label);
         if (refused) continue;
-        request.commands.push_back(installUpdateCommand(label));
+        request.commands.push_back(platform::installUpdateCommand(label));
         const auto gone = std::remove_if(listing_->begin(), listing_->end(),
                                          [&](const std::string& line) { return listedLabel(line) == label; });
         last = gone != listing_->end();
@@ -349,15 +353,15 @@ PlannedFile Forecast::fetch(Row& row, parsedEriData& block, bool script) const {
     PlannedFile file;
     file.name = RecordAccess::patchId(block);
     file.sizeText = RecordAccess::patchSize(block);
-    const auto name = splitAtLastDot(file.name);
-    const std::string unsafe = name ? whyUnsafeFileName(file.name) : "it has no extension";
+    const auto name = remediation::splitAtLastDot(file.name);
+    const std::string unsafe = name ? remediation::whyUnsafeFileName(file.name) : "it has no extension";
     if (!unsafe.empty()) {
         file.problem = "the file name is refused: " + unsafe;
         return file;
     }
     warn(row.request, patchWarnings(file.name, file.sizeText, pathOf(file.name), script));
-    if (signaturePath(pathOf(file.name), name->extension) !=
-        pathOf(signaturePath(file.name, name->extension))) {
+    if (remediation::signaturePath(pathOf(file.name), name->extension) !=
+        pathOf(remediation::signaturePath(file.name, name->extension))) {
         file.problem = "its signature is looked for elsewhere, since the content directory's path holds " +
                        name->extension;
     }
@@ -381,10 +385,10 @@ PlannedFile Forecast::fetch(Row& row, parsedEriData& block, bool script) const {
 }
 
 bool Forecast::isBuffered(const std::string& name, const std::string& md5) const {
-    if (bufferFiles_.count(cutFourCharacters(name).stem + ".zip") == 0) return false;
+    if (bufferFiles_.count(remediation::cutFourCharacters(name).stem + ".zip") == 0) return false;
     std::istringstream lines(bufferedList_);
     for (std::string line; std::getline(lines, line);) {
-        if (bufferedLineMatches(line, name, md5)) return true;
+        if (remediation::bufferedLineMatches(line, name, md5)) return true;
     }
     return false;
 }
@@ -392,9 +396,9 @@ bool Forecast::isBuffered(const std::string& name, const std::string& md5) const
 void Forecast::succeed(parsedEriData& block, const PlannedFile& file) {
     applied_.insert(RecordAccess::eriId(block));
     if (!file.buffered) return;
-    bufferFiles_.erase(cutFourCharacters(file.name).stem + ".zip");
-    ListDamage damage;
-    bufferedList_ = linesWithout(bufferedList_, file.name, damage);
+    bufferFiles_.erase(remediation::cutFourCharacters(file.name).stem + ".zip");
+    remediation::ListDamage damage;
+    bufferedList_ = remediation::linesWithout(bufferedList_, file.name, damage);
 }
 
 }  // namespace
@@ -403,4 +407,4 @@ Plan makePlan(const RequestMap& requests, const PlanFacts& facts) {
     return Forecast(facts).make(requests);
 }
 
-}  // namespace zelor
+}  // namespace zelor::controller

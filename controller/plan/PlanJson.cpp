@@ -2,7 +2,7 @@
 
 #include "controller/plan/PlanText.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 namespace {
 
@@ -69,4 +69,4 @@ void writePlanJson(std::ostream& out, const Plan& plan) {
         << ", \"rebootNeeded\": " << (plan.rebootNeeded ? "true" : "false") << "}\n";
 }
 
-}  // namespace zelor
+}  // namespace zelor::controller

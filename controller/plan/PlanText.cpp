@@ -6,7 +6,7 @@
 #include "controller/live/RequestLabel.h"
 #include "remediation/buffer/PatchSize.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 namespace {
 
@@ -139,7 +139,8 @@ class Writer {
             for (const PlannedStep& step : request.steps) {
                 if (!step.file || !step.file->problem.empty()) continue;
                 ++(step.file->buffered ? buffered : downloads);
-                const long size = step.file->buffered ? 0 : parsePatchSize(step.file->sizeText).bytes;
+                const long size =
+                    step.file->buffered ? 0 : remediation::parsePatchSize(step.file->sizeText).bytes;
                 bytes += static_cast<std::uint64_t>(std::max(size, 0L));
             }
         }
@@ -170,4 +171,4 @@ void writePlanText(std::ostream& out, const Plan& plan, bool colour) {
     Writer(out, plan, colour).write();
 }
 
-}  // namespace zelor
+}  // namespace zelor::controller

@@ -9,7 +9,7 @@
 #include "remediation/fetch/PatchName.h"
 #include "remediation/intake/RequestParsing.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 namespace {
 
@@ -19,9 +19,9 @@ std::string quoted(const std::string& text) {
 
 bool beginsLikeASystemUpdate(const std::string& label) {
     static constexpr std::array<const char*, 4> beginnings = {"osx", "os x", "secupd", "security update"};
-    const std::string lower = lowerCased(label);
+    const std::string lower = base::lowerCased(label);
     return std::any_of(beginnings.begin(), beginnings.end(),
-                       [&](const char* beginning) { return hasBeginning(lower, beginning); });
+                       [&](const char* beginning) { return base::hasBeginning(lower, beginning); });
 }
 
 /// Patch name to the requests that name it.
@@ -44,8 +44,8 @@ void addNameWarnings(std::vector<PlannedRequest>& requests, const std::string& b
         names.insert(name);
     std::istringstream lines(bufferedList);
     for (std::string line; std::getline(lines, line);)
-        names.insert(splitCompressed(line, '=').front());
-    for (const auto& [outer, inner] : containedNames(names)) {
+        names.insert(base::splitCompressed(line, '=').front());
+    for (const auto& [outer, inner] : remediation::containedNames(names)) {
         const std::string warning = quoted(inner) + " is part of the name " + quoted(outer) +
                                     ": the buffered list confuses the two, and forgets the latter when the "
                                     "former is buffered or installed";
@@ -61,9 +61,9 @@ void addNameWarnings(std::vector<PlannedRequest>& requests, const std::string& b
 void addSharedKeyWarnings(std::vector<PlannedRequest>& requests) {
     std::map<std::string, std::size_t> reported;
     for (const PlannedRequest& request : requests)
-        ++reported[progressKey(request.key)];
+        ++reported[remediation::progressKey(request.key)];
     for (PlannedRequest& request : requests) {
-        const std::string key = progressKey(request.key);
+        const std::string key = remediation::progressKey(request.key);
         const std::size_t others = reported[key] - 1;
         if (others == 0) continue;
         request.warnings.push_back("its result is reported under " + quoted(key) + " together with " +
@@ -77,17 +77,17 @@ void addSharedKeyWarnings(std::vector<PlannedRequest>& requests) {
 std::vector<std::string> patchWarnings(const std::string& name, const std::string& sizeText,
                                        const std::string& path, bool script) {
     std::vector<std::string> warnings;
-    const auto split = splitAtLastDot(name);
-    if (split && split->stem != cutFourCharacters(name).stem) {
+    const auto split = remediation::splitAtLastDot(name);
+    if (split && split->stem != remediation::cutFourCharacters(name).stem) {
         warnings.push_back(quoted(name) +
                            " has no three-letter extension, so it is never found in the buffer");
     }
-    const std::string kind = script ? "" : installerKind(path);
+    const std::string kind = script ? "" : remediation::installerKind(path);
     if (split && !kind.empty() && split->extension != "." + kind) {
         warnings.push_back(quoted(name) + " is installed as ." + kind + ", because that occurs in its path");
     }
-    const std::string size = trimmed(sizeText);
-    const PatchSize parsed = parsePatchSize(size);
+    const std::string size = base::trimmed(sizeText);
+    const remediation::PatchSize parsed = remediation::parsePatchSize(size);
     if (!size.empty() && parsed.unit != "kb" && parsed.unit != "mb") {
         warnings.push_back("its size " + quoted(size) + " counts as " + std::to_string(parsed.bytes) +
                            " bytes, since only KB and MB are known");
@@ -118,21 +118,21 @@ std::vector<std::string> imageWarnings(const std::string& name, bool runsNothing
 std::string listedLabel(const std::string& line) {
     constexpr char labelled[] = "Label: ";
     const std::string text = line.substr(0, line.find_last_not_of("\r\n") + 1);
-    const std::string label = candidateLabel(text) + text.substr(text.find_last_not_of(" \t") + 1);
-    return hasBeginning(label, labelled) ? label.substr(sizeof labelled - 1) : label;
+    const std::string label = platform::candidateLabel(text) + text.substr(text.find_last_not_of(" \t") + 1);
+    return base::hasBeginning(label, labelled) ? label.substr(sizeof labelled - 1) : label;
 }
 
 bool isListedWithBlanks(const std::string& label, const std::vector<std::string>& listing) {
     const auto known = [&](const std::string& line) { return listedLabel(line) == label; };
-    const auto similar = [&](const std::string& line) { return trimmed(listedLabel(line)) == label; };
+    const auto similar = [&](const std::string& line) { return base::trimmed(listedLabel(line)) == label; };
     return std::none_of(listing.begin(), listing.end(), known) &&
            std::any_of(listing.begin(), listing.end(), similar);
 }
 
-std::vector<std::string> updateWarnings(const UpdateSelection& selection,
+std::vector<std::string> updateWarnings(const platform::UpdateSelection& selection,
                                         const std::vector<std::string>& listing) {
     std::vector<std::string> warnings;
-    const std::vector<std::string> labels = labelsToInstall(selection);
+    const std::vector<std::string> labels = platform::labelsToInstall(selection);
     for (const std::string& label : std::set<std::string>(labels.begin(), labels.end())) {
         if (!isListedWithBlanks(label, listing)) continue;
         warnings.push_back(quoted(label) +
@@ -176,4 +176,4 @@ void addMutualWarnings(std::vector<PlannedRequest>& requests, const std::string&
     addSharedKeyWarnings(requests);
 }
 
-}  // namespace zelor
+}  // namespace zelor::controller

@@ -7,7 +7,7 @@
 #include "platform/macos/UpdateSelection.h"
 
 /// What of a plan would surprise whoever wrote the requests or the content.
-namespace zelor {
+namespace zelor::controller {
 
 /// On a patch's name and the text of its size. `path` is where the file will be.
 std::vector<std::string> patchWarnings(const std::string& name, const std::string& sizeText,
@@ -26,11 +26,11 @@ std::string listedLabel(const std::string& line);
 bool isListedWithBlanks(const std::string& label, const std::vector<std::string>& listing);
 
 /// On the choice of updates for a request.
-std::vector<std::string> updateWarnings(const UpdateSelection& selection,
+std::vector<std::string> updateWarnings(const platform::UpdateSelection& selection,
                                         const std::vector<std::string>& listing);
 
 /// Adds to each request what concerns several: patch names that contain one another, also those of the
 /// buffered-patches list, and results that are reported under one key.
 void addMutualWarnings(std::vector<PlannedRequest>& requests, const std::string& bufferedList);
 
-}  // namespace zelor
+}  // namespace zelor::controller

@@ -3,7 +3,7 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
-namespace zelor {
+namespace zelor::controller {
 
 namespace {
 
@@ -38,4 +38,4 @@ std::string eventJson(double seconds, const std::string& key, ProgressValue valu
     return dumped({{"t", milliseconds}, {"key", key}, {"value", value}, {"state", stateName(value)}});
 }
 
-}  // namespace zelor
+}  // namespace zelor::controller

@@ -5,7 +5,7 @@
 
 #include "controller/run/ResultTable.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 /// What the run says beside the values.
 struct RunFlags {
@@ -21,4 +21,4 @@ void writeResultJson(std::ostream& out, const ResultTable& table, const RunFlags
 /// {"t": seconds since the start, "key": ..., "value": ..., "state": ...} without a line end.
 std::string eventJson(double seconds, const std::string& key, ProgressValue value);
 
-}  // namespace zelor
+}  // namespace zelor::controller

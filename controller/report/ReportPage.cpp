@@ -10,7 +10,7 @@
 #include "controller/report/ReportTimeline.h"
 #include "remediation/Version.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 namespace {
 
@@ -259,4 +259,4 @@ void writeReportPage(std::ostream& out, const RunReport& report) {
     Page(out, report).write();
 }
 
-}  // namespace zelor
+}  // namespace zelor::controller

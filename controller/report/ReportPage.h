@@ -12,7 +12,7 @@
 
 /// The report of a run: one page of HTML that is also well-formed XML, without scripts, and with nothing to
 /// be fetched. All that comes from keys, content and tools is escaped.
-namespace zelor {
+namespace zelor::controller {
 
 /// What the page tells of.
 struct RunReport {
@@ -38,4 +38,4 @@ void writeReportPage(std::ostream& out, const RunReport& report);
 /// The text for a place in HTML: control characters and the like become "?", line ends stay.
 std::string htmlText(const std::string& text);
 
-}  // namespace zelor
+}  // namespace zelor::controller

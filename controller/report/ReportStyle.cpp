@@ -1,6 +1,6 @@
 #include "controller/report/ReportStyle.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 const char* const reportStyle = R"css(
 :root {
@@ -122,4 +122,4 @@ footer { margin-top: 40px; padding-top: 12px; border-top: 1px solid var(--line);
 }
 )css";
 
-}  // namespace zelor
+}  // namespace zelor::controller

@@ -1,8 +1,8 @@
 #pragma once
 
-namespace zelor {
+namespace zelor::controller {
 
 /// The style sheet of a report: light and dark by the reader's preference, light on paper.
 extern const char* const reportStyle;
 
-}  // namespace zelor
+}  // namespace zelor::controller

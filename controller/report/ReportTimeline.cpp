@@ -8,7 +8,7 @@
 #include "controller/States.h"
 #include "controller/Text.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 namespace {
 
@@ -200,4 +200,4 @@ void writeStateAreas(std::ostream& out, const std::vector<std::vector<StateSpan>
         << "\" y1=\"" << number(floor) << "\" y2=\"" << number(floor) << "\"/></svg>\n";
 }
 
-}  // namespace zelor
+}  // namespace zelor::controller

@@ -7,7 +7,7 @@
 #include "controller/report/RunTimeline.h"
 
 /// The pictures of a report, as SVG inside its page.
-namespace zelor {
+namespace zelor::controller {
 
 struct TimelineRow {
     std::string label;  ///< escaped
@@ -30,4 +30,4 @@ std::string shortDuration(double seconds);
 /// The class that gives a state its colour.
 std::string stateClass(ProgressValue value);
 
-}  // namespace zelor
+}  // namespace zelor::controller

@@ -5,7 +5,7 @@
 
 #include "controller/live/RunListener.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 /// How long a request read one value, in seconds since the start of the run.
 struct StateSpan {
@@ -51,4 +51,4 @@ class RunTimeline : public RunListener {
     double end_ = 0;
 };
 
-}  // namespace zelor
+}  // namespace zelor::controller

@@ -16,7 +16,7 @@
 #include "controller/run/RunLog.h"
 #include "remediation/RemediationManager.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 namespace {
 
@@ -38,7 +38,7 @@ class Job {
 
     int execute() {
         Signals signals;
-        startNewRun();
+        agent::startNewRun();
         const bool cancelled = watch(signals);
         trail_.end(cancelled ? "cancelled" : "the job ended before it");
         const Counts counts = count();
@@ -48,7 +48,7 @@ class Job {
             });
             if (!problem.empty()) std::cerr << "zelor-remediate: " << problem << '\n';
         }
-        if (!options_.talk.quiet) writeAll(talkFd_, summary(counts));
+        if (!options_.talk.quiet) base::writeAll(talkFd_, summary(counts));
         if (cancelled) return exitStatus::cancelled;
         if (counts.missing == 0) return exitStatus::allSucceeded;
         return counts.there > 0 ? exitStatus::someSucceeded : exitStatus::noneSucceeded;
@@ -162,8 +162,8 @@ int bufferCommand(const BufferOptions& options) {
     requireUsableSettings(place);
     prepareFolders(place, false);
     const JobLock lock(place);
-    if (options.talk.verbose) logToStandardError("debug");
+    if (options.talk.verbose) agent::logToStandardError("debug");
     return Job(options, std::move(requests), place).execute();
 }
 
-}  // namespace zelor
+}  // namespace zelor::controller

@@ -6,7 +6,7 @@
 #include "base/Strings.h"
 #include "controller/Text.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 namespace {
 
@@ -52,7 +52,7 @@ void BufferTrail::take(bool error, const std::string& line) {
             problem_.empty() ? "the download was not finished; the next job resumes it" : problem_);
     } else if (const auto refused = between(line, job + "The patch name '", "' is refused: ")) {
         set(*refused, Kind::skipped, "its name is refused: " + *between(line, "' is refused: ", ""));
-    } else if (contains(line, "Writing bufferedPatchesList.txt threw exception")) {
+    } else if (base::contains(line, "Writing bufferedPatchesList.txt threw exception")) {
         endUnfinished("the list of buffered patches cannot be written");
     } else if (error) {
         problem_ = withoutTag(line);
@@ -92,4 +92,4 @@ std::vector<PatchOutcome> BufferTrail::takeNews() {
     return std::exchange(news_, {});
 }
 
-}  // namespace zelor
+}  // namespace zelor::controller

@@ -5,7 +5,7 @@
 #include <unordered_map>
 #include <vector>
 
-namespace zelor {
+namespace zelor::controller {
 
 /// What became of one patch of a buffering job.
 struct PatchOutcome {
@@ -39,4 +39,4 @@ class BufferTrail {
     std::string problem_;  ///< the last error since a download began
 };
 
-}  // namespace zelor
+}  // namespace zelor::controller

@@ -10,7 +10,7 @@
 #include "agent/Files.h"
 #include "controller/InputError.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 namespace {
 
@@ -30,7 +30,7 @@ bool isSpecial(const std::string& path) {
 }
 
 std::string cannotWrite(const std::string& path, int error) {
-    return "cannot write " + path + ": " + errorText(error);
+    return "cannot write " + path + ": " + agent::errorText(error);
 }
 
 /// "" when everything is written to the open file.
@@ -44,10 +44,10 @@ std::string fill(int fd, const std::string& path, const std::function<void(std::
 
 std::string replaceFile(const std::string& path, const std::function<void(std::ostream&)>& write) {
     const std::string temporary = path + "." + std::to_string(::getpid()) + ".tmp";
-    UniqueFd file = openFile(temporary, O_WRONLY | O_CREAT | O_EXCL, fileMode);
+    base::UniqueFd file = base::openFile(temporary, O_WRONLY | O_CREAT | O_EXCL, fileMode);
     if (!file) return cannotWrite(temporary, errno);
     std::string problem = fill(file.get(), temporary, write);
-    if (problem.empty() && !flushToDisk(file.get())) problem = cannotWrite(temporary, errno);
+    if (problem.empty() && !base::flushToDisk(file.get())) problem = cannotWrite(temporary, errno);
     file.reset();
     if (problem.empty() && std::rename(temporary.c_str(), path.c_str()) != 0)
         problem = cannotWrite(path, errno);
@@ -74,7 +74,7 @@ FdBuffer::int_type FdBuffer::overflow(int_type next) {
 int FdBuffer::sync() {
     const std::string bytes(pbase(), pptr());
     setp(room_.data(), room_.data() + room_.size());
-    if (!failed_ && !writeAll(fd_, bytes)) failed_ = true;
+    if (!failed_ && !base::writeAll(fd_, bytes)) failed_ = true;
     return failed_ ? -1 : 0;
 }
 
@@ -97,20 +97,20 @@ void checkOutput(const std::string& path, const std::string& option) {
 std::string writeOutput(const std::string& path, const std::function<void(std::ostream&)>& write) {
     if (path == "-") return fill(STDOUT_FILENO, "standard output", write);
     if (!isSpecial(path)) return replaceFile(path, write);
-    const UniqueFd file = openFile(path, O_WRONLY | O_NOCTTY);
+    const base::UniqueFd file = base::openFile(path, O_WRONLY | O_NOCTTY);
     return file ? fill(file.get(), path, write) : cannotWrite(path, errno);
 }
 
 LineOutput::LineOutput(const std::string& path, const std::string& option) : path_(path), fd_(STDOUT_FILENO) {
     if (path == "-") return;
     checkOutput(path, option);
-    file_ = openFile(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOCTTY, fileMode);
+    file_ = base::openFile(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOCTTY, fileMode);
     if (!file_) throw InputError(option + ": " + cannotWrite(path, errno) + "; choose another file");
     fd_ = file_.get();
 }
 
 void LineOutput::write(const std::string& line) {
-    if (problem_.empty() && !writeAll(fd_, line + '\n')) problem_ = cannotWrite(path_, errno);
+    if (problem_.empty() && !base::writeAll(fd_, line + '\n')) problem_ = cannotWrite(path_, errno);
 }
 
-}  // namespace zelor
+}  // namespace zelor::controller

@@ -7,7 +7,7 @@
 
 #include "base/Files.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 /// Writes to a descriptor that stays the caller's. `failed` tells whether anything was lost.
 class FdBuffer : public std::streambuf {
@@ -48,9 +48,9 @@ class LineOutput {
 
   private:
     std::string path_;
-    UniqueFd file_;
+    base::UniqueFd file_;
     int fd_;
     std::string problem_;
 };
 
-}  // namespace zelor
+}  // namespace zelor::controller

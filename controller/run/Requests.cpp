@@ -12,7 +12,7 @@
 #include "controller/InputError.h"
 #include "controller/Text.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 namespace {
 
@@ -128,10 +128,10 @@ RequestMap parseRequests(const std::string& text, const std::string& name) {
 RequestMap loadRequests(const std::string& path) {
     const bool standardInput = path == "-";
     const std::string name = standardInput ? "standard input" : path;
-    UniqueFd file;
-    if (!standardInput) file = openFile(path, O_RDONLY | O_NOCTTY);
+    base::UniqueFd file;
+    if (!standardInput) file = base::openFile(path, O_RDONLY | O_NOCTTY);
     if (!standardInput && !file) {
-        throw InputError("cannot open " + path + ": " + errorText(errno) +
+        throw InputError("cannot open " + path + ": " + agent::errorText(errno) +
                          "; name a JSON file of requests, or - for standard input");
     }
     std::string text;
@@ -139,7 +139,7 @@ RequestMap loadRequests(const std::string& path) {
     for (;;) {
         const ssize_t got = ::read(standardInput ? STDIN_FILENO : file.get(), piece.data(), piece.size());
         if (got < 0 && errno == EINTR) continue;
-        if (got < 0) throw InputError("cannot read " + name + ": " + errorText(errno));
+        if (got < 0) throw InputError("cannot read " + name + ": " + agent::errorText(errno));
         if (got == 0) break;
         text.append(piece, 0, static_cast<std::size_t>(got));
         if (text.size() > fileBytesLimit) {
@@ -149,4 +149,4 @@ RequestMap loadRequests(const std::string& path) {
     return parseRequests(text, name);
 }
 
-}  // namespace zelor
+}  // namespace zelor::controller

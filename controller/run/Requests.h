@@ -3,7 +3,7 @@
 #include <map>
 #include <string>
 
-namespace zelor {
+namespace zelor::controller {
 
 /// Request key (CPE text) to CVE or CCE identifier.
 using RequestMap = std::map<std::string, std::string>;
@@ -15,4 +15,4 @@ RequestMap parseRequests(const std::string& text, const std::string& name);
 /// The requests in a file of at most 1 GiB, "-" for standard input. Throws InputError.
 RequestMap loadRequests(const std::string& path);
 
-}  // namespace zelor
+}  // namespace zelor::controller

@@ -6,7 +6,7 @@
 
 #include "remediation/intake/RequestParsing.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 namespace {
 
@@ -21,7 +21,7 @@ ResultTable::ResultTable(RequestMap requests) : requests_(std::move(requests)), 
     for (const auto& [key, identifier] : requests_) {
         results_.push_back({&key, &identifier});
         // What a key is shortened to is always its beginning.
-        reportKeys_.push_back(std::string_view(key).substr(0, progressKey(key).size()));
+        reportKeys_.push_back(std::string_view(key).substr(0, remediation::progressKey(key).size()));
     }
     byReportKey_.resize(results_.size());
     std::iota(byReportKey_.begin(), byReportKey_.end(), std::size_t{0});
@@ -65,4 +65,4 @@ std::vector<Change> ResultTable::apply(const ProgressMap& progress) {
     return changes;
 }
 
-}  // namespace zelor
+}  // namespace zelor::controller

@@ -7,7 +7,7 @@
 #include "controller/States.h"
 #include "controller/run/Requests.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 using ProgressMap = std::map<std::string, ProgressValue>;
 
@@ -52,4 +52,4 @@ class ResultTable {
     std::vector<std::size_t> counts_;
 };
 
-}  // namespace zelor
+}  // namespace zelor::controller

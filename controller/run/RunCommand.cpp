@@ -21,7 +21,7 @@
 #include "controller/run/RunLog.h"
 #include "remediation/RemediationManager.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 namespace {
 
@@ -71,7 +71,7 @@ class Run {
     int execute() {
         Signals signals;
         addProgress();
-        startNewRun();
+        agent::startNewRun();
         manager_.setovalIdMap(table_.requests());
         manager_.setContentDownloadDir(place_.contentDir);
         manager_.setFirstRemediationAfterScan(options_.afterScan);
@@ -136,8 +136,8 @@ class Run {
         if (!options_.report.empty()) complain(writeReport(flags, seconds));
         if (eventOutput_) complain(eventOutput_->problem());
         if (!options_.talk.quiet) {
-            writeAll(talkFd_,
-                     runSummary(table_, flags.rebootNeeded, place_.settings->get("Log.File"), seconds));
+            base::writeAll(talkFd_,
+                           runSummary(table_, flags.rebootNeeded, place_.settings->get("Log.File"), seconds));
         }
     }
 
@@ -186,8 +186,8 @@ int runCommand(const RunOptions& options) {
     checkContentDir(place);
     prepareFolders(place, true);
     const JobLock lock(place);
-    if (options.talk.verbose) logToStandardError("debug");
+    if (options.talk.verbose) agent::logToStandardError("debug");
     return Run(options, std::move(requests), place).execute();
 }
 
-}  // namespace zelor
+}  // namespace zelor::controller

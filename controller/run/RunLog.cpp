@@ -11,7 +11,7 @@
 #include "controller/Text.h"
 #include "controller/live/RequestLabel.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 namespace {
 
@@ -47,11 +47,11 @@ std::optional<std::string> contentIdentifier(const std::string& line) {
 
 /// The line without its tag: "[Downloader] cannot" gives "cannot".
 std::string withoutTag(const std::string& line) {
-    std::string text = trimmed(line);
+    std::string text = base::trimmed(line);
     for (const auto& [open, close] : {std::pair{'[', ']'}, std::pair{'(', ')'}}) {
         if (text.empty() || text.front() != open) continue;
         const auto end = text.find(close);
-        if (end != std::string::npos) text = trimmed(text.substr(end + 1));
+        if (end != std::string::npos) text = base::trimmed(text.substr(end + 1));
     }
     return text;
 }
@@ -69,16 +69,16 @@ std::optional<std::string> failureNote(const std::string& line) {
          {"[MacHardeningFacilitator] output of ", "[MacPatchManager] The application error log = "}) {
         const auto rest = behind(line, mark);
         if (!rest) continue;
-        const bool named = hasEnding(mark, "output of ");
-        return "output: " + trimmed(named ? behind(*rest, " = ").value_or(*rest) : *rest);
+        const bool named = base::hasEnding(mark, "output of ");
+        return "output: " + base::trimmed(named ? behind(*rest, " = ").value_or(*rest) : *rest);
     }
     return std::nullopt;
 }
 
 std::string lastLine(const std::string& text) {
-    const std::string whole = trimmed(text);
+    const std::string whole = base::trimmed(text);
     const auto newline = whole.rfind('\n');
-    return newline == std::string::npos ? whole : trimmed(whole.substr(newline + 1));
+    return newline == std::string::npos ? whole : base::trimmed(whole.substr(newline + 1));
 }
 
 std::string lastLines(const std::string& text, std::size_t lines) {
@@ -96,10 +96,11 @@ void RunLog::take(bool error, const std::string& line) {
         add({Kind::identifier, *identifier}, withoutTag(line));
         return;
     }
-    if (error && contains(line, "The run ended with an unexpected error")) runNotes_ = {withoutTag(line)};
+    if (error && base::contains(line, "The run ended with an unexpected error"))
+        runNotes_ = {withoutTag(line)};
     // Every installer object looks for the profile's name, which no remediation needs.
     const bool aside =
-        contains(line, "Inside getValueFromIni") || contains(line, "Inside readValueFromIniFile");
+        base::contains(line, "Inside getValueFromIni") || base::contains(line, "Inside readValueFromIniFile");
     if (error && !aside) {
         pending_.push_back(withoutTag(line));
     } else if (const auto failure = error ? std::nullopt : failureNote(line)) {
@@ -116,16 +117,16 @@ void RunLog::follow(const std::string& line) {
     } else if (const auto cce = behind(line, "(applyConfigs) Applying configs for CCE: ")) {
         begin(Kind::identifier, *cce);
     } else if (const auto package = behind(line, "(installOsPatches) Patching OS Package = ")) {
-        begin(Kind::package, trimmed(*package));
+        begin(Kind::package, base::trimmed(*package));
     } else if (const auto done =
                    between(line, "(installNonOsPatches) The remediation result for cpe = ", " is \"")) {
         settle(Kind::key, *done);
     } else if (const auto nameless = between(line, "present in CRE-ERI xml for cpe = '", "' and CVE = '")) {
         settle(Kind::key, *nameless);
-    } else if (contains(line, "(installNonOsPatches) eriDataV.size = ") ||
-               contains(line, "The RESULT for Config apply for : ") ||
-               contains(line, " <<< [Remediation Manager]") ||
-               contains(line, "Inside getAndParseCreEriForSupersedesTrue")) {
+    } else if (base::contains(line, "(installNonOsPatches) eriDataV.size = ") ||
+               base::contains(line, "The RESULT for Config apply for : ") ||
+               base::contains(line, " <<< [Remediation Manager]") ||
+               base::contains(line, "Inside getAndParseCreEriForSupersedesTrue")) {
         begin(Kind::key, "");
     }
 }
@@ -153,8 +154,9 @@ void RunLog::add(const Subject& subject, const std::string& note) {
 std::vector<std::string> RunLog::notes(const std::string& key, const std::string& identifier) const {
     const std::lock_guard<std::mutex> lock(mutex_);
     std::vector<std::string> all;
-    for (const Subject& subject : {Subject{Kind::key, key}, Subject{Kind::identifier, trimmed(identifier)},
-                                   Subject{Kind::package, packageNameOf(key)}}) {
+    for (const Subject& subject :
+         {Subject{Kind::key, key}, Subject{Kind::identifier, base::trimmed(identifier)},
+          Subject{Kind::package, packageNameOf(key)}}) {
         const auto found = notes_.find(subject);
         if (found == notes_.end()) continue;
         all.insert(all.end(), found->second.begin(), found->second.end());
@@ -165,17 +167,18 @@ std::vector<std::string> RunLog::notes(const std::string& key, const std::string
 std::string shortReason(const std::vector<std::string>& notes, std::size_t columns) {
     if (notes.empty()) return "";
     std::string reason = notes.front();
-    const auto output = std::find_if(notes.begin(), notes.end(),
-                                     [](const std::string& note) { return hasBeginning(note, "output: "); });
+    const auto output = std::find_if(notes.begin(), notes.end(), [](const std::string& note) {
+        return base::hasBeginning(note, "output: ");
+    });
     if (const auto failed = behind(reason, "remediation failed = ")) {
         reason = lastLine(*failed).empty() ? "the installer said nothing" : lastLine(*failed);
-    } else if (hasBeginning(reason, "exit status ") && output != notes.end()) {
+    } else if (base::hasBeginning(reason, "exit status ") && output != notes.end()) {
         reason += ": " + lastLine(output->substr(8));
-    } else if (hasBeginning(reason, "Cant get os application name")) {
+    } else if (base::hasBeginning(reason, "Cant get os application name")) {
         reason = "softwareupdate lists no update that belongs to it";
-    } else if (hasBeginning(reason, "More than 2 CPEs")) {
+    } else if (base::hasBeginning(reason, "More than 2 CPEs")) {
         reason = "the request names more than two CPEs";
-    } else if (hasBeginning(reason, "No CPEs")) {
+    } else if (base::hasBeginning(reason, "No CPEs")) {
         reason = "the request names no CPE";
     }
     return cutToColumns(printable(reason), columns, "...");
@@ -184,8 +187,8 @@ std::string shortReason(const std::vector<std::string>& notes, std::size_t colum
 std::string outputTail(const std::vector<std::string>& notes) {
     for (auto note = notes.rbegin(); note != notes.rend(); ++note) {
         for (const char* mark : {"remediation failed = ", "output: "}) {
-            if (const auto said = behind(*note, mark); said && !trimmed(*said).empty())
-                return lastLines(trimmed(*said), outputLines);
+            if (const auto said = behind(*note, mark); said && !base::trimmed(*said).empty())
+                return lastLines(base::trimmed(*said), outputLines);
         }
     }
     return "";
@@ -226,4 +229,4 @@ LogTap::~LogTap() {
     Logger::GetInstance()->GetLogger().removeAppender(appender_);
 }
 
-}  // namespace zelor
+}  // namespace zelor::controller

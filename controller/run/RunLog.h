@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace zelor {
+namespace zelor::controller {
 
 /// Finds out from the log's trail why requests failed: it keeps the error lines and installer outputs that
 /// were logged while a request was worked on. Bounded in lines for each request and in requests. Any thread.
@@ -62,4 +62,4 @@ class LogTap {
     Appender* appender_;  ///< owned by the log's category
 };
 
-}  // namespace zelor
+}  // namespace zelor::controller

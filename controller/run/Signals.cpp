@@ -12,7 +12,7 @@
 
 #include "controller/States.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 namespace {
 
@@ -116,4 +116,4 @@ void Signals::setHiddenCursor(int fd) {
     cursorFd = fd;
 }
 
-}  // namespace zelor
+}  // namespace zelor::controller

@@ -2,7 +2,7 @@
 
 #include <chrono>
 
-namespace zelor {
+namespace zelor::controller {
 
 /// SIGINT, SIGTERM and SIGHUP counted, and SIGWINCH, SIGTSTP and SIGPIPE kept from harm, for one object's
 /// life; one object at a time. The second ending signal leaves the process at once with status 130. A signal
@@ -26,4 +26,4 @@ class Signals {
     static void setHiddenCursor(int fd);
 };
 
-}  // namespace zelor
+}  // namespace zelor::controller

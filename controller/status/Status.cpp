@@ -14,7 +14,7 @@
 #include "remediation/buffer/PatchSize.h"
 #include "remediation/fetch/PatchName.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 namespace {
 
@@ -26,13 +26,13 @@ constexpr std::size_t listBytesLimit = std::size_t{256} << 20U;
 constexpr std::chrono::seconds toolLimit{30};
 
 std::string systemSays(const std::string& option) {
-    return trimmed(
-        runCommand({"/bin/sh", "-c", "sw_vers " + option + " 2>/dev/null"}, false, toolLimit).output);
+    return base::trimmed(
+        base::runCommand({"/bin/sh", "-c", "sw_vers " + option + " 2>/dev/null"}, false, toolLimit).output);
 }
 
 std::string textOf(const std::string& path) {
     boost::system::error_code error;
-    return fs::exists(path, error) ? readBounded(path, listBytesLimit, Links::follow) : "";
+    return fs::exists(path, error) ? agent::readBounded(path, listBytesLimit, agent::Links::follow) : "";
 }
 
 /// The files directly inside a folder, by name.
@@ -55,12 +55,12 @@ void lookAtBuffer(const Place& place, Status& status) {
     status.buffered = parseBufferedList(status.bufferedList);
     status.bufferFiles = filesIn(place.settings->get("Buffer.PatchesDir"));
     status.unlisted = status.bufferFiles;
-    status.budgetBytes = budgetBytes(place.settings->get("Buffer.PatchesDirSizeMB"));
+    status.budgetBytes = remediation::budgetBytes(place.settings->get("Buffer.PatchesDirSizeMB"));
     for (const SizedFile& file : status.unlisted)
         status.bufferBytes += file.bytes;
     std::set<std::string> listed;
     for (BufferedPatch& patch : status.buffered) {
-        const std::string archive = cutFourCharacters(patch.patch).stem + ".zip";
+        const std::string archive = remediation::cutFourCharacters(patch.patch).stem + ".zip";
         const auto file =
             std::lower_bound(status.unlisted.begin(), status.unlisted.end(), archive,
                              [](const SizedFile& one, const std::string& name) { return one.name < name; });
@@ -79,7 +79,7 @@ std::vector<BufferedPatch> parseBufferedList(const std::string& text) {
     std::vector<BufferedPatch> patches;
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {
-        const std::vector<std::string> fields = splitCompressed(line, '=');
+        const std::vector<std::string> fields = base::splitCompressed(line, '=');
         if (fields.size() > 1) patches.push_back({fields[0], fields[1]});
     }
     return patches;
@@ -92,8 +92,8 @@ Status gatherStatus(const Place& place) {
     status.platformCpe = MacPatchManager::getSystemPlatformCpe();
     status.iniFile = place.settings->iniFile();
     status.settings = place.settings->all();
-    for (Setting& setting : status.settings) {
-        if (setting.key == "Repository.Url") setting.value = withoutCredentials(setting.value);
+    for (agent::Setting& setting : status.settings) {
+        if (setting.key == "Repository.Url") setting.value = agent::withoutCredentials(setting.value);
     }
     place.settings->reportProblems([&](const std::string& line) { status.problems.push_back(line); });
     status.recordFile = underSystemRoot(installedRecord);
@@ -102,10 +102,10 @@ Status gatherStatus(const Place& place) {
         status.recorded.push_back(line);
     lookAtBuffer(place, status);
     status.partial = filesIn(place.installPath + "/partial");
-    const auto isNote = [](const SizedFile& file) { return !hasEnding(file.name, ".part"); };
+    const auto isNote = [](const SizedFile& file) { return !base::hasEnding(file.name, ".part"); };
     status.partial.erase(std::remove_if(status.partial.begin(), status.partial.end(), isNote),
                          status.partial.end());
     return status;
 }
 
-}  // namespace zelor
+}  // namespace zelor::controller

@@ -7,7 +7,7 @@
 
 #include "controller/Setup.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 /// A patch of the buffered-patches list.
 struct BufferedPatch {
@@ -28,7 +28,7 @@ struct Status {
     std::string productVersion;
     std::string platformCpe;
     std::string iniFile;
-    std::vector<Setting> settings;
+    std::vector<agent::Setting> settings;
     std::vector<std::string> problems;  ///< of the settings
     std::string recordFile;
     std::vector<std::string> recorded;  ///< ERI ids, oldest first
@@ -52,4 +52,4 @@ std::vector<BufferedPatch> parseBufferedList(const std::string& text);
 std::string statusText(const Status& status);
 nlohmann::ordered_json statusJson(const Status& status);
 
-}  // namespace zelor
+}  // namespace zelor::controller

@@ -6,16 +6,16 @@
 #include "controller/States.h"
 #include "controller/status/Status.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 int statusCommand(const StatusOptions& options) {
     const Status status = gatherStatus(enterPlace(options.place));
     using nlohmann::ordered_json;
-    writeAll(STDOUT_FILENO,
-             options.json
-                 ? statusJson(status).dump(2, ' ', false, ordered_json::error_handler_t::replace) + '\n'
-                 : statusText(status));
+    base::writeAll(STDOUT_FILENO,
+                   options.json
+                       ? statusJson(status).dump(2, ' ', false, ordered_json::error_handler_t::replace) + '\n'
+                       : statusText(status));
     return exitStatus::allSucceeded;
 }
 
-}  // namespace zelor
+}  // namespace zelor::controller

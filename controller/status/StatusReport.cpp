@@ -3,7 +3,7 @@
 #include "controller/Text.h"
 #include "controller/status/Status.h"
 
-namespace zelor {
+namespace zelor::controller {
 
 namespace {
 
@@ -29,10 +29,10 @@ std::string platformText(const Status& status) {
 
 std::string settingsText(const Status& status) {
     std::size_t widest = 0;
-    for (const Setting& setting : status.settings)
+    for (const agent::Setting& setting : status.settings)
         widest = std::max(widest, setting.key.size());
     std::string text = "\nSettings (* from " + printable(status.iniFile) + ", the others are defaults)\n";
-    for (const Setting& setting : status.settings) {
+    for (const agent::Setting& setting : status.settings) {
         text += (setting.fromFile ? "* " : "  ") +
                 row(setting.key, widest, orNone(setting.value, "not set")).substr(2);
     }
@@ -95,7 +95,7 @@ ordered_json statusJson(const Status& status) {
         {"product", status.productName}, {"version", status.productVersion}, {"cpe", status.platformCpe}};
     all["settingsFile"] = status.iniFile;
     all["settings"] = ordered_json::object();
-    for (const Setting& setting : status.settings) {
+    for (const agent::Setting& setting : status.settings) {
         all["settings"][setting.key] = {{"value", setting.value},
                                         {"source", setting.fromFile ? "file" : "default"}};
     }
@@ -114,4 +114,4 @@ ordered_json statusJson(const Status& status) {
     return all;
 }
 
-}  // namespace zelor
+}  // namespace zelor::controller

@@ -8,7 +8,7 @@
 
 #include "base/Export.h"
 
-namespace zelor {
+namespace zelor::agent {
 
 /// The agent's own ini file, before the system root.
 inline constexpr const char* agentIniFile = "/etc/zelor/zelor.ini";
@@ -50,4 +50,4 @@ class ZELOR_API AgentSettings {
     mutable std::atomic<bool> reported_{false};
 };
 
-}  // namespace zelor
+}  // namespace zelor::agent

@@ -7,7 +7,7 @@
 
 #include "base/Export.h"
 
-namespace zelor {
+namespace zelor::agent {
 
 /// What is being downloaded now, for a display of progress.
 struct DownloadSnapshot {
@@ -46,4 +46,4 @@ class ZELOR_API DownloadProgress {
     DownloadSnapshot snapshot_;
 };
 
-}  // namespace zelor
+}  // namespace zelor::agent

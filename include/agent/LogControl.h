@@ -6,7 +6,7 @@
 
 #include "base/Export.h"
 
-namespace zelor {
+namespace zelor::agent {
 
 /// Also writes the agent's log to standard error, from `level` up ("debug", "info" or "error"; another word
 /// counts as "debug"), whatever Log.Level keeps out of the file. A second call can only ask for more.
@@ -21,4 +21,4 @@ ZELOR_API std::string logLine(const log4cpp::TimeStamp& time, log4cpp::Priority:
 /// hostile name can neither forge a line nor drive a terminal.
 ZELOR_API std::string escapeControls(const std::string& text);
 
-}  // namespace zelor
+}  // namespace zelor::agent

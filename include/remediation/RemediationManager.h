@@ -20,12 +20,12 @@
 #include "remediation/remediateMetadata.h"
 
 class MacPatchManager;
-namespace zelor {
+namespace zelor::remediation {
 class InstalledRecord;
 template <class Map>
 class NearbyKey;
 class ProgressTable;
-}  // namespace zelor
+}  // namespace zelor::remediation
 
 /// Remediates the findings of one request map.
 ///
@@ -280,9 +280,9 @@ class ZELOR_API RemediationManager {
     std::multimap<std::string, REM_PROGRESS> collectiveResultMap;
 
     // Holds remediationProgressMap: every access goes through it.
-    std::unique_ptr<zelor::ProgressTable> progressTable;
+    std::unique_ptr<zelor::remediation::ProgressTable> progressTable;
     // Where cancelRemMap was looked at last; guarded by `thread_mutex`.
-    std::unique_ptr<zelor::NearbyKey<std::map<std::string, std::string>>> cancelledKey;
+    std::unique_ptr<zelor::remediation::NearbyKey<std::map<std::string, std::string>>> cancelledKey;
     // Rows with content that are no OS updates, per key: what the collective rule counts.
     std::unordered_map<std::string, std::size_t> collectiveCounts;
     // Keys written since the last look at the single cancels; kept only while there are any. Guarded by
@@ -295,5 +295,5 @@ class ZELOR_API RemediationManager {
     std::mutex downloadEndMutex;
     std::condition_variable downloadEnd;
     std::atomic<bool> downloadInterrupted{false};
-    std::unique_ptr<zelor::InstalledRecord> installedRecord;
+    std::unique_ptr<zelor::remediation::InstalledRecord> installedRecord;
 };

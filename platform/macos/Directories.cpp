@@ -31,7 +31,7 @@ bool MacPatchManager::copyDir(boost::filesystem::path source, boost::filesystem:
         zlog::debug("[MacPatchManager] Unable to create destination directory", destination.string());
         return false;
     }
-    const std::string problem = zelor::copyTree(source.string(), destination.string(), isNew);
+    const std::string problem = zelor::base::copyTree(source.string(), destination.string(), isNew);
     if (problem.empty()) return true;
     zlog::debug("[MacPatchManager] (copyDir) The copy ended early: ", problem);
     return false;

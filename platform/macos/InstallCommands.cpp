@@ -2,32 +2,32 @@
 
 #include "base/Strings.h"
 
-namespace zelor {
+namespace zelor::platform {
 
 std::string installUpdateCommand(const std::string& label) {
-    return "softwareupdate -i '" + insideSingleQuotes(label) + "' 2>&1";
+    return "softwareupdate -i '" + base::insideSingleQuotes(label) + "' 2>&1";
 }
 
 std::string installPackageCommand(const std::string& packagePath) {
-    return "installer -pkg '" + insideSingleQuotes(packagePath) + "' -target / 2>&1";
+    return "installer -pkg '" + base::insideSingleQuotes(packagePath) + "' -target / 2>&1";
 }
 
 std::string attachCommand(const std::string& mountPoint, const std::string& imagePath) {
-    return "hdiutil attach -nobrowse -mountPoint " + shellWord(mountPoint) + " '" +
-           insideSingleQuotes(imagePath) + "' 2>&1 > /dev/null";
+    return "hdiutil attach -nobrowse -mountPoint " + base::shellWord(mountPoint) + " '" +
+           base::insideSingleQuotes(imagePath) + "' 2>&1 > /dev/null";
 }
 
 std::string detachCommand(const std::string& mountPoint) {
-    return "hdiutil detach " + shellWord(mountPoint) + " 2>&1";
+    return "hdiutil detach " + base::shellWord(mountPoint) + " 2>&1";
 }
 
 std::string silentInstallerCommand(const std::string& bundlePath, const std::string& option) {
-    return "'" + insideSingleQuotes(bundlePath) + "'/" + option + " 2>&1 && echo \"Success\"";
+    return "'" + base::insideSingleQuotes(bundlePath) + "'/" + option + " 2>&1 && echo \"Success\"";
 }
 
 std::string bundleInstallerCommand(const std::string& installerPath) {
     // The closing quote has no opening one. Published content was made against this very text.
-    return shellWord(installerPath) + "' -install 2>&1";
+    return base::shellWord(installerPath) + "' -install 2>&1";
 }
 
-}  // namespace zelor
+}  // namespace zelor::platform

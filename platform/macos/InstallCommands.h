@@ -3,7 +3,7 @@
 #include <string>
 
 /// The shell commands that install, as text.
-namespace zelor {
+namespace zelor::platform {
 
 inline constexpr char listUpdatesCommand[] = "softwareupdate -l 2>&1";
 inline constexpr char productVersionCommand[] = "sw_vers -productVersion";
@@ -19,4 +19,4 @@ std::string silentInstallerCommand(const std::string& bundlePath, const std::str
 /// Runs the installer that was found in a bundle.
 std::string bundleInstallerCommand(const std::string& installerPath);
 
-}  // namespace zelor
+}  // namespace zelor::platform

@@ -8,6 +8,7 @@
 #include "base/CommandRunner.h"
 #include "base/Files.h"
 #include "platform/Log.h"
+#include "platform/ShellCommand.h"
 
 namespace zlog = zelor::log;
 
@@ -18,7 +19,7 @@ constexpr int kExitOne = 1 << 8;
 
 // chmod +x without a shell: whoever may read the script may run it.
 void makeExecutable(const std::string& path) {
-    const zelor::UniqueFd fd = zelor::openFile(path, O_RDONLY | O_NOFOLLOW);
+    const zelor::base::UniqueFd fd = zelor::base::openFile(path, O_RDONLY | O_NOFOLLOW);
     struct stat info {};
     if (!fd || fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode)) return;
     const mode_t readers = info.st_mode & (S_IRUSR | S_IRGRP | S_IROTH);
@@ -34,10 +35,11 @@ bool noChildToBeHad(int startError) {
 int LinuxHardeningFacilitator::complianceRemediation(std::string path) {
     zlog::debug("[MacHardeningFacilitator] Welcome to compliance remediation, for '", path, "'");
     makeExecutable(path);
-    const zelor::CommandResult result = zelor::runCommand({"/bin/bash", path}, true, zelor::commandLimit());
+    const zelor::base::CommandResult result =
+        zelor::base::runCommand({"/bin/bash", path}, true, zelor::platform::commandLimit());
     int status = result.status;
     if (result.started) {
-        zelor::logCommandTrouble(path, result);
+        zelor::platform::logCommandTrouble(path, result);
         if (!result.waited) {
             zlog::debug("[MacHardeningFacilitator] Unable to get the exit code of process ", path);
         }

@@ -9,6 +9,7 @@
 #include "base/SystemRoot.h"
 #include "platform/AgentIni.h"
 #include "platform/Log.h"
+#include "platform/ShellCommand.h"
 #include "platform/macos/LinuxHardeningFacilitator.h"
 #include "platform/macos/UpdateSelection.h"
 
@@ -28,12 +29,12 @@ MacPatchManager::MacPatchManager() {
 MacPatchManager::~MacPatchManager() = default;
 
 std::string MacPatchManager::getSystemPlatformCpe() {
-    const zelor::CommandResult result = zelor::runShell("sw_vers -productName");
+    const zelor::base::CommandResult result = zelor::platform::runShell("sw_vers -productName");
     if (!result.started) {
         zlog::debug("[MacPatchManager] (getSystemPlatformCpe) Invalid Command");
         return "";
     }
-    const std::string productName = zelor::trimmed(result.output);
+    const std::string productName = zelor::base::trimmed(result.output);
     if (productName.empty()) return "";
     zlog::debug("[MacPatchManager] Platform Cpe = ", productName);
     return productName == "Mac OS X" ? "cpe:/o:apple:mac_os_x" : "cpe:/o:apple:mac_os_x_server";
@@ -47,7 +48,7 @@ void MacPatchManager::queryAndStoreCurrentOsName() {
 }
 
 std::string MacPatchManager::readValueFromIniFile(std::string iniFile, std::string key) {
-    auto tree = zelor::readIniFile(iniFile);
+    auto tree = zelor::platform::readIniFile(iniFile);
     if (!tree) {
         zlog::error("[MacPatchManager] Inside readValueFromIniFile, ini file '", iniFile,
                     "' doesn't exist!!");
@@ -79,13 +80,13 @@ int MacPatchManager::applyConfig(std::string path) {
 }
 
 std::string MacPatchManager::getCmdlineOutput(std::string command) {
-    zelor::CommandResult result = zelor::runShell(command);
+    zelor::base::CommandResult result = zelor::platform::runShell(command);
     if (!result.started) zlog::debug("[MacPatchManager] (getCmdlineOutput) Invalid Command");
     return std::move(result.output);
 }
 
 std::vector<std::string> MacPatchManager::getOsCmdline(std::string command) {
-    const zelor::CommandResult result = zelor::runShell(command);
+    const zelor::base::CommandResult result = zelor::platform::runShell(command);
     if (!result.started) zlog::debug("[MacPatchManager] (getOsCmdline) Invalid Command");
-    return zelor::starredLines(result.output, kListingPiece);
+    return zelor::platform::starredLines(result.output, kListingPiece);
 }

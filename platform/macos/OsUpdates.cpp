@@ -9,7 +9,7 @@ namespace zlog = zelor::log;
 namespace {
 
 bool isRefused(const std::string& label) {
-    if (!zelor::looksLikeAnOption(label)) return false;
+    if (!zelor::platform::looksLikeAnOption(label)) return false;
     zlog::error("[MacPatchManager] The label '", label, "' begins with a dash, so it is refused");
     return true;
 }
@@ -17,10 +17,10 @@ bool isRefused(const std::string& label) {
 }  // namespace
 
 int MacPatchManager::installOSPatch(std::string packageName) {
-    zlog::info(" [MacPatchManager] Install OS Patch, PackageName = ", zelor::trimmed(packageName));
-    const std::vector<std::string> listing = getOsCmdline(zelor::listUpdatesCommand);
-    const zelor::UpdateSelection selection = zelor::selectUpdates(
-        listing, packageName, [this] { return getCmdlineOutput(zelor::productVersionCommand); });
+    zlog::info(" [MacPatchManager] Install OS Patch, PackageName = ", zelor::base::trimmed(packageName));
+    const std::vector<std::string> listing = getOsCmdline(zelor::platform::listUpdatesCommand);
+    const zelor::platform::UpdateSelection selection = zelor::platform::selectUpdates(
+        listing, packageName, [this] { return getCmdlineOutput(zelor::platform::productVersionCommand); });
     if (selection.named) return installNamedUpdate(selection.label);
     if (selection.candidates.empty()) {
         zlog::error("[MacPatchManager] Cant get os application name!!!");
@@ -31,15 +31,15 @@ int MacPatchManager::installOSPatch(std::string packageName) {
 
 int MacPatchManager::installNamedUpdate(const std::string& label) {
     zlog::debug(" Package Name = ", label);
-    if (isRefused(zelor::trimmed(label))) return -1;
-    const std::string command = zelor::installUpdateCommand(zelor::trimmed(label));
+    if (isRefused(zelor::base::trimmed(label))) return -1;
+    const std::string command = zelor::platform::installUpdateCommand(zelor::base::trimmed(label));
     zlog::debug("[MacPatchManager] Installing ", command);
     const std::string output = getCmdlineOutput(command);
-    if (zelor::contains(output, "Done")) {
+    if (zelor::base::contains(output, "Done")) {
         zlog::info("[MacPatchManager] The os remediation succeeded!!");
         return 0;
     }
-    if (zelor::contains(output, "No updates are available")) {
+    if (zelor::base::contains(output, "No updates are available")) {
         zlog::info("[MacPatchManager] No updates are available.");
         return 0;
     }
@@ -54,16 +54,16 @@ int MacPatchManager::installOsUpdates(const std::vector<std::string>& candidates
             zlog::error("[MacPatchManager] ApplicationName is empty");
             return -1;
         }
-        const std::string label = zelor::candidateLabel(candidate);
+        const std::string label = zelor::platform::candidateLabel(candidate);
         succeeded = false;
         if (isRefused(label)) continue;
-        const std::string command = zelor::installUpdateCommand(label);
+        const std::string command = zelor::platform::installUpdateCommand(label);
         zlog::debug("[MacPatchManager] Installing ", command);
         const std::string output = getCmdlineOutput(command);
-        succeeded = zelor::contains(output, "Done");
+        succeeded = zelor::base::contains(output, "Done");
         if (succeeded) {
             zlog::info("[MacPatchManager] The os remediation succeeded!!");
-        } else if (zelor::contains(output, "No updates are available")) {
+        } else if (zelor::base::contains(output, "No updates are available")) {
             zlog::info("[MacPatchManager] No updates are available.");
         } else {
             zlog::error("[MacPatchManager] The pkg remediation failed = ", output);

@@ -14,7 +14,7 @@ namespace zlog = zelor::log;
 namespace {
 
 bool isInstallable(const std::string& name) {
-    return zelor::hasEnding(name, ".app") || zelor::hasEnding(name, ".pkg");
+    return zelor::base::hasEnding(name, ".app") || zelor::base::hasEnding(name, ".pkg");
 }
 
 // What lies there would be installed in place of an image that cannot be attached.
@@ -24,7 +24,7 @@ std::string mountPointProblem(const std::string& mountPoint) {
     const bool known =
         lstat(mountPoint.c_str(), &here) == 0 && stat((mountPoint + "/..").c_str(), &above) == 0;
     if (known && S_ISDIR(here.st_mode) && here.st_dev != above.st_dev) return "";  // an image still in use
-    return zelor::prepareFolder(mountPoint);
+    return zelor::base::prepareFolder(mountPoint);
 }
 
 }  // namespace
@@ -39,12 +39,12 @@ int MacPatchManager::install3rdPartyPatch(std::string path, std::string packageN
 
 int MacPatchManager::pkgInstallation(std::string pkgPath) {
     zlog::info("[MacPatchManager] (Install3rdParty) Installing pkg Application");
-    const std::string output = getCmdlineOutput(zelor::installPackageCommand(pkgPath));
-    if (zelor::contains(output, "successful")) {
+    const std::string output = getCmdlineOutput(zelor::platform::installPackageCommand(pkgPath));
+    if (zelor::base::contains(output, "successful")) {
         zlog::info("[MacPatchManager] The pkg remediation succeeded !!");
         return 0;
     }
-    if (zelor::contains(output, "No such update")) {
+    if (zelor::base::contains(output, "No such update")) {
         zlog::info("[MacPatchManager] No updates are available.");
         return -1;
     }
@@ -54,8 +54,8 @@ int MacPatchManager::pkgInstallation(std::string pkgPath) {
 
 int MacPatchManager::dmgInstallation(std::string dmgPath, std::string packageName) {
     (void)packageName;
-    const std::string mountPoint = underSystemRoot(zelor::diskImageMountPoint);
-    const std::string detach = zelor::detachCommand(mountPoint);
+    const std::string mountPoint = underSystemRoot(zelor::platform::diskImageMountPoint);
+    const std::string detach = zelor::platform::detachCommand(mountPoint);
     getCmdlineOutput(detach);  // clears what an earlier run left mounted
     const std::string problem = mountPointProblem(mountPoint);
     if (!problem.empty()) {
@@ -63,20 +63,20 @@ int MacPatchManager::dmgInstallation(std::string dmgPath, std::string packageNam
                     "' is refused: ", problem);
         return -1;
     }
-    getCmdlineOutput(zelor::attachCommand(mountPoint, dmgPath));
+    getCmdlineOutput(zelor::platform::attachCommand(mountPoint, dmgPath));
     zlog::debug("[MacPatchManager] (Install3rdParty) Application mount point  = ", mountPoint);
     const std::vector<std::string> names = listFilesInDirectory(mountPoint);
     const auto found = std::find_if(names.begin(), names.end(), isInstallable);
     if (found != names.end()) {
         const std::string path = mountPoint + "/" + *found;
         const int result =
-            zelor::hasEnding(*found, ".app") ? absAppInstallation(path, *found) : pkgInstallation(path);
+            zelor::base::hasEnding(*found, ".app") ? absAppInstallation(path, *found) : pkgInstallation(path);
         if (result != 0) {
             getCmdlineOutput(detach);
             return -1;
         }
     }
-    if (zelor::contains(getCmdlineOutput(detach), "ejected")) {
+    if (zelor::base::contains(getCmdlineOutput(detach), "ejected")) {
         zlog::info("[MacPatchManager] Installation SUCCESS!! Disk unmounted successfully!!");
     } else {
         zlog::info("[MacPatchManager] Installation SUCCESS!! Error in disk unmounting!!");
@@ -113,13 +113,13 @@ int MacPatchManager::appInstaller(std::string appPath) {
             zlog::error("[MacPatchManager] (Install3rdParty) The bundle has no installer in ", folder);
             return -1;
         }
-        command = zelor::bundleInstallerCommand(folder + *first);
+        command = zelor::platform::bundleInstallerCommand(folder + *first);
     } else {
-        command = zelor::silentInstallerCommand(appPath, silentModeOption_);
+        command = zelor::platform::silentInstallerCommand(appPath, silentModeOption_);
     }
     zlog::debug("[MacPatchManager] Executing ", command);
     const std::string output = getCmdlineOutput(command);
-    if (!output.empty() && !zelor::contains(output, "Success")) {
+    if (!output.empty() && !zelor::base::contains(output, "Success")) {
         zlog::debug("[MacPatchManager] The application error log = ", output);
         return -1;
     }

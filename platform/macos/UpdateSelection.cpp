@@ -4,14 +4,14 @@
 
 #include "base/Strings.h"
 
-namespace zelor {
+namespace zelor::platform {
 
 namespace {
 
 constexpr char kOsWideName[] = "apple mac os x";
 
 void cutAppleWord(std::string& name) {
-    if (!hasBeginning(name, "apple")) return;
+    if (!base::hasBeginning(name, "apple")) return;
     const auto separator = name.find_first_of(" \t");
     if (separator != std::string::npos) name.erase(0, separator + 1);
 }
@@ -20,13 +20,13 @@ void cutAppleWord(std::string& name) {
 
 int osWideMatches(const std::string& lowerCasedLine, const std::string& productVersion) {
     int matches = 0;
-    if (contains(productVersion, "10.9")) {
+    if (base::contains(productVersion, "10.9")) {
         for (const char* word : {"secupd", "os x"})
-            matches += contains(lowerCasedLine, word) ? 1 : 0;
+            matches += base::contains(lowerCasedLine, word) ? 1 : 0;
     }
-    if (contains(productVersion, "10.10")) {
+    if (base::contains(productVersion, "10.10")) {
         for (const char* word : {"os x", "osx", "secupd"})
-            matches += contains(lowerCasedLine, word) ? 1 : 0;
+            matches += base::contains(lowerCasedLine, word) ? 1 : 0;
     }
     return matches;
 }
@@ -34,9 +34,9 @@ int osWideMatches(const std::string& lowerCasedLine, const std::string& productV
 UpdateSelection selectUpdates(const std::vector<std::string>& listing, std::string packageName,
                               const std::function<std::string()>& productVersion) {
     UpdateSelection selection;
-    packageName = lowerCased(packageName);
+    packageName = base::lowerCased(packageName);
     for (const std::string& line : listing) {
-        const std::string lowerLine = lowerCased(line);
+        const std::string lowerLine = base::lowerCased(line);
         if (packageName == kOsWideName) {
             const int matches = osWideMatches(lowerLine, productVersion());
             selection.candidates.insert(selection.candidates.end(), static_cast<std::size_t>(matches), line);
@@ -54,7 +54,7 @@ UpdateSelection selectUpdates(const std::vector<std::string>& listing, std::stri
 
 std::string candidateLabel(const std::string& line) {
     const auto star = line.find('*');
-    std::string name = trimmed(star == std::string::npos ? line : line.substr(star));
+    std::string name = base::trimmed(star == std::string::npos ? line : line.substr(star));
     if (name.empty()) return name;
     name.erase(0, 1);
     const auto separator = name.find_first_of(" \t");
@@ -63,14 +63,14 @@ std::string candidateLabel(const std::string& line) {
 }
 
 std::vector<std::string> labelsToInstall(const UpdateSelection& selection) {
-    if (selection.named) return {trimmed(selection.label)};
+    if (selection.named) return {base::trimmed(selection.label)};
     std::vector<std::string> labels(selection.candidates.size());
     std::transform(selection.candidates.begin(), selection.candidates.end(), labels.begin(), candidateLabel);
     return labels;
 }
 
 bool looksLikeAnOption(const std::string& label) {
-    return hasBeginning(label, "-");
+    return base::hasBeginning(label, "-");
 }
 
 std::vector<std::string> starredLines(const std::string& output, std::size_t pieceSize) {
@@ -80,10 +80,10 @@ std::vector<std::string> starredLines(const std::string& output, std::size_t pie
         const std::size_t end = newline == std::string::npos ? output.size() : newline + 1;
         const std::size_t size = std::min(end - start, pieceSize);
         std::string piece = output.substr(start, size);
-        if (contains(piece, "*")) lines.push_back(std::move(piece));
+        if (base::contains(piece, "*")) lines.push_back(std::move(piece));
         start += size;
     }
     return lines;
 }
 
-}  // namespace zelor
+}  // namespace zelor::platform

@@ -5,7 +5,7 @@
 #include <vector>
 
 /// Which listed OS updates belong to a request: decisions on text alone.
-namespace zelor {
+namespace zelor::platform {
 
 struct UpdateSelection {
     bool named = false;                   ///< a named product matched: `label` is to be installed
@@ -34,4 +34,4 @@ bool looksLikeAnOption(const std::string& label);
 /// The lines of `output` that contain "*", line ends included, a line in pieces of at most `pieceSize` bytes.
 std::vector<std::string> starredLines(const std::string& output, std::size_t pieceSize);
 
-}  // namespace zelor
+}  // namespace zelor::platform

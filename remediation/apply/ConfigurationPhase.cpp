@@ -29,7 +29,7 @@ bool RemediationManager::applyConfigRequest(remediateMetadata& row) {
     if (!RecordAccess::creEriDataPresent(row)) return true;
     const std::string cce = row.getCveOrCceId();
     zlog::debug(" [Remediation Manager] (applyConfigs) Applying configs for CCE: ", cce);
-    int result = zelor::kInstalled;
+    int result = zelor::remediation::kInstalled;
     if (verifyIfAlreadyAppliedRem(RecordAccess::creEriData(row))) {
         zlog::debug(
             "[Remediation Manager] (applyConfigs) verifyIfAlreadyAppliedRem returned true for a config. CCE "
@@ -43,7 +43,7 @@ bool RemediationManager::applyConfigRequest(remediateMetadata& row) {
     }
     recordConfigResult(row, result);
     zlog::info(" [Remediation Manager] The RESULT for Config apply for : CCE - ", cce,
-               " is : ", result == zelor::kInstalled ? "Succeeded" : "Failed");
+               " is : ", result == zelor::remediation::kInstalled ? "Succeeded" : "Failed");
     return true;
 }
 
@@ -54,7 +54,7 @@ bool RemediationManager::fetchAndRunScripts(remediateMetadata& row, int& result,
     std::vector<parsedEriData>& blocks = RecordAccess::blocks(RecordAccess::creEriData(row));
     std::size_t next = 0;
     do {
-        if (blocks.empty() || !zelor::namesPatchFile(RecordAccess::patchId(blocks[next]))) {
+        if (blocks.empty() || !zelor::remediation::namesPatchFile(RecordAccess::patchId(blocks[next]))) {
             zlog::error("[Remediation Manager] (applyConfigs) Patch id is empty for cpe = '", key,
                         "' and CCE = '", row.getCveOrCceId(), "'");
             zlog::debug(
@@ -79,7 +79,7 @@ bool RemediationManager::fetchAndRunScripts(remediateMetadata& row, int& result,
         }
         insertRemProgressInMap(key, REM_INSTALLING);
         result = runScript(block, path, usedBufferedCopy);
-    } while (result == zelor::kInstalled && ++next < blocks.size());
+    } while (result == zelor::remediation::kInstalled && ++next < blocks.size());
     return true;
 }
 
@@ -89,25 +89,26 @@ int RemediationManager::runScript(parsedEriData& block, const std::string& path,
     if (path.empty() || !boost::filesystem::exists(path, error)) {
         zlog::error(" [Remediation Manager] (applyConfigs) The config file to harden the system '", path,
                     "' does not exist OR it failed the signature verification.");
-        return zelor::kFileUnavailable;
+        return zelor::remediation::kFileUnavailable;
     }
     const int result = MacPatchManager().applyConfig(path);
     addEntryInInstalledPatchesFile(result, RecordAccess::eriId(block));
-    if (result == zelor::kInstalled && usedBufferedCopy)
+    if (result == zelor::remediation::kInstalled && usedBufferedCopy)
         cleanupBufferedPatch(RecordAccess::patchId(block), path);
     return result;
 }
 
 void RemediationManager::recordConfigResult(remediateMetadata& row, int result) {
     const std::string key = row.getCombinedCpes();
-    if (result == zelor::kInstalled) {
+    if (result == zelor::remediation::kInstalled) {
         if (!rebootNeeded) rebootNeeded = getRebootStatus(RecordAccess::creEriData(row));
         insertRemProgressInMap(key, REM_SUCCESS);
         anyRemSucceeded = true;
         dropContent(row);
         return;
     }
-    insertRemProgressInMap(key, result == zelor::kFileUnavailable ? REM_FILE_UNAVAILABLE : REM_FAILED);
+    insertRemProgressInMap(
+        key, result == zelor::remediation::kFileUnavailable ? REM_FILE_UNAVAILABLE : REM_FAILED);
     allRemFailed = true;
 }
 

@@ -18,7 +18,7 @@
 #include "remediation/RemediationManager.h"
 #include "remediation/intake/ContentRules.h"
 
-namespace zelor {
+namespace zelor::remediation {
 
 namespace {
 
@@ -39,10 +39,10 @@ void InstalledRecord::forget() {
 void InstalledRecord::refresh(const std::string& path) {
     struct stat now {};
     if (path == path_ && lstat(path.c_str(), &now) == 0 && isSameFile(now) && now.st_size == known() &&
-        sameTime(modificationTime(now), modified_)) {
+        sameTime(base::modificationTime(now), modified_)) {
         return;
     }
-    const UniqueFd fd = openFile(path, O_RDONLY | O_NONBLOCK | O_NOFOLLOW);
+    const base::UniqueFd fd = base::openFile(path, O_RDONLY | O_NONBLOCK | O_NOFOLLOW);
     if (!fd || fstat(fd.get(), &now) != 0) {
         forget();
         return;
@@ -51,7 +51,7 @@ void InstalledRecord::refresh(const std::string& path) {
     path_ = path;
     device_ = static_cast<std::uintmax_t>(now.st_dev);
     inode_ = static_cast<std::uintmax_t>(now.st_ino);
-    modified_ = modificationTime(now);
+    modified_ = base::modificationTime(now);
     const std::string torn = unfinished_;
     const std::uint64_t damaged = damaged_;
     readFrom(fd.get());
@@ -91,23 +91,23 @@ void InstalledRecord::readFrom(int fd) {
 }
 
 void InstalledRecord::takeLine(std::string line) {
-    if (!isText(line)) ++damaged_;
+    if (!base::isText(line)) ++damaged_;
     lines_.insert(std::move(line));
 }
 
-}  // namespace zelor
+}  // namespace zelor::remediation
 
 namespace zlog = zelor::log;
 
 void RemediationManager::addEntryInInstalledPatchesFile(int installResult, std::string eriId) {
     if (installResult != 0) return;
-    if (zelor::hasControlCharacter(eriId)) {
+    if (zelor::base::hasControlCharacter(eriId)) {
         zlog::error("[Remediation Manager] The eri id '", eriId,
                     "' holds a control character, so it is not recorded");
         return;
     }
     // A missing folder is the installer's business and stays silent.
-    if (!zelor::appendLine(installedPatchesFile, eriId) && errno != ENOENT) {
+    if (!zelor::base::appendLine(installedPatchesFile, eriId) && errno != ENOENT) {
         zlog::error("[Remediation Manager] ", eriId, " is installed, and cannot be noted in ",
                     installedPatchesFile, ": ", std::string(std::strerror(errno)),
                     "; the next run will install it again");
@@ -123,6 +123,6 @@ bool RemediationManager::verifyIfAlreadyAppliedRem(creEriParsedData& creEri) {
     if (installedRecord->empty()) return false;
     zlog::debug("[Remediation Manager] (verifyIfAlreadyAppliedRem) for creId = ", RecordAccess::creId(creEri),
                 " number of eris = ", RecordAccess::blocks(creEri).size());
-    return zelor::countsAsApplied(
+    return zelor::remediation::countsAsApplied(
         creEri, [this](const std::string& eriId) { return installedRecord->hasLine(eriId); });
 }

@@ -8,7 +8,7 @@
 #include <string>
 #include <unordered_set>
 
-namespace zelor {
+namespace zelor::remediation {
 
 /// The lines of the installed-patches record, read once: a later look reads only what was appended since, or
 /// all again when the file was replaced, cut or rewritten. One thread at a time.
@@ -41,4 +41,4 @@ class InstalledRecord {
     std::uint64_t damaged_ = 0;  ///< lines that are no text
 };
 
-}  // namespace zelor
+}  // namespace zelor::remediation

@@ -58,13 +58,14 @@ RemediationManager::Next RemediationManager::installNonOsRequest(remediateMetada
 RemediationManager::Next RemediationManager::installNonOsBlock(remediateMetadata& row,
                                                                creEriParsedData& entry,
                                                                parsedEriData& block) {
-    if (!zelor::isForThisPlatform(block)) return Next::block;
+    if (!zelor::remediation::isForThisPlatform(block)) return Next::block;
     const std::string& key = RecordAccess::combinedCpes(row);
     const std::string& patchId = RecordAccess::patchId(block);
     zlog::debug(" [Remediation Manager] (installNonOsPatches) Installing non-MS patch for CVE: ",
                 RecordAccess::cve(entry));
-    const zelor::PatchStep step = zelor::patchStep(block, [&] { return verifyIfAlreadyAppliedRem(entry); });
-    if (step == zelor::PatchStep::nameless) {
+    const zelor::remediation::PatchStep step =
+        zelor::remediation::patchStep(block, [&] { return verifyIfAlreadyAppliedRem(entry); });
+    if (step == zelor::remediation::PatchStep::nameless) {
         zlog::error(
             " [Remediation Manager] (installNonOsPatches) No patchId (or empty patchId) present in CRE-ERI "
             "xml for cpe = "
@@ -74,10 +75,10 @@ RemediationManager::Next RemediationManager::installNonOsBlock(remediateMetadata
         allRemFailed = true;
         return Next::block;
     }
-    int result = zelor::kInstallFailed;
+    int result = zelor::remediation::kInstallFailed;
     bool usedBufferedCopy = false;
     std::string path;
-    if (step == zelor::PatchStep::applied) {
+    if (step == zelor::remediation::PatchStep::applied) {
         zlog::debug(
             "[Remediation Manager] (installNonOsPatches) verifyIfAlreadyAppliedRem returned true for non-MS "
             "patch CVE "
@@ -85,8 +86,8 @@ RemediationManager::Next RemediationManager::installNonOsBlock(remediateMetadata
             RecordAccess::cve(entry));
         insertRemProgressInMap(key, REM_SUCCESS);
         anyRemSucceeded = true;
-        result = zelor::kInstalled;
-    } else if (step == zelor::PatchStep::misnamed) {
+        result = zelor::remediation::kInstalled;
+    } else if (step == zelor::remediation::PatchStep::misnamed) {
         zlog::debug(
             "[Remediation Manager] (installNonOsPatches) Patch name is not a valid patch .. Marking FAILED.");
         insertRemProgressInMap(key, REM_INVALID_REQUEST);
@@ -99,7 +100,7 @@ RemediationManager::Next RemediationManager::installNonOsBlock(remediateMetadata
         result = installNonOsFile(row, block, path);
     }
     recordNonOsResult(row, entry, result);
-    if (result == zelor::kInstalled) {
+    if (result == zelor::remediation::kInstalled) {
         if (usedBufferedCopy) cleanupBufferedPatch(patchId, path);
         dropContent(row);
     }
@@ -129,17 +130,17 @@ int RemediationManager::installNonOsFile(remediateMetadata& row, parsedEriData& 
     if (path.empty() || !boost::filesystem::exists(path, error)) {
         zlog::error(" [Remediation Manager] The patch file '", path,
                     "' DOES NOT exist OR it failed signature verification.");
-        return zelor::kFileUnavailable;
+        return zelor::remediation::kFileUnavailable;
     }
     zlog::debug(" [Remediation Manager] (installNonOsPatches) The patch file path: ", path);
     macPatchManager->setSilentModeOption(RecordAccess::silentModeCmd(block));
-    macPatchManager->setInstallOption(zelor::usesBundleInstaller(block));
+    macPatchManager->setInstallOption(zelor::remediation::usesBundleInstaller(block));
     zlog::debug(
         " [Remediation Manager] (installNonOsPatches) Installing in silent mode, third-party product patch "
         "= ",
         path);
-    const std::string kind = zelor::installerKind(path);
-    const int result = kind.empty() ? zelor::kInstallFailed
+    const std::string kind = zelor::remediation::installerKind(path);
+    const int result = kind.empty() ? zelor::remediation::kInstallFailed
                                     : macPatchManager->install3rdPartyPatch(path, row.getPackageName(), kind);
     addEntryInInstalledPatchesFile(result, RecordAccess::eriId(block));
     return result;
@@ -147,7 +148,7 @@ int RemediationManager::installNonOsFile(remediateMetadata& row, parsedEriData& 
 
 void RemediationManager::recordNonOsResult(remediateMetadata& row, creEriParsedData& entry, int result) {
     const std::string key = row.getCombinedCpes();
-    if (result == zelor::kInstalled) {
+    if (result == zelor::remediation::kInstalled) {
         entry.setInstalledSuccessfully(true);
         if (!rebootNeeded && getRebootStatus(entry)) rebootNeeded = true;
         insertRemProgressInMap(key, REM_SUCCESS);
@@ -155,11 +156,11 @@ void RemediationManager::recordNonOsResult(remediateMetadata& row, creEriParsedD
         return;
     }
     allRemFailed = true;
-    if (result == zelor::kFileUnavailable) {
+    if (result == zelor::remediation::kFileUnavailable) {
         insertRemProgressInMap(key, REM_FILE_UNAVAILABLE);
         return;
     }
     entry.setInstalledSuccessfully(false);
-    insertRemProgressInMap(key,
-                           result == zelor::kInstallFailed ? REM_FAILED : static_cast<REM_PROGRESS>(result));
+    insertRemProgressInMap(
+        key, result == zelor::remediation::kInstallFailed ? REM_FAILED : static_cast<REM_PROGRESS>(result));
 }

@@ -22,7 +22,7 @@ void RemediationManager::installOsPatches() {
     zlog::debug(" [Remediation Manager]  Inside installOsPatches ");
     setAbortedRemStatusToAborted();
     const std::string type = ConfigurationManager::GetInstance("")->getVendorProductInstallationType();
-    if (!zelor::installsVendorUpdates(type)) {
+    if (!zelor::remediation::installsVendorUpdates(type)) {
         zlog::debug(
             " [Remediation Manager] (installOsPatches) Interactive mode installation. We do nothing in "
             "interactive mode "
@@ -75,5 +75,5 @@ bool RemediationManager::installOsRequest(remediateMetadata& row) {
 }
 
 bool RemediationManager::getRebootStatus(creEriParsedData& creEri) {
-    return zelor::asksForReboot(creEri);
+    return zelor::remediation::asksForReboot(creEri);
 }

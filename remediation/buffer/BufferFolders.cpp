@@ -4,13 +4,13 @@
 #include "collaborators/ConfigurationManager.h"
 #include "platform/Log.h"
 
-namespace zelor {
+namespace zelor::remediation {
 
 bool bufferFoldersAreOurs() {
     ConfigurationManager* configuration = ConfigurationManager::GetInstance("");
     for (const std::string& folder :
          {configuration->getUnzipFileFolder(), configuration->getBufferPatchesDir()}) {
-        const std::string problem = folder.empty() ? "" : folderProblem(folder);
+        const std::string problem = folder.empty() ? "" : base::folderProblem(folder);
         if (problem.empty()) continue;
         log::error("[Remediation Manager] Buffered patches are not used. The folder '", folder,
                    "' is refused: ", problem);
@@ -19,4 +19,4 @@ bool bufferFoldersAreOurs() {
     return true;
 }
 
-}  // namespace zelor
+}  // namespace zelor::remediation

@@ -33,7 +33,7 @@ std::string unzipFolderFile(const std::string& name) {
 
 std::string archiveInBuffer(const std::string& patchName) {
     return ConfigurationManager::GetInstance("")->getBufferPatchesDir() + kSeparator +
-           zelor::cutFourCharacters(patchName).stem + ".zip";
+           zelor::remediation::cutFourCharacters(patchName).stem + ".zip";
 }
 
 [[noreturn]] void fail(const std::string& what) {
@@ -41,15 +41,15 @@ std::string archiveInBuffer(const std::string& patchName) {
 }
 
 void replaceList(const std::string& listPath, const std::string& temporaryPath, const std::string& lines) {
-    const zelor::UniqueFd temporary =
-        zelor::openFile(temporaryPath, O_RDWR | O_APPEND | O_CREAT | O_NOFOLLOW);
+    const zelor::base::UniqueFd temporary =
+        zelor::base::openFile(temporaryPath, O_RDWR | O_APPEND | O_CREAT | O_NOFOLLOW);
     if (!temporary) fail("cannot open the temporary list");
     // A rewrite that was killed may have left a torn last line; its line still stands in the list.
-    if (!zelor::cutTornEnd(temporary.get())) fail("cannot mend the temporary list");
+    if (!zelor::base::cutTornEnd(temporary.get())) fail("cannot mend the temporary list");
     const off_t before = lseek(temporary.get(), 0, SEEK_END);
-    if (zelor::writeAll(temporary.get(), lines) && zelor::flushToDisk(temporary.get()) &&
+    if (zelor::base::writeAll(temporary.get(), lines) && zelor::base::flushToDisk(temporary.get()) &&
         std::rename(temporaryPath.c_str(), listPath.c_str()) == 0) {
-        zelor::flushDirectory(fs::path(listPath).parent_path().string());
+        zelor::base::flushDirectory(fs::path(listPath).parent_path().string());
         return;
     }
     const int error = errno;
@@ -74,12 +74,13 @@ std::string RemediationManager::bufferedListPath() {
 bool RemediationManager::patchIsAlreadyBuffered(std::string patchName, std::string md5sum,
                                                 std::string listPath) {
     zlog::debug("[Remediation Manager] Inside patchIsAlreadyBuffered .. bufferedPatchListFile = ", listPath);
-    if (!zelor::bufferFoldersAreOurs()) return false;
+    if (!zelor::remediation::bufferFoldersAreOurs()) return false;
     try {
         std::ifstream list(listPath, std::ios::binary);
         std::string line;
         while (std::getline(list, line)) {
-            if (zelor::bufferedLineMatches(line, patchName, md5sum) && fs::exists(archiveInBuffer(patchName)))
+            if (zelor::remediation::bufferedLineMatches(line, patchName, md5sum) &&
+                fs::exists(archiveInBuffer(patchName)))
                 return true;
         }
     } catch (const std::exception&) {
@@ -92,14 +93,14 @@ bool RemediationManager::patchIsAlreadyBuffered(std::string patchName, std::stri
 
 void RemediationManager::addPatchBufferedEntry(std::string patchName, std::string md5sum,
                                                std::string listPath) {
-    if (!zelor::bufferFoldersAreOurs()) return;
-    if (zelor::hasControlCharacter(patchName + md5sum)) {
+    if (!zelor::remediation::bufferFoldersAreOurs()) return;
+    if (zelor::base::hasControlCharacter(patchName + md5sum)) {
         zlog::error("[Remediation Manager] The patch '", patchName, "' with md5 '", md5sum,
                     "' is not listed as buffered, since that holds a control character");
         return;
     }
     removeEntryFromBufferedPatchesFile(patchName);
-    if (!zelor::appendLine(listPath, patchName + "=" + md5sum)) {
+    if (!zelor::base::appendLine(listPath, patchName + "=" + md5sum)) {
         zlog::debug(
             "[Remediation Manager] (addPatchBufferedEntry) Writing bufferedPatchesList.txt threw exception ");
         return;
@@ -112,8 +113,8 @@ void RemediationManager::addPatchBufferedEntry(std::string patchName, std::strin
 void RemediationManager::removeEntryFromBufferedPatchesFile(std::string patchName) {
     try {
         const std::string listPath = bufferedListPath();
-        zelor::ListDamage damage;
-        const std::string lines = zelor::linesWithout(wholeFile(listPath), patchName, damage);
+        zelor::remediation::ListDamage damage;
+        const std::string lines = zelor::remediation::linesWithout(wholeFile(listPath), patchName, damage);
         if (damage.tornEnd)
             zlog::error("[Remediation Manager] The last line of ", listPath,
                         " has no end; it counts as it stands.");
@@ -131,8 +132,8 @@ void RemediationManager::removeEntryFromBufferedPatchesFile(std::string patchNam
 void RemediationManager::cleanupBufferedPatch(std::string patchName, std::string patchFileDownloaded) {
     zlog::debug("[Remediation Manager] Inside cleanupBufferedPatch: patchName = ", patchName,
                 ", patchfiledownloaded = ", patchFileDownloaded);
-    if (!zelor::bufferFoldersAreOurs()) return;
-    if (zelor::whyUnsafeFileName(patchName).empty()) {
+    if (!zelor::remediation::bufferFoldersAreOurs()) return;
+    if (zelor::remediation::whyUnsafeFileName(patchName).empty()) {
         boost::system::error_code error;
         fs::remove(archiveInBuffer(patchName), error);
         if (error) zlog::debug("[Remediation Manager] Inside cleanupBufferedPatch: ", error.message());

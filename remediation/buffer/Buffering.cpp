@@ -41,7 +41,7 @@ bool RemediationManager::bufferingIsCancelled() {
 }
 
 void RemediationManager::downloadPatchForBuffering(std::vector<remediateMetadata> requests) {
-    if (!zelor::bufferFoldersAreOurs()) return;
+    if (!zelor::remediation::bufferFoldersAreOurs()) return;
     for (remediateMetadata& request : requests) {
         // The system's own updater fetches OS updates; they have no archive.
         if (!RecordAccess::creEriDataPresent(request) || RecordAccess::osRemediation(request)) continue;
@@ -56,7 +56,8 @@ void RemediationManager::bufferBlock(parsedEriData& block) {
     const std::string patchId = trimString(RecordAccess::patchId(block));
     const std::string md5sum = trimString(RecordAccess::md5sum(block));
     if (patchId == "empty") return;
-    const std::string unsafe = patchId.empty() ? "it is empty" : zelor::whyUnsafeFileName(patchId);
+    const std::string unsafe =
+        patchId.empty() ? "it is empty" : zelor::remediation::whyUnsafeFileName(patchId);
     if (!unsafe.empty()) {
         zlog::error("[Remediation Manager] (downloadPatchForBuffering) The patch name '", patchId,
                     "' is refused: ", unsafe);
@@ -67,7 +68,7 @@ void RemediationManager::bufferBlock(parsedEriData& block) {
                     "\" is already buffered and is latest.");
         return;
     }
-    zelor::PatchName name = zelor::cutFourCharacters(patchId);
+    zelor::remediation::PatchName name = zelor::remediation::cutFourCharacters(patchId);
     std::string archivePath = ConfigurationManager::GetInstance("")->getBufferPatchesDir() +
                               fs::path::preferred_separator + name.stem + ".zip";
     if (downloadSizeExceedsAllotedSize(RecordAccess::patchSize(block))) {
@@ -94,10 +95,10 @@ bool RemediationManager::downloadSizeExceedsAllotedSize(std::string patchSize) {
     getFoldersize(configuration->getBufferPatchesDir(), current);
     zlog::debug("[Remediation Manager] (downloadSizeExceedsAllotedSize) allotedSize in conf = ", allotted,
                 ", currentBufferDirSize = ", current);
-    const zelor::PatchSize size = zelor::parsePatchSize(patchSize);
+    const zelor::remediation::PatchSize size = zelor::remediation::parsePatchSize(patchSize);
     zlog::debug("[Remediation Manager] (downloadSizeExceedsAllotedSize) patchSizeNumber = ", size.number,
                 ", sizeUnit = ", size.unit, ", currentPatchSize (in bytes) = ", size.bytes);
-    return size.bytes > zelor::budgetBytes(allotted) - current;
+    return size.bytes > zelor::remediation::budgetBytes(allotted) - current;
 }
 
 void RemediationManager::getFoldersize(std::string dir, long& size) {
@@ -119,8 +120,8 @@ unsigned long RemediationManager::getBpsInPercentOfBandwidth() {
     const unsigned long speed = DownloadManager(installPath, false).GetDownloadSpeed(status);
     if (status != kHttpOk) return kFallbackRate;
     const std::string configured = ConfigurationManager::GetInstance("")->getBufferSpeedPercent();
-    const int percent = zelor::leadingInt(configured);
-    const unsigned long rate = zelor::shareOfBandwidth(speed, percent);
+    const int percent = zelor::base::leadingInt(configured);
+    const unsigned long rate = zelor::remediation::shareOfBandwidth(speed, percent);
     zlog::debug("[Remediation Manager] (getBpsInPercentOfBandwidth) speedPercent = ", percent,
                 ". speedPercentStr = ", configured, ". bytespersecond = ", rate);
     return rate;

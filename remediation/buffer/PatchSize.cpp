@@ -5,12 +5,12 @@
 
 #include "base/Strings.h"
 
-namespace zelor {
+namespace zelor::remediation {
 
 namespace {
 
 float fractionOf(const std::string& digits) {
-    auto fraction = static_cast<float>(leadingInt(digits));
+    auto fraction = static_cast<float>(base::leadingInt(digits));
     if (fraction < 10) return fraction / 10;
     if (fraction < 100) return fraction / 100;
     if (fraction < 1000) return fraction / 1000;
@@ -21,12 +21,12 @@ float fractionOf(const std::string& digits) {
 
 PatchSize parsePatchSize(const std::string& text) {
     constexpr std::size_t kUnitLength = 2;
-    const std::string size = trimmed(text);
+    const std::string size = base::trimmed(text);
     const std::size_t cut = size.size() < kUnitLength ? 0 : size.size() - kUnitLength;
-    PatchSize result{size.substr(0, cut), lowerCased(size.substr(cut)), 0};
-    const std::vector<std::string> parts = splitCompressed(result.number, '.');
+    PatchSize result{size.substr(0, cut), base::lowerCased(size.substr(cut)), 0};
+    const std::vector<std::string> parts = base::splitCompressed(result.number, '.');
     const float fraction = parts.size() == 2 ? fractionOf(parts[1]) : 0.0F;
-    const long whole = leadingInt(parts[0]);
+    const long whole = base::leadingInt(parts[0]);
     if (result.unit == "kb") {
         result.bytes = whole * 1024 + static_cast<long>(fraction * 1024);
     } else if (result.unit == "mb") {
@@ -39,7 +39,8 @@ PatchSize parsePatchSize(const std::string& text) {
 
 long budgetBytes(const std::string& megabytes) {
     constexpr int kMegabyteBits = 20;
-    return static_cast<std::int32_t>(static_cast<std::uint32_t>(leadingInt(megabytes)) << kMegabyteBits);
+    return static_cast<std::int32_t>(static_cast<std::uint32_t>(base::leadingInt(megabytes))
+                                     << kMegabyteBits);
 }
 
 unsigned long shareOfBandwidth(unsigned long bytesPerSecond, int percent) {
@@ -48,4 +49,4 @@ unsigned long shareOfBandwidth(unsigned long bytesPerSecond, int percent) {
                                       (static_cast<long double>(percent) / 100));
 }
 
-}  // namespace zelor
+}  // namespace zelor::remediation

@@ -3,7 +3,7 @@
 #include <string>
 
 /// The arithmetic of the buffer's budget and rate, on the texts that content and settings hold.
-namespace zelor {
+namespace zelor::remediation {
 
 /// A size text such as "12.5 MB", taken apart.
 struct PatchSize {
@@ -22,4 +22,4 @@ long budgetBytes(const std::string& megabytes);
 /// `percent` of `bytesPerSecond`, cut to a whole number; not below zero.
 unsigned long shareOfBandwidth(unsigned long bytesPerSecond, int percent);
 
-}  // namespace zelor
+}  // namespace zelor::remediation

@@ -41,14 +41,14 @@ std::string RemediationManager::getFileFromRepo(std::string fileName, std::strin
                                                 std::string bufferMatch, bool& usedBufferedCopy) {
     zlog::debug(" [Remediation Manager] Inside getFileFromRepo: File to download is : ", fileName);
     usedBufferedCopy = false;
-    const auto name = zelor::splitAtLastDot(fileName);
-    const std::string unsafe = name ? zelor::whyUnsafeFileName(fileName) : "it has no extension";
+    const auto name = zelor::remediation::splitAtLastDot(fileName);
+    const std::string unsafe = name ? zelor::remediation::whyUnsafeFileName(fileName) : "it has no extension";
     if (!unsafe.empty()) {
         zlog::error(" [Remediation Manager] Inside getFileFromRepo: The file name '", fileName,
                     "' is refused: ", unsafe, ". ");
         return "";
     }
-    const std::string problem = zelor::prepareFolder(contentDownloadDir);
+    const std::string problem = zelor::base::prepareFolder(contentDownloadDir);
     if (!problem.empty()) {
         zlog::error(" [Remediation Manager] Inside getFileFromRepo: The content directory '",
                     contentDownloadDir, "' is refused: ", problem);
@@ -142,7 +142,7 @@ int RemediationManager::downloadFileFromRepo(std::string stem, std::string& arch
 int RemediationManager::verifySignature(std::string filePath, std::string extension) {
     const auto verifier = std::make_unique<FileSignVerifier>();
     verifier->SetFileName(filePath);
-    verifier->SetSigFileName(zelor::signaturePath(filePath, extension));
+    verifier->SetSigFileName(zelor::remediation::signaturePath(filePath, extension));
     if (verifier->verify() != 0) return 0;
     zlog::error("[Remediation Manager] File Signature Verfication Failed! File Name is: ", filePath);
     return -1;

@@ -6,7 +6,7 @@
 
 #include "base/Strings.h"
 
-namespace zelor {
+namespace zelor::remediation {
 
 std::optional<PatchName> splitAtLastDot(const std::string& fileName) {
     const auto dot = fileName.rfind('.');
@@ -22,8 +22,8 @@ PatchName cutFourCharacters(const std::string& fileName) {
 
 std::string whyUnsafeFileName(const std::string& fileName) {
     if (fileName == "." || fileName == "..") return "it names a folder";
-    if (contains(fileName, "/")) return "it holds a path separator";
-    if (hasControlCharacter(fileName)) return "it holds a control character";
+    if (base::contains(fileName, "/")) return "it holds a path separator";
+    if (base::hasControlCharacter(fileName)) return "it holds a control character";
     return "";
 }
 
@@ -33,7 +33,7 @@ std::string signaturePath(const std::string& filePath, const std::string& extens
 
 std::string installerKind(const std::string& path) {
     for (const char* kind : {"app", "pkg", "dmg"}) {
-        if (contains(path, std::string(".") + kind)) return kind;
+        if (base::contains(path, std::string(".") + kind)) return kind;
     }
     return "";
 }
@@ -59,4 +59,4 @@ std::vector<std::pair<std::string, std::string>> containedNames(const std::set<s
     return contained;
 }
 
-}  // namespace zelor
+}  // namespace zelor::remediation

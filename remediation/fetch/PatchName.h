@@ -7,7 +7,7 @@
 #include <vector>
 
 /// Decisions on the names of patches and scripts.
-namespace zelor {
+namespace zelor::remediation {
 
 /// A file name in two at its last ".": "a.b.pkg" gives "a.b" and ".pkg".
 struct PatchName {
@@ -36,4 +36,4 @@ std::string installerKind(const std::string& path);
 /// buffered-patches list. In the order of the names.
 std::vector<std::pair<std::string, std::string>> containedNames(const std::set<std::string>& names);
 
-}  // namespace zelor
+}  // namespace zelor::remediation

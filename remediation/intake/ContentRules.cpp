@@ -5,14 +5,14 @@
 #include "base/Strings.h"
 #include "remediation/RecordAccess.h"
 
-namespace zelor {
+namespace zelor::remediation {
 
 bool isOsRemediation(const std::vector<parsedEriData>& blocks) {
     return std::any_of(blocks.begin(), blocks.end(), [](const parsedEriData& block) {
         const std::string& product = RecordAccess::productCpe(block);
-        return (hasBeginningInAnyCase(product, "cpe:/a:apple") ||
-                hasBeginningInAnyCase(product, "cpe:/o:apple")) &&
-               hasBeginningInAnyCase(RecordAccess::instructions(block), "os remediation");
+        return (base::hasBeginningInAnyCase(product, "cpe:/a:apple") ||
+                base::hasBeginningInAnyCase(product, "cpe:/o:apple")) &&
+               base::hasBeginningInAnyCase(RecordAccess::instructions(block), "os remediation");
     });
 }
 
@@ -29,7 +29,7 @@ bool countsAsApplied(const creEriParsedData& entry,
 }
 
 bool namesPatchFile(const std::string& patchId) {
-    return contains(patchId, ".");
+    return base::contains(patchId, ".");
 }
 
 bool isForThisPlatform(const parsedEriData& block) {
@@ -44,11 +44,11 @@ PatchStep patchStep(const parsedEriData& block, const std::function<bool()>& alr
 }
 
 bool usesBundleInstaller(const parsedEriData& block) {
-    return contains(lowerCased(RecordAccess::instructions(block)), "using install option");
+    return base::contains(base::lowerCased(RecordAccess::instructions(block)), "using install option");
 }
 
 bool installsVendorUpdates(const std::string& installationType) {
-    return lowerCased(installationType) != "interactive";
+    return base::lowerCased(installationType) != "interactive";
 }
 
-}  // namespace zelor
+}  // namespace zelor::remediation

@@ -8,7 +8,7 @@
 #include "remediation/parsedEriData.h"
 
 /// Decisions on remediation content that a run and a forecast of it share.
-namespace zelor {
+namespace zelor::remediation {
 
 /// True when some block updates an Apple product through the operating system.
 bool isOsRemediation(const std::vector<parsedEriData>& blocks);
@@ -43,4 +43,4 @@ bool usesBundleInstaller(const parsedEriData& block);
 /// False when the vendor's updates are left to the user by the agent's setting.
 bool installsVendorUpdates(const std::string& installationType);
 
-}  // namespace zelor
+}  // namespace zelor::remediation

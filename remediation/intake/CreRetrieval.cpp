@@ -54,17 +54,17 @@ void RemediationManager::retrieveContent(remediateMetadata& row) {
     const bool present = !metadata.getParsingFailed();
     row.setCreEriDataPresent(present);
     if (!present) return;
-    row.setOsRemediation(zelor::isOsRemediation(blocks));
+    row.setOsRemediation(zelor::remediation::isOsRemediation(blocks));
     row.setcreEriData(std::move(entry));
 }
 
 bool RemediationManager::getOsRemediationFromCre(std::vector<parsedEriData> blocks) {
-    return zelor::isOsRemediation(blocks);
+    return zelor::remediation::isOsRemediation(blocks);
 }
 
 bool RemediationManager::refContainsPatchId(std::string reference) {
-    const std::vector<std::string> tokens = zelor::splitCompressed(reference, ' ');
+    const std::vector<std::string> tokens = zelor::base::splitCompressed(reference, ' ');
     return std::any_of(tokens.begin(), tokens.end(), [](const std::string& token) {
-        return !zelor::hasBeginning(token, "CVE-") && !zelor::hasBeginning(token, "CCE-");
+        return !zelor::base::hasBeginning(token, "CVE-") && !zelor::base::hasBeginning(token, "CCE-");
     });
 }

@@ -12,7 +12,7 @@ namespace zlog = zelor::log;
 namespace {
 
 bool installsUnattended(const parsedEriData& block) {
-    const bool windowsInstaller = zelor::contains(RecordAccess::patchId(block), ".exe");
+    const bool windowsInstaller = zelor::base::contains(RecordAccess::patchId(block), ".exe");
     return !(windowsInstaller ? RecordAccess::silentModeCmd(block) : RecordAccess::operationImpact(block))
                 .empty();
 }

@@ -14,7 +14,7 @@ namespace {
 // About as many rows as there will be: blanks before an identifier are not looked for here.
 std::size_t countConfigurations(const std::map<std::string, std::string>& requests) {
     return static_cast<std::size_t>(std::count_if(requests.begin(), requests.end(), [](const auto& request) {
-        return zelor::hasBeginning(request.second, "CCE-");
+        return zelor::base::hasBeginning(request.second, "CCE-");
     }));
 }
 
@@ -50,27 +50,28 @@ void RemediationManager::parseRequest(const std::string& key, const std::string&
     const std::string trimmedKey = trimString(key);
     if (trimmedKey.empty()) return;
     const std::string id = trimString(identifier);
-    const bool configuration = zelor::isConfiguration(id);
-    zelor::RequestKey request = zelor::parseRequestKey(trimmedKey, configuration);
+    const bool configuration = zelor::remediation::isConfiguration(id);
+    zelor::remediation::RequestKey request = zelor::remediation::parseRequestKey(trimmedKey, configuration);
     if (!configuration) {
         zlog::debug(" [Remediation Manager] (parseCreEriForSupersedesTrue) PackageName is   : ",
                     request.packageName);
     }
     zlog::debug(" [Remediation Manager] (parseCreEriForSupersedesTrue) Combined cpe is : ", key);
     zlog::debug(" [Remediation Manager] (parseCreEriForSupersedesTrue) CVE or CCE is   : ", id);
-    const zelor::CpeCount count = zelor::cpeCount(request);
-    if (count == zelor::CpeCount::none) {
+    const zelor::remediation::CpeCount count = zelor::remediation::cpeCount(request);
+    if (count == zelor::remediation::CpeCount::none) {
         zlog::error(" [Remediation Manager] No CPEs given by UI for CVE/CCE :", id);
         insertRemProgressInMap(key, REM_INVALID_REQUEST);
         return;
     }
-    if (count == zelor::CpeCount::tooMany) {
+    if (count == zelor::remediation::CpeCount::tooMany) {
         zlog::error(" [Remediation Manager] More than 2 CPEs given by UI for CVE/CCE :", id,
                     "and cpes are: ", trimmedKey);
         insertRemProgressInMap(key, REM_INVALID_REQUEST);
         return;
     }
-    zelor::RequestTarget target = zelor::requestTarget(request.cpes, systemPlatformCpe, specialCases);
+    zelor::remediation::RequestTarget target =
+        zelor::remediation::requestTarget(request.cpes, systemPlatformCpe, specialCases);
     remediateMetadata row;
     row.setCombinedCpes(key);
     row.setCveOrCceId(id);

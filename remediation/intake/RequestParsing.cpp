@@ -4,7 +4,7 @@
 
 #include "base/Strings.h"
 
-namespace zelor {
+namespace zelor::remediation {
 
 std::string progressKey(const std::string& requestKey) {
     const auto at = requestKey.find("||");
@@ -13,19 +13,19 @@ std::string progressKey(const std::string& requestKey) {
 }
 
 RequestKey parseRequestKey(const std::string& trimmedKey, bool configuration) {
-    const std::vector<std::string> parts = splitInTwo(trimmedKey, "||");
+    const std::vector<std::string> parts = base::splitInTwo(trimmedKey, "||");
     RequestKey request;
     if (!configuration && parts.size() > 1) request.packageName = parts[1];
     std::string list = parts[0];
-    if (hasEnding(list, ",")) list.pop_back();
-    request.cpes = splitCompressed(list, ',');
+    if (base::hasEnding(list, ",")) list.pop_back();
+    request.cpes = base::splitCompressed(list, ',');
     const auto isEmpty = [](const std::string& cpe) { return cpe.empty(); };
     if (std::all_of(request.cpes.begin(), request.cpes.end(), isEmpty)) request.cpes.clear();
     return request;
 }
 
 bool isConfiguration(const std::string& identifier) {
-    return hasBeginning(identifier, "CCE-");
+    return base::hasBeginning(identifier, "CCE-");
 }
 
 CpeCount cpeCount(const RequestKey& request) {
@@ -37,13 +37,13 @@ RequestTarget requestTarget(const std::vector<std::string>& cpes, const std::str
                             const std::set<std::string>& specialCases) {
     RequestTarget target{defaultPlatformCpe, ""};
     for (const std::string& cpe : cpes) {
-        if (hasBeginning(cpe, "cpe:/o")) {
+        if (base::hasBeginning(cpe, "cpe:/o")) {
             (specialCases.count(cpe) != 0 ? target.productCpe : target.platformCpe) = cpe;
-        } else if (hasBeginning(cpe, "cpe:/a")) {
+        } else if (base::hasBeginning(cpe, "cpe:/a")) {
             target.productCpe = cpe;
         }
     }
     return target;
 }
 
-}  // namespace zelor
+}  // namespace zelor::remediation

@@ -5,7 +5,7 @@
 #include <vector>
 
 /// Decisions on the text of a request's key.
-namespace zelor {
+namespace zelor::remediation {
 
 /// The key under which progress is stored: "X||Y" stands under X when Y contains "oval:", else as it is.
 std::string progressKey(const std::string& requestKey);
@@ -35,4 +35,4 @@ struct RequestTarget {
 RequestTarget requestTarget(const std::vector<std::string>& cpes, const std::string& defaultPlatformCpe,
                             const std::set<std::string>& specialCases);
 
-}  // namespace zelor
+}  // namespace zelor::remediation

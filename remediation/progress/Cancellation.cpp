@@ -53,7 +53,7 @@ void RemediationManager::setAbortedRemStatusToAborted() {
     }
     if (all) {
         for (const auto& cancelled : cancelRemMap) {
-            if (progressTable->find(zelor::progressKey(cancelled.first)))
+            if (progressTable->find(zelor::remediation::progressKey(cancelled.first)))
                 insertRemProgressInMap(cancelled.first, REM_ABORTED);
         }
         return;

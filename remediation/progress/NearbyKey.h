@@ -3,7 +3,7 @@
 #include <iterator>
 #include <string>
 
-namespace zelor {
+namespace zelor::remediation {
 
 /// Looks keys up in a map where the last one was found: a run asks in the order of the keys, mostly, and then
 /// a look costs the same whatever the map's size. `forget` before other entries take the map's place.
@@ -53,4 +53,4 @@ class NearbyKey {
     bool known_ = false;
 };
 
-}  // namespace zelor
+}  // namespace zelor::remediation

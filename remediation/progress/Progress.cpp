@@ -43,12 +43,12 @@ void RemediationManager::recordProgress(const std::string& key, REM_PROGRESS pro
     const auto value = static_cast<unsigned long>(result);
     const boost::unique_lock<boost::mutex> lock(mutex);
     if (result != REM_ABORTED && hasSingleCancels && !checkAllForCancel) keysToCheckForCancel.push_back(key);
-    progressTable->store(zelor::progressKey(key), value);
+    progressTable->store(zelor::remediation::progressKey(key), value);
     const auto [first, last] = removedDuplicateEriMap.equal_range(key);
     for (auto duplicate = first; duplicate != last; ++duplicate) {
         zlog::debug(" [Remediation Manager] Mapping the result for removed duplicate ERIs. Key cpe= '", key,
                     "'. Removed cpe= '", duplicate->second, "'. Result = ", value);
-        progressTable->store(zelor::progressKey(duplicate->second), value);
+        progressTable->store(zelor::remediation::progressKey(duplicate->second), value);
     }
 }
 
@@ -102,7 +102,7 @@ void RemediationManager::setRemainingRemsStatusToFailed() {
     for (auto* rows : {&remMetadataForCVE, &remMetadataForCCE}) {
         for (const remediateMetadata& row : *rows) {
             const boost::unique_lock<boost::mutex> lock(mutex);
-            const std::string mapKey = zelor::progressKey(RecordAccess::combinedCpes(row));
+            const std::string mapKey = zelor::remediation::progressKey(RecordAccess::combinedCpes(row));
             if (!progressTable->find(mapKey)) progressTable->store(mapKey, REM_INTERNAL_FAILED);
         }
     }
@@ -121,6 +121,6 @@ void RemediationManager::setAllRemainingRemStatusToAborted() {
 
 // `mutex` is not held over both steps: the second takes it, and only the run's thread makes a value final.
 void RemediationManager::markUnlessFinal(const std::string& key, REM_PROGRESS progress) {
-    const auto known = progressTable->find(zelor::progressKey(key));
+    const auto known = progressTable->find(zelor::remediation::progressKey(key));
     if (!known || !isFinal(*known)) recordProgress(key, progress);
 }

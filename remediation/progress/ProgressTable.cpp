@@ -3,7 +3,7 @@
 #include <iterator>
 #include <utility>
 
-namespace zelor {
+namespace zelor::remediation {
 
 namespace {
 
@@ -68,4 +68,4 @@ void ProgressTable::replace(Map by) {
     writes_.clear();
 }
 
-}  // namespace zelor
+}  // namespace zelor::remediation

@@ -8,7 +8,7 @@
 
 #include "remediation/progress/NearbyKey.h"
 
-namespace zelor {
+namespace zelor::remediation {
 
 /// Guards a progress map. Polls get copies of a copy that follows the writes, so that a write waits for the
 /// first poll's copy at most, or for one after very many writes. Any thread.
@@ -46,4 +46,4 @@ class ProgressTable {
     bool stale_ = true;          ///< the copy cannot be brought up to date by `writes_`
 };
 
-}  // namespace zelor
+}  // namespace zelor::remediation

@@ -7,7 +7,7 @@
 #include "collaborators/ConfigurationManager.h"
 #include "support/TempDir.h"
 
-namespace zelor {
+namespace zelor::agent {
 namespace {
 
 using test::readFile;
@@ -160,4 +160,4 @@ TEST_F(AgentSettingsTest, CacheStoreReadsOneCpePerLine) {
 }
 
 }  // namespace
-}  // namespace zelor
+}  // namespace zelor::agent

@@ -2,7 +2,7 @@
 
 #include "agent/archive/ArchivePolicy.h"
 
-namespace zelor {
+namespace zelor::agent {
 namespace {
 
 TEST(ArchivePolicy, NamesStayBelowTheDestination) {
@@ -82,4 +82,4 @@ TEST(ArchivePolicy, TheTightestRuleBoundsTheUnpackedSize) {
 }
 
 }  // namespace
-}  // namespace zelor
+}  // namespace zelor::agent

@@ -4,7 +4,7 @@
 #include "agent/content/ContentDocument.h"
 #include "remediation/RecordAccess.h"
 
-namespace zelor {
+namespace zelor::agent {
 namespace {
 
 using testing::HasSubstr;
@@ -131,4 +131,4 @@ TEST(ContentDocumentTest, IdentifiersAreSafeNames) {
 }
 
 }  // namespace
-}  // namespace zelor
+}  // namespace zelor::agent

@@ -9,7 +9,7 @@
 #include "support/RepositoryServer.h"
 #include "support/SigningKey.h"
 
-namespace zelor {
+namespace zelor::agent {
 namespace {
 
 using testing::ElementsAre;
@@ -208,4 +208,4 @@ TEST(ContentCacheTest, WhatWasNotUsedForLongestGoesFirst) {
 }
 
 }  // namespace
-}  // namespace zelor
+}  // namespace zelor::agent

@@ -11,7 +11,7 @@
 #include "platform/Log.h"
 #include "support/TempDir.h"
 
-namespace zelor {
+namespace zelor::agent {
 namespace {
 
 using log4cpp::Priority;
@@ -144,4 +144,4 @@ TEST_F(LoggerTest, LinesOfSeveralThreadsStayWhole) {
 }
 
 }  // namespace
-}  // namespace zelor
+}  // namespace zelor::agent

@@ -15,7 +15,7 @@
 #include "support/RawServer.h"
 #include "support/RepositoryServer.h"
 
-namespace zelor {
+namespace zelor::agent {
 namespace {
 
 using std::chrono::milliseconds;
@@ -62,19 +62,20 @@ struct PatchDownloadTest : testing::Test {
     std::string logText() { return readFile(root / "var/log/zelor/remediation.log"); }
 
     /// The first request gets that fault, the later ones none.
-    void firstMeets(const ServerFault& fault) {
-        server.onRequest(
-            [=](const ServerRequest&, int number) { return number == 0 ? fault : ServerFault(); });
+    void firstMeets(const authoring::ServerFault& fault) {
+        server.onRequest([=](const authoring::ServerRequest&, int number) {
+            return number == 0 ? fault : authoring::ServerFault();
+        });
     }
-    static ServerFault dropAfter(std::uint64_t sent) {
-        ServerFault fault;
+    static authoring::ServerFault dropAfter(std::uint64_t sent) {
+        authoring::ServerFault fault;
         fault.dropAfter = sent;
         return fault;
     }
     /// Leaves the first `sent` bytes behind as a partial file.
     void leavePartial(std::uint64_t sent) {
         const int attempts = std::exchange(policy.retry.attempts, 1);
-        server.onRequest([=](const ServerRequest&, int) { return dropAfter(sent); });
+        server.onRequest([=](const authoring::ServerRequest&, int) { return dropAfter(sent); });
         ASSERT_EQ(run(), DownloadResult::failed);
         ASSERT_TRUE(readFile(partial()) == bytes.substr(0, sent));
         policy.retry.attempts = attempts;
@@ -102,7 +103,7 @@ TEST_F(PatchDownloadTest, ACompleteArchiveIsMovedIntoPlaceForThisUserAlone) {
 
 TEST_F(PatchDownloadTest, StatusesThatMayPassAreTriedAgain) {
     for (const int status : {408, 429, 500, 502, 503}) {
-        ServerFault fault;
+        authoring::ServerFault fault;
         fault.status = status;
         fault.headers = {{"Retry-After", status == 429 ? "3600" : "Sun, 06 Nov 1994 08:49:37 GMT"}};
         firstMeets(fault);
@@ -140,7 +141,7 @@ TEST_F(PatchDownloadTest, ADroppedTransferGoesOnWhereItStopped) {
 }
 
 TEST_F(PatchDownloadTest, ProgressBuysMoreAttemptsThanStandingStill) {
-    server.onRequest([](const ServerRequest&, int) { return dropAfter(20'000); });
+    server.onRequest([](const authoring::ServerRequest&, int) { return dropAfter(20'000); });
     EXPECT_EQ(run(), DownloadResult::done);
     EXPECT_EQ(server.takeLog().size(), 15U);
     EXPECT_TRUE(arrived());
@@ -150,9 +151,9 @@ TEST_F(PatchDownloadTest, ATransferThatCannotBeResumedIsNotBegunWithoutEnd) {
     const std::string file = server.path("patches/editor 2.1.zip");
     boost::filesystem::last_write_time(file,
                                        std::time(nullptr) + 3600);  // too young to tell two versions apart
-    ServerFault weak = dropAfter(20'000);
+    authoring::ServerFault weak = dropAfter(20'000);
     weak.etag = "W/\"v1\"";
-    server.onRequest([=](const ServerRequest&, int) { return weak; });
+    server.onRequest([=](const authoring::ServerRequest&, int) { return weak; });
     EXPECT_EQ(run(), DownloadResult::failed);
     const auto log = server.takeLog();
     EXPECT_EQ(log.size(), 5U);
@@ -187,7 +188,7 @@ TEST_F(PatchDownloadTest, ACompletePartialFileIsConfirmedWithItsLastByte) {
 TEST_F(PatchDownloadTest, APartThatCannotBelongToTheseBytesIsFetchedFromItsStart) {
     struct Case {
         const char* what;
-        ServerFault fault;
+        authoring::ServerFault fault;
     };
     std::vector<Case> cases(4);
     cases[0].what = "range not satisfiable";
@@ -214,18 +215,18 @@ TEST_F(PatchDownloadTest, APartThatCannotBelongToTheseBytesIsFetchedFromItsStart
 }
 
 TEST_F(PatchDownloadTest, ABodyShorterThanAnnouncedIsNoArchive) {
-    ServerFault longer;
+    authoring::ServerFault longer;
     longer.announcedLength = bytes.size() + 5;
-    server.onRequest([=](const ServerRequest&, int) { return longer; });
+    server.onRequest([=](const authoring::ServerRequest&, int) { return longer; });
     policy.retry.attempts = 3;
     EXPECT_EQ(run(), DownloadResult::failed);
     EXPECT_FALSE(boost::filesystem::exists(archive()));
 }
 
 TEST_F(PatchDownloadTest, AnAnswerWithoutALengthEndsWithItsLastChunk) {
-    ServerFault chunked;
+    authoring::ServerFault chunked;
     chunked.withoutLength = true;
-    server.onRequest([=](const ServerRequest&, int) { return chunked; });
+    server.onRequest([=](const authoring::ServerRequest&, int) { return chunked; });
     EXPECT_EQ(run(), DownloadResult::done);
     EXPECT_TRUE(arrived());
 
@@ -257,7 +258,7 @@ TEST_F(PatchDownloadTest, HeadersNeitherGoOnForEverNorReachAnEarlierAnswer) {
 }
 
 TEST_F(PatchDownloadTest, AStalledTransferIsGivenUpAndResumed) {
-    ServerFault stall;
+    authoring::ServerFault stall;
     stall.stallAfter = 50'000;
     firstMeets(stall);
     policy.limits.stallTime = milliseconds(200);
@@ -268,7 +269,7 @@ TEST_F(PatchDownloadTest, AStalledTransferIsGivenUpAndResumed) {
 TEST_F(PatchDownloadTest, RedirectsLeadToWebServersOnlyAndNotForever) {
     test::RepositoryServer other;
     other.publish("elsewhere.zip", bytes);
-    ServerFault moved;
+    authoring::ServerFault moved;
     moved.status = 302;
     moved.headers = {{"Location", other.url() + "/elsewhere.zip"}};
     firstMeets(moved);
@@ -291,15 +292,16 @@ TEST_F(PatchDownloadTest, RedirectsLeadToWebServersOnlyAndNotForever) {
 }
 
 TEST_F(PatchDownloadTest, InterruptionStopsAStalledTransferAndAPauseAndKeepsThePartialFile) {
-    ServerFault stall;
+    authoring::ServerFault stall;
     stall.stallAfter = 50'000;
-    ServerFault later;
+    authoring::ServerFault later;
     later.status = 503;
     later.headers = {{"Retry-After", "3000"}};
     policy.retry.longestPause = std::chrono::hours(1);
-    for (const ServerFault& second : {stall, later}) {
-        server.onRequest(
-            [=](const ServerRequest&, int number) { return number == 0 ? dropAfter(40'000) : second; });
+    for (const authoring::ServerFault& second : {stall, later}) {
+        server.onRequest([=](const authoring::ServerRequest&, int number) {
+            return number == 0 ? dropAfter(40'000) : second;
+        });
         DownloadResult result = DownloadResult::done;
         boost::thread thread([&] { result = run(); });
         std::size_t requests = 0;
@@ -319,7 +321,7 @@ TEST_F(PatchDownloadTest, AFullDiskIsSeenBeforeTheFirstByte) {
     EXPECT_THAT(logText(), HasSubstr("needs 300000 free bytes and has 299999; make room there"));
     EXPECT_TRUE(boost::filesystem::is_empty(root / "opt/partial"));
 
-    ServerFault endless;
+    authoring::ServerFault endless;
     endless.withoutLength = true;
     firstMeets(endless);
     policy.freeBytes = [this](const std::string&) {
@@ -425,4 +427,4 @@ TEST(DownloadDecisionsTest, OnlyAValidatorOfOneVersionBindsAResumption) {
 }
 
 }  // namespace
-}  // namespace zelor
+}  // namespace zelor::agent

@@ -6,48 +6,48 @@
 #include "authoring/serve/StaticServer.h"
 #include "support/RepositoryServer.h"
 
-namespace zelor {
+namespace zelor::agent {
 namespace {
 
 TEST(HttpConditionsTest, RangesAndConditionsSelectTheBytes) {
-    const FileVersion file{100, 784111777, "\"v1\""};
+    const authoring::FileVersion file{100, 784111777, "\"v1\""};
     const std::string date = "Sun, 06 Nov 1994 08:49:37 GMT";
     const std::string older = "Sun, 06 Nov 1994 08:49:36 GMT";
     struct Case {
-        RequestConditions asked;
-        Selection selection;
+        authoring::RequestConditions asked;
+        authoring::Selection selection;
         std::uint64_t offset;
         std::uint64_t length;
     };
     const Case cases[] = {
-        {{"", "", "", ""}, Selection::whole, 0, 100},
-        {{"bytes=0-9", "", "", ""}, Selection::part, 0, 10},
-        {{"bytes=90-", "", "", ""}, Selection::part, 90, 10},
-        {{"bytes=90-500", "", "", ""}, Selection::part, 90, 10},
-        {{"bytes=-30", "", "", ""}, Selection::part, 70, 30},
-        {{"bytes=-300", "", "", ""}, Selection::part, 0, 100},
-        {{"bytes=-0", "", "", ""}, Selection::unsatisfiable, 0, 0},
-        {{"bytes=100-", "", "", ""}, Selection::unsatisfiable, 0, 0},
-        {{"bytes=9-0", "", "", ""}, Selection::whole, 0, 100},
-        {{"bytes=-", "", "", ""}, Selection::whole, 0, 100},
-        {{"bytes=0-1,3-4", "", "", ""}, Selection::whole, 0, 100},
-        {{"bytes=99999999999999999999-", "", "", ""}, Selection::whole, 0, 100},
-        {{"lines=0-9", "", "", ""}, Selection::whole, 0, 100},
-        {{"bytes=5-9", "\"v1\"", "", ""}, Selection::part, 5, 5},
-        {{"bytes=5-9", date, "", ""}, Selection::part, 5, 5},
-        {{"bytes=5-9", "\"v2\"", "", ""}, Selection::whole, 0, 100},
-        {{"bytes=5-9", "W/\"v1\"", "", ""}, Selection::whole, 0, 100},
-        {{"bytes=5-9", older, "", ""}, Selection::whole, 0, 100},
-        {{"", "", "\"v1\"", ""}, Selection::notModified, 0, 0},
-        {{"", "", "\"v0\", W/\"v1\"", ""}, Selection::notModified, 0, 0},
-        {{"", "", "*", ""}, Selection::notModified, 0, 0},
-        {{"", "", "\"v0\"", date}, Selection::whole, 0, 100},
-        {{"", "", "", date}, Selection::notModified, 0, 0},
-        {{"", "", "", older}, Selection::whole, 0, 100},
-        {{"", "", "", "yesterday"}, Selection::whole, 0, 100},
+        {{"", "", "", ""}, authoring::Selection::whole, 0, 100},
+        {{"bytes=0-9", "", "", ""}, authoring::Selection::part, 0, 10},
+        {{"bytes=90-", "", "", ""}, authoring::Selection::part, 90, 10},
+        {{"bytes=90-500", "", "", ""}, authoring::Selection::part, 90, 10},
+        {{"bytes=-30", "", "", ""}, authoring::Selection::part, 70, 30},
+        {{"bytes=-300", "", "", ""}, authoring::Selection::part, 0, 100},
+        {{"bytes=-0", "", "", ""}, authoring::Selection::unsatisfiable, 0, 0},
+        {{"bytes=100-", "", "", ""}, authoring::Selection::unsatisfiable, 0, 0},
+        {{"bytes=9-0", "", "", ""}, authoring::Selection::whole, 0, 100},
+        {{"bytes=-", "", "", ""}, authoring::Selection::whole, 0, 100},
+        {{"bytes=0-1,3-4", "", "", ""}, authoring::Selection::whole, 0, 100},
+        {{"bytes=99999999999999999999-", "", "", ""}, authoring::Selection::whole, 0, 100},
+        {{"lines=0-9", "", "", ""}, authoring::Selection::whole, 0, 100},
+        {{"bytes=5-9", "\"v1\"", "", ""}, authoring::Selection::part, 5, 5},
+        {{"bytes=5-9", date, "", ""}, authoring::Selection::part, 5, 5},
+        {{"bytes=5-9", "\"v2\"", "", ""}, authoring::Selection::whole, 0, 100},
+        {{"bytes=5-9", "W/\"v1\"", "", ""}, authoring::Selection::whole, 0, 100},
+        {{"bytes=5-9", older, "", ""}, authoring::Selection::whole, 0, 100},
+        {{"", "", "\"v1\"", ""}, authoring::Selection::notModified, 0, 0},
+        {{"", "", "\"v0\", W/\"v1\"", ""}, authoring::Selection::notModified, 0, 0},
+        {{"", "", "*", ""}, authoring::Selection::notModified, 0, 0},
+        {{"", "", "\"v0\"", date}, authoring::Selection::whole, 0, 100},
+        {{"", "", "", date}, authoring::Selection::notModified, 0, 0},
+        {{"", "", "", older}, authoring::Selection::whole, 0, 100},
+        {{"", "", "", "yesterday"}, authoring::Selection::whole, 0, 100},
     };
     for (const Case& one : cases) {
-        const Answer answer = selectAnswer(one.asked, file);
+        const authoring::Answer answer = authoring::selectAnswer(one.asked, file);
         const std::string what = one.asked.range + one.asked.ifRange + one.asked.ifNoneMatch;
         EXPECT_EQ(answer.selection, one.selection) << what;
         EXPECT_EQ(answer.offset, one.offset) << what;
@@ -90,4 +90,4 @@ TEST_F(StaticServerTest, NothingOutsideTheFolderIsServed) {
 }
 
 }  // namespace
-}  // namespace zelor
+}  // namespace zelor::agent

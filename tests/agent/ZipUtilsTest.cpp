@@ -8,7 +8,7 @@
 #include "support/ArchiveBuilder.h"
 #include "support/TempDir.h"
 
-namespace zelor {
+namespace zelor::agent {
 namespace {
 
 namespace fs = boost::filesystem;
@@ -219,4 +219,4 @@ TEST_F(ZipUtilsTest, KeepsToTheLimits) {
 }
 
 }  // namespace
-}  // namespace zelor
+}  // namespace zelor::agent

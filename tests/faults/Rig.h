@@ -49,7 +49,7 @@ class Rig {
 
     void mac(std::vector<std::string> words) {
         words.insert(words.begin(), ZELOR_REHEARSAL_PROGRAM);
-        const CommandResult result = runCommand(words, true, std::chrono::seconds(0));
+        const base::CommandResult result = base::runCommand(words, true, std::chrono::seconds(0));
         ASSERT_EQ(result.status, 0) << result.output;
     }
 
@@ -80,7 +80,7 @@ class Rig {
         add(before);
         add({ZELOR_REMEDIATE_PROGRAM, command, road.dir / "requests.json", "--root", root, "--tools", tools,
              "--json", "-"});
-        const CommandResult result = runCommand(words, false, std::chrono::seconds(300));
+        const base::CommandResult result = base::runCommand(words, false, std::chrono::seconds(300));
         Ended ended;
         ended.inTime = result.started && !result.timedOut;
         ended.status = result.status;
@@ -159,7 +159,7 @@ class Rig {
         }
         archive.link("Notes-.app/Notes/Current", "Contents");
         boost::filesystem::create_symlink("Contents", bundle + "/Notes/Current");
-        archive.file("Notes-.sig", road.key.sign(bundleManifest(bundle)));
+        archive.file("Notes-.sig", road.key.sign(agent::bundleManifest(bundle)));
         road.addContent("CVE-2", "Notes-.app");
         road.addArchive("Notes-", archive.finish());
         effects_["ERI-CVE-2"] = road.dir / "Applications/Notes/z.txt";

@@ -8,7 +8,7 @@
 #include "base/Files.h"
 #include "tests/faults/Rig.h"
 
-using zelor::ServerFault;
+using zelor::authoring::ServerFault;
 using zelor::test::Ended;
 using zelor::test::readFile;
 using zelor::test::Rig;
@@ -184,7 +184,7 @@ TEST_F(World, FoldersThatAreNotThere) {
 TEST_F(World, TwoAtOnce) {
     const std::string place = rig.road.dir / "var/zelor/unzip";
     for (const char* command : {"run", "buffer"}) {
-        const zelor::UniqueFd held = zelor::openFile(place, O_RDONLY | O_DIRECTORY);
+        const zelor::base::UniqueFd held = zelor::base::openFile(place, O_RDONLY | O_DIRECTORY);
         ASSERT_EQ(::flock(held.get(), LOCK_EX | LOCK_NB), 0);
         const Ended second = rig.run(command);
         EXPECT_EQ(second.exit(), 2) << second.told;
@@ -199,8 +199,8 @@ TEST_F(World, TwoAtOnce) {
     rig.reset();
     fs::rename(place, rig.road.dir / "var/zelor/elsewhere");
     fs::create_directory_symlink("elsewhere", place);
-    const zelor::UniqueFd held =
-        zelor::openFile(rig.road.dir / "var/zelor/elsewhere", O_RDONLY | O_DIRECTORY);
+    const zelor::base::UniqueFd held =
+        zelor::base::openFile(rig.road.dir / "var/zelor/elsewhere", O_RDONLY | O_DIRECTORY);
     ASSERT_EQ(::flock(held.get(), LOCK_EX | LOCK_NB), 0);
     EXPECT_EQ(rig.run("run").exit(), 2);
 }

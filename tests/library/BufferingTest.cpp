@@ -34,20 +34,20 @@ TEST(PatchSizes, AreReadAsPublished) {
         {"3000 MB", 3145728000L},
     };
     for (const auto& row : rows)
-        EXPECT_EQ(zelor::parsePatchSize(row.text).bytes, row.bytes) << row.text;
-    EXPECT_EQ(zelor::parsePatchSize("12.5 MB").number, "12.5 ");
-    EXPECT_EQ(zelor::parsePatchSize("12.5 MB").unit, "mb");
+        EXPECT_EQ(zelor::remediation::parsePatchSize(row.text).bytes, row.bytes) << row.text;
+    EXPECT_EQ(zelor::remediation::parsePatchSize("12.5 MB").number, "12.5 ");
+    EXPECT_EQ(zelor::remediation::parsePatchSize("12.5 MB").unit, "mb");
 }
 
 TEST(Budgets, WrapAtTwoGigabytes) {
-    EXPECT_EQ(zelor::budgetBytes("100"), 104857600);
-    EXPECT_EQ(zelor::budgetBytes("2047"), 2146435072);
-    EXPECT_EQ(zelor::budgetBytes("2048"), -2147483648L);
-    EXPECT_EQ(zelor::budgetBytes("4096"), 0);
-    EXPECT_EQ(zelor::budgetBytes("none"), 0);
-    EXPECT_EQ(zelor::shareOfBandwidth(1000001, 25), 250000U);
-    EXPECT_EQ(zelor::shareOfBandwidth(1000, -5), 0U);
-    EXPECT_EQ(zelor::shareOfBandwidth(333, 100), 333U);
+    EXPECT_EQ(zelor::remediation::budgetBytes("100"), 104857600);
+    EXPECT_EQ(zelor::remediation::budgetBytes("2047"), 2146435072);
+    EXPECT_EQ(zelor::remediation::budgetBytes("2048"), -2147483648L);
+    EXPECT_EQ(zelor::remediation::budgetBytes("4096"), 0);
+    EXPECT_EQ(zelor::remediation::budgetBytes("none"), 0);
+    EXPECT_EQ(zelor::remediation::shareOfBandwidth(1000001, 25), 250000U);
+    EXPECT_EQ(zelor::remediation::shareOfBandwidth(1000, -5), 0U);
+    EXPECT_EQ(zelor::remediation::shareOfBandwidth(333, 100), 333U);
 }
 
 class Buffering : public testing::Test {

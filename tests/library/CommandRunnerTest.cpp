@@ -8,12 +8,13 @@
 
 #include "base/CommandRunner.h"
 #include "base/OutputBuffer.h"
+#include "platform/ShellCommand.h"
 #include "platform/macos/MacPatchManager.h"
 #include "tests/library/FakeAgent.h"
 
-using zelor::CommandResult;
-using zelor::OutputBuffer;
-using zelor::runCommand;
+using zelor::base::CommandResult;
+using zelor::base::OutputBuffer;
+using zelor::base::runCommand;
 
 namespace {
 
@@ -75,7 +76,7 @@ TEST(CommandRunner, DoesNotWaitForDescendantsThatKeepTheOutput) {
 TEST(CommandRunner, KeepsHeadAndTailOfAFlood) {
     const CommandResult flood = shell("echo head; head -c 20000000 /dev/zero; echo; echo tail");
     EXPECT_EQ(flood.outputSize, 20000011U);
-    EXPECT_LT(flood.output.size(), zelor::kOutputBound + 100);
+    EXPECT_LT(flood.output.size(), zelor::base::kOutputBound + 100);
     EXPECT_EQ(flood.output.substr(0, 5), "head\n");
     EXPECT_EQ(flood.output.substr(flood.output.size() - 5), "tail\n");
     EXPECT_NE(flood.output.find("bytes left out]"), std::string::npos);
@@ -113,11 +114,11 @@ TEST(CommandLimit, ComesFromTheIniAndIsToldWhenItCuts) {
                 {"[Limits]\nCommandMinutes = 99999999999\n", 0}};
     for (const auto& row : rows) {
         zelor::test::writeFile(agent.dir / "etc/zelor/zelor.ini", row.ini);
-        EXPECT_EQ(zelor::commandLimit(), std::chrono::minutes(row.minutes)) << row.ini;
+        EXPECT_EQ(zelor::platform::commandLimit(), std::chrono::minutes(row.minutes)) << row.ini;
     }
     CommandResult cut;
     cut.timedOut = true;
-    zelor::logCommandTrouble("installer -pkg x", cut);
+    zelor::platform::logCommandTrouble("installer -pkg x", cut);
     EXPECT_EQ(agent.countLogged("Stopped at the limit of [Limits] CommandMinutes: installer -pkg x"), 1);
 }
 

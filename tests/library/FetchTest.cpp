@@ -97,7 +97,8 @@ TEST(BufferedLines, Match) {
         {"foo.pkg=AB", "foo.pkg", "ab", false}, {"foo.pk=01", "foo.pkg", "01", false},
     };
     for (const auto& row : rows) {
-        EXPECT_EQ(zelor::bufferedLineMatches(row.line, row.name, row.md5), row.matches) << row.line;
+        EXPECT_EQ(zelor::remediation::bufferedLineMatches(row.line, row.name, row.md5), row.matches)
+            << row.line;
     }
 }
 

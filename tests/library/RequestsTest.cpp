@@ -7,8 +7,8 @@
 #include "remediation/intake/RequestParsing.h"
 #include "tests/library/FakeAgent.h"
 
-using zelor::parseRequestKey;
-using zelor::progressKey;
+using zelor::remediation::parseRequestKey;
+using zelor::remediation::progressKey;
 
 namespace {
 

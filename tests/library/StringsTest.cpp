@@ -74,29 +74,29 @@ TEST_F(Strings, ReferencesThatNameMoreThanIdentifiers) {
 }
 
 TEST(PatchNames, AreCutAndRefused) {
-    EXPECT_EQ(zelor::splitAtLastDot("a.b.c.pkg")->stem, "a.b.c");
-    EXPECT_EQ(zelor::splitAtLastDot("a.b.c.pkg")->extension, ".pkg");
-    EXPECT_FALSE(zelor::splitAtLastDot("noextension"));
-    EXPECT_EQ(zelor::cutFourCharacters("tool.sh").stem, "too");
-    EXPECT_EQ(zelor::cutFourCharacters("sh").stem, "sh");
+    EXPECT_EQ(zelor::remediation::splitAtLastDot("a.b.c.pkg")->stem, "a.b.c");
+    EXPECT_EQ(zelor::remediation::splitAtLastDot("a.b.c.pkg")->extension, ".pkg");
+    EXPECT_FALSE(zelor::remediation::splitAtLastDot("noextension"));
+    EXPECT_EQ(zelor::remediation::cutFourCharacters("tool.sh").stem, "too");
+    EXPECT_EQ(zelor::remediation::cutFourCharacters("sh").stem, "sh");
     for (const char* name : {"../x.sh", "a/b.sh", ".", "..", "a\nb.sh", "a\x7f.sh"}) {
-        EXPECT_NE(zelor::whyUnsafeFileName(name), "") << name;
+        EXPECT_NE(zelor::remediation::whyUnsafeFileName(name), "") << name;
     }
-    EXPECT_EQ(zelor::whyUnsafeFileName("Editor 2.1 (final).pkg"), "");
-    EXPECT_EQ(zelor::signaturePath("/d.pkg/foo.pkg", ".pkg"), "/d.sig/foo.sig");
-    EXPECT_EQ(zelor::installerKind("/c/foo.app.pkg"), "app");
-    EXPECT_EQ(zelor::installerKind("/c/foo.pkg"), "pkg");
-    EXPECT_EQ(zelor::installerKind("/c/foo.dmg"), "dmg");
-    EXPECT_EQ(zelor::installerKind("/c/foo.sh"), "");
+    EXPECT_EQ(zelor::remediation::whyUnsafeFileName("Editor 2.1 (final).pkg"), "");
+    EXPECT_EQ(zelor::remediation::signaturePath("/d.pkg/foo.pkg", ".pkg"), "/d.sig/foo.sig");
+    EXPECT_EQ(zelor::remediation::installerKind("/c/foo.app.pkg"), "app");
+    EXPECT_EQ(zelor::remediation::installerKind("/c/foo.pkg"), "pkg");
+    EXPECT_EQ(zelor::remediation::installerKind("/c/foo.dmg"), "dmg");
+    EXPECT_EQ(zelor::remediation::installerKind("/c/foo.sh"), "");
 }
 
 TEST(ShellText, KeepsOrdinaryWordsAndHoldsHostileOnes) {
-    EXPECT_EQ(zelor::shellWord("/var/zelor/mountpoint"), "/var/zelor/mountpoint");
-    EXPECT_EQ(zelor::shellWord("/My Mac/mountpoint"), "'/My Mac/mountpoint'");
-    EXPECT_EQ(zelor::shellWord("$(id)"), "'$(id)'");
-    EXPECT_EQ(zelor::shellWord(""), "''");
-    EXPECT_EQ(zelor::insideSingleQuotes("it's"), "it'\\''s");
-    EXPECT_EQ(zelor::insideSingleQuotes("Safari (10.1)"), "Safari (10.1)");
+    EXPECT_EQ(zelor::base::shellWord("/var/zelor/mountpoint"), "/var/zelor/mountpoint");
+    EXPECT_EQ(zelor::base::shellWord("/My Mac/mountpoint"), "'/My Mac/mountpoint'");
+    EXPECT_EQ(zelor::base::shellWord("$(id)"), "'$(id)'");
+    EXPECT_EQ(zelor::base::shellWord(""), "''");
+    EXPECT_EQ(zelor::base::insideSingleQuotes("it's"), "it'\\''s");
+    EXPECT_EQ(zelor::base::insideSingleQuotes("Safari (10.1)"), "Safari (10.1)");
 }
 
 }  // namespace

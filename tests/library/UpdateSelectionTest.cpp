@@ -8,9 +8,9 @@
 #include "platform/macos/UpdateSelection.h"
 #include "tests/library/FakeAgent.h"
 
-using zelor::candidateLabel;
-using zelor::selectUpdates;
-using zelor::starredLines;
+using zelor::platform::candidateLabel;
+using zelor::platform::selectUpdates;
+using zelor::platform::starredLines;
 
 namespace {
 
@@ -40,7 +40,7 @@ const char* const kCatalina =
 // The labels that would be installed, in order.
 std::vector<std::string> labels(const std::string& listing, const std::string& name,
                                 const std::string& version) {
-    return zelor::labelsToInstall(
+    return zelor::platform::labelsToInstall(
         selectUpdates(starredLines(listing, 1999), name, [&version] { return version; }));
 }
 

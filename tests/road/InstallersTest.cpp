@@ -31,7 +31,7 @@ class Installers : public testing::Test {
     /// The rehearsal Mac's own program.
     void mac(std::vector<std::string> words) {
         words.insert(words.begin(), ZELOR_REHEARSAL_PROGRAM);
-        const auto result = zelor::runCommand(words, true, std::chrono::seconds(0));
+        const auto result = zelor::base::runCommand(words, true, std::chrono::seconds(0));
         ASSERT_EQ(result.status, 0) << result.output;
     }
     void fault(const std::string& subject, const std::string& name, const std::string& outcome) {
@@ -73,8 +73,8 @@ TEST_F(Installers, PackagesByOutcome) {
 
 TEST_F(Installers, AHangingInstallerIsCutOffAtTheLimit) {
     fault("--package", "com.example.editor", "hang");
-    const auto cut = zelor::runCommand({"/bin/sh", "-c", "installer -pkg '" + package + "' -target / 2>&1"},
-                                       false, std::chrono::seconds(1));
+    const auto cut = zelor::base::runCommand(
+        {"/bin/sh", "-c", "installer -pkg '" + package + "' -target / 2>&1"}, false, std::chrono::seconds(1));
     EXPECT_TRUE(cut.timedOut);
     EXPECT_EQ(cut.output.find("successful"), std::string::npos);
 }

@@ -31,11 +31,13 @@ class Road {
         for (const char* folder : {"opt", "var/zelor/unzip", "var/zelor/buffer", "Applications"}) {
             boost::filesystem::create_directories(dir.path() / folder);
         }
-        StaticServerOptions options;
+        authoring::StaticServerOptions options;
         options.folder = dir / "repo";
-        options.fault = [this](const ServerRequest& request) { return faultFor(request); };
-        options.answered = [this](const ServerRequest& request, int status) { note(request, status); };
-        server_ = std::make_unique<StaticServer>(std::move(options));
+        options.fault = [this](const authoring::ServerRequest& request) { return faultFor(request); };
+        options.answered = [this](const authoring::ServerRequest& request, int status) {
+            note(request, status);
+        };
+        server_ = std::make_unique<authoring::StaticServer>(std::move(options));
         writeFile(dir / "etc/zelor/zelor.ini",
                   "[Repository]\nUrl = " + server_->url() +
                       "\nTrustedKey = /etc/zelor/repository.pem\n[Buffer]\nSpeedPercent = "
@@ -71,7 +73,7 @@ class Road {
 
     /// A whole run on a manager of its own; without a content directory, in one that it makes.
     Map run(const std::map<std::string, std::string>& requests, const std::string& contentDir = "") {
-        startNewRun();
+        agent::startNewRun();
         RemediationManager manager(dir / "opt");
         manager.setContentDownloadDir(contentDir.empty() ? dir / "content" : contentDir);
         manager.setovalIdMap(requests);
@@ -86,7 +88,7 @@ class Road {
     std::string record() const { return readFile(dir / "var/log/zelor/ZelorInstalledPatches.txt"); }
 
     /// The faults of the next requests for paths that contain the text, first come first served.
-    void addFault(const std::string& path, const ServerFault& fault) {
+    void addFault(const std::string& path, const authoring::ServerFault& fault) {
         const std::lock_guard<std::mutex> lock(mutex_);
         faults_[path].push_back(fault);
     }
@@ -111,17 +113,17 @@ class Road {
     SigningKey key = SigningKey::ec();
 
   private:
-    ServerFault faultFor(const ServerRequest& request) {
+    authoring::ServerFault faultFor(const authoring::ServerRequest& request) {
         const std::lock_guard<std::mutex> lock(mutex_);
         for (auto& [path, queue] : faults_) {
             if (request.path.find(path) == std::string::npos || queue.empty()) continue;
-            const ServerFault fault = queue.front();
+            const authoring::ServerFault fault = queue.front();
             queue.erase(queue.begin());
             return fault;
         }
         return {};
     }
-    void note(const ServerRequest& request, int status) {
+    void note(const authoring::ServerRequest& request, int status) {
         const std::lock_guard<std::mutex> lock(mutex_);
         answers_.push_back(request.method + " " + request.path + " " + std::to_string(status) +
                            (request.range.empty() ? "" : " range " + request.range) +
@@ -129,9 +131,9 @@ class Road {
     }
 
     mutable std::mutex mutex_;
-    std::map<std::string, std::vector<ServerFault>> faults_;
+    std::map<std::string, std::vector<authoring::ServerFault>> faults_;
     std::vector<std::string> answers_;
-    std::unique_ptr<StaticServer> server_;
+    std::unique_ptr<authoring::StaticServer> server_;
     std::string oldRoot_;
 };
 

@@ -6,7 +6,7 @@
 
 #include "tests/road/Road.h"
 
-using zelor::ServerFault;
+using zelor::authoring::ServerFault;
 using zelor::test::ArchiveBuilder;
 using zelor::test::Road;
 

@@ -143,7 +143,7 @@ class TrustMatrix : public testing::Test {
 
     static void mac(std::vector<std::string> words) {
         words.insert(words.begin(), ZELOR_REHEARSAL_PROGRAM);
-        const auto result = zelor::runCommand(words, true, std::chrono::seconds(0));
+        const auto result = zelor::base::runCommand(words, true, std::chrono::seconds(0));
         ASSERT_EQ(result.status, 0) << result.output;
     }
     Payload package(const std::string& name) {
@@ -170,7 +170,7 @@ class TrustMatrix : public testing::Test {
         }
         for (const char* name : {"", "/Contents", "/Contents/MacOS"})
             chmod((folder + name).c_str(), 0755);
-        return zelor::bundleManifest(folder);
+        return zelor::agent::bundleManifest(folder);
     }
 
     static void add(ArchiveBuilder& zip, const std::string& name, const Payload& payload, mode_t mode) {

@@ -20,7 +20,7 @@
 
 #include "tests/faults/Rig.h"
 
-using zelor::ServerFault;
+using zelor::authoring::ServerFault;
 using zelor::test::Rig;
 
 namespace {
@@ -167,7 +167,7 @@ class Soak {
     }
 
     void run() {
-        zelor::startNewRun();
+        zelor::agent::startNewRun();
         RemediationManager manager(rig_.road.dir / "opt/zelor");
         manager.setContentDownloadDir(rig_.road.dir / "content");
         manager.setFirstRemediationAfterScan(random() % 2 == 0);

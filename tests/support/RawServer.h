@@ -33,7 +33,7 @@ class RawServer {
     }
     ~RawServer() {
         stopping_ = true;
-        const UniqueFd wake(socket(AF_INET, SOCK_STREAM, 0));
+        const base::UniqueFd wake(socket(AF_INET, SOCK_STREAM, 0));
         (void)connect(wake.get(), any(), sizeof address_);
         thread_.join();
     }
@@ -51,7 +51,7 @@ class RawServer {
 
     void serve() {
         for (;;) {
-            const UniqueFd peer(accept(listener_.get(), nullptr, nullptr));
+            const base::UniqueFd peer(accept(listener_.get(), nullptr, nullptr));
             if (stopping_) return;
             std::string asked;
             char piece[4096];
@@ -59,7 +59,7 @@ class RawServer {
                 got = read(peer.get(), piece, sizeof piece);
                 if (got > 0) asked.append(piece, static_cast<std::size_t>(got));
             }
-            (void)writeAll(peer.get(), next());
+            (void)base::writeAll(peer.get(), next());
         }
     }
     std::string next() {
@@ -70,7 +70,7 @@ class RawServer {
         return answer;
     }
 
-    UniqueFd listener_{socket(AF_INET, SOCK_STREAM, 0)};
+    base::UniqueFd listener_{socket(AF_INET, SOCK_STREAM, 0)};
     sockaddr_in address_{};
     std::mutex mutex_;
     std::deque<std::string> answers_;

@@ -15,11 +15,11 @@ namespace zelor::test {
 class RepositoryServer {
   public:
     struct Line {
-        ServerRequest request;
+        authoring::ServerRequest request;
         int status = 0;
     };
 
-    RepositoryServer() : server_(std::make_unique<StaticServer>(options())) {}
+    RepositoryServer() : server_(std::make_unique<authoring::StaticServer>(options())) {}
 
     std::string url() const { return server_->url(); }
     void stop() { server_.reset(); }
@@ -28,14 +28,14 @@ class RepositoryServer {
     void withdraw(const std::string& path) { boost::filesystem::remove(folder_ / path); }
 
     /// Sets what becomes of each later request; `number` counts them from 0.
-    void onRequest(std::function<ServerFault(const ServerRequest&, int number)> fault) {
+    void onRequest(std::function<authoring::ServerFault(const authoring::ServerRequest&, int number)> fault) {
         const std::lock_guard<std::mutex> lock(mutex_);
         fault_ = std::move(fault);
         number_ = 0;
     }
-    void answerAll(int status, HttpHeaders headers = {}) {
-        onRequest([=](const ServerRequest&, int) {
-            ServerFault fault;
+    void answerAll(int status, authoring::HttpHeaders headers = {}) {
+        onRequest([=](const authoring::ServerRequest&, int) {
+            authoring::ServerFault fault;
             fault.status = status;
             fault.headers = headers;
             return fault;
@@ -50,14 +50,14 @@ class RepositoryServer {
     }
 
   private:
-    StaticServerOptions options() {
-        StaticServerOptions options;
+    authoring::StaticServerOptions options() {
+        authoring::StaticServerOptions options;
         options.folder = folder_.path().string();
-        options.fault = [this](const ServerRequest& request) {
+        options.fault = [this](const authoring::ServerRequest& request) {
             const std::lock_guard<std::mutex> lock(mutex_);
-            return fault_ ? fault_(request, number_++) : ServerFault();
+            return fault_ ? fault_(request, number_++) : authoring::ServerFault();
         };
-        options.answered = [this](const ServerRequest& request, int status) {
+        options.answered = [this](const authoring::ServerRequest& request, int status) {
             const std::lock_guard<std::mutex> lock(mutex_);
             log_.push_back({request, status});
         };
@@ -66,10 +66,10 @@ class RepositoryServer {
 
     TempDir folder_;
     std::mutex mutex_;
-    std::function<ServerFault(const ServerRequest&, int)> fault_;
+    std::function<authoring::ServerFault(const authoring::ServerRequest&, int)> fault_;
     int number_ = 0;
     std::vector<Line> log_;
-    std::unique_ptr<StaticServer> server_;  ///< last: its threads use the rest
+    std::unique_ptr<authoring::StaticServer> server_;  ///< last: its threads use the rest
 };
 
 }  // namespace zelor::test

@@ -10,7 +10,7 @@
 #include "support/ArchiveBuilder.h"
 #include "tools/AuthoringFixture.h"
 
-namespace zelor {
+namespace zelor::authoring {
 namespace {
 
 namespace fs = boost::filesystem;
@@ -300,4 +300,4 @@ TEST(SizeCheckTest, AllowsTheArchiveTheFileAndRounding) {
 }
 
 }  // namespace
-}  // namespace zelor
+}  // namespace zelor::authoring

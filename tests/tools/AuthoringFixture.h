@@ -29,7 +29,7 @@ inline ToolRun contentTool(const std::vector<std::string>& arguments) {
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
     ToolRun run;
-    run.status = runContentTool(arguments);
+    run.status = authoring::runContentTool(arguments);
     run.out = testing::internal::GetCapturedStdout();
     run.err = testing::internal::GetCapturedStderr();
     return run;

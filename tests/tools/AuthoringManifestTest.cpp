@@ -1,7 +1,7 @@
 #include "authoring/manifest/Manifest.h"
 #include "tools/AuthoringFixture.h"
 
-namespace zelor {
+namespace zelor::authoring {
 namespace {
 
 using test::ToolRun;
@@ -111,4 +111,4 @@ TEST_F(ManifestTest, BothSpellingsOfTheListAreRead) {
 }
 
 }  // namespace
-}  // namespace zelor
+}  // namespace zelor::authoring

@@ -19,7 +19,7 @@
 #include "remediation/buffer/PatchSize.h"
 #include "tools/AuthoringFixture.h"
 
-namespace zelor {
+namespace zelor::authoring {
 namespace {
 
 namespace fs = boost::filesystem;
@@ -56,10 +56,10 @@ TEST_F(PublishTest, AgentsReadContentAndPatchesAsTheManifestSays) {
     EXPECT_EQ(run.err, "");
     const auto entry = [&](const std::string& identifier) {
         const std::string file = repository + "/content/" + identifier + ".xml";
-        EXPECT_TRUE(verifyPath(file, file + ".sig", publicKey).good);
-        return ContentDocument::parse(readFile(file), identifier);
+        EXPECT_TRUE(agent::verifyPath(file, file + ".sig", publicKey).good);
+        return agent::ContentDocument::parse(readFile(file), identifier);
     };
-    const ContentDocument script = entry("CCE-1"), two = entry("CVE-1"), os = entry("CVE-3");
+    const agent::ContentDocument script = entry("CCE-1"), two = entry("CVE-1"), os = entry("CVE-3");
     creEriParsedData cre = *script.find("cpe:/o:apple:mac_os_x", "cpe:/a:any:thing");
     parsedEriData eri = cre.getParsedEriDataBlocks().at(0);
     EXPECT_EQ(cre.getCreId(), "CRE-CCE-1");
@@ -85,15 +85,15 @@ TEST_F(PublishTest, ArchivesUnpackToTheSignedSource) {
     ASSERT_EQ(publish().status, 0);
     const std::string out = dir / "unpacked";
     for (const char* stem : {"lock", "editor-2.1", "image", "Bundle"})
-        ArchiveExtractor().extract(repository + "/patches/" + stem + ".zip", out);
+        agent::ArchiveExtractor().extract(repository + "/patches/" + stem + ".zip", out);
     for (const char* name : {"lock.bsh", "editor-2.1.pkg", "image.dmg", "Bundle.app"}) {
         SCOPED_TRACE(name);
         const std::string signature = fs::path(name).stem().string() + ".sig";
-        EXPECT_TRUE(verifyPath(out + '/' + name, out + '/' + signature, publicKey).good);
+        EXPECT_TRUE(agent::verifyPath(out + '/' + name, out + '/' + signature, publicKey).good);
         EXPECT_EQ(readFile(out + '/' + signature), readFile(repository + "/patches/" + signature));
     }
     EXPECT_EQ(readFile(out + "/editor-2.1.pkg"), readFile(source + "/editor-2.1.pkg"));
-    EXPECT_EQ(bundleManifest(out + "/Bundle.app"), bundleManifest(source + "/Bundle.app"));
+    EXPECT_EQ(agent::bundleManifest(out + "/Bundle.app"), agent::bundleManifest(source + "/Bundle.app"));
     EXPECT_EQ(fs::last_write_time(out + "/lock.bsh"), fs::last_write_time(source + "/lock.bsh"));
 }
 
@@ -104,8 +104,8 @@ TEST_F(PublishTest, EveryOccurrenceOfTheExtensionGivesWayToTheSignature) {
             R"([{"identifier": "CVE-1", "product": "cpe:/a:x", "file": "a.pkg", "patchId": "a.pkg.b.pkg"}])")
             .status,
         0);
-    ArchiveExtractor().extract(repository + "/patches/a.pkg.b.zip", dir / "out");
-    EXPECT_TRUE(verifyPath(dir / "out/a.pkg.b.pkg", dir / "out/a.sig.b.sig", publicKey).good);
+    agent::ArchiveExtractor().extract(repository + "/patches/a.pkg.b.zip", dir / "out");
+    EXPECT_TRUE(agent::verifyPath(dir / "out/a.pkg.b.pkg", dir / "out/a.sig.b.sig", publicKey).good);
 }
 
 TEST_F(PublishTest, OnlyWhatChangedIsWritten) {
@@ -272,8 +272,8 @@ TEST_F(PublishTest, KilledAtAnyMomentItShowsNothingHalfDone) {
     EXPECT_EQ(check().out, "22 entries, 2 patches: 0 errors, 0 warnings\n");
 }
 
-std::string readBelow(const UniqueFd& folder, const char* name) {
-    const UniqueFd file(::openat(folder.get(), name, O_RDONLY | O_CLOEXEC));
+std::string readBelow(const base::UniqueFd& folder, const char* name) {
+    const base::UniqueFd file(::openat(folder.get(), name, O_RDONLY | O_CLOEXEC));
     std::string text(4096, '\0');
     const ssize_t got = ::read(file.get(), text.data(), text.size());
     text.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
@@ -287,13 +287,13 @@ TEST_F(PublishTest, ReadersNeverSeeContentWithoutItsSignature) {
     std::thread reader([&] {
         while (!done) {
             // The folder is opened once: both files come from one state of it.
-            const UniqueFd folder = openFile(repository + "/content", O_RDONLY | O_DIRECTORY);
+            const base::UniqueFd folder = base::openFile(repository + "/content", O_RDONLY | O_DIRECTORY);
             const std::string text = readBelow(folder, "CVE-3.xml");
             const std::string signature = readBelow(folder, "CVE-3.xml.sig");
             torn += folder.valid() ? 0 : 1;
             // A folder that was exchanged while it was open is emptied.
             if (!text.empty() && !signature.empty()) {
-                torn += verifyBytes(text, signature, publicKey).good ? 0 : 1;
+                torn += agent::verifyBytes(text, signature, publicKey).good ? 0 : 1;
                 ++looks;
             }
         }
@@ -333,7 +333,7 @@ TEST_F(PublishTest, AFailureLeavesWhatStoodThere) {
 
 TEST_F(PublishTest, OnePublicationAtATime) {
     ASSERT_EQ(publish().status, 0);
-    const UniqueFd lock = openFile(repository + "/.zelor-content.lock", O_RDWR);
+    const base::UniqueFd lock = base::openFile(repository + "/.zelor-content.lock", O_RDWR);
     ASSERT_EQ(::flock(lock.get(), LOCK_EX), 0);
     const ToolRun run = publish();
     EXPECT_EQ(run.status, 2);
@@ -368,7 +368,7 @@ TEST_F(PublishTest, SignaturesAreThoseOfTheOpensslCommand) {
         EXPECT_EQ(shell(verify + "content/CVE-1.xml.sig repository/content/CVE-1.xml"), 0);
         EXPECT_EQ(shell(verify + "patches/image.sig source/image.dmg"), 0);
         EXPECT_NE(shell(verify + "patches/image.sig source/lock.bsh"), 0);
-        writeFile(dir / "manifest", bundleManifest(source + "/Bundle.app"));
+        writeFile(dir / "manifest", agent::bundleManifest(source + "/Bundle.app"));
         EXPECT_EQ(shell(verify + "patches/Bundle.sig manifest"), 0);
         EXPECT_EQ(shell("openssl pkey -in keys/repository.key -pubout | cmp - keys/repository.pem"), 0);
         EXPECT_EQ(shell("grep \"md5=.$(openssl dgst -md5 -r source/image.dmg | cut -c1-32)\" "
@@ -392,7 +392,7 @@ TEST(SizeTextTest, AgentsReadEverySizeAtLeastAsLargeAndHardlyLarger) {
     }
     for (const std::uint64_t bytes : sizes) {
         const std::string text = sizeText(bytes);
-        const auto read = static_cast<std::uint64_t>(parsePatchSize(text).bytes);
+        const auto read = static_cast<std::uint64_t>(remediation::parsePatchSize(text).bytes);
         EXPECT_GE(read, bytes) << text;
         EXPECT_LE(read, bytes + (bytes < 1048576 ? 1024U : 104858U)) << text;
         EXPECT_EQ(whySizeMisleads(text), "") << text;
@@ -412,4 +412,4 @@ TEST(SizeTextTest, TellsWhatMisleads) {
 }
 
 }  // namespace
-}  // namespace zelor
+}  // namespace zelor::authoring

@@ -6,7 +6,7 @@
 #include "authoring/rehearse/RehearsalReport.h"
 #include "tools/AuthoringFixture.h"
 
-namespace zelor {
+namespace zelor::authoring {
 namespace {
 
 namespace fs = boost::filesystem;
@@ -178,4 +178,4 @@ TEST(RehearsalReportTest, TellsChangesUpToALimit) {
 }
 
 }  // namespace
-}  // namespace zelor
+}  // namespace zelor::authoring

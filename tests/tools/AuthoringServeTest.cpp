@@ -2,7 +2,7 @@
 
 #include "tools/AuthoringFixture.h"
 
-namespace zelor {
+namespace zelor::authoring {
 namespace {
 
 using test::readFile;
@@ -62,4 +62,4 @@ TEST_F(ServeTest, RehearsalScriptsTouchARehearsalMacOnly) {
 }
 
 }  // namespace
-}  // namespace zelor
+}  // namespace zelor::authoring

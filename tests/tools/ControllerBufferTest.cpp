@@ -15,8 +15,8 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 
 TEST(ControllerBufferTrail, FollowsTheJobByItsLines) {
-    using Kind = PatchOutcome::Kind;
-    BufferTrail trail;
+    using Kind = controller::PatchOutcome::Kind;
+    controller::BufferTrail trail;
     const auto debug = [&](const std::string& line) { trail.take(false, line); };
     const std::string job = "[Remediation Manager] (downloadPatchForBuffering) ";
     debug(job + "Patch 'it's.pkg' will be buffered at 10 bytes/second");
@@ -36,7 +36,7 @@ TEST(ControllerBufferTrail, FollowsTheJobByItsLines) {
     debug(job + "Patch 'g.pkg' will be buffered at 10 bytes/second");
     trail.end("cancelled");
     std::vector<std::string> all;
-    for (const PatchOutcome& outcome : trail.outcomes())
+    for (const controller::PatchOutcome& outcome : trail.outcomes())
         all.push_back(outcome.patch + ' ' + std::to_string(static_cast<int>(outcome.kind)) + ' ' +
                       outcome.reason);
     const auto line = [](const std::string& patch, Kind kind, const std::string& reason) {
@@ -84,7 +84,7 @@ TEST_F(ControllerTest, ASignalStopsADownloadIntoTheBuffer) {
     road.addContent("CCE-1", "big.pkg");
     const std::string bytes(200000, 'b');
     road.addArchive("big", bytes);
-    ServerFault stall;
+    authoring::ServerFault stall;
     stall.stallAfter = 100000;
     road.addFault("patches/big.zip", stall);
     std::atomic<bool> over{false};

@@ -25,7 +25,7 @@ inline ControllerRun controller(const std::vector<std::string>& arguments) {
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
     ControllerRun run;
-    run.status = runController(arguments);
+    run.status = controller::runController(arguments);
     run.out = testing::internal::GetCapturedStdout();
     run.err = testing::internal::GetCapturedStderr();
     return run;

@@ -6,7 +6,7 @@
 #include "controller/live/LiveProgress.h"
 #include "controller/live/RateMeter.h"
 
-namespace zelor {
+namespace zelor::controller {
 namespace {
 
 using testing::ElementsAre;
@@ -116,7 +116,8 @@ struct ControllerLiveModel : testing::Test {
         const auto changes = table.apply(progress);
         model.changed(table, changes, time);
     }
-    std::vector<std::string> shown(double time, std::size_t rows = 9, const DownloadSnapshot& download = {}) {
+    std::vector<std::string> shown(double time, std::size_t rows = 9,
+                                   const agent::DownloadSnapshot& download = {}) {
         std::vector<std::string> all;
         const LiveView view = model.view(table, time, rows, download);
         for (const LiveRow& row : view.rows)
@@ -153,7 +154,7 @@ TEST_F(ControllerLiveModel, SettlesWhatHasComeToRest) {
 TEST_F(ControllerLiveModel, ShowsTheDownloadWithTheRequestThatWaitsForIt) {
     step(0, "a||A", 3);
     step(0, "b||B", 1);
-    DownloadSnapshot download{true, "b.zip", 100, 1000, {}};
+    agent::DownloadSnapshot download{true, "b.zip", 100, 1000, {}};
     model.view(table, 0, 9, download);
     download.bytesDone = 600;
     const LiveView view = model.view(table, 1, 9, download);
@@ -168,4 +169,4 @@ TEST_F(ControllerLiveModel, ShowsTheDownloadWithTheRequestThatWaitsForIt) {
 }
 
 }  // namespace
-}  // namespace zelor
+}  // namespace zelor::controller

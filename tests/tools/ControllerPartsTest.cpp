@@ -16,7 +16,7 @@
 #include "controller/run/RunLog.h"
 #include "tests/support/TempDir.h"
 
-namespace zelor {
+namespace zelor::controller {
 namespace {
 
 using testing::AllOf;
@@ -36,7 +36,7 @@ TEST(ControllerSetup, MakesWhatIsMissingOnTheSystemWhereNobodyElseCanReplaceIt) 
     const test::TempDir dir;
     setSystemRoot(dir.path().string());
     Place place;
-    place.settings = AgentSettings::load(dir / "etc/zelor/zelor.ini");
+    place.settings = agent::AgentSettings::load(dir / "etc/zelor/zelor.ini");
     place.installPath = dir / "opt/zelor";
     prepareFolders(place, false);
     for (const char* made : {"opt/zelor", "var/log/zelor", "var/zelor/unzip", "var/zelor/buffer"}) {
@@ -237,4 +237,4 @@ TEST(ControllerRunLog, FindsTheReasonsOfFailures) {
 }
 
 }  // namespace
-}  // namespace zelor
+}  // namespace zelor::controller

@@ -151,7 +151,7 @@ parsedEriData block(const std::string& eri, const std::string& patch, const std:
 }
 
 struct PlanDecisions : testing::Test {
-    PlanFacts facts;
+    controller::PlanFacts facts;
     std::map<std::string, std::vector<parsedEriData>> contents;
     std::set<std::string> record;
     std::vector<std::string> listing;
@@ -178,10 +178,10 @@ struct PlanDecisions : testing::Test {
         facts.productVersion = [this] { return version; };
         facts.signatureProblem = [](const std::string&, const std::string&) { return ""; };
     }
-    PlannedRequest only(const std::string& key, const std::string& identifier) {
-        return makePlan({{key, identifier}}, facts).requests.at(0);
+    controller::PlannedRequest only(const std::string& key, const std::string& identifier) {
+        return controller::makePlan({{key, identifier}}, facts).requests.at(0);
     }
-    std::string warnings(const PlannedRequest& request) {
+    std::string warnings(const controller::PlannedRequest& request) {
         std::string all;
         for (const std::string& warning : request.warnings)
             all += warning + '\n';
@@ -195,7 +195,7 @@ TEST_F(PlanDecisions, ForeseeUpdatesOfTheSystem) {
         std::vector<std::string> listing;
         std::string name, version;
         std::vector<std::string> labels;
-        ProgressValue expected;
+        controller::ProgressValue expected;
         std::string warning;
     } rows[] = {
         {{" * OSXUpd-1\n", " * Safari9-9\n"}, "Apple Mac OS X", "10.10.5", {"OSXUpd-1"}, 4, ""},
@@ -223,17 +223,18 @@ TEST_F(PlanDecisions, ForeseeUpdatesOfTheSystem) {
     for (const auto& row : rows) {
         listing = row.listing;
         version = row.version;
-        const PlannedRequest request = only("cpe:/o:x||" + row.name, "CVE-1");
+        const controller::PlannedRequest request = only("cpe:/o:x||" + row.name, "CVE-1");
         EXPECT_EQ(request.labels, row.labels);
         EXPECT_EQ(request.expected, row.expected) << row.name << row.version;
         EXPECT_THAT(warnings(request),
                     row.warning.empty() ? IsEmpty() : testing::Matcher<std::string>(HasSubstr(row.warning)));
     }
     facts.vendorInstallation = "Interactive";
-    EXPECT_EQ(only("cpe:/o:x||Safari", "CVE-1").action, PlanAction::nothing);
+    EXPECT_EQ(only("cpe:/o:x||Safari", "CVE-1").action, controller::PlanAction::nothing);
     facts.vendorInstallation = "silent";
     listing = {" * Safari9-9\n"};
-    const Plan twice = makePlan({{"cpe:/o:a||Safari", "CVE-1"}, {"cpe:/o:b||Safari", "CVE-1"}}, facts);
+    const controller::Plan twice =
+        controller::makePlan({{"cpe:/o:a||Safari", "CVE-1"}, {"cpe:/o:b||Safari", "CVE-1"}}, facts);
     EXPECT_EQ(twice.requests.at(0).labels.size(), 1U);
     EXPECT_EQ(twice.requests.at(1).expected, 5U) << "the first request installs it";
 }
@@ -245,21 +246,21 @@ TEST_F(PlanDecisions, TellWhatSurprises) {
                 {"CCE-4", {block("E4", "set.sh")}},
                 {"CVE-5", {block("E5", "../up.pkg")}},
                 {"CVE-6", {block("E6", "plain.pkg")}}};
-    const Plan plan = makePlan({{"cpe:/a:1", "CVE-1"},
-                                {"cpe:/a:2", "CVE-2"},
-                                {"cpe:/a:3", "CVE-3"},
-                                {"cpe:/a:4", "CCE-4"},
-                                {"cpe:/a:5", "CVE-5"},
-                                {"cpe:/a:6||oval:1", "CVE-6"},
-                                {"cpe:/a:6||oval:2", "CVE-6"}},
-                               facts);
+    const controller::Plan plan = controller::makePlan({{"cpe:/a:1", "CVE-1"},
+                                                        {"cpe:/a:2", "CVE-2"},
+                                                        {"cpe:/a:3", "CVE-3"},
+                                                        {"cpe:/a:4", "CCE-4"},
+                                                        {"cpe:/a:5", "CVE-5"},
+                                                        {"cpe:/a:6||oval:1", "CVE-6"},
+                                                        {"cpe:/a:6||oval:2", "CVE-6"}},
+                                                       facts);
     const std::map<std::string, std::string> told = {
         {"cpe:/a:1", "\"foo.pkg\" is part of the name \"barfoo.pkg\""},
         {"cpe:/a:2", "\"foo.pkg\" is part of the name \"barfoo.pkg\""},
         {"cpe:/a:3", "installed as .app"},
         {"cpe:/a:4", "never found in the buffer"},
         {"cpe:/a:6||oval:1", "reported under \"cpe:/a:6\" together with 1 other"}};
-    for (const PlannedRequest& request : plan.requests) {
+    for (const controller::PlannedRequest& request : plan.requests) {
         const auto expected = told.find(request.key);
         if (expected != told.end()) {
             EXPECT_THAT(warnings(request), HasSubstr(expected->second));
@@ -278,7 +279,7 @@ TEST_F(PlanDecisions, WarnOfImagesThatReadSuccessUninstalled) {
     EXPECT_THAT(
         warnings(only("cpe:/a:1", "CVE-1")),
         AllOf(HasSubstr("cannot be attached"), Not(HasSubstr(refusedCommand)), Not(HasSubstr("/m "))));
-    PlannedRequest run = only("cpe:/a:2", "CVE-2");
+    controller::PlannedRequest run = only("cpe:/a:2", "CVE-2");
     EXPECT_THAT(warnings(run), HasSubstr(refusedCommand));
     EXPECT_THAT(run.steps.at(0).note, HasSubstr("a bundle is left alone"));
     RecordAccess::silentModeCmd(contents["CVE-2"][0]) = "Contents/MacOS/setup -q";
@@ -293,7 +294,7 @@ TEST_F(PlanDecisions, KeepAccountOfTheBuffer) {
     contents = {{"CVE-1", {block("E1", "foo.pkg")}}, {"CVE-2", {block("E2", "barfoo.pkg")}}};
     facts.bufferedList = "foo.pkg=00\nbarfoo.pkg=00\n";
     facts.bufferFiles = {{"foo.zip", 10}, {"barfoo.zip", 20}};
-    const Plan plan = makePlan({{"cpe:/a:1", "CVE-1"}, {"cpe:/a:2", "CVE-2"}}, facts);
+    const controller::Plan plan = controller::makePlan({{"cpe:/a:1", "CVE-1"}, {"cpe:/a:2", "CVE-2"}}, facts);
     EXPECT_TRUE(plan.requests.at(0).steps.at(0).file->buffered);
     EXPECT_FALSE(plan.requests.at(1).steps.at(0).file->buffered) << "installing foo.pkg drops its line";
     facts.bufferedList = "foo.pkg=11\n";

@@ -53,49 +53,50 @@ TEST_F(ControllerTest, WritesAReport) {
 
 TEST(ReportPage, StaysLegibleForManyRequests) {
     for (const std::size_t size :
-         {std::size_t{1}, std::size_t{300}, std::size_t{10000}, reportTableRows + 5}) {
-        RequestMap requests;
+         {std::size_t{1}, std::size_t{300}, std::size_t{10000}, controller::reportTableRows + 5}) {
+        controller::RequestMap requests;
         for (std::size_t i = 0; i < size; ++i)
             requests.emplace("cpe:/a:" + std::to_string(i), "CVE-1");
-        const ResultTable table(requests);
-        RunTimeline timeline;
+        const controller::ResultTable table(requests);
+        controller::RunTimeline timeline;
         for (std::size_t i = 0; i < size; ++i) {
             timeline.changed(table, {{i, 1}}, 0.001 * static_cast<double>(i));
             timeline.changed(table, {{i, i % 9 == 0 ? 5UL : 4UL}}, 0.001 * static_cast<double>(i + 1));
         }
-        RunReport report{table,
-                         timeline.spans(size),
-                         {true, false, false},
-                         true,
-                         {},
-                         20,
-                         "<host>",
-                         "log",
-                         [](const Result&) { return std::string(); },
-                         [](const Result&) { return std::string(); }};
+        controller::RunReport report{table,
+                                     timeline.spans(size),
+                                     {true, false, false},
+                                     true,
+                                     {},
+                                     20,
+                                     "<host>",
+                                     "log",
+                                     [](const controller::Result&) { return std::string(); },
+                                     [](const controller::Result&) { return std::string(); }};
         std::ostringstream page;
-        writeReportPage(page, report);
+        controller::writeReportPage(page, report);
         Elements elements;
         pugi::xml_document document = parsed(page.str());
         document.traverse(elements);
-        EXPECT_EQ(elements.count["g"], static_cast<int>(std::min(size, reportTimelineRows)));
-        EXPECT_EQ(elements.count["tr"], static_cast<int>(std::min(size, reportTableRows)) + 1);
-        EXPECT_EQ(elements.count["polygon"], size > reportTimelineRows ? 3 : 0);
-        EXPECT_EQ(page.str().find("most telling") != std::string::npos, size > reportTimelineRows);
-        EXPECT_EQ(page.str().find("The table has") != std::string::npos, size > reportTableRows);
+        EXPECT_EQ(elements.count["g"], static_cast<int>(std::min(size, controller::reportTimelineRows)));
+        EXPECT_EQ(elements.count["tr"], static_cast<int>(std::min(size, controller::reportTableRows)) + 1);
+        EXPECT_EQ(elements.count["polygon"], size > controller::reportTimelineRows ? 3 : 0);
+        EXPECT_EQ(page.str().find("most telling") != std::string::npos,
+                  size > controller::reportTimelineRows);
+        EXPECT_EQ(page.str().find("The table has") != std::string::npos, size > controller::reportTableRows);
         EXPECT_THAT(page.str(), HasSubstr("Cancelled by a signal"));
     }
 }
 
 TEST(ReportPage, MarksTimeInRoundSteps) {
     for (const double seconds : {0.0, 0.0004, 0.4, 1.0, 59.0, 3600.0, 1e7}) {
-        const std::vector<double> times = axisTimes(seconds, 8);
+        const std::vector<double> times = controller::axisTimes(seconds, 8);
         EXPECT_GE(times.size(), 1U);
         EXPECT_LE(times.size(), 8U);
         EXPECT_LE(times.back(), seconds);
     }
-    EXPECT_EQ(axisTimes(0.4, 8), (std::vector<double>{0, 0.1, 0.1 * 2, 0.1 * 3, 0.1 * 4}));
-    EXPECT_EQ(htmlText("a<b\n'&'\t"), "a&lt;b\n&#39;&amp;&#39;?");
+    EXPECT_EQ(controller::axisTimes(0.4, 8), (std::vector<double>{0, 0.1, 0.1 * 2, 0.1 * 3, 0.1 * 4}));
+    EXPECT_EQ(controller::htmlText("a<b\n'&'\t"), "a&lt;b\n&#39;&amp;&#39;?");
 }
 
 }  // namespace

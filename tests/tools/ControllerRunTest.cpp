@@ -117,7 +117,7 @@ TEST_F(ControllerTest, RefusesWhatCannotWorkAndChangesNothing) {
 }
 
 TEST_F(ControllerTest, WorksAloneAtItsPlace) {
-    const UniqueFd other = openFile(road.dir / "var/zelor/unzip", O_RDONLY | O_DIRECTORY);
+    const base::UniqueFd other = base::openFile(road.dir / "var/zelor/unzip", O_RDONLY | O_DIRECTORY);
     ASSERT_EQ(::flock(other.get(), LOCK_EX | LOCK_NB), 0);
     const ControllerRun run = on("run", {{"cpe:/o:x", "CCE-1"}});
     EXPECT_EQ(run.status, 2);

@@ -160,7 +160,7 @@ TEST_F(RehearsalPackage, KeepsHostilePayloadsInsideTheRoot) {
         }
         rehearsal::PackageInfo info;
         info.id = "com.example.hostile";
-        ArchiveWriter writer(ArchiveWriter::Kind::xar, package);
+        rehearsal::ArchiveWriter writer(rehearsal::ArchiveWriter::Kind::xar, package);
         writer.addText("PackageInfo", rehearsal::packageInfoXml(info, 1, 1));
         writer.addFile("Payload", archive);
         writer.commit();
@@ -217,15 +217,15 @@ TEST(RehearsalPackageText, ReadsDescriptions) {
          {"", "<pkg-info", "<pkg-info/>", "<pkg-info identifier='a' install-location='/a/../..'/>",
           "<pkg-info identifier='a'><scripts><preinstall file='../x'/></scripts></pkg-info>",
           "<pkg-info identifier='a'><scripts><postinstall file='..'/></scripts></pkg-info>"})
-        EXPECT_THROW(parsePackageInfo(bad), std::runtime_error) << bad;
-    EXPECT_EQ(parsePackageInfo("<pkg-info identifier='a'/>").installLocation, "/");
-    const auto product = parseDistribution(
+        EXPECT_THROW(rehearsal::parsePackageInfo(bad), std::runtime_error) << bad;
+    EXPECT_EQ(rehearsal::parsePackageInfo("<pkg-info identifier='a'/>").installLocation, "/");
+    const auto product = rehearsal::parseDistribution(
         "<installer-gui-script><title>Two</title><pkg-ref id='b'/><pkg-ref id='a' "
         "onConclusion='RequireRestart'/>"
         "<pkg-ref id='b'> #b.pkg\n</pkg-ref><pkg-ref id='a'>a.pkg</pkg-ref></installer-gui-script>");
     EXPECT_THAT(product.components, testing::ElementsAre("b.pkg", "a.pkg"));
     EXPECT_TRUE(product.restart);
-    EXPECT_THROW(parseDistribution("<other/>"), std::runtime_error);
+    EXPECT_THROW(rehearsal::parseDistribution("<other/>"), std::runtime_error);
 }
 
 }  // namespace
