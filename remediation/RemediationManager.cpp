@@ -85,8 +85,11 @@ bool RemediationManager::getScanNeeded() {
 }
 
 bool RemediationManager::getAllRemFailed() {
-    if (anyRemSucceeded) allRemFailed = false;
-    return allRemFailed;
+    // In this order: a success between the two reads came after a moment in which all had failed.
+    const bool failed = allRemFailed;
+    if (!anyRemSucceeded) return failed;
+    allRemFailed = false;
+    return false;
 }
 
 std::string RemediationManager::getDefaultPlatformCpe() {

@@ -109,6 +109,11 @@ struct RemediationManagerPeer {
         return manager.removedDuplicateEriMap;
     }
     template <class Manager>
+    static void setFlags(Manager& manager, bool failed, bool succeeded) {
+        manager.anyRemSucceeded = succeeded;
+        manager.allRemFailed = failed;
+    }
+    template <class Manager>
     static bool firstAfterScan(Manager& manager) {
         return manager.firstRemediationAfterScan;
     }

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <stdexcept>
 #include <thread>
 
@@ -120,6 +122,32 @@ TEST_F(RunDriver, OneSuccessOutweighsFailures) {
     failing.setovalIdMap({{"cpe:/o:y||", "CCE-404"}});
     failing.concertedRemediationStart();
     EXPECT_TRUE(failing.getAllRemFailed());
+}
+
+// A success is recorded, then a failure: from then on no read may say that all failed.
+TEST_F(RunDriver, ASuccessIsSeenByEveryReadOfTheFlags) {
+    std::atomic<bool> stop{false};
+    std::atomic<int> turn{0};
+    std::thread writer([&] {
+        for (int round = 1; !stop; ++round) {
+            RemediationManagerPeer::setFlags(manager, false, false);
+            turn = round;
+            RemediationManagerPeer::setFlags(manager, true, true);
+            while (!stop && turn == round)
+                std::this_thread::yield();
+        }
+    });
+    int wrong = 0;
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(500);
+    for (int seen = 0; std::chrono::steady_clock::now() < end; turn = -seen) {
+        while ((seen = turn) <= 0)
+            std::this_thread::yield();
+        for (int i = 0; i < 20; ++i)
+            wrong += manager.getAllRemFailed() ? 1 : 0;
+    }
+    stop = true;
+    writer.join();
+    EXPECT_EQ(wrong, 0);
 }
 
 }  // namespace
