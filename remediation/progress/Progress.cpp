@@ -56,9 +56,11 @@ void RemediationManager::evaluateCollectiveResult(std::string key, REM_PROGRESS 
                                                   REM_PROGRESS* result) {
     const auto counted = collectiveCounts.find(key);
     const std::size_t count = counted == collectiveCounts.end() ? 0 : counted->second;
-    *store = true;
-    *result = progress;
-    if (count < 2) return;
+    if (count < 2) {
+        *store = true;
+        *result = progress;
+        return;
+    }
     zlog::debug(" [Remediation Manager] Inside evaluateCollectiveResult: Multiple (", count,
                 ") remediations needed for cpe= ", key);
     collectiveResultMap.emplace(key, progress);
@@ -70,6 +72,7 @@ void RemediationManager::evaluateCollectiveResult(std::string key, REM_PROGRESS 
     const bool failed = std::any_of(first, last, [](const auto& partial) {
         return isFailure(static_cast<unsigned long>(partial.second));
     });
+    *store = true;
     *result = failed ? REM_FAILED : REM_SUCCESS;
     zlog::debug(
         " [Remediation Manager] Inside evaluateCollectiveResult: Evaluated collective result for cpe= ", key,

@@ -61,6 +61,19 @@ TEST_F(ProgressMap, HoldsResultsOfOneCpeBackUntilAllReported) {
         "cpe= cpe-1 as (5=FAILED, 4=SUCCESS) = 5"));
 }
 
+TEST_F(ProgressMap, LeavesTheResultAloneWhenNothingIsToBeStored) {
+    addRow("two");
+    addRow("two");
+    bool store = true;
+    auto result = RemediationManager::REM_INSTALLING;
+    manager.evaluateCollectiveResult("two", RemediationManager::REM_FAILED, &store, &result);
+    EXPECT_FALSE(store);
+    EXPECT_EQ(result, RemediationManager::REM_INSTALLING);
+    manager.evaluateCollectiveResult("two", RemediationManager::REM_SUCCESS, &store, &result);
+    EXPECT_TRUE(store);
+    EXPECT_EQ(result, RemediationManager::REM_FAILED);
+}
+
 TEST_F(ProgressMap, StoresEverythingElseAtOnce) {
     addRow("two");
     addRow("two");
