@@ -158,15 +158,15 @@ Requests tenthOf(int count) {
     return cancelled;
 }
 
-Work prepareCancelledRun(int count) {
+Work prepareCancelledRun(int count, const Requests& cancelled) {
     const std::shared_ptr<RemediationManager> manager = ground().manager(requestsFor(count));
-    manager->setCancelRemMap(tenthOf(count));
+    manager->setCancelRemMap(cancelled);
     return [manager] { manager->concertedRemediationStart(); };
 }
 
 /// Every CPE needs several remediations; results come in, then each mass setter has its turn.
 Work prepareCollective(int count, const Requests& cancelled) {
-    const std::shared_ptr<RemediationManager> manager = ground().manager({});
+    const std::shared_ptr<RemediationManager> manager = ground().manager(requestsFor(count));
     auto keys = std::make_shared<std::vector<std::string>>();
     for (int i = 0; i < count; ++i) {
         remediateMetadata row;
@@ -226,9 +226,11 @@ const std::map<std::string, Prepare>& works() {
     static const std::map<std::string, Prepare> all = {
         {"records", prepareRecords},
         {"run", prepareRun},
-        {"run_tenth_cancelled", prepareCancelledRun},
+        {"run_tenth_cancelled", [](int count) { return prepareCancelledRun(count, tenthOf(count)); }},
+        {"run_all_cancelled", [](int count) { return prepareCancelledRun(count, requestsFor(count)); }},
         {"collective", [](int count) { return prepareCollective(count, {}); }},
         {"collective_tenth_cancelled", [](int count) { return prepareCollective(count, tenthOf(count)); }},
+        {"collective_all_cancelled", [](int count) { return prepareCollective(count, requestsFor(count)); }},
         {"applied", prepareApplied},
         {"run_polled", preparePolledRun}};
     return all;
