@@ -7,6 +7,7 @@
 #include "collaborators/Common.h"
 #include "platform/Log.h"
 #include "platform/macos/MacPatchManager.h"
+#include "remediation/SingleCancels.h"
 #include "remediation/apply/InstalledRecord.h"
 #include "remediation/progress/NearbyKey.h"
 #include "remediation/progress/ProgressTable.h"
@@ -29,10 +30,13 @@ RemediationManager::RemediationManager(std::string installPathArgument)
     : systemPlatformCpe(MacPatchManager::getSystemPlatformCpe()),
       installedPatchesFile(underSystemRoot(kInstalledPatchesFile)),
       installPath(Common::StripTrailingSeparators(installPathArgument)),
+      ovalIdMap(std::make_shared<const std::map<std::string, std::string>>()),
       macPatchManager(std::make_unique<MacPatchManager>()),
       bufferedPatchesFileName(kBufferedPatchesFileName),
       progressTable(std::make_unique<zelor::remediation::ProgressTable>(remediationProgressMap)),
       cancelledKey(std::make_unique<zelor::remediation::NearbyKey<std::map<std::string, std::string>>>()),
+      cancellableRequests(ovalIdMap),
+      singleCancels(std::make_unique<zelor::remediation::SingleCancels>()),
       installedRecord(std::make_unique<zelor::remediation::InstalledRecord>()) {}
 
 RemediationManager::~RemediationManager() {
@@ -51,13 +55,16 @@ RemediationManager::~RemediationManager() {
 }
 
 void RemediationManager::setovalIdMap(std::map<std::string, std::string> requests) {
+    const auto replacement = std::make_shared<const std::map<std::string, std::string>>(std::move(requests));
+    Requests replaced;  // freed after the lock
     const boost::unique_lock<boost::mutex> lock(inputMapmutex);
-    ovalIdMap.swap(requests);
+    replaced = std::exchange(ovalIdMap, replacement);
+    if (!takenUpRequests) setCancellableRequests(ovalIdMap);
 }
 
 std::map<std::string, std::string> RemediationManager::getovalIdMap() {
     const boost::unique_lock<boost::mutex> lock(inputMapmutex);
-    return ovalIdMap;
+    return *ovalIdMap;
 }
 
 void RemediationManager::setContentDownloadDir(std::string directory) {

@@ -15,6 +15,9 @@ namespace zlog = zelor::log;
 
 namespace {
 
+constexpr char kRefused[] =
+    " [Remediation Manager] (remediate) Refused: a run of this manager is still going on. Wait for its end, "
+    "or use a manager of its own for each run.";
 constexpr char kErrorInParsing[] =
     " [Remediation Manager] Internal error occured in parsing the CREs, setting all remediatons to false. ";
 constexpr char kErrorInApplying[] =
@@ -24,16 +27,27 @@ constexpr char kErrorInApplying[] =
 }  // namespace
 
 void RemediationManager::remediate(bool option) {
+    RunState none = RunState::none;
+    if (!runState.compare_exchange_strong(none, RunState::starting)) {
+        zlog::error(kRefused);
+        return;
+    }
     remediateOption = option;
     try {
         remediationThread = boost::thread(boost::bind(&RemediationManager::concertedRemediationStart, this));
     } catch (const std::exception& problem) {
+        takeUpRequests();
         endAfterException(std::string("no thread for the run: ") + problem.what());
+        runState = RunState::none;
         remDone = true;
     }
 }
 
 void RemediationManager::concertedRemediationStart() {
+    if (runState.exchange(RunState::running) == RunState::running) {
+        zlog::error(kRefused);
+        return;
+    }
     try {
         zlog::info(" [Remediation Manager] *********** Zelor Concerted Remediation starts *********");
         if (runPhases()) {
@@ -45,12 +59,14 @@ void RemediationManager::concertedRemediationStart() {
     } catch (...) {
         endAfterException("an exception of unknown type");
     }
+    runState = RunState::none;
     remDone = true;  // the controller may free the manager from here on
 }
 
 // True at the normal end, false on every other way out.
 bool RemediationManager::runPhases() {
-    if (!hasRequests() || contentDownloadDir.empty() || installPath.empty()) {
+    stoppedForCancel = false;
+    if (takeUpRequests()->empty() || contentDownloadDir.empty() || installPath.empty()) {
         zlog::error(
             " [Remediation Manager] 'ovalIdMap' and/or 'contentDownloadDir' and/or 'install path' is not set "
             "in "
@@ -85,9 +101,24 @@ bool RemediationManager::runPhases() {
     return true;
 }
 
-bool RemediationManager::hasRequests() const {
+// What the controller sets from here on is for a later run.
+RemediationManager::Requests RemediationManager::takeUpRequests() {
     const boost::unique_lock<boost::mutex> lock(inputMapmutex);
-    return !ovalIdMap.empty();
+    takenUpRequests = ovalIdMap;
+    setCancellableRequests(takenUpRequests);
+    return takenUpRequests;
+}
+
+RemediationManager::Requests RemediationManager::requestsOfRun() const {
+    const boost::unique_lock<boost::mutex> lock(inputMapmutex);
+    return takenUpRequests ? takenUpRequests : ovalIdMap;
+}
+
+// A run that has left something undone for a cancel ends as cancelled, even if the cancel is withdrawn then.
+bool RemediationManager::stopsForCancel() {
+    if (runState != RunState::running) return cancelAllRem;
+    if (cancelAllRem) stoppedForCancel = true;
+    return stoppedForCancel;
 }
 
 bool RemediationManager::stoppedBeforePhases() {
@@ -95,10 +126,10 @@ bool RemediationManager::stoppedBeforePhases() {
         endAsInternalError(kErrorInParsing, &RemediationManager::setAllRemsStatusToFailed);
         return true;
     }
-    bool cancelled = cancelAllRem;
+    bool cancelled = stopsForCancel();
     for (int look = 0; look < 2 && !cancelled; ++look) {
         setAbortedRemStatusToAborted();
-        cancelled = cancelAllRem;
+        cancelled = stopsForCancel();
     }
     if (cancelled) endAsAborted();
     return cancelled;
@@ -109,7 +140,7 @@ bool RemediationManager::stoppedAfterPhase() {
         endAsInternalError(kErrorInApplying, &RemediationManager::setRemainingRemsStatusToFailed);
         return true;
     }
-    if (cancelAllRem) {
+    if (stopsForCancel()) {
         endAsAborted();
         return true;
     }
@@ -127,7 +158,8 @@ void RemediationManager::endAsAborted() {
         " [Remediation Manager] User has aborted all remediations, setting all remediatons to Aborted. ");
     setAllRemainingRemStatusToAborted();
     // A cancel during parsing leaves requests that never became rows.
-    for (const auto& request : getovalIdMap())
+    const Requests requests = requestsOfRun();
+    for (const auto& request : *requests)
         markUnlessFinal(request.first, REM_ABORTED);
     emptyTheContentDirectory();
 }
@@ -135,11 +167,12 @@ void RemediationManager::endAsAborted() {
 void RemediationManager::endAfterException(const std::string& what) {
     try {
         zlog::error(" [Remediation Manager] The run ended with an unexpected error: ", what);
-        for (const auto& request : getovalIdMap()) {
-            const std::string mapKey = zelor::remediation::progressKey(request.first);
+        const Requests requests = requestsOfRun();
+        for (const auto& request : *requests) {
             const boost::unique_lock<boost::mutex> lock(mutex);
-            if (progressTable->find(mapKey).value_or(REM_QUEUED) <= REM_INSTALLING)
-                progressTable->store(mapKey, REM_INTERNAL_FAILED);
+            const auto known = progressTable->find(zelor::remediation::progressKey(request.first));
+            if (known.value_or(REM_QUEUED) <= REM_INSTALLING)
+                storeProgress(request.first, REM_INTERNAL_FAILED);
         }
         allRemFailed = true;
         emptyTheContentDirectory();

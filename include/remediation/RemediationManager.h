@@ -3,12 +3,12 @@
 #include <ctype.h>  // tolower(int), which the library exports to its callers by making it visible here
 
 #include <atomic>
+#include <boost/thread/condition_variable.hpp>
 #include <boost/thread/mutex.hpp>
 #include <boost/thread/thread.hpp>
-#include <condition_variable>
+#include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <set>
 #include <string>
 #include <unordered_map>
@@ -22,9 +22,11 @@
 class MacPatchManager;
 namespace zelor::remediation {
 class InstalledRecord;
+struct PatchName;
 template <class Map>
 class NearbyKey;
 class ProgressTable;
+class SingleCancels;
 }  // namespace zelor::remediation
 
 /// Remediates the findings of one request map.
@@ -35,8 +37,8 @@ class ProgressTable;
 /// for embedders: the run calls it.
 ///
 /// Life: construct, set the inputs, call `remediate`, poll `getRemDone()` until it is true, then read the
-/// results. One manager serves one run. It must outlive its run: do not destroy it before `getRemDone()` is
-/// true.
+/// results. One manager serves one run, which works on the requests as they were at its start. It must
+/// outlive its run: do not destroy it before `getRemDone()` is true.
 ///
 /// Threads: inputs are set before `remediate`; results, progress and the cancel calls may be used from any
 /// thread at any moment. Operations that are part of a run (parsing, fetching, installing) belong to the
@@ -82,9 +84,11 @@ class ZELOR_API RemediationManager {
 
     // Run
 
-    /// Starts the run on a thread of its own and returns at once. `option` is kept and has no effect.
+    /// Starts the run on a thread of its own and returns at once. `option` is kept and has no effect. While a
+    /// run of this manager goes on, another one is refused with an error line.
     void remediate(bool option);
-    /// A step of the run: all of it, on the calling thread. Ends with `getRemDone()` true in every case.
+    /// A step of the run: all of it, on the calling thread. Ends with `getRemDone()` true in every case. Refused like
+    /// `remediate` while a run goes on.
     void concertedRemediationStart();
 
     // Results
@@ -104,14 +108,17 @@ class ZELOR_API RemediationManager {
 
     // Cancellation
 
-    /// True cancels the whole run: it ends after the step in hand, with 13 for all that is unfinished. A
-    /// running download is interrupted.
+    /// True cancels the whole run, or the buffering job: it ends after the step in hand, with 13 for all that
+    /// is unfinished. A running download is interrupted. False withdraws a cancel that the run has not yet
+    /// acted on.
     void setCancelAllRem(bool cancel);
     /// Replaces the set of requests cancelled one by one (request key to any text); an empty map withdraws
-    /// them all.
+    /// them all. A request is cancelled by its whole key as it is in the request map; other keys cancel
+    /// nothing.
     void setCancelRemMap(std::map<std::string, std::string> requests);
     std::map<std::string, std::string> getCancelRemMap();
-    /// Interrupts the download in hand. The caller holds `thread_mutex`.
+    /// Interrupts the download in hand if the run or its request is cancelled. The caller holds
+    /// `thread_mutex`.
     void terminateKillableThreads();
 
     // Progress (steps of the run)
@@ -124,6 +131,7 @@ class ZELOR_API RemediationManager {
     void setAllRemsStatusToFailed();
     void setRemainingRemsStatusToFailed();
     void setAllRemainingRemStatusToAborted();
+    /// Gives 13 to every request that is cancelled one by one, whatever its value is.
     void setAbortedRemStatusToAborted();
     bool thisRemIsAborted(std::string id);
 
@@ -208,10 +216,15 @@ class ZELOR_API RemediationManager {
     friend struct RemediationManagerPeer;  // the tests' way to a state that no input can reach
 
     enum class Next { block, aborted, phaseEnd };
+    enum class RunState { none, starting, running };
+    // What one manager works on; shared, so that a run keeps its requests while the controller sets others.
+    using Requests = std::shared_ptr<const std::map<std::string, std::string>>;
 
     // Run driver
     bool runPhases();
-    bool hasRequests() const;
+    Requests takeUpRequests();
+    Requests requestsOfRun() const;
+    bool stopsForCancel();
     bool stoppedBeforePhases();
     bool stoppedAfterPhase();
     void endAsInternalError(const char* message, void (RemediationManager::*markRequests)());
@@ -222,6 +235,9 @@ class ZELOR_API RemediationManager {
     // Progress
     void markUnlessFinal(const std::string& key, REM_PROGRESS progress);
     bool isCancelled(const std::string& key);
+    bool downloadIsCancelled() const;
+    void setCancellableRequests(const Requests& requests);
+    void storeProgress(const std::string& key, unsigned long value);
     bool isAborted(const std::string& key);
     void recordProgress(const std::string& key, REM_PROGRESS progress);
     void countForCollectiveResult(const remediateMetadata& row, bool counts);
@@ -233,10 +249,13 @@ class ZELOR_API RemediationManager {
     std::string bufferedListPath();
     void download(const std::string& stem, std::string& archivePath, const std::string& extension,
                   const std::string& remKey);
-    bool startDownload(const std::string& stem, std::string& archivePath, const std::string& extension,
-                       const std::string& remKey);
+    bool startDownload(const std::string& remKey, const std::function<void()>& work);
     void awaitDownload();
-    void bufferBlock(parsedEriData& block);
+    Next fetchBlock(const std::string& key, parsedEriData& block, std::string& path, bool& usedBufferedCopy);
+    bool bufferRows(std::vector<remediateMetadata>& rows);
+    bool bufferBlock(parsedEriData& block);
+    int downloadForBuffer(const zelor::remediation::PatchName& name, std::string& archivePath,
+                          unsigned long rate);
     bool bufferingIsCancelled();
 
     // Installation
@@ -247,10 +266,9 @@ class ZELOR_API RemediationManager {
     void dropContent(remediateMetadata& row);
     bool installOsRequest(remediateMetadata& row);
     Next installNonOsRequest(remediateMetadata& row);
-    Next installNonOsBlock(remediateMetadata& row, creEriParsedData& entry, parsedEriData& block);
-    Next afterNonOsFetch(const std::string& key);
+    Next installNonOsBlock(remediateMetadata& row, parsedEriData& block, bool& installed);
     int installNonOsFile(remediateMetadata& row, parsedEriData& block, const std::string& path);
-    void recordNonOsResult(remediateMetadata& row, creEriParsedData& entry, int result);
+    void recordNonOsResult(remediateMetadata& row, int result, bool& installed);
 
     std::atomic<bool> rebootNeeded{false};
     std::atomic<bool> scanNeeded{false};
@@ -269,7 +287,7 @@ class ZELOR_API RemediationManager {
     boost::thread remediationThread;
     boost::thread download_thread;
     std::atomic<bool> downloadThreadDone{false};
-    std::map<std::string, std::string> ovalIdMap;
+    Requests ovalIdMap;
     std::map<std::string, unsigned long> remediationProgressMap;
     std::map<std::string, std::string> cancelRemMap;
     std::string contentDownloadDir;
@@ -285,15 +303,24 @@ class ZELOR_API RemediationManager {
     std::unique_ptr<zelor::remediation::NearbyKey<std::map<std::string, std::string>>> cancelledKey;
     // Rows with content that are no OS updates, per key: what the collective rule counts.
     std::unordered_map<std::string, std::size_t> collectiveCounts;
-    // Keys written since the last look at the single cancels; kept only while there are any. Guarded by
-    // `mutex`.
-    std::vector<std::string> keysToCheckForCancel;
-    std::atomic<bool> hasSingleCancels{false};
-    std::atomic<bool> checkAllForCancel{false};
+    // The requests that a run or buffering job took up; guarded by `inputMapmutex`.
+    Requests takenUpRequests;
+    // What single cancels are looked up in: those, or the request map before a run. This and the next one are
+    // guarded by `thread_mutex`.
+    Requests cancellableRequests;
+    bool singleCancelsChanged = false;
+    // Assigned under `thread_mutex` and `mutex`, used under `mutex`.
+    std::unique_ptr<zelor::remediation::SingleCancels> singleCancels;
+    std::atomic<RunState> runState{RunState::none};
+    // The run stopped a step because it was cancelled: from then on a withdrawal is too late. The run's
+    // thread alone uses this one and the next.
+    bool stoppedForCancel = false;
+    // The last fetch ended for a cancel, not for want of a file.
+    bool fetchCancelled = false;
     // The end of the download in hand, which is awaited here so that its handle is used under thread_mutex
     // alone.
-    std::mutex downloadEndMutex;
-    std::condition_variable downloadEnd;
+    boost::mutex downloadEndMutex;
+    boost::condition_variable downloadEnd;
     std::atomic<bool> downloadInterrupted{false};
     std::unique_ptr<zelor::remediation::InstalledRecord> installedRecord;
 };

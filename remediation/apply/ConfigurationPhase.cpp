@@ -14,7 +14,7 @@ void RemediationManager::applyConfigs() {
     zlog::debug(" >>> [Remediation Manager] (applyConfigs) starting ...");
     for (remediateMetadata& row : remMetadataForCCE) {
         setAbortedRemStatusToAborted();
-        if (cancelAllRem || !applyConfigRequest(row)) break;
+        if (stopsForCancel() || !applyConfigRequest(row)) break;
     }
     zlog::debug(" <<< [Remediation Manager] (applyConfigs) DONE!! ...");
 }
@@ -52,9 +52,9 @@ bool RemediationManager::applyConfigRequest(remediateMetadata& row) {
 bool RemediationManager::fetchAndRunScripts(remediateMetadata& row, int& result, bool& stop) {
     const std::string key = row.getCombinedCpes();
     std::vector<parsedEriData>& blocks = RecordAccess::blocks(RecordAccess::creEriData(row));
-    std::size_t next = 0;
+    std::size_t current = 0;
     do {
-        if (blocks.empty() || !zelor::remediation::namesPatchFile(RecordAccess::patchId(blocks[next]))) {
+        if (blocks.empty() || !zelor::remediation::namesPatchFile(RecordAccess::patchId(blocks[current]))) {
             zlog::error("[Remediation Manager] (applyConfigs) Patch id is empty for cpe = '", key,
                         "' and CCE = '", row.getCveOrCceId(), "'");
             zlog::debug(
@@ -63,13 +63,13 @@ bool RemediationManager::fetchAndRunScripts(remediateMetadata& row, int& result,
             allRemFailed = true;
             return false;
         }
-        parsedEriData& block = blocks[next];
+        parsedEriData& block = blocks[current];
         bool usedBufferedCopy = false;
-        const std::string path =
-            getFileFromRepo(RecordAccess::patchId(block), key, RecordAccess::md5sum(block), usedBufferedCopy);
-        stop = cancelAllRem;
+        std::string path;
+        const Next next = fetchBlock(key, block, path, usedBufferedCopy);
+        stop = next == Next::phaseEnd;
         if (stop) return false;
-        if (thisRemIsAborted(key)) {
+        if (next == Next::aborted) {
             insertRemProgressInMap(key, REM_ABORTED);
             return false;
         }
@@ -79,7 +79,7 @@ bool RemediationManager::fetchAndRunScripts(remediateMetadata& row, int& result,
         }
         insertRemProgressInMap(key, REM_INSTALLING);
         result = runScript(block, path, usedBufferedCopy);
-    } while (result == zelor::remediation::kInstalled && ++next < blocks.size());
+    } while (result == zelor::remediation::kInstalled && ++current < blocks.size());
     return true;
 }
 

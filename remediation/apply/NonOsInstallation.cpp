@@ -16,7 +16,7 @@ void RemediationManager::installNonOsPatches(std::string /*installPathCopy*/) {
     ConfigurationManager::GetInstance("")->getThirdPartyProductInstallationType();
     for (remediateMetadata& row : remMetadataForCVE) {
         setAbortedRemStatusToAborted();
-        if (cancelAllRem) {
+        if (stopsForCancel()) {
             zlog::debug(
                 "[Remediation Manager] (installNonOsPatches) Since all Remediations are canceled, returning "
                 "... ");
@@ -44,21 +44,27 @@ RemediationManager::Next RemediationManager::installNonOsRequest(remediateMetada
     creEriParsedData& entry = RecordAccess::creEriData(row);
     std::vector<parsedEriData>& blocks = RecordAccess::blocks(entry);
     zlog::debug(" [Remediation Manager] (installNonOsPatches) eriDataV.size = ", blocks.size());
+    // The one thing that the blocks change; a cancelled request keeps what it had.
+    bool installed = entry.getInstalledSuccessfully();
     Next next = Next::block;
     for (parsedEriData& block : blocks) {
-        next = installNonOsBlock(row, entry, block);
+        next = installNonOsBlock(row, block, installed);
         if (next == Next::phaseEnd) return next;
         if (next == Next::aborted) break;
     }
     setAbortedRemStatusToAborted();
-    if (next == Next::aborted) insertRemProgressInMap(key, REM_ABORTED);
+    if (next == Next::aborted) {
+        insertRemProgressInMap(key, REM_ABORTED);
+        return next;
+    }
+    entry.setInstalledSuccessfully(installed);
     return next;
 }
 
-RemediationManager::Next RemediationManager::installNonOsBlock(remediateMetadata& row,
-                                                               creEriParsedData& entry,
-                                                               parsedEriData& block) {
+RemediationManager::Next RemediationManager::installNonOsBlock(remediateMetadata& row, parsedEriData& block,
+                                                               bool& installed) {
     if (!zelor::remediation::isForThisPlatform(block)) return Next::block;
+    creEriParsedData& entry = RecordAccess::creEriData(row);
     const std::string& key = RecordAccess::combinedCpes(row);
     const std::string& patchId = RecordAccess::patchId(block);
     zlog::debug(" [Remediation Manager] (installNonOsPatches) Installing non-MS patch for CVE: ",
@@ -73,6 +79,7 @@ RemediationManager::Next RemediationManager::installNonOsBlock(remediateMetadata
             key, "' and CVE = '", row.getCveOrCceId(), "'");
         insertRemProgressInMap(key, REM_FAILED);
         allRemFailed = true;
+        entry.setInstalledSuccessfully(installed);
         return Next::block;
     }
     int result = zelor::remediation::kInstallFailed;
@@ -94,30 +101,21 @@ RemediationManager::Next RemediationManager::installNonOsBlock(remediateMetadata
         allRemFailed = true;
         return Next::block;
     } else {
-        path = getFileFromRepo(patchId, key, RecordAccess::md5sum(block), usedBufferedCopy);
-        const Next next = afterNonOsFetch(key);
+        const Next next = fetchBlock(key, block, path, usedBufferedCopy);
         if (next != Next::block) return next;
+        if (internalError) {
+            insertRemProgressInMap(key, REM_INTERNAL_FAILED);
+            return Next::phaseEnd;
+        }
         result = installNonOsFile(row, block, path);
     }
-    recordNonOsResult(row, entry, result);
+    recordNonOsResult(row, result, installed);
     if (result == zelor::remediation::kInstalled) {
         if (usedBufferedCopy) cleanupBufferedPatch(patchId, path);
         dropContent(row);
     }
     zlog::info(" [Remediation Manager] (installNonOsPatches) The remediation result for cpe = ", key,
-               " is \"", entry.getInstalledSuccessfully() ? "Succeeded" : "Failed", "\"");
-    return Next::block;
-}
-
-// What a cancel or an internal error during the fetch leads to.
-RemediationManager::Next RemediationManager::afterNonOsFetch(const std::string& key) {
-    setAbortedRemStatusToAborted();
-    if (cancelAllRem) return Next::phaseEnd;
-    if (isAborted(key)) return Next::aborted;
-    if (internalError) {
-        insertRemProgressInMap(key, REM_INTERNAL_FAILED);
-        return Next::phaseEnd;
-    }
+               " is \"", installed ? "Succeeded" : "Failed", "\"");
     return Next::block;
 }
 
@@ -146,11 +144,11 @@ int RemediationManager::installNonOsFile(remediateMetadata& row, parsedEriData& 
     return result;
 }
 
-void RemediationManager::recordNonOsResult(remediateMetadata& row, creEriParsedData& entry, int result) {
+void RemediationManager::recordNonOsResult(remediateMetadata& row, int result, bool& installed) {
     const std::string key = row.getCombinedCpes();
     if (result == zelor::remediation::kInstalled) {
-        entry.setInstalledSuccessfully(true);
-        if (!rebootNeeded && getRebootStatus(entry)) rebootNeeded = true;
+        installed = true;
+        if (!rebootNeeded && getRebootStatus(RecordAccess::creEriData(row))) rebootNeeded = true;
         insertRemProgressInMap(key, REM_SUCCESS);
         anyRemSucceeded = true;
         return;
@@ -160,7 +158,7 @@ void RemediationManager::recordNonOsResult(remediateMetadata& row, creEriParsedD
         insertRemProgressInMap(key, REM_FILE_UNAVAILABLE);
         return;
     }
-    entry.setInstalledSuccessfully(false);
+    installed = false;
     insertRemProgressInMap(
         key, result == zelor::remediation::kInstallFailed ? REM_FAILED : static_cast<REM_PROGRESS>(result));
 }

@@ -10,10 +10,10 @@ namespace zlog = zelor::log;
 void RemediationManager::installPatches() {
     zlog::debug("  >>> [Remediation Manager] (installPatches) starting ...");
     installOsPatches();
-    if (cancelAllRem) return;
+    if (stopsForCancel()) return;
     setAbortedRemStatusToAborted();
     installNonOsPatches(installPath);
-    if (cancelAllRem) return;
+    if (stopsForCancel()) return;
     setAbortedRemStatusToAborted();
     zlog::debug(" <<< [Remediation Manager] (installPatches) DONE!! ...");
 }
@@ -53,7 +53,7 @@ bool RemediationManager::installOsRequest(remediateMetadata& row) {
     }
     insertRemProgressInMap(key, REM_QUEUED);
     setAbortedRemStatusToAborted();
-    if (cancelAllRem) return false;
+    if (stopsForCancel()) return false;
     {
         const boost::unique_lock<boost::mutex> lock(thread_mutex);
         currentRemId = key;

@@ -18,6 +18,8 @@ namespace fs = boost::filesystem;
 
 namespace {
 
+constexpr char kInterrupted[] =
+    " [Remediation Manager] (downloadPatchForBuffering) The buffering was interrupted.";
 constexpr int kHttpOk = 200;
 constexpr unsigned long kFallbackRate = 1024;
 
@@ -28,9 +30,11 @@ void RemediationManager::bufferPatches(std::map<std::string, std::string> reques
     try {
         setovalIdMap(std::move(requests));
         parseCreEriForSupersedesTrue();
-        for (const std::vector<remediateMetadata>* rows : {&remMetadataForCVE, &remMetadataForCCE}) {
-            if (!rows->empty() && !bufferingIsCancelled()) downloadPatchForBuffering(*rows);
+        for (std::vector<remediateMetadata>* rows : {&remMetadataForCVE, &remMetadataForCCE}) {
+            if (!rows->empty() && (bufferingIsCancelled() || !bufferRows(*rows))) break;
         }
+    } catch (const boost::thread_interrupted&) {
+        zlog::info(kInterrupted);
     } catch (const std::exception& problem) {
         zlog::error(" [Remediation Manager] Buffering ended with an unexpected error: ", problem.what());
     }
@@ -41,51 +45,82 @@ bool RemediationManager::bufferingIsCancelled() {
 }
 
 void RemediationManager::downloadPatchForBuffering(std::vector<remediateMetadata> requests) {
-    if (!zelor::remediation::bufferFoldersAreOurs()) return;
-    for (remediateMetadata& request : requests) {
-        // The system's own updater fetches OS updates; they have no archive.
-        if (!RecordAccess::creEriDataPresent(request) || RecordAccess::osRemediation(request)) continue;
-        for (parsedEriData& block : RecordAccess::blocks(RecordAccess::creEriData(request))) {
-            if (bufferingIsCancelled()) return;
-            bufferBlock(block);
-        }
+    try {
+        bufferRows(requests);
+    } catch (const boost::thread_interrupted&) {
+        zlog::info(kInterrupted);
     }
 }
 
-void RemediationManager::bufferBlock(parsedEriData& block) {
+// False when the job is to end. A collaborator may throw boost::thread_interrupted.
+bool RemediationManager::bufferRows(std::vector<remediateMetadata>& rows) {
+    if (!zelor::remediation::bufferFoldersAreOurs()) return true;
+    for (remediateMetadata& request : rows) {
+        // The system's own updater fetches OS updates; they have no archive.
+        if (!RecordAccess::creEriDataPresent(request) || RecordAccess::osRemediation(request)) continue;
+        for (parsedEriData& block : RecordAccess::blocks(RecordAccess::creEriData(request))) {
+            if (bufferingIsCancelled() || !bufferBlock(block)) return false;
+        }
+    }
+    return true;
+}
+
+// False when the job is to end.
+bool RemediationManager::bufferBlock(parsedEriData& block) {
     const std::string patchId = trimString(RecordAccess::patchId(block));
     const std::string md5sum = trimString(RecordAccess::md5sum(block));
-    if (patchId == "empty") return;
+    if (patchId == "empty") return true;
     const std::string unsafe =
         patchId.empty() ? "it is empty" : zelor::remediation::whyUnsafeFileName(patchId);
     if (!unsafe.empty()) {
         zlog::error("[Remediation Manager] (downloadPatchForBuffering) The patch name '", patchId,
                     "' is refused: ", unsafe);
-        return;
+        return true;
     }
     if (patchIsAlreadyBuffered(patchId, md5sum, bufferedListPath())) {
         zlog::debug("[Remediation Manager] (downloadPatchForBuffering) patch \"", patchId,
                     "\" is already buffered and is latest.");
-        return;
+        return true;
     }
-    zelor::remediation::PatchName name = zelor::remediation::cutFourCharacters(patchId);
+    const zelor::remediation::PatchName name = zelor::remediation::cutFourCharacters(patchId);
     std::string archivePath = ConfigurationManager::GetInstance("")->getBufferPatchesDir() +
                               fs::path::preferred_separator + name.stem + ".zip";
     if (downloadSizeExceedsAllotedSize(RecordAccess::patchSize(block))) {
         zlog::debug("[Remediation Manager] (downloadPatchForBuffering) Patch \"", patchId,
                     "\" buffering skipped as it is exceeding the alloted size for bufferedpatches dir");
-        return;
+        return true;
     }
     const unsigned long rate = getBpsInPercentOfBandwidth();
     zlog::debug("[Remediation Manager] (downloadPatchForBuffering) Patch '", patchId,
                 "' will be buffered at ", rate, " bytes/second");
-    if (bufferingIsCancelled()) return;
-    if (downloadFileFromRepo(std::move(name.stem), archivePath, std::move(name.extension), true, rate) == 0) {
+    if (bufferingIsCancelled()) return false;
+    if (downloadForBuffer(name, archivePath, rate) == 0) {
         addPatchBufferedEntry(patchId, md5sum, bufferedListPath());
     } else {
         zlog::debug("[Remediation Manager] (downloadPatchForBuffering) Dowdnload patch failed for patch = ",
                     patchId);
     }
+    return !fetchCancelled && !downloadInterrupted;
+}
+
+// On the download thread, where a cancel reaches it; an interruption of the waiting thread is passed on.
+int RemediationManager::downloadForBuffer(const zelor::remediation::PatchName& name, std::string& archivePath,
+                                          unsigned long rate) {
+    int result = -1;
+    if (!startDownload(
+            "", [&] { result = downloadFileFromRepo(name.stem, archivePath, name.extension, true, rate); })) {
+        return -1;
+    }
+    try {
+        boost::unique_lock<boost::mutex> lock(downloadEndMutex);
+        downloadEnd.wait(lock, [this] { return downloadThreadDone.load(); });
+    } catch (const boost::thread_interrupted&) {
+        const boost::unique_lock<boost::mutex> lock(thread_mutex);
+        downloadInterrupted = true;
+        download_thread.interrupt();
+    }
+    awaitDownload();
+    return result;
 }
 
 bool RemediationManager::downloadSizeExceedsAllotedSize(std::string patchSize) {

@@ -1,4 +1,3 @@
-#include <boost/bind/bind.hpp>
 #include <boost/filesystem/operations.hpp>
 #include <boost/filesystem/path.hpp>
 #include <exception>
@@ -11,6 +10,7 @@
 #include "collaborators/RemediationResourceDownloader.h"
 #include "collaborators/ZipUtils.h"
 #include "platform/Log.h"
+#include "remediation/RecordAccess.h"
 #include "remediation/RemediationManager.h"
 #include "remediation/fetch/PatchName.h"
 
@@ -20,9 +20,6 @@ namespace fs = boost::filesystem;
 namespace {
 
 constexpr char kSeparator = fs::path::preferred_separator;
-
-// A cancel that was withdrawn while it stopped the download costs a new attempt, but not without end.
-constexpr int kDownloadAttempts = 4;
 
 bool fileExists(const std::string& path) {
     boost::system::error_code error;
@@ -41,6 +38,7 @@ std::string RemediationManager::getFileFromRepo(std::string fileName, std::strin
                                                 std::string bufferMatch, bool& usedBufferedCopy) {
     zlog::debug(" [Remediation Manager] Inside getFileFromRepo: File to download is : ", fileName);
     usedBufferedCopy = false;
+    fetchCancelled = false;
     const auto name = zelor::remediation::splitAtLastDot(fileName);
     const std::string unsafe = name ? zelor::remediation::whyUnsafeFileName(fileName) : "it has no extension";
     if (!unsafe.empty()) {
@@ -63,7 +61,9 @@ std::string RemediationManager::getFileFromRepo(std::string fileName, std::strin
         insertRemProgressInMap(remKey, REM_DOWNLOADING);
         download(name->stem, archivePath, name->extension, remKey);
     }
-    if (internalError || cancelAllRem) return "";
+    const bool cancelled = cancelAllRem;
+    if (cancelled) fetchCancelled = true;
+    if (internalError || cancelled) return "";
     if (!fileExists(archivePath)) {
         zlog::error(" [Remediation Manager] Inside getFileFromRepo: GetResource returned NULL. ");
         return "";
@@ -74,27 +74,39 @@ std::string RemediationManager::getFileFromRepo(std::string fileName, std::strin
     return verifySignature(filePath, name->extension) == 0 ? filePath : "";
 }
 
-void RemediationManager::download(const std::string& stem, std::string& archivePath,
-                                  const std::string& extension, const std::string& remKey) {
-    for (int attempt = 0; attempt < kDownloadAttempts; ++attempt) {
-        if (!startDownload(stem, archivePath, extension, remKey)) return;
-        awaitDownload();
-        const bool wanted = !internalError && !cancelAllRem && !isCancelled(remKey);
-        if (!downloadInterrupted || !wanted || fileExists(archivePath)) return;
-    }
+// Fetches a block's file, and looks at the cancels once: the caller goes by this look. A fetch that ended for
+// a cancel which is withdrawn by then is made again.
+RemediationManager::Next RemediationManager::fetchBlock(const std::string& key, parsedEriData& block,
+                                                        std::string& path, bool& usedBufferedCopy) {
+    do {
+        path =
+            getFileFromRepo(RecordAccess::patchId(block), key, RecordAccess::md5sum(block), usedBufferedCopy);
+        setAbortedRemStatusToAborted();
+        if (stopsForCancel()) return Next::phaseEnd;
+        if (isAborted(key)) return Next::aborted;
+    } while (path.empty() && fetchCancelled && !internalError);
+    return Next::block;
 }
 
-bool RemediationManager::startDownload(const std::string& stem, std::string& archivePath,
-                                       const std::string& extension, const std::string& remKey) {
+void RemediationManager::download(const std::string& stem, std::string& archivePath,
+                                  const std::string& extension, const std::string& remKey) {
+    const auto work = [&] { downloadFileFromRepo(stem, archivePath, extension, false, 0); };
+    do {
+        if (!startDownload(remKey, work)) return;
+        awaitDownload();
+    } while (downloadInterrupted && !internalError && !fileExists(archivePath));
+}
+
+// False when there is no thread for `work`, or when the cancel came before the thread.
+bool RemediationManager::startDownload(const std::string& remKey, const std::function<void()>& work) {
     const boost::unique_lock<boost::mutex> lock(thread_mutex);
     currentRemId = remKey;
     downloadInterrupted = false;
     downloadThreadDone = false;
-    if (cancelAllRem || cancelRemMap.count(remKey) != 0)
-        return false;  // its interruption came before the thread
+    fetchCancelled = downloadIsCancelled();
+    if (fetchCancelled) return false;
     try {
-        download_thread = boost::thread(boost::bind(&RemediationManager::downloadFileFromRepo, this, stem,
-                                                    boost::ref(archivePath), extension, false, 0UL));
+        download_thread = boost::thread(work);
         return true;
     } catch (const std::exception& problem) {
         zlog::error(" [Remediation Manager] Inside getFileFromRepo: No thread for the download: ",
@@ -106,8 +118,9 @@ bool RemediationManager::startDownload(const std::string& stem, std::string& arc
 // The member handle is used under thread_mutex alone, since a cancel may look at it at any moment; so the end
 // is awaited by its flag, and the thread, which is over then, is joined by a handle of our own.
 void RemediationManager::awaitDownload() {
+    const boost::this_thread::disable_interruption whole;
     {
-        std::unique_lock<std::mutex> lock(downloadEndMutex);
+        boost::unique_lock<boost::mutex> lock(downloadEndMutex);
         downloadEnd.wait(lock, [this] { return downloadThreadDone.load(); });
     }
     boost::thread ended;
@@ -115,7 +128,6 @@ void RemediationManager::awaitDownload() {
         const boost::unique_lock<boost::mutex> lock(thread_mutex);
         ended = std::move(download_thread);
     }
-    const boost::this_thread::disable_interruption whole;
     if (ended.joinable()) ended.join();
     downloadThreadDone = false;
 }
@@ -130,10 +142,14 @@ int RemediationManager::downloadFileFromRepo(std::string stem, std::string& arch
     } catch (const std::exception& problem) {
         zlog::error(" [Remediation Manager] (downloadFileFromRepo) The download ended with an error: ",
                     problem.what());
+    } catch (const boost::thread_interrupted&) {
+        zlog::info(" [Remediation Manager] (downloadFileFromRepo) The download was interrupted.");
     } catch (...) {
-        zlog::error(" [Remediation Manager] (downloadFileFromRepo) The download was interrupted.");
+        zlog::error(
+            " [Remediation Manager] (downloadFileFromRepo) The download ended with an error: an exception of "
+            "unknown type");
     }
-    const std::lock_guard<std::mutex> lock(downloadEndMutex);
+    const boost::unique_lock<boost::mutex> lock(downloadEndMutex);
     downloadThreadDone = true;
     downloadEnd.notify_all();
     return result;

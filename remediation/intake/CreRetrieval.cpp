@@ -23,7 +23,7 @@ void RemediationManager::getAndParseCreEriForSupersedesTrue(std::vector<remediat
     const bool patches = &rows == &remMetadataForCVE;
     for (remediateMetadata& row : rows) {
         setAbortedRemStatusToAborted();
-        if (cancelAllRem) return;
+        if (stopsForCancel()) return;
         const std::string& key = RecordAccess::combinedCpes(row);
         if (isAborted(key)) {
             insertRemProgressInMap(key, REM_ABORTED);

@@ -22,21 +22,22 @@ std::size_t countConfigurations(const std::map<std::string, std::string>& reques
 
 void RemediationManager::parseCreEriForSupersedesTrue() {
     const std::set<std::string> specialCases = CacheStore::GetSplCaseCPEs();
+    const Requests requests = takeUpRequests();
     {
         const boost::unique_lock<boost::mutex> lock(inputMapmutex);
-        const std::size_t configurations = countConfigurations(ovalIdMap);
+        const std::size_t configurations = countConfigurations(*requests);
         remMetadataForCCE.reserve(remMetadataForCCE.size() + configurations);
-        remMetadataForCVE.reserve(remMetadataForCVE.size() + ovalIdMap.size() - configurations);
-        for (const auto& [key, identifier] : ovalIdMap) {
+        remMetadataForCVE.reserve(remMetadataForCVE.size() + requests->size() - configurations);
+        for (const auto& [key, identifier] : *requests) {
             recordProgress(key, REM_QUEUED);
-            if (cancelAllRem) return;
+            if (stopsForCancel()) return;
             parseRequest(key, identifier, specialCases);
         }
     }
     for (std::vector<remediateMetadata>* rows : {&remMetadataForCVE, &remMetadataForCCE}) {
         if (rows->empty()) continue;
         getAndParseCreEriForSupersedesTrue(*rows);
-        if (cancelAllRem) return;
+        if (stopsForCancel()) return;
     }
     zlog::debug(" <<< [Remediation Manager] (parseCreEriForSupersedesTrue) DONE!! ...");
 }

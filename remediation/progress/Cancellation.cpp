@@ -3,9 +3,8 @@
 
 #include "platform/Log.h"
 #include "remediation/RemediationManager.h"
-#include "remediation/intake/RequestParsing.h"
+#include "remediation/SingleCancels.h"
 #include "remediation/progress/NearbyKey.h"
-#include "remediation/progress/ProgressTable.h"
 
 namespace zlog = zelor::log;
 
@@ -19,8 +18,7 @@ void RemediationManager::setCancelRemMap(std::map<std::string, std::string> requ
     const boost::unique_lock<boost::mutex> lock(thread_mutex);
     cancelRemMap = std::move(requests);
     cancelledKey->forget();
-    hasSingleCancels = !cancelRemMap.empty();
-    checkAllForCancel = !cancelRemMap.empty();
+    singleCancelsChanged = true;
     if (cancelRemMap.count(currentRemId) != 0) terminateKillableThreads();
 }
 
@@ -33,6 +31,7 @@ void RemediationManager::terminateKillableThreads() {
     zlog::debug(" [Remediation Manager] (terminateKillableThreads) Terminating download_thread.");
     try {
         download_thread.native_handle();
+        if (!downloadIsCancelled()) return;
         downloadInterrupted = true;
         download_thread.interrupt();
     } catch (...) {
@@ -41,26 +40,34 @@ void RemediationManager::terminateKillableThreads() {
     }
 }
 
+// The caller holds `thread_mutex`. A download of the buffering job has no request of its own.
+bool RemediationManager::downloadIsCancelled() const {
+    return cancelAllRem || (!currentRemId.empty() && cancelRemMap.count(currentRemId) != 0);
+}
+
+void RemediationManager::setCancellableRequests(const Requests& requests) {
+    const boost::unique_lock<boost::mutex> lock(thread_mutex);
+    if (cancellableRequests == requests) return;
+    cancellableRequests = requests;
+    singleCancelsChanged = true;
+}
+
 void RemediationManager::setAbortedRemStatusToAborted() {
     const boost::unique_lock<boost::mutex> lock(thread_mutex);
-    // Only what was written since the last look can have lost its 13, unless the cancels themselves changed.
-    std::vector<std::string> written;
-    bool all = false;
+    std::unique_ptr<zelor::remediation::SingleCancels> cancels;
+    if (singleCancelsChanged) {
+        cancels = std::make_unique<zelor::remediation::SingleCancels>(*cancellableRequests, cancelRemMap,
+                                                                      removedDuplicateEriMap);
+        singleCancelsChanged = false;
+    }
+    std::vector<const std::string*> unmarked;
     {
         const boost::unique_lock<boost::mutex> progressLock(mutex);
-        written.swap(keysToCheckForCancel);
-        all = checkAllForCancel.exchange(false);
+        if (cancels) singleCancels.swap(cancels);
+        unmarked = singleCancels->takeUnmarked();
     }
-    if (all) {
-        for (const auto& cancelled : cancelRemMap) {
-            if (progressTable->find(zelor::remediation::progressKey(cancelled.first)))
-                insertRemProgressInMap(cancelled.first, REM_ABORTED);
-        }
-        return;
-    }
-    for (const std::string& key : written) {
-        if (cancelledKey->find(cancelRemMap, key) != cancelRemMap.end()) recordProgress(key, REM_ABORTED);
-    }
+    for (const std::string* key : unmarked)
+        recordProgress(*key, REM_ABORTED);
 }
 
 bool RemediationManager::isCancelled(const std::string& key) {

@@ -4,6 +4,7 @@
 #include "platform/Log.h"
 #include "remediation/RecordAccess.h"
 #include "remediation/RemediationManager.h"
+#include "remediation/SingleCancels.h"
 #include "remediation/intake/RequestParsing.h"
 #include "remediation/progress/ProgressTable.h"
 
@@ -27,6 +28,8 @@ std::map<std::string, unsigned long> RemediationManager::getRemediationProgressM
 
 void RemediationManager::setRemediationProgressMap(std::map<std::string, unsigned long> progress) {
     progressTable->replace(std::move(progress));
+    const boost::unique_lock<boost::mutex> lock(mutex);
+    singleCancels->allWritten();
 }
 
 void RemediationManager::insertRemProgressInMap(std::string key, REM_PROGRESS progress) {
@@ -42,14 +45,20 @@ void RemediationManager::recordProgress(const std::string& key, REM_PROGRESS pro
     }
     const auto value = static_cast<unsigned long>(result);
     const boost::unique_lock<boost::mutex> lock(mutex);
-    if (result != REM_ABORTED && hasSingleCancels && !checkAllForCancel) keysToCheckForCancel.push_back(key);
-    progressTable->store(zelor::remediation::progressKey(key), value);
+    storeProgress(key, value);
     const auto [first, last] = removedDuplicateEriMap.equal_range(key);
     for (auto duplicate = first; duplicate != last; ++duplicate) {
         zlog::debug(" [Remediation Manager] Mapping the result for removed duplicate ERIs. Key cpe= '", key,
                     "'. Removed cpe= '", duplicate->second, "'. Result = ", value);
-        progressTable->store(zelor::remediation::progressKey(duplicate->second), value);
+        storeProgress(duplicate->second, value);
     }
+}
+
+// The caller holds `mutex`.
+void RemediationManager::storeProgress(const std::string& key, unsigned long value) {
+    const std::string mapKey = zelor::remediation::progressKey(key);
+    progressTable->store(mapKey, value);
+    if (value != REM_ABORTED) singleCancels->entryWritten(mapKey);
 }
 
 void RemediationManager::evaluateCollectiveResult(std::string key, REM_PROGRESS progress, bool* store,
@@ -105,8 +114,9 @@ void RemediationManager::setRemainingRemsStatusToFailed() {
     for (auto* rows : {&remMetadataForCVE, &remMetadataForCCE}) {
         for (const remediateMetadata& row : *rows) {
             const boost::unique_lock<boost::mutex> lock(mutex);
-            const std::string mapKey = zelor::remediation::progressKey(RecordAccess::combinedCpes(row));
-            if (!progressTable->find(mapKey)) progressTable->store(mapKey, REM_INTERNAL_FAILED);
+            const std::string& key = RecordAccess::combinedCpes(row);
+            if (!progressTable->find(zelor::remediation::progressKey(key)))
+                storeProgress(key, REM_INTERNAL_FAILED);
         }
     }
 }

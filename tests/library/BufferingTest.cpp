@@ -1,6 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
 #include <boost/thread/thread.hpp>
+#include <chrono>
+#include <thread>
 
 #include "remediation/RemediationManager.h"
 #include "remediation/buffer/PatchSize.h"
@@ -129,20 +133,53 @@ TEST_F(Buffering, FallsBackWhenTheSpeedCannotBeMeasured) {
 
 TEST_F(Buffering, EndsWhenItIsCancelledOrInterrupted) {
     agent.addContent("CVE-1", {{"ERI-1", "a.pkg"}, {"ERI-2", "b.pkg"}});
-    agent.addFile("a.pkg", "x");
-    agent.addFile("b.pkg", "x");
-    boost::thread job([this] {
-        agent.beforeDownload = [](const std::string&) {
-            while (!boost::this_thread::interruption_requested())
+    agent.addContent("CCE-1", {{"ERI-3", "c.sh"}});
+    for (const char* name : {"a.pkg", "b.pkg", "c.sh"})
+        agent.addFile(name, "x");
+    for (const bool throwing : {true, false}) {
+        for (const std::string how : {"interrupted", "cancelled", "interrupted in content"}) {
+            RemediationManager one(agent.installPath());
+            agent.calls.clear();
+            boost::filesystem::remove(agent.listPath());
+            std::atomic<bool> atWork{false};
+            const auto work = [&] {
+                atWork = true;
+                while (!boost::this_thread::interruption_requested())
+                    boost::this_thread::yield();
+                if (throwing) boost::this_thread::interruption_point();
+            };
+            agent.beforeDownload = [&](const std::string&) { work(); };
+            agent.beforeGetCre = [&](const std::string&) {
+                if (how == "interrupted in content") work();
+            };
+            std::atomic<int> outcome{0};
+            boost::thread job([&] {
+                try {
+                    one.bufferPatches({{"k1", "CVE-1"}, {"k2", "CCE-1"}});
+                    outcome = 1;
+                } catch (...) {
+                    outcome = 2;
+                }
+            });
+            while (!atWork)
                 boost::this_thread::yield();
-        };
-        manager.bufferPatches({{"k", "CVE-1"}});
-    });
-    job.interrupt();
-    job.join();
-    manager.setCancelAllRem(true);
-    manager.bufferPatches({{"k", "CVE-1"}});
-    EXPECT_EQ(readFile(agent.listPath()).find("b.pkg"), std::string::npos);
+            if (how == "cancelled") {
+                one.setCancelAllRem(true);
+            } else {
+                job.interrupt();
+            }
+            for (int i = 0; i < 2000 && outcome == 0; ++i)
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            ASSERT_NE(outcome, 0) << how << ", throwing: " << throwing;
+            job.join();
+            EXPECT_EQ(outcome, 1) << how << ", throwing: " << throwing;
+            for (const char* stem : {"b", "c"})
+                EXPECT_EQ(std::count(agent.calls.begin(), agent.calls.end(),
+                                     "download " + std::string(stem) + " at 250000"),
+                          0)
+                    << how << ", throwing: " << throwing;
+        }
+    }
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <boost/thread/thread.hpp>
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
@@ -123,30 +124,138 @@ TEST_F(Cancellation, AfterTheEndChangesNothing) {
     EXPECT_EQ(manager.getRemediationProgressMap(), before);
 }
 
-// Several controller threads pull at everything while runs go on; each run has to end, with every request
-// decided.
-TEST_F(Cancellation, StandsAnyNumberOfControllers) {
-    agent.beforeDownload = [](const std::string&) {
-        for (int i = 0; i < 200 && !boost::this_thread::interruption_requested(); ++i)
-            std::this_thread::yield();
+TEST_F(Cancellation, IsAskedForByTheWholeKeyOfARequest) {
+    struct {
+        const char* name;
+        Map::key_type cancelled;
+        Map after;
+    } rows[] = {
+        {"one of two requests with one entry", "a||oval:1", {{"a", 13}, {"b||", 4}}},
+        {"the other one", "a||oval:2", {{"a", 13}, {"b||", 4}}},
+        {"a request that is done", "b||", {{"a", 4}, {"b||", 13}}},
+        {"the entry's key, which no request has", "a", {{"a", 4}, {"b||", 4}}},
+        {"a longer key", "b|| ", {{"a", 4}, {"b||", 4}}},
     };
-    constexpr int kRuns = 12;
+    for (const auto& row : rows) {
+        for (const bool early : {true, false}) {
+            RemediationManager one(agent.installPath());
+            one.setContentDownloadDir(agent.contentDir());
+            one.setovalIdMap({{"a||oval:1", "CCE-1"}, {"a||oval:2", "CCE-2"}, {"b||", "CCE-3"}});
+            if (early) one.setCancelRemMap({{row.cancelled, ""}});
+            one.concertedRemediationStart();
+            if (!early) one.setCancelRemMap({{row.cancelled, ""}});
+            if (!early) one.setAbortedRemStatusToAborted();
+            EXPECT_EQ(one.getRemediationProgressMap(), row.after) << row.name << ", early: " << early;
+        }
+    }
+}
+
+TEST_F(Cancellation, OutlivesANewProgressMapAndLaterValues) {
+    manager.setCancelRemMap({{"k1||", ""}});
+    agent.beforeDownload = [this](const std::string& stem) {
+        if (stem == "s2") manager.setRemediationProgressMap({{"k3||", 0}});
+    };
+    EXPECT_EQ(run(), (Map{{"k1||", 13}, {"k2||", 4}, {"k3||", 4}}));
+    for (const auto value : {RemediationManager::REM_QUEUED, RemediationManager::REM_SUCCESS}) {
+        manager.insertRemProgressInMap("k1||", value);
+        manager.setAbortedRemStatusToAborted();
+        EXPECT_EQ(manager.getRemediationProgressMap().at("k1||"), 13U);
+    }
+}
+
+TEST_F(Cancellation, NotAskedForLeavesTheDownloadAlone) {
+    int attempts = 0;
+    agent.beforeDownload = [&](const std::string& stem) {
+        ++attempts;
+        manager.setCancelAllRem(false);
+        manager.setCancelRemMap({{stem == "s2" ? "k1||" : "s2", ""}});
+        manager.setCancelRemMap({});
+        boost::this_thread::interruption_point();
+    };
+    EXPECT_EQ(run(), (Map{{"k1||", 4}, {"k2||", 4}, {"k3||", 4}}));
+    EXPECT_EQ(attempts, 3);
+    EXPECT_EQ(agent.countLogged("Terminating download_thread."), 3);
+}
+
+TEST_F(Cancellation, WithdrawnBeforeItIsSeenIsNoFailure) {
+    for (const std::string kind : {"configuration", "patch"}) {
+        RemediationManager one(agent.installPath());
+        one.setContentDownloadDir(agent.contentDir());
+        if (kind == "patch") agent.addContent("CVE-1", {{"ERI-9", "s9.sh"}});
+        agent.addFile("s9.sh", "x");
+        one.setovalIdMap({{"k2||", kind == "patch" ? "CVE-1" : "CCE-2"}});
+        agent.onLogLine = [&](const std::string& line) {
+            if (line.find("File to download is : ") != line.npos) one.setCancelRemMap({{"k2||", ""}});
+            if (line.find("GetResource returned NULL") == line.npos) return;
+            one.setCancelRemMap({});
+            agent.onLogLine = nullptr;
+        };
+        one.concertedRemediationStart();
+        EXPECT_EQ(one.getRemediationProgressMap(), (Map{{"k2||", kind == "patch" ? 5U : 4U}})) << kind;
+    }
+}
+
+TEST_F(Cancellation, OfOneRequestIsNoErrorOfOurs) {
+    agent.beforeDownload = [this](const std::string& stem) {
+        if (stem != "s2") return;
+        manager.setCancelRemMap({{"k2||", ""}});
+        boost::this_thread::interruption_point();
+    };
+    EXPECT_EQ(run(), (Map{{"k1||", 4}, {"k2||", 13}, {"k3||", 4}}));
+    EXPECT_EQ(agent.countLogged("ERROR  [Remediation Manager]"), 1);
+    EXPECT_EQ(agent.countLogged("ERROR  [Remediation Manager] Inside getFileFromRepo: GetResource returned"),
+              1);
+}
+
+// What the controller sets for a later run is no part of this one.
+TEST_F(Cancellation, ConcernsTheRequestsOfTheRun) {
+    for (const bool exception : {false, true}) {
+        RemediationManager one(agent.installPath());
+        one.setContentDownloadDir(agent.contentDir());
+        one.setovalIdMap({{"a,b,c", "CCE-1"}, {"k1||", "CCE-1"}, {"k2||", "CCE-2"}});
+        one.setCancelRemMap({{"k1||", ""}});
+        agent.beforeGetCre = [&](const std::string&) {
+            one.setovalIdMap({{"later||", "CCE-3"}});
+            one.setCancelRemMap({{"k1||", ""}, {"later||", ""}});
+            one.setAbortedRemStatusToAborted();
+            if (exception) throw std::runtime_error("the cache broke");
+            one.setCancelAllRem(true);
+        };
+        one.concertedRemediationStart();
+        EXPECT_EQ(one.getRemediationProgressMap(),
+                  (Map{{"a,b,c", 8}, {"k1||", 13}, {"k2||", exception ? 7U : 13U}}));
+    }
+}
+
+// Several controller threads cancel, withdraw, poll and replace at once while runs go on. What is cancelled
+// when a run ends reads 13; what only was cancelled meanwhile reads 4 or 13.
+TEST_F(Cancellation, KeepsItsValuesUnderManyControllers) {
+    agent.beforeDownload = [](const std::string&) {
+        for (int i = 0; i < 200; ++i) {
+            boost::this_thread::interruption_point();
+            std::this_thread::yield();
+        }
+    };
+    const auto requests = manager.getovalIdMap();
+    const std::map<std::string, std::string> always{{"k1||", ""}};
+    const std::map<std::string, std::string> sometimes{{"k1||", ""}, {"k2||", ""}, {"k3", ""}};
+    constexpr int kRuns = 30;
     for (int run = 0; run < kRuns; ++run) {
+        const bool whole = run % 3 == 0;
         RemediationManager stressed(agent.installPath());
         stressed.setContentDownloadDir(agent.contentDir());
-        const auto requests = manager.getovalIdMap();
         stressed.setovalIdMap(requests);
+        stressed.setCancelRemMap(always);
+        if (whole) stressed.setCancelAllRem(true);
         std::atomic<bool> stop{false};
         std::vector<std::thread> controllers;
         controllers.emplace_back([&] {
             for (int i = 0; !stop; ++i)
-                stressed.setCancelRemMap(i % 2 == 0 ? requests : decltype(requests){});
+                stressed.setCancelRemMap(i % 2 == 0 ? sometimes : always);
         });
         controllers.emplace_back([&] {
-            // A cancel that is taken back half way leaves requests as they are, so only the other runs get
-            // this.
-            while (!stop && run % 3 != 0)
-                stressed.setCancelAllRem(false);
+            for (int i = 0; !stop; ++i)
+                stressed.setCancelAllRem(whole || (run % 3 == 1 && i % 50 == 0));
         });
         controllers.emplace_back([&] {
             while (!stop) {
@@ -164,14 +273,19 @@ TEST_F(Cancellation, StandsAnyNumberOfControllers) {
                 stressed.setovalIdMap(requests);
         });
         stressed.remediate(true);
-        if (run % 3 == 0) stressed.setCancelAllRem(true);
         while (!stressed.getRemDone())
             std::this_thread::yield();
         stop = true;
         for (std::thread& controller : controllers)
             controller.join();
-        for (const auto& [key, value] : stressed.getRemediationProgressMap())
-            EXPECT_GE(value, 4U) << key << " in run " << run;
+        Map values = stressed.getRemediationProgressMap();
+        ASSERT_EQ(values.size(), requests.size());
+        EXPECT_EQ(values["k1||"], 13U) << "run " << run;
+        EXPECT_TRUE(values["k2||"] == 13 || (values["k2||"] == 4 && !whole))
+            << values["k2||"] << " in " << run;
+        EXPECT_TRUE(values["k3||"] == 13 || values["k3||"] == 4) << values["k3||"] << " in " << run;
+        const unsigned long undisturbed = whole ? 13 : 4;
+        EXPECT_TRUE(run % 3 == 1 || values["k3||"] == undisturbed) << values["k3||"] << " in " << run;
     }
 }
 

@@ -37,7 +37,9 @@ class LinesAppender : public log4cpp::AppenderSkeleton {
   protected:
     void _append(const log4cpp::LoggingEvent& event) override {
         if (current == nullptr) return;
-        current->addLogLine(log4cpp::Priority::getPriorityName(event.priority) + " " + event.message);
+        const std::string line = log4cpp::Priority::getPriorityName(event.priority) + " " + event.message;
+        if (current->onLogLine) current->onLogLine(line);
+        current->addLogLine(line);
     }
 };
 

@@ -77,6 +77,8 @@ class FakeAgent {
     std::vector<std::string> calls;  ///< what the library asked for, in order
     std::function<void(const std::string& stem)> beforeDownload;
     std::function<void(const std::string& identifier)> beforeGetCre;
+    /// Called before the line is kept. It must not make the library log.
+    std::function<void(const std::string& line)> onLogLine;
     std::map<std::string, parseOnlyMetadata> content;
 
   private:

@@ -116,6 +116,27 @@ TEST_F(InstallationPhase, ACancelDuringAFetchEndsBeforeTheInstaller) {
     EXPECT_EQ(agent.countLogged("(installPatches) DONE!!"), 0);
 }
 
+TEST_F(InstallationPhase, ACancelledRequestKeepsItsContentAsItWas) {
+    agent.addContent("CVE-1", {{"ERI-1", "a.pkg"}, {"ERI-2", "b.pkg"}});
+    agent.addContent("CVE-2", {{"ERI-3", "a.pkg"}, {"ERI-4", ""}, {"ERI-5", "b.pkg"}});
+    agent.addFile("a.pkg", "successful");
+    agent.addFile("b.pkg", "successful");
+    boost::filesystem::create_directory(agent.recordPath());  // what is recorded would end the request
+    std::string cancelled;
+    agent.beforeDownload = [&](const std::string& stem) {
+        if (stem == "b") manager.setCancelRemMap({{cancelled, ""}});
+    };
+    // A block without a patch name writes back what came before it.
+    for (const std::string key : {"1", "2"}) {
+        cancelled = key;
+        RemediationManagerPeer::cveRows(manager).clear();
+        EXPECT_EQ(run({{key, "CVE-" + key}}).at(key), 13U);
+        EXPECT_EQ(RemediationManagerPeer::cveRows(manager)[0].getcreEriData().getInstalledSuccessfully(),
+                  key == "2");
+        manager.setCancelRemMap({});
+    }
+}
+
 TEST_F(InstallationPhase, AnInternalErrorAfterTheFetchReads7) {
     agent.addContent("CVE-1", {{"ERI-1", "a.pkg"}});
     agent.addFile("a.pkg", "successful");

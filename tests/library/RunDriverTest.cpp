@@ -4,6 +4,7 @@
 #include <chrono>
 #include <stdexcept>
 #include <thread>
+#include <vector>
 
 #include "remediation/RemediationManager.h"
 #include "tests/library/FakeAgent.h"
@@ -122,6 +123,26 @@ TEST_F(RunDriver, OneSuccessOutweighsFailures) {
     failing.setovalIdMap({{"cpe:/o:y||", "CCE-404"}});
     failing.concertedRemediationStart();
     EXPECT_TRUE(failing.getAllRemFailed());
+}
+
+TEST_F(RunDriver, RefusesASecondRunWhileOneGoesOn) {
+    std::vector<int> downloads;
+    agent.beforeDownload = [&](const std::string&) {
+        downloads.push_back(0);
+        manager.remediate(true);
+        manager.concertedRemediationStart();
+        EXPECT_FALSE(manager.getRemDone());
+    };
+    manager.setovalIdMap({{"cpe:/o:x||", "CCE-1"}});
+    for (const int runs : {1, 2}) {
+        manager.remediate(true);
+        while (!manager.getRemDone() || agent.countLogged("Remediations Manager exiting") < runs)
+            std::this_thread::yield();
+        EXPECT_EQ(agent.countLogged("Concerted Remediation starts"), runs);
+        EXPECT_EQ(agent.countLogged("ERROR  [Remediation Manager] (remediate) Refused: "), 2);
+        agent.beforeDownload = nullptr;
+    }
+    EXPECT_EQ(downloads.size(), 1U);
 }
 
 // A success is recorded, then a failure: from then on no read may say that all failed.
