@@ -4,9 +4,12 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <stdlib.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <thread>
 
@@ -23,7 +26,6 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 constexpr seconds kKillGrace{5};
-constexpr seconds kOrphanGrace{5};
 constexpr milliseconds kLook{100};
 
 class SpawnActions {
@@ -42,16 +44,15 @@ class SpawnAttributes {
   public:
     explicit SpawnAttributes(short moreFlags) {
         posix_spawnattr_init(&attributes_);
-        sigset_t none;
+        sigset_t blocked;
         sigset_t all;
-        sigemptyset(&none);
+        sigemptyset(&blocked);
         sigfillset(&all);
         sigdelset(&all, SIGKILL);
         sigdelset(&all, SIGSTOP);
-        posix_spawnattr_setsigmask(&attributes_, &none);
+        const int flags = leaveTerminal(blocked) | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | moreFlags;
+        posix_spawnattr_setsigmask(&attributes_, &blocked);
         posix_spawnattr_setsigdefault(&attributes_, &all);
-        posix_spawnattr_setpgroup(&attributes_, 0);
-        const int flags = POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | moreFlags;
         posix_spawnattr_setflags(&attributes_, static_cast<short>(flags));
     }
     ~SpawnAttributes() { posix_spawnattr_destroy(&attributes_); }
@@ -63,25 +64,42 @@ class SpawnAttributes {
     posix_spawnattr_t attributes_{};
 };
 
+/// Above 2, so that the child's own dup2 calls cannot meet it, and closed on exec.
+bool moveAboveStandard(UniqueFd& fd) {
+    const int high = fcntl(fd.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    if (high < 0) return false;
+    fd.reset(high);
+    return true;
+}
+
 bool makeOutputPipe(UniqueFd& readEnd, UniqueFd& writeEnd) {
     int ends[2];
     if (!makePipe(ends)) return false;
     readEnd = UniqueFd(ends[0]);
     writeEnd = UniqueFd(ends[1]);
-    // Above 2, so that the child's own dup2 calls cannot meet them, and closed on exec.
-    for (UniqueFd* end : {&readEnd, &writeEnd}) {
-        const int high = fcntl(end->get(), F_DUPFD_CLOEXEC, 3);
-        if (high < 0) return false;
-        end->reset(high);
-    }
-    return true;
+    return moveAboveStandard(readEnd) && moveAboveStandard(writeEnd);
+}
+
+/// A file without a name in `directory`; it goes with its last descriptor.
+UniqueFd makeUnnamedFile(const std::string& directory) {
+    std::string path = directory + "/.zelor-output-XXXXXX";
+    UniqueFd file(mkostemp(path.data(), O_APPEND | O_CLOEXEC));
+    if (file) unlink(path.c_str());
+    return file;
 }
 
 int spawn(const std::vector<std::string>& argv, int output, bool mergeError, pid_t& pid) {
     SpawnActions actions;
     posix_spawn_file_actions_addopen(actions.get(), STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_adddup2(actions.get(), output, STDOUT_FILENO);
-    posix_spawn_file_actions_adddup2(actions.get(), mergeError ? output : STDERR_FILENO, STDERR_FILENO);
+    if (mergeError) {
+        posix_spawn_file_actions_adddup2(actions.get(), output, STDERR_FILENO);
+    } else if (fcntl(STDERR_FILENO, F_GETFD) >= 0) {
+        posix_spawn_file_actions_adddup2(actions.get(), STDERR_FILENO, STDERR_FILENO);
+    } else {
+        // A host without standard error. Left closed, the command's next file would take its errors.
+        posix_spawn_file_actions_addopen(actions.get(), STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+    }
     SpawnAttributes attributes(closeOtherDescriptors(*actions.get()));
     std::vector<char*> words;
     words.reserve(argv.size() + 1);
@@ -92,27 +110,82 @@ int spawn(const std::vector<std::string>& argv, int output, bool mergeError, pid
                        processEnvironment());
 }
 
-/// One child: collects its output, then its status.
+void readRange(int file, off_t from, off_t end, OutputBuffer& buffer) {
+    char chunk[65536];
+    while (from < end) {
+        const auto wanted = std::min<off_t>(end - from, sizeof chunk);
+        const ssize_t count = pread(file, chunk, static_cast<std::size_t>(wanted), from);
+        if (count < 0 && errno == EINTR) continue;
+        if (count <= 0) return;
+        buffer.add(chunk, static_cast<std::size_t>(count));
+        from += count;
+    }
+}
+
+/// What a command writes to a file, as it grows.
+class GrowingFile {
+  public:
+    explicit GrowingFile(int file) : file_(file) {}
+
+    /// The bytes that have not been taken yet.
+    off_t waiting() {
+        struct stat info {};
+        if (fstat(file_, &info) != 0) return 0;
+        if (info.st_size < taken_) taken_ = 0;  // somebody emptied it
+        return info.st_size - taken_;
+    }
+
+    /// Moves them to `buffer`, of many both ends, and gives their disk space back.
+    void take(OutputBuffer& buffer) {
+        constexpr auto kBound = static_cast<off_t>(kOutputBound);
+        const off_t more = waiting();
+        const off_t end = taken_ + more;
+        if (more <= kBound) {
+            readRange(file_, taken_, end, buffer);
+        } else {
+            readRange(file_, taken_, taken_ + kBound / 2, buffer);
+            buffer.skip(static_cast<std::size_t>(more - kBound));
+            readRange(file_, end - kBound / 2, end, buffer);
+        }
+        taken_ = end;
+        (void)releaseBeginning(file_, end);
+    }
+
+  private:
+    int file_;
+    off_t taken_ = 0;
+};
+
+/// One child: collects its output and its status, and keeps it to the limit. It is reaped last: until then
+/// its id, which is its group's too, cannot become another's.
 class Child {
   public:
-    Child(pid_t pid, UniqueFd output, seconds limit) : pid_(pid), output_(std::move(output)) {
+    Child(pid_t pid, seconds limit) : pid_(pid) {
         if (limit.count() > 0) deadline_ = Clock::now() + limit;
     }
 
-    CommandResult wait() {
+    /// Reads the pipe to its end, whoever holds the other one, then waits for the child.
+    CommandResult readToEnd(UniqueFd pipe) {
+        output_ = std::move(pipe);
         while (output_)
             readSome();
-        while (!ended_) {
-            reap(deadline_ == Clock::time_point::max() && !result_.timedOut);
-            if (!ended_) {
-                checkLimit();
-                std::this_thread::sleep_for(milliseconds(5));
-            }
+        const bool block = deadline_ == Clock::time_point::max();
+        while (!reap(block)) {
+            checkLimit();
+            pause();
         }
-        result_.started = true;
-        result_.outputSize = buffer_.size();
-        result_.output = buffer_.take();
-        return std::move(result_);
+        return finish();
+    }
+
+    /// Waits for the child alone, which writes to `file`.
+    CommandResult waitWith(GrowingFile file) {
+        while (!reap(false)) {
+            checkLimit();
+            if (file.waiting() > static_cast<off_t>(kOutputBound)) file.take(buffer_);
+            pause();
+        }
+        file.take(buffer_);
+        return finish();
     }
 
   private:
@@ -131,12 +204,7 @@ class Child {
                 return;
             }
         }
-        const auto now = Clock::now();
-        if (now < nextLook_) return;
-        nextLook_ = now + kLook;
-        if (!ended_) reap(false);
         checkLimit();
-        if (ended_ && now - endedAt_ > kOrphanGrace) output_.reset();
     }
 
     void checkLimit() {
@@ -152,28 +220,43 @@ class Child {
         }
     }
 
-    void reap(bool block) {
+    /// False while the child runs.
+    bool reap(bool block) {
         int status = -1;
         pid_t done = -1;
         do {
             done = waitpid(pid_, &status, block ? 0 : WNOHANG);
         } while (done < 0 && errno == EINTR);
-        if (done == 0) return;
-        ended_ = true;
-        endedAt_ = Clock::now();
+        if (done == 0) return false;
         result_.waited = done == pid_;
         if (result_.waited) result_.status = status;
+        return true;
     }
 
-    pid_t pid_;
+    /// In proportion to how long the child has run, so that a short one is not waited for longer.
+    void pause() const {
+        const auto passed = std::chrono::duration_cast<milliseconds>(Clock::now() - start_);
+        std::this_thread::sleep_for(std::clamp(passed / 16, milliseconds(1), kLook));
+    }
+
+    CommandResult finish() {
+        // Others of a group that was asked to end have the same time for it. The id is still the group's as
+        // long as it has members.
+        for (; result_.timedOut && kill(-pid_, 0) == 0 && killAt_ != Clock::time_point::max(); pause())
+            checkLimit();
+        result_.started = true;
+        result_.outputSize = buffer_.size();
+        result_.output = buffer_.take();
+        return std::move(result_);
+    }
+
+    const pid_t pid_;
     UniqueFd output_;
     OutputBuffer buffer_{kOutputBound};
     CommandResult result_;
-    bool ended_ = false;
+    const Clock::time_point start_ = Clock::now();
     Clock::time_point deadline_ = Clock::time_point::max();
     Clock::time_point killAt_ = Clock::time_point::max();
-    Clock::time_point nextLook_ = Clock::now() + kLook;
-    Clock::time_point endedAt_;
 };
 
 }  // namespace
@@ -190,7 +273,22 @@ CommandResult runCommand(const std::vector<std::string>& argv, bool mergeError, 
     failed.startError = spawn(argv, writeEnd.get(), mergeError, pid);
     if (failed.startError != 0) return failed;
     writeEnd.reset();
-    return Child(pid, std::move(readEnd), limit).wait();
+    return Child(pid, limit).readToEnd(std::move(readEnd));
+}
+
+CommandResult runScript(const std::string& script, seconds limit) {
+    const auto slash = script.rfind('/');
+    UniqueFd file = makeUnnamedFile(slash == std::string::npos ? "." : script.substr(0, slash + 1));
+    if (!file) file = openFile("/dev/null", O_RDWR);
+    CommandResult failed;
+    if (!file || !moveAboveStandard(file)) {
+        failed.startError = errno;
+        return failed;
+    }
+    pid_t pid = -1;
+    failed.startError = spawn({"/bin/bash", script}, file.get(), true, pid);
+    if (failed.startError != 0) return failed;
+    return Child(pid, limit).waitWith(GrowingFile(file.get()));
 }
 
 }  // namespace zelor::base

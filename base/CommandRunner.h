@@ -20,11 +20,16 @@ struct CommandResult {
 /// Output kept in memory per command; beyond it the middle goes.
 constexpr std::size_t kOutputBound = std::size_t{8} << 20;
 
-/// Runs `argv` (its first word a path) in a process group of its own with standard input from /dev/null and
-/// waits for it. Standard output is collected, and standard error too when `mergeError`; else that is
-/// inherited. No other descriptor is passed on. At `limit` (zero: none) the group gets TERM, five seconds
-/// later KILL. A descendant that keeps the output open after the command itself ended is waited for five
-/// seconds at most.
+/// Runs `argv` (its first word a path) in a session of its own, without a terminal, with standard input from
+/// /dev/null. Reads its output to the end, which comes when nobody holds it open any more: also a process
+/// that the command left behind is waited for, as by pclose(3). Standard output is collected, and standard
+/// error too when `mergeError`; else that is inherited. No other descriptor is passed on. At `limit` (zero:
+/// none) the group gets TERM, five seconds later KILL, and the output read so far is the result's.
 CommandResult runCommand(const std::vector<std::string>& argv, bool mergeError, std::chrono::seconds limit);
+
+/// Runs `script` with /bin/bash in the same way, but waits for that shell alone: services that the script
+/// leaves behind go on, and go on writing. Both outputs are collected, up to the shell's end, through a file
+/// without a name in the script's directory; where none can be made, the output is dropped.
+CommandResult runScript(const std::string& script, std::chrono::seconds limit);
 
 }  // namespace zelor::base

@@ -11,6 +11,9 @@ class OutputBuffer {
     explicit OutputBuffer(std::size_t bound) : half_(bound / 2) {}
 
     void add(const char* data, std::size_t size);
+    /// Counts `size` bytes of the stream as dropped. At least half of the bound is to be added before and
+    /// after.
+    void skip(std::size_t size) { size_ += size; }
     /// Bytes added so far, the dropped ones included.
     std::size_t size() const { return size_; }
     /// What was kept, with a line that tells how much is missing where bytes were dropped. Leaves the buffer

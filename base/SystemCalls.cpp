@@ -6,12 +6,14 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <memory>
 
 #ifdef __APPLE__
 #include <copyfile.h>
 #include <crt_externs.h>
 #include <sys/mount.h>
+#include <sys/utsname.h>
 #include <sys/xattr.h>
 #else
 #include <sys/statvfs.h>
@@ -27,7 +29,28 @@ AwakeClock::time_point timeOf(clockid_t clock) noexcept {
     return AwakeClock::time_point(std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec));
 }
 
+/// Whether posix_spawn can start a session: a macOS before 10.15, whose kernel is Darwin 19, ignores the
+/// flag.
+[[maybe_unused]] bool canStartSessions() {
+#ifdef __APPLE__
+    constexpr int kFirst = 19;
+    struct utsname system {};
+    return uname(&system) == 0 && std::atoi(system.release) >= kFirst;
+#else
+    return true;
+#endif
+}
+
 }  // namespace
+
+short leaveTerminal(sigset_t& blocked) {
+#ifdef POSIX_SPAWN_SETSID
+    if (canStartSessions()) return POSIX_SPAWN_SETSID;
+#endif
+    sigaddset(&blocked, SIGTTIN);
+    sigaddset(&blocked, SIGTTOU);
+    return POSIX_SPAWN_SETPGROUP;
+}
 
 #ifdef __APPLE__
 
@@ -82,6 +105,13 @@ bool availableBytes(int fd, std::uint64_t& bytes) {
     if (fstatfs(fd, &info) != 0) return false;
     bytes = info.f_bavail * info.f_bsize;
     return true;
+}
+
+bool releaseBeginning(int fd, off_t bytes) {
+    constexpr off_t kBlocks = off_t{1} << 16;  // the call takes whole blocks, whose size differs by volume
+    struct fpunchhole hole {};
+    hole.fp_length = bytes / kBlocks * kBlocks;
+    return hole.fp_length == 0 || fcntl(fd, F_PUNCHHOLE, &hole) == 0;
 }
 
 bool exchangePaths(const std::string& one, const std::string& other) {
@@ -176,6 +206,16 @@ bool availableBytes(int fd, std::uint64_t& bytes) {
     if (fstatvfs(fd, &info) != 0) return false;
     bytes = info.f_bavail * info.f_frsize;
     return true;
+}
+
+bool releaseBeginning(int fd, off_t bytes) {
+#ifdef FALLOC_FL_PUNCH_HOLE
+    return bytes == 0 || fallocate(fd, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, 0, bytes) == 0;
+#else
+    (void)fd;
+    (void)bytes;
+    return false;
+#endif
 }
 
 bool exchangePaths(const std::string& one, const std::string& other) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <locale.h>
+#include <signal.h>
 #include <spawn.h>
 #include <sys/stat.h>
 #include <time.h>
@@ -23,6 +24,12 @@ char** processEnvironment();
 /// What keeps the descriptors that `actions` does not name from the child: adds an action, or returns a flag
 /// for posix_spawnattr_setflags.
 short closeOtherDescriptors(posix_spawn_file_actions_t& actions);
+
+/// Keeps the host's terminal from the child: a session of its own where the system can start one so, else a
+/// process group of its own in which reading the terminal fails instead of stopping the reader (the signals
+/// that stop are added to `blocked`, the child's signal mask). The child's id is its group's. Returns flags
+/// for posix_spawnattr_setflags.
+short leaveTerminal(sigset_t& blocked);
 
 /// A steady clock that stands still while the machine sleeps, so that a limit is not used up by a closed lid.
 struct AwakeClock {
@@ -48,6 +55,9 @@ struct timespec modificationTime(const struct stat& info);
 /// failure, errno set.
 bool availableBytes(const std::string& path, std::uint64_t& bytes);
 bool availableBytes(int fd, std::uint64_t& bytes);
+/// Gives the disk space of a file's first `bytes` bytes back, as far as whole blocks go; they read as zero
+/// from then on, and the file keeps its size. False where the system or the file system cannot.
+bool releaseBeginning(int fd, off_t bytes);
 /// Exchanges two files or folders in one step. False where the system or the file system cannot.
 bool exchangePaths(const std::string& one, const std::string& other);
 

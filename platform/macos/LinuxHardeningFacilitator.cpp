@@ -35,8 +35,7 @@ bool noChildToBeHad(int startError) {
 int LinuxHardeningFacilitator::complianceRemediation(std::string path) {
     zlog::debug("[MacHardeningFacilitator] Welcome to compliance remediation, for '", path, "'");
     makeExecutable(path);
-    const zelor::base::CommandResult result =
-        zelor::base::runCommand({"/bin/bash", path}, true, zelor::platform::commandLimit());
+    const zelor::base::CommandResult result = zelor::base::runScript(path, zelor::platform::commandLimit());
     int status = result.status;
     if (result.started) {
         zelor::platform::logCommandTrouble(path, result);

@@ -1,10 +1,16 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <stdlib.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <string>
+#include <thread>
+#include <utility>
+#include <vector>
 
 #include "base/CommandRunner.h"
 #include "base/OutputBuffer.h"
@@ -24,6 +30,40 @@ constexpr std::chrono::seconds kLimit{1};
 CommandResult shell(const std::string& command, bool mergeError = false,
                     std::chrono::seconds limit = kNoLimit) {
     return runCommand({"/bin/sh", "-c", command}, mergeError, limit);
+}
+
+/// Whether the process whose id `text` begins with runs; one that ended and was not waited for does not.
+bool isRunning(const std::string& text) {
+    const std::string state = shell("ps -o stat= -p " + std::to_string(std::stoi(text))).output;
+    return !state.empty() && state.find('Z') == std::string::npos;
+}
+
+/// Closes descriptors of this process for the object's life.
+class ClosedDescriptors {
+  public:
+    explicit ClosedDescriptors(const std::vector<int>& descriptors) {
+        for (const int fd : descriptors) {
+            kept_.emplace_back(fd, fcntl(fd, F_DUPFD_CLOEXEC, 100));
+            close(fd);
+        }
+    }
+    ~ClosedDescriptors() {
+        for (const auto& [fd, copy] : kept_) {
+            dup2(copy, fd);
+            close(copy);
+        }
+    }
+    ClosedDescriptors(const ClosedDescriptors&) = delete;
+    ClosedDescriptors& operator=(const ClosedDescriptors&) = delete;
+
+  private:
+    std::vector<std::pair<int, int>> kept_;
+};
+
+/// Makes the terminal at `path` the controlling one of this session, which has none.
+bool takeTerminal(const char* path) {
+    const int terminal = open(path, O_RDWR);
+    return terminal >= 0 && ioctl(terminal, TIOCSCTTY, 0) == 0;
 }
 
 TEST(CommandRunner, CollectsOutputAndStatus) {
@@ -66,11 +106,58 @@ TEST(CommandRunner, EndsTheWholeGroupAtTheLimit) {
     EXPECT_TRUE(closed.timedOut) << "also when it closed its output";
 }
 
-TEST(CommandRunner, DoesNotWaitForDescendantsThatKeepTheOutput) {
-    const CommandResult result = shell("sleep 600 & echo $!; exit 0");
-    EXPECT_EQ(result.status, 0);
+TEST(CommandRunner, ReadsToTheEndOfOutputAfterTheCommandEnded) {
+    // Longer than any grace that a runner might give: an installer's worker may take minutes.
+    const CommandResult result = shell("(sleep 6; echo late; echo last) & echo early; exit 3");
+    EXPECT_EQ(result.output, "early\nlate\nlast\n");
+    EXPECT_EQ(WEXITSTATUS(result.status), 3);
     EXPECT_FALSE(result.timedOut);
-    kill(std::stoi(result.output), SIGKILL);
+}
+
+TEST(CommandRunner, BoundsWhatOutlivesTheCommandByTheLimit) {
+    const CommandResult kept = shell("sleep 600 & echo $!; exit 0", false, kLimit);
+    EXPECT_TRUE(kept.timedOut);
+    EXPECT_EQ(kept.status, 0) << "the command's own";
+    EXPECT_FALSE(isRunning(kept.output));
+    const CommandResult deaf =
+        shell("sh -c 'trap \"\" TERM; echo $$; exec >&- 2>&-; while :; do sleep 1; done' & sleep 600", false,
+              kLimit);
+    EXPECT_TRUE(deaf.timedOut);
+    EXPECT_FALSE(isRunning(deaf.output)) << "it ignores TERM and its output is closed";
+}
+
+TEST(CommandRunner, WorksWithoutTheStandardDescriptors) {
+    for (const std::vector<int>& closed : std::vector<std::vector<int>>{{0}, {1}, {2}, {0, 1, 2}}) {
+        for (const bool mergeError : {false, true}) {
+            CommandResult result;
+            {
+                const ClosedDescriptors without(closed);
+                result = shell("cat; echo out; echo err >&2", mergeError);
+            }
+            SCOPED_TRACE(testing::PrintToString(closed) + (mergeError ? " merged" : ""));
+            EXPECT_EQ(result.startError, 0);
+            EXPECT_EQ(result.status, 0);
+            EXPECT_EQ(result.output, mergeError ? "out\nerr\n" : "out\n");
+        }
+    }
+}
+
+TEST(CommandRunner, GivesNoTerminalToACommand) {
+    zelor::test::FakeAgent agent;
+    agent.addTool("installer", "read password </dev/tty || exit 1\necho successful\n");
+    const int master = posix_openpt(O_RDWR | O_NOCTTY);
+    ASSERT_TRUE(master >= 0 && grantpt(master) == 0 && unlockpt(master) == 0);
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        alarm(20);  // where the reader is stopped, nothing else would end the wait
+        const bool terminal = setsid() >= 0 && takeTerminal(ptsname(master));
+        _exit(!terminal ? 2 : MacPatchManager().pkgInstallation("x.pkg") == -1 ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0) << "the read fails, the installer ends, and its request reads as failed";
+    close(master);
 }
 
 TEST(CommandRunner, KeepsHeadAndTailOfAFlood) {
@@ -80,6 +167,44 @@ TEST(CommandRunner, KeepsHeadAndTailOfAFlood) {
     EXPECT_EQ(flood.output.substr(0, 5), "head\n");
     EXPECT_EQ(flood.output.substr(flood.output.size() - 5), "tail\n");
     EXPECT_NE(flood.output.find("bytes left out]"), std::string::npos);
+}
+
+TEST(Scripts, LeaveTheirServicesRunningAndWritingAndAreNotWaitedForLonger) {
+    zelor::test::FakeAgent agent;
+    const std::string script = agent.dir / "scripts/service.sh";
+    zelor::test::writeFile(script, "(while [ ! -e '" + agent.dir / "go" +
+                                       "' ]; do sleep 0.05; done; echo one; echo two; echo served > '" +
+                                       agent.dir / "served" + "') &\necho started\nexit 7\n");
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(MacPatchManager().applyConfig(script), -1);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4));
+    EXPECT_TRUE(agent.logged("DEBUG", "[MacHardeningFacilitator] output of " + script + " = started\n"));
+    EXPECT_EQ(MacPatchManager().listFilesInDirectory(agent.dir / "scripts").size(), 3U)
+        << "., .. and the script: its output has no name";
+    zelor::test::writeFile(agent.dir / "go", "");
+    for (int i = 0; i < 200 && zelor::test::readFile(agent.dir / "served").empty(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(zelor::test::readFile(agent.dir / "served"), "served\n") << "its output is gone";
+}
+
+TEST(Scripts, AreBoundedInTimeAndOutput) {
+    const zelor::test::TempDir dir;
+    const std::string script = dir / "script.sh";
+    zelor::test::writeFile(
+        script,
+        "echo head; head -c 9000000 /dev/zero; sleep 0.5; head -c 11000000 /dev/zero; echo; echo tail\n");
+    const CommandResult flood = zelor::base::runScript(script, kNoLimit);
+    EXPECT_EQ(flood.status, 0);
+    EXPECT_EQ(flood.outputSize, 20000011U);
+    EXPECT_LT(flood.output.size(), zelor::base::kOutputBound + 100);
+    EXPECT_EQ(flood.output.substr(0, 5), "head\n");
+    EXPECT_EQ(flood.output.substr(flood.output.size() - 5), "tail\n");
+    zelor::test::writeFile(script, "sleep 600 & echo $!; sleep 600\n");
+    const CommandResult cut = zelor::base::runScript(script, kLimit);
+    EXPECT_TRUE(cut.timedOut && WIFSIGNALED(cut.status));
+    EXPECT_FALSE(isRunning(cut.output));
+    EXPECT_EQ(zelor::base::runScript("/no/such/directory/script.sh", kNoLimit).status, 127 << 8)
+        << "the shell's own answer, where no file can be made for its output";
 }
 
 TEST(OutputBuffers, KeepBothEndsHoweverTheBytesCome) {
