@@ -22,8 +22,9 @@ struct CloseDirectory {
     void operator()(DIR* directory) const { closedir(directory); }
 };
 
-[[noreturn]] void fail(const std::string& what, const std::string& name) {
-    throw std::runtime_error(what + " '" + name + "': " + std::strerror(errno));
+[[noreturn]] void fail(const char* what, const std::string& name) {
+    const int error = errno;  // before anything that could change it
+    throw std::runtime_error(std::string(what) + " '" + name + "': " + std::strerror(error));
 }
 
 std::vector<std::string> entries(int folder, const std::string& shown) {
@@ -33,118 +34,169 @@ std::vector<std::string> entries(int folder, const std::string& shown) {
     if (!directory) fail("cannot list", shown);
     copy.release();
     std::vector<std::string> names;
-    while (const dirent* entry = readdir(directory.get())) {
+    for (;;) {
+        errno = 0;
+        const dirent* entry = readdir(directory.get());
+        if (entry == nullptr) break;
         const std::string name = entry->d_name;
         if (name != "." && name != "..") names.push_back(name);
     }
+    if (errno != 0) fail("cannot list", shown);
     return names;
+}
+
+/// Removes `name` in the directory `parent` with all that it holds, on this file system alone. Goes by
+/// descriptors and follows no link, so that nothing else is removed when somebody exchanges a directory for
+/// a link meanwhile.
+void removeTree(int parent, const std::string& name, dev_t device, const std::string& shown) {
+    struct stat info {};
+    if (fstatat(parent, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) fail("cannot remove", shown);
+    if (info.st_dev != device) {
+        errno = EXDEV;
+        fail("cannot remove", shown);
+    }
+    const bool isDirectory = S_ISDIR(info.st_mode);
+    if (isDirectory) {
+        const UniqueFd inside(openat(parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        if (!inside) fail("cannot remove", shown);
+        for (const std::string& entry : entries(inside.get(), shown))
+            removeTree(inside.get(), entry, device, shown + "/" + entry);
+    }
+    if (unlinkat(parent, name.c_str(), isDirectory ? AT_REMOVEDIR : 0) != 0) fail("cannot remove", shown);
 }
 
 /// Copies one folder into another, by descriptors, so that nobody can move the ground away.
 class TreeCopy {
   public:
-    void copyInside(int from, int to, const std::string& shown) {
-        for (const std::string& name : entries(from, shown))
-            copyEntry(from, to, name, shown + "/" + name);
+    /// The names are for messages. `shared`: what stands directly in the target is not the copy's to remove.
+    TreeCopy(const std::string& source, const std::string& target, bool shared)
+        : source_(source), target_(target), shared_(shared) {}
+
+    /// Copies what is in the directory `from` to `to`; both are at `path` in the trees, "" at their tops.
+    void copyInside(int from, int to, const std::string& path) {
+        for (const std::string& name : entries(from, source_ + path))
+            copyEntry({from, to, name, path + "/" + name});
     }
 
-    void finish(int source, int target, const struct stat& info, const std::string& shown) {
-        if (!copyFileAttributes(source, target)) fail("cannot keep the attributes of", shown);
-        if (fchmod(target, info.st_mode & 01777) != 0) fail("cannot keep the mode of", shown);
+    void finish(int source, int target, const struct stat& info, const std::string& path) {
+        if (!copyFileAttributes(source, target)) fail("cannot keep the attributes of", target_ + path);
+        if (fchmod(target, info.st_mode & 01777) != 0) fail("cannot keep the mode of", target_ + path);
         const struct timespec times[2] = {accessTime(info), modificationTime(info)};
-        if (futimens(target, times) != 0) fail("cannot keep the time of", shown);
+        if (futimens(target, times) != 0) fail("cannot keep the time of", target_ + path);
     }
 
   private:
-    void copyEntry(int from, int to, const std::string& name, const std::string& shown) {
+    struct Entry {
+        int from;  ///< the directories
+        int to;
+        std::string name;
+        std::string path;
+    };
+
+    void copyEntry(const Entry& entry) {
         struct stat info {};
-        if (fstatat(from, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) fail("cannot read", shown);
+        if (fstatat(entry.from, entry.name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0)
+            fail("cannot read", source_ + entry.path);
         if (S_ISDIR(info.st_mode)) {
-            copyFolder(from, to, name, info, shown);
+            copyFolder(entry, info);
         } else if (S_ISLNK(info.st_mode)) {
-            copyLink(from, to, name, info, shown);
+            copyLink(entry, info);
         } else if (S_ISREG(info.st_mode)) {
-            copyRegular(from, to, name, info, shown);
+            copyRegular(entry, info);
         } else {
             errno = EINVAL;
-            fail("neither file, folder nor link:", shown);
+            fail("neither file, directory nor link:", source_ + entry.path);
         }
     }
 
-    void copyFolder(int from, int to, const std::string& name, const struct stat& info,
-                    const std::string& shown) {
+    void copyFolder(const Entry& entry, const struct stat& info) {
+        const char* name = entry.name.c_str();
         struct stat there {};
-        if (fstatat(to, name.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0 && !S_ISDIR(there.st_mode) &&
-            unlinkat(to, name.c_str(), 0) != 0) {
-            fail("cannot replace", shown);
+        if (fstatat(entry.to, name, &there, AT_SYMLINK_NOFOLLOW) == 0 && !S_ISDIR(there.st_mode) &&
+            unlinkat(entry.to, name, 0) != 0) {
+            fail("cannot replace", target_ + entry.path);
         }
-        if (mkdirat(to, name.c_str(), 0755) != 0 && errno != EEXIST) fail("cannot make", shown);
-        const UniqueFd source(openat(from, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-        const UniqueFd target(openat(to, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-        if (!source || !target) fail("cannot open", shown);
-        copyInside(source.get(), target.get(), shown);
-        finish(source.get(), target.get(), info, shown);
+        if (mkdirat(entry.to, name, 0755) != 0 && errno != EEXIST) fail("cannot make", target_ + entry.path);
+        const UniqueFd source(openat(entry.from, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        if (!source) fail("cannot open", source_ + entry.path);
+        const UniqueFd target(openat(entry.to, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        if (!target) fail("cannot open", target_ + entry.path);
+        copyInside(source.get(), target.get(), entry.path);
+        finish(source.get(), target.get(), info, entry.path);
     }
 
-    void copyLink(int from, int to, const std::string& name, const struct stat& info,
-                  const std::string& shown) {
+    void copyLink(const Entry& entry, const struct stat& info) {
         std::vector<char> target(static_cast<std::size_t>(info.st_size) + 4096);
-        const ssize_t size = readlinkat(from, name.c_str(), target.data(), target.size() - 1);
-        if (size < 0) fail("cannot read", shown);
+        const ssize_t size = readlinkat(entry.from, entry.name.c_str(), target.data(), target.size() - 1);
+        if (size < 0) fail("cannot read", source_ + entry.path);
         target[static_cast<std::size_t>(size)] = '\0';
+        makeWay(entry);
         const std::string temporary = temporaryName();
-        if (symlinkat(target.data(), to, temporary.c_str()) != 0) fail("cannot make", shown);
+        if (symlinkat(target.data(), entry.to, temporary.c_str()) != 0)
+            fail("cannot make", target_ + entry.path);
         const struct timespec times[2] = {accessTime(info), modificationTime(info)};
-        utimensat(to, temporary.c_str(), times, AT_SYMLINK_NOFOLLOW);
-        putInPlace(to, temporary, name, shown);
+        utimensat(entry.to, temporary.c_str(), times, AT_SYMLINK_NOFOLLOW);
+        putInPlace(entry, temporary);
     }
 
-    void copyRegular(int from, int to, const std::string& name, const struct stat& info,
-                     const std::string& shown) {
-        const UniqueFd source(openat(from, name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-        if (!source) fail("cannot open", shown);
+    /// A directory in a link's place comes from a copy that followed links, as many tools do.
+    void makeWay(const Entry& entry) {
+        struct stat there {};
+        if (fstatat(entry.to, entry.name.c_str(), &there, AT_SYMLINK_NOFOLLOW) != 0) return;
+        const bool isOurs = !shared_ || entry.path.rfind('/') != 0;
+        struct stat parent {};
+        if (!S_ISDIR(there.st_mode) || !isOurs || fstat(entry.to, &parent) != 0) return;
+        removeTree(entry.to, entry.name, parent.st_dev, target_ + entry.path);
+    }
+
+    void copyRegular(const Entry& entry, const struct stat& info) {
+        const UniqueFd source(openat(entry.from, entry.name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+        if (!source) fail("cannot open", source_ + entry.path);
         const std::string temporary = temporaryName();
         const UniqueFd target(
-            openat(to, temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-        if (!target) fail("cannot make", shown);
+            openat(entry.to, temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+        if (!target) fail("cannot make", target_ + entry.path);
         try {
-            if (!copyFileData(source.get(), target.get())) fail("cannot copy", shown);
-            finish(source.get(), target.get(), info, shown);
-            putInPlace(to, temporary, name, shown);
+            if (!copyFileData(source.get(), target.get())) fail("cannot copy", target_ + entry.path);
+            finish(source.get(), target.get(), info, entry.path);
+            putInPlace(entry, temporary);
         } catch (...) {
-            unlinkat(to, temporary.c_str(), 0);
+            unlinkat(entry.to, temporary.c_str(), 0);
             throw;
         }
     }
 
-    void putInPlace(int to, const std::string& temporary, const std::string& name, const std::string& shown) {
-        if (renameat(to, temporary.c_str(), to, name.c_str()) == 0) return;
+    void putInPlace(const Entry& entry, const std::string& temporary) {
+        if (renameat(entry.to, temporary.c_str(), entry.to, entry.name.c_str()) == 0) return;
         const int error = errno;
-        unlinkat(to, temporary.c_str(), 0);
+        unlinkat(entry.to, temporary.c_str(), 0);
         errno = error;
-        fail("cannot replace", shown);
+        fail("cannot replace", target_ + entry.path);
     }
 
     std::string temporaryName() {
         return ".zelor-copy-" + std::to_string(getpid()) + "-" + std::to_string(++count_);
     }
 
+    const std::string source_;
+    const std::string target_;
+    const bool shared_;
     unsigned long count_ = 0;
 };
 
 }  // namespace
 
-std::string copyTree(const std::string& source, const std::string& destination, bool keepOwnAttributes) {
+std::string copyTree(const std::string& source, const std::string& destination, bool keepOwnAttributes,
+                     bool shared) {
     try {
         const UniqueFd from = openFile(source, O_RDONLY | O_DIRECTORY);
-        const UniqueFd to = openFile(destination, O_RDONLY | O_DIRECTORY);
         if (!from) fail("cannot open", source);
+        const UniqueFd to = openFile(destination, O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
         if (!to) fail("cannot open", destination);
-        TreeCopy copy;
-        copy.copyInside(from.get(), to.get(), source);
+        TreeCopy copy(source, destination, shared);
+        copy.copyInside(from.get(), to.get(), "");
         struct stat info {};
-        if (keepOwnAttributes && fstat(from.get(), &info) == 0)
-            copy.finish(from.get(), to.get(), info, source);
+        if (keepOwnAttributes && fstat(from.get(), &info) == 0) copy.finish(from.get(), to.get(), info, "");
     } catch (const std::exception& problem) {
         return problem.what();
     }

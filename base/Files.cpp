@@ -33,7 +33,9 @@ off_t wholeLinesEnd(int fd) {
 }  // namespace
 
 void UniqueFd::reset(int fd) {
+    const int error = errno;  // of a failure that the caller is about to report
     close();
+    errno = error;
     fd_ = fd;
 }
 

@@ -143,10 +143,14 @@ std::optional<Mount> findMount(const MacState& state, const std::string& subject
     return found;
 }
 
-bool emptyMountPoint(const Mount& mount, const std::string& root) {
+/// 0, or the errno value of what failed.
+int emptyMountPoint(const Mount& mount, const std::string& root) {
     const std::string folder = requireBelowRoot(mount.mountPoint, root);
     removeTree(folder);
-    return !fs::exists(folder) && agent::makeFolders(folder);
+    boost::system::error_code error;
+    fs::remove(folder, error);  // it is there no more, or says why
+    if (error) return error.value();
+    return agent::makeFolders(folder) ? 0 : errno;
 }
 
 void markUnmounted(const StateFolder& folder, int disk) {
@@ -173,10 +177,10 @@ int detach(const StateFolder& folder, const MacState& state, const Command& comm
     if (fault == Outcome::busy) {
         return say({"", "hdiutil: couldn't unmount " + disk + " - Resource busy\n", busyStatus});
     }
-    if (mount->mounted && !emptyMountPoint(*mount, state.root)) {
+    const int error = mount->mounted ? emptyMountPoint(*mount, state.root) : 0;
+    if (error != 0)
         throw std::runtime_error("hdiutil: cannot empty " + mount->mountPoint + ": " +
-                                 agent::errorText(errno));
-    }
+                                 agent::errorText(error));
     if (fault == Outcome::busyEject) {
         markUnmounted(folder, mount->disk);
         return say(

@@ -39,7 +39,7 @@ std::string fill(int fd, const std::string& path, const std::function<void(std::
     std::ostream out(&buffer);
     write(out);
     out.flush();
-    return buffer.failed() ? cannotWrite(path, errno) : "";
+    return buffer.failed() ? cannotWrite(path, buffer.error()) : "";
 }
 
 std::string replaceFile(const std::string& path, const std::function<void(std::ostream&)>& write) {
@@ -74,8 +74,8 @@ FdBuffer::int_type FdBuffer::overflow(int_type next) {
 int FdBuffer::sync() {
     const std::string bytes(pbase(), pptr());
     setp(room_.data(), room_.data() + room_.size());
-    if (!failed_ && !base::writeAll(fd_, bytes)) failed_ = true;
-    return failed_ ? -1 : 0;
+    if (error_ == 0 && !base::writeAll(fd_, bytes)) error_ = errno;
+    return failed() ? -1 : 0;
 }
 
 void checkOutput(const std::string& path, const std::string& option) {

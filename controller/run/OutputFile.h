@@ -16,7 +16,9 @@ class FdBuffer : public std::streambuf {
     ~FdBuffer() override;
     FdBuffer(const FdBuffer&) = delete;
     FdBuffer& operator=(const FdBuffer&) = delete;
-    bool failed() const { return failed_; }
+    bool failed() const { return error_ != 0; }
+    /// The errno value of the first write that failed, or 0.
+    int error() const { return error_; }
 
   protected:
     int_type overflow(int_type next) override;
@@ -24,7 +26,7 @@ class FdBuffer : public std::streambuf {
 
   private:
     int fd_;
-    bool failed_ = false;
+    int error_ = 0;
     std::string room_;
 };
 

@@ -1,11 +1,13 @@
 #include <dirent.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <memory>
 
 #include "base/DirectoryCopy.h"
+#include "base/SystemRoot.h"
 #include "platform/Log.h"
 #include "platform/macos/MacPatchManager.h"
 
@@ -17,6 +19,13 @@ struct CloseDirectory {
     void operator()(DIR* directory) const { closedir(directory); }
 };
 
+// A separator would make the system follow a link in the name's place.
+std::string withoutSeparatorAtEnd(std::string path) {
+    while (path.size() > 1 && path.back() == '/')
+        path.pop_back();
+    return path;
+}
+
 }  // namespace
 
 bool MacPatchManager::copyDir(boost::filesystem::path source, boost::filesystem::path destination) {
@@ -26,14 +35,17 @@ bool MacPatchManager::copyDir(boost::filesystem::path source, boost::filesystem:
                     " does not exist or is not a directory.");
         return false;
     }
-    const bool isNew = stat(destination.c_str(), &info) != 0;
-    if (isNew && mkdir(destination.c_str(), 0755) != 0) {
+    const std::string place = withoutSeparatorAtEnd(destination.string());
+    const bool shared = place == withoutSeparatorAtEnd(underSystemRoot(APPFOLDER));
+    bool isNew = lstat(place.c_str(), &info) != 0;
+    if (!isNew && !shared && S_ISLNK(info.st_mode)) isNew = unlink(place.c_str()) == 0;
+    if (isNew && mkdir(place.c_str(), 0755) != 0) {
         zlog::debug("[MacPatchManager] Unable to create destination directory", destination.string());
         return false;
     }
-    const std::string problem = zelor::base::copyTree(source.string(), destination.string(), isNew);
+    const std::string problem = zelor::base::copyTree(source.string(), place, isNew, shared);
     if (problem.empty()) return true;
-    zlog::debug("[MacPatchManager] (copyDir) The copy ended early: ", problem);
+    zlog::error("[MacPatchManager] (copyDir) The copy ended early: ", problem);
     return false;
 }
 
@@ -41,7 +53,8 @@ std::vector<std::string> MacPatchManager::listFilesInDirectory(std::string dir) 
     std::vector<std::string> names;
     const std::unique_ptr<DIR, CloseDirectory> directory(opendir(dir.c_str()));
     if (!directory) {
-        zlog::error(" [MacPatchManager] Opening of the file :", dir, "failed. Error code = ", errno);
+        const int error = errno;  // the logger may change it
+        zlog::error(" [MacPatchManager] Opening of the file :", dir, "failed. Error code = ", error);
         return names;
     }
     while (const dirent* entry = readdir(directory.get()))

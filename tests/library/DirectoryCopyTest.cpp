@@ -81,6 +81,45 @@ TEST_F(DirectoryCopy, ReplacesWhatItBringsAndLeavesTheRest) {
         EXPECT_EQ(entry.first.find(".zelor-copy"), std::string::npos);
 }
 
+TEST_F(DirectoryCopy, ADirectoryGivesWayToALink) {
+    const std::string installed = applications + "/Editor.app";
+    const std::string framework = installed + "/Contents/Frameworks/Kit.framework";
+    writeFile(framework + "/Versions/Current/Resources/old", "copied by something that follows links");
+    writeFile(agent.dir / "elsewhere/file", "kept");
+    fs::create_directory_symlink(agent.dir / "elsewhere", framework + "/Versions/Current/out");
+    fs::create_directories(installed + "/Contents/dangling");
+    ASSERT_TRUE(copy(installed));
+    EXPECT_EQ(tree(bundle), tree(installed));
+    EXPECT_EQ(readFile(agent.dir / "elsewhere/file"), "kept");
+}
+
+TEST_F(DirectoryCopy, FollowsNoLinkAtTheDestination) {
+    writeFile(agent.dir / "elsewhere/file", "kept");
+    fs::create_directory(applications);
+    for (const std::string target : {"elsewhere", "nowhere"}) {
+        const std::string installed = applications + "/Editor.app";
+        fs::remove_all(installed);
+        fs::create_directory_symlink(agent.dir / target, installed);
+        ASSERT_TRUE(copy(installed + "/")) << target;
+        EXPECT_EQ(tree(agent.dir / "mnt"), tree(applications)) << target;
+    }
+    EXPECT_EQ(tree(agent.dir / "elsewhere").size(), 1U);
+}
+
+TEST_F(DirectoryCopy, TakesNothingOfOthersFromTheApplicationsDirectory) {
+    writeFile(applications + "/Utilities/Terminal.app/Info.plist", "another's");
+    fs::create_symlink("Contents", bundle + "/Utilities");
+    EXPECT_FALSE(copy(applications + "/"));
+    EXPECT_EQ(readFile(applications + "/Utilities/Terminal.app/Info.plist"), "another's");
+    fs::rename(applications, agent.dir / "moved");
+    fs::create_directory_symlink(agent.dir / "moved", applications);
+    EXPECT_FALSE(copy(applications + "/"));
+    EXPECT_TRUE(fs::is_symlink(applications));
+    EXPECT_EQ(agent.countLogged("ERROR [MacPatchManager] (copyDir) The copy ended early: cannot open '" +
+                                applications + "'"),
+              1);
+}
+
 TEST_F(DirectoryCopy, SaysWhatItCannotDo) {
     EXPECT_FALSE(MacPatchManager().copyDir(agent.dir / "none", applications));
     EXPECT_TRUE(agent.logged("DEBUG", "[MacPatchManager] Source directory " + agent.dir / "none" +
@@ -90,7 +129,9 @@ TEST_F(DirectoryCopy, SaysWhatItCannotDo) {
         "DEBUG", "[MacPatchManager] Unable to create destination directory" + applications + "/no/parent"));
     fs::create_directories(applications + "/E/Contents/Info.plist");
     EXPECT_FALSE(copy(applications + "/E"));
-    EXPECT_EQ(agent.countLogged("(copyDir) The copy ended early: cannot replace"), 1);
+    EXPECT_EQ(agent.countLogged("ERROR [MacPatchManager] (copyDir) The copy ended early: cannot replace '" +
+                                applications + "/E/Contents/Info.plist'"),
+              1);
     ASSERT_EQ(mkfifo((bundle + "/Contents/pipe").c_str(), 0600), 0);
     EXPECT_FALSE(copy(applications + "/F"));
 }
