@@ -1,6 +1,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <mutex>
 
 #include "base/Strings.h"
 #include "base/SystemRoot.h"
@@ -15,6 +16,12 @@ namespace {
 
 bool isInstallable(const std::string& name) {
     return zelor::base::hasEnding(name, ".app") || zelor::base::hasEnding(name, ".pkg");
+}
+
+// There is one mount point, whatever the number of managers: held from the first detach to the last.
+std::mutex& mountPointMutex() {
+    static std::mutex mutex;
+    return mutex;
 }
 
 // What lies there would be installed in place of an image that cannot be attached.
@@ -54,6 +61,7 @@ int MacPatchManager::pkgInstallation(std::string pkgPath) {
 
 int MacPatchManager::dmgInstallation(std::string dmgPath, std::string packageName) {
     (void)packageName;
+    const std::lock_guard<std::mutex> lock(mountPointMutex());
     const std::string mountPoint = underSystemRoot(zelor::platform::diskImageMountPoint);
     const std::string detach = zelor::platform::detachCommand(mountPoint);
     getCmdlineOutput(detach);  // clears what an earlier run left mounted

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <thread>
+
 #include "platform/macos/MacPatchManager.h"
 #include "remediation/RemediationManager.h"
 #include "tests/library/FakeAgent.h"
@@ -213,6 +215,24 @@ TEST_F(InstallationPhase, IdentityComesFromTheSystemAndTheAgentFiles) {
                              "[MacPatchManager] Inside getValueFromIni, Error while getting for the key "
                              "ScanManager.ProfileId"));
     EXPECT_EQ(agent.countLogged("counts as one without keys"), 1);
+}
+
+TEST_F(InstallationPhase, DiskImagesOfTwoManagersTakeTurns) {
+    const std::string installed = agent.dir / "installed";
+    agent.addTool(
+        "hdiutil",
+        "case $1 in attach) cp \"$5\" \"$4/x.pkg\"; sleep 0.3;; *) rm -f \"$2\"/*; echo ejected;; esac");
+    agent.addTool("installer", "cat \"$2\" >> '" + installed + "'; echo successful");
+    const auto install = [this](const std::string& name) {
+        const std::string image = agent.dir / (name + ".dmg");
+        writeFile(image, name + "\n");
+        EXPECT_EQ(MacPatchManager().install3rdPartyPatch(image, "", "dmg"), 0) << name;
+    };
+    std::thread other(install, "one");
+    install("two");
+    other.join();
+    const std::string text = readFile(installed);
+    EXPECT_TRUE(text == "one\ntwo\n" || text == "two\none\n") << text;
 }
 
 }  // namespace

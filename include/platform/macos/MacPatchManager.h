@@ -49,6 +49,7 @@ class ZELOR_API MacPatchManager {
     /// Installs a verified patch file; `kind` is "app", "pkg" or "dmg".
     int install3rdPartyPatch(std::string path, std::string packageName, std::string kind);
     int pkgInstallation(std::string pkgPath);
+    /// Mounts, installs and unmounts. The images of a process take turns, since they share the mount point.
     int dmgInstallation(std::string dmgPath, std::string packageName);
     /// Copies the bundle directory `source` to `destination`.
     int appInstallation(std::string source, std::string destination);
@@ -57,7 +58,9 @@ class ZELOR_API MacPatchManager {
     /// Runs the bundle's own installer.
     int appInstaller(std::string appPath);
     /// Copies a directory tree with modes, times and symbolic links, replacing files that exist and leaving
-    /// all others in the destination alone. False on the first failure.
+    /// all others in the destination alone. A symbolic link at the destination is replaced, and a directory
+    /// in the place of a copied link removed; directly in the applications directory neither is done, and the
+    /// copy fails. False on the first failure.
     bool copyDir(boost::filesystem::path source, boost::filesystem::path destination);
     /// Names of the directory's entries in the file system's order, "." and ".." included; empty on failure.
     std::vector<std::string> listFilesInDirectory(std::string dir);
