@@ -172,7 +172,8 @@ class ZELOR_API RemediationManager {
     void downloadPatchForBuffering(std::vector<remediateMetadata> requests);
     /// `patchSize`: text such as "12.5 MB".
     bool downloadSizeExceedsAllotedSize(std::string patchSize);
-    /// Adds the sizes in bytes of all files below `dir` to `size`.
+    /// Adds the sizes in bytes of all files below `dir` to `size`. Links are followed; a directory that is
+    /// reached more than once counts once.
     void getFoldersize(std::string dir, long& size);
     /// The rate for buffering in bytes per second.
     unsigned long getBpsInPercentOfBandwidth();

@@ -1,6 +1,9 @@
+#include <sys/stat.h>
+
 #include <boost/filesystem/operations.hpp>
 #include <boost/filesystem/path.hpp>
 #include <exception>
+#include <set>
 #include <utility>
 
 #include "base/Strings.h"
@@ -22,6 +25,32 @@ constexpr char kInterrupted[] =
     " [Remediation Manager] (downloadPatchForBuffering) The buffering was interrupted.";
 constexpr int kHttpOk = 200;
 constexpr unsigned long kFallbackRate = 1024;
+
+void logSizeTrouble() {
+    zlog::debug("[Remediation Manager] (getFoldersize) getting file size threw exception");
+}
+
+/// Directories by device and inode: one that links lead to as well counts once.
+using SeenDirectories = std::set<std::pair<dev_t, ino_t>>;
+
+void addFileSizes(const std::string& dir, SeenDirectories& seen, long& size) {
+    try {
+        for (const fs::directory_entry& entry : fs::directory_iterator(dir)) {
+            struct stat info {};
+            const bool known = ::stat(entry.path().c_str(), &info) == 0;
+            if (known && S_ISDIR(info.st_mode)) {
+                if (seen.emplace(info.st_dev, info.st_ino).second)
+                    addFileSizes(entry.path().string(), seen, size);
+            } else if (known && S_ISREG(info.st_mode)) {
+                size += static_cast<long>(info.st_size);
+            } else {
+                logSizeTrouble();
+            }
+        }
+    } catch (const std::exception&) {
+        logSizeTrouble();
+    }
+}
 
 }  // namespace
 
@@ -137,17 +166,10 @@ bool RemediationManager::downloadSizeExceedsAllotedSize(std::string patchSize) {
 }
 
 void RemediationManager::getFoldersize(std::string dir, long& size) {
-    try {
-        for (const fs::directory_entry& entry : fs::directory_iterator(dir)) {
-            if (fs::is_directory(entry.symlink_status())) {
-                getFoldersize(entry.path().string(), size);
-            } else {
-                size += static_cast<long>(fs::file_size(entry.path()));
-            }
-        }
-    } catch (const std::exception&) {
-        zlog::debug("[Remediation Manager] (getFoldersize) getting file size threw exception");
-    }
+    SeenDirectories seen;
+    struct stat info {};
+    if (::stat(dir.c_str(), &info) == 0) seen.emplace(info.st_dev, info.st_ino);
+    addFileSizes(dir, seen, size);
 }
 
 unsigned long RemediationManager::getBpsInPercentOfBandwidth() {

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <atomic>
@@ -12,6 +13,7 @@
 
 using zelor::test::readFile;
 using zelor::test::writeFile;
+namespace fs = boost::filesystem;
 
 namespace {
 
@@ -113,6 +115,22 @@ TEST_F(Buffering, FillsTheBudgetToTheByteAndNoFurther) {
     manager.getFoldersize(agent.dir / "missing", size);
     EXPECT_EQ(size, 7);
     EXPECT_EQ(agent.countLogged("getting file size threw exception"), 1);
+}
+
+TEST_F(Buffering, CountsFilesOnceWhateverStandsBesideThem) {
+    writeFile(agent.bufferDir() + "/a", std::string(1000, 'a'));
+    writeFile(agent.bufferDir() + "/sub/b", std::string(200, 'b'));
+    writeFile(agent.dir / "elsewhere/c", std::string(30, 'c'));
+    for (const char* name : {"/0", "/z"}) {
+        fs::create_directory_symlink("sub", agent.bufferDir() + name + "inside");
+        fs::create_directory_symlink(agent.dir / "elsewhere", agent.bufferDir() + name + "outside");
+        fs::create_directory_symlink(".", agent.bufferDir() + "/sub" + name + "loop");
+        fs::create_symlink("nowhere", agent.bufferDir() + name + "dangling");
+    }
+    ASSERT_EQ(mkfifo((agent.bufferDir() + "/pipe").c_str(), 0600), 0);
+    long size = 0;
+    manager.getFoldersize(agent.bufferDir(), size);
+    EXPECT_EQ(size, 1230);
 }
 
 TEST_F(Buffering, SkipsWhatIsTooLargeButNotWhatFollows) {
