@@ -2,18 +2,9 @@
 
 #include <algorithm>
 
-namespace zelor::authoring {
+#include "platform/PrintableText.h"
 
-std::string printable(std::string text) {
-    std::replace_if(
-        text.begin(), text.end(),
-        [](char c) {
-            const auto byte = static_cast<unsigned char>(c);
-            return byte < 0x20 || byte == 0x7f;
-        },
-        '?');
-    return text;
-}
+namespace zelor::authoring {
 
 std::string amount(std::size_t count, const std::string& one, const std::string& many) {
     return std::to_string(count) + ' ' + (count == 1 ? one : many);
@@ -28,8 +19,8 @@ std::string findingsText(const Findings& findings) {
     std::string text;
     for (const Finding& finding : findings) {
         text += finding.severity == Severity::error ? "error: " : "warning: ";
-        text += printable(finding.place) + ": " + printable(finding.what) + '\n';
-        text += "    remedy: " + printable(finding.remedy) + '\n';
+        text += platform::printable(finding.place) + ": " + platform::printable(finding.what) + '\n';
+        text += "    remedy: " + platform::printable(finding.remedy) + '\n';
     }
     return text;
 }

@@ -20,14 +20,11 @@ using Findings = std::vector<Finding>;
 /// True when one of them is an error.
 bool anyError(const Findings& findings);
 
-/// The text without control characters: content may hold terminal escapes, and none reaches the terminal.
-std::string printable(std::string text);
-
 /// "1 error", "2 errors".
 std::string amount(std::size_t count, const std::string& one, const std::string& many);
 
-/// One paragraph for each: "error: PLACE: WHAT" and, indented, the remedy. Control characters are shown as
-/// "?".
+/// One paragraph for each: "error: PLACE: WHAT" and, indented, the remedy. What must not reach a terminal
+/// is shown as "?".
 std::string findingsText(const Findings& findings);
 
 }  // namespace zelor::authoring

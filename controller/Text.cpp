@@ -1,50 +1,17 @@
 #include "controller/Text.h"
 
 #include <time.h>
-#include <wchar.h>
 
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdio>
 
-#include "base/SystemCalls.h"
 #include "base/Utf8.h"
 
 namespace zelor::controller {
 
 namespace {
-
-/// The thread's character type is UTF-8 for the object's life, whatever the user's locale says.
-class Utf8Locale {
-  public:
-    Utf8Locale() {
-        static const locale_t utf8 = [] {
-            for (const char* name : {"C.UTF-8", "UTF-8", "en_US.UTF-8"}) {
-                if (const locale_t found = ::newlocale(LC_CTYPE_MASK, name, nullptr)) return found;
-            }
-            return static_cast<locale_t>(nullptr);
-        }();
-        if (utf8 != nullptr) old_ = ::uselocale(utf8);
-    }
-    ~Utf8Locale() {
-        if (old_ != nullptr) ::uselocale(old_);
-    }
-    Utf8Locale(const Utf8Locale&) = delete;
-    Utf8Locale& operator=(const Utf8Locale&) = delete;
-
-  private:
-    locale_t old_ = nullptr;
-};
-
-/// Below zero for a character that must not be printed. Needs a Utf8Locale.
-int columnsOfCharacter(char32_t code) {
-    if (code == base::invalidCharacter || code < 0x20 || (code >= 0x7f && code < 0xa0) ||
-        base::reordersText(code))
-        return -1;
-    if (code < 0x7f) return 1;
-    return ::wcwidth(static_cast<wchar_t>(code));
-}
 
 std::string twoDigits(long number) {
     return (number < 10 ? "0" : "") + std::to_string(number);
@@ -58,28 +25,12 @@ std::string oneDecimal(double number) {
 
 }  // namespace
 
-std::string printable(const std::string& text) {
-    const Utf8Locale utf8;
-    std::string out;
-    out.reserve(text.size());
-    for (std::size_t at = 0; at < text.size();) {
-        const base::Character character = base::characterAt(text, at);
-        if (columnsOfCharacter(character.code) < 0) {
-            out += '?';
-        } else {
-            out.append(text, at, character.bytes);
-        }
-        at += character.bytes;
-    }
-    return out;
-}
-
 std::size_t columnsOf(const std::string& printableText) {
-    const Utf8Locale utf8;
+    const platform::Utf8Locale utf8;
     std::size_t columns = 0;
     for (std::size_t at = 0; at < printableText.size();) {
         const base::Character character = base::characterAt(printableText, at);
-        columns += static_cast<std::size_t>(std::max(columnsOfCharacter(character.code), 0));
+        columns += static_cast<std::size_t>(std::max(platform::columnsOfCharacter(character.code), 0));
         at += character.bytes;
     }
     return columns;
@@ -89,12 +40,12 @@ std::string cutToColumns(const std::string& printableText, std::size_t columns, 
     if (columnsOf(printableText) <= columns) return printableText;
     const std::size_t mark = columnsOf(ellipsis);
     if (mark > columns) return "";
-    const Utf8Locale utf8;
+    const platform::Utf8Locale utf8;
     std::size_t used = mark;
     std::size_t at = 0;
     while (at < printableText.size()) {
         const base::Character character = base::characterAt(printableText, at);
-        const auto wide = static_cast<std::size_t>(std::max(columnsOfCharacter(character.code), 0));
+        const auto wide = static_cast<std::size_t>(std::max(platform::columnsOfCharacter(character.code), 0));
         if (used + wide > columns) break;
         used += wide;
         at += character.bytes;

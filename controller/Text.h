@@ -5,12 +5,10 @@
 #include <string>
 #include <vector>
 
+#include "platform/PrintableText.h"
+
 /// Text for people: nothing that comes from keys, content or tools reaches a terminal unchanged.
 namespace zelor::controller {
-
-/// `text` safe to print: control characters, escape sequences, marks that reorder text, and bytes that are
-/// not UTF-8 become "?".
-std::string printable(const std::string& text);
 
 /// Columns that a printable text takes on a terminal.
 std::size_t columnsOf(const std::string& printableText);

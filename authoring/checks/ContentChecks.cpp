@@ -6,6 +6,7 @@
 #include "authoring/manifest/SizeText.h"
 #include "base/Strings.h"
 #include "remediation/fetch/PatchName.h"
+#include "remediation/intake/RequestParsing.h"
 
 namespace zelor::authoring {
 
@@ -62,20 +63,21 @@ void checkEri(const ContentEntry& entry, const ContentEri& eri, Findings& findin
         add(Severity::error, "its id is empty or holds white space around it or control characters",
             "give the ERI an id of its own: it is a line of the installed-patches record");
     }
-    if (!eri.mskb.empty() && !isConfiguration(entry.identifier)) {
+    if (!eri.mskb.empty() && !remediation::isConfiguration(entry.identifier)) {
         add(Severity::warning, "it has a vendor knowledge-base number, so this platform passes it over",
             "leave mskb out of content for macOS");
     }
     if (eri.patchId.empty()) {
-        if (isOsRemediation(eri) && !isConfiguration(entry.identifier)) return;
+        if (isOsRemediation(eri) && !remediation::isConfiguration(entry.identifier)) return;
         add(Severity::error, "it names no patch, so the request always fails",
             "name a file, or for an update of Apple's own begin its instructions with \"OS Remediation\" and "
             "give "
             "it a product that begins with cpe:/a:apple or cpe:/o:apple");
         return;
     }
-    append(findings, patchNameFindings(place, eri.patchId, isConfiguration(entry.identifier)));
-    const bool image = !isConfiguration(entry.identifier) && remediation::installerKind(eri.patchId) == "dmg";
+    append(findings, patchNameFindings(place, eri.patchId, remediation::isConfiguration(entry.identifier)));
+    const bool image =
+        !remediation::isConfiguration(entry.identifier) && remediation::installerKind(eri.patchId) == "dmg";
     if (image && usesBundleInstaller(eri) && eri.silent.empty()) {
         add(Severity::warning,
             "its instructions say \"using install option\" without silent: the shell refuses its command, so "

@@ -15,6 +15,7 @@
 #include "authoring/publish/ContentXml.h"
 #include "base/Strings.h"
 #include "remediation/fetch/PatchName.h"
+#include "remediation/intake/RequestParsing.h"
 
 namespace zelor::authoring {
 
@@ -82,7 +83,8 @@ UsesByPatch usesByPatch(const std::vector<ContentEntry>& entries) {
                 if (!remediation::splitAtLastDot(eri.patchId) ||
                     !remediation::whyUnsafeFileName(eri.patchId).empty())
                     continue;
-                uses[eri.patchId].push_back({placeOf(entry, eri), eri, isConfiguration(entry.identifier)});
+                uses[eri.patchId].push_back(
+                    {placeOf(entry, eri), eri, remediation::isConfiguration(entry.identifier)});
             }
         }
     }

@@ -4,10 +4,6 @@
 
 namespace zelor::authoring {
 
-bool isConfiguration(const std::string& identifier) {
-    return base::hasBeginning(identifier, "CCE-");
-}
-
 bool isOsRemediation(const ContentEri& eri) {
     const std::string product = base::lowerCased(eri.product);
     return (base::hasBeginning(product, "cpe:/a:apple") || base::hasBeginning(product, "cpe:/o:apple")) &&

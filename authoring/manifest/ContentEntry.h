@@ -34,9 +34,6 @@ struct ContentEntry {
     std::vector<ContentCre> cres;
 };
 
-/// True for the identifiers of configurations, whose patches are scripts.
-bool isConfiguration(const std::string& identifier);
-
 /// True when the system's own updater installs it, without a file from the repository.
 bool isOsRemediation(const ContentEri& eri);
 

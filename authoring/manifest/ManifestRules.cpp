@@ -9,6 +9,7 @@
 #include "authoring/publish/ContentXml.h"
 #include "base/Strings.h"
 #include "remediation/fetch/PatchName.h"
+#include "remediation/intake/RequestParsing.h"
 
 namespace zelor::authoring {
 
@@ -28,7 +29,7 @@ void checkFile(const ManifestPatch& patch, Findings& findings) {
         return;
     }
     for (Finding& finding :
-         kindFindings(patch.place, patch.patchId, isConfiguration(patch.identifier), patch.file))
+         kindFindings(patch.place, patch.patchId, remediation::isConfiguration(patch.identifier), patch.file))
         findings.push_back(std::move(finding));
 }
 

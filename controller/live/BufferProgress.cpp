@@ -53,16 +53,21 @@ void BufferProgress::changed(const ResultTable& table, const std::vector<Change>
     for (const Change& change : changes) {
         if (change.value != contentFailedValue && change.value != invalidRequestValue) continue;
         const Result& result = table.results()[change.request];
-        settle({requestLabel(*result.key), printable(*result.identifier), stateName(change.value), Tone::bad,
-                0, std::nullopt, reasonOf_(result)});
+        settle({requestLabel(*result.key), platform::printable(*result.identifier), stateName(change.value),
+                Tone::bad, 0, std::nullopt, reasonOf_(result)});
     }
 }
 
 void BufferProgress::ticked(const ResultTable& /*table*/, double time) {
     for (const PatchOutcome& news : trail_.takeNews()) {
         view_.rows.clear();
-        LiveRow row{printable(news.patch), "",         outcomeName(news.kind), Tone::busy, 0,
-                    std::nullopt,          news.reason};
+        LiveRow row{platform::printable(news.patch),
+                    "",
+                    outcomeName(news.kind),
+                    Tone::busy,
+                    0,
+                    std::nullopt,
+                    news.reason};
         if (news.kind == Kind::downloading) {
             meter_.reset();
             if (terminal_) view_.rows.push_back(row);

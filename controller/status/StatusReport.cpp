@@ -12,9 +12,9 @@ using nlohmann::ordered_json;
 constexpr std::size_t recordedShown = 20;
 
 std::string row(const std::string& name, std::size_t columns, const std::string& value) {
-    return "  " + printable(name) +
-           std::string(columns - std::min(columns, columnsOf(printable(name))), ' ') + "  " +
-           printable(value) + '\n';
+    return "  " + platform::printable(name) +
+           std::string(columns - std::min(columns, columnsOf(platform::printable(name))), ' ') + "  " +
+           platform::printable(value) + '\n';
 }
 
 std::string orNone(const std::string& text, const std::string& none) {
@@ -31,24 +31,25 @@ std::string settingsText(const Status& status) {
     std::size_t widest = 0;
     for (const agent::Setting& setting : status.settings)
         widest = std::max(widest, setting.key.size());
-    std::string text = "\nSettings (* from " + printable(status.iniFile) + ", the others are defaults)\n";
+    std::string text =
+        "\nSettings (* from " + platform::printable(status.iniFile) + ", the others are defaults)\n";
     for (const agent::Setting& setting : status.settings) {
         text += (setting.fromFile ? "* " : "  ") +
                 row(setting.key, widest, orNone(setting.value, "not set")).substr(2);
     }
     for (const std::string& problem : status.problems)
-        text += "  ! " + printable(problem) + '\n';
+        text += "  ! " + platform::printable(problem) + '\n';
     return text;
 }
 
 std::string recordText(const Status& status) {
     std::string text = "\nInstalled: " + countText(status.recorded.size(), "entry") + " in " +
-                       printable(status.recordFile) + '\n';
+                       platform::printable(status.recordFile) + '\n';
     const std::size_t first =
         status.recorded.size() > recordedShown ? status.recorded.size() - recordedShown : 0;
     if (first > 0) text += "  ... " + std::to_string(first) + " before (all with --json)\n";
     for (std::size_t i = first; i < status.recorded.size(); ++i)
-        text += "  " + printable(status.recorded[i]) + '\n';
+        text += "  " + platform::printable(status.recorded[i]) + '\n';
     return text;
 }
 

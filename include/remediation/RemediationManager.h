@@ -87,8 +87,8 @@ class ZELOR_API RemediationManager {
     /// Starts the run on a thread of its own and returns at once. `option` is kept and has no effect. While a
     /// run of this manager goes on, another one is refused with an error line.
     void remediate(bool option);
-    /// A step of the run: all of it, on the calling thread. Ends with `getRemDone()` true in every case. Refused like
-    /// `remediate` while a run goes on.
+    /// A step of the run: all of it, on the calling thread. Ends with `getRemDone()` true in every case.
+    /// Refused like `remediate` while a run goes on.
     void concertedRemediationStart();
 
     // Results

@@ -19,10 +19,10 @@ namespace {
 
 namespace fs = boost::filesystem;
 using test::readFile;
+using test::SigningKey;
 using test::TempDir;
 using test::writeFile;
 using testing::HasSubstr;
-using test::SigningKey;
 
 std::string certificateOf(const SigningKey& key) {
     const std::unique_ptr<X509, void (*)(X509*)> x509(X509_new(), X509_free);
@@ -79,8 +79,7 @@ TEST_F(SignatureTest, RefusesEverythingElseWithAReason) {
     };
     const Case cases[] = {
         {"another key", [&] { writeFile(keyFile, SigningKey::rsa().publicPem()); }, "does not match"},
-        {"key of another kind", [&] { writeFile(keyFile, SigningKey::ec().publicPem()); },
-         "does not match"},
+        {"key of another kind", [&] { writeFile(keyFile, SigningKey::ec().publicPem()); }, "does not match"},
         {"changed byte", [&] { writeFile(patch, content + "."); }, "does not match"},
         {"another file's signature", [&] { writeFile(signatureFile, rsa.sign("other")); }, "does not match"},
         {"truncated signature", [&] { writeFile(signatureFile, good.substr(0, 100)); }, "does not match"},
