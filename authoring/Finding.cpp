@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "platform/PrintableText.h"
+#include "base/PrintableText.h"
 
 namespace zelor::authoring {
 
@@ -19,8 +19,8 @@ std::string findingsText(const Findings& findings) {
     std::string text;
     for (const Finding& finding : findings) {
         text += finding.severity == Severity::error ? "error: " : "warning: ";
-        text += platform::printable(finding.place) + ": " + platform::printable(finding.what) + '\n';
-        text += "    remedy: " + platform::printable(finding.remedy) + '\n';
+        text += base::printable(finding.place) + ": " + base::printable(finding.what) + '\n';
+        text += "    remedy: " + base::printable(finding.remedy) + '\n';
     }
     return text;
 }

@@ -194,8 +194,7 @@ void refuseUnknownCommand(const CLI::App& app, const std::vector<std::string>& a
     std::string known;
     for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; }))
         known += (known.empty() ? "" : ", ") + command->get_name();
-    throw InputError("there is no command \"" + platform::printable(arguments[0]) +
-                     "\"; use one of: " + known);
+    throw InputError("there is no command \"" + base::printable(arguments[0]) + "\"; use one of: " + known);
 }
 
 int execute(CLI::App& app, const std::vector<std::string>& arguments, const Action& action) {

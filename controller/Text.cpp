@@ -26,11 +26,11 @@ std::string oneDecimal(double number) {
 }  // namespace
 
 std::size_t columnsOf(const std::string& printableText) {
-    const platform::Utf8Locale utf8;
+    const base::Utf8Locale utf8;
     std::size_t columns = 0;
     for (std::size_t at = 0; at < printableText.size();) {
         const base::Character character = base::characterAt(printableText, at);
-        columns += static_cast<std::size_t>(std::max(platform::columnsOfCharacter(character.code), 0));
+        columns += static_cast<std::size_t>(std::max(base::columnsOfCharacter(character.code), 0));
         at += character.bytes;
     }
     return columns;
@@ -40,12 +40,12 @@ std::string cutToColumns(const std::string& printableText, std::size_t columns, 
     if (columnsOf(printableText) <= columns) return printableText;
     const std::size_t mark = columnsOf(ellipsis);
     if (mark > columns) return "";
-    const platform::Utf8Locale utf8;
+    const base::Utf8Locale utf8;
     std::size_t used = mark;
     std::size_t at = 0;
     while (at < printableText.size()) {
         const base::Character character = base::characterAt(printableText, at);
-        const auto wide = static_cast<std::size_t>(std::max(platform::columnsOfCharacter(character.code), 0));
+        const auto wide = static_cast<std::size_t>(std::max(base::columnsOfCharacter(character.code), 0));
         if (used + wide > columns) break;
         used += wide;
         at += character.bytes;

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/PrintableText.h"
+#include "base/PrintableText.h"
 
 /// Text for people: nothing that comes from keys, content or tools reaches a terminal unchanged.
 namespace zelor::controller {

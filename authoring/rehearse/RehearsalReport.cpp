@@ -8,8 +8,8 @@
 
 #include "authoring/Finding.h"
 #include "authoring/publish/PublishState.h"
+#include "base/PrintableText.h"
 #include "base/Strings.h"
-#include "platform/PrintableText.h"
 #include "remediation/fetch/PatchName.h"
 
 namespace zelor::authoring {
@@ -83,7 +83,7 @@ std::string diskChanges(const DiskState& before, const DiskState& after, std::si
     std::string text;
     std::size_t count = 0;
     const auto add = [&](const char* what, const std::string& path) {
-        if (++count <= limit) text += std::string("  ") + what + " /" + platform::printable(path) + '\n';
+        if (++count <= limit) text += std::string("  ") + what + " /" + base::printable(path) + '\n';
     };
     for (const auto& [path, stamp] : after) {
         const auto old = before.find(path);
@@ -108,7 +108,7 @@ std::string indentedTail(const std::string& file, std::size_t lines) {
     }
     std::string text;
     for (const std::string& line : last)
-        text += "  " + platform::printable(line) + '\n';
+        text += "  " + base::printable(line) + '\n';
     return text;
 }
 

@@ -53,7 +53,7 @@ void BufferProgress::changed(const ResultTable& table, const std::vector<Change>
     for (const Change& change : changes) {
         if (change.value != contentFailedValue && change.value != invalidRequestValue) continue;
         const Result& result = table.results()[change.request];
-        settle({requestLabel(*result.key), platform::printable(*result.identifier), stateName(change.value),
+        settle({requestLabel(*result.key), base::printable(*result.identifier), stateName(change.value),
                 Tone::bad, 0, std::nullopt, reasonOf_(result)});
     }
 }
@@ -61,7 +61,7 @@ void BufferProgress::changed(const ResultTable& table, const std::vector<Change>
 void BufferProgress::ticked(const ResultTable& /*table*/, double time) {
     for (const PatchOutcome& news : trail_.takeNews()) {
         view_.rows.clear();
-        LiveRow row{platform::printable(news.patch),
+        LiveRow row{base::printable(news.patch),
                     "",
                     outcomeName(news.kind),
                     Tone::busy,

@@ -66,7 +66,7 @@ LiveRow LiveModel::row(const ResultTable& table, std::size_t request, double tim
     const Result& result = table.results()[request];
     LiveRow row;
     row.name = requestLabel(*result.key);
-    row.identifier = platform::printable(*result.identifier);
+    row.identifier = base::printable(*result.identifier);
     row.state = stateName(result.value);
     row.tone = toneOf(result.value);
     const auto spell = spells_.find(request);

@@ -18,7 +18,7 @@ void PlainLines::changed(const ResultTable& table, const std::vector<Change>& ch
         const Result& result = table.results()[change.request];
         const std::string reason = isResult(change.value) && reasonOf_ ? reasonOf_(result) : "";
         lines += now + "  " + fitToColumns(stateName(change.value), 16, "") + "  " +
-                 requestLabel(*result.key) + " (" + platform::printable(*result.identifier) + ')' +
+                 requestLabel(*result.key) + " (" + base::printable(*result.identifier) + ')' +
                  (reason.empty() ? "" : ": " + reason) + '\n';
     }
     if (!lines.empty()) base::writeAll(fd_, lines);
@@ -42,7 +42,7 @@ std::string runSummary(const ResultTable& table, bool rebootNeeded, const std::s
     }
     return countText(table.results().size(), "request") + " in " + durationText(seconds) + ": " + counts +
            ".\n" + (rebootNeeded ? "A reboot is needed to complete them.\n" : "") +
-           "Log: " + platform::printable(logFile) + '\n';
+           "Log: " + base::printable(logFile) + '\n';
 }
 
 }  // namespace zelor::controller

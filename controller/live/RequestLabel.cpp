@@ -14,9 +14,9 @@ std::string packageNameOf(const std::string& key) {
 
 std::string requestLabel(const std::string& key) {
     const std::string name = packageNameOf(key);
-    if (!name.empty()) return platform::printable(name);
+    if (!name.empty()) return base::printable(name);
     const remediation::RequestKey parsed = remediation::parseRequestKey(base::trimmed(key), false);
-    return platform::printable(parsed.cpes.empty() ? key : parsed.cpes.back());
+    return base::printable(parsed.cpes.empty() ? key : parsed.cpes.back());
 }
 
 }  // namespace zelor::controller

@@ -56,15 +56,15 @@ class Writer {
     Writer(std::ostream& out, const Plan& plan, bool colour) : out_(out), plan_(plan), colour_(colour) {
         for (const PlannedRequest& request : plan.requests) {
             label_ = std::max(label_, columnsOf(requestLabel(request.key)));
-            identifier_ = std::max(identifier_, columnsOf(platform::printable(request.identifier)));
+            identifier_ = std::max(identifier_, columnsOf(base::printable(request.identifier)));
         }
         label_ = std::min(label_, mostLabel);
         identifier_ = std::min(identifier_, mostIdentifier);
     }
 
     void write() {
-        out_ << platform::printable(plan_.productName + ' ' + plan_.productVersion + " (" +
-                                    plan_.platformCpe + ")")
+        out_ << base::printable(plan_.productName + ' ' + plan_.productVersion + " (" + plan_.platformCpe +
+                                ")")
              << '\n';
         for (const auto& [kind, heading] : {std::pair{PlanKind::unknown, "Refused"},
                                             {PlanKind::configuration, "Configurations"},
@@ -94,11 +94,11 @@ class Writer {
         const Look look = lookOf(request.action);
         const std::string action =
             request.action == PlanAction::fail ? stateName(request.expected) : planActionName(request.action);
-        std::string tail = platform::printable(request.reason);
+        std::string tail = base::printable(request.reason);
         if (request.reboot && request.action == PlanAction::apply)
             tail += tail.empty() ? "reboot" : "; reboot";
         out_ << tinted(look.mark, look.colour) << ' ' << fitToColumns(requestLabel(request.key), label_, "~")
-             << "  " << fitToColumns(platform::printable(request.identifier), identifier_, "~") << "  "
+             << "  " << fitToColumns(base::printable(request.identifier), identifier_, "~") << "  "
              << tinted(tail.empty() ? action : fitToColumns(action, actionColumns, "~"), look.colour)
              << (tail.empty() ? "" : "  " + tail) << '\n';
         for (const std::string& command : request.commands)
@@ -106,28 +106,28 @@ class Writer {
         for (const PlannedStep& step : request.steps)
             writeStep(request, step);
         for (const std::string& warning : request.warnings)
-            out_ << indent << tinted("! " + platform::printable(warning), yellow) << '\n';
+            out_ << indent << tinted("! " + base::printable(warning), yellow) << '\n';
     }
 
     void writeCommand(const std::string& command) {
-        out_ << indent << tinted("$ " + platform::printable(command), dim) << '\n';
+        out_ << indent << tinted("$ " + base::printable(command), dim) << '\n';
     }
 
     /// A step that says no more than its request is left out.
     void writeStep(const PlannedRequest& request, const PlannedStep& step) {
         const bool only = request.steps.size() == 1;
         if (!step.file && only) return;
-        std::string text = platform::printable(step.eri);
+        std::string text = base::printable(step.eri);
         if (step.file) {
-            text += "  " + platform::printable(step.file->name);
-            if (!step.file->sizeText.empty()) text += ", " + platform::printable(step.file->sizeText);
+            text += "  " + base::printable(step.file->name);
+            if (!step.file->sizeText.empty()) text += ", " + base::printable(step.file->sizeText);
             text += ", " + sourceText(*step.file);
         }
-        if (!only && !step.reason.empty()) text += "  " + platform::printable(step.reason);
+        if (!only && !step.reason.empty()) text += "  " + base::printable(step.reason);
         out_ << indent << text << '\n';
         for (const std::string& command : step.commands)
             writeCommand(command);
-        if (!step.note.empty()) out_ << indent << tinted("> " + platform::printable(step.note), dim) << '\n';
+        if (!step.note.empty()) out_ << indent << tinted("> " + base::printable(step.note), dim) << '\n';
     }
 
     void totals() {
@@ -154,7 +154,7 @@ class Writer {
              << buffered << " from the buffer.\n";
         if (plan_.rebootNeeded) out_ << "A reboot will be needed.\n";
         for (const std::string& warning : plan_.warnings)
-            out_ << tinted("! " + platform::printable(warning), yellow) << '\n';
+            out_ << tinted("! " + base::printable(warning), yellow) << '\n';
         if (warnings > 0) out_ << tinted(countText(warnings, "warning") + '.', yellow) << '\n';
         out_ << "Nothing was installed. Downloads and installers can still fail in a run.\n";
     }

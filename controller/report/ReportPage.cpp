@@ -249,7 +249,7 @@ std::string htmlText(const std::string& text) {
     for (std::size_t start = 0; start <= text.size();) {
         const auto end = std::min(text.find('\n', start), text.size());
         if (start > 0) html += '\n';
-        html += escaped(platform::printable(text.substr(start, end - start)));
+        html += escaped(base::printable(text.substr(start, end - start)));
         start = end + 1;
     }
     return html;

@@ -78,7 +78,7 @@ void BufferTrail::set(const std::string& patch, Kind kind, const std::string& re
     // Another request may name a patch that this job has just buffered.
     if (outcome.kind == Kind::buffered && kind == Kind::alreadyBuffered) return;
     outcome.kind = kind;
-    outcome.reason = platform::printable(reason);
+    outcome.reason = base::printable(reason);
     news_.push_back(outcome);
 }
 

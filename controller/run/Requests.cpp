@@ -86,13 +86,13 @@ class RequestReader : public nlohmann::json_sax<json> {
         const std::string text = problem.what();
         const auto detail = text.find(": ");
         fail("byte " + std::to_string(position) + ": not valid JSON in UTF-8 (" +
-             platform::printable(detail == std::string::npos ? text : text.substr(detail + 2)) +
+             base::printable(detail == std::string::npos ? text : text.substr(detail + 2)) +
              "); write one object from request keys to identifiers, for example {\"cpe:/o:apple:mac_os_x,"
              "cpe:/a:example:editor||Example Editor\": \"CVE-2014-4459\"}");
     }
 
   private:
-    static std::string quoted(const std::string& text) { return '"' + platform::printable(text) + '"'; }
+    static std::string quoted(const std::string& text) { return '"' + base::printable(text) + '"'; }
 
     [[noreturn]] void refuse(const std::string& what) const {
         if (!inside_) {

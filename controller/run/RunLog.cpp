@@ -181,7 +181,7 @@ std::string shortReason(const std::vector<std::string>& notes, std::size_t colum
     } else if (base::hasBeginning(reason, "No CPEs")) {
         reason = "the request names no CPE";
     }
-    return cutToColumns(platform::printable(reason), columns, "...");
+    return cutToColumns(base::printable(reason), columns, "...");
 }
 
 std::string outputTail(const std::vector<std::string>& notes) {

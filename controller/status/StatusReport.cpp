@@ -12,9 +12,9 @@ using nlohmann::ordered_json;
 constexpr std::size_t recordedShown = 20;
 
 std::string row(const std::string& name, std::size_t columns, const std::string& value) {
-    return "  " + platform::printable(name) +
-           std::string(columns - std::min(columns, columnsOf(platform::printable(name))), ' ') + "  " +
-           platform::printable(value) + '\n';
+    return "  " + base::printable(name) +
+           std::string(columns - std::min(columns, columnsOf(base::printable(name))), ' ') + "  " +
+           base::printable(value) + '\n';
 }
 
 std::string orNone(const std::string& text, const std::string& none) {
@@ -32,24 +32,24 @@ std::string settingsText(const Status& status) {
     for (const agent::Setting& setting : status.settings)
         widest = std::max(widest, setting.key.size());
     std::string text =
-        "\nSettings (* from " + platform::printable(status.iniFile) + ", the others are defaults)\n";
+        "\nSettings (* from " + base::printable(status.iniFile) + ", the others are defaults)\n";
     for (const agent::Setting& setting : status.settings) {
         text += (setting.fromFile ? "* " : "  ") +
                 row(setting.key, widest, orNone(setting.value, "not set")).substr(2);
     }
     for (const std::string& problem : status.problems)
-        text += "  ! " + platform::printable(problem) + '\n';
+        text += "  ! " + base::printable(problem) + '\n';
     return text;
 }
 
 std::string recordText(const Status& status) {
     std::string text = "\nInstalled: " + countText(status.recorded.size(), "entry") + " in " +
-                       platform::printable(status.recordFile) + '\n';
+                       base::printable(status.recordFile) + '\n';
     const std::size_t first =
         status.recorded.size() > recordedShown ? status.recorded.size() - recordedShown : 0;
     if (first > 0) text += "  ... " + std::to_string(first) + " before (all with --json)\n";
     for (std::size_t i = first; i < status.recorded.size(); ++i)
-        text += "  " + platform::printable(status.recorded[i]) + '\n';
+        text += "  " + base::printable(status.recorded[i]) + '\n';
     return text;
 }
 

@@ -155,7 +155,7 @@ TEST(ControllerText, LetsNothingHarmfulThrough) {
         {"e\xcc\x81", "e\xcc\x81"},
     };
     for (const auto& one : cases)
-        EXPECT_EQ(platform::printable(one.text), one.printed) << one.text;
+        EXPECT_EQ(base::printable(one.text), one.printed) << one.text;
 }
 
 TEST(ControllerText, CutsByColumnsAndNeverInsideACharacter) {

@@ -5,7 +5,7 @@
 #include "base/SystemCalls.h"  // for locale_t
 
 /// Text that may go to a terminal.
-namespace zelor::platform {
+namespace zelor::base {
 
 /// `text` safe to print: control characters, escape sequences, marks that reorder text, and bytes that are
 /// not UTF-8 become "?".
@@ -26,4 +26,4 @@ class Utf8Locale {
 /// Columns of a character on a terminal; below zero for one that must not be printed. Needs a Utf8Locale.
 int columnsOfCharacter(char32_t code);
 
-}  // namespace zelor::platform
+}  // namespace zelor::base

@@ -1,10 +1,10 @@
-#include "platform/PrintableText.h"
+#include "base/PrintableText.h"
 
 #include <wchar.h>
 
 #include "base/Utf8.h"
 
-namespace zelor::platform {
+namespace zelor::base {
 
 Utf8Locale::Utf8Locale() {
     static const locale_t utf8 = [] {
@@ -44,4 +44,4 @@ std::string printable(const std::string& text) {
     return out;
 }
 
-}  // namespace zelor::platform
+}  // namespace zelor::base
