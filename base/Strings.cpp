@@ -47,6 +47,12 @@ std::string trimmed(std::string text) {
     return text;
 }
 
+std::string lastLine(const std::string& text) {
+    const std::string whole = trimmed(text);
+    const auto newline = whole.rfind('\n');
+    return newline == std::string::npos ? whole : trimmed(whole.substr(newline + 1));
+}
+
 std::string lowerCased(std::string text) {
     std::transform(text.begin(), text.end(), text.begin(), lowerCase);
     return text;

@@ -16,6 +16,8 @@ inline bool contains(const std::string& text, const std::string& part) {
 }
 /// `text` without white space at both ends.
 std::string trimmed(std::string text);
+/// The last line of `text` that is not blank, trimmed; "" for none.
+std::string lastLine(const std::string& text);
 /// `text` lower-cased character by character.
 std::string lowerCased(std::string text);
 /// `text` in two at the first `delimiter`, or whole when there is none.

@@ -6,6 +6,7 @@
 #include "platform/AgentIni.h"
 #include "platform/Log.h"
 #include "platform/macos/MacPatchManager.h"
+#include "remediation/CallReport.h"
 
 namespace zelor::platform {
 
@@ -20,10 +21,12 @@ void logCommandTrouble(const std::string& command, const base::CommandResult& re
     if (!result.started) {
         log::error("[MacPatchManager] (runCommand) Cannot start a process: ",
                    std::string(std::strerror(result.startError)), ": ", command);
+        CallReport::addReason("cannot start a process: " + std::string(std::strerror(result.startError)));
     }
     if (result.timedOut) {
         log::error("[MacPatchManager] (runCommand) Stopped at the limit of [Limits] CommandMinutes: ",
                    command);
+        CallReport::addReason("stopped at the limit of CommandMinutes in section Limits: " + command);
     }
     if (result.outputSize > base::kOutputBound) {
         log::error("[MacPatchManager] (runCommand) The output had ", result.outputSize,

@@ -7,10 +7,11 @@
 #include "collaborators/Common.h"
 #include "platform/Log.h"
 #include "platform/macos/MacPatchManager.h"
-#include "remediation/SingleCancels.h"
 #include "remediation/apply/InstalledRecord.h"
 #include "remediation/progress/NearbyKey.h"
 #include "remediation/progress/ProgressTable.h"
+#include "remediation/progress/RunEvents.h"
+#include "remediation/progress/SingleCancels.h"
 
 namespace zlog = zelor::log;
 
@@ -37,7 +38,8 @@ RemediationManager::RemediationManager(std::string installPathArgument)
       cancelledKey(std::make_unique<zelor::remediation::NearbyKey<std::map<std::string, std::string>>>()),
       cancellableRequests(ovalIdMap),
       singleCancels(std::make_unique<zelor::remediation::SingleCancels>()),
-      installedRecord(std::make_unique<zelor::remediation::InstalledRecord>()) {}
+      installedRecord(std::make_unique<zelor::remediation::InstalledRecord>()),
+      events(std::make_unique<zelor::remediation::RunEvents>()) {}
 
 RemediationManager::~RemediationManager() {
     systemPlatformCpe = "";
@@ -77,6 +79,10 @@ std::string RemediationManager::getContentDownloadDir() {
 
 void RemediationManager::setFirstRemediationAfterScan(bool first) {
     firstRemediationAfterScan = first;
+}
+
+void RemediationManager::setRunObserver(zelor::RunObserver* observer) {
+    events->setObserver(observer);
 }
 
 bool RemediationManager::getRemDone() {

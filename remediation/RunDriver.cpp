@@ -10,6 +10,7 @@
 #include "remediation/apply/InstalledRecord.h"
 #include "remediation/intake/RequestParsing.h"
 #include "remediation/progress/ProgressTable.h"
+#include "remediation/progress/RunEvents.h"
 
 namespace zlog = zelor::log;
 
@@ -59,6 +60,7 @@ void RemediationManager::concertedRemediationStart() {
     } catch (...) {
         endAfterException("an exception of unknown type");
     }
+    events->ended({rebootNeeded, scanNeeded, getAllRemFailed()});
     runState = RunState::none;
     remDone = true;  // the controller may free the manager from here on
 }
@@ -169,10 +171,12 @@ void RemediationManager::endAfterException(const std::string& what) {
         zlog::error(" [Remediation Manager] The run ended with an unexpected error: ", what);
         const Requests requests = requestsOfRun();
         for (const auto& request : *requests) {
-            const boost::unique_lock<boost::mutex> lock(mutex);
             const auto known = progressTable->find(zelor::remediation::progressKey(request.first));
-            if (known.value_or(REM_QUEUED) <= REM_INSTALLING)
-                storeProgress(request.first, REM_INTERNAL_FAILED);
+            if (known.value_or(REM_QUEUED) > REM_INSTALLING) continue;
+            events->failed(request.first, "the run ended with an unexpected error: " + what);
+            announce(request.first, REM_INTERNAL_FAILED);
+            const boost::unique_lock<boost::mutex> lock(mutex);
+            storeProgress(request.first, REM_INTERNAL_FAILED);
         }
         allRemFailed = true;
         emptyTheContentDirectory();

@@ -5,6 +5,7 @@
 
 #include "agent/archive/ArchiveExtractor.h"
 #include "platform/Log.h"
+#include "remediation/CallReport.h"
 
 ZipUtils::ZipUtils() = default;
 ZipUtils::~ZipUtils() {}
@@ -19,7 +20,9 @@ bool ZipUtils::Unzip(char* archivePath, char* destinationDir) {
         zelor::agent::ArchiveExtractor().extract(archive, destination);
         return true;
     } catch (const std::exception& e) {
-        zelor::log::error("[ZipUtils] ", archive, " is not unpacked into ", destination, ": ", e.what());
+        const std::string reason = archive + " is not unpacked into " + destination + ": " + e.what();
+        zelor::log::error("[ZipUtils] ", reason);
+        zelor::CallReport::addReason(reason);
         return false;
     }
 }

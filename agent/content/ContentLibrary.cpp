@@ -9,6 +9,7 @@
 #include "agent/http/RepositoryUrl.h"
 #include "agent/trust/Signature.h"
 #include "platform/Log.h"
+#include "remediation/CallReport.h"
 
 namespace zelor::agent {
 
@@ -42,7 +43,9 @@ SignatureVerdict checkSignature(const SignedContent& content) {
 }
 
 void reportUnusable(const std::string& identifier, const std::string& problem) {
-    log::error("[CreCacher] no usable content for ", identifier, ": ", problem);
+    const std::string reason = "no usable content for " + identifier + ": " + problem;
+    log::error("[CreCacher] ", reason);
+    CallReport::addReason(reason);
 }
 
 }  // namespace
@@ -62,7 +65,11 @@ ContentLibrary::Document ContentLibrary::get(const std::string& identifier) {
     }
     const std::uint64_t run = currentRun();
     std::optional<CachedContent> cached = cache_.get(identifier);
-    if (cached && isFresh(*cached, run)) return cached->document;
+    if (cached && isFresh(*cached, run)) {
+        if (!cached->document)
+            CallReport::addReason("no usable content for " + identifier + ": " + cached->problem);
+        return cached->document;
+    }
     return refresh(identifier, run, std::move(cached));
 }
 
@@ -78,7 +85,7 @@ ContentLibrary::Document ContentLibrary::refresh(const std::string& identifier, 
     Document document;
     switch (answer.kind) {
         case Kind::fresh:
-            document = accept(identifier, answer.content);
+            document = accept(identifier, answer.content, answer.problem);
             kept.version = std::move(answer.content);
             break;
         case Kind::unchanged:
@@ -101,7 +108,8 @@ ContentLibrary::Document ContentLibrary::refresh(const std::string& identifier, 
             reportUnusable(identifier, answer.problem);
             break;
     }
-    cache_.put(identifier, {document, kept.version.etag, kept.version.lastModified, run, Clock::now()});
+    cache_.put(identifier, {document, kept.version.etag, kept.version.lastModified, run, Clock::now(),
+                            std::move(answer.problem)});
     return document;
 }
 
@@ -145,17 +153,20 @@ ContentAnswer ContentLibrary::ask(const std::string& identifier, std::uint64_t r
     return answer;
 }
 
-ContentLibrary::Document ContentLibrary::accept(const std::string& identifier, const SignedContent& content) {
+ContentLibrary::Document ContentLibrary::accept(const std::string& identifier, const SignedContent& content,
+                                                std::string& problem) {
     const SignatureVerdict verdict = checkSignature(content);
     if (!verdict.good) {
-        reportUnusable(identifier, verdict.reason + "; sign and publish it again");
+        problem = verdict.reason + "; sign and publish it again";
+        reportUnusable(identifier, problem);
         return nullptr;
     }
     Document document;
     try {
         document = std::make_shared<const ContentDocument>(ContentDocument::parse(content.xml, identifier));
     } catch (const std::exception& e) {
-        reportUnusable(identifier, std::string(e.what()) + "; correct and publish it again");
+        problem = std::string(e.what()) + "; correct and publish it again";
+        reportUnusable(identifier, problem);
         return nullptr;
     }
     try {

@@ -44,7 +44,8 @@ class ContentLibrary {
     Document refresh(const std::string& identifier, std::uint64_t run, std::optional<CachedContent> cached);
     Kept readKept(const std::string& identifier) const;
     ContentAnswer ask(const std::string& identifier, std::uint64_t run, const Kept& kept);
-    Document accept(const std::string& identifier, const SignedContent& content);
+    /// Null for content that is not good, with the reason in `problem`.
+    Document accept(const std::string& identifier, const SignedContent& content, std::string& problem);
 
     static constexpr std::size_t cacheBytes = 64U << 20U;
 

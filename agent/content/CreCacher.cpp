@@ -8,6 +8,7 @@
 #include "agent/content/ContentLibrary.h"
 #include "collaborators/Common.h"
 #include "platform/Log.h"
+#include "remediation/CallReport.h"
 #include "remediation/RecordAccess.h"
 
 namespace {
@@ -32,10 +33,16 @@ zelor::agent::ContentLibrary& libraryAt(const std::string& installPath) {
     return *library;
 }
 
-parseOnlyMetadata failure() {
+parseOnlyMetadata noContent() {
     parseOnlyMetadata metadata;
     RecordAccess::parsingFailed(metadata) = true;
     return metadata;
+}
+
+parseOnlyMetadata failure(const std::string& reason) {
+    zelor::log::error("[CreCacher] ", reason);
+    zelor::CallReport::addReason(reason);
+    return noContent();
 }
 
 }  // namespace
@@ -55,19 +62,17 @@ CreCacher* CreCacher::GetInstance(std::string installPath, std::string /*platfor
 parseOnlyMetadata CreCacher::getCre(std::string platformCpe, std::string productCpe, std::string cveOrCceId) {
     try {
         const auto document = libraryAt(installPath_).get(cveOrCceId);
-        if (!document) return failure();
+        if (!document) return noContent();
         const creEriParsedData* entry = document->find(platformCpe, productCpe);
         if (entry == nullptr) {
-            zelor::log::error("[CreCacher] the content for ", cveOrCceId, " has no cre for platform '",
-                              platformCpe, "' and product '", productCpe, "'; publish one");
-            return failure();
+            return failure("the content for " + cveOrCceId + " has no cre for platform '" + platformCpe +
+                           "' and product '" + productCpe + "'; publish one");
         }
         parseOnlyMetadata metadata;
         RecordAccess::creEriData(metadata) = *entry;
         return metadata;
     } catch (const std::exception& e) {
-        zelor::log::error("[CreCacher] no content for ", cveOrCceId, ": ", e.what());
-        return failure();
+        return failure("no content for " + cveOrCceId + ": " + e.what());
     }
 }
 

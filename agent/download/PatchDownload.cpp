@@ -11,6 +11,7 @@
 
 #include "agent/DownloadProgress.h"
 #include "platform/Log.h"
+#include "remediation/CallReport.h"
 
 namespace zelor::agent {
 
@@ -20,6 +21,11 @@ constexpr std::uint64_t spareBytes = 64U << 20U;
 
 bool wanted() {
     return !boost::this_thread::interruption_requested();
+}
+
+void advance(std::uint64_t done, std::uint64_t total) {
+    DownloadProgress::instance().advance(done, total);
+    CallReport::transferred(done, total);
 }
 
 /// Takes a whole number off the front of the text.
@@ -85,7 +91,11 @@ DownloadResult PatchDownload::run() {
     partial_.reset();
     DownloadProgress::instance().end();
     const std::string url = withoutCredentials(job_.url);
-    if (result == DownloadResult::failed) log::error("[Downloader] cannot fetch ", url, ": ", problem_);
+    if (result == DownloadResult::failed) {
+        const std::string reason = "cannot fetch " + url + ": " + problem_;
+        log::error("[Downloader] ", reason);
+        CallReport::addReason(reason);
+    }
     if (result == DownloadResult::interrupted) log::info("[Downloader] stopped fetching ", url);
     return result;
 }
@@ -200,7 +210,7 @@ bool PatchDownload::takeHead(const HttpHead& head) {
 bool PatchDownload::takeWhole(const HttpHead& head) {
     expected_ = contentLength(head);
     partial_->restart({job_.url, resumptionValidator(head), expected_});
-    DownloadProgress::instance().advance(0, expected_);
+    advance(0, expected_);
     return roomFor(expected_);
 }
 
@@ -221,7 +231,7 @@ bool PatchDownload::takePart(const HttpHead& head) {
         return refusePart("the repository sent a part of another version; look at its handling of If-Range");
     }
     expected_ = range.total != 0 ? range.total : known;
-    DownloadProgress::instance().advance(asked_, expected_);
+    advance(asked_, expected_);
     return roomFor(expected_);
 }
 
@@ -249,7 +259,7 @@ bool PatchDownload::takeBody(std::string_view piece) {
         return false;
     }
     partial_->append(piece);
-    DownloadProgress::instance().advance(partial_->size(), expected_);
+    advance(partial_->size(), expected_);
     return true;
 }
 

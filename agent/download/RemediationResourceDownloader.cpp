@@ -10,6 +10,7 @@
 #include "agent/http/RepositoryUrl.h"
 #include "collaborators/Common.h"
 #include "platform/Log.h"
+#include "remediation/CallReport.h"
 
 namespace {
 
@@ -73,6 +74,7 @@ int RemediationResourceDownloader::getResource(std::string stem, std::string& ar
         }
     } catch (const std::exception& e) {
         zelor::log::error("[Downloader] ", e.what());
+        zelor::CallReport::addReason(e.what());
     }
     return failed;
 }

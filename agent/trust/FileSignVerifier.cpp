@@ -5,6 +5,7 @@
 #include "agent/AgentSettings.h"
 #include "agent/trust/Signature.h"
 #include "platform/Log.h"
+#include "remediation/CallReport.h"
 
 namespace {
 
@@ -37,7 +38,9 @@ void FileSignVerifier::SetSigFileName(std::string path) {
 int FileSignVerifier::verify() {
     const zelor::agent::SignatureVerdict verdict = check(fileName_, sigFileName_);
     if (!verdict.good) {
-        zelor::log::error("[FileSignVerifier] ", fileName_, " is not accepted: ", verdict.reason);
+        const std::string reason = fileName_ + " is not accepted: " + verdict.reason;
+        zelor::log::error("[FileSignVerifier] ", reason);
+        zelor::CallReport::addReason(reason);
     }
     return verdict.good ? 1 : 0;
 }

@@ -4,16 +4,19 @@
 #include <signal.h>
 #include <stdlib.h>
 
+#include <algorithm>
 #include <boost/filesystem/operations.hpp>
 #include <chrono>
 #include <exception>
 #include <iostream>
 #include <map>
+#include <mutex>
 #include <string>
 #include <thread>
 
 #include "base/SystemRoot.h"
 #include "remediation/RemediationManager.h"
+#include "remediation/RunObserver.h"
 
 namespace {
 
@@ -54,6 +57,29 @@ void prepareProcess(const Arguments& arguments) {
     sigaction(SIGINT, &action, nullptr);
 }
 
+// Hears, on the run's thread, why a request reads what it reads; the polling thread asks.
+class Reasons : public zelor::RunObserver {
+  public:
+    void settled(const zelor::RequestResult& result) override {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        std::string text = result.reason;
+        if (result.applied == zelor::Applied::now) text = "applied by this run";
+        if (result.applied == zelor::Applied::before) text = "was applied before";
+        // Servers and tools had a part in it: nothing of it may control the terminal.
+        std::replace_if(
+            text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; }, '?');
+        reasons_[result.key] = text;
+    }
+    std::map<std::string, std::string> all() const {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        return reasons_;
+    }
+
+  private:
+    mutable std::mutex mutex_;
+    std::map<std::string, std::string> reasons_;
+};
+
 void printChanges(const std::map<std::string, unsigned long>& now,
                   std::map<std::string, unsigned long>& before) {
     for (const auto& [key, value] : now) {
@@ -70,7 +96,9 @@ int remediate(const Arguments& arguments) {
         boost::filesystem::create_directories(folder);
     }
 
+    Reasons reasons;  // outlives the run
     RemediationManager manager(installPath);
+    manager.setRunObserver(&reasons);
     manager.setovalIdMap(arguments.requests);
     manager.setContentDownloadDir(contentDir);
     manager.setFirstRemediationAfterScan(false);
@@ -90,6 +118,9 @@ int remediate(const Arguments& arguments) {
 
     const auto results = manager.getRemediationProgressMap();
     printChanges(results, shown);
+    for (const auto& [key, reason] : reasons.all()) {
+        if (!reason.empty()) std::cout << key << ": " << reason << std::endl;
+    }
     std::cout << "reboot needed: " << (manager.getRebootNeeded() ? "yes" : "no")
               << "; scan needed: " << (manager.getScanNeeded() ? "yes" : "no")
               << "; all failed: " << (manager.getAllRemFailed() ? "yes" : "no") << std::endl;

@@ -17,6 +17,7 @@
 #include <boost/thread/thread.hpp>
 #include <cerrno>
 #include <chrono>
+#include <cstdint>
 #include <exception>
 #include <fstream>
 #include <iostream>
@@ -37,6 +38,7 @@
 #include "collaborators/Logger.h"
 #include "collaborators/RemediationResourceDownloader.h"
 #include "collaborators/ZipUtils.h"
+#include "remediation/CallReport.h"
 #include "remediation/RecordAccess.h"
 
 extern char** environ;
@@ -112,11 +114,14 @@ parseOnlyMetadata readContent(const std::string& platform, const std::string& pr
 bool copyAtRate(const std::string& source, const std::string& destination, unsigned long bytesPerSecond) {
     std::ifstream from(source, std::ios::binary);
     std::ofstream to(destination, std::ios::binary | std::ios::trunc);
+    std::uint64_t copied = 0;
     std::vector<char> piece(bytesPerSecond == 0 ? 1024 * 1024 : bytesPerSecond / 10 + 1);
     while (from && to) {
         boost::this_thread::interruption_point();
         from.read(piece.data(), static_cast<std::streamsize>(piece.size()));
         to.write(piece.data(), from.gcount());
+        copied += static_cast<std::uint64_t>(from.gcount());
+        zelor::CallReport::transferred(copied, 0);
         if (bytesPerSecond != 0) std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }
     to.close();
@@ -188,6 +193,7 @@ parseOnlyMetadata CreCacher::getCre(std::string platformCpe, std::string product
         return readContent(platformCpe, productCpe, cveOrCceId);
     } catch (const std::exception& problem) {
         agentLog().errorStream() << "[OwnAgent] No content for " << cveOrCceId << ": " << problem.what();
+        zelor::CallReport::addReason("no content for " + cveOrCceId + ": " + problem.what());
         parseOnlyMetadata none;
         RecordAccess::parsingFailed(none) = true;
         return none;
@@ -214,6 +220,7 @@ int RemediationResourceDownloader::getResource(std::string stem, std::string& ar
     }
     boost::filesystem::remove(part, error);
     agentLog().errorStream() << "[OwnAgent] Cannot get the archive of " << stem;
+    zelor::CallReport::addReason("the repository has no usable archive of " + stem);
     return -1;
 }
 

@@ -20,6 +20,9 @@
 #include "remediation/remediateMetadata.h"
 
 class MacPatchManager;
+namespace zelor {
+class RunObserver;
+}
 namespace zelor::remediation {
 class InstalledRecord;
 struct PatchName;
@@ -27,6 +30,7 @@ template <class Map>
 class NearbyKey;
 class ProgressTable;
 class SingleCancels;
+class RunEvents;
 }  // namespace zelor::remediation
 
 /// Remediates the findings of one request map.
@@ -81,6 +85,10 @@ class ZELOR_API RemediationManager {
     /// True: the run starts with an empty installed-patches record, so that what a new scan found is applied
     /// again.
     void setFirstRemediationAfterScan(bool first);
+    /// Who is called as the run, or a buffering job, goes on; null for none. It stays the caller's and must
+    /// live until `getRemDone()` is true or `bufferPatches` has returned. Threads, order and what an event
+    /// may do: see `zelor::RunObserver` in "remediation/RunObserver.h".
+    void setRunObserver(zelor::RunObserver* observer);
 
     // Run
 
@@ -241,6 +249,7 @@ class ZELOR_API RemediationManager {
     void storeProgress(const std::string& key, unsigned long value);
     bool isAborted(const std::string& key);
     void recordProgress(const std::string& key, REM_PROGRESS progress);
+    void announce(const std::string& key, unsigned long value);
     void countForCollectiveResult(const remediateMetadata& row, bool counts);
 
     // Parsing and fetch
@@ -324,4 +333,5 @@ class ZELOR_API RemediationManager {
     boost::condition_variable downloadEnd;
     std::atomic<bool> downloadInterrupted{false};
     std::unique_ptr<zelor::remediation::InstalledRecord> installedRecord;
+    std::unique_ptr<zelor::remediation::RunEvents> events;
 };

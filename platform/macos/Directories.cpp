@@ -10,6 +10,7 @@
 #include "base/SystemRoot.h"
 #include "platform/Log.h"
 #include "platform/macos/MacPatchManager.h"
+#include "remediation/CallReport.h"
 
 namespace zlog = zelor::log;
 
@@ -33,6 +34,7 @@ bool MacPatchManager::copyDir(boost::filesystem::path source, boost::filesystem:
     if (stat(source.c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) {
         zlog::debug("[MacPatchManager] Source directory ", source.string(),
                     " does not exist or is not a directory.");
+        zelor::CallReport::addReason("there is no directory " + source.string());
         return false;
     }
     const std::string place = withoutSeparatorAtEnd(destination.string());
@@ -41,11 +43,13 @@ bool MacPatchManager::copyDir(boost::filesystem::path source, boost::filesystem:
     if (!isNew && !shared && S_ISLNK(info.st_mode)) isNew = unlink(place.c_str()) == 0;
     if (isNew && mkdir(place.c_str(), 0755) != 0) {
         zlog::debug("[MacPatchManager] Unable to create destination directory", destination.string());
+        zelor::CallReport::addReason("cannot make the directory " + destination.string());
         return false;
     }
     const std::string problem = zelor::base::copyTree(source.string(), place, isNew, shared);
     if (problem.empty()) return true;
     zlog::error("[MacPatchManager] (copyDir) The copy ended early: ", problem);
+    zelor::CallReport::addReason("the copy ended early: " + problem);
     return false;
 }
 

@@ -4,11 +4,14 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <cstring>
 
 #include "base/CommandRunner.h"
 #include "base/Files.h"
+#include "base/Strings.h"
 #include "platform/Log.h"
 #include "platform/ShellCommand.h"
+#include "remediation/CallReport.h"
 
 namespace zlog = zelor::log;
 
@@ -30,6 +33,14 @@ bool noChildToBeHad(int startError) {
     return startError == EAGAIN || startError == ENOMEM || startError == EMFILE || startError == ENFILE;
 }
 
+// "exit status 3: the last line of the output", "ended by signal 9"
+std::string statusText(const zelor::base::CommandResult& result, int status) {
+    const std::string said = zelor::base::lastLine(result.output);
+    const int signal = status & 0x7f;
+    if (status > 0 && signal != 0) return "ended by signal " + std::to_string(signal);
+    return "exit status " + std::to_string(status >> 8) + (said.empty() ? "" : ": " + said);
+}
+
 }  // namespace
 
 int LinuxHardeningFacilitator::complianceRemediation(std::string path) {
@@ -44,13 +55,21 @@ int LinuxHardeningFacilitator::complianceRemediation(std::string path) {
         }
     } else if (noChildToBeHad(result.startError)) {
         zlog::error("[MacHardeningFacilitator] Unable to create Child process");
+        zelor::CallReport::addReason("no process for the script: " +
+                                     std::string(std::strerror(result.startError)));
     } else {
         zlog::debug("[MacHardeningFacilitator] Unable to run the process ", path);
+        zelor::CallReport::addReason("/bin/bash cannot be run: " +
+                                     std::string(std::strerror(result.startError)));
         status = kExitOne;
     }
     zlog::debug("[MacHardeningFacilitator] exit process code for ", path, " is = ", status);
     if (status != 0 && !result.output.empty()) {
         zlog::debug("[MacHardeningFacilitator] output of ", path, " = ", result.output);
+    }
+    if (status != 0) {
+        zelor::CallReport::addReason(statusText(result, status));
+        zelor::CallReport::setOutput(result.output);
     }
     return status == 0 ? 0 : -1;
 }

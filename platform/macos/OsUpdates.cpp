@@ -3,6 +3,7 @@
 #include "platform/macos/InstallCommands.h"
 #include "platform/macos/MacPatchManager.h"
 #include "platform/macos/UpdateSelection.h"
+#include "remediation/CallReport.h"
 
 namespace zlog = zelor::log;
 
@@ -11,7 +12,19 @@ namespace {
 bool isRefused(const std::string& label) {
     if (!zelor::platform::looksLikeAnOption(label)) return false;
     zlog::error("[MacPatchManager] The label '", label, "' begins with a dash, so it is refused");
+    zelor::CallReport::addReason("the label '" + label + "' begins with a dash, so it is refused");
     return true;
+}
+
+void reportUpdate(const std::string& output, bool succeeded) {
+    zelor::CallReport::setOutput(output);
+    if (succeeded) {
+        if (zelor::base::contains(zelor::base::lowerCased(output), "restart"))
+            zelor::CallReport::askForRestart();
+        return;
+    }
+    const std::string said = zelor::base::lastLine(output);
+    zelor::CallReport::addReason(said.empty() ? "softwareupdate said nothing" : said);
 }
 
 }  // namespace
@@ -24,6 +37,7 @@ int MacPatchManager::installOSPatch(std::string packageName) {
     if (selection.named) return installNamedUpdate(selection.label);
     if (selection.candidates.empty()) {
         zlog::error("[MacPatchManager] Cant get os application name!!!");
+        zelor::CallReport::addReason("softwareupdate lists no update that belongs to it");
         return -1;
     }
     return installOsUpdates(selection.candidates);
@@ -35,12 +49,15 @@ int MacPatchManager::installNamedUpdate(const std::string& label) {
     const std::string command = zelor::platform::installUpdateCommand(zelor::base::trimmed(label));
     zlog::debug("[MacPatchManager] Installing ", command);
     const std::string output = getCmdlineOutput(command);
-    if (zelor::base::contains(output, "Done")) {
+    const bool done = zelor::base::contains(output, "Done");
+    reportUpdate(output, done || zelor::base::contains(output, "No updates are available"));
+    if (done) {
         zlog::info("[MacPatchManager] The os remediation succeeded!!");
         return 0;
     }
     if (zelor::base::contains(output, "No updates are available")) {
         zlog::info("[MacPatchManager] No updates are available.");
+        zelor::CallReport::setNothingToDo();
         return 0;
     }
     zlog::error("[MacPatchManager] The pkg remediation failed = ", output);
@@ -52,6 +69,7 @@ int MacPatchManager::installOsUpdates(const std::vector<std::string>& candidates
     for (const std::string& candidate : candidates) {
         if (candidate.empty()) {
             zlog::error("[MacPatchManager] ApplicationName is empty");
+            zelor::CallReport::addReason("softwareupdate lists an update without a label");
             return -1;
         }
         const std::string label = zelor::platform::candidateLabel(candidate);
@@ -61,6 +79,7 @@ int MacPatchManager::installOsUpdates(const std::vector<std::string>& candidates
         zlog::debug("[MacPatchManager] Installing ", command);
         const std::string output = getCmdlineOutput(command);
         succeeded = zelor::base::contains(output, "Done");
+        reportUpdate(output, succeeded);
         if (succeeded) {
             zlog::info("[MacPatchManager] The os remediation succeeded!!");
         } else if (zelor::base::contains(output, "No updates are available")) {

@@ -9,6 +9,7 @@
 #include "platform/Log.h"
 #include "platform/macos/InstallCommands.h"
 #include "platform/macos/MacPatchManager.h"
+#include "remediation/CallReport.h"
 
 namespace zlog = zelor::log;
 
@@ -34,6 +35,12 @@ std::string mountPointProblem(const std::string& mountPoint) {
     return zelor::base::prepareFolder(mountPoint);
 }
 
+void reportFailure(const std::string& output) {
+    const std::string said = zelor::base::lastLine(output);
+    zelor::CallReport::addReason(said.empty() ? "the installer said nothing" : said);
+    zelor::CallReport::setOutput(output);
+}
+
 }  // namespace
 
 int MacPatchManager::install3rdPartyPatch(std::string path, std::string packageName, std::string kind) {
@@ -51,6 +58,7 @@ int MacPatchManager::pkgInstallation(std::string pkgPath) {
         zlog::info("[MacPatchManager] The pkg remediation succeeded !!");
         return 0;
     }
+    reportFailure(output);
     if (zelor::base::contains(output, "No such update")) {
         zlog::info("[MacPatchManager] No updates are available.");
         return -1;
@@ -69,6 +77,7 @@ int MacPatchManager::dmgInstallation(std::string dmgPath, std::string packageNam
     if (!problem.empty()) {
         zlog::error("[MacPatchManager] (Install3rdParty) The mount point '", mountPoint,
                     "' is refused: ", problem);
+        zelor::CallReport::addReason("the mount point '" + mountPoint + "' is refused: " + problem);
         return -1;
     }
     getCmdlineOutput(zelor::platform::attachCommand(mountPoint, dmgPath));
@@ -103,6 +112,7 @@ int MacPatchManager::appInstallation(std::string source, std::string destination
     if (source.empty() && destination.empty()) return -1;
     if (!copyDir(source, destination)) {
         zlog::error("[MacPatchManager] Error occured while remediating!!");
+        zelor::CallReport::addReason("the bundle was not copied to " + destination);
         return -1;
     }
     zlog::info("[MacPatchManager] The application is successfully remediated!!");
@@ -119,6 +129,7 @@ int MacPatchManager::appInstaller(std::string appPath) {
                                         [](const std::string& name) { return name != "." && name != ".."; });
         if (first == names.end()) {
             zlog::error("[MacPatchManager] (Install3rdParty) The bundle has no installer in ", folder);
+            zelor::CallReport::addReason("the bundle has no installer in " + folder);
             return -1;
         }
         command = zelor::platform::bundleInstallerCommand(folder + *first);
@@ -129,6 +140,7 @@ int MacPatchManager::appInstaller(std::string appPath) {
     const std::string output = getCmdlineOutput(command);
     if (!output.empty() && !zelor::base::contains(output, "Success")) {
         zlog::debug("[MacPatchManager] The application error log = ", output);
+        reportFailure(output);
         return -1;
     }
     zlog::debug("[MacPatchManager] The application is successfully remediated !!");

@@ -7,6 +7,7 @@
 #include "remediation/RemediationManager.h"
 #include "remediation/apply/InstallResult.h"
 #include "remediation/intake/ContentRules.h"
+#include "remediation/progress/RunEvents.h"
 
 namespace zlog = zelor::log;
 
@@ -35,6 +36,7 @@ bool RemediationManager::applyConfigRequest(remediateMetadata& row) {
             "[Remediation Manager] (applyConfigs) verifyIfAlreadyAppliedRem returned true for a config. CCE "
             "is: ",
             cce);
+        events->applied(key, zelor::Applied::before, false);
         insertRemProgressInMap(key, REM_SUCCESS);
         anyRemSucceeded = true;
     } else {
@@ -59,6 +61,7 @@ bool RemediationManager::fetchAndRunScripts(remediateMetadata& row, int& result,
                         "' and CCE = '", row.getCveOrCceId(), "'");
             zlog::debug(
                 "[Remediation Manager] (applyConfigs) Patch name is not a valid patch .. Marking FAILED.");
+            events->failed(key, "the content names no script");
             insertRemProgressInMap(key, REM_INVALID_REQUEST);
             allRemFailed = true;
             return false;
@@ -78,7 +81,13 @@ bool RemediationManager::fetchAndRunScripts(remediateMetadata& row, int& result,
             return false;
         }
         insertRemProgressInMap(key, REM_INSTALLING);
+        zelor::CallReport report;
         result = runScript(block, path, usedBufferedCopy);
+        if (result == zelor::remediation::kInstalled) {
+            events->applied(key, zelor::Applied::now, getRebootStatus(RecordAccess::creEriData(row)));
+        } else {
+            events->failed(key, report, "the script could not be run");
+        }
     } while (result == zelor::remediation::kInstalled && ++current < blocks.size());
     return true;
 }

@@ -9,6 +9,7 @@
 #include "remediation/apply/InstallResult.h"
 #include "remediation/fetch/PatchName.h"
 #include "remediation/intake/ContentRules.h"
+#include "remediation/progress/RunEvents.h"
 
 namespace zlog = zelor::log;
 
@@ -77,6 +78,7 @@ RemediationManager::Next RemediationManager::installNonOsBlock(remediateMetadata
             "xml for cpe = "
             "'",
             key, "' and CVE = '", row.getCveOrCceId(), "'");
+        events->failed(key, "the content names no patch");
         insertRemProgressInMap(key, REM_FAILED);
         allRemFailed = true;
         entry.setInstalledSuccessfully(installed);
@@ -91,12 +93,14 @@ RemediationManager::Next RemediationManager::installNonOsBlock(remediateMetadata
             "patch CVE "
             "is: ",
             RecordAccess::cve(entry));
+        events->applied(key, zelor::Applied::before, false);
         insertRemProgressInMap(key, REM_SUCCESS);
         anyRemSucceeded = true;
         result = zelor::remediation::kInstalled;
     } else if (step == zelor::remediation::PatchStep::misnamed) {
         zlog::debug(
             "[Remediation Manager] (installNonOsPatches) Patch name is not a valid patch .. Marking FAILED.");
+        events->failed(key, "the content's patch name '" + patchId + "' has no extension");
         insertRemProgressInMap(key, REM_INVALID_REQUEST);
         allRemFailed = true;
         return Next::block;
@@ -126,6 +130,8 @@ int RemediationManager::installNonOsFile(remediateMetadata& row, parsedEriData& 
     insertRemProgressInMap(row.getCombinedCpes(), REM_INSTALLING);
     boost::system::error_code error;
     if (path.empty() || !boost::filesystem::exists(path, error)) {
+        events->failed(RecordAccess::combinedCpes(row),
+                       "'" + RecordAccess::patchId(block) + "' is not there");
         zlog::error(" [Remediation Manager] The patch file '", path,
                     "' DOES NOT exist OR it failed signature verification.");
         return zelor::remediation::kFileUnavailable;
@@ -133,6 +139,7 @@ int RemediationManager::installNonOsFile(remediateMetadata& row, parsedEriData& 
     zlog::debug(" [Remediation Manager] (installNonOsPatches) The patch file path: ", path);
     macPatchManager->setSilentModeOption(RecordAccess::silentModeCmd(block));
     macPatchManager->setInstallOption(zelor::remediation::usesBundleInstaller(block));
+    zelor::CallReport report;
     zlog::debug(
         " [Remediation Manager] (installNonOsPatches) Installing in silent mode, third-party product patch "
         "= ",
@@ -141,6 +148,16 @@ int RemediationManager::installNonOsFile(remediateMetadata& row, parsedEriData& 
     const int result = kind.empty() ? zelor::remediation::kInstallFailed
                                     : macPatchManager->install3rdPartyPatch(path, row.getPackageName(), kind);
     addEntryInInstalledPatchesFile(result, RecordAccess::eriId(block));
+    const std::string& key = RecordAccess::combinedCpes(row);
+    const std::string& name = RecordAccess::patchId(block);
+    if (result == zelor::remediation::kInstalled) {
+        events->applied(key, zelor::Applied::now,
+                        report.restartAsked() || getRebootStatus(RecordAccess::creEriData(row)));
+    } else {
+        events->failed(
+            key, report,
+            kind.empty() ? "'" + name + "' is no .app, .pkg or .dmg" : "'" + name + "' was not installed");
+    }
     return result;
 }
 

@@ -4,6 +4,7 @@
 #include "remediation/RecordAccess.h"
 #include "remediation/RemediationManager.h"
 #include "remediation/intake/ContentRules.h"
+#include "remediation/progress/RunEvents.h"
 
 namespace zlog = zelor::log;
 
@@ -61,11 +62,15 @@ bool RemediationManager::installOsRequest(remediateMetadata& row) {
     insertRemProgressInMap(key, REM_INSTALLING);
     const std::string packageName = row.getPackageName();
     zlog::debug(" [Remediation Manager] (installOsPatches) Patching OS Package = ", packageName);
+    zelor::CallReport report;
     if (macPatchManager->installOSPatch(packageName) != 0) {
+        events->failed(key, report, "the update could not be installed");
         insertRemProgressInMap(key, REM_FAILED);
         allRemFailed = true;
         return true;
     }
+    events->applied(key, report.nothingToDo() ? zelor::Applied::before : zelor::Applied::now,
+                    report.restartAsked());
     insertRemProgressInMap(key, REM_SUCCESS);
     anyRemSucceeded = true;
     zlog::info(" [Remediation Manager] (installOsPatches) Remediation for \"", packageName,

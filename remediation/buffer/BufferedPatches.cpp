@@ -14,6 +14,7 @@
 #include "base/Strings.h"
 #include "collaborators/ConfigurationManager.h"
 #include "platform/Log.h"
+#include "remediation/CallReport.h"
 #include "remediation/RemediationManager.h"
 #include "remediation/buffer/BufferFolders.h"
 #include "remediation/buffer/BufferedList.h"
@@ -93,14 +94,19 @@ bool RemediationManager::patchIsAlreadyBuffered(std::string patchName, std::stri
 
 void RemediationManager::addPatchBufferedEntry(std::string patchName, std::string md5sum,
                                                std::string listPath) {
-    if (!zelor::remediation::bufferFoldersAreOurs()) return;
+    if (!zelor::remediation::bufferFoldersAreOurs()) {
+        zelor::CallReport::addReason("the buffer's directories can be changed by other users");
+        return;
+    }
     if (zelor::base::hasControlCharacter(patchName + md5sum)) {
+        zelor::CallReport::addReason("its name or its md5 holds a control character");
         zlog::error("[Remediation Manager] The patch '", patchName, "' with md5 '", md5sum,
                     "' is not listed as buffered, since that holds a control character");
         return;
     }
     removeEntryFromBufferedPatchesFile(patchName);
     if (!zelor::base::appendLine(listPath, patchName + "=" + md5sum)) {
+        zelor::CallReport::addReason("the list of buffered patches cannot be written");
         zlog::debug(
             "[Remediation Manager] (addPatchBufferedEntry) Writing bufferedPatchesList.txt threw exception ");
         return;

@@ -15,6 +15,7 @@
 #include "remediation/buffer/BufferFolders.h"
 #include "remediation/buffer/PatchSize.h"
 #include "remediation/fetch/PatchName.h"
+#include "remediation/progress/RunEvents.h"
 
 namespace zlog = zelor::log;
 namespace fs = boost::filesystem;
@@ -67,6 +68,7 @@ void RemediationManager::bufferPatches(std::map<std::string, std::string> reques
     } catch (const std::exception& problem) {
         zlog::error(" [Remediation Manager] Buffering ended with an unexpected error: ", problem.what());
     }
+    events->ended({rebootNeeded, scanNeeded, getAllRemFailed()});
 }
 
 bool RemediationManager::bufferingIsCancelled() {
@@ -104,11 +106,13 @@ bool RemediationManager::bufferBlock(parsedEriData& block) {
     if (!unsafe.empty()) {
         zlog::error("[Remediation Manager] (downloadPatchForBuffering) The patch name '", patchId,
                     "' is refused: ", unsafe);
+        events->buffered(patchId, zelor::BufferOutcome::skipped, "its name is refused: " + unsafe);
         return true;
     }
     if (patchIsAlreadyBuffered(patchId, md5sum, bufferedListPath())) {
         zlog::debug("[Remediation Manager] (downloadPatchForBuffering) patch \"", patchId,
                     "\" is already buffered and is latest.");
+        events->buffered(patchId, zelor::BufferOutcome::alreadyBuffered);
         return true;
     }
     const zelor::remediation::PatchName name = zelor::remediation::cutFourCharacters(patchId);
@@ -117,15 +121,26 @@ bool RemediationManager::bufferBlock(parsedEriData& block) {
     if (downloadSizeExceedsAllotedSize(RecordAccess::patchSize(block))) {
         zlog::debug("[Remediation Manager] (downloadPatchForBuffering) Patch \"", patchId,
                     "\" buffering skipped as it is exceeding the alloted size for bufferedpatches dir");
+        events->buffered(patchId, zelor::BufferOutcome::skipped,
+                         "it does not fit into what is left of the buffer's size");
         return true;
     }
     const unsigned long rate = getBpsInPercentOfBandwidth();
     zlog::debug("[Remediation Manager] (downloadPatchForBuffering) Patch '", patchId,
                 "' will be buffered at ", rate, " bytes/second");
     if (bufferingIsCancelled()) return false;
+    events->beginDownload("", patchId);
+    events->buffered(patchId, zelor::BufferOutcome::downloading);
     if (downloadForBuffer(name, archivePath, rate) == 0) {
+        zelor::CallReport report;
         addPatchBufferedEntry(patchId, md5sum, bufferedListPath());
+        events->buffered(
+            patchId, report.reason().empty() ? zelor::BufferOutcome::buffered : zelor::BufferOutcome::skipped,
+            report.reason());
     } else {
+        const std::string why = events->downloadProblem();
+        events->buffered(patchId, zelor::BufferOutcome::skipped,
+                         why.empty() ? "the download was not finished; the next job resumes it" : why);
         zlog::debug("[Remediation Manager] (downloadPatchForBuffering) Dowdnload patch failed for patch = ",
                     patchId);
     }

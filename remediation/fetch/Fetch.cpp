@@ -13,6 +13,7 @@
 #include "remediation/RecordAccess.h"
 #include "remediation/RemediationManager.h"
 #include "remediation/fetch/PatchName.h"
+#include "remediation/progress/RunEvents.h"
 
 namespace zlog = zelor::log;
 namespace fs = boost::filesystem;
@@ -44,12 +45,14 @@ std::string RemediationManager::getFileFromRepo(std::string fileName, std::strin
     if (!unsafe.empty()) {
         zlog::error(" [Remediation Manager] Inside getFileFromRepo: The file name '", fileName,
                     "' is refused: ", unsafe, ". ");
+        events->failed(remKey, "the file name '" + fileName + "' is refused: " + unsafe);
         return "";
     }
     const std::string problem = zelor::base::prepareFolder(contentDownloadDir);
     if (!problem.empty()) {
         zlog::error(" [Remediation Manager] Inside getFileFromRepo: The content directory '",
                     contentDownloadDir, "' is refused: ", problem);
+        events->failed(remKey, "the content directory '" + contentDownloadDir + "' is refused: " + problem);
         return "";
     }
     std::string archivePath = contentDownloadDir + kSeparator + name->stem + ".zip";
@@ -58,6 +61,7 @@ std::string RemediationManager::getFileFromRepo(std::string fileName, std::strin
             ConfigurationManager::GetInstance("")->getBufferPatchesDir() + kSeparator + name->stem + ".zip";
         usedBufferedCopy = true;
     } else {
+        events->beginDownload(remKey, fileName);
         insertRemProgressInMap(remKey, REM_DOWNLOADING);
         download(name->stem, archivePath, name->extension, remKey);
     }
@@ -66,12 +70,17 @@ std::string RemediationManager::getFileFromRepo(std::string fileName, std::strin
     if (internalError || cancelled) return "";
     if (!fileExists(archivePath)) {
         zlog::error(" [Remediation Manager] Inside getFileFromRepo: GetResource returned NULL. ");
+        const std::string why = events->downloadProblem();
+        events->failed(remKey, why.empty() ? "the archive of '" + fileName + "' was not downloaded" : why);
         return "";
     }
     insertRemProgressInMap(remKey, REM_DOWNLOADED);
+    zelor::CallReport report;
     unpack(archivePath, contentDownloadDir);
     const std::string filePath = contentDownloadDir + kSeparator + fileName;
-    return verifySignature(filePath, name->extension) == 0 ? filePath : "";
+    if (verifySignature(filePath, name->extension) == 0) return filePath;
+    events->failed(remKey, report, "the signature of '" + fileName + "' is not good");
+    return "";
 }
 
 // Fetches a block's file, and looks at the cancels once: the caller goes by this look. A fetch that ended for
@@ -136,19 +145,25 @@ int RemediationManager::downloadFileFromRepo(std::string stem, std::string& arch
                                              std::string extension, bool rateLimited,
                                              unsigned long bytesPerSecond) {
     int result = -1;
+    zelor::CallReport report(
+        [this](std::uint64_t done, std::uint64_t total) { events->transferred(done, total); });
     try {
         result = RemediationResourceDownloader::GetInstance()->getResource(
             std::move(stem), archivePath, std::move(extension), installPath, rateLimited, bytesPerSecond);
     } catch (const std::exception& problem) {
         zlog::error(" [Remediation Manager] (downloadFileFromRepo) The download ended with an error: ",
                     problem.what());
+        zelor::CallReport::addReason(std::string("the download ended with an error: ") + problem.what());
     } catch (const boost::thread_interrupted&) {
         zlog::info(" [Remediation Manager] (downloadFileFromRepo) The download was interrupted.");
+        zelor::CallReport::addReason("the download was interrupted");
     } catch (...) {
         zlog::error(
             " [Remediation Manager] (downloadFileFromRepo) The download ended with an error: an exception of "
             "unknown type");
+        zelor::CallReport::addReason("the download ended with an error of an unknown kind");
     }
+    events->endDownload(result == 0 ? "" : report.reason());
     const boost::unique_lock<boost::mutex> lock(downloadEndMutex);
     downloadThreadDone = true;
     downloadEnd.notify_all();

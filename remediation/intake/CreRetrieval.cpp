@@ -7,6 +7,7 @@
 #include "remediation/RecordAccess.h"
 #include "remediation/RemediationManager.h"
 #include "remediation/intake/ContentRules.h"
+#include "remediation/progress/RunEvents.h"
 
 namespace zlog = zelor::log;
 
@@ -43,6 +44,8 @@ void RemediationManager::getAndParseCreEriForSupersedesTrue(std::vector<remediat
 
 void RemediationManager::retrieveContent(remediateMetadata& row) {
     recordProgress(RecordAccess::combinedCpes(row), REM_QUEUED);
+    events->started(RecordAccess::combinedCpes(row));
+    zelor::CallReport report;
     const std::string platform = row.getPlatformCpe();
     const std::string product = row.getProductCpe();
     parseOnlyMetadata metadata = CreCacher::GetInstance(installPath, systemPlatformCpe)
@@ -53,7 +56,11 @@ void RemediationManager::retrieveContent(remediateMetadata& row) {
                 "' and productCpe = '", product, "'; pEriDataV.size = ", blocks.size());
     const bool present = !metadata.getParsingFailed();
     row.setCreEriDataPresent(present);
-    if (!present) return;
+    if (!present) {
+        events->failed(RecordAccess::combinedCpes(row), report,
+                       "the remediation content could not be obtained or parsed");
+        return;
+    }
     row.setOsRemediation(zelor::remediation::isOsRemediation(blocks));
     row.setcreEriData(std::move(entry));
 }

@@ -6,6 +6,7 @@
 #include "platform/Log.h"
 #include "remediation/RemediationManager.h"
 #include "remediation/intake/RequestParsing.h"
+#include "remediation/progress/RunEvents.h"
 
 namespace zlog = zelor::log;
 
@@ -29,6 +30,7 @@ void RemediationManager::parseCreEriForSupersedesTrue() {
         remMetadataForCCE.reserve(remMetadataForCCE.size() + configurations);
         remMetadataForCVE.reserve(remMetadataForCVE.size() + requests->size() - configurations);
         for (const auto& [key, identifier] : *requests) {
+            events->took(key, identifier);
             recordProgress(key, REM_QUEUED);
             if (stopsForCancel()) return;
             parseRequest(key, identifier, specialCases);
@@ -62,12 +64,14 @@ void RemediationManager::parseRequest(const std::string& key, const std::string&
     const zelor::remediation::CpeCount count = zelor::remediation::cpeCount(request);
     if (count == zelor::remediation::CpeCount::none) {
         zlog::error(" [Remediation Manager] No CPEs given by UI for CVE/CCE :", id);
+        events->failed(key, "the request names no CPE");
         insertRemProgressInMap(key, REM_INVALID_REQUEST);
         return;
     }
     if (count == zelor::remediation::CpeCount::tooMany) {
         zlog::error(" [Remediation Manager] More than 2 CPEs given by UI for CVE/CCE :", id,
                     "and cpes are: ", trimmedKey);
+        events->failed(key, "the request names more than two CPEs");
         insertRemProgressInMap(key, REM_INVALID_REQUEST);
         return;
     }

@@ -3,8 +3,8 @@
 
 #include "platform/Log.h"
 #include "remediation/RemediationManager.h"
-#include "remediation/SingleCancels.h"
 #include "remediation/progress/NearbyKey.h"
+#include "remediation/progress/SingleCancels.h"
 
 namespace zlog = zelor::log;
 

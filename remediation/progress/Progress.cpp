@@ -4,9 +4,10 @@
 #include "platform/Log.h"
 #include "remediation/RecordAccess.h"
 #include "remediation/RemediationManager.h"
-#include "remediation/SingleCancels.h"
 #include "remediation/intake/RequestParsing.h"
 #include "remediation/progress/ProgressTable.h"
+#include "remediation/progress/RunEvents.h"
+#include "remediation/progress/SingleCancels.h"
 
 namespace zlog = zelor::log;
 
@@ -44,6 +45,7 @@ void RemediationManager::recordProgress(const std::string& key, REM_PROGRESS pro
         if (!store) return;
     }
     const auto value = static_cast<unsigned long>(result);
+    announce(key, value);
     const boost::unique_lock<boost::mutex> lock(mutex);
     storeProgress(key, value);
     const auto [first, last] = removedDuplicateEriMap.equal_range(key);
@@ -59,6 +61,14 @@ void RemediationManager::storeProgress(const std::string& key, unsigned long val
     const std::string mapKey = zelor::remediation::progressKey(key);
     progressTable->store(mapKey, value);
     if (value != REM_ABORTED) singleCancels->entryWritten(mapKey);
+}
+
+void RemediationManager::announce(const std::string& key, unsigned long value) {
+    if (value == REM_INTERNAL_FAILED) events->failed(key, "the run stopped on an internal error");
+    const auto [first, last] = removedDuplicateEriMap.equal_range(key);
+    for (auto duplicate = first; duplicate != last; ++duplicate)
+        events->recorded(key, value, &duplicate->second);
+    events->recorded(key, value);
 }
 
 void RemediationManager::evaluateCollectiveResult(std::string key, REM_PROGRESS progress, bool* store,
@@ -113,10 +123,12 @@ void RemediationManager::setRemainingRemsStatusToFailed() {
         "'Failed' as we encountered internal error.");
     for (auto* rows : {&remMetadataForCVE, &remMetadataForCCE}) {
         for (const remediateMetadata& row : *rows) {
-            const boost::unique_lock<boost::mutex> lock(mutex);
             const std::string& key = RecordAccess::combinedCpes(row);
-            if (!progressTable->find(zelor::remediation::progressKey(key)))
-                storeProgress(key, REM_INTERNAL_FAILED);
+            const std::string mapKey = zelor::remediation::progressKey(key);
+            if (progressTable->find(mapKey)) continue;
+            announce(key, REM_INTERNAL_FAILED);
+            const boost::unique_lock<boost::mutex> lock(mutex);
+            storeProgress(key, REM_INTERNAL_FAILED);
         }
     }
 }

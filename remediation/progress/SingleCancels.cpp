@@ -1,4 +1,4 @@
-#include "remediation/SingleCancels.h"
+#include "remediation/progress/SingleCancels.h"
 
 #include "remediation/intake/RequestParsing.h"
 

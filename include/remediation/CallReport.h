@@ -1,0 +1,59 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include "base/Export.h"
+
+namespace zelor {
+
+/// What a collaborator or an installer says about the call in hand, beside its result. The caller keeps a
+/// report on its stack, calls, and reads it; what is called adds to the innermost report of its own thread by
+/// the static functions. Those do nothing where no report is open, so that an agent may call them anywhere or
+/// not at all.
+///
+/// An object belongs to the thread that made it and is destroyed there, in the reverse order of construction.
+class ZELOR_API CallReport {
+  public:
+    /// The most bytes that are kept of a reason (its start) and of an output (its end).
+    static constexpr std::size_t reasonBytes = 4096;
+    static constexpr std::size_t outputBytes = 4096;
+
+    /// Bytes of a download so far and in all (0: not known).
+    using TransferSink = std::function<void(std::uint64_t done, std::uint64_t total)>;
+
+    /// `sink` is called on this thread for each `transferred`; it must not throw.
+    explicit CallReport(TransferSink sink = {});
+    ~CallReport();
+    CallReport(const CallReport&) = delete;
+    CallReport& operator=(const CallReport&) = delete;
+
+    /// Why the call failed, in plain words; "" when nothing was said. Not escaped: it may hold names from
+    /// content, files and servers.
+    const std::string& reason() const { return reason_; }
+    /// The end of what a command wrote; it may begin inside a character.
+    const std::string& output() const { return output_; }
+    /// True when what was installed asks for a restart.
+    bool restartAsked() const { return restartAsked_; }
+    /// True when there was nothing to install.
+    bool nothingToDo() const { return nothingToDo_; }
+
+    /// The first reason of a call is kept: later ones follow from it.
+    static void addReason(const std::string& reason);
+    /// The last output of a call is kept.
+    static void setOutput(const std::string& output);
+    static void askForRestart();
+    static void setNothingToDo();
+    static void transferred(std::uint64_t done, std::uint64_t total);
+
+  private:
+    CallReport* outer_;
+    TransferSink sink_;
+    std::string reason_;
+    std::string output_;
+    bool restartAsked_ = false;
+    bool nothingToDo_ = false;
+};
+
+}  // namespace zelor

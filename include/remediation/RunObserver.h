@@ -1,0 +1,84 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace zelor {
+
+/// Whether a request's remediation was installed by this run.
+enum class Applied {
+    no,
+    now,    ///< by this run
+    before  ///< it was found: in the installed-patches record, or nothing was left to install
+};
+
+/// A result of one request. Texts come from content, files, servers and tools and are not escaped.
+struct RequestResult {
+    std::string key;          ///< as in the request map
+    std::string identifier;   ///< as in the request map
+    unsigned long value = 0;  ///< a RemediationManager::REM_PROGRESS from REM_SUCCESS on
+    std::string reason;       ///< why it is no success, in plain words; "" after a success or a cancel
+    std::string output;       ///< the end of what the installer or script wrote, at most 4096 bytes
+    Applied applied = Applied::no;
+    bool restartNeeded =
+        false;  ///< it was applied by this run, and its content or its installer asks for a restart
+};
+
+/// A download in hand.
+struct DownloadState {
+    std::string key;               ///< of the request; "" in a buffering job, where several may share a patch
+    std::string patch;             ///< the file's name in the content
+    std::uint64_t bytesDone = 0;   ///< those of an earlier, resumed attempt included
+    std::uint64_t bytesTotal = 0;  ///< 0: not known
+};
+
+/// What became of one patch in a buffering job.
+enum class BufferOutcome {
+    downloading,  ///< another outcome follows, unless the job is cancelled
+    buffered,
+    alreadyBuffered,
+    skipped  ///< with a reason
+};
+
+/// The manager's flags at the end of a run.
+struct RunEnd {
+    bool rebootNeeded = false;
+    bool scanNeeded = false;
+    bool allRemFailed = false;
+};
+
+/// Is called as a run or a buffering job goes on; see `RemediationManager::setRunObserver`. Every event may
+/// be left out of an implementation.
+///
+/// Threads: events come one at a time, on the thread that runs the job; `downloading` comes on the download
+/// thread while that thread waits. An observer locks what it shares with other threads.
+///
+/// The library may hold its locks during an event: return quickly, do not call the manager, and do not wait
+/// for a thread that does. Events must not throw; an exception that leaves one is logged and dropped.
+///
+/// Order: `started`, then `changed` and `downloading` in any number, then `settled`. An event comes before
+/// its value shows in the progress map. A request of several ERIs may be settled several times, and one that
+/// is cancelled afterwards once more with 13: the last result counts. A request that is refused or cancelled
+/// before its turn is settled without being started; one that the run passes over is never settled.
+class RunObserver {
+  public:
+    RunObserver() = default;
+    RunObserver(const RunObserver&) = delete;
+    RunObserver& operator=(const RunObserver&) = delete;
+    virtual ~RunObserver() = default;
+
+    /// The run asks for the request's content.
+    virtual void started(const std::string& /*key*/, const std::string& /*identifier*/) {}
+    /// The request has another value below REM_SUCCESS; each begins as REM_QUEUED without an event.
+    virtual void changed(const std::string& /*key*/, unsigned long /*value*/) {}
+    /// Some ten times a second while an agent that counts bytes downloads.
+    virtual void downloading(const DownloadState& /*download*/) {}
+    virtual void settled(const RequestResult& /*result*/) {}
+    /// `reason` is empty but for `skipped`.
+    virtual void buffered(const std::string& /*patch*/, BufferOutcome /*outcome*/,
+                          const std::string& /*reason*/) {}
+    /// The last event, before `getRemDone()` is true; also at the end of a buffering job.
+    virtual void ended(const RunEnd& /*end*/) {}
+};
+
+}  // namespace zelor

@@ -1,0 +1,48 @@
+#include "remediation/CallReport.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace zelor {
+
+namespace {
+
+// Per thread and only ever set to a report on that thread's stack.
+CallReport*& innermost() {
+    static thread_local CallReport* report = nullptr;
+    return report;
+}
+
+}  // namespace
+
+CallReport::CallReport(TransferSink sink)
+    : outer_(std::exchange(innermost(), this)), sink_(std::move(sink)) {}
+
+CallReport::~CallReport() {
+    innermost() = outer_;
+}
+
+void CallReport::addReason(const std::string& reason) {
+    CallReport* report = innermost();
+    if (report != nullptr && report->reason_.empty()) report->reason_ = reason.substr(0, reasonBytes);
+}
+
+void CallReport::setOutput(const std::string& output) {
+    CallReport* report = innermost();
+    if (report != nullptr)
+        report->output_ = output.substr(output.size() - std::min(output.size(), outputBytes));
+}
+
+void CallReport::askForRestart() {
+    if (innermost() != nullptr) innermost()->restartAsked_ = true;
+}
+
+void CallReport::setNothingToDo() {
+    if (innermost() != nullptr) innermost()->nothingToDo_ = true;
+}
+
+void CallReport::transferred(std::uint64_t done, std::uint64_t total) {
+    if (innermost() != nullptr && innermost()->sink_) innermost()->sink_(done, total);
+}
+
+}  // namespace zelor
