@@ -75,6 +75,17 @@ std::vector<std::string> wrapToColumns(const std::string& printableText, std::si
     return lines;
 }
 
+std::string folded(const std::string& printableText, std::size_t columns, std::size_t indent) {
+    if (columns == 0 || columnsOf(printableText) <= columns) return printableText;
+    std::string text = wrapToColumns(printableText, columns).front();
+    const auto rest = printableText.find_first_not_of(' ', text.size());
+    if (rest == std::string::npos) return text;
+    const std::size_t room = columns > indent + 1 ? columns - indent : 1;
+    for (const std::string& line : wrapToColumns(printableText.substr(rest), room))
+        text += '\n' + std::string(indent, ' ') + line;
+    return text;
+}
+
 std::string bytesText(std::uint64_t bytes) {
     constexpr std::array<const char*, 5> units = {"B", "KB", "MB", "GB", "TB"};
     if (bytes < 1024) return std::to_string(bytes) + " B";

@@ -23,6 +23,10 @@ std::string fitToColumns(const std::string& printableText, std::size_t columns, 
 /// A printable text in lines of at most `columns` columns, broken at blanks where there are any.
 std::vector<std::string> wrapToColumns(const std::string& printableText, std::size_t columns);
 
+/// A printable text in lines of at most `columns` columns, those after the first behind `indent` blanks; as
+/// it is for 0 columns. Without a line end.
+std::string folded(const std::string& printableText, std::size_t columns, std::size_t indent);
+
 /// "512 B", "4.2 MB" (powers of 1024).
 std::string bytesText(std::uint64_t bytes);
 /// "0:07", "12:34", "1:02:03"; below zero counts as zero.

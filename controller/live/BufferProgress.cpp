@@ -8,7 +8,7 @@ namespace zelor::controller {
 
 namespace {
 
-using Kind = PatchOutcome::Kind;
+using Kind = BufferOutcome;
 
 constexpr double frameTime = 0.08;
 constexpr std::size_t stateColumns = 16;
@@ -21,7 +21,7 @@ std::string plainText(const LiveRow& row) {
 
 }  // namespace
 
-std::string outcomeName(PatchOutcome::Kind kind) {
+std::string outcomeName(BufferOutcome kind) {
     switch (kind) {
         case Kind::downloading:
             return "downloading";
@@ -30,13 +30,13 @@ std::string outcomeName(PatchOutcome::Kind kind) {
         case Kind::alreadyBuffered:
             return "already-buffered";
         case Kind::skipped:
+        case Kind::tooLarge:
             return "skipped";
     }
     return "";
 }
 
-BufferProgress::BufferProgress(int fd, bool live, BufferTrail& trail, ReasonOf reasonOf)
-    : fd_(fd), trail_(trail), reasonOf_(std::move(reasonOf)) {
+BufferProgress::BufferProgress(int fd, bool live, BufferRecord& record) : fd_(fd), record_(record) {
     if (live) terminal_ = std::make_unique<LiveTerminal>(fd);
 }
 
@@ -54,12 +54,12 @@ void BufferProgress::changed(const ResultTable& table, const std::vector<Change>
         if (change.value != contentFailedValue && change.value != invalidRequestValue) continue;
         const Result& result = table.results()[change.request];
         settle({requestLabel(*result.key), base::printable(*result.identifier), stateName(change.value),
-                Tone::bad, 0, std::nullopt, reasonOf_(result)});
+                Tone::bad, 0, std::nullopt, record_.reason(result)});
     }
 }
 
 void BufferProgress::ticked(const ResultTable& /*table*/, double time) {
-    for (const PatchOutcome& news : trail_.takeNews()) {
+    for (const PatchOutcome& news : record_.takeNews()) {
         view_.rows.clear();
         LiveRow row{base::printable(news.patch),
                     "",
@@ -72,7 +72,8 @@ void BufferProgress::ticked(const ResultTable& /*table*/, double time) {
             meter_.reset();
             if (terminal_) view_.rows.push_back(row);
         } else {
-            row.tone = news.kind == Kind::skipped ? Tone::bad : Tone::good;
+            const bool there = news.kind == Kind::buffered || news.kind == Kind::alreadyBuffered;
+            row.tone = there ? Tone::good : Tone::bad;
             ++view_.done;
         }
         if (news.kind != Kind::downloading || !terminal_) settle(row);

@@ -8,18 +8,18 @@
 #include "controller/live/PlainLines.h"
 #include "controller/live/RateMeter.h"
 #include "controller/live/RunListener.h"
-#include "controller/run/BufferTrail.h"
+#include "controller/run/RunRecord.h"
 
 namespace zelor::controller {
 
 /// "buffered", "already-buffered", ...
-std::string outcomeName(PatchOutcome::Kind kind);
+std::string outcomeName(BufferOutcome kind);
 
 /// Shows a buffering job: live on a terminal, else in timestamped lines.
 class BufferProgress : public RunListener {
   public:
     /// The descriptor stays the caller's.
-    BufferProgress(int fd, bool live, BufferTrail& trail, ReasonOf reasonOf);
+    BufferProgress(int fd, bool live, BufferRecord& record);
 
     void changed(const ResultTable& table, const std::vector<Change>& changes, double time) override;
     void ticked(const ResultTable& table, double time) override;
@@ -31,8 +31,7 @@ class BufferProgress : public RunListener {
     void settle(const LiveRow& row);
 
     int fd_;
-    BufferTrail& trail_;
-    ReasonOf reasonOf_;
+    BufferRecord& record_;
     std::unique_ptr<LiveTerminal> terminal_;
     std::vector<FrameLine> settled_;
     LiveView view_;

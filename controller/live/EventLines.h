@@ -6,21 +6,35 @@
 #include "controller/live/RunListener.h"
 #include "controller/report/ReportJson.h"
 #include "controller/run/OutputFile.h"
+#include "controller/run/RunRecord.h"
 
 namespace zelor::controller {
 
-/// One JSON object a line for each change.
+/// One JSON object a line for each change; the first line also says where and when the run is.
 class EventLines : public RunListener {
   public:
-    explicit EventLines(LineOutput& out) : out_(out) {}
+    /// All stay the caller's.
+    EventLines(LineOutput& out, const RunRecord& record, const RunFacts& facts)
+        : out_(out), record_(record), facts_(&facts) {}
 
     void changed(const ResultTable& table, const std::vector<Change>& changes, double time) override {
-        for (const Change& change : changes)
-            out_.write(eventJson(time, *table.results()[change.request].key, change.value));
+        begun_.resize(table.results().size(), -1);
+        for (const Change& change : changes) {
+            double& begun = begun_[change.request];
+            if (begun < 0 && change.value != 0) begun = time;
+            const Result& result = table.results()[change.request];
+            RequestDetails details;
+            if (isResult(change.value)) details = {record_.outcome(result), time - begun};
+            out_.write(eventJson(time, result, details, facts_));
+            facts_ = nullptr;
+        }
     }
 
   private:
     LineOutput& out_;
+    const RunRecord& record_;
+    const RunFacts* facts_;      ///< null once they are written
+    std::vector<double> begun_;  ///< by request: when it was first worked on; below zero before
 };
 
 }  // namespace zelor::controller

@@ -45,6 +45,12 @@ bool isLiveTerminal(int fd) {
     return ::isatty(fd) != 0 && !term.empty() && term != "dumb";
 }
 
+std::size_t terminalColumns(int fd) {
+    if (::isatty(fd) == 0) return 0;
+    struct winsize size {};
+    return ::ioctl(fd, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : LiveStyle().columns;
+}
+
 LiveTerminal::LiveTerminal(int fd)
     : fd_(fd), colour_(environmentText("NO_COLOR").empty()), unicode_(localeIsUtf8()) {
     Signals::setHiddenCursor(fd);

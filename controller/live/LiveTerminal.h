@@ -10,6 +10,9 @@ namespace zelor::controller {
 /// True when a live display can be shown on the descriptor: a terminal that can move its cursor.
 bool isLiveTerminal(int fd);
 
+/// The width of the terminal at `fd`; 0 for what is no terminal.
+std::size_t terminalColumns(int fd);
+
 /// Draws frames over each other at the bottom of a terminal, with finished lines above them. The cursor is
 /// hidden for its life and shown again at every way out. One object at a time.
 class LiveTerminal {

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "controller/live/RunListener.h"
+#include "controller/report/ReportJson.h"
 
 namespace zelor::controller {
 
@@ -25,11 +26,18 @@ class PlainLines : public RunListener {
     ReasonOf reasonOf_;
 };
 
-/// Writes `text` and a line end, with the time before it.
+/// Writes `text` and a line end, with the time before it, folded at the width of a terminal.
 void writePlainLine(int fd, const std::string& text);
 
-/// The last words on a run: counts by state, what is needed now, where the log is. Printable lines.
-std::string runSummary(const ResultTable& table, bool rebootNeeded, const std::string& logFile,
-                       double seconds);
+/// Counts by state: "3 success, 1 failed".
+std::string countsText(const std::vector<ProgressValue>& values);
+
+/// The last words on a run: counts by state, what cancelled requests read before, what is needed now, where
+/// the log is. Printable lines.
+std::string runSummary(const ResultTable& table, const std::vector<ProgressValue>& beforeCancel,
+                       const RunFlags& flags, const std::string& logFile, double seconds);
+
+/// What the flags say about a restart, "" when there is nothing to say.
+std::string restartText(const RunFlags& flags);
 
 }  // namespace zelor::controller

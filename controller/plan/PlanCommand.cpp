@@ -18,13 +18,15 @@
 #include "collaborators/CreCacher.h"
 #include "controller/Commands.h"
 #include "controller/InputError.h"
+#include "controller/Text.h"
+#include "controller/live/LiveTerminal.h"
 #include "controller/plan/PlanText.h"
 #include "controller/run/OutputFile.h"
-#include "controller/run/RunLog.h"
 #include "controller/run/Signals.h"
 #include "controller/status/Status.h"
 #include "platform/macos/InstallCommands.h"
 #include "platform/macos/MacPatchManager.h"
+#include "remediation/CallReport.h"
 #include "remediation/apply/InstalledRecord.h"
 #include "remediation/buffer/BufferFolders.h"
 #include "remediation/fetch/PatchName.h"
@@ -86,10 +88,7 @@ std::map<std::string, std::uint64_t> sizesByName(const std::vector<SizedFile>& f
 /// Looks at the place for what a plan needs.
 class Looker {
   public:
-    Looker(const PlanOptions& options, const Place& place)
-        : options_(options),
-          place_(place),
-          tap_([this](bool error, const std::string& line) { log_.take(error, line); }) {}
+    Looker(const PlanOptions& options, const Place& place) : options_(options), place_(place) {}
 
     Plan plan(const RequestMap& requests) {
         agent::startNewRun();
@@ -129,11 +128,15 @@ class Looker {
         facts.content = [this](const std::string& platform, const std::string& product,
                                const std::string& identifier) {
             stopIfAsked();
-            return CreCacher::GetInstance(place_.installPath, status_.platformCpe)
-                ->getCre(platform, product, identifier);
+            CallReport report;
+            parseOnlyMetadata content = CreCacher::GetInstance(place_.installPath, status_.platformCpe)
+                                            ->getCre(platform, product, identifier);
+            contentProblem_ = report.reason();
+            return content;
         };
-        facts.contentProblem = [this](const std::string& key, const std::string& identifier) {
-            return shortReason(log_.notes(key, identifier));
+        // Asked about the content that was looked at last.
+        facts.contentProblem = [this](const std::string& /*key*/, const std::string& /*identifier*/) {
+            return base::printable(contentProblem_);
         };
         facts.updateListing = [] { return MacPatchManager().getOsCmdline(platform::listUpdatesCommand); };
         facts.productVersion = [this] { return status_.productVersion; };
@@ -152,8 +155,7 @@ class Looker {
     const PlanOptions& options_;
     const Place& place_;
     Signals signals_;
-    RunLog log_;
-    LogTap tap_;
+    std::string contentProblem_;
     Status status_;
     remediation::InstalledRecord record_;
 };
@@ -175,7 +177,8 @@ int planCommand(const PlanOptions& options) {
     try {
         const Plan plan = Looker(options, place).plan(requests);
         const std::string problem = writeOutput("-", [&](std::ostream& out) {
-            options.json ? writePlanJson(out, plan) : writePlanText(out, plan, wantsColour());
+            options.json ? writePlanJson(out, plan)
+                         : writePlanText(out, plan, wantsColour(), terminalColumns(STDOUT_FILENO));
         });
         if (!problem.empty()) throw InputError(problem);
         return planExitStatus(plan);

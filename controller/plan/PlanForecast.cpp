@@ -317,7 +317,8 @@ void Forecast::update(Row& row) {
     }
     warn(request, updateWarnings(selection, *listing_));
     if (request.reboot)
-        warn(request, {"a run does not report the reboot that an update of the system needs"});
+        warn(request, {"an update of the system needs a restart, which rebootNeeded leaves out; see "
+                       "restartNeededByThisRun in the run's results"});
     installLabels(request, selection);
 }
 

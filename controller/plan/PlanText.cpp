@@ -1,6 +1,7 @@
 #include "controller/plan/PlanText.h"
 
 #include <algorithm>
+#include <sstream>
 
 #include "controller/Text.h"
 #include "controller/live/RequestLabel.h"
@@ -53,7 +54,8 @@ std::string sourceText(const PlannedFile& file) {
 
 class Writer {
   public:
-    Writer(std::ostream& out, const Plan& plan, bool colour) : out_(out), plan_(plan), colour_(colour) {
+    Writer(std::ostream& out, const Plan& plan, bool colour, std::size_t columns)
+        : out_(out), plan_(plan), colour_(colour), columns_(columns) {
         for (const PlannedRequest& request : plan.requests) {
             label_ = std::max(label_, columnsOf(requestLabel(request.key)));
             identifier_ = std::max(identifier_, columnsOf(base::printable(request.identifier)));
@@ -97,16 +99,28 @@ class Writer {
         std::string tail = base::printable(request.reason);
         if (request.reboot && request.action == PlanAction::apply)
             tail += tail.empty() ? "reboot" : "; reboot";
+        const std::size_t before = 2 + label_ + 2 + identifier_ + 2 + actionColumns + 2;
+        const bool fits = columns_ == 0 || before + columnsOf(tail) <= columns_;
         out_ << tinted(look.mark, look.colour) << ' ' << fitToColumns(requestLabel(request.key), label_, "~")
              << "  " << fitToColumns(base::printable(request.identifier), identifier_, "~") << "  "
-             << tinted(tail.empty() ? action : fitToColumns(action, actionColumns, "~"), look.colour)
-             << (tail.empty() ? "" : "  " + tail) << '\n';
+             << tinted(tail.empty() || !fits ? action : fitToColumns(action, actionColumns, "~"), look.colour)
+             << (tail.empty() || !fits ? "" : "  " + tail) << '\n';
+        if (!fits) writeFolded(tail, nullptr);
         for (const std::string& command : request.commands)
             writeCommand(command);
         for (const PlannedStep& step : request.steps)
             writeStep(request, step);
         for (const std::string& warning : request.warnings)
-            out_ << indent << tinted("! " + base::printable(warning), yellow) << '\n';
+            writeFolded("! " + base::printable(warning), yellow);
+    }
+
+    /// Below a request. The lines that follow the first stand behind the mark.
+    void writeFolded(const std::string& text, const char* colour) {
+        const std::size_t margin = sizeof indent - 1;
+        const std::size_t room = columns_ > margin + 10 ? columns_ - margin : columns_;
+        std::istringstream lines(folded(text, room, 2));
+        for (std::string line; std::getline(lines, line);)
+            out_ << indent << (colour == nullptr ? line : tinted(line, colour)) << '\n';
     }
 
     void writeCommand(const std::string& command) {
@@ -124,10 +138,10 @@ class Writer {
             text += ", " + sourceText(*step.file);
         }
         if (!only && !step.reason.empty()) text += "  " + base::printable(step.reason);
-        out_ << indent << text << '\n';
+        writeFolded(text, nullptr);
         for (const std::string& command : step.commands)
             writeCommand(command);
-        if (!step.note.empty()) out_ << indent << tinted("> " + base::printable(step.note), dim) << '\n';
+        if (!step.note.empty()) writeFolded("> " + base::printable(step.note), dim);
     }
 
     void totals() {
@@ -152,9 +166,18 @@ class Writer {
              << plan_.count(PlanAction::nothing) << " passed over.\n"
              << countText(downloads, "file") << " to download (" << bytesText(bytes) << " by their content), "
              << buffered << " from the buffer.\n";
-        if (plan_.rebootNeeded) out_ << "A reboot will be needed.\n";
+        const bool restart =
+            std::any_of(plan_.requests.begin(), plan_.requests.end(), [](const PlannedRequest& request) {
+                return request.reboot && request.action == PlanAction::apply;
+            });
+        if (restart) {
+            out_ << "A restart will be needed.\n";
+        } else if (plan_.rebootNeeded) {
+            out_ << "The run's rebootNeeded will be true for what is applied already; this run needs no "
+                    "restart.\n";
+        }
         for (const std::string& warning : plan_.warnings)
-            out_ << tinted("! " + base::printable(warning), yellow) << '\n';
+            out_ << tinted(folded("! " + base::printable(warning), columns_, 2), yellow) << '\n';
         if (warnings > 0) out_ << tinted(countText(warnings, "warning") + '.', yellow) << '\n';
         out_ << "Nothing was installed. Downloads and installers can still fail in a run.\n";
     }
@@ -162,14 +185,15 @@ class Writer {
     std::ostream& out_;
     const Plan& plan_;
     bool colour_;
+    std::size_t columns_;
     std::size_t label_ = 0;
     std::size_t identifier_ = 0;
 };
 
 }  // namespace
 
-void writePlanText(std::ostream& out, const Plan& plan, bool colour) {
-    Writer(out, plan, colour).write();
+void writePlanText(std::ostream& out, const Plan& plan, bool colour, std::size_t columns) {
+    Writer(out, plan, colour, columns).write();
 }
 
 }  // namespace zelor::controller

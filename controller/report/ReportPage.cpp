@@ -5,6 +5,7 @@
 
 #include "controller/Text.h"
 #include "controller/live/LiveProgress.h"
+#include "controller/live/PlainLines.h"
 #include "controller/live/RequestLabel.h"
 #include "controller/report/ReportStyle.h"
 #include "controller/report/ReportTimeline.h"
@@ -15,6 +16,7 @@ namespace zelor::controller {
 namespace {
 
 constexpr std::size_t labelColumns = 34;
+constexpr std::size_t openTimelineRows = 40;
 
 std::string escaped(const std::string& printableText) {
     std::string html;
@@ -66,7 +68,7 @@ std::vector<std::size_t> chosenRequests(const RunReport& report, std::size_t mos
     std::vector<double> weight(chosen.size());
     for (const std::size_t request : chosen) {
         const bool good = report.table.results()[request].value == successValue;
-        weight[request] = busySeconds(report.spans[request]) + (good ? 0 : report.seconds + 1);
+        weight[request] = busySeconds(report.spans[request]) + (good ? 0 : report.facts.seconds + 1);
     }
     std::nth_element(chosen.begin(), chosen.begin() + static_cast<std::ptrdiff_t>(most), chosen.end(),
                      [&](std::size_t a, std::size_t b) { return weight[a] > weight[b]; });
@@ -82,32 +84,46 @@ class Page {
     void write() {
         head();
         counts();
-        timeline();
         requests();
+        timeline();
         out_ << "<footer><p>Log: <code>" << htmlText(report_.logFile)
-             << "</code></p><p>Made by zelor-remediate " << ZELOR_VERSION_STRING
-             << "</p></footer>\n</body>\n</html>\n";
+             << "</code></p></footer>\n</body>\n</html>\n";
     }
 
   private:
     void head() {
-        const std::string when = dateText(report_.started);
+        const std::string when = dateText(report_.facts.started);
         out_ << "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\"/>\n"
                 "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; style-src "
                 "'unsafe-inline'\"/>\n"
                 "<meta name=\"viewport\" content=\"width=device-width, "
                 "initial-scale=1\"/>\n<title>Remediation "
                 "of "
-             << htmlText(report_.host) << ", " << when << "</title>\n<style>" << reportStyle
-             << "</style>\n</head>\n<body>\n<header>\n<h1>Remediation of " << htmlText(report_.host)
-             << "</h1>\n<p class=\"meta\">Started " << when << ", took " << durationText(report_.seconds)
-             << "</p>\n";
-        if (report_.flags.rebootNeeded || report_.cancelled) {
-            out_ << "<ul class=\"flags\">"
-                 << (report_.flags.rebootNeeded ? "<li>A reboot is needed</li>" : "")
+             << htmlText(report_.facts.host) << ", " << when << "</title>\n<style>" << reportStyle
+             << "</style>\n</head>\n<body>\n<header>\n<h1>Remediation of " << htmlText(report_.facts.host)
+             << "</h1>\n";
+        facts(when);
+        const std::string restart = restartText(report_.flags);
+        if (!restart.empty() || report_.cancelled) {
+            out_ << "<ul class=\"flags\">" << (restart.empty() ? "" : "<li>" + escaped(restart) + "</li>")
                  << (report_.cancelled ? "<li>Cancelled by a signal</li>" : "") << "</ul>\n";
         }
         out_ << "</header>\n";
+    }
+
+    void facts(const std::string& when) {
+        const RunFacts& facts = report_.facts;
+        out_ << "<dl class=\"facts\">";
+        for (const auto& [name, value] :
+             {std::pair<const char*, std::string>{"Started", when},
+              {"Duration", durationText(facts.seconds)},
+              {"Host", facts.host},
+              {"System", facts.productName + ' ' + facts.productVersion},
+              {"Repository", facts.repository},
+              {"Program", std::string("zelor-remediate ") + ZELOR_VERSION_STRING}}) {
+            out_ << "<div><dt>" << name << "</dt><dd>" << htmlText(value) << "</dd></div>";
+        }
+        out_ << "</dl>\n";
     }
 
     /// Counts by state; 0 to 3 are left when a run ends before its time.
@@ -164,7 +180,7 @@ class Page {
             for (const StateSpan& span : report_.spans[request]) {
                 if (span.value != 0) return span.begin;
             }
-            return report_.seconds;
+            return report_.facts.seconds;
         };
         std::stable_sort(requests.begin(), requests.end(),
                          [&](std::size_t a, std::size_t b) { return begun(a) < begun(b); });
@@ -174,13 +190,15 @@ class Page {
         std::vector<std::size_t> shown = chosenRequests(report_, reportTimelineRows);
         sortByBegin(shown);
         const std::size_t total = report_.table.results().size();
-        out_ << "<section>\n<h2>Timeline</h2>\n";
+        // Many rows come behind one line, which opens without a script.
+        const bool many = total > openTimelineRows;
+        out_ << "<details" << (many ? "" : " open=\"open\"") << ">\n<summary><h2>Timeline</h2></summary>\n";
         if (shown.size() < total) {
             out_ << "<p class=\"note\">All " << total
                  << " requests: succeeded below, above them those that ended otherwise, on top those that "
                     "were "
                     "worked on.</p>\n<div class=\"scroll\">";
-            writeStateAreas(out_, report_.spans, report_.seconds);
+            writeStateAreas(out_, report_.spans, report_.facts.seconds);
             out_ << "</div>\n<p class=\"note\">Of " << total << " requests the " << shown.size()
                  << " most telling are drawn one by one: those that did not succeed first, then those that "
                     "took "
@@ -197,8 +215,8 @@ class Page {
                  &report_.spans[request]});
         }
         out_ << "<div class=\"scroll\">";
-        writeTimeline(out_, rows, report_.seconds);
-        out_ << "</div>\n</section>\n";
+        writeTimeline(out_, rows, report_.facts.seconds);
+        out_ << "</div>\n</details>\n";
     }
 
     void requests() {
@@ -224,18 +242,20 @@ class Page {
     void requestRow(std::size_t request) {
         const Result& result = report_.table.results()[request];
         const std::string kind = stateClass(result.value);
-        const std::string said = report_.outputOf(result);
+        const Outcome outcome = report_.outcomeOf(result);
         const std::string label = requestLabel(*result.key);
         const double busy = busySeconds(report_.spans[request]);
-        out_ << "<tr" << (said.empty() ? "" : " class=\"has-said\"") << "><td class=\"state " << kind << "\">"
-             << markSvg(result.value) << stateName(result.value) << "</td><td class=\"id\">"
+        const char* applied = outcome.applied == Applied::before ? "applied before" : "";
+        const std::string reason = report_.reasonOf(result);
+        out_ << "<tr" << (outcome.output.empty() ? "" : " class=\"has-said\"") << "><td class=\"state "
+             << kind << "\">" << markSvg(result.value) << stateName(result.value) << "</td><td class=\"id\">"
              << htmlText(*result.identifier) << "</td><td class=\"product\">" << escaped(label) << "<code>"
              << htmlText(*result.key) << "</code></td><td class=\"reason\">"
-             << htmlText(report_.reasonOf(result)) << "</td><td class=\"time\">"
+             << htmlText(reason.empty() ? applied : reason) << "</td><td class=\"time\">"
              << (busy > 0 ? shortDuration(busy) : "") << "</td></tr>\n";
-        if (said.empty()) return;
+        if (outcome.output.empty()) return;
         out_ << "<tr class=\"said\"><td></td><td colspan=\"4\"><pre class=\"" << kind << "\">"
-             << htmlText(said) << "</pre></td></tr>\n";
+             << htmlText(outcome.output) << "</pre></td></tr>\n";
     }
 
     std::ostream& out_;

@@ -20,12 +20,10 @@ struct RunReport {
     std::vector<std::vector<StateSpan>> spans;  ///< by request
     RunFlags flags;
     bool cancelled = false;
-    std::chrono::system_clock::time_point started;
-    double seconds = 0;
-    std::string host;
+    RunFacts facts;
     std::string logFile;
     std::function<std::string(const Result&)> reasonOf;
-    std::function<std::string(const Result&)> outputOf;  ///< the end of what a tool said, "" for nothing
+    std::function<Outcome(const Result&)> outcomeOf;
 };
 
 /// Rows of the table and of the timeline; of more requests, those that did not succeed come first, then

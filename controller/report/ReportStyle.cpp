@@ -42,7 +42,12 @@ body {
 h1 { margin: 0; font-size: 28px; line-height: 1.25; letter-spacing: -0.01em; }
 h2 { margin: 44px 0 12px; font-size: 18px; line-height: 1.3; }
 p { margin: 6px 0; }
-.meta, .note { color: var(--muted); }
+.note { color: var(--muted); }
+.facts { margin: 14px 0 0; display: flex; flex-wrap: wrap; gap: 6px 28px; font-size: 13.5px; }
+.facts dt { display: inline; margin-right: 6px; color: var(--muted); }
+.facts dd { display: inline; margin: 0; overflow-wrap: anywhere; }
+summary { margin: 44px 0 12px; cursor: pointer; }
+summary h2 { display: inline; margin: 0; }
 .note { font-size: 13.5px; }
 .flags { margin: 16px 0 0; padding: 0; list-style: none; display: flex; flex-wrap: wrap; gap: 8px; }
 .flags li {
@@ -59,6 +64,28 @@ p { margin: 6px 0; }
 .share { display: flex; gap: 2px; height: 10px; border-radius: 5px; overflow: hidden; }
 .share i { display: block; min-width: 3px; background: var(--c); }
 .scroll { overflow-x: auto; }
+@media screen and (max-width: 720px) {
+  body { padding: 20px 14px 32px; font-size: 14px; }
+  h1 { font-size: 21px; }
+  h2 { margin: 24px 0 8px; }
+  summary { margin: 24px 0 8px; }
+  .counts { grid-template-columns: repeat(auto-fit, minmax(96px, 1fr)); gap: 6px; margin: 16px 0 8px; }
+  .count { padding: 5px 10px; }
+  .count b { font-size: 18px; }
+  .count span { font-size: 12px; }
+  thead { display: none; }
+  table, tbody { display: block; }
+  tr { padding: 6px 0; border-bottom: 1px solid var(--grid); display: grid; grid-template-columns: auto 1fr auto; gap: 0 10px; }
+  tr.has-said { padding-bottom: 2px; border-bottom: 0; }
+  td, th.time, td.time { padding: 0; border: 0; }
+  td.product { grid-column: 1 / -1; grid-row: 2; min-width: 0; }
+  td.product code { display: none; }
+  td.id { overflow: hidden; text-overflow: ellipsis; }
+  td.reason { grid-column: 1 / -1; grid-row: 3; width: auto; color: var(--muted); font-size: 13px; }
+  tr.said td:first-child { display: none; }
+  tr.said td { grid-column: 1 / -1; }
+  pre { max-height: 120px; padding: 6px 10px; font-size: 11.5px; }
+}
 .timeline { display: block; width: 100%; min-width: 760px; height: auto; }
 .timeline rect, .timeline circle, .timeline polygon { fill: var(--c); }
 .timeline .cross { fill: none; stroke: var(--c); stroke-width: 2.2; stroke-linecap: round; }

@@ -11,9 +11,8 @@
 #include "controller/Text.h"
 #include "controller/live/BufferProgress.h"
 #include "controller/live/Watch.h"
-#include "controller/run/BufferTrail.h"
 #include "controller/run/OutputFile.h"
-#include "controller/run/RunLog.h"
+#include "controller/run/RunRecord.h"
 #include "remediation/RemediationManager.h"
 
 namespace zelor::controller {
@@ -21,7 +20,7 @@ namespace zelor::controller {
 namespace {
 
 using nlohmann::ordered_json;
-using Kind = PatchOutcome::Kind;
+using Kind = BufferOutcome;
 
 /// One buffering job from its inputs to its results.
 class Job {
@@ -30,17 +29,15 @@ class Job {
         : options_(options),
           talkFd_(options.json == "-" ? STDERR_FILENO : STDOUT_FILENO),
           table_(std::move(requests)),
-          tap_([this](bool error, const std::string& line) {
-              log_.take(error, line);
-              trail_.take(error, line);
-          }),
-          manager_(place.installPath) {}
+          manager_(place.installPath) {
+        manager_.setRunObserver(&record_);
+    }
 
     int execute() {
         Signals signals;
         agent::startNewRun();
         const bool cancelled = watch(signals);
-        trail_.end(cancelled ? "cancelled" : "the job ended before it");
+        record_.end(cancelled ? "cancelled" : "the job ended before it");
         const Counts counts = count();
         if (!options_.json.empty()) {
             const std::string problem = writeOutput(options_.json, [&](std::ostream& out) {
@@ -65,8 +62,7 @@ class Job {
         std::vector<RunListener*> listeners;
         if (!options_.talk.quiet) {
             const bool live = isLiveTerminal(talkFd_) && !options_.talk.verbose;
-            progress = std::make_unique<BufferProgress>(
-                talkFd_, live, trail_, [this](const Result& result) { return reason(result); });
+            progress = std::make_unique<BufferProgress>(talkFd_, live, record_);
             listeners.push_back(progress.get());
         }
         std::atomic<bool> done{false};
@@ -99,14 +95,14 @@ class Job {
     static bool isUnusable(const Result& result) {
         return result.value == contentFailedValue || result.value == invalidRequestValue;
     }
-    std::string reason(const Result& result) const {
-        return shortReason(log_.notes(*result.key, *result.identifier));
+    static bool isThere(const PatchOutcome& outcome) {
+        return outcome.kind == Kind::buffered || outcome.kind == Kind::alreadyBuffered;
     }
 
     Counts count() const {
         Counts counts;
-        for (const PatchOutcome& outcome : trail_.outcomes())
-            ++(outcome.kind == Kind::skipped ? counts.missing : counts.there);
+        for (const PatchOutcome& outcome : record_.outcomes())
+            ++(isThere(outcome) ? counts.there : counts.missing);
         counts.missing += table_.count(contentFailedValue) + table_.count(invalidRequestValue);
         return counts;
     }
@@ -117,10 +113,10 @@ class Job {
                             {"skipped", ordered_json::array()},
                             {"unusable", ordered_json::array()},
                             {"cancelled", cancelled}};
-        for (const PatchOutcome& outcome : trail_.outcomes()) {
+        for (const PatchOutcome& outcome : record_.outcomes()) {
             if (outcome.kind == Kind::buffered) all["buffered"].push_back(outcome.patch);
             if (outcome.kind == Kind::alreadyBuffered) all["alreadyBuffered"].push_back(outcome.patch);
-            if (outcome.kind == Kind::skipped) {
+            if (!isThere(outcome)) {
                 all["skipped"].push_back({{"patch", outcome.patch}, {"reason", outcome.reason}});
             }
         }
@@ -130,7 +126,7 @@ class Job {
                                        {"identifier", *result.identifier},
                                        {"value", result.value},
                                        {"state", stateName(result.value)},
-                                       {"reason", reason(result)}});
+                                       {"reason", record_.reason(result)}});
         }
         return all;
     }
@@ -147,9 +143,7 @@ class Job {
     const BufferOptions& options_;
     int talkFd_;
     ResultTable table_;
-    RunLog log_;
-    BufferTrail trail_;
-    LogTap tap_;
+    BufferRecord record_;
     RemediationManager manager_;
 };
 

@@ -8,6 +8,7 @@
 
 #include "agent/ContentCacheControl.h"
 #include "agent/LogControl.h"
+#include "agent/http/HttpClient.h"
 #include "controller/Commands.h"
 #include "controller/InputError.h"
 #include "controller/live/EventLines.h"
@@ -18,14 +19,13 @@
 #include "controller/report/ReportPage.h"
 #include "controller/report/RunTimeline.h"
 #include "controller/run/OutputFile.h"
-#include "controller/run/RunLog.h"
+#include "controller/run/RunRecord.h"
+#include "controller/status/Status.h"
 #include "remediation/RemediationManager.h"
 
 namespace zelor::controller {
 
 namespace {
-
-constexpr std::size_t columnsInReport = 1000;
 
 void checkOutputs(const RunOptions& options) {
     if ((options.json == "-") + (options.events == "-") + (options.report == "-") > 1) {
@@ -60,11 +60,11 @@ class Run {
           place_(place),
           talkFd_(keepsStandardOutput(options) ? STDERR_FILENO : STDOUT_FILENO),
           table_(std::move(requests)),
-          tap_([this](bool error, const std::string& line) { log_.take(error, line); }),
           manager_(place.installPath) {
+        manager_.setRunObserver(&record_);
         if (!options.events.empty()) {
             eventOutput_ = std::make_unique<LineOutput>(options.events, "--events");
-            addListener(std::make_unique<EventLines>(*eventOutput_));
+            addListener(std::make_unique<EventLines>(*eventOutput_, record_, facts_));
         }
     }
 
@@ -78,8 +78,8 @@ class Run {
         std::vector<RunListener*> listeners;
         for (const auto& listener : listeners_)
             listeners.push_back(listener.get());
-        if (!options_.report.empty()) listeners.push_back(&timeline_);
-        started_ = std::chrono::system_clock::now();
+        if (!options_.report.empty() || !options_.json.empty()) listeners.push_back(&timeline_);
+        gatherFacts();
         const auto start = std::chrono::steady_clock::now();
         manager_.remediate(true);
         const WatchedRun watched{[this] { return manager_.getRemediationProgressMap(); },
@@ -87,7 +87,9 @@ class Run {
                                  [this] { manager_.setCancelAllRem(true); }};
         cancelled_ = watch(watched, signals, listeners);
         listeners_.clear();
-        finish(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+        facts_.finished = std::chrono::system_clock::now();
+        facts_.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        finish();
         return runExitStatus(table_.results().size(), table_.count(successValue), cancelled_);
     }
 
@@ -96,7 +98,7 @@ class Run {
 
     void addProgress() {
         if (options_.talk.quiet) return;
-        const ReasonOf reasonOf = [this](const Result& result) { return reason(result); };
+        const ReasonOf reasonOf = [this](const Result& result) { return record_.reason(result); };
         if (isLiveTerminal(talkFd_) && !options_.talk.verbose) {
             addListener(std::make_unique<LiveProgress>(talkFd_, table_.results().size(), reasonOf));
         } else {
@@ -121,44 +123,63 @@ class Run {
         }
     }
 
-    std::string reason(const Result& result, std::size_t columns = 160) const {
-        if (result.value == successValue || result.value == abortedValue) return "";
-        return shortReason(log_.notes(*result.key, *result.identifier), columns);
+    void gatherFacts() {
+        facts_.host = hostName();
+        const SystemIdentity system = systemIdentity();
+        facts_.productName = system.productName;
+        facts_.productVersion = system.productVersion;
+        facts_.platformCpe = system.platformCpe;
+        facts_.repository = agent::withoutCredentials(place_.settings->get("Repository.Url"));
+        facts_.started = std::chrono::system_clock::now();
     }
 
-    void finish(double seconds) {
-        const RunFlags flags{manager_.getRebootNeeded(), manager_.getScanNeeded(),
-                             manager_.getAllRemFailed()};
-        if (!options_.json.empty()) {
-            complain(
-                writeOutput(options_.json, [&](std::ostream& out) { writeResultJson(out, table_, flags); }));
-        }
-        if (!options_.report.empty()) complain(writeReport(flags, seconds));
+    void finish() {
+        const RunFlags flags{manager_.getRebootNeeded(), manager_.getScanNeeded(), manager_.getAllRemFailed(),
+                             record_.restartNeeded()};
+        if (!options_.json.empty()) complain(writeResults(flags));
+        if (!options_.report.empty()) complain(writeReport(flags));
         if (eventOutput_) complain(eventOutput_->problem());
         if (!options_.talk.quiet) {
-            base::writeAll(talkFd_,
-                           runSummary(table_, flags.rebootNeeded, place_.settings->get("Log.File"), seconds));
+            const std::string summary = runSummary(table_, valuesBeforeCancel(), flags,
+                                                   place_.settings->get("Log.File"), facts_.seconds);
+            base::writeAll(talkFd_, summary);
         }
+    }
+
+    std::vector<ProgressValue> valuesBeforeCancel() const {
+        std::vector<ProgressValue> values;
+        for (const Result& result : table_.results()) {
+            if (result.value != abortedValue) continue;
+            const auto before = record_.outcome(result).beforeCancel;
+            if (before) values.push_back(before->value);
+        }
+        return values;
+    }
+
+    std::string writeResults(const RunFlags& flags) const {
+        const auto spans = timeline_.spans(table_.results().size());
+        return writeOutput(options_.json, [&](std::ostream& out) {
+            writeResultJson(out, table_, flags, facts_, [&](std::size_t request) {
+                return RequestDetails{record_.outcome(table_.results()[request]),
+                                      busySeconds(spans[request])};
+            });
+        });
     }
 
     /// What was applied stands, whatever becomes of the report.
-    std::string writeReport(const RunFlags& flags, double seconds) const {
+    std::string writeReport(const RunFlags& flags) const {
         try {
-            return makeReport(flags, seconds);
+            return makeReport(flags);
         } catch (const std::exception& e) {
             return "no report is written to " + options_.report + ": " + e.what();
         }
     }
 
-    std::string makeReport(const RunFlags& flags, double seconds) const {
-        RunReport report{
-            table_,     timeline_.spans(table_.results().size()), flags, cancelled_, started_, seconds,
-            hostName(), place_.settings->get("Log.File"),         {},    {}};
-        report.reasonOf = [this](const Result& result) { return reason(result, columnsInReport); };
-        report.outputOf = [this](const Result& result) {
-            if (result.value == successValue) return std::string();
-            return outputTail(log_.notes(*result.key, *result.identifier));
-        };
+    std::string makeReport(const RunFlags& flags) const {
+        RunReport report{table_, timeline_.spans(table_.results().size()), flags, cancelled_,
+                         facts_, place_.settings->get("Log.File"),         {},    {}};
+        report.reasonOf = [this](const Result& result) { return record_.reason(result); };
+        report.outcomeOf = [this](const Result& result) { return record_.outcome(result); };
         return writeOutput(options_.report, [&](std::ostream& out) { writeReportPage(out, report); });
     }
 
@@ -166,12 +187,11 @@ class Run {
     const Place& place_;
     int talkFd_;
     ResultTable table_;
-    RunLog log_;
-    LogTap tap_;
+    RunFacts facts_;
+    RunRecord record_;  // outlives the run, which reports to it
     RemediationManager manager_;
     std::unique_ptr<LineOutput> eventOutput_;
     RunTimeline timeline_;
-    std::chrono::system_clock::time_point started_;
     bool cancelled_ = false;
     std::vector<std::unique_ptr<RunListener>> listeners_;
 };

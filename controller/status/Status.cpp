@@ -85,11 +85,17 @@ std::vector<BufferedPatch> parseBufferedList(const std::string& text) {
     return patches;
 }
 
+SystemIdentity systemIdentity() {
+    return {systemSays("-productName"), systemSays("-productVersion"),
+            MacPatchManager::getSystemPlatformCpe()};
+}
+
 Status gatherStatus(const Place& place) {
     Status status;
-    status.productName = systemSays("-productName");
-    status.productVersion = systemSays("-productVersion");
-    status.platformCpe = MacPatchManager::getSystemPlatformCpe();
+    const SystemIdentity system = systemIdentity();
+    status.productName = system.productName;
+    status.productVersion = system.productVersion;
+    status.platformCpe = system.platformCpe;
     status.iniFile = place.settings->iniFile();
     status.settings = place.settings->all();
     for (agent::Setting& setting : status.settings) {

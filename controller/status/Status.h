@@ -22,6 +22,14 @@ struct SizedFile {
     std::uint64_t bytes = 0;
 };
 
+/// What the system says about itself; "" where it says nothing.
+struct SystemIdentity {
+    std::string productName;
+    std::string productVersion;
+    std::string platformCpe;
+};
+SystemIdentity systemIdentity();
+
 /// What there is at a place.
 struct Status {
     std::string productName;

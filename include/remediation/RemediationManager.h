@@ -20,7 +20,7 @@
 #include "remediation/remediateMetadata.h"
 
 class MacPatchManager;
-namespace zelor {
+namespace zelor::remediation {
 class RunObserver;
 }
 namespace zelor::remediation {

@@ -37,7 +37,8 @@ enum class BufferOutcome {
     downloading,  ///< another outcome follows, unless the job is cancelled
     buffered,
     alreadyBuffered,
-    skipped  ///< with a reason
+    skipped,  ///< with a reason
+    tooLarge  ///< skipped, since it does not fit into what is left of the buffer's size
 };
 
 /// The manager's flags at the end of a run.
@@ -74,7 +75,7 @@ class RunObserver {
     /// Some ten times a second while an agent that counts bytes downloads.
     virtual void downloading(const DownloadState& /*download*/) {}
     virtual void settled(const RequestResult& /*result*/) {}
-    /// `reason` is empty but for `skipped`.
+    /// `reason` is empty but for `skipped` and `tooLarge`.
     virtual void buffered(const std::string& /*patch*/, BufferOutcome /*outcome*/,
                           const std::string& /*reason*/) {}
     /// The last event, before `getRemDone()` is true; also at the end of a buffering job.

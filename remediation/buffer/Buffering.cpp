@@ -121,7 +121,7 @@ bool RemediationManager::bufferBlock(parsedEriData& block) {
     if (downloadSizeExceedsAllotedSize(RecordAccess::patchSize(block))) {
         zlog::debug("[Remediation Manager] (downloadPatchForBuffering) Patch \"", patchId,
                     "\" buffering skipped as it is exceeding the alloted size for bufferedpatches dir");
-        events->buffered(patchId, zelor::BufferOutcome::skipped,
+        events->buffered(patchId, zelor::BufferOutcome::tooLarge,
                          "it does not fit into what is left of the buffer's size");
         return true;
     }

@@ -42,7 +42,7 @@ class Recorder : public zelor::RunObserver {
     }
     void buffered(const std::string& patch, zelor::BufferOutcome outcome,
                   const std::string& reason) override {
-        static const char* const names[] = {"downloading", "buffered", "already", "skipped"};
+        static const char* const names[] = {"downloading", "buffered", "already", "skipped", "too large"};
         add("", patch + " " + names[static_cast<int>(outcome)] + (reason.empty() ? "" : ": " + reason));
     }
     void ended(const zelor::RunEnd& end) override {
@@ -244,7 +244,7 @@ TEST_F(RunObserver, HearsWhatBecomesOfEachBufferedPatch) {
               (Lines{"editor.pkg downloading", "editor.pkg buffered", "there.pkg already",
                      "../evil.pkg skipped: its name is refused: it holds a path separator",
                      "lost.pkg downloading", "lost.pkg skipped: the repository answered 404",
-                     "large.pkg skipped: it does not fit into what is left of the buffer's size",
+                     "large.pkg too large: it does not fit into what is left of the buffer's size",
                      "odd.pkg downloading", "odd.pkg skipped: its name or its md5 holds a control character",
                      "ended"}));
 }

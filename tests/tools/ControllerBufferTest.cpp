@@ -4,7 +4,7 @@
 #include <atomic>
 #include <thread>
 
-#include "controller/run/BufferTrail.h"
+#include "controller/live/BufferProgress.h"
 #include "tests/tools/ControllerFixture.h"
 
 namespace zelor::test {
@@ -14,45 +14,26 @@ using nlohmann::json;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-TEST(ControllerBufferTrail, FollowsTheJobByItsLines) {
-    using Kind = controller::PatchOutcome::Kind;
-    controller::BufferTrail trail;
-    const auto debug = [&](const std::string& line) { trail.take(false, line); };
-    const std::string job = "[Remediation Manager] (downloadPatchForBuffering) ";
-    debug(job + "Patch 'it's.pkg' will be buffered at 10 bytes/second");
-    debug(
-        "[Remediation Manager] Inside addPatchBufferedEntry: Added entry for successfully buffered patch = "
-        "it's.pkg");
-    debug(job + "patch \"it's.pkg\" is already buffered and is latest.");  // a second request names it
-    debug(job + "patch \"b.pkg\" is already buffered and is latest.");
-    debug(job +
-          "Patch \"c.pkg\" buffering skipped as it is exceeding the alloted size for bufferedpatches dir");
-    debug(job + "Patch 'd.pkg' will be buffered at 10 bytes/second");
-    trail.take(true, "[Downloader] cannot fetch http://r/d.zip: 404");
-    debug(job + "Dowdnload patch failed for patch = d.pkg");
-    trail.take(true, job + "The patch name '../e' is refused: it holds a path separator");
-    debug(job + "Patch 'f.pkg' will be buffered at 10 bytes/second");
-    debug("[Remediation Manager] (addPatchBufferedEntry) Writing bufferedPatchesList.txt threw exception ");
-    debug(job + "Patch 'g.pkg' will be buffered at 10 bytes/second");
-    trail.end("cancelled");
+TEST(ControllerBufferRecord, HasEachPatchOnceWithItsLastOutcome) {
+    using Kind = BufferOutcome;
+    controller::BufferRecord record;
+    record.buffered("a.pkg", Kind::downloading, "");
+    record.buffered("a.pkg", Kind::buffered, "");
+    record.buffered("a.pkg", Kind::alreadyBuffered, "");  // a second request names it
+    record.buffered("b.pkg", Kind::alreadyBuffered, "");
+    record.buffered("c.pkg", Kind::tooLarge, "it does not fit");
+    record.buffered("d.pkg", Kind::downloading, "");
+    record.buffered("d.pkg", Kind::skipped, "the repository\n answered 404");
+    record.buffered("e.pkg", Kind::downloading, "");
+    record.end("cancelled");
     std::vector<std::string> all;
-    for (const controller::PatchOutcome& outcome : trail.outcomes())
-        all.push_back(outcome.patch + ' ' + std::to_string(static_cast<int>(outcome.kind)) + ' ' +
-                      outcome.reason);
-    const auto line = [](const std::string& patch, Kind kind, const std::string& reason) {
-        return patch + ' ' + std::to_string(static_cast<int>(kind)) + ' ' + reason;
-    };
-    EXPECT_THAT(
-        all,
-        ElementsAre(line("it's.pkg", Kind::buffered, ""), line("b.pkg", Kind::alreadyBuffered, ""),
-                    line("c.pkg", Kind::skipped,
-                         "it does not fit into what is left of the buffer's size; raise PatchesDirSizeMB"),
-                    line("d.pkg", Kind::skipped, "cannot fetch http://r/d.zip: 404"),
-                    line("../e", Kind::skipped, "its name is refused: it holds a path separator"),
-                    line("f.pkg", Kind::skipped, "the list of buffered patches cannot be written"),
-                    line("g.pkg", Kind::skipped, "cancelled")));
-    EXPECT_EQ(trail.takeNews().size(), 11U);
-    EXPECT_TRUE(trail.takeNews().empty());
+    for (const controller::PatchOutcome& outcome : record.outcomes())
+        all.push_back(outcome.patch + ' ' + controller::outcomeName(outcome.kind) + ' ' + outcome.reason);
+    EXPECT_THAT(all, ElementsAre("a.pkg buffered ", "b.pkg already-buffered ",
+                                 "c.pkg skipped it does not fit; raise PatchesDirSizeMB in section Buffer",
+                                 "d.pkg skipped the repository? answered 404", "e.pkg skipped cancelled"));
+    EXPECT_EQ(record.takeNews().size(), 8U);
+    EXPECT_TRUE(record.takeNews().empty());
 }
 
 TEST_F(ControllerTest, BuffersAndTellsWhatItHas) {

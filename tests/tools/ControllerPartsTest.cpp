@@ -13,7 +13,8 @@
 #include "controller/live/RequestLabel.h"
 #include "controller/live/Watch.h"
 #include "controller/report/ReportJson.h"
-#include "controller/run/RunLog.h"
+#include "controller/run/RunRecord.h"
+#include "remediation/Version.h"
 #include "tests/support/TempDir.h"
 
 namespace zelor::controller {
@@ -121,17 +122,123 @@ TEST(ControllerResults, StandUnderTheKeysAsGiven) {
     EXPECT_EQ(table.finished(), 3U);
 }
 
+/// A result as the library reports it.
+RequestResult settled(const std::string& key, unsigned long value, const std::string& reason = "",
+                      Applied applied = Applied::no, const std::string& output = "") {
+    RequestResult result;
+    result.key = key;
+    result.value = value;
+    result.reason = reason;
+    result.applied = applied;
+    result.output = output;
+    return result;
+}
+
 TEST(ControllerResults, AreWrittenAsJson) {
     ResultTable table({{"k\"\n||P", "CVE-1"}, {"never", "CVE-2"}});
     table.apply({{"k\"\n||P", 12}});
+    RunFacts facts{"mac-7", "Mac OS X", "10.10.5", "cpe:/o:apple:mac_os_x:10.10", "", {}, {}, 1.23456};
+    const RequestDetails details{{"no\xffreason", "", Applied::now, EarlierResult{5, "it broke"}}, 0.5};
     std::ostringstream out;
-    writeResultJson(out, table, {true, false, true});
-    const auto expected = nlohmann::json::parse(R"({"requests": {
-        "k\"\n||P": {"identifier": "CVE-1", "value": 12, "state": "file-unavailable"},
-        "never": {"identifier": "CVE-2", "value": 0, "state": "queued"}},
-        "rebootNeeded": true, "scanNeeded": false, "allFailed": true})");
+    writeResultJson(out, table, {true, false, true, false}, facts,
+                    [&](std::size_t request) { return request == 0 ? details : RequestDetails(); });
+    const auto expected = nlohmann::json::parse(R"({"schema": 1, "version": ")" ZELOR_VERSION_STRING R"(",
+        "host": "mac-7",
+        "platform": {"name": "Mac OS X", "version": "10.10.5", "cpe": "cpe:/o:apple:mac_os_x:10.10"},
+        "started": "1970-01-01T00:00:00Z", "finished": "1970-01-01T00:00:00Z", "seconds": 1.235,
+        "requests": {
+        "k\"\n||P": {"identifier": "CVE-1", "value": 12, "state": "file-unavailable", "reason": "no\ufffdreason",
+                     "applied": "now", "seconds": 0.5,
+                     "beforeCancel": {"value": 5, "state": "failed", "reason": "it broke"}},
+        "never": {"identifier": "CVE-2", "value": 0, "state": "queued", "seconds": 0.0}},
+        "rebootNeeded": true, "restartNeededByThisRun": false, "scanNeeded": false, "allFailed": true})");
     EXPECT_EQ(nlohmann::json::parse(out.str()), expected);
-    EXPECT_EQ(eventJson(1.23456, "a\n", 4), R"({"t":1.235,"key":"a\n","value":4,"state":"success"})");
+    const std::string key = "a\n";
+    EXPECT_EQ(eventJson(1.23456, {&key, &key, 4, true}, {{"", "", Applied::before, {}}, 0.25}),
+              R"({"t":1.235,"key":"a\n","value":4,"state":"success","applied":"before","seconds":0.25})");
+    EXPECT_EQ(eventJson(1, {&key, &key, 1, true}, {}),
+              R"({"t":1.0,"key":"a\n","value":1,"state":"downloading"})");
+    EXPECT_EQ(nlohmann::json::parse(eventJson(1, {&key, &key, 1, true}, {}, &facts))["host"], "mac-7");
+}
+
+TEST(ControllerRunRecord, KeepsWhatACancelWouldErase) {
+    const struct {
+        const char* name;
+        std::vector<RequestResult> events;
+        unsigned long value;
+        std::string reason;
+        Applied applied;
+        std::string output;
+    } cases[] = {
+        {"a failure",
+         {settled("k", 5, "exit status 3: no\x1broom", Applied::no, "no room\n")},
+         5,
+         "exit status 3: no?room",
+         Applied::no,
+         "no room"},
+        {"a success", {settled("k", 4, "", Applied::before, "much\n")}, 4, "", Applied::before, ""},
+        {"a cancel alone", {settled("k", 13)}, 13, "", Applied::no, ""},
+        {"a cancel after a failure",
+         {settled("k", 12, "refused"), settled("k", 13)},
+         13,
+         "before the cancel file-unavailable: refused",
+         Applied::no,
+         ""},
+        {"two cancels",
+         {settled("k", 5, "broke", Applied::no, "said"), settled("k", 13), settled("k", 13)},
+         13,
+         "before the cancel failed: broke",
+         Applied::no,
+         "said"},
+        {"a cancel after a success",
+         {settled("k", 4, "", Applied::now), settled("k", 13, "", Applied::now)},
+         13,
+         "before the cancel success",
+         Applied::now,
+         ""},
+        {"a cancel withdrawn",
+         {settled("k", 12, "refused"), settled("k", 13), settled("k", 4, "", Applied::now)},
+         4,
+         "",
+         Applied::now,
+         ""},
+        {"a value seen late",
+         {settled("k", 12, "refused"), settled("k", 13)},
+         12,
+         "refused",
+         Applied::no,
+         ""},
+        {"a value that is gone",
+         {settled("k", 12, "refused"), settled("k", 5, "broke")},
+         12,
+         "",
+         Applied::no,
+         ""},
+        {"nothing", {}, 6, "", Applied::no, ""},
+    };
+    const std::string key = "k";
+    for (const auto& one : cases) {
+        RunRecord record;
+        for (const RequestResult& event : one.events)
+            record.settled(event);
+        const Result result{&key, &key, one.value, true};
+        EXPECT_EQ(record.reason(result), one.reason) << one.name;
+        EXPECT_EQ(record.outcome(result).applied, one.applied) << one.name;
+        EXPECT_EQ(record.outcome(result).output, one.output) << one.name;
+    }
+}
+
+TEST(ControllerRunRecord, KeepsTheEndOfALongOutput) {
+    std::string output;
+    for (int line = 1; line <= 60; ++line)
+        output += "line " + std::to_string(line) + '\n';
+    RunRecord record;
+    record.settled(settled("k", 5, "broke", Applied::no, output));
+    const std::string key = "k";
+    const std::string kept = record.outcome({&key, &key, 5, true}).output;
+    EXPECT_EQ(kept.substr(0, 12), "...\nline 21\n");
+    EXPECT_EQ(kept.substr(kept.size() - 8), "\nline 60");
+    EXPECT_FALSE(record.restartNeeded());
 }
 
 TEST(ControllerText, LetsNothingHarmfulThrough) {
@@ -199,41 +306,29 @@ TEST(ControllerWatch, LooksOftenWhileThingsChangeAndSeldomWhenLookingIsDear) {
     EXPECT_EQ(pacer.next(true, milliseconds(100)).count(), 2000);
 }
 
-TEST(ControllerRunLog, FindsTheReasonsOfFailures) {
-    RunLog log;
-    const auto debug = [&](const std::string& line) { log.take(false, line); };
-    const auto error = [&](const std::string& line) { log.take(true, line); };
-    debug(" [Remediation Manager] (parseCreEriForSupersedesTrue) Combined cpe is : k3");
-    error(" [Remediation Manager] More than 2 CPEs given by UI for CVE/CCE :CVE-3and cpes are: k3");
-    error("[CreCacher] no usable content for CVE-4: the repository answered 404");
-    debug(" [Remediation Manager] (applyConfigs) Applying configs for CCE: CCE-1");
-    error("[MacPatchManager] Inside getValueFromIni, Error while getting for the key ScanManager.ProfileId");
-    debug("[MacHardeningFacilitator] exit process code for /c/a = b.sh is = 768");
-    debug("[MacHardeningFacilitator] output of /c/ab.sh = one\ntwo\n");
-    debug(" [Remediation Manager] The RESULT for Config apply for : CCE - CCE-1 is : Failed");
-    debug(" [Remediation Manager] (installOsPatches) Patching OS Package = Apple Safari");
-    error("[MacPatchManager] The pkg remediation failed = checking\nNo network.\n\n");
-    debug(" [Remediation Manager] (installNonOsPatches) eriDataV.size = 1");
-    error("[Downloader] cannot fetch http://r/x.zip: 404");
-    error(" [Remediation Manager] The patch file '' DOES NOT exist OR it failed signature verification.");
-    debug(
-        " [Remediation Manager] (installNonOsPatches) The remediation result for cpe = k is \"x\" is "
-        "\"Failed\"");
-    error("[Late] nobody's");
-    debug(" [Remediation Manager] (installNonOsPatches) eriDataV.size = 1");
-    debug(
-        " [Remediation Manager] (installNonOsPatches) The remediation result for cpe = good is "
-        "\"Succeeded\"");
+TEST(ControllerText, FoldsLinesAndLeavesNothingOut) {
+    EXPECT_EQ(folded("as it is, however long", 0, 4), "as it is, however long");
+    EXPECT_EQ(folded("2026  one two three four", 14, 6), "2026  one two\n      three\n      four");
+    EXPECT_EQ(folded("abcdefghij", 4, 2), "abcd\n  ef\n  gh\n  ij");
+    std::string word = "https://repository.example/patches/";
+    for (std::size_t columns = 1; columns < 60; ++columns) {
+        std::string all;
+        for (const char c : folded("reason: " + word, columns, 6))
+            if (c != '\n' && c != ' ') all += c;
+        EXPECT_EQ(all, "reason:" + word) << columns;
+    }
+}
 
-    const auto reason = [&](const std::string& key, const std::string& id) {
-        return shortReason(log.notes(key, id));
-    };
-    EXPECT_EQ(reason("k3", "CVE-3"), "the request names more than two CPEs");
-    EXPECT_EQ(reason("k4", "CVE-4"), "no usable content for CVE-4: the repository answered 404");
-    EXPECT_EQ(reason("k1", "CCE-1"), "exit status 3: two");
-    EXPECT_EQ(reason("cpe:/o:x||Apple Safari", "CVE-5"), "No network.");
-    EXPECT_EQ(reason("k is \"x\"", "CVE-6"), "cannot fetch http://r/x.zip: 404");
-    EXPECT_EQ(reason("good", "CVE-7"), "");
+TEST(ControllerSummary, SaysWhatTheCancelledReadBeforeAndWhatNeedsARestart) {
+    ResultTable table({{"a", "CVE-1"}, {"b", "CVE-2"}, {"c", "CVE-3"}, {"d", "CVE-4"}});
+    table.apply({{"a", 4}, {"b", 13}, {"c", 11}, {"d", 5}});
+    EXPECT_EQ(runSummary(table, {12}, {true, false, false, true}, "/l", 2),
+              "4 requests in 2.0 s: 1 success, 2 failed, 1 aborted.\n"
+              "Of the aborted, 1 request had a result before the cancel: 1 file-unavailable.\n"
+              "A restart is needed to complete what this run applied.\nLog: /l\n");
+    EXPECT_THAT(runSummary(table, {}, {true, false, false, false}, "/l", 2),
+                HasSubstr("only if there was none"));
+    EXPECT_THAT(runSummary(table, {}, {}, "/l", 2), testing::Not(HasSubstr("restart")));
 }
 
 }  // namespace

@@ -46,6 +46,8 @@ TEST_F(ControllerTest, WritesAReport) {
                 HasSubstr("exit status 3"));
     EXPECT_EQ(document.select_nodes("//svg[@class='timeline']/g").size(), 3U);
     EXPECT_THAT(page, HasSubstr("<b>3</b><span>requests</span>"));
+    EXPECT_THAT(page, HasSubstr("<dt>System</dt><dd>Mac OS X 10.10.5</dd>"));
+    EXPECT_THAT(page, HasSubstr("<dt>Program</dt><dd>zelor-remediate "));
     const ControllerRun shown = on("run", map, {"--report", "-"});
     EXPECT_THAT(shown.out, testing::StartsWith("<!DOCTYPE html>"));
     EXPECT_EQ(on("run", map, {"--report", "-", "--json", "-"}).status, 2);
@@ -68,11 +70,12 @@ TEST(ReportPage, StaysLegibleForManyRequests) {
                                      {true, false, false},
                                      true,
                                      {},
-                                     20,
-                                     "<host>",
                                      "log",
                                      [](const controller::Result&) { return std::string(); },
-                                     [](const controller::Result&) { return std::string(); }};
+                                     [](const controller::Result&) { return controller::Outcome(); }};
+        report.facts.seconds = 20;
+        report.facts.host = "<host>";
+        report.facts.repository = "https://repository.example";
         std::ostringstream page;
         controller::writeReportPage(page, report);
         Elements elements;
@@ -85,6 +88,9 @@ TEST(ReportPage, StaysLegibleForManyRequests) {
                   size > controller::reportTimelineRows);
         EXPECT_EQ(page.str().find("The table has") != std::string::npos, size > controller::reportTableRows);
         EXPECT_THAT(page.str(), HasSubstr("Cancelled by a signal"));
+        EXPECT_THAT(page.str(), HasSubstr("https://repository.example"));
+        EXPECT_LT(page.str().find("<tbody>"), page.str().find("class=\"timeline\""));
+        EXPECT_EQ(page.str().find("<details open") == std::string::npos, size > 40);
     }
 }
 

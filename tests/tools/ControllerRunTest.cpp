@@ -5,7 +5,9 @@
 #include <thread>
 
 #include "base/Files.h"
+#include "collaborators/Logger.h"
 #include "tests/tools/ControllerFixture.h"
+#include "tests/tools/JsonSchema.h"
 
 namespace zelor::test {
 namespace {
@@ -25,11 +27,19 @@ TEST_F(ControllerTest, RunsAndReports) {
     EXPECT_EQ(run.err, "");
     EXPECT_THAT(run.out, HasSubstr("failed            cpe:/o:y (CCE-2): exit status 3: no firewall here"));
     EXPECT_THAT(run.out, HasSubstr("3 requests in "));
-    EXPECT_EQ(readJson("out.json")["requests"],
-              json::parse(R"({"cpe:/o:x,||": {"identifier": "CCE-1", "value": 4, "state": "success"},
-                              "cpe:/o:y||": {"identifier": "CCE-2", "value": 5, "state": "failed"},
-                              "cpe:/o:z||oval:org:1":
-                                  {"identifier": "CVE-3", "value": 6, "state": "content-failed"}})"));
+    json results = readJson("out.json")["requests"];
+    for (json& result : results) {
+        EXPECT_GE(result["seconds"], 0);
+        result.erase("seconds");
+    }
+    EXPECT_THAT(results["cpe:/o:z||oval:org:1"]["reason"].get<std::string>(),
+                HasSubstr("content/CVE-3.xml: the repository answered 404; publish the content there"));
+    results["cpe:/o:z||oval:org:1"].erase("reason");
+    EXPECT_EQ(results, json::parse(R"(
+        {"cpe:/o:x,||": {"identifier": "CCE-1", "value": 4, "state": "success", "applied": "now"},
+         "cpe:/o:y||": {"identifier": "CCE-2", "value": 5, "state": "failed",
+                        "reason": "exit status 3: no firewall here"},
+         "cpe:/o:z||oval:org:1": {"identifier": "CVE-3", "value": 6, "state": "content-failed"}})"));
     std::istringstream events(readFile(road.dir / "ev"));
     std::map<std::string, int> last;
     double time = 0;
@@ -144,6 +154,97 @@ TEST_F(ControllerTest, ASignalCancelsAndWaitsForTheStepInHand) {
     EXPECT_EQ(readJson("out.json")["requests"]["cpe:/o:a"]["value"], 4);
     EXPECT_EQ(readJson("out.json")["requests"]["cpe:/o:b"]["value"], 13);
     EXPECT_THAT(run.out, HasSubstr("Cancelling"));
+}
+
+TEST_F(ControllerTest, ResultsHoldToTheirSchemaAndTellCausesApart) {
+    const JsonSchema schema(json::parse(readFile(ZELOR_RESULTS_SCHEMA)));
+    road.addScript("CCE-1", "good", "exit 0\n");
+    road.addScript("CCE-2", "forged", "exit 0\n");
+    road.addArchive("forged",
+                    ArchiveBuilder().file("forged.sh", "x").file("forged.sig", "no signature").finish());
+    road.addContent("CCE-3", "none.sh");
+    const json map = {{"a", "CCE-1"}, {"b", "CCE-2"}, {"c", "CCE-3"}, {"d", "CCE-9"}, {"e,f,g", "CCE-1"}};
+    const std::vector<std::string> files = {"--json", road.dir / "out", "--events", road.dir / "ev"};
+    EXPECT_EQ(on("run", map, files).status, 1);
+    const json first = readJson("out");
+    EXPECT_EQ(schema.problem(first), "");
+    EXPECT_EQ(first["platform"]["version"], "10.10.5");
+    const auto reason = [](const json& all, const char* key) {
+        return all["requests"][key].value("reason", "");
+    };
+    EXPECT_THAT(reason(first, "b"), HasSubstr("forged.sh is not accepted: "));
+    EXPECT_THAT(reason(first, "c"), HasSubstr("patches/none.zip: the repository answered 404"));
+    EXPECT_THAT(reason(first, "d"), HasSubstr("the repository answered 404; publish the content there"));
+    EXPECT_EQ(reason(first, "e,f,g"), "the request names more than two CPEs");
+    const json event = json::parse(readFile(road.dir / "ev").substr(0, readFile(road.dir / "ev").find('\n')));
+    for (const char* name : {"schema", "version", "host", "platform", "started"})
+        EXPECT_EQ(event[name], first[name]) << name;
+    EXPECT_THAT(readFile(road.dir / "ev"), HasSubstr("forged.sh is not accepted: "));
+
+    json broken = first;
+    broken["requests"]["a"]["value"] = "4";
+    EXPECT_EQ(schema.problem(broken), "$.requests.a.value breaks type");
+    broken = first;
+    broken["requests"]["a"]["beforeCancel"] = {{"state", "failed"}};
+    EXPECT_EQ(schema.problem(broken), "$.requests.a.beforeCancel lacks value");
+
+    authoring::ServerFault outage;
+    outage.status = 503;
+    for (int attempt = 0; attempt < 3; ++attempt)
+        road.addFault("content/CCE-9", outage);
+    EXPECT_EQ(on("run", {{"a", "CCE-1"}, {"d", "CCE-9"}}, files).status, 1);
+    const json second = readJson("out");
+    EXPECT_EQ(schema.problem(second), "");
+    EXPECT_EQ(second["requests"]["a"]["applied"], "before");
+    EXPECT_EQ(second["requests"]["d"]["value"], 6);
+    EXPECT_THAT(reason(second, "d"), HasSubstr("check that the repository can be reached"));
+}
+
+TEST_F(ControllerTest, ACancelKeepsTheFailuresBeforeIt) {
+    road.addScript("CCE-1", "forged", "exit 0\n");
+    road.addArchive("forged",
+                    ArchiveBuilder().file("forged.sh", "x").file("forged.sig", "no signature").finish());
+    road.addScript("CCE-2", "last", "kill -INT " + std::to_string(::getpid()) + "; sleep 1\n");
+    const ControllerRun run =
+        on("run", {{"a", "CCE-1"}, {"b", "CCE-2"}, {"c", "CCE-3"}},
+           {"--json", road.dir / "out", "--events", road.dir / "ev", "--report", road.dir / "report.html"});
+    EXPECT_EQ(run.status, 130);
+    const json result = readJson("out")["requests"]["a"];
+    EXPECT_EQ(result["value"], 13) << "the library's";
+    EXPECT_EQ(result["beforeCancel"]["value"], 12);
+    EXPECT_EQ(result["beforeCancel"]["state"], "file-unavailable");
+    EXPECT_THAT(result["beforeCancel"]["reason"].get<std::string>(), HasSubstr("is not accepted"));
+    EXPECT_EQ(JsonSchema(json::parse(readFile(ZELOR_RESULTS_SCHEMA))).problem(readJson("out")), "");
+    EXPECT_THAT(readFile(road.dir / "ev"), HasSubstr("\"beforeCancel\":{\"value\":12"));
+    EXPECT_THAT(readFile(road.dir / "report.html"), HasSubstr("before the cancel file-unavailable: "));
+    EXPECT_THAT(run.out, HasSubstr("had a result before the cancel: "));
+}
+
+TEST_F(ControllerTest, TheRestartOfAnUpdateThatThisRunInstalled) {
+    tool("softwareupdate",
+         "case $1 in -l) printf '   * Safari9.0-9.0\\n';; *) printf 'Done.\\nPlease restart "
+         "immediately.\\n';; "
+         "esac");
+    road.addContentText("CVE-1",
+                        "<remediation identifier=\"CVE-1\"><cre id=\"CRE-1\"><eri id=\"ERI-1\">"
+                        "<product>cpe:/o:apple:mac_os_x</product><instructions>OS remediation</instructions>"
+                        "</eri></cre></remediation>");
+    const ControllerRun run =
+        on("run", {{"cpe:/o:apple:mac_os_x||Apple Safari", "CVE-1"}}, {"--json", road.dir / "out"});
+    EXPECT_EQ(run.status, 0) << road.log();
+    EXPECT_EQ(readJson("out")["rebootNeeded"], false) << "the library's";
+    EXPECT_EQ(readJson("out")["restartNeededByThisRun"], true);
+    EXPECT_THAT(run.out, HasSubstr("A restart is needed to complete what this run applied."));
+}
+
+TEST_F(ControllerTest, TheLogKeepsToTheLevelOfTheIni) {
+    const std::string ini = road.dir / "etc/zelor/zelor.ini";
+    writeFile(ini, readFile(ini) + "\n[Log]\nLevel = error\n");
+    road.addScript("CCE-2", "bad", "echo no firewall here; exit 3\n");
+    const ControllerRun run = on("run", {{"cpe:/o:y||", "CCE-2"}});
+    EXPECT_THAT(run.out, HasSubstr("exit status 3: no firewall here"));
+    EXPECT_FALSE(Logger::GetInstance()->GetLogger().isInfoEnabled());
+    EXPECT_THAT(road.log(), Not(HasSubstr("DEBUG")));
 }
 
 }  // namespace

@@ -1,0 +1,79 @@
+#pragma once
+
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "controller/run/ResultTable.h"
+#include "remediation/RunObserver.h"
+
+namespace zelor::controller {
+
+/// What a request read before a cancel made it `aborted`.
+struct EarlierResult {
+    ProgressValue value = 0;
+    std::string reason;
+};
+
+/// What is known of a request beside its value. The texts are printable, the output by lines.
+struct Outcome {
+    std::string reason;  ///< why it is no success; "" when there is nothing to say
+    std::string output;  ///< the end of what an installer or script wrote, at most 40 lines
+    Applied applied = Applied::no;
+    std::optional<EarlierResult> beforeCancel;
+};
+
+/// Keeps what the library says about each request of a run or a buffering job. Any thread.
+class RunRecord : public RunObserver {
+  public:
+    void settled(const RequestResult& result) override;
+
+    /// Of the value that `result` reads; a value that the run has already replaced has no details.
+    Outcome outcome(const Result& result) const;
+    /// The outcome's reason for one line; of a cancelled request, what it read before.
+    std::string reason(const Result& result) const;
+    /// True when something that this run applied needs a restart.
+    bool restartNeeded() const;
+
+  private:
+    struct Entry {
+        RequestResult last;
+        std::optional<EarlierResult> beforeCancel;
+    };
+
+    mutable std::mutex mutex_;
+    std::map<std::string, Entry> entries_;  ///< by request key
+    bool restartNeeded_ = false;
+};
+
+/// What became of one patch of a buffering job.
+struct PatchOutcome {
+    std::string patch;
+    BufferOutcome kind = BufferOutcome::downloading;
+    std::string reason;  ///< printable; of a skipped one
+};
+
+/// The same for a buffering job, with its patches.
+class BufferRecord : public RunRecord {
+  public:
+    void buffered(const std::string& patch, BufferOutcome outcome, const std::string& reason) override;
+    /// The job is over: what is still downloading was not finished, for that reason.
+    void end(const std::string& reason);
+
+    /// Every patch once, in the order in which the job came to it.
+    std::vector<PatchOutcome> outcomes() const;
+    /// Those that changed since the last call.
+    std::vector<PatchOutcome> takeNews();
+
+  private:
+    void set(const std::string& patch, BufferOutcome kind, const std::string& reason);
+
+    mutable std::mutex patchMutex_;
+    std::vector<PatchOutcome> outcomes_;
+    std::map<std::string, std::size_t> places_;  ///< of the patches in the outcomes
+    std::vector<PatchOutcome> news_;
+};
+
+}  // namespace zelor::controller
