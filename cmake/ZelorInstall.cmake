@@ -49,7 +49,7 @@ endforeach()
 
 set(zelor_doc_dir ${CMAKE_INSTALL_DATADIR}/doc/zelor-remediation)
 install(DIRECTORY docs DESTINATION ${zelor_doc_dir}
-    FILES_MATCHING PATTERN "*.md" PATTERN "*.png" PATTERN "*.svg" PATTERN man EXCLUDE)
+    FILES_MATCHING PATTERN "*.md" PATTERN "*.json" PATTERN "*.png" PATTERN "*.svg" PATTERN man EXCLUDE)
 foreach(page README.md ARCHITECTURE.md CHANGELOG.md CONTRIBUTING.md SECURITY.md)
     if(EXISTS ${PROJECT_SOURCE_DIR}/${page})
         install(FILES ${page} DESTINATION ${zelor_doc_dir})

@@ -64,28 +64,6 @@ summary h2 { display: inline; margin: 0; }
 .share { display: flex; gap: 2px; height: 10px; border-radius: 5px; overflow: hidden; }
 .share i { display: block; min-width: 3px; background: var(--c); }
 .scroll { overflow-x: auto; }
-@media screen and (max-width: 720px) {
-  body { padding: 20px 14px 32px; font-size: 14px; }
-  h1 { font-size: 21px; }
-  h2 { margin: 24px 0 8px; }
-  summary { margin: 24px 0 8px; }
-  .counts { grid-template-columns: repeat(auto-fit, minmax(96px, 1fr)); gap: 6px; margin: 16px 0 8px; }
-  .count { padding: 5px 10px; }
-  .count b { font-size: 18px; }
-  .count span { font-size: 12px; }
-  thead { display: none; }
-  table, tbody { display: block; }
-  tr { padding: 6px 0; border-bottom: 1px solid var(--grid); display: grid; grid-template-columns: auto 1fr auto; gap: 0 10px; }
-  tr.has-said { padding-bottom: 2px; border-bottom: 0; }
-  td, th.time, td.time { padding: 0; border: 0; }
-  td.product { grid-column: 1 / -1; grid-row: 2; min-width: 0; }
-  td.product code { display: none; }
-  td.id { overflow: hidden; text-overflow: ellipsis; }
-  td.reason { grid-column: 1 / -1; grid-row: 3; width: auto; color: var(--muted); font-size: 13px; }
-  tr.said td:first-child { display: none; }
-  tr.said td { grid-column: 1 / -1; }
-  pre { max-height: 120px; padding: 6px 10px; font-size: 11.5px; }
-}
 .timeline { display: block; width: 100%; min-width: 760px; height: auto; }
 .timeline rect, .timeline circle, .timeline polygon { fill: var(--c); }
 .timeline .cross { fill: none; stroke: var(--c); stroke-width: 2.2; stroke-linecap: round; }
@@ -125,6 +103,29 @@ pre {
   white-space: pre-wrap; overflow-wrap: anywhere;
 }
 footer { margin-top: 40px; padding-top: 12px; border-top: 1px solid var(--line); color: var(--muted); font-size: 13px; }
+@media screen and (max-width: 720px) {
+  body { padding: 20px 14px 32px; font-size: 14px; }
+  h1 { font-size: 21px; }
+  h2 { margin: 24px 0 8px; }
+  summary { margin: 24px 0 8px; }
+  .counts { grid-template-columns: repeat(auto-fit, minmax(96px, 1fr)); gap: 6px; margin: 16px 0 8px; }
+  .count { padding: 5px 10px; }
+  .count b { font-size: 18px; }
+  .count span { font-size: 12px; }
+  thead { display: none; }
+  table, tbody { display: block; }
+  tr { padding: 6px 0; border-bottom: 1px solid var(--grid); display: grid; grid-template-columns: auto 1fr auto; gap: 0 10px; }
+  tr.has-said { padding-bottom: 2px; border-bottom: 0; }
+  td, th.time, td.time { padding: 0; border: 0; }
+  td.product { grid-column: 1 / -1; grid-row: 2; min-width: 0; overflow: hidden; }
+  td.product code { white-space: nowrap; overflow: hidden; text-overflow: ellipsis; font-size: 11px; }
+  td.state { grid-column: 1; }
+  td.id { overflow: hidden; text-overflow: ellipsis; }
+  td.reason { grid-column: 1 / -1; grid-row: 3; width: auto; color: var(--muted); font-size: 13px; }
+  tr.said td:first-child { display: none; }
+  tr.said td { grid-column: 1 / -1; }
+  pre { max-height: 120px; padding: 6px 10px; font-size: 11.5px; }
+}
 @page { margin: 14mm 12mm; }
 @media print {
   * { -webkit-print-color-adjust: exact; print-color-adjust: exact; }
