@@ -4,8 +4,8 @@
 #include <string>
 
 #include "agent/archive/ArchiveExtractor.h"
+#include "agent/log/FailureLine.h"
 #include "platform/Log.h"
-#include "remediation/CallReport.h"
 
 ZipUtils::ZipUtils() = default;
 ZipUtils::~ZipUtils() {}
@@ -20,9 +20,8 @@ bool ZipUtils::Unzip(char* archivePath, char* destinationDir) {
         zelor::agent::ArchiveExtractor().extract(archive, destination);
         return true;
     } catch (const std::exception& e) {
-        const std::string reason = archive + " is not unpacked into " + destination + ": " + e.what();
-        zelor::log::error("[ZipUtils] ", reason);
-        zelor::CallReport::addReason(reason);
+        zelor::agent::logFailure("[ZipUtils] " + archive + " is not unpacked into " + destination + ": " +
+                                 e.what());
         return false;
     }
 }

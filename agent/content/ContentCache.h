@@ -20,7 +20,7 @@ struct CachedContent {
     std::string lastModified;
     std::uint64_t run = 0;
     std::chrono::steady_clock::time_point confirmed;
-    std::string problem;  ///< why there is none
+    std::string problem{};  ///< why there is none
 };
 
 /// Parsed content by identifier, in bounded memory: what was not used for longest goes first. Any thread.

@@ -7,6 +7,7 @@
 #include "agent/AgentSettings.h"
 #include "agent/ContentCacheControl.h"
 #include "agent/http/RepositoryUrl.h"
+#include "agent/log/FailureLine.h"
 #include "agent/trust/Signature.h"
 #include "platform/Log.h"
 #include "remediation/CallReport.h"
@@ -43,9 +44,7 @@ SignatureVerdict checkSignature(const SignedContent& content) {
 }
 
 void reportUnusable(const std::string& identifier, const std::string& problem) {
-    const std::string reason = "no usable content for " + identifier + ": " + problem;
-    log::error("[CreCacher] ", reason);
-    CallReport::addReason(reason);
+    logFailure("[CreCacher] no usable content for " + identifier + ": " + problem);
 }
 
 }  // namespace

@@ -6,9 +6,8 @@
 #include <stdexcept>
 
 #include "agent/content/ContentLibrary.h"
+#include "agent/log/FailureLine.h"
 #include "collaborators/Common.h"
-#include "platform/Log.h"
-#include "remediation/CallReport.h"
 #include "remediation/RecordAccess.h"
 
 namespace {
@@ -39,9 +38,8 @@ parseOnlyMetadata noContent() {
     return metadata;
 }
 
-parseOnlyMetadata failure(const std::string& reason) {
-    zelor::log::error("[CreCacher] ", reason);
-    zelor::CallReport::addReason(reason);
+parseOnlyMetadata failure(const std::string& line) {
+    zelor::agent::logFailure(line);
     return noContent();
 }
 
@@ -65,14 +63,14 @@ parseOnlyMetadata CreCacher::getCre(std::string platformCpe, std::string product
         if (!document) return noContent();
         const creEriParsedData* entry = document->find(platformCpe, productCpe);
         if (entry == nullptr) {
-            return failure("the content for " + cveOrCceId + " has no cre for platform '" + platformCpe +
-                           "' and product '" + productCpe + "'; publish one");
+            return failure("[CreCacher] the content for " + cveOrCceId + " has no cre for platform '" +
+                           platformCpe + "' and product '" + productCpe + "'; publish one");
         }
         parseOnlyMetadata metadata;
         RecordAccess::creEriData(metadata) = *entry;
         return metadata;
     } catch (const std::exception& e) {
-        return failure("no content for " + cveOrCceId + ": " + e.what());
+        return failure("[CreCacher] no content for " + cveOrCceId + ": " + e.what());
     }
 }
 

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "agent/DownloadProgress.h"
+#include "agent/log/FailureLine.h"
 #include "platform/Log.h"
 #include "remediation/CallReport.h"
 
@@ -91,11 +92,7 @@ DownloadResult PatchDownload::run() {
     partial_.reset();
     DownloadProgress::instance().end();
     const std::string url = withoutCredentials(job_.url);
-    if (result == DownloadResult::failed) {
-        const std::string reason = "cannot fetch " + url + ": " + problem_;
-        log::error("[Downloader] ", reason);
-        CallReport::addReason(reason);
-    }
+    if (result == DownloadResult::failed) logFailure("[Downloader] cannot fetch " + url + ": " + problem_);
     if (result == DownloadResult::interrupted) log::info("[Downloader] stopped fetching ", url);
     return result;
 }

@@ -8,9 +8,8 @@
 #include "agent/download/PatchDownload.h"
 #include "agent/http/HttpClient.h"
 #include "agent/http/RepositoryUrl.h"
+#include "agent/log/FailureLine.h"
 #include "collaborators/Common.h"
-#include "platform/Log.h"
-#include "remediation/CallReport.h"
 
 namespace {
 
@@ -73,8 +72,7 @@ int RemediationResourceDownloader::getResource(std::string stem, std::string& ar
                 return failed;
         }
     } catch (const std::exception& e) {
-        zelor::log::error("[Downloader] ", e.what());
-        zelor::CallReport::addReason(e.what());
+        zelor::agent::logFailure(std::string("[Downloader] ") + e.what());
     }
     return failed;
 }

@@ -3,9 +3,8 @@
 #include <utility>
 
 #include "agent/AgentSettings.h"
+#include "agent/log/FailureLine.h"
 #include "agent/trust/Signature.h"
-#include "platform/Log.h"
-#include "remediation/CallReport.h"
 
 namespace {
 
@@ -38,9 +37,7 @@ void FileSignVerifier::SetSigFileName(std::string path) {
 int FileSignVerifier::verify() {
     const zelor::agent::SignatureVerdict verdict = check(fileName_, sigFileName_);
     if (!verdict.good) {
-        const std::string reason = fileName_ + " is not accepted: " + verdict.reason;
-        zelor::log::error("[FileSignVerifier] ", reason);
-        zelor::CallReport::addReason(reason);
+        zelor::agent::logFailure("[FileSignVerifier] " + fileName_ + " is not accepted: " + verdict.reason);
     }
     return verdict.good ? 1 : 0;
 }

@@ -6,6 +6,7 @@
 #include "agent/content/ContentLibrary.h"
 #include "base/SystemRoot.h"
 #include "collaborators/CreCacher.h"
+#include "remediation/CallReport.h"
 #include "support/RepositoryServer.h"
 #include "support/SigningKey.h"
 
@@ -79,6 +80,25 @@ TEST_F(CreCacherTest, ContentIsFetchedOnceAndConfirmedOncePerRun) {
     EXPECT_EQ(status.st_mode & 0777U, 0600U);
     ASSERT_EQ(::stat((root / "opt/zelor/content").c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777U, 0700U);
+}
+
+TEST_F(CreCacherTest, EveryCallThatFailsSaysWhy) {
+    publish(content("one"));
+    const struct {
+        std::string identifier, platform, reason;
+    } calls[] = {
+        {id, "o", ""},
+        {id, "other", "no cre for platform 'other'"},
+        {"CVE-404", "o", "the repository answered 404; publish the content there"},
+        {"CVE-404", "o", "the repository answered 404; publish the content there"},  // from memory
+        {"CVE/1", "o", "an identifier has at most"},
+    };
+    for (const auto& call : calls) {
+        CallReport report;
+        EXPECT_EQ(creOf(call.identifier, call.platform), call.reason.empty() ? "one" : "failed");
+        EXPECT_THAT(report.reason(), HasSubstr(call.reason));
+        EXPECT_EQ(report.reason().empty(), call.reason.empty());
+    }
 }
 
 TEST_F(CreCacherTest, TheCopyOnDiskSparesTheTransferAndServesWhenNobodyAnswers) {
