@@ -20,7 +20,7 @@
 #include "remediation/remediateMetadata.h"
 
 class MacPatchManager;
-namespace zelor::remediation {
+namespace zelor {
 class RunObserver;
 }
 namespace zelor::remediation {
