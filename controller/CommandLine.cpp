@@ -1,12 +1,16 @@
 #include "controller/CommandLine.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <functional>
 #include <iostream>
+#include <utility>
 
+#include "controller/Arguments.h"
 #include "controller/Commands.h"
 #include "controller/InputError.h"
 #include "controller/States.h"
+#include "controller/Suggestion.h"
 #include "controller/Text.h"
 #include "remediation/Version.h"
 
@@ -33,12 +37,14 @@ constexpr const char* exitStatuses = R"(Exit status:
     1  some succeeded and some did not
     2  unusable arguments, requests or configuration: nothing was changed
     3  none succeeded
+    4  the work is done, but its results or standard output could not be written
+    5  another run or buffering job works at this place (see --wait): nothing was changed
   130  cancelled by a signal
 
 The first SIGINT (Ctrl-C), SIGTERM or SIGHUP cancels and waits for the step in hand; the second leaves at once.)";
 
 /// Every command refers to the one place that explains them.
-constexpr const char* exitStatusHint = "Exit status 0, 1, 2, 3 or 130: see zelor-remediate --help.";
+constexpr const char* exitStatusHint = "Exit status 0 to 5 or 130: see zelor-remediate --help.";
 
 constexpr const char* runHelp = R"(Examples:
   zelor-remediate run requests.json
@@ -53,6 +59,7 @@ system, then patches of products. What the installed-patches record holds is not
 constexpr const char* planHelp = R"(Examples:
   zelor-remediate plan requests.json
   zelor-remediate plan requests.json --json | jq '.requests[] | select(.warnings != [])'
+  zelor-remediate plan requests.json --json plan.json
   zelor-remediate plan requests.json && zelor-remediate run requests.json
 
 Tells what a run would do, and why. It fetches the content, asks softwareupdate what it lists, and looks at the record and
@@ -66,6 +73,11 @@ constexpr const char* bufferHelp = R"(Examples:
 
 Fetches the patches of the requests ahead of time. It keeps to the configured share of the bandwidth and to the configured
 size of the buffer. A later run takes them without a download. An interrupted download is resumed the next time.)";
+
+constexpr const char* helpHelp = R"(Examples:
+  zelor-remediate help run
+
+Shows the help of a command, as COMMAND --help does.)";
 
 constexpr const char* statusHelp = R"(Examples:
   zelor-remediate status
@@ -82,10 +94,25 @@ CLI::App* addCommand(CLI::App& app, const char* name, const char* help) {
     return command;
 }
 
-void addRequests(CLI::App* command, std::string& requests) {
-    command->add_option("REQUESTS.json", requests, "The requests; - reads standard input")
+CLI::Option* addRequests(CLI::App* command, std::string& requests) {
+    return command->add_option("REQUESTS.json", requests, "The requests; - reads standard input")
         ->required()
         ->type_name("");
+}
+
+/// --json of a command whose result is its output: standard output without FILE.
+CLI::Option* addJson(CLI::App* command, std::string& json) {
+    return command->add_option("--json", json, "Write JSON instead of text, to FILE or standard output (-)")
+        ->expected(0, 1)
+        ->default_str("-")
+        ->type_name("[FILE]");
+}
+
+void addWait(CLI::App* command, int& seconds) {
+    constexpr int mostSeconds = 31 * 24 * 60 * 60;
+    command->add_option("--wait", seconds, "Wait so long for another run or buffering job here to end [0]")
+        ->check(CLI::Range(0, mostSeconds))
+        ->type_name("SECONDS");
 }
 
 void addPlace(CLI::App* command, PlaceOptions& place, bool contentDir) {
@@ -130,6 +157,7 @@ void addRun(CLI::App& app, RunOptions& options, Action& action) {
         ->add_option("--report", options.report,
                      "Write a page (HTML) on how it went there at the end; - is standard output")
         ->type_name("FILE");
+    addWait(command, options.waitSeconds);
     addTalk(command, options.talk);
     addPlace(command, options.place, true);
     command->callback([&] { action = [&] { return runCommand(options); }; });
@@ -141,6 +169,7 @@ void addBuffer(CLI::App& app, BufferOptions& options, Action& action) {
     command
         ->add_option("--json", options.json, "Write what was buffered there at the end; - is standard output")
         ->type_name("FILE");
+    addWait(command, options.waitSeconds);
     addTalk(command, options.talk);
     addPlace(command, options.place, false);
     command->callback([&] { action = [&] { return bufferCommand(options); }; });
@@ -148,20 +177,29 @@ void addBuffer(CLI::App& app, BufferOptions& options, Action& action) {
 
 void addPlan(CLI::App& app, PlanOptions& options, Action& action) {
     CLI::App* command = addCommand(app, "plan", planHelp);
-    addRequests(command, options.requests);
+    CLI::Option* requests = addRequests(command, options.requests);
     command->add_flag("--after-scan", options.afterScan,
                       "Plan the first run after a scan: as if the installed-patches record were empty");
-    command->add_flag("--json", options.json, "Print JSON");
+    // In "--json FILE" without a further argument FILE is the requests, and the plan goes to standard output.
+    addJson(command, options.json)->each([requests](const std::string&) { requests->required(false); });
     command->add_flag("-v,--verbose", options.verbose, "The log's trail on standard error");
     addPlace(command, options.place, true);
-    command->callback([&] { action = [&] { return planCommand(options); }; });
+    command->callback([&] {
+        if (options.requests.empty()) options.requests = std::exchange(options.json, "-");
+        action = [&] { return planCommand(options); };
+    });
 }
 
 void addStatus(CLI::App& app, StatusOptions& options, Action& action) {
     CLI::App* command = addCommand(app, "status", statusHelp);
-    command->add_flag("--json", options.json, "Print JSON");
+    addJson(command, options.json);
     addPlace(command, options.place, false);
     command->callback([&] { action = [&] { return statusCommand(options); }; });
+}
+
+/// For the list of commands and its own help: what it does is done before the arguments are parsed.
+void addHelp(CLI::App& app) {
+    addCommand(app, "help", helpHelp)->add_option("COMMAND", "The command")->type_name("");
 }
 
 /// In the list of commands each has the first sentence of its help.
@@ -186,24 +224,70 @@ class HelpFormat : public CLI::Formatter {
     }
 };
 
-/// CLI11 would only say that a command is missing.
-void refuseUnknownCommand(const CLI::App& app, const std::vector<std::string>& arguments) {
-    if (arguments.empty() || arguments[0].rfind('-', 0) == 0) return;
-    const auto named = [&](const CLI::App* command) { return command->get_name() == arguments[0]; };
-    if (!app.get_subcommands(named).empty()) return;
-    std::string known;
-    for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; }))
-        known += (known.empty() ? "" : ", ") + command->get_name();
-    throw InputError("there is no command \"" + base::printable(arguments[0]) + "\"; use one of: " + known);
+std::vector<std::string> optionNames(const CLI::App& command) {
+    std::vector<std::string> names;
+    for (const CLI::Option* option : command.get_options()) {
+        for (const std::string& name : option->get_lnames())
+            names.push_back("--" + name);
+        for (const std::string& name : option->get_snames())
+            names.push_back('-' + name);
+    }
+    return names;
 }
 
-int execute(CLI::App& app, const std::vector<std::string>& arguments, const Action& action) {
+CommandWords wordsOf(const CLI::App& app) {
+    CommandWords words;
+    for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
+        words.commands.push_back(command->get_name());
+        for (const CLI::Option* option : command->get_options()) {
+            if (option->get_items_expected_max() == 0) continue;
+            for (const std::string& name : option->get_lnames()) {
+                words.valued.insert("--" + name);
+                if (option->get_items_expected_min() == 0) words.optionalValued.insert("--" + name);
+            }
+        }
+    }
+    return words;
+}
+
+/// What is wrong with the arguments of a command, up to the name of its help.
+std::string parseProblem(const CLI::App& command, const CLI::ParseError& error) {
+    const std::vector<std::string> extra = command.remaining(true);
+    if (extra.empty()) return error.what() + std::string("; see");
+    const auto isOption = [](const std::string& one) { return one.size() > 1 && one.front() == '-'; };
+    const auto option = std::find_if(extra.begin(), extra.end(), isOption);
+    if (option == extra.end()) return "there is no use for the argument \"" + extra.front() + "\"; see";
+    const std::string name = option->substr(0, option->find('='));
+    const std::string nearest = nearestWord(name, optionNames(command));
+    return "there is no option " + name + (nearest.empty() ? "; see" : "; did you mean " + nearest + "? See");
+}
+
+int endParsing(CLI::App& app, const std::vector<std::string>& arguments, const CLI::ParseError& error) {
+    if (error.get_exit_code() == 0) {
+        app.exit(error);
+        std::cout.flush();
+        if (!std::cout) throw CommandError(exitStatus::outputFailed, "cannot write standard output");
+        return exitStatus::allSucceeded;
+    }
+    const std::string& command = arguments.front();
+    std::cerr << "zelor-remediate " << command << ": "
+              << base::printable(parseProblem(*app.get_subcommand(command), error)) << " \"zelor-remediate "
+              << command << " --help\"\n";
+    return exitStatus::unusable;
+}
+
+int execute(CLI::App& app, const std::vector<std::string>& given, const Action& action) {
     try {
-        refuseUnknownCommand(app, arguments);
-        app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+        std::vector<std::string> arguments = arrangedArguments(given, wordsOf(app));
+        try {
+            app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+        } catch (const CLI::ParseError& e) {
+            return endParsing(app, arguments, e);
+        }
         return action();
-    } catch (const CLI::ParseError& e) {
-        return app.exit(e) == 0 ? exitStatus::allSucceeded : exitStatus::unusable;
+    } catch (const CommandError& e) {
+        std::cerr << "zelor-remediate: " << e.what() << '\n';
+        return e.status();
     } catch (const std::exception& e) {
         // An unexpected failure comes before anything was applied: a run keeps its own to itself.
         std::cerr << "zelor-remediate: " << e.what() << '\n';
@@ -216,7 +300,7 @@ int execute(CLI::App& app, const std::vector<std::string>& arguments, const Acti
 int runController(const std::vector<std::string>& arguments) {
     CLI::App app(examples, "zelor-remediate");
     app.formatter(std::make_shared<HelpFormat>());
-    app.set_version_flag("--version", "zelor-remediate " ZELOR_VERSION_STRING);
+    app.set_version_flag("-V,--version", "zelor-remediate " ZELOR_VERSION_STRING);
     app.require_subcommand(1);
     app.footer(exitStatuses);
     RunOptions run;
@@ -228,6 +312,7 @@ int runController(const std::vector<std::string>& arguments) {
     addPlan(app, plan, action);
     addBuffer(app, buffer, action);
     addStatus(app, status, action);
+    addHelp(app);
     return execute(app, arguments, action);
 }
 

@@ -4,7 +4,7 @@
 
 #include "controller/Setup.h"
 
-/// The commands of zelor-remediate. Each returns the exit status and throws InputError.
+/// The commands of zelor-remediate. Each returns the exit status and throws CommandError.
 namespace zelor::controller {
 
 /// How a command talks.
@@ -18,6 +18,7 @@ struct RunOptions {
     PlaceOptions place;
     TalkOptions talk;
     bool afterScan = false;
+    int waitSeconds = 0;
     std::string json;
     std::string events;
     std::string report;
@@ -28,20 +29,21 @@ struct BufferOptions {
     std::string requests;
     PlaceOptions place;
     TalkOptions talk;
+    int waitSeconds = 0;
     std::string json;
 };
 int bufferCommand(const BufferOptions& options);
 
 struct StatusOptions {
     PlaceOptions place;
-    bool json = false;
+    std::string json;  ///< "": text on standard output; else JSON there, "-" for standard output
 };
 int statusCommand(const StatusOptions& options);
 
 struct PlanOptions {
     std::string requests;
     PlaceOptions place;
-    bool json = false;
+    std::string json;  ///< as for `status`
     bool afterScan = false;
     bool verbose = false;
 };

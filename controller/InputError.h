@@ -1,14 +1,26 @@
 #pragma once
 
 #include <stdexcept>
+#include <string>
+
+#include "controller/States.h"
 
 namespace zelor::controller {
 
-/// Arguments, requests or a configuration that cannot be used: nothing was changed. The text names the thing
-/// and the remedy.
-class InputError : public std::runtime_error {
+/// Ends a command with an exit status of its own. The text names the thing and the remedy.
+class CommandError : public std::runtime_error {
   public:
-    using std::runtime_error::runtime_error;
+    CommandError(int status, const std::string& text) : std::runtime_error(text), status_(status) {}
+    int status() const { return status_; }
+
+  private:
+    int status_;
+};
+
+/// Arguments, requests or a configuration that cannot be used: nothing was changed.
+class InputError : public CommandError {
+  public:
+    explicit InputError(const std::string& text) : CommandError(exitStatus::unusable, text) {}
 };
 
 }  // namespace zelor::controller

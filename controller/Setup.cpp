@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <iostream>
 #include <vector>
 
 #include "agent/Files.h"
@@ -16,6 +17,7 @@
 #include "base/TrustedFolder.h"
 #include "collaborators/Common.h"
 #include "controller/InputError.h"
+#include "controller/run/Signals.h"
 #include "platform/macos/MacPatchManager.h"
 
 namespace zelor::controller {
@@ -72,8 +74,9 @@ std::string parentOf(const std::string& path) {
 /// replace it, and closed to others.
 void requireFolder(const std::string& path, bool belowRoot) {
     if (belowRoot && !agent::makeFolders(path)) {
-        throw InputError("cannot make the folder " + path + ": " + agent::errorText(errno) +
-                         "; correct its place or rights");
+        const int error = errno;
+        throw InputError("cannot make the directory " + path + ": " + agent::errorText(error) +
+                         writeRemedy(error, ::geteuid() == 0));
     }
     struct stat info {};
     if (::stat(path.c_str(), &info) != 0 && errno == ENOENT) {
@@ -86,12 +89,41 @@ void requireFolder(const std::string& path, bool belowRoot) {
         throw InputError(path + " is no directory; move it away");
     }
     if (::access(path.c_str(), W_OK | X_OK) != 0) {
-        throw InputError("the folder " + path + " cannot be written: " + agent::errorText(errno) +
-                         "; run as root, or name a root of your own with --root");
+        const int error = errno;
+        throw InputError("the directory " + path + " cannot be written: " + agent::errorText(error) +
+                         writeRemedy(error, ::geteuid() == 0));
     }
 }
 
 }  // namespace
+
+std::string systemProblem(const SystemFacts& facts, bool changes) {
+    if (facts.rootNamed) return "";
+    if (!facts.mac)
+        return "this system is not a Mac; name a folder to work below with --root DIR, for example a "
+               "rehearsal Mac";
+    if (changes && !facts.superuser)
+        return "must run as root; use sudo, or name a folder of your own with --root DIR";
+    return "";
+}
+
+void requireSystem(const PlaceOptions& options, bool changes) {
+    SystemFacts facts;
+    facts.rootNamed = !options.root.empty();
+    facts.superuser = ::geteuid() == 0;
+#ifdef __APPLE__
+    facts.mac = true;
+#endif
+    const std::string problem = systemProblem(facts, changes);
+    if (!problem.empty()) throw InputError(problem);
+}
+
+std::string writeRemedy(int error, bool superuser) {
+    if (error == EROFS) return "; make its disk writable";
+    if ((error == EACCES || error == EPERM) && !superuser)
+        return "; run as root, or name a root of your own with --root";
+    return "; correct its place or rights";
+}
 
 Place enterPlace(const PlaceOptions& options) {
     Place place;
@@ -191,14 +223,41 @@ void prepareLooking(const Place& place) {
     }
 }
 
-JobLock::JobLock(const Place& place) {
+JobLock::JobLock(const Place& place, const Waiting& waiting) {
     const std::string& folder = place.settings->get("Buffer.UnzipFolder");
     folder_ = base::openFile(folder, O_RDONLY | O_DIRECTORY);
     if (!folder_) throw InputError("cannot open the folder " + folder + ": " + agent::errorText(errno));
-    if (::flock(folder_.get(), LOCK_EX | LOCK_NB) != 0) {
-        throw InputError("another run or buffering job works at this place (it holds " + folder +
-                         "); wait for its end, or stop it");
+    if (!take(folder)) await(folder, waiting);
+}
+
+/// False when another process has the lock.
+bool JobLock::take(const std::string& folder) const {
+    int result = 0;
+    do {
+        result = ::flock(folder_.get(), LOCK_EX | LOCK_NB);
+    } while (result != 0 && errno == EINTR);
+    if (result == 0) return true;
+    if (errno == EWOULDBLOCK) return false;
+    throw InputError("cannot lock the folder " + folder + ": " + agent::errorText(errno) +
+                     "; put it on a disk that knows locks");
+}
+
+void JobLock::await(const std::string& folder, const Waiting& waiting) const {
+    using Clock = std::chrono::steady_clock;
+    const std::string other = "another run or buffering job works at this place (it holds " + folder + ')';
+    const auto until = Clock::now() + waiting.longest;
+    const bool wait = waiting.longest.count() > 0;
+    if (wait && !waiting.quiet) std::cerr << "zelor-remediate: waiting, since " << other << '\n';
+    const Signals signals;
+    while (Clock::now() < until) {
+        signals.wait(std::chrono::milliseconds(100));
+        if (signals.endAsked())
+            throw CommandError(exitStatus::cancelled, "cancelled while it waited; nothing was changed");
+        if (take(folder)) return;
     }
+    throw CommandError(
+        exitStatus::busy,
+        other + (wait ? "; wait longer, or stop it" : "; wait for its end with --wait SECONDS, or stop it"));
 }
 
 }  // namespace zelor::controller

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <string>
 
@@ -15,6 +16,23 @@ struct PlaceOptions {
     std::string installPath;  ///< below the root; "": the agent's own
     std::string contentDir = "/var/zelor/content";
 };
+
+/// What the system is to a command that wants to work on it.
+struct SystemFacts {
+    bool rootNamed = false;  ///< with --root: every path is below it, and any user and system will do
+    bool mac = false;
+    bool superuser = false;
+};
+
+/// Why a command cannot work there, with the remedy; "" when it can. `changes`: it writes more than lines of
+/// the log.
+std::string systemProblem(const SystemFacts& facts, bool changes);
+
+/// Throws InputError when a command cannot work on this system. Call it first.
+void requireSystem(const PlaceOptions& options, bool changes);
+
+/// What to do about a folder that cannot be written because of `error`, an errno value.
+std::string writeRemedy(int error, bool superuser);
 
 /// The same, ready to use: every path absolute and below the root.
 struct Place {
@@ -44,13 +62,23 @@ void prepareFolders(const Place& place, bool contentDir);
 /// The same for a command that only looks: what it writes is the log and the cache of content.
 void prepareLooking(const Place& place);
 
-/// Holds the only right to run or buffer at this place for its life. Throws InputError when another process
-/// has it.
+/// How long a command waits for another one at its place to end, and whether it says so on standard error.
+struct Waiting {
+    std::chrono::seconds longest{0};
+    bool quiet = false;
+};
+
+/// Holds the only right to run or buffer at this place for its life. While another process has it, waits as
+/// `waiting` says, then throws CommandError with exitStatus::busy; with exitStatus::cancelled when a signal
+/// ends the wait.
 class JobLock {
   public:
-    explicit JobLock(const Place& place);
+    JobLock(const Place& place, const Waiting& waiting);
 
   private:
+    bool take(const std::string& folder) const;
+    void await(const std::string& folder, const Waiting& waiting) const;
+
     base::UniqueFd folder_;
 };
 

@@ -31,6 +31,8 @@ constexpr int allSucceeded = 0;
 constexpr int someSucceeded = 1;
 constexpr int unusable = 2;  ///< arguments, requests or configuration; nothing was changed
 constexpr int noneSucceeded = 3;
+constexpr int outputFailed = 4;  ///< the command did its work, and an output cannot be written
+constexpr int busy = 5;          ///< another run or buffering job works at this place; nothing was changed
 constexpr int cancelled = 130;
 }  // namespace exitStatus
 

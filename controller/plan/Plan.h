@@ -77,6 +77,7 @@ struct PlanFacts {
     std::string applications;
     std::string mountPoint;
     bool mountPointInUse = false;  ///< it holds something already
+    InvalidRequests invalid;       ///< rows of the requests file that no run takes up
     std::string bufferedList;      ///< its text
     std::map<std::string, std::uint64_t> bufferFiles;
     std::map<std::string, std::uint64_t> partialFiles;

@@ -90,11 +90,13 @@ class Looker {
   public:
     Looker(const PlanOptions& options, const Place& place) : options_(options), place_(place) {}
 
-    Plan plan(const RequestMap& requests) {
+    Plan plan(const Requests& requests) {
         agent::startNewRun();
         status_ = gatherStatus(place_);
         const bool buffer = remediation::bufferFoldersAreOurs();
-        Plan plan = makePlan(requests, facts(buffer));
+        PlanFacts known = facts(buffer);
+        known.invalid = requests.invalid;
+        Plan plan = makePlan(requests.all, known);
         if (!buffer) {
             plan.warnings.emplace_back(
                 "the buffered patches are not used, since others have a hand in their folders; the log says "
@@ -168,7 +170,9 @@ bool wantsColour() {
 }  // namespace
 
 int planCommand(const PlanOptions& options) {
-    const RequestMap requests = loadRequests(options.requests);
+    requireSystem(options.place, true);
+    const Requests requests = loadRequests(options.requests);
+    checkOutputs({{"--json", options.json}}, options.requests);
     const Place place = enterPlace(options.place);
     requireUsableSettings(place);
     checkContentDir(place);
@@ -176,11 +180,12 @@ int planCommand(const PlanOptions& options) {
     if (options.verbose) agent::logToStandardError("debug");
     try {
         const Plan plan = Looker(options, place).plan(requests);
-        const std::string problem = writeOutput("-", [&](std::ostream& out) {
-            options.json ? writePlanJson(out, plan)
-                         : writePlanText(out, plan, wantsColour(), terminalColumns(STDOUT_FILENO));
+        const bool text = options.json.empty();
+        const std::string problem = writeOutput(text ? "-" : options.json, [&](std::ostream& out) {
+            text ? writePlanText(out, plan, wantsColour(), terminalColumns(STDOUT_FILENO))
+                 : writePlanJson(out, plan);
         });
-        if (!problem.empty()) throw InputError(problem);
+        if (!problem.empty()) throw CommandError(exitStatus::outputFailed, problem);
         return planExitStatus(plan);
     } catch (const Stopped&) {
         return exitStatus::cancelled;

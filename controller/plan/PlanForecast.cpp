@@ -114,16 +114,15 @@ void Forecast::take(const std::string& key, const std::string& identifier) {
     PlannedRequest& request = row.request;
     request.key = key;
     request.identifier = identifier;
-    const std::string trimmedKey = base::trimmed(key);
     const bool configuration = remediation::isConfiguration(base::trimmed(identifier));
-    const remediation::RequestKey parsed = remediation::parseRequestKey(trimmedKey, configuration);
+    const remediation::RequestKey parsed = remediation::parseRequestKey(base::trimmed(key), configuration);
     row.packageName = parsed.packageName;
-    if (trimmedKey.empty()) {
-        request.reason = "the key is empty, so a run passes it over";
-    } else if (remediation::cpeCount(parsed) == remediation::CpeCount::none) {
-        decide(request, invalidRequestValue, PlanAction::fail, "the request names no CPE");
-    } else if (remediation::cpeCount(parsed) == remediation::CpeCount::tooMany) {
-        decide(request, invalidRequestValue, PlanAction::fail, "the request names more than two CPEs");
+    const auto invalid = facts_.invalid.find(key);
+    const remediation::CpeCount names = remediation::cpeCount(parsed);
+    if (invalid != facts_.invalid.end() || names != remediation::CpeCount::usable) {
+        const std::string ofKey = names == remediation::CpeCount::none ? "no CPE" : "more than two CPEs";
+        decide(request, invalidRequestValue, PlanAction::fail,
+               invalid != facts_.invalid.end() ? invalid->second : "the request names " + ofKey);
     } else if (findContent(row, parsed.cpes)) {
         if (configuration) request.kind = PlanKind::configuration;
         rows_.push_back(std::move(row));

@@ -25,11 +25,14 @@ using Kind = BufferOutcome;
 /// One buffering job from its inputs to its results.
 class Job {
   public:
-    Job(const BufferOptions& options, RequestMap requests, const Place& place)
+    Job(const BufferOptions& options, const Requests& requests, const Place& place)
         : options_(options),
           talkFd_(options.json == "-" ? STDERR_FILENO : STDOUT_FILENO),
-          table_(std::move(requests)),
+          usable_(requests.usable()),
+          table_(requests.all),
           manager_(place.installPath) {
+        table_.setInvalid(requests.invalid);
+        record_.setInvalid(requests);
         manager_.setRunObserver(&record_);
     }
 
@@ -39,14 +42,16 @@ class Job {
         const bool cancelled = watch(signals);
         record_.end(cancelled ? "cancelled" : "the job ended before it");
         const Counts counts = count();
+        std::string problem;
         if (!options_.json.empty()) {
-            const std::string problem = writeOutput(options_.json, [&](std::ostream& out) {
+            problem = writeOutput(options_.json, [&](std::ostream& out) {
                 out << json(cancelled).dump(2, ' ', false, ordered_json::error_handler_t::replace) << '\n';
             });
-            if (!problem.empty()) std::cerr << "zelor-remediate: " << problem << '\n';
         }
-        if (!options_.talk.quiet) base::writeAll(talkFd_, summary(counts));
+        if (!options_.talk.quiet) problem += writeTalk(talkFd_, summary(counts));
+        if (!problem.empty()) std::cerr << "zelor-remediate: " << problem << '\n';
         if (cancelled) return exitStatus::cancelled;
+        if (!problem.empty()) return exitStatus::outputFailed;
         if (counts.missing == 0) return exitStatus::allSucceeded;
         return counts.there > 0 ? exitStatus::someSucceeded : exitStatus::noneSucceeded;
     }
@@ -68,7 +73,7 @@ class Job {
         std::atomic<bool> done{false};
         boost::thread thread([this, &done] {
             try {
-                manager_.bufferPatches(table_.requests());
+                if (!usable_.empty()) manager_.bufferPatches(usable_);
             } catch (const boost::thread_interrupted&) {
                 // The way in which a cancel reaches a download in hand.
             }
@@ -142,6 +147,7 @@ class Job {
 
     const BufferOptions& options_;
     int talkFd_;
+    RequestMap usable_;
     ResultTable table_;
     BufferRecord record_;
     RemediationManager manager_;
@@ -150,14 +156,15 @@ class Job {
 }  // namespace
 
 int bufferCommand(const BufferOptions& options) {
-    RequestMap requests = loadRequests(options.requests);
-    checkOutput(options.json, "--json");
+    requireSystem(options.place, true);
+    const Requests requests = loadRequests(options.requests);
+    checkOutputs({{"--json", options.json}}, options.requests);
     const Place place = enterPlace(options.place);
     requireUsableSettings(place);
     prepareFolders(place, false);
-    const JobLock lock(place);
+    const JobLock lock(place, {std::chrono::seconds(options.waitSeconds), options.talk.quiet});
     if (options.talk.verbose) agent::logToStandardError("debug");
-    return Job(options, std::move(requests), place).execute();
+    return Job(options, requests, place).execute();
 }
 
 }  // namespace zelor::controller

@@ -6,6 +6,9 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <map>
+#include <optional>
+#include <tuple>
 
 #include "agent/Files.h"
 #include "controller/InputError.h"
@@ -42,8 +45,12 @@ std::string fill(int fd, const std::string& path, const std::function<void(std::
     return buffer.failed() ? cannotWrite(path, buffer.error()) : "";
 }
 
+std::string temporaryName(const std::string& path) {
+    return path + "." + std::to_string(::getpid()) + ".tmp";
+}
+
 std::string replaceFile(const std::string& path, const std::function<void(std::ostream&)>& write) {
-    const std::string temporary = path + "." + std::to_string(::getpid()) + ".tmp";
+    const std::string temporary = temporaryName(path);
     base::UniqueFd file = base::openFile(temporary, O_WRONLY | O_CREAT | O_EXCL, fileMode);
     if (!file) return cannotWrite(temporary, errno);
     std::string problem = fill(file.get(), temporary, write);
@@ -53,6 +60,43 @@ std::string replaceFile(const std::string& path, const std::function<void(std::o
         problem = cannotWrite(path, errno);
     if (!problem.empty()) ::unlink(temporary.c_str());
     return problem;
+}
+
+/// Tells one file from another by device and inode; one that is not there yet by its folder's and its name.
+using Identity = std::tuple<dev_t, ino_t, std::string>;
+
+/// None for what is no regular file: devices and pipes may be used twice.
+std::optional<Identity> identityOf(const std::string& path) {
+    struct stat info {};
+    const int result = path == "-" ? ::fstat(STDIN_FILENO, &info) : ::stat(path.c_str(), &info);
+    if (result == 0) {
+        if (!S_ISREG(info.st_mode)) return std::nullopt;
+        return Identity(info.st_dev, info.st_ino, "");
+    }
+    if (::stat(folderOf(path).c_str(), &info) != 0) return std::nullopt;
+    return Identity(info.st_dev, info.st_ino, path.substr(path.rfind('/') + 1));
+}
+
+/// Opens the output as it will be opened at the end. A pipe is left alone: its reader would see an end.
+void checkOutput(const std::string& path, const std::string& option) {
+    struct stat info {};
+    const bool there = ::stat(path.c_str(), &info) == 0;
+    if (there && S_ISDIR(info.st_mode))
+        throw InputError(option + ' ' + path + " is a folder; name a file in it");
+    if (there && S_ISFIFO(info.st_mode)) return;
+    if (there && ::access(path.c_str(), W_OK) != 0)
+        throw InputError(option + ": " + cannotWrite(path, errno) + "; choose another file");
+    if (there && !S_ISREG(info.st_mode)) {
+        if (!base::openFile(path, O_WRONLY | O_NOCTTY | O_NONBLOCK))
+            throw InputError(option + ": " + cannotWrite(path, errno) + "; choose another file");
+        return;
+    }
+    const std::string temporary = temporaryName(path);
+    if (!base::openFile(temporary, O_WRONLY | O_CREAT | O_EXCL, fileMode)) {
+        throw InputError(option + ": " + cannotWrite(path, errno) +
+                         "; choose a file in a folder that exists and that you may write");
+    }
+    ::unlink(temporary.c_str());
 }
 
 }  // namespace
@@ -78,19 +122,26 @@ int FdBuffer::sync() {
     return failed() ? -1 : 0;
 }
 
-void checkOutput(const std::string& path, const std::string& option) {
-    if (path.empty() || path == "-") return;
-    struct stat info {};
-    if (::stat(path.c_str(), &info) == 0) {
-        if (S_ISDIR(info.st_mode)) throw InputError(option + ' ' + path + " is a folder; name a file in it");
-        if (::access(path.c_str(), W_OK) != 0) {
-            throw InputError(option + ": " + cannotWrite(path, errno) + "; choose another file");
+void checkOutputs(const std::vector<RequestedOutput>& outputs, const std::string& requests) {
+    std::map<Identity, std::string> taken;
+    const auto ofRequests = identityOf(requests);
+    std::string onStandardOutput;
+    for (const auto& [option, path] : outputs) {
+        if (path.empty()) continue;
+        if (path == "-") {
+            if (!onStandardOutput.empty())
+                throw InputError(onStandardOutput + " - and " + option +
+                                 " - cannot share standard output; give one of them a file");
+            onStandardOutput = option;
+            continue;
         }
-        if (!S_ISREG(info.st_mode)) return;
-    }
-    if (::access(folderOf(path).c_str(), W_OK | X_OK) != 0) {
-        throw InputError(option + ": " + cannotWrite(path, errno) +
-                         "; choose a file in a folder that exists and that you may write");
+        const auto identity = identityOf(path);
+        if (identity && identity == ofRequests)
+            throw InputError(option + ' ' + path + " is the file of the requests; name another file");
+        if (identity && !taken.emplace(*identity, option).second)
+            throw InputError(option + " and " + taken[*identity] + " name the same file, " + path +
+                             "; give each a file of its own");
+        checkOutput(path, option);
     }
 }
 
@@ -101,16 +152,20 @@ std::string writeOutput(const std::string& path, const std::function<void(std::o
     return file ? fill(file.get(), path, write) : cannotWrite(path, errno);
 }
 
+std::string writeTalk(int fd, const std::string& text) {
+    return base::writeAll(fd, text) || fd != STDOUT_FILENO ? "" : cannotWrite("standard output", errno);
+}
+
 LineOutput::LineOutput(const std::string& path, const std::string& option) : path_(path), fd_(STDOUT_FILENO) {
     if (path == "-") return;
-    checkOutput(path, option);
     file_ = base::openFile(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOCTTY, fileMode);
     if (!file_) throw InputError(option + ": " + cannotWrite(path, errno) + "; choose another file");
     fd_ = file_.get();
 }
 
 void LineOutput::write(const std::string& line) {
-    if (problem_.empty() && !base::writeAll(fd_, line + '\n')) problem_ = cannotWrite(path_, errno);
+    if (problem_.empty() && !base::writeAll(fd_, line + '\n'))
+        problem_ = cannotWrite(path_ == "-" ? "standard output" : path_, errno);
 }
 
 }  // namespace zelor::controller

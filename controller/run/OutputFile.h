@@ -4,6 +4,7 @@
 #include <ostream>
 #include <streambuf>
 #include <string>
+#include <vector>
 
 #include "base/Files.h"
 
@@ -30,19 +31,29 @@ class FdBuffer : public std::streambuf {
     std::string room_;
 };
 
-/// Throws InputError when nothing can be written at `path` ("-": standard output). `option` names what asked
-/// for it.
-void checkOutput(const std::string& path, const std::string& option);
+/// An output that an option asks for.
+struct RequestedOutput {
+    std::string option;
+    std::string path;  ///< "-": standard output; "": none
+};
+
+/// Throws InputError when an output cannot be opened for writing, is the file of the requests ("-": standard
+/// input) under whatever name, or is the same as another one. Leaves no file behind.
+void checkOutputs(const std::vector<RequestedOutput>& outputs, const std::string& requests);
 
 /// Writes the whole of an output ("-": standard output): a file appears complete under its name or not at
 /// all. Returns what went wrong, "" when all is written.
 std::string writeOutput(const std::string& path, const std::function<void(std::ostream&)>& write);
 
+/// Writes what is meant for people. Returns what went wrong; "" also for standard error, which is the last
+/// place to report it to.
+std::string writeTalk(int fd, const std::string& text);
+
 /// Lines that are out as soon as they are written, to a file that is emptied first or, for "-", to standard
 /// output.
 class LineOutput {
   public:
-    /// Throws InputError.
+    /// Throws InputError when the file cannot be opened.
     LineOutput(const std::string& path, const std::string& option);
     void write(const std::string& line);
     /// What went wrong first, "" when every line is out.

@@ -9,6 +9,7 @@
 
 #include "agent/Files.h"
 #include "base/Files.h"
+#include "base/Strings.h"
 #include "controller/InputError.h"
 #include "controller/Text.h"
 
@@ -44,41 +45,42 @@ class CountingIterator {
     std::size_t* lines_;
 };
 
-/// Takes the parser's events: one object of strings is let through, nothing else.
+/// Takes the parser's events: one object is let through, and of its values the strings.
 class RequestReader : public nlohmann::json_sax<json> {
   public:
     RequestReader(std::string name, const std::size_t* line) : name_(std::move(name)), line_(line) {}
 
-    RequestMap take() { return std::move(requests_); }
+    Requests take() { return std::move(requests_); }
 
-    bool null() override { refuse("null"); }
-    bool boolean(bool /*value*/) override { refuse("a boolean"); }
-    bool number_integer(number_integer_t /*value*/) override { refuse("a number"); }
-    bool number_unsigned(number_unsigned_t /*value*/) override { refuse("a number"); }
-    bool number_float(number_float_t /*value*/, const string_t& /*text*/) override { refuse("a number"); }
-    bool binary(binary_t& /*value*/) override { refuse("binary data"); }
-    bool start_array(std::size_t /*elements*/) override { refuse("an array"); }
-    bool end_array() override { return true; }
-    bool end_object() override { return true; }
-
-    bool start_object(std::size_t /*elements*/) override {
-        if (inside_) refuse("an object");
-        inside_ = true;
+    bool null() override { return other("null"); }
+    bool boolean(bool /*value*/) override { return other("a boolean"); }
+    bool number_integer(number_integer_t /*value*/) override { return other("a number"); }
+    bool number_unsigned(number_unsigned_t /*value*/) override { return other("a number"); }
+    bool number_float(number_float_t /*value*/, const string_t& /*text*/) override {
+        return other("a number");
+    }
+    bool binary(binary_t& /*value*/) override { return other("binary data"); }
+    bool start_array(std::size_t /*elements*/) override {
+        other("an array");
+        ++depth_;
         return true;
     }
+    bool start_object(std::size_t /*elements*/) override {
+        if (depth_ > 0) other("an object");
+        ++depth_;
+        return true;
+    }
+    bool end_array() override { return leave(); }
+    bool end_object() override { return leave(); }
+
     bool key(string_t& text) override {
-        key_ = text;
+        if (depth_ == 1) key_ = text;
         return true;
     }
     bool string(string_t& text) override {
-        if (!inside_) refuse("a string");
-        if (text.find_first_not_of(" \t\r\n") == std::string::npos) {
-            fail("the identifier of the request " + quoted(key_) +
-                 " is empty; give its CVE or CCE identifier");
-        }
-        if (!requests_.emplace(key_, text).second) {
-            fail("the request " + quoted(key_) + " stands there twice; leave one of them out");
-        }
+        if (depth_ != 1) return other("a string");
+        add(text,
+            base::trimmed(text).empty() ? "its identifier is empty; give its CVE or CCE identifier" : "");
         return true;
     }
     bool parse_error(std::size_t position, const std::string& /*token*/,
@@ -94,13 +96,26 @@ class RequestReader : public nlohmann::json_sax<json> {
   private:
     static std::string quoted(const std::string& text) { return '"' + base::printable(text) + '"'; }
 
-    [[noreturn]] void refuse(const std::string& what) const {
-        if (!inside_) {
+    bool leave() {
+        --depth_;
+        return true;
+    }
+    /// A value that is no identifier; what is inside one counts no more.
+    bool other(const std::string& what) {
+        if (depth_ == 0) {
             fail("the text is " + what +
                  " where an object is needed; write one object from request keys to identifiers");
         }
-        fail("the request " + quoted(key_) + " has " + what +
-             " where its CVE or CCE identifier is needed; write it as a string");
+        if (depth_ == 1)
+            add("", "its identifier is " + what + "; write its CVE or CCE identifier as a string");
+        return true;
+    }
+    void add(const std::string& identifier, std::string problem) {
+        if (!requests_.all.emplace(key_, identifier).second)
+            fail("the request " + quoted(key_) + " is given twice; leave one of them out");
+        if (base::trimmed(key_).empty()) problem = "its key is empty; give the CPE names that it is for";
+        if (!problem.empty())
+            requests_.invalid.emplace(key_, "line " + std::to_string(*line_) + ": " + problem);
     }
     [[noreturn]] void fail(const std::string& problem) const {
         throw InputError(name_ + ", line " + std::to_string(*line_) + ": " + problem);
@@ -108,24 +123,31 @@ class RequestReader : public nlohmann::json_sax<json> {
 
     std::string name_;
     const std::size_t* line_;
-    bool inside_ = false;
+    std::size_t depth_ = 0;  ///< of arrays and objects around the value
     std::string key_;
-    RequestMap requests_;
+    Requests requests_;
 };
 
 }  // namespace
 
-RequestMap parseRequests(const std::string& text, const std::string& name) {
+RequestMap Requests::usable() const {
+    RequestMap rest = all;
+    for (const auto& [key, problem] : invalid)
+        rest.erase(key);
+    return rest;
+}
+
+Requests parseRequests(const std::string& text, const std::string& name) {
     std::size_t line = 1;
     RequestReader reader(name, &line);
     json::sax_parse(CountingIterator(text.data(), &line), CountingIterator(text.data() + text.size(), &line),
                     &reader);
-    RequestMap requests = reader.take();
-    if (requests.empty()) throw InputError(name + " holds no request; add at least one");
+    Requests requests = reader.take();
+    if (requests.all.empty()) throw InputError(name + " holds no request; add at least one");
     return requests;
 }
 
-RequestMap loadRequests(const std::string& path) {
+Requests loadRequests(const std::string& path) {
     const bool standardInput = path == "-";
     const std::string name = standardInput ? "standard input" : path;
     base::UniqueFd file;

@@ -8,11 +8,24 @@ namespace zelor::controller {
 /// Request key (CPE text) to CVE or CCE identifier.
 using RequestMap = std::map<std::string, std::string>;
 
-/// The requests in `text`, a JSON object of strings. `name` stands for the text in messages. Throws
-/// InputError that names the line, the key and the remedy.
-RequestMap parseRequests(const std::string& text, const std::string& name);
+/// Request key to why the request cannot be used, with the remedy.
+using InvalidRequests = std::map<std::string, std::string>;
+
+/// The rows of a requests file.
+struct Requests {
+    RequestMap all;           ///< the identifier of an invalid one is "" when it was no string
+    InvalidRequests invalid;  ///< those of `all` that no run can take up
+
+    /// `all` without the invalid ones.
+    RequestMap usable() const;
+};
+
+/// The requests in `text`, a JSON object from keys to identifiers. A blank key, a blank identifier and one
+/// that is no string make that request invalid. `name` stands for the text in messages. Throws InputError
+/// that names the line and the remedy for a text of another form and for a key that occurs twice.
+Requests parseRequests(const std::string& text, const std::string& name);
 
 /// The requests in a file of at most 1 GiB, "-" for standard input. Throws InputError.
-RequestMap loadRequests(const std::string& path);
+Requests loadRequests(const std::string& path);
 
 }  // namespace zelor::controller

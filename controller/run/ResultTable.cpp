@@ -30,6 +30,13 @@ ResultTable::ResultTable(RequestMap requests) : requests_(std::move(requests)), 
     counts_[0] = results_.size();
 }
 
+void ResultTable::setInvalid(const InvalidRequests& invalid) {
+    const auto valid = [&](std::size_t request) { return invalid.count(*results_[request].key) == 0; };
+    const auto first = std::stable_partition(byReportKey_.begin(), byReportKey_.end(), valid);
+    invalid_.assign(first, byReportKey_.end());
+    byReportKey_.erase(first, byReportKey_.end());
+}
+
 std::size_t ResultTable::slot(ProgressValue value) {
     return value < definedValues ? value : failedValue;
 }
@@ -45,20 +52,24 @@ std::size_t ResultTable::finished() const {
 
 std::vector<Change> ResultTable::apply(const ProgressMap& progress) {
     std::vector<Change> changes;
+    const auto set = [&](std::size_t request, ProgressValue value) {
+        Result& result = results_[request];
+        if (result.taken && result.value == value) return;
+        --counts_[slot(result.value)];
+        ++counts_[slot(value)];
+        result.value = value;
+        result.taken = true;
+        changes.push_back({request, value});
+    };
+    for (const std::size_t request : invalid_)
+        set(request, invalidRequestValue);
     auto reported = progress.begin();
     for (const std::size_t request : byReportKey_) {
         const std::string_view key = reportKeys_[request];
         while (reported != progress.end() && reported->first < key)
             ++reported;
         if (reported == progress.end()) break;
-        if (reported->first != key) continue;
-        Result& result = results_[request];
-        if (result.taken && result.value == reported->second) continue;
-        --counts_[slot(result.value)];
-        ++counts_[slot(reported->second)];
-        result.value = reported->second;
-        result.taken = true;
-        changes.push_back({request, result.value});
+        if (reported->first == key) set(request, reported->second);
     }
     std::sort(changes.begin(), changes.end(),
               [](const Change& a, const Change& b) { return a.request < b.request; });

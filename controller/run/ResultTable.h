@@ -32,6 +32,9 @@ class ResultTable {
     ResultTable(const ResultTable&) = delete;
     ResultTable& operator=(const ResultTable&) = delete;
 
+    /// Sets those requests apart as never part of a run: they read 8 from the first look on. Call it before.
+    void setInvalid(const InvalidRequests& invalid);
+
     const RequestMap& requests() const { return requests_; }
     /// In the order of the keys.
     const std::vector<Result>& results() const { return results_; }
@@ -48,7 +51,8 @@ class ResultTable {
     RequestMap requests_;
     std::vector<Result> results_;
     std::vector<std::string_view> reportKeys_;  ///< by request
-    std::vector<std::size_t> byReportKey_;      ///< requests, sorted by report key
+    std::vector<std::size_t> byReportKey_;      ///< requests, sorted by report key, without the invalid ones
+    std::vector<std::size_t> invalid_;          ///< requests
     std::vector<std::size_t> counts_;
 };
 

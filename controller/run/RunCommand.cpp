@@ -11,6 +11,7 @@
 #include "agent/http/HttpClient.h"
 #include "controller/Commands.h"
 #include "controller/InputError.h"
+#include "controller/Text.h"
 #include "controller/live/EventLines.h"
 #include "controller/live/LiveProgress.h"
 #include "controller/live/PlainLines.h"
@@ -27,17 +28,6 @@ namespace zelor::controller {
 
 namespace {
 
-void checkOutputs(const RunOptions& options) {
-    if ((options.json == "-") + (options.events == "-") + (options.report == "-") > 1) {
-        throw InputError(
-            "--json -, --events - and --report - cannot share standard output; give all but one of them a "
-            "file");
-    }
-    checkOutput(options.json, "--json");
-    checkOutput(options.events, "--events");
-    checkOutput(options.report, "--report");
-}
-
 std::string hostName() {
     std::array<char, 256> name{};
     if (::gethostname(name.data(), name.size() - 1) != 0) return "this machine";
@@ -48,19 +38,24 @@ bool keepsStandardOutput(const RunOptions& options) {
     return options.json == "-" || options.events == "-" || options.report == "-";
 }
 
-void complain(const std::string& problem) {
+/// False when there is a problem, which is reported.
+bool isWritten(const std::string& problem) {
     if (!problem.empty()) std::cerr << "zelor-remediate: " << problem << '\n';
+    return problem.empty();
 }
 
 /// One run from its inputs to its results.
 class Run {
   public:
-    Run(const RunOptions& options, RequestMap requests, const Place& place)
+    Run(const RunOptions& options, const Requests& requests, const Place& place)
         : options_(options),
           place_(place),
           talkFd_(keepsStandardOutput(options) ? STDERR_FILENO : STDOUT_FILENO),
-          table_(std::move(requests)),
+          usable_(requests.usable()),
+          table_(requests.all),
           manager_(place.installPath) {
+        table_.setInvalid(requests.invalid);
+        record_.setInvalid(requests);
         manager_.setRunObserver(&record_);
         if (!options.events.empty()) {
             eventOutput_ = std::make_unique<LineOutput>(options.events, "--events");
@@ -72,7 +67,7 @@ class Run {
         Signals signals;
         addProgress();
         agent::startNewRun();
-        manager_.setovalIdMap(table_.requests());
+        manager_.setovalIdMap(usable_);
         manager_.setContentDownloadDir(place_.contentDir);
         manager_.setFirstRemediationAfterScan(options_.afterScan);
         std::vector<RunListener*> listeners;
@@ -81,15 +76,15 @@ class Run {
         if (!options_.report.empty() || !options_.json.empty()) listeners.push_back(&timeline_);
         gatherFacts();
         const auto start = std::chrono::steady_clock::now();
-        manager_.remediate(true);
+        if (!usable_.empty()) manager_.remediate(true);
         const WatchedRun watched{[this] { return manager_.getRemediationProgressMap(); },
-                                 [this] { return manager_.getRemDone(); },
+                                 [this] { return usable_.empty() || manager_.getRemDone(); },
                                  [this] { manager_.setCancelAllRem(true); }};
         cancelled_ = watch(watched, signals, listeners);
         listeners_.clear();
         facts_.finished = std::chrono::system_clock::now();
         facts_.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        finish();
+        if (!finish() && !cancelled_) return exitStatus::outputFailed;
         return runExitStatus(table_.results().size(), table_.count(successValue), cancelled_);
     }
 
@@ -133,17 +128,20 @@ class Run {
         facts_.started = std::chrono::system_clock::now();
     }
 
-    void finish() {
-        const RunFlags flags{manager_.getRebootNeeded(), manager_.getScanNeeded(), manager_.getAllRemFailed(),
-                             record_.restartNeeded()};
-        if (!options_.json.empty()) complain(writeResults(flags));
-        if (!options_.report.empty()) complain(writeReport(flags));
-        if (eventOutput_) complain(eventOutput_->problem());
+    /// False when an output could not be written.
+    bool finish() {
+        const RunFlags flags{manager_.getRebootNeeded(), manager_.getScanNeeded(),
+                             usable_.empty() || manager_.getAllRemFailed(), record_.restartNeeded()};
+        bool written = true;
+        if (!options_.json.empty()) written &= isWritten(writeResults(flags));
+        if (!options_.report.empty()) written &= isWritten(writeReport(flags));
+        if (eventOutput_) written &= isWritten(eventOutput_->problem());
         if (!options_.talk.quiet) {
             const std::string summary = runSummary(table_, valuesBeforeCancel(), flags,
                                                    place_.settings->get("Log.File"), facts_.seconds);
-            base::writeAll(talkFd_, summary);
+            written &= isWritten(writeTalk(talkFd_, summary));
         }
+        return written;
     }
 
     std::vector<ProgressValue> valuesBeforeCancel() const {
@@ -186,6 +184,7 @@ class Run {
     const RunOptions& options_;
     const Place& place_;
     int talkFd_;
+    RequestMap usable_;
     ResultTable table_;
     RunFacts facts_;
     RunRecord record_;  // outlives the run, which reports to it
@@ -199,15 +198,17 @@ class Run {
 }  // namespace
 
 int runCommand(const RunOptions& options) {
-    RequestMap requests = loadRequests(options.requests);
-    checkOutputs(options);
+    requireSystem(options.place, true);
+    const Requests requests = loadRequests(options.requests);
+    checkOutputs({{"--json", options.json}, {"--events", options.events}, {"--report", options.report}},
+                 options.requests);
     const Place place = enterPlace(options.place);
     requireUsableSettings(place);
     checkContentDir(place);
     prepareFolders(place, true);
-    const JobLock lock(place);
+    const JobLock lock(place, {std::chrono::seconds(options.waitSeconds), options.talk.quiet});
     if (options.talk.verbose) agent::logToStandardError("debug");
-    return Run(options, std::move(requests), place).execute();
+    return Run(options, requests, place).execute();
 }
 
 }  // namespace zelor::controller

@@ -38,6 +38,17 @@ void RunRecord::settled(const RequestResult& result) {
     restartNeeded_ |= result.restartNeeded;
 }
 
+void RunRecord::setInvalid(const Requests& requests) {
+    for (const auto& [key, reason] : requests.invalid) {
+        RequestResult result;
+        result.key = key;
+        result.identifier = requests.all.at(key);
+        result.value = invalidRequestValue;
+        result.reason = reason;
+        settled(result);
+    }
+}
+
 Outcome RunRecord::outcome(const Result& result) const {
     const std::lock_guard<std::mutex> lock(mutex_);
     const auto found = entries_.find(*result.key);

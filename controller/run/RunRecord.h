@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "controller/run/Requests.h"
 #include "controller/run/ResultTable.h"
 #include "remediation/RunObserver.h"
 
@@ -29,6 +30,8 @@ struct Outcome {
 class RunRecord : public RunObserver {
   public:
     void settled(const RequestResult& result) override;
+    /// Gives the invalid rows, which the library never sees, their reasons.
+    void setInvalid(const Requests& requests);
 
     /// Of the value that `result` reads; a value that the run has already replaced has no details.
     Outcome outcome(const Result& result) const;

@@ -1,20 +1,27 @@
-#include <unistd.h>
-
 #include <nlohmann/json.hpp>
 
 #include "controller/Commands.h"
+#include "controller/InputError.h"
 #include "controller/States.h"
+#include "controller/run/OutputFile.h"
 #include "controller/status/Status.h"
 
 namespace zelor::controller {
 
 int statusCommand(const StatusOptions& options) {
-    const Status status = gatherStatus(enterPlace(options.place));
     using nlohmann::ordered_json;
-    base::writeAll(STDOUT_FILENO,
-                   options.json
-                       ? statusJson(status).dump(2, ' ', false, ordered_json::error_handler_t::replace) + '\n'
-                       : statusText(status));
+    requireSystem(options.place, false);
+    checkOutputs({{"--json", options.json}}, "");
+    const Status status = gatherStatus(enterPlace(options.place));
+    const bool text = options.json.empty();
+    const std::string problem = writeOutput(text ? "-" : options.json, [&](std::ostream& out) {
+        if (text) {
+            out << statusText(status);
+        } else {
+            out << statusJson(status).dump(2, ' ', false, ordered_json::error_handler_t::replace) << '\n';
+        }
+    });
+    if (!problem.empty()) throw CommandError(exitStatus::outputFailed, problem);
     return exitStatus::allSucceeded;
 }
 

@@ -24,7 +24,7 @@ using test::TempDir;
 using test::writeFile;
 using testing::HasSubstr;
 
-std::string certificateOf(const authoring::SigningKey& key) {
+std::string certificateOf(const SigningKey& key) {
     const std::unique_ptr<X509, void (*)(X509*)> x509(X509_new(), X509_free);
     X509_gmtime_adj(X509_getm_notBefore(x509.get()), 0);
     X509_gmtime_adj(X509_getm_notAfter(x509.get()), 3600);
@@ -40,7 +40,7 @@ std::string certificateOf(const authoring::SigningKey& key) {
 /// What an author publishes: a patch and its signature by an RSA key.
 struct SignatureTest : testing::Test {
     TempDir dir;
-    authoring::SigningKey rsa = authoring::SigningKey::rsa();
+    SigningKey rsa = SigningKey::rsa();
     std::string patch = dir / "editor.pkg", signatureFile = dir / "editor.sig", keyFile = dir / "key.pem";
     std::string content = std::string(3U << 20U, 'p') + "end";
 
@@ -57,7 +57,7 @@ TEST_F(SignatureTest, AcceptsRsaAndEcKeysAndCertificates) {
     writeFile(keyFile, certificateOf(rsa));
     EXPECT_TRUE(verdict().good) << verdict().reason;
     for (const int curve : {NID_X9_62_prime256v1, NID_secp384r1}) {
-        const authoring::SigningKey ec = authoring::SigningKey::ec(curve);
+        const SigningKey ec = SigningKey::ec(curve);
         writeFile(keyFile, ec.publicPem());
         writeFile(signatureFile, ec.sign(content));
         EXPECT_TRUE(verdict().good) << verdict().reason;
@@ -73,15 +73,13 @@ TEST_F(SignatureTest, RefusesEverythingElseWithAReason) {
         const char* reason;
     };
     const std::string good = readFile(signatureFile);
-    const auto useKey = [&](const authoring::SigningKey& key) {
+    const auto useKey = [&](const SigningKey& key) {
         writeFile(keyFile, key.publicPem());
         writeFile(signatureFile, key.sign(content));
     };
     const Case cases[] = {
-        {"another key", [&] { writeFile(keyFile, authoring::SigningKey::rsa().publicPem()); },
-         "does not match"},
-        {"key of another kind", [&] { writeFile(keyFile, authoring::SigningKey::ec().publicPem()); },
-         "does not match"},
+        {"another key", [&] { writeFile(keyFile, SigningKey::rsa().publicPem()); }, "does not match"},
+        {"key of another kind", [&] { writeFile(keyFile, SigningKey::ec().publicPem()); }, "does not match"},
         {"changed byte", [&] { writeFile(patch, content + "."); }, "does not match"},
         {"another file's signature", [&] { writeFile(signatureFile, rsa.sign("other")); }, "does not match"},
         {"truncated signature", [&] { writeFile(signatureFile, good.substr(0, 100)); }, "does not match"},
@@ -97,10 +95,10 @@ TEST_F(SignatureTest, RefusesEverythingElseWithAReason) {
         {"no key", [&] { fs::remove(keyFile); }, "key.pem"},
         {"not a key", [&] { writeFile(keyFile, "rubbish"); }, "neither a PEM public key"},
         {"private key", [&] { writeFile(keyFile, rsa.privatePem()); }, "neither a PEM public key"},
-        {"short RSA key", [&] { useKey(authoring::SigningKey::rsa(1024)); }, "1024 bits"},
-        {"short EC key", [&] { useKey(authoring::SigningKey::ec(NID_X9_62_prime192v1)); }, "192 bits"},
+        {"short RSA key", [&] { useKey(SigningKey::rsa(1024)); }, "1024 bits"},
+        {"short EC key", [&] { useKey(SigningKey::ec(NID_X9_62_prime192v1)); }, "192 bits"},
         {"open key", [&] { chmod(keyFile.c_str(), 0666); }, "everybody can write"},
-        {"key of an unknown kind", [&] { writeFile(keyFile, authoring::SigningKey::ed25519().publicPem()); },
+        {"key of an unknown kind", [&] { writeFile(keyFile, SigningKey::ed25519().publicPem()); },
          "neither RSA"},
     };
     for (const Case& c : cases) {

@@ -187,7 +187,7 @@ TEST_F(World, TwoAtOnce) {
         const zelor::base::UniqueFd held = zelor::base::openFile(place, O_RDONLY | O_DIRECTORY);
         ASSERT_EQ(::flock(held.get(), LOCK_EX | LOCK_NB), 0);
         const Ended second = rig.run(command);
-        EXPECT_EQ(second.exit(), 2) << second.told;
+        EXPECT_EQ(second.exit(), 5) << second.told;
         EXPECT_NE(second.told.find("another run or buffering job works at this place"), std::string::npos)
             << second.told;
         EXPECT_FALSE(fs::exists(rig.record));
@@ -202,7 +202,7 @@ TEST_F(World, TwoAtOnce) {
     const zelor::base::UniqueFd held =
         zelor::base::openFile(rig.road.dir / "var/zelor/elsewhere", O_RDONLY | O_DIRECTORY);
     ASSERT_EQ(::flock(held.get(), LOCK_EX | LOCK_NB), 0);
-    EXPECT_EQ(rig.run("run").exit(), 2);
+    EXPECT_EQ(rig.run("run").exit(), 5);
 }
 
 }  // namespace

@@ -1,3 +1,4 @@
+#include <errno.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -6,8 +7,10 @@
 #include <sstream>
 
 #include "base/SystemRoot.h"
+#include "controller/Arguments.h"
 #include "controller/InputError.h"
 #include "controller/Setup.h"
+#include "controller/Suggestion.h"
 #include "controller/Text.h"
 #include "controller/live/PlainLines.h"
 #include "controller/live/RequestLabel.h"
@@ -23,6 +26,7 @@ namespace {
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::Not;
 
 std::string problemOf(const std::string& text) {
     try {
@@ -54,7 +58,7 @@ TEST(ControllerSetup, MakesWhatIsMissingOnTheSystemWhereNobodyElseCanReplaceIt) 
 
 TEST(ControllerRequests, ReadsAnObjectOfStrings) {
     const RequestMap map =
-        parseRequests("\xef\xbb\xbf{\"b||P\": \"CVE-1\", \"a\\u00e9\": \"CCE-2\"}", "r.json");
+        parseRequests("\xef\xbb\xbf{\"b||P\": \"CVE-1\", \"a\\u00e9\": \"CCE-2\"}", "r.json").usable();
     EXPECT_EQ(map, (RequestMap{{"a\xc3\xa9", "CCE-2"}, {"b||P", "CVE-1"}}));
 }
 
@@ -67,20 +71,38 @@ TEST(ControllerRequests, TellsWhatIsWrongAndWhere) {
         {"{\n\"a\": \"CVE-1\",\n}", {"line 3", "not valid JSON"}},
         {"{\"a\": \"CVE-1\"} x", {"line 1", "byte 16"}},
         {"{\"a\xff\": \"CVE-1\"}", {"line 1", "byte 4", "UTF-8"}},
-        {"{\n\n\"a\": 7}", {"line 3", "\"a\" has a number", "as a string"}},
-        {"{\"a\": [\"CVE-1\"]}", {"\"a\" has an array"}},
-        {"{\"a\": {\"b\": \"c\"}}", {"\"a\" has an object"}},
+        {"{\"a\": [\"CVE-1\"}", {"not valid JSON"}},
         {"[\"a\"]", {"the text is an array where an object is needed"}},
         {"\"a\"", {"the text is a string"}},
-        {"{\"a\": \"CVE-1\",\n \"b\": \"x\",\n \"a\": \"CVE-2\"}", {"line 3", "\"a\" stands there twice"}},
-        {"{\"a\": \" \"}", {"\"a\" is empty"}},
+        {"{\"a\": \"CVE-1\",\n \"b\": \"x\",\n \"a\": null}", {"line 3", "\"a\" is given twice"}},
         {"{}", {"r.json holds no request"}},
-        {"{\"\\u001b[2Ja\": 1}", {"\"?[2Ja\""}},
+        {"{\"\\u001b[2Ja\": \"\", \"\\u001b[2Ja\": \"\"}", {"\"?[2Ja\""}},
     };
     for (const auto& one : cases) {
         for (const std::string& part : one.told)
             EXPECT_THAT(problemOf(one.text), HasSubstr(part)) << one.text;
     }
+}
+
+TEST(ControllerRequests, SetInvalidOnesAsideAndKeepTheOthers) {
+    const Requests requests = parseRequests(
+        "{\"good\": \"CVE-1\",\n\"null\": null, \"number\": 7, \"object\": {\"good\": \"CVE-2\", \"x\": "
+        "[\"y\"]},"
+        "\n\"array\": [{\"z\": \"CVE-3\"}], \"blank\": \" \\t\", \" \": \"CVE-4\", \"\": null, \"last\": "
+        "\"CCE-5\"}",
+        "r.json");
+    EXPECT_EQ(requests.usable(), (RequestMap{{"good", "CVE-1"}, {"last", "CCE-5"}}));
+    EXPECT_EQ(requests.all.size(), 9U);
+    const std::map<std::string, std::string> reasons = {{"null", "line 2: its identifier is null; write"},
+                                                        {"number", "line 2: its identifier is a number"},
+                                                        {"object", "line 2: its identifier is an object"},
+                                                        {"array", "line 3: its identifier is an array"},
+                                                        {"blank", "line 3: its identifier is empty; give"},
+                                                        {" ", "line 3: its key is empty; give"},
+                                                        {"", "line 3: its key is empty; give"}};
+    ASSERT_EQ(requests.invalid.size(), reasons.size());
+    for (const auto& [key, reason] : reasons)
+        EXPECT_THAT(requests.invalid.at(key), HasSubstr(reason));
 }
 
 TEST(ControllerRequests, NamesAFileThatCannotBeRead) {
@@ -132,6 +154,17 @@ RequestResult settled(const std::string& key, unsigned long value, const std::st
     result.applied = applied;
     result.output = output;
     return result;
+}
+
+TEST(ControllerResults, KeepInvalidRequestsApart) {
+    // Both are reported under "a", and the library knows the second one alone.
+    ResultTable table({{"a||oval:1", ""}, {"a||oval:2", "CVE-2"}});
+    table.setInvalid({{"a||oval:1", "line 1: ..."}});
+    EXPECT_EQ(pairs(table.apply({})), (std::vector<std::pair<std::size_t, ProgressValue>>{{0, 8}}));
+    table.apply({{"a", 4}});
+    EXPECT_EQ(table.results()[0].value, 8U);
+    EXPECT_EQ(table.results()[1].value, 4U);
+    EXPECT_EQ(table.count(8), 1U);
 }
 
 TEST(ControllerResults, AreWrittenAsJson) {
@@ -317,6 +350,68 @@ TEST(ControllerText, FoldsLinesAndLeavesNothingOut) {
             if (c != '\n' && c != ' ') all += c;
         EXPECT_EQ(all, "reason:" + word) << columns;
     }
+}
+TEST(ControllerArguments, AreTakenInAnyUsualOrder) {
+    const CommandWords words{{"run", "plan", "help"}, {"--root", "--json"}, {"--json"}};
+    using Words = std::vector<std::string>;
+    const struct {
+        Words given, arranged;
+    } cases[] = {
+        {{"run", "r.json", "--root", "d"}, {"run", "r.json", "--root", "d"}},
+        {{"--root", "plan", "-v", "run", "r.json"}, {"run", "--root", "plan", "-v", "r.json"}},
+        {{"--root=d", "run", "-"}, {"run", "--root=d", "-"}},
+        {{"--json", "plan", "r.json"}, {"plan", "--json", "r.json"}},
+        {{"--json", "p.json", "plan", "r.json"}, {"plan", "--json", "p.json", "r.json"}},
+        {{"--json", "-v", "plan"}, {"plan", "--json", "-v"}},
+        {{"help"}, {"--help"}},
+        {{"help", "run", "x"}, {"run", "--help"}},
+        {{"--root", "d", "help", "run"}, {"run", "--help"}},
+        {{"help", "-h"}, {"help", "-h"}},
+        {{"-h", "plan"}, {"plan", "--help"}},
+        {{"--root", "d", "-h"}, {"--help"}},
+        {{"-V", "run"}, {"--version"}},
+        {{"run", "-V"}, {"run", "-V"}},
+    };
+    for (const auto& one : cases)
+        EXPECT_EQ(arrangedArguments(one.given, words), one.arranged) << one.arranged.back();
+    const std::map<std::string, Words> refused = {{"name a command", {}},
+                                                  {"zelor-remediate --help", {"--root", "run"}},
+                                                  {"did you mean \"plan\"?", {"paln", "r.json"}},
+                                                  {"use one of: run, plan, help", {"help", "??????"}}};
+    for (const auto& [message, given] : refused) {
+        try {
+            arrangedArguments(given, words);
+            ADD_FAILURE() << message;
+        } catch (const InputError& e) {
+            EXPECT_THAT(e.what(), HasSubstr(message));
+        }
+    }
+}
+
+TEST(ControllerArguments, MisspeltOnesHaveANearWord) {
+    const std::vector<std::string> options = {"--json", "--events", "--verbose", "-v", "-q"};
+    const std::map<std::string, std::string> nearest = {{"--jsno", "--json"},
+                                                        {"--event", "--events"},
+                                                        {"--verb", "--verbose"},
+                                                        {"--frobnicate", ""},
+                                                        {"-x", ""},
+                                                        {"", ""},
+                                                        {std::string(1000, '-'), ""}};
+    for (const auto& [word, expected] : nearest)
+        EXPECT_EQ(nearestWord(word, options), expected) << word;
+}
+
+TEST(ControllerPlace, IsRefusedForItsRealCause) {
+    EXPECT_THAT(systemProblem({false, false, true}, true), HasSubstr("not a Mac"));
+    EXPECT_THAT(systemProblem({false, false, false}, false), HasSubstr("--root DIR"));
+    EXPECT_THAT(systemProblem({false, true, false}, true), HasSubstr("must run as root"));
+    EXPECT_EQ(systemProblem({false, true, false}, false), "");
+    EXPECT_EQ(systemProblem({false, true, true}, true), "");
+    EXPECT_EQ(systemProblem({true, false, false}, true), "");
+    EXPECT_THAT(writeRemedy(EROFS, true), HasSubstr("disk"));
+    EXPECT_THAT(writeRemedy(EROFS, false), Not(HasSubstr("run as root")));
+    EXPECT_THAT(writeRemedy(EACCES, false), HasSubstr("run as root"));
+    EXPECT_THAT(writeRemedy(EACCES, true), Not(HasSubstr("run as root")));
 }
 
 TEST(ControllerSummary, SaysWhatTheCancelledReadBeforeAndWhatNeedsARestart) {

@@ -137,6 +137,33 @@ TEST_F(ControllerPlanTest, EndsByWhatStandsInTheWay) {
     EXPECT_EQ(on("plan", {{"cpe:/o:a", "CCE-1"}}, {"--content-dir", "/var"}).status, 2);
 }
 
+TEST_F(ControllerPlanTest, WritesJsonWhereItIsAsked) {
+    road.addScript("CCE-1", "good", "exit 0\n");
+    writeFile(requests, R"({"cpe:/o:a": "CCE-1"})");
+    const std::string file = road.dir / "plan.json";
+    using Words = std::vector<std::string>;
+    for (const Words& arguments :
+         {Words{requests, "--json", file}, {"--json", file, requests}, {"--json=" + file, requests}}) {
+        fs::remove(file);
+        const ControllerRun run = at("plan", {}, arguments);
+        EXPECT_EQ(run.status, 0);
+        EXPECT_EQ(run.out, "");
+        EXPECT_EQ(readJson("plan.json")["requests"]["cpe:/o:a"]["value"], 4);
+    }
+    for (const Words& arguments : {Words{requests, "--json"},
+                                   {"--json", requests},
+                                   {"--json", "-v", requests},
+                                   {requests, "--json", "-"}}) {
+        const ControllerRun run = at("plan", {}, arguments);
+        EXPECT_EQ(run.status, 0) << run.err;
+        EXPECT_EQ(json::parse(run.out)["requests"]["cpe:/o:a"]["value"], 4);
+    }
+    EXPECT_EQ(json::parse(controller({"--json", "--root", root, "plan", requests}).out)["counts"]["apply"],
+              1);
+    EXPECT_EQ(at("plan", {"--json", requests}, {requests}).status, 2);
+    EXPECT_EQ(readJson("requests.json").size(), 1U);
+}
+
 // The decisions alone, on facts in memory.
 
 parsedEriData block(const std::string& eri, const std::string& patch, const std::string& instructions = "") {

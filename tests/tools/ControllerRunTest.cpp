@@ -6,6 +6,7 @@
 
 #include "base/Files.h"
 #include "collaborators/Logger.h"
+#include "platform/ShellCommand.h"
 #include "tests/tools/ControllerFixture.h"
 #include "tests/tools/JsonSchema.h"
 
@@ -109,14 +110,27 @@ TEST_F(ControllerTest, RefusesWhatCannotWorkAndChangesNothing) {
         {good, {"--events", root}, "is a folder"},
         {good, {"--frobnicate"}, "--frobnicate"},
         {good, {"--quiet", "--verbose"}, "excludes"},
+        {good, {"--jsno", "x"}, "zelor-remediate run: there is no option --jsno; did you mean --json?"},
+        {good, {"--wait", "soon"}, "zelor-remediate run --help"},
+        {good, {"--json", requests}, "is the file of the requests"},
+        {good, {"--events", road.dir / "link"}, "is the file of the requests"},
+        {good, {"--report", road.dir / "hard"}, "is the file of the requests"},
+        {good, {"--json", road.dir / "new", "--report", road.dir / "content/../new"}, "the same file"},
+        {good, {"--report", road.dir / "socket"}, "--report: cannot write"},
     };
+    writeFile(requests, "");
+    ASSERT_EQ(::symlink(requests.c_str(), (road.dir / "link").c_str()), 0);
+    ASSERT_EQ(::link(requests.c_str(), (road.dir / "hard").c_str()), 0);
+    ASSERT_EQ(::mknod((road.dir / "socket").c_str(), S_IFSOCK | 0600, 0), 0);
     for (const auto& one : cases) {
         writeFile(ini, one.ini);
         const ControllerRun run = on("run", {{"cpe:/o:x", "CCE-1"}}, one.more);
         EXPECT_EQ(run.status, 2) << one.told;
         EXPECT_THAT(run.err, HasSubstr(one.told));
         EXPECT_EQ(run.out, "");
+        EXPECT_EQ(readFile(requests), R"({"cpe:/o:x":"CCE-1"})");
     }
+    EXPECT_FALSE(boost::filesystem::exists(road.dir / "new"));
     EXPECT_FALSE(boost::filesystem::exists(road.dir / "var/log"));
     EXPECT_FALSE(boost::filesystem::exists(road.dir / "var/zelor/content"));
     boost::filesystem::remove(ini);
@@ -126,12 +140,100 @@ TEST_F(ControllerTest, RefusesWhatCannotWorkAndChangesNothing) {
     EXPECT_THAT(controller({"frob"}).err, HasSubstr("there is no command \"frob\""));
 }
 
+TEST_F(ControllerTest, NeedsARootWhereThereIsNoMac) {
+#ifdef __APPLE__
+    GTEST_SKIP() << "this is a Mac";
+#endif
+    writeFile(requests, R"({"cpe:/o:x": "CCE-1"})");
+    for (const std::vector<std::string>& arguments :
+         {std::vector<std::string>{"run", requests}, {"plan", requests}, {"buffer", requests}, {"status"}}) {
+        const ControllerRun run = controller(arguments);
+        EXPECT_EQ(run.status, 2) << arguments[0];
+        EXPECT_THAT(run.err, HasSubstr("--root DIR"));
+        EXPECT_EQ(run.out, "");
+    }
+}
+
+TEST_F(ControllerTest, RunsTheOthersOfAnInvalidRequest) {
+    road.addScript("CCE-1", "good", "exit 0\n");
+    const json map = {{"cpe:/o:x", "CCE-1"}, {"cpe:/o:y", ""}, {"cpe:/o:z", nullptr}, {" ", "CCE-1"}};
+    const ControllerRun run = on("run", map, {"--json", road.dir / "out.json"});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_THAT(run.out, HasSubstr("invalid-request   cpe:/o:z (): line 1: its identifier is null; write"));
+    const json plan = json::parse(on("plan", map, {"--json"}).out);
+    const json results = readJson("out.json");
+    for (const char* key : {"cpe:/o:y", "cpe:/o:z", " "}) {
+        EXPECT_EQ(results["requests"][key]["value"], 8) << key;
+        EXPECT_EQ(plan["requests"][key]["value"], 8) << key;
+        EXPECT_THAT(plan["requests"][key]["reason"].get<std::string>(), HasSubstr("line 1: its "));
+    }
+    EXPECT_EQ(results["requests"]["cpe:/o:x"]["value"], 4);
+    const ControllerRun none = on("run", {{"cpe:/o:y", nullptr}}, {"--json", "-"});
+    EXPECT_EQ(none.status, 3);
+    EXPECT_EQ(json::parse(none.out)["allFailed"], true);
+    const json unusable = json::parse(on("buffer", {{"cpe:/o:y", 7}}, {"--json", "-"}).out)["unusable"];
+    EXPECT_THAT(unusable.at(0)["reason"].get<std::string>(), HasSubstr("its identifier is a number"));
+}
+
+TEST_F(ControllerTest, SaysSoWhenItsResultsAreLost) {
+    road.addScript("CCE-1", "good", "exit 0\n");
+    const json map = {{"cpe:/o:x", "CCE-1"}};
+    for (const std::string option : {"--json", "--events", "--report"}) {
+        const ControllerRun run = on("run", map, {option, "/dev/full"});
+        EXPECT_EQ(run.status, 4) << option;
+        EXPECT_THAT(run.err, HasSubstr("cannot write /dev/full: No space left"));
+    }
+    EXPECT_EQ(on("plan", map, {"--json", "/dev/full"}).status, 4);
+    EXPECT_EQ(on("buffer", map, {"--json", "/dev/full"}).status, 4);
+    // Whatever opens a file first must not get the number of the closed descriptor.
+    const std::string program = "cd '" + root + "' && '" ZELOR_REMEDIATE_PROGRAM "' ";
+    for (const std::string arguments : {"run requests.json", "run requests.json --json -", "status",
+                                        "plan requests.json", "run requests.json --events events"}) {
+        const base::CommandResult result =
+            platform::runShell(program + arguments + " --root . 2>&1 >&-; echo status=$?");
+        EXPECT_THAT(result.output, HasSubstr("cannot write standard output")) << arguments;
+        EXPECT_THAT(result.output, HasSubstr("status=4")) << arguments;
+    }
+    EXPECT_THAT(readFile(road.dir / "events"), Not(HasSubstr("1 request")));
+    EXPECT_EQ(platform::runShell(program + "run requests.json --quiet --root . >&-").status, 0);
+}
+
 TEST_F(ControllerTest, WorksAloneAtItsPlace) {
     const base::UniqueFd other = base::openFile(road.dir / "var/zelor/unzip", O_RDONLY | O_DIRECTORY);
     ASSERT_EQ(::flock(other.get(), LOCK_EX | LOCK_NB), 0);
-    const ControllerRun run = on("run", {{"cpe:/o:x", "CCE-1"}});
-    EXPECT_EQ(run.status, 2);
-    EXPECT_THAT(run.err, HasSubstr("another run"));
+    for (const std::vector<std::string>& more : {std::vector<std::string>{}, {"--wait", "1"}}) {
+        const ControllerRun run = on("run", {{"cpe:/o:x", "CCE-1"}}, more);
+        EXPECT_EQ(run.status, 5);
+        EXPECT_THAT(run.err, HasSubstr("another run"));
+    }
+    EXPECT_THAT(on("buffer", {{"cpe:/o:x", "CCE-1"}}).err, HasSubstr("--wait SECONDS"));
+}
+
+TEST_F(ControllerTest, WaitsForAnotherRun) {
+    road.addScript("CCE-1", "good", "exit 0\n");
+    base::UniqueFd other = base::openFile(road.dir / "var/zelor/unzip", O_RDONLY | O_DIRECTORY);
+    ASSERT_EQ(::flock(other.get(), LOCK_EX | LOCK_NB), 0);
+    std::thread otherRun([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        other.reset();
+    });
+    const ControllerRun run = on("run", {{"cpe:/o:x", "CCE-1"}}, {"--wait", "60"});
+    otherRun.join();
+    EXPECT_EQ(run.status, 0);
+    EXPECT_THAT(run.err, HasSubstr("waiting, since another run"));
+
+    other = base::openFile(road.dir / "var/zelor/unzip", O_RDONLY | O_DIRECTORY);
+    ASSERT_EQ(::flock(other.get(), LOCK_EX | LOCK_NB), 0);
+    std::thread user([&] {
+        // Before its handler is there, the signal would end the test.
+        struct sigaction action {};
+        do {
+            ::sigaction(SIGINT, nullptr, &action);
+        } while (action.sa_handler == SIG_DFL);
+        ::kill(::getpid(), SIGINT);
+    });
+    EXPECT_EQ(on("run", {{"cpe:/o:x", "CCE-1"}}, {"--wait", "60"}).status, 130);
+    user.join();
 }
 
 TEST_F(ControllerTest, ASignalCancelsAndWaitsForTheStepInHand) {
