@@ -106,6 +106,7 @@ Plan Forecast::make(const RequestMap& requests) {
     }
     plan.rebootNeeded = rebootNeeded_;
     addMutualWarnings(plan.requests, facts_.bufferedList);
+    plan.warnings = restartWarnings(plan.requests);
     return plan;
 }
 
@@ -119,10 +120,10 @@ void Forecast::take(const std::string& key, const std::string& identifier) {
     row.packageName = parsed.packageName;
     const auto invalid = facts_.invalid.find(key);
     const remediation::CpeCount names = remediation::cpeCount(parsed);
+    if (names == remediation::CpeCount::usable) warn(request, keyWarnings(parsed.cpes, facts_.platformCpe));
     if (invalid != facts_.invalid.end() || names != remediation::CpeCount::usable) {
-        const std::string ofKey = names == remediation::CpeCount::none ? "no CPE" : "more than two CPEs";
         decide(request, invalidRequestValue, PlanAction::fail,
-               invalid != facts_.invalid.end() ? invalid->second : "the request names " + ofKey);
+               invalid != facts_.invalid.end() ? invalid->second : keyProblem(names));
     } else if (findContent(row, parsed.cpes)) {
         if (configuration) request.kind = PlanKind::configuration;
         rows_.push_back(std::move(row));

@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "base/Strings.h"
+#include "controller/CpeName.h"
 #include "remediation/buffer/PatchSize.h"
 #include "remediation/fetch/PatchName.h"
 #include "remediation/intake/RequestParsing.h"
@@ -169,6 +170,46 @@ std::vector<std::string> updateWarnings(const platform::UpdateSelection& selecti
                            "time finds nothing, and the last attempt of all decides on the request");
     }
     return warnings;
+}
+
+std::string keyProblem(remediation::CpeCount names) {
+    if (names == remediation::CpeCount::usable) return "";
+    return names == remediation::CpeCount::none ? "the request names no CPE"
+                                                : "the request names more than two CPEs";
+}
+
+std::vector<std::string> keyWarnings(const std::vector<std::string>& names, const std::string& platformCpe) {
+    std::vector<std::string> warnings;
+    bool used = false;
+    for (const std::string& name : names) {
+        if (base::hasBeginning(name, "cpe:/o") || base::hasBeginning(name, "cpe:/a")) {
+            used = true;
+        } else if (isCpe23(name)) {
+            const std::string remedy = cpe22Name(name).value_or("cpe:/a:vendor:product:version");
+            warnings.push_back(quoted(name) +
+                               " is a CPE 2.3 name, which a run ignores; write it in CPE 2.2, " +
+                               quoted(remedy));
+        } else if (!name.empty()) {
+            warnings.push_back(quoted(name) +
+                               " is no CPE 2.2 name of a system (cpe:/o:) or a product (cpe:/a:), so a run "
+                               "ignores it");
+        }
+    }
+    if (!used) {
+        warnings.push_back("its key names no CPE 2.2 name: it counts for " + platformCpe +
+                           ", without a product");
+    }
+    return warnings;
+}
+
+std::vector<std::string> restartWarnings(const std::vector<PlannedRequest>& requests) {
+    const bool updates = std::any_of(requests.begin(), requests.end(), [](const PlannedRequest& request) {
+        return request.kind == PlanKind::osUpdate && request.action == PlanAction::apply;
+    });
+    if (!updates) return {};
+    return {
+        "updates of the operating system may need a restart or start one, and rebootNeeded does not cover "
+        "them; softwareupdate -l marks those that do"};
 }
 
 void addMutualWarnings(std::vector<PlannedRequest>& requests, const std::string& bufferedList) {

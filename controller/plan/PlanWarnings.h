@@ -5,6 +5,7 @@
 
 #include "controller/plan/Plan.h"
 #include "platform/macos/UpdateSelection.h"
+#include "remediation/intake/RequestParsing.h"
 
 /// What of a plan would surprise whoever wrote the requests or the content.
 namespace zelor::controller {
@@ -28,6 +29,16 @@ bool isListedWithBlanks(const std::string& label, const std::vector<std::string>
 /// On the choice of updates for a request.
 std::vector<std::string> updateWarnings(const platform::UpdateSelection& selection,
                                         const std::vector<std::string>& listing);
+
+/// Why a request's key cannot be used; "" when it can.
+std::string keyProblem(remediation::CpeCount names);
+
+/// On the names in a request's key, of which a run takes only those of CPE 2.2 for an operating system or an
+/// application; without one, the platform is `platformCpe`.
+std::vector<std::string> keyWarnings(const std::vector<std::string>& names, const std::string& platformCpe);
+
+/// On restarts that no result will report.
+std::vector<std::string> restartWarnings(const std::vector<PlannedRequest>& requests);
 
 /// Adds to each request what concerns several: patch names that contain one another, also those of the
 /// buffered-patches list, and results that are reported under one key.

@@ -8,6 +8,7 @@
 
 #include "base/SystemRoot.h"
 #include "controller/Arguments.h"
+#include "controller/CpeName.h"
 #include "controller/InputError.h"
 #include "controller/Setup.h"
 #include "controller/Suggestion.h"
@@ -424,6 +425,28 @@ TEST(ControllerSummary, SaysWhatTheCancelledReadBeforeAndWhatNeedsARestart) {
     EXPECT_THAT(runSummary(table, {}, {true, false, false, false}, "/l", 2),
                 HasSubstr("only if there was none"));
     EXPECT_THAT(runSummary(table, {}, {}, "/l", 2), testing::Not(HasSubstr("restart")));
+}
+
+TEST(ControllerCpeNames, AreWrittenInTheOlderForm) {
+    const struct {
+        const char* name23;
+        const char* name22;
+    } cases[] = {
+        {"cpe:2.3:a:example:editor:2.1:*:*:*:*:*:*:*", "cpe:/a:example:editor:2.1"},
+        {"cpe:2.3:o:apple:mac_os_x:*:*:*:*:*:*:*:*", "cpe:/o:apple:mac_os_x"},
+        {"CPE:2.3:A:Example:Editor", "cpe:/a:example:editor"},
+        {"cpe:2.3:a:x:y:1\\.0:-:*:en", "cpe:/a:x:y:1.0:-::en"},
+        {"cpe:2.3:a:x\\:z:y\\!:1?:*", "cpe:/a:x%3az:y%21:1%01"},
+        {"cpe:2.3:a:x:y:1:*:*:*:*:mac_os:*:*", "cpe:/a:x:y:1::~~~mac_os~~"},
+        {"cpe:2.3:h:x:y:1:*:*:*:*:*:*:*", ""},
+        {"cpe:2.3:a:x\\", ""},
+        {"cpe:2.3:a:x y", ""},
+        {"cpe:2.3:a:1:2:3:4:5:6:7:8:9:10:11", ""},
+        {"cpe:2.3:", ""},
+        {"cpe:/a:x:y", ""},
+    };
+    for (const auto& one : cases)
+        EXPECT_EQ(cpe22Name(one.name23).value_or(""), one.name22) << one.name23;
 }
 
 }  // namespace

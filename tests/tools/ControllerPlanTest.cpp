@@ -317,6 +317,36 @@ TEST_F(PlanDecisions, WarnOfImagesThatReadSuccessUninstalled) {
     EXPECT_THAT(warnings(only("cpe:/a:1", "CVE-1")), HasSubstr("/m holds an image"));
 }
 
+TEST_F(PlanDecisions, WarnOfNamesThatARunIgnores) {
+    contents["CCE-1"] = {block("E1", "set.bsh")};
+    facts.platformCpe = "cpe:/o:this";
+    const std::map<std::string, std::string> told = {
+        {"hello", "\"hello\" is no CPE 2.2 name"},
+        {"cpe:/h:x", "it counts for cpe:/o:this, without a product"},
+        {"cpe:/o:x,Editor||Editor", "\"Editor\" is no CPE 2.2 name"},
+        {"cpe:/o:x,cpe:2.3:a:y:z:1:*:*:*:*:*:*:*", "write it in CPE 2.2, \"cpe:/a:y:z:1\""},
+        {"cpe:2.3:x", "write it in CPE 2.2, \"cpe:/a:vendor:product:version\""}};
+    for (const auto& [key, warning] : told) {
+        const controller::PlannedRequest request = only(key, "CCE-1");
+        EXPECT_EQ(request.expected, 4U) << key;
+        EXPECT_THAT(warnings(request), HasSubstr(warning));
+    }
+    for (const char* key : {"cpe:/o:x||", "cpe:/o:x,cpe:/a:y||Editor", "cpe:/a:y,"})
+        EXPECT_EQ(warnings(only(key, "CCE-1")), "") << key;
+    EXPECT_THAT(warnings(only("cpe:/o:x,Editor", "CCE-1")), Not(HasSubstr("it counts for")));
+}
+
+TEST_F(PlanDecisions, WarnOfRestartsThatNoResultReports) {
+    contents = {{"CVE-1", {block("E1", "", "OS Remediation")}}, {"CCE-2", {block("E2", "set.bsh")}}};
+    EXPECT_THAT(controller::makePlan({{"cpe:/o:x||Safari", "CVE-1"}, {"cpe:/o:y", "CCE-2"}}, facts).warnings,
+                IsEmpty())
+        << "nothing is listed, so nothing is installed";
+    listing = {" * Safari9-9\n"};
+    const controller::Plan plan = controller::makePlan({{"cpe:/o:x||Safari", "CVE-1"}}, facts);
+    EXPECT_FALSE(plan.rebootNeeded);
+    EXPECT_THAT(plan.warnings, testing::ElementsAre(HasSubstr("rebootNeeded does not cover")));
+}
+
 TEST_F(PlanDecisions, KeepAccountOfTheBuffer) {
     contents = {{"CVE-1", {block("E1", "foo.pkg")}}, {"CVE-2", {block("E2", "barfoo.pkg")}}};
     facts.bufferedList = "foo.pkg=00\nbarfoo.pkg=00\n";
