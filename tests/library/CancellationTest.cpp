@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <boost/thread/thread.hpp>
+#include <chrono>
 #include <stdexcept>
 #include <thread>
 #include <vector>
@@ -231,15 +232,19 @@ TEST_F(Cancellation, ConcernsTheRequestsOfTheRun) {
 // when a run ends reads 13; what only was cancelled meanwhile reads 4 or 13.
 TEST_F(Cancellation, KeepsItsValuesUnderManyControllers) {
     agent.beforeDownload = [](const std::string&) {
-        for (int i = 0; i < 200; ++i) {
+        for (int i = 0; i < 20; ++i) {
             boost::this_thread::interruption_point();
             std::this_thread::yield();
         }
     };
+    // Leaves the processors to the run now and then.
+    const auto pause = [](int i) {
+        if (i % 20 == 0) std::this_thread::sleep_for(std::chrono::microseconds(200));
+    };
     const auto requests = manager.getovalIdMap();
     const std::map<std::string, std::string> always{{"k1||", ""}};
     const std::map<std::string, std::string> sometimes{{"k1||", ""}, {"k2||", ""}, {"k3", ""}};
-    constexpr int kRuns = 30;
+    constexpr int kRuns = 12;
     for (int run = 0; run < kRuns; ++run) {
         const bool whole = run % 3 == 0;
         RemediationManager stressed(agent.installPath());
@@ -250,15 +255,15 @@ TEST_F(Cancellation, KeepsItsValuesUnderManyControllers) {
         std::atomic<bool> stop{false};
         std::vector<std::thread> controllers;
         controllers.emplace_back([&] {
-            for (int i = 0; !stop; ++i)
+            for (int i = 0; !stop; pause(++i))
                 stressed.setCancelRemMap(i % 2 == 0 ? sometimes : always);
         });
         controllers.emplace_back([&] {
-            for (int i = 0; !stop; ++i)
+            for (int i = 0; !stop; pause(++i))
                 stressed.setCancelAllRem(whole || (run % 3 == 1 && i % 50 == 0));
         });
         controllers.emplace_back([&] {
-            while (!stop) {
+            for (int i = 0; !stop; pause(++i)) {
                 stressed.getRemediationProgressMap();
                 stressed.getCancelRemMap();
                 stressed.getovalIdMap();
@@ -269,7 +274,7 @@ TEST_F(Cancellation, KeepsItsValuesUnderManyControllers) {
             }
         });
         controllers.emplace_back([&] {
-            while (!stop)
+            for (int i = 0; !stop; pause(++i))
                 stressed.setovalIdMap(requests);
         });
         stressed.remediate(true);
