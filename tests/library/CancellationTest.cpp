@@ -185,10 +185,14 @@ TEST_F(Cancellation, WithdrawnBeforeItIsSeenIsNoFailure) {
         if (kind == "patch") agent.addContent("CVE-1", {{"ERI-9", "s9.sh"}});
         agent.addFile("s9.sh", "x");
         one.setovalIdMap({{"k2||", kind == "patch" ? "CVE-1" : "CCE-2"}});
+        // On a thread of its own, as a controller's: the log holds a lock meanwhile.
+        const auto cancel = [&](const std::map<std::string, std::string>& cancelled) {
+            std::thread([&] { one.setCancelRemMap(cancelled); }).join();
+        };
         agent.onLogLine = [&](const std::string& line) {
-            if (line.find("File to download is : ") != line.npos) one.setCancelRemMap({{"k2||", ""}});
+            if (line.find("File to download is : ") != line.npos) cancel({{"k2||", ""}});
             if (line.find("GetResource returned NULL") == line.npos) return;
-            one.setCancelRemMap({});
+            cancel({});
             agent.onLogLine = nullptr;
         };
         one.concertedRemediationStart();
