@@ -236,19 +236,19 @@ TEST_F(Cancellation, ConcernsTheRequestsOfTheRun) {
 // when a run ends reads 13; what only was cancelled meanwhile reads 4 or 13.
 TEST_F(Cancellation, KeepsItsValuesUnderManyControllers) {
     agent.beforeDownload = [](const std::string&) {
-        for (int i = 0; i < 20; ++i) {
+        for (int i = 0; i < 200; ++i) {
             boost::this_thread::interruption_point();
             std::this_thread::yield();
         }
     };
     // Leaves the processors to the run now and then.
     const auto pause = [](int i) {
-        if (i % 20 == 0) std::this_thread::sleep_for(std::chrono::microseconds(200));
+        if (i % 200 == 0) std::this_thread::sleep_for(std::chrono::microseconds(200));
     };
     const auto requests = manager.getovalIdMap();
     const std::map<std::string, std::string> always{{"k1||", ""}};
     const std::map<std::string, std::string> sometimes{{"k1||", ""}, {"k2||", ""}, {"k3", ""}};
-    constexpr int kRuns = 12;
+    constexpr int kRuns = 24;
     for (int run = 0; run < kRuns; ++run) {
         const bool whole = run % 3 == 0;
         RemediationManager stressed(agent.installPath());
