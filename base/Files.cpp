@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -28,6 +29,31 @@ off_t wholeLinesEnd(int fd) {
         end = start;
     }
     return 0;
+}
+
+/// Writes all of `bytes` at the end of a file, or none of them; false on failure, errno set.
+bool appendWhole(int fd, std::string_view bytes) {
+    off_t start = -1;  // where the first of them went; unknown until then
+    off_t end = -1;
+    bool together = true;
+    while (!bytes.empty()) {
+        const ssize_t count = write(fd, bytes.data(), bytes.size());
+        if (count < 0 && errno == EINTR) continue;
+        if (count <= 0) break;
+        const off_t before = lseek(fd, 0, SEEK_CUR) - count;
+        if (start < 0) start = before;
+        together = together && (end < 0 || end == before);
+        end = before + count;
+        bytes.remove_prefix(static_cast<std::size_t>(count));
+    }
+    if (bytes.empty()) return true;
+    const int error = errno;
+    // A full disk takes the beginning of a line, which could be another's whole. Nobody else's line may be
+    // cut.
+    struct stat info {};
+    if (start >= 0 && together && fstat(fd, &info) == 0 && info.st_size == end) (void)!ftruncate(fd, start);
+    errno = error;
+    return false;
 }
 
 }  // namespace
@@ -78,18 +104,38 @@ bool cutTornEnd(int fd) {
     return end == info.st_size || ftruncate(fd, end) == 0;
 }
 
-bool appendLine(const std::string& path, const std::string& line) {
-    UniqueFd fd = openFile(path, O_RDWR | O_APPEND | O_CREAT | O_NOFOLLOW);
+bool operator==(const FileStamp& one, const FileStamp& other) {
+    return one.exists == other.exists && one.device == other.device && one.inode == other.inode &&
+           one.size == other.size && one.modified.tv_sec == other.modified.tv_sec &&
+           one.modified.tv_nsec == other.modified.tv_nsec;
+}
+
+FileStamp fileStamp(const struct stat& info) {
+    return {true, info.st_dev, info.st_ino, info.st_size, modificationTime(info)};
+}
+
+FileStamp fileStamp(const std::string& path) {
     struct stat info {};
-    if (!fd || fstat(fd.get(), &info) != 0) return false;
-    const off_t end = wholeLinesEnd(fd.get());
+    return stat(path.c_str(), &info) == 0 ? fileStamp(info) : FileStamp();
+}
+
+bool changedRecently(const FileStamp& stamp) {
+    constexpr time_t kSettled = 2;
+    return stamp.exists && stamp.modified.tv_sec + kSettled >= time(nullptr);
+}
+
+bool appendLine(int fd, const std::string& line) {
+    struct stat info {};
+    if (fstat(fd, &info) != 0) return false;
+    const off_t end = wholeLinesEnd(fd);
     if (end < 0) return false;
     const bool insideLine = end != info.st_size;
-    if (writeAll(fd.get(), (insideLine ? "\n" : "") + line + "\n")) return fd.close();
-    const int error = errno;
-    // A full disk takes the beginning of a line, which could be another's whole.
-    if (ftruncate(fd.get(), info.st_size) == 0) errno = error;
-    return false;
+    return appendWhole(fd, (insideLine ? "\n" : "") + line + "\n");
+}
+
+bool appendLine(const std::string& path, const std::string& line) {
+    UniqueFd fd = openFile(path, O_RDWR | O_APPEND | O_CREAT | O_NOFOLLOW);
+    return fd && appendLine(fd.get(), line) && fd.close();
 }
 
 }  // namespace zelor::base

@@ -1,5 +1,9 @@
 #pragma once
 
+#include <sys/stat.h>
+#include <sys/types.h>
+#include <time.h>
+
 #include <string>
 #include <string_view>
 #include <utility>
@@ -34,6 +38,27 @@ class UniqueFd {
     int fd_ = -1;
 };
 
+/// What tells one state of a file from another without reading it.
+struct FileStamp {
+    bool exists = false;
+    dev_t device = 0;
+    ino_t inode = 0;
+    off_t size = 0;
+    struct timespec modified {};
+};
+
+bool operator==(const FileStamp& one, const FileStamp& other);
+inline bool operator!=(const FileStamp& one, const FileStamp& other) {
+    return !(one == other);
+}
+FileStamp fileStamp(const struct stat& info);
+/// The stamp of what `path` names, through symbolic links; one that does not exist when nothing can be seen
+/// there.
+FileStamp fileStamp(const std::string& path);
+/// True when the file changed so recently that another change could leave the same stamp: file systems keep
+/// the time in steps of up to a second.
+bool changedRecently(const FileStamp& stamp);
+
 /// open(2) with O_CLOEXEC, again when a signal interrupts it.
 UniqueFd openFile(const std::string& path, int flags, unsigned mode = 0644);
 /// Writes all of `bytes`; false on failure, errno set.
@@ -47,7 +72,9 @@ void flushDirectory(const std::string& directory);
 bool cutTornEnd(int fd);
 /// Appends `line` and a line end in one write, making the file when there is none. When the file's last line
 /// has no end, the new one begins on a line of its own. No symbolic link is followed. What a failed write
-/// left is taken back. False on failure, errno set.
+/// left is removed, unless another process has appended to it. False on failure, errno set.
 bool appendLine(const std::string& path, const std::string& line);
+/// The same to a file that was opened with O_RDWR and O_APPEND.
+bool appendLine(int fd, const std::string& line);
 
 }  // namespace zelor::base

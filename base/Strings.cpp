@@ -13,6 +13,11 @@ char lowerCase(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
+bool isControl(char c) {
+    const auto byte = static_cast<unsigned char>(c);
+    return byte < 0x20 || byte == 0x7f;
+}
+
 /// No locale takes one of these for white space.
 bool isVisible(char c) {
     return c > ' ' && c < 0x7f;
@@ -80,10 +85,12 @@ int leadingInt(const std::string& text) {
 }
 
 bool hasControlCharacter(const std::string& text) {
-    return std::any_of(text.begin(), text.end(), [](char c) {
-        const auto byte = static_cast<unsigned char>(c);
-        return byte < 0x20 || byte == 0x7f;
-    });
+    return std::any_of(text.begin(), text.end(), isControl);
+}
+
+bool isDamagedLine(const std::string& line) {
+    return std::any_of(line.begin(), line.end(),
+                       [](char c) { return isControl(c) && c != '\t' && c != '\r'; });
 }
 
 std::string insideSingleQuotes(const std::string& text) {

@@ -28,6 +28,9 @@ std::vector<std::string> splitCompressed(const std::string& text, char separator
 int leadingInt(const std::string& text);
 /// True for bytes below 0x20 and 0x7f.
 bool hasControlCharacter(const std::string& text);
+/// True for a line of a file of ours that has a control character other than tab and carriage return: what a
+/// power loss leaves.
+bool isDamagedLine(const std::string& line);
 
 /// `text` for a place inside single quotes of a shell command: an inner quote is escaped.
 std::string insideSingleQuotes(const std::string& text);

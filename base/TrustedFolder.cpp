@@ -1,5 +1,6 @@
 #include "base/TrustedFolder.h"
 
+#include <fcntl.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -36,6 +37,12 @@ bool ownerIsTrusted(const struct stat& info, const std::string& base) {
     return info.st_uid == 0 || info.st_uid == ::geteuid() || (known && info.st_uid == top.st_uid);
 }
 
+/// The system root when `path` is below it: nothing above it is looked at.
+std::string baseOf(const std::string& path) {
+    const std::string root = getSystemRoot();
+    return hasBeginning(path, root + "/") ? root : "";
+}
+
 std::string problemOnTheWay(const std::string& path);
 
 /// The same for one folder or symbolic link on the way.
@@ -52,8 +59,7 @@ std::string problemOf(const std::string& step, const struct stat& link, const st
 }
 
 std::string problemOnTheWay(const std::string& path) {
-    const std::string root = getSystemRoot();
-    const std::string base = hasBeginning(path, root + "/") ? root : "";
+    const std::string base = baseOf(path);
     for (auto end = path.find('/', base.size() + 1); end != std::string::npos;
          end = path.find('/', end + 1)) {
         const std::string step = path.substr(0, end);
@@ -79,6 +85,49 @@ std::string problemOfFolder(const std::string& path) {
         return "others may write to it; take that right away (chmod go-w) if it holds nothing of theirs";
     }
     return "";
+}
+
+/// Why others could put something else in the place of `path`, "" when they cannot.
+std::string replaceProblem(const std::string& path) {
+    std::string problem = problemOnTheWay(path);
+    if (!problem.empty()) return problem;
+    const std::string directory = path.substr(0, path.rfind('/')) + "/.";
+    struct stat info {};
+    if (::stat(directory.c_str(), &info) != 0) return path + " cannot be found: " + std::strerror(errno);
+    const bool writable = (info.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+    return writable ? "others may write to the directory of " + path + " (chmod go-w)" : "";
+}
+
+/// What the symbolic link at `path` leads to, or why it is not to be followed.
+std::string linkTarget(const std::string& path, std::string& problem) {
+    struct stat info {};
+    boost::system::error_code error;
+    std::string target = boost::filesystem::read_symlink(path, error).string();
+    if (error || ::lstat(path.c_str(), &info) != 0) {
+        problem = "the link cannot be read";
+        return "";
+    }
+    if (!hasBeginning(target, "/")) target = path.substr(0, path.rfind('/') + 1) + target;
+    problem = ownerIsTrusted(info, baseOf(path)) ? replaceProblem(path) : "the link belongs to another user";
+    if (problem.empty()) problem = replaceProblem(target);
+    return target;
+}
+
+/// Opens what a link leads to; the descriptor's own state is judged, since that is what gets used.
+UniqueFd openTarget(const std::string& target, int flags, std::string& problem) {
+    UniqueFd fd = openFile(target, (flags & ~O_CREAT) | O_NOFOLLOW | O_NONBLOCK);
+    struct stat info {};
+    if (!fd || fstat(fd.get(), &info) != 0) {
+        problem = errno == ELOOP ? target + " is a link too" : target + ": " + std::strerror(errno);
+    } else if (!S_ISREG(info.st_mode)) {
+        problem = target + " is no regular file";
+    } else if (!ownerIsTrusted(info, baseOf(target))) {
+        problem = target + " belongs to another user";
+    } else if ((info.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+        problem = "others may write to " + target + " (chmod go-w)";
+    }
+    if (!problem.empty()) fd.reset();
+    return fd;
 }
 
 std::string cannotMake(const std::string& path) {
@@ -107,6 +156,25 @@ std::string prepareFolder(const std::string& path) {
     }
     if (::mkdir(plain.c_str(), 0700) != 0 && errno != EEXIST && errno != EISDIR) return cannotMake(plain);
     return problemOfFolder(plain);
+}
+
+UniqueFd openOwnFile(const std::string& path, int flags, std::string& problem) {
+    problem.clear();
+    UniqueFd fd = openFile(path, flags | O_NOFOLLOW);
+    if (fd) return fd;
+    const int error = errno;
+    struct stat info {};
+    if (::lstat(path.c_str(), &info) != 0 || !S_ISLNK(info.st_mode)) {
+        errno = error;
+        return fd;
+    }
+    const std::string target = linkTarget(plainPath(path), problem);
+    if (problem.empty()) fd = openTarget(target, flags, problem);
+    if (!problem.empty()) {
+        problem = "it is a symbolic link, and " + problem +
+                  "; put the file itself there, or link to one that only root can change or replace";
+    }
+    return fd;
 }
 
 }  // namespace zelor::base

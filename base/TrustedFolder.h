@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "base/Files.h"
+
 /// Folders whose files are run, or written as root: nobody else may have a hand in them.
 namespace zelor::base {
 
@@ -16,5 +18,11 @@ std::string folderProblem(const std::string& path);
 /// Makes the folder for this user alone (0700; missing folders above it 0755) where there is none; then as
 /// `folderProblem`.
 std::string prepareFolder(const std::string& path);
+
+/// Opens the file at `path` as `openFile` does. A symbolic link in its place is followed only when nobody but
+/// root, this user and the owner of the system root can change the link or the regular file that it leads to,
+/// or replace one of them; otherwise there is no descriptor, and `problem` says why, with the remedy. For
+/// other failures `problem` is "" and errno is set. No file is made through a link.
+UniqueFd openOwnFile(const std::string& path, int flags, std::string& problem);
 
 }  // namespace zelor::base

@@ -5,6 +5,7 @@
 
 #include "Support.h"
 #include "base/Files.h"
+#include "base/Strings.h"
 #include "remediation/apply/InstalledRecord.h"
 
 namespace {
@@ -34,8 +35,9 @@ void compare(const zelor::remediation::InstalledRecord& record, const std::strin
 
 }  // namespace
 
-// Pieces between zero bytes are written one after the other: appended, or (with '!' in front) as a new file.
-// A record that is read at each step says what one read at the end would.
+// Pieces between zero bytes are written one after the other: appended, or by their first byte as a new file
+// ('!'), into the same file in front of what it has ('='), or as a line of the record's own ('+'). A record
+// that is read at each step says what one read at the end would.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const zelor::fuzz::QuietRoot place;
     const std::string file = place / "record";
@@ -49,6 +51,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             whole = piece;
             zelor::test::writeFile(place / "new", whole);
             boost::filesystem::rename(place / "new", file);
+        } else if (!piece.empty() && piece.front() == '=') {
+            whole = piece + whole;
+            zelor::test::writeFile(file, whole);
+        } else if (!piece.empty() && piece.front() == '+' && !zelor::base::contains(piece, "\n")) {
+            std::string problem;
+            require(record.append(file, piece, problem), "a line can be appended");
+            whole += (whole.empty() || whole.back() == '\n' ? "" : "\n") + piece + "\n";
         } else {
             whole += piece;
             std::ofstream(file, std::ios::binary | std::ios::app) << piece;

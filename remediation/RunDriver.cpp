@@ -189,10 +189,15 @@ void RemediationManager::endAfterException(const std::string& what) {
 void RemediationManager::resetInstalledPatchesFile() {
     boost::system::error_code error;
     if (!boost::filesystem::exists(installedPatchesFile, error)) return;
-    if (!boost::filesystem::remove(installedPatchesFile, error) && error) {
-        zlog::debug(" [Remediation Manager] The installed-patches record cannot be removed: ",
-                    error.message());
+    const bool kept = !boost::filesystem::remove(installedPatchesFile, error) && error;
+    // A record that stays must not say after the scan what was installed before it.
+    const int emptied = kept ? O_TRUNC : 0;
+    const bool opened = static_cast<bool>(
+        zelor::base::openFile(installedPatchesFile, O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | emptied));
+    if (kept && !opened) {
+        zlog::error(" [Remediation Manager] The installed-patches record ", installedPatchesFile,
+                    " can be neither removed nor emptied: ", error.message(),
+                    "; what it names is not applied again. Remove it.");
     }
-    zelor::base::openFile(installedPatchesFile, O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW);
     installedRecord = std::make_unique<zelor::remediation::InstalledRecord>();
 }

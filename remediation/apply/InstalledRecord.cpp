@@ -11,8 +11,7 @@
 
 #include "base/Files.h"
 #include "base/Strings.h"
-#include "base/SystemCalls.h"
-#include "base/Utf8.h"
+#include "base/TrustedFolder.h"
 #include "platform/Log.h"
 #include "remediation/RecordAccess.h"
 #include "remediation/RemediationManager.h"
@@ -20,59 +19,33 @@
 
 namespace zelor::remediation {
 
-namespace {
-
-bool sameTime(const struct timespec& one, const struct timespec& other) {
-    return one.tv_sec == other.tv_sec && one.tv_nsec == other.tv_nsec;
-}
-
-}  // namespace
-
 void InstalledRecord::forget() {
     lines_.clear();
     unfinished_.clear();
-    read_ = 0;
     damaged_ = 0;
     path_.clear();
+    stamp_ = base::FileStamp();
+    settled_ = false;
 }
 
 void InstalledRecord::refresh(const std::string& path) {
-    struct stat now {};
-    if (path == path_ && lstat(path.c_str(), &now) == 0 && isSameFile(now) && now.st_size == known() &&
-        sameTime(base::modificationTime(now), modified_)) {
-        return;
-    }
-    const base::UniqueFd fd = base::openFile(path, O_RDONLY | O_NONBLOCK | O_NOFOLLOW);
-    if (!fd || fstat(fd.get(), &now) != 0) {
-        forget();
-        return;
-    }
-    if (path != path_ || !isSameFile(now) || now.st_size <= known()) forget();
+    const base::FileStamp now = base::fileStamp(path);
+    if (now.exists && settled_ && path == path_ && now == stamp_) return;
+    forget();
+    std::string problem;
+    const base::UniqueFd fd = base::openOwnFile(path, O_RDONLY | O_NONBLOCK, problem);
+    reportRefusal(path, problem);
+    struct stat info {};
+    if (!fd || fstat(fd.get(), &info) != 0) return;
     path_ = path;
-    device_ = static_cast<std::uintmax_t>(now.st_dev);
-    inode_ = static_cast<std::uintmax_t>(now.st_ino);
-    modified_ = base::modificationTime(now);
-    const std::string torn = unfinished_;
-    const std::uint64_t damaged = damaged_;
-    readFrom(fd.get());
-    if (!unfinished_.empty() && unfinished_ != torn) {
-        log::error("[Remediation Manager] The last line of ", path, " has no end; it counts as it stands.");
-    }
-    if (damaged_ != damaged) {
-        log::error("[Remediation Manager] ", path, " has ", damaged_ - damaged,
-                   " damaged lines, which name no remediation.");
-    }
+    stamp_ = base::fileStamp(info);
+    settled_ = readLines(fd.get()) == stamp_.size && !base::changedRecently(stamp_);
+    reportDamage();
 }
 
-bool InstalledRecord::isSameFile(const struct stat& now) const {
-    return static_cast<std::uintmax_t>(now.st_dev) == device_ &&
-           static_cast<std::uintmax_t>(now.st_ino) == inode_;
-}
-
-void InstalledRecord::readFrom(int fd) {
-    unfinished_.clear();
+off_t InstalledRecord::readLines(int fd) {
     std::vector<char> chunk(std::size_t{1} << 18);
-    off_t at = read_;
+    off_t at = 0;
     for (;;) {
         const ssize_t count = pread(fd, chunk.data(), chunk.size(), at);
         if (count < 0 && errno == EINTR) continue;
@@ -82,17 +55,68 @@ void InstalledRecord::readFrom(int fd) {
         std::size_t start = 0;
         for (auto end = unfinished_.find('\n'); end != std::string::npos;
              end = unfinished_.find('\n', start)) {
-            takeLine(unfinished_.substr(start, end - start));
+            std::string line = unfinished_.substr(start, end - start);
+            if (base::isDamagedLine(line)) ++damaged_;
+            lines_.insert(std::move(line));
             start = end + 1;
         }
         unfinished_.erase(0, start);
-        read_ += static_cast<off_t>(start);
     }
+    if (base::isDamagedLine(unfinished_)) ++damaged_;
+    return at;
 }
 
-void InstalledRecord::takeLine(std::string line) {
-    if (!base::isText(line)) ++damaged_;
-    lines_.insert(std::move(line));
+void InstalledRecord::reportDamage() {
+    if (!unfinished_.empty() && unfinished_ != reportedEnd_) {
+        log::error("[Remediation Manager] The last line of ", path_, " has no end; it counts as it stands.");
+    }
+    if (damaged_ != 0 && damaged_ != reportedDamage_) {
+        log::error("[Remediation Manager] ", path_, " has ", damaged_,
+                   " damaged lines, with control characters that the agent never writes.");
+    }
+    reportedEnd_ = unfinished_;
+    reportedDamage_ = damaged_;
+}
+
+void InstalledRecord::reportRefusal(const std::string& path, const std::string& problem) {
+    if (!problem.empty() && problem != reportedRefusal_) {
+        log::error("[Remediation Manager] The record ", path, " is not used: ", problem,
+                   "; until then all is applied again");
+    }
+    reportedRefusal_ = problem;
+}
+
+bool InstalledRecord::append(const std::string& path, const std::string& line, std::string& problem) {
+    base::UniqueFd fd = base::openOwnFile(path, O_RDWR | O_APPEND | O_CREAT, problem);
+    struct stat before {};
+    struct stat after {};
+    bool done = fd && fstat(fd.get(), &before) == 0 && base::appendLine(fd.get(), line);
+    const bool known = done && fstat(fd.get(), &after) == 0;
+    done = done && fd.close();
+    if (!done) {
+        if (problem.empty() && errno != ENOENT) problem = std::strerror(errno);
+        return false;
+    }
+    if (before.st_size == 0) {
+        forget();
+        path_ = path;
+        stamp_ = base::fileStamp(before);
+    }
+    const std::size_t added = (unfinished_.empty() ? 0 : 1) + line.size() + 1;
+    const bool alone = path == path_ && base::fileStamp(before) == stamp_ &&
+                       after.st_size == before.st_size + static_cast<off_t>(added);
+    if (known && alone) {
+        takeAppended(line);
+        stamp_ = base::fileStamp(after);
+        settled_ = true;
+    }
+    return true;
+}
+
+void InstalledRecord::takeAppended(const std::string& line) {
+    if (!unfinished_.empty()) lines_.insert(std::move(unfinished_));
+    unfinished_.clear();
+    lines_.insert(line);
 }
 
 }  // namespace zelor::remediation
@@ -106,11 +130,11 @@ void RemediationManager::addEntryInInstalledPatchesFile(int installResult, std::
                     "' holds a control character, so it is not recorded");
         return;
     }
-    // A missing folder is the installer's business and stays silent.
-    if (!zelor::base::appendLine(installedPatchesFile, eriId) && errno != ENOENT) {
+    std::string problem;
+    // A missing directory is the installer's business and is not logged.
+    if (!installedRecord->append(installedPatchesFile, eriId, problem) && !problem.empty()) {
         zlog::error("[Remediation Manager] ", eriId, " is installed, and cannot be noted in ",
-                    installedPatchesFile, ": ", std::string(std::strerror(errno)),
-                    "; the next run will install it again");
+                    installedPatchesFile, ": ", problem, "; the next run will install it again");
     }
     zlog::debug(
         "[Remediation Manager] Inside addEntryInInstalledPatchesFile: Added entry for successfully installed "

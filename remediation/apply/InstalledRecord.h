@@ -1,23 +1,25 @@
 #pragma once
 
-#include <sys/stat.h>
-#include <sys/types.h>
-#include <time.h>
-
 #include <cstdint>
 #include <string>
 #include <unordered_set>
 
+#include "base/Files.h"
+
 namespace zelor::remediation {
 
-/// The lines of the installed-patches record, read once: a later look reads only what was appended since, or
-/// all again when the file was replaced, cut or rewritten. One thread at a time.
+/// The lines of the installed-patches record. They are kept as long as the file is as this object read or
+/// left it, which one stat(2) tells; a file that anybody else changed is read whole again. One thread at a
+/// time.
 class InstalledRecord {
   public:
-    /// Brings the lines up to date with the file; one that cannot be opened counts as empty. Damage that was
-    /// not seen before goes to the log: a last line without its end, which counts as it stands, and lines
-    /// that are no text.
+    /// Brings the lines up to date with the file; one that cannot be opened counts as empty. The log gets an
+    /// error line for a symbolic link that is not followed, for a last line without its end, which counts,
+    /// and for lines with control characters: once for each state of the file.
     void refresh(const std::string& path);
+    /// Appends a line to the file, which is made when there is none. False on failure: `problem` says why, ""
+    /// when the directory is missing.
+    bool append(const std::string& path, const std::string& line, std::string& problem);
     bool empty() const { return lines_.empty() && unfinished_.empty(); }
     /// True when some line equals `text` exactly.
     bool hasLine(const std::string& text) const {
@@ -26,19 +28,21 @@ class InstalledRecord {
 
   private:
     void forget();
-    void readFrom(int fd);
-    void takeLine(std::string line);
-    bool isSameFile(const struct stat& now) const;
-    off_t known() const { return read_ + static_cast<off_t>(unfinished_.size()); }
+    off_t readLines(int fd);
+    void reportDamage();
+    void reportRefusal(const std::string& path, const std::string& problem);
+    void takeAppended(const std::string& line);
 
     std::unordered_set<std::string> lines_;
+    std::string unfinished_;  ///< a last line without its end; it counts as a line too
+    std::uint64_t damaged_ = 0;
     std::string path_;
-    std::uintmax_t device_ = 0;
-    std::uintmax_t inode_ = 0;
-    struct timespec modified_ {};
-    off_t read_ = 0;             ///< offset behind the last line end that was read
-    std::string unfinished_;     ///< a last line without its end; it counts as a line too
-    std::uint64_t damaged_ = 0;  ///< lines that are no text
+    base::FileStamp stamp_;  ///< of the state that the lines are from
+    bool settled_ = false;   ///< a later change cannot have left the same stamp
+    // What the log has already.
+    std::string reportedEnd_;
+    std::uint64_t reportedDamage_ = 0;
+    std::string reportedRefusal_;
 };
 
 }  // namespace zelor::remediation

@@ -116,6 +116,10 @@ struct RemediationManagerPeer {
         manager.allRemFailed = failed;
     }
     template <class Manager>
+    static void resetRecord(Manager& manager) {
+        manager.resetInstalledPatchesFile();
+    }
+    template <class Manager>
     static bool firstAfterScan(Manager& manager) {
         return manager.firstRemediationAfterScan;
     }

@@ -1,5 +1,16 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 
+#include <atomic>
+#include <set>
+#include <sstream>
+#include <thread>
+
+#include "base/Files.h"
+#include "base/SystemCalls.h"
 #include "remediation/RemediationManager.h"
 #include "tests/library/FakeAgent.h"
 
@@ -71,9 +82,9 @@ TEST_F(InstalledPatches, DamageOfAnOlderCrashIsToldAndDoesNotSpread) {
         int torn, damaged;
         bool namesLast;
     } rows[] = {{"last", 1, 0, true},
-                {"la\x80\xffst", 1, 1, false},
+                {"la\x80\xffst", 1, 0, false},
                 {std::string(5000, '\0'), 1, 1, false},
-                {lone, 1, 1, false},
+                {lone, 1, 0, false},
                 {std::string(8191, 'x'), 1, 0, false},
                 {nul + nul + "\n" + lone + "\n\x1b[2J\nlast", 1, 1, true},
                 {"tr\xc3\xa9s bien\n", 0, 0, false}};
@@ -96,7 +107,7 @@ TEST_F(InstalledPatches, DamageOfAnOlderCrashIsToldAndDoesNotSpread) {
         EXPECT_EQ(has("last"), row.namesLast);
         EXPECT_EQ(agent.countLogged(" damaged lines, "), damaged += row.damaged) << "once";
     }
-    EXPECT_EQ(agent.countLogged(" has 3 damaged lines"), 1);
+    EXPECT_EQ(agent.countLogged(" has 2 damaged lines"), 1);
 }
 
 TEST_F(InstalledPatches, SeesWhatOthersDidToTheFile) {
@@ -114,6 +125,73 @@ TEST_F(InstalledPatches, SeesWhatOthersDidToTheFile) {
     EXPECT_FALSE(applied({{"ERI-9", ""}}));
     boost::filesystem::remove(agent.recordPath());
     EXPECT_FALSE(applied({{"ERI-7", ""}}));
+}
+
+// Growth alone does not make a file the same one with something appended.
+TEST_F(InstalledPatches, CountsAsAppendedOnlyWhatItAppendedItself) {
+    const std::string path = agent.recordPath();
+    const auto rewrite = [&](const std::string& text) { writeFile(path, text); };
+    manager.addEntryInInstalledPatchesFile(0, "ERI-1");
+    manager.addEntryInInstalledPatchesFile(0, "ERI-2");
+    EXPECT_TRUE(applied({{"ERI-1", ""}}) && applied({{"ERI-2", ""}}));
+    rewrite("ERI-8\nERI-9\nERI-10\n");
+    EXPECT_FALSE(applied({{"ERI-1", ""}})) << "rewritten in place, and longer";
+    EXPECT_TRUE(applied({{"ERI-8", ""}}));
+
+    RemediationManager other(agent.installPath());
+    rewrite("");
+    other.addEntryInInstalledPatchesFile(0, "ERI-11");
+    manager.addEntryInInstalledPatchesFile(0, "ERI-12");
+    EXPECT_TRUE(applied({{"ERI-11", ""}}) && applied({{"ERI-12", ""}}));
+    EXPECT_FALSE(applied({{"ERI-8", ""}})) << "emptied and refilled by another manager";
+    other.addEntryInInstalledPatchesFile(0, "ERI-13");
+    EXPECT_TRUE(applied({{"ERI-13", ""}}));
+}
+
+TEST_F(InstalledPatches, ItsOwnLinesAreNotReadAgain) {
+    writeFile(agent.recordPath(), "ERI-0\n");
+    boost::filesystem::last_write_time(agent.recordPath(), 1);
+    EXPECT_TRUE(applied({{"ERI-0", ""}}));
+    manager.addEntryInInstalledPatchesFile(0, "ERI-1");
+    struct stat info {};
+    ASSERT_EQ(stat(agent.recordPath().c_str(), &info), 0);
+    // Another text under the same stamp shows whether the file is read.
+    writeFile(agent.recordPath(), "ERI-x\nERI-y\n");
+    const struct timespec times[2] = {zelor::base::accessTime(info), zelor::base::modificationTime(info)};
+    ASSERT_EQ(utimensat(AT_FDCWD, agent.recordPath().c_str(), times, 0), 0);
+    EXPECT_TRUE(applied({{"ERI-0", ""}}) && applied({{"ERI-1", ""}}));
+}
+
+// One writer meets the limit in the middle of its line while another's short lines still fit.
+TEST(AppendedLines, AFailedOneTakesNobodyElsesWithIt) {
+    const zelor::test::TempDir dir;
+    const std::string path = dir / "record";
+    struct rlimit old {};
+    getrlimit(RLIMIT_FSIZE, &old);
+    struct rlimit small = old;
+    small.rlim_cur = 40000;
+    signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &small);
+    std::atomic<bool> done{false};
+    std::thread failing([&] {
+        while (!done)
+            EXPECT_FALSE(zelor::base::appendLine(path, std::string(100000, 'l')));
+    });
+    std::vector<std::string> written;
+    for (int i = 0; i < 2000; ++i) {
+        written.push_back("line " + std::to_string(i));
+        while (!zelor::base::appendLine(path, written.back()))
+            std::this_thread::yield();
+    }
+    done = true;
+    failing.join();
+    setrlimit(RLIMIT_FSIZE, &old);
+    std::istringstream in(readFile(path));
+    std::set<std::string> lines;
+    for (std::string line; std::getline(in, line);)
+        lines.insert(line);
+    for (const std::string& line : written)
+        EXPECT_EQ(lines.count(line), 1U) << line;
 }
 
 TEST_F(InstalledPatches, TheTrailSaysWhatWasAskedOncePerCall) {

@@ -1,4 +1,6 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -84,6 +86,32 @@ TEST_F(RunDriver, StartsTheRecordAnewAfterAScanWhenThereIsOne) {
     boost::filesystem::remove(agent.recordPath());
     manager.concertedRemediationStart();
     EXPECT_FALSE(boost::filesystem::exists(agent.recordPath()));
+}
+
+// A directory in which nothing can be removed, as its owner has made it.
+TEST_F(RunDriver, EmptiesARecordThatCannotBeRemoved) {
+    const std::string directory = boost::filesystem::path(agent.recordPath()).parent_path().string();
+    writeFile(agent.recordPath(), "old\n");
+    ASSERT_EQ(chmod(directory.c_str(), 0555), 0);
+    const bool root = geteuid() == 0;
+    if (root) {
+        ASSERT_EQ(chmod(agent.dir.path().c_str(), 0755), 0);
+        ASSERT_EQ(chown(agent.recordPath().c_str(), 65534, 65534), 0);
+        ASSERT_EQ(seteuid(65534), 0);
+    }
+    RemediationManagerPeer::resetRecord(manager);
+    if (root) {
+        ASSERT_EQ(seteuid(0), 0);
+    }
+    ASSERT_EQ(chmod(directory.c_str(), 0755), 0);
+    EXPECT_TRUE(boost::filesystem::exists(agent.recordPath()));
+    EXPECT_EQ(readFile(agent.recordPath()), "");
+    EXPECT_EQ(agent.countLogged("neither removed nor emptied"), 0);
+
+    boost::filesystem::remove(agent.recordPath());
+    writeFile(agent.recordPath() + "/kept", "");
+    RemediationManagerPeer::resetRecord(manager);
+    EXPECT_EQ(agent.countLogged(agent.recordPath() + " can be neither removed nor emptied: "), 1);
 }
 
 TEST_F(RunDriver, AnInternalErrorFailsWhatIsNotDecided) {

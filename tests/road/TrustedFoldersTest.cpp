@@ -167,15 +167,71 @@ TEST(TrustedFolders, BuffersOfOthersAreNotUsed) {
     EXPECT_EQ(readFile(road.dir / "var/zelor/buffer/tool.zip"), "planted");
 }
 
-// The record stands in a folder of root's; a link planted there in an evil hour leads no line elsewhere.
-TEST(TrustedFolders, TheRecordIsNotWrittenThroughALink) {
-    Road road;
-    road.addScript("CCE-1", "mark", "exit 0");
-    writeFile(road.dir / "other", "");
-    fs::create_directories(road.dir / "var/log/zelor");
-    fs::create_symlink(road.dir / "other", road.dir / "var/log/zelor/ZelorInstalledPatches.txt");
-    EXPECT_EQ(road.run({{"1||", "CCE-1"}}), (Road::Map{{"1||", 4}}));
-    EXPECT_EQ(readFile(road.dir / "other"), "");
+// The record may be linked elsewhere by root; a link, a file or a directory that others can change is
+// refused.
+TEST(TrustedFolders, TheRecordIsUsedThroughALinkThatOnlyWeCanChange) {
+    struct {
+        const char* name;
+        const char* cause;  ///< "" when the record is used
+        std::function<void(const std::string& link, const std::string& target)> change;
+        bool asRoot = false;
+    } const rows[] = {
+        {"ours", "", [](const auto&, const auto&) {}},
+        {"a relative link", "",
+         [](const auto& link, const auto&) {
+             fs::remove(link);
+             fs::create_symlink("../../../kept/record", link);
+         }},
+        {"others may write to the file", "others may write to",
+         [](const auto&, const auto& target) { chmod(target.c_str(), 0666); }},
+        {"others may replace the file", "others may write to the directory of",
+         [](const auto&, const auto& target) { chmod(fs::path(target).parent_path().c_str(), 0775); }},
+        {"others may replace the link", "others may write to the directory of",
+         [](const auto& link, const auto&) { chmod(fs::path(link).parent_path().c_str(), 0775); }},
+        {"a link to a link", "is a link too",
+         [](const auto&, const auto& target) {
+             fs::rename(target, target + ".far");
+             fs::create_symlink(target + ".far", target);
+         }},
+        {"nothing there", "No such file", [](const auto&, const auto& target) { fs::remove(target); }},
+        {"a directory", "is no regular file",
+         [](const auto&, const auto& target) {
+             fs::remove(target);
+             fs::create_directory(target);
+         }},
+        {"another's link", "the link belongs to another user",
+         [](const auto& link, const auto&) { ASSERT_EQ(lchown(link.c_str(), nobody, nobody), 0); }, true},
+        {"another's file", "belongs to another user",
+         [](const auto&, const auto& target) { ASSERT_EQ(chown(target.c_str(), nobody, nobody), 0); }, true},
+    };
+    for (const auto& row : rows) {
+        if (row.asRoot && geteuid() != 0) continue;
+        SCOPED_TRACE(row.name);
+        Road road;
+        road.addScript("CCE-1", "mark", "exit 0");
+        road.addScript("CCE-2", "second", "exit 0");
+        const std::string target = road.dir / "kept/record";
+        const std::string link = road.dir / "var/log/zelor/ZelorInstalledPatches.txt";
+        writeFile(target, "ERI-CCE-1\n");
+        fs::create_directories(road.dir / "var/log/zelor");
+        fs::create_symlink(target, link);
+        row.change(link, target);
+        EXPECT_EQ(road.run({{"1||", "CCE-1"}, {"2||", "CCE-2"}}), (Road::Map{{"1||", 4}, {"2||", 4}}));
+        const bool used = *row.cause == '\0';
+        EXPECT_EQ(road.countAnswers("GET /patches/mark.zip"), used ? 0 : 1);
+        EXPECT_TRUE(fs::is_symlink(link));
+        if (used) {
+            EXPECT_EQ(readFile(target), "ERI-CCE-1\nERI-CCE-2\n");
+            EXPECT_FALSE(road.logged("ERROR [Remediation Manager]"));
+        } else {
+            EXPECT_TRUE(!fs::is_regular_file(target) || readFile(target) == "ERI-CCE-1\n");
+            const std::string log = road.log();
+            const auto at = log.find("The record " + link + " is not used: it is a symbolic link, and ");
+            ASSERT_NE(at, std::string::npos) << log;
+            EXPECT_NE(log.substr(at, log.find('\n', at) - at).find(row.cause), std::string::npos) << log;
+            EXPECT_TRUE(road.logged("cannot be noted in " + link + ": it is a symbolic link"));
+        }
+    }
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <boost/filesystem.hpp>
+#include <ctime>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -40,6 +41,15 @@ inline void writeFile(const std::string& path, const std::string& text) {
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     out << text;
     if (!out.flush()) throw std::runtime_error("cannot write " + path);
+}
+
+/// Another text of the same length under the time of the last change: only who reads the file again can tell.
+inline void replaceUnseen(const std::string& path, const std::string& text) {
+    const std::time_t time = boost::filesystem::last_write_time(path);
+    if (boost::filesystem::file_size(path) != text.size())
+        throw std::runtime_error("another length: " + path);
+    writeFile(path, text);
+    boost::filesystem::last_write_time(path, time);
 }
 
 /// The whole file, "" when there is none.
