@@ -1,16 +1,20 @@
 #include "platform/AgentIni.h"
 
-#include <boost/filesystem/operations.hpp>
 #include <boost/property_tree/ini_parser.hpp>
+#include <map>
+#include <mutex>
 
+#include "base/Files.h"
 #include "platform/Log.h"
 
 namespace zelor::platform {
 
-std::optional<boost::property_tree::ptree> readIniFile(const std::string& path) {
-    boost::system::error_code error;
-    if (!boost::filesystem::exists(path, error)) return std::nullopt;
-    boost::property_tree::ptree tree;
+namespace {
+
+using boost::property_tree::ptree;
+
+std::shared_ptr<const ptree> parse(const std::string& path) {
+    ptree tree;
     try {
         boost::property_tree::ini_parser::read_ini(path, tree);
     } catch (const std::exception& problem) {
@@ -18,6 +22,37 @@ std::optional<boost::property_tree::ptree> readIniFile(const std::string& path) 
                    "' cannot be read, so it counts as one without keys: ", problem.what());
         tree.clear();
     }
+    return std::make_shared<const ptree>(std::move(tree));
+}
+
+struct Cache {
+    struct Entry {
+        base::FileStamp stamp;
+        std::shared_ptr<const ptree> tree;
+    };
+    std::mutex mutex;
+    std::map<std::string, Entry> byPath;
+};
+
+constexpr std::size_t kFilesKept = 8;
+
+}  // namespace
+
+std::shared_ptr<const ptree> readIniFile(const std::string& path) {
+    // Kept to the very end of the process: a run's thread may outlive main().
+    static Cache& cache = *new Cache;
+    const base::FileStamp stamp = base::fileStamp(path);
+    if (!stamp.exists) return nullptr;
+    {
+        const std::lock_guard<std::mutex> lock(cache.mutex);
+        const auto found = cache.byPath.find(path);
+        if (found != cache.byPath.end() && found->second.stamp == stamp) return found->second.tree;
+    }
+    auto tree = parse(path);
+    const std::lock_guard<std::mutex> lock(cache.mutex);
+    if (cache.byPath.size() >= kFilesKept) cache.byPath.clear();
+    // A second change at the same moment would look like the first.
+    cache.byPath[path] = {base::changedRecently(stamp) ? base::FileStamp() : stamp, tree};
     return tree;
 }
 

@@ -8,6 +8,7 @@
 #include "platform/Log.h"
 #include "platform/macos/MacPatchManager.h"
 #include "remediation/apply/InstalledRecord.h"
+#include "remediation/buffer/BufferedList.h"
 #include "remediation/progress/NearbyKey.h"
 #include "remediation/progress/ProgressTable.h"
 #include "remediation/progress/RunEvents.h"
@@ -39,6 +40,7 @@ RemediationManager::RemediationManager(std::string installPathArgument)
       cancellableRequests(ovalIdMap),
       singleCancels(std::make_unique<zelor::remediation::SingleCancels>()),
       installedRecord(std::make_unique<zelor::remediation::InstalledRecord>()),
+      bufferedList(std::make_unique<zelor::remediation::BufferedList>()),
       events(std::make_unique<zelor::remediation::RunEvents>()) {}
 
 RemediationManager::~RemediationManager() {

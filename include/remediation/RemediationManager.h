@@ -24,6 +24,7 @@ namespace zelor {
 class RunObserver;
 }
 namespace zelor::remediation {
+class BufferedList;
 class InstalledRecord;
 struct PatchName;
 template <class Map>
@@ -333,5 +334,6 @@ class ZELOR_API RemediationManager {
     boost::condition_variable downloadEnd;
     std::atomic<bool> downloadInterrupted{false};
     std::unique_ptr<zelor::remediation::InstalledRecord> installedRecord;
+    std::unique_ptr<zelor::remediation::BufferedList> bufferedList;
     std::unique_ptr<zelor::remediation::RunEvents> events;
 };

@@ -75,15 +75,14 @@ std::string RemediationManager::bufferedListPath() {
 bool RemediationManager::patchIsAlreadyBuffered(std::string patchName, std::string md5sum,
                                                 std::string listPath) {
     zlog::debug("[Remediation Manager] Inside patchIsAlreadyBuffered .. bufferedPatchListFile = ", listPath);
-    if (!zelor::remediation::bufferFoldersAreOurs()) return false;
     try {
-        std::ifstream list(listPath, std::ios::binary);
-        std::string line;
-        while (std::getline(list, line)) {
-            if (zelor::remediation::bufferedLineMatches(line, patchName, md5sum) &&
-                fs::exists(archiveInBuffer(patchName)))
-                return true;
+        // The directories are judged before what they hold is read, and before it is used.
+        if (!bufferedList->isCurrent(listPath)) {
+            if (!zelor::remediation::bufferFoldersAreOurs()) return false;
+            bufferedList->read(listPath);
         }
+        return bufferedList->hasEntry(patchName, md5sum) && fs::exists(archiveInBuffer(patchName)) &&
+               zelor::remediation::bufferFoldersAreOurs();
     } catch (const std::exception&) {
         zlog::debug(
             "[Remediation Manager] (patchIsAlreadyBuffered) Reading bufferedPatchesList.txt threw "

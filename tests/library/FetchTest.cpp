@@ -119,6 +119,23 @@ TEST_F(BufferedPatches, AreFoundWhileTheirArchiveIsThere) {
     EXPECT_FALSE(buffered("foo.pkg", "01"));
 }
 
+TEST_F(BufferedPatches, AreReadAgainOnlyWhenTheListChanged) {
+    agent.bufferFile("foo.pkg", "x");
+    writeFile(agent.listPath(), "barfoo.pkg=01\n\nno entry\nfoo.pkg=02");
+    boost::filesystem::last_write_time(agent.listPath(), 1);
+    EXPECT_TRUE(buffered("foo.pkg", "01") && buffered("foo.pkg", "02"));
+    EXPECT_FALSE(buffered("foo.pkg", "03") || buffered("foo.pkg\n", "01") || buffered("none.pkg", "01"));
+    zelor::test::replaceUnseen(agent.listPath(), "barfoo.pkg=03\n\nno entry\nfoo.pkg=03");
+    EXPECT_TRUE(buffered("foo.pkg", "01"));
+    boost::filesystem::last_write_time(agent.listPath(), 2);
+    EXPECT_TRUE(buffered("foo.pkg", "03")) << "changed by another process";
+    ASSERT_EQ(chmod(agent.bufferDir().c_str(), 0777), 0);
+    EXPECT_FALSE(buffered("foo.pkg", "03")) << "others can modify the archives since";
+    ASSERT_EQ(chmod(agent.bufferDir().c_str(), 0755), 0);
+    boost::filesystem::remove(agent.listPath());
+    EXPECT_FALSE(buffered("foo.pkg", "03"));
+}
+
 TEST_F(BufferedPatches, HaveOneLineEachTheNewestLast) {
     manager.addPatchBufferedEntry("foo.pkg", "01", agent.listPath());
     manager.addPatchBufferedEntry("bar.pkg", "02", agent.listPath());
@@ -137,10 +154,10 @@ TEST_F(BufferedPatches, ShareTheFateOfNamesThatContainThem) {
 
 TEST_F(BufferedPatches, KeepWhatAnInterruptedRewriteLeft) {
     writeFile(agent.unzipFolder() + "/newTempFile", "left.pkg=01\ntorn.p");
-    writeFile(agent.listPath(), std::string("kept.pkg=02\ngone.pkg=03\n\0\0\nalso to", 34));
+    writeFile(agent.listPath(), std::string("k\xe9pt.pkg=02\ngone.pkg=03\n\0\0\nalso to", 34));
     manager.removeEntryFromBufferedPatchesFile("gone.pkg");
-    EXPECT_EQ(readFile(agent.listPath()), "left.pkg=01\nkept.pkg=02\nalso to\n")
-        << "every line is copied, a torn end of the temporary file is not";
+    EXPECT_EQ(readFile(agent.listPath()), "left.pkg=01\nk\xe9pt.pkg=02\nalso to\n")
+        << "every line is copied, in whatever encoding; a torn end of the temporary file is not";
     EXPECT_EQ(agent.countLogged(" has no end; it counts as it stands."), 1);
     EXPECT_EQ(agent.countLogged("had damaged lines; they are left out."), 1);
 }
