@@ -110,13 +110,13 @@ bool operator==(const FileStamp& one, const FileStamp& other) {
            one.modified.tv_nsec == other.modified.tv_nsec;
 }
 
-FileStamp fileStamp(const struct stat& info) {
+FileStamp stampOf(const struct stat& info) {
     return {true, info.st_dev, info.st_ino, info.st_size, modificationTime(info)};
 }
 
-FileStamp fileStamp(const std::string& path) {
+FileStamp stampOf(const std::string& path) {
     struct stat info {};
-    return stat(path.c_str(), &info) == 0 ? fileStamp(info) : FileStamp();
+    return stat(path.c_str(), &info) == 0 ? stampOf(info) : FileStamp();
 }
 
 bool changedRecently(const FileStamp& stamp) {

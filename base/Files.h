@@ -51,10 +51,10 @@ bool operator==(const FileStamp& one, const FileStamp& other);
 inline bool operator!=(const FileStamp& one, const FileStamp& other) {
     return !(one == other);
 }
-FileStamp fileStamp(const struct stat& info);
+FileStamp stampOf(const struct stat& info);
 /// The stamp of what `path` names, through symbolic links; one that does not exist when nothing can be seen
 /// there.
-FileStamp fileStamp(const std::string& path);
+FileStamp stampOf(const std::string& path);
 /// True when the file changed so recently that another change could leave the same stamp: file systems keep
 /// the time in steps of up to a second.
 bool changedRecently(const FileStamp& stamp);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <boost/algorithm/string/trim.hpp>
 #include <cstdlib>
+#include <numeric>
 
 namespace zelor::base {
 
@@ -82,6 +83,21 @@ std::vector<std::string> splitCompressed(const std::string& text, char separator
 
 int leadingInt(const std::string& text) {
     return static_cast<int>(std::strtol(text.c_str(), nullptr, 10));
+}
+
+std::size_t editDistance(const std::string& one, const std::string& other) {
+    std::vector<std::size_t> row(other.size() + 1);
+    std::iota(row.begin(), row.end(), std::size_t{0});
+    for (std::size_t i = 0; i < one.size(); ++i) {
+        std::size_t diagonal = row[0];
+        row[0] = i + 1;
+        for (std::size_t j = 0; j < other.size(); ++j) {
+            const std::size_t replaced = diagonal + (lowerCase(one[i]) == lowerCase(other[j]) ? 0 : 1);
+            diagonal = row[j + 1];
+            row[j + 1] = std::min({replaced, row[j] + 1, diagonal + 1});
+        }
+    }
+    return row.back();
 }
 
 bool hasControlCharacter(const std::string& text) {

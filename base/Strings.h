@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -26,6 +27,8 @@ std::vector<std::string> splitInTwo(const std::string& text, const std::string& 
 std::vector<std::string> splitCompressed(const std::string& text, char separator);
 /// The number at the start of `text` the way atoi reads it, without its undefined corners.
 int leadingInt(const std::string& text);
+/// How many bytes must be inserted, removed or replaced to make one text the other, in any case.
+std::size_t editDistance(const std::string& one, const std::string& other);
 /// True for bytes below 0x20 and 0x7f.
 bool hasControlCharacter(const std::string& text);
 /// True for a line of a file of ours that has a control character other than tab and carriage return: what a

@@ -136,7 +136,7 @@ Place enterPlace(const PlaceOptions& options) {
     setSystemRoot(root);
     setEnvironment(tools);
     place.settings = agent::AgentSettings::load(underSystemRoot(agent::agentIniFile));
-    place.installPath = options.installPath.empty() ? place.settings->get("ScanManager.InstallPath")
+    place.installPath = options.installPath.empty() ? place.settings->values().installPath
                                                     : placed(options.installPath, "--install-path");
     place.contentDir = placed(options.contentDir, "--content-dir");
     if (place.installPath == root) throw InputError("--install-path must not be the root itself");
@@ -151,7 +151,8 @@ void requireUsableSettings(const Place& place) {
                          "; write one with [Repository] Url and TrustedKey");
     }
     std::string problems;
-    place.settings->reportProblems([&](const std::string& line) { problems += "\n  " + line; });
+    for (const std::string& line : place.settings->problems())
+        problems += "\n  " + line;
     if (!problems.empty())
         throw InputError("the agent's settings are not all usable; correct them:" + problems);
     try {
@@ -159,7 +160,7 @@ void requireUsableSettings(const Place& place) {
     } catch (const std::exception& e) {
         throw InputError(e.what());
     }
-    const std::string& key = place.settings->get("Repository.TrustedKey");
+    const std::string& key = place.settings->values().trustedKey;
     if (key.empty()) {
         throw InputError(
             ini + ": [Repository] TrustedKey is missing; name the PEM file of the repository's public key");
@@ -171,11 +172,16 @@ void requireUsableSettings(const Place& place) {
 }
 
 void checkContentDir(const Place& place) {
-    std::vector<std::string> others = {
-        place.installPath, underSystemRoot(logFolder), underSystemRoot(mountPoint),
-        underSystemRoot(Common::StripTrailingSeparators(APPFOLDER)), getSystemRoot()};
-    for (const char* key : {"Buffer.UnzipFolder", "Buffer.PatchesDir", "Log.File", "Repository.TrustedKey"})
-        others.push_back(place.settings->get(key));
+    const agent::Settings& settings = place.settings->values();
+    const std::vector<std::string> others = {settings.unzipFolder,
+                                             settings.patchesDir,
+                                             settings.logFile,
+                                             settings.trustedKey,
+                                             place.installPath,
+                                             underSystemRoot(logFolder),
+                                             underSystemRoot(mountPoint),
+                                             underSystemRoot(Common::StripTrailingSeparators(APPFOLDER)),
+                                             getSystemRoot()};
     const bool taken = std::any_of(others.begin(), others.end(), [&](const std::string& other) {
         return isWithin(other, place.contentDir);
     });
@@ -198,10 +204,9 @@ void checkContentDir(const Place& place) {
 }
 
 void prepareFolders(const Place& place, bool contentDir) {
-    const agent::AgentSettings& settings = *place.settings;
-    for (const std::string& folder :
-         {underSystemRoot(logFolder), parentOf(settings.get("Log.File")), settings.get("Buffer.UnzipFolder"),
-          settings.get("Buffer.PatchesDir"), place.installPath}) {
+    const agent::Settings& settings = place.settings->values();
+    for (const std::string& folder : {underSystemRoot(logFolder), parentOf(settings.logFile),
+                                      settings.unzipFolder, settings.patchesDir, place.installPath}) {
         requireFolder(folder, place.belowRoot);
     }
     if (place.belowRoot) {
@@ -218,13 +223,13 @@ void prepareFolders(const Place& place, bool contentDir) {
 
 void prepareLooking(const Place& place) {
     for (const std::string& folder :
-         {underSystemRoot(logFolder), parentOf(place.settings->get("Log.File")), place.installPath}) {
+         {underSystemRoot(logFolder), parentOf(place.settings->values().logFile), place.installPath}) {
         requireFolder(folder, place.belowRoot);
     }
 }
 
 JobLock::JobLock(const Place& place, const Waiting& waiting) {
-    const std::string& folder = place.settings->get("Buffer.UnzipFolder");
+    const std::string& folder = place.settings->values().unzipFolder;
     folder_ = base::openFile(folder, O_RDONLY | O_DIRECTORY);
     if (!folder_) throw InputError("cannot open the folder " + folder + ": " + agent::errorText(errno));
     if (!take(folder)) await(folder, waiting);

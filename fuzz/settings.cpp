@@ -1,7 +1,9 @@
+#include <algorithm>
 #include <chrono>
 
 #include "Support.h"
 #include "agent/AgentSettings.h"
+#include "agent/settings/SettingsTable.h"
 #include "base/CommandRunner.h"
 #include "platform/AgentIni.h"
 #include "platform/ShellCommand.h"
@@ -11,11 +13,16 @@ namespace {
 using zelor::fuzz::require;
 
 void judge(const zelor::agent::Setting& setting, const std::string& root) {
-    const bool path = setting.key == "Log.File" || setting.key == "ScanManager.InstallPath" ||
-                      setting.key == "Buffer.UnzipFolder" || setting.key == "Buffer.PatchesDir" ||
-                      (setting.key == "Repository.TrustedKey" && !setting.value.empty());
-    const bool number = setting.key == "Buffer.PatchesDirSizeMB" || setting.key == "Buffer.SpeedPercent" ||
-                        setting.key == "Limits.CommandMinutes";
+    const auto& table = zelor::agent::settingsTable();
+    const auto entry = std::find_if(table.begin(), table.end(), [&](const zelor::agent::SettingEntry& one) {
+        return one.name() == setting.key;
+    });
+    require(entry != table.end(), "a setting is in the table");
+    const bool path = entry->type == zelor::agent::SettingType::path && !setting.value.empty();
+    const bool number = entry->type == zelor::agent::SettingType::number;
+    if (!setting.value.empty()) {
+        require(path || zelor::agent::valueProblem(entry->type, setting.value).empty(), "a value is usable");
+    }
     if (path) {
         require(setting.value.compare(0, root.size() + 1, root + "/") == 0, "a path is below the root");
         require((setting.value + "/").find("/../") == std::string::npos, "a path does not climb");
@@ -36,9 +43,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     zelor::test::writeFile(file, zelor::fuzz::textOf(data, size));
     const auto settings = zelor::agent::AgentSettings::load(file);
     require(settings->all().size() == known, "every setting is there");
+    require(settings->warnings().size() <= 22, "warnings are bounded");
     for (const zelor::agent::Setting& setting : settings->all())
         judge(setting, getSystemRoot());
-    require(zelor::platform::readIniFile(file).has_value(), "a file that is there has a tree");
+    require(zelor::platform::readIniFile(file) != nullptr, "a file that is there has a tree");
     const auto limit = zelor::platform::commandLimit();
     require(limit.count() >= 0 && limit <= std::chrono::hours(366 * 24), "a command's limit is sane");
     return 0;

@@ -41,7 +41,7 @@ constexpr std::size_t kFilesKept = 8;
 std::shared_ptr<const ptree> readIniFile(const std::string& path) {
     // Kept to the very end of the process: a run's thread may outlive main().
     static Cache& cache = *new Cache;
-    const base::FileStamp stamp = base::fileStamp(path);
+    const base::FileStamp stamp = base::stampOf(path);
     if (!stamp.exists) return nullptr;
     {
         const std::lock_guard<std::mutex> lock(cache.mutex);

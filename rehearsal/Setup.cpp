@@ -1,7 +1,10 @@
 #include "rehearsal/Setup.h"
 
+#include <fcntl.h>
+
 #include <algorithm>
 #include <boost/filesystem.hpp>
+#include <cerrno>
 #include <stdexcept>
 
 #include "agent/Files.h"
@@ -29,6 +32,20 @@ void makeName(const fs::path& link, const std::string& program) {
     if (error) throw std::runtime_error("cannot make " + link.string() + ": " + error.message());
 }
 
+/// What the agent on this Mac reads about it; files of the root's own stay.
+void describeMac(const MacState& state) {
+    const std::string folder = state.root + "/etc/zelor";
+    if (!agent::makeFolders(folder)) throw std::runtime_error("cannot make the folder " + folder);
+    const auto place = [&](const std::string& name, const std::string& text) {
+        const std::string path = folder + '/' + name;
+        const base::UniqueFd file = base::openFile(path, O_WRONLY | O_CREAT | O_EXCL);
+        if (file ? !base::writeAll(file.get(), text) : errno != EEXIST)
+            throw std::runtime_error("cannot write " + path + ": " + agent::errorText(errno));
+    };
+    place("build", "platform = macos\n");
+    place("zelor.ini", "[ScanManager]\nProfileId = " + state.productName + ' ' + state.productVersion + '\n');
+}
+
 }  // namespace
 
 void makeMac(const std::string& toolsFolder, const std::string& program, const MacOrder& order) {
@@ -38,6 +55,7 @@ void makeMac(const std::string& toolsFolder, const std::string& program, const M
     const std::string tools = fs::canonical(toolsFolder).string();
     state.root = usableRoot(order.root.empty() ? tools + "/root" : order.root);
     StateFolder(tools).create(state);
+    describeMac(state);
     for (const Tool tool : allTools())
         makeName(fs::path(tools) / nameOf(tool), program);
     makeName(fs::path(tools) / "zelor-rehearsal", program);

@@ -36,7 +36,7 @@ bool isFresh(const CachedContent& cached, std::uint64_t run) {
 
 SignatureVerdict checkSignature(const SignedContent& content) {
     const auto settings = AgentSettings::current();
-    const std::string& key = settings->get("Repository.TrustedKey");
+    const std::string& key = settings->values().trustedKey;
     if (key.empty()) {
         return {false, "Repository.TrustedKey is not set; name the public key in " + settings->iniFile()};
     }

@@ -11,7 +11,7 @@
 namespace zelor::agent {
 
 std::string repositoryUrl(const AgentSettings& settings) {
-    std::string url = settings.get("Repository.Url");
+    std::string url = settings.values().repositoryUrl;
     if (url.empty()) {
         throw std::runtime_error("Repository.Url is not set; name the repository in " + settings.iniFile());
     }

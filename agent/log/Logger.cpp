@@ -67,6 +67,11 @@ std::optional<Priority::Value> priorityOf(const std::string& level) {
     return std::nullopt;
 }
 
+Priority::Value priorityOf(zelor::agent::LogLevel level) {
+    if (level == zelor::agent::LogLevel::error) return Priority::ERROR;
+    return level == zelor::agent::LogLevel::info ? Priority::INFO : Priority::DEBUG;
+}
+
 /// What the log writes to; every member is guarded by `mutex`.
 class Outputs {
   public:
@@ -103,16 +108,10 @@ class Outputs {
         if (file_ != nullptr) category_.removeAppender(file_);
         file_ = nullptr;
         const auto settings = zelor::agent::AgentSettings::currentUnreported();
-        const std::string& level = settings->get("Log.Level");
-        const auto priority = priorityOf(level);
-        fileLevel_ = priority.value_or(Priority::DEBUG);
-        const std::string failure = attach(settings->get("Log.File"));
+        fileLevel_ = priorityOf(settings->values().logLevel);
+        const std::string failure = attach(settings->values().logFile);
         setLevels();
         if (!failure.empty()) category_.error(failure);
-        if (!priority) {
-            category_.error("[Logger] " + settings->iniFile() + ": Log.Level = \"" + level +
-                            "\" is not debug, info or error; taking debug");
-        }
         settings->reportProblems([this](const std::string& line) { category_.error(line); });
     }
 

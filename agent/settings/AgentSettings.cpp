@@ -1,7 +1,5 @@
 #include "agent/AgentSettings.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <boost/algorithm/string.hpp>
 #include <boost/property_tree/ini_parser.hpp>
@@ -10,13 +8,10 @@
 #include <mutex>
 #include <sstream>
 #include <stdexcept>
-#include <tuple>
 
 #include "agent/Files.h"
-#include "base/Strings.h"
-#include "base/SystemCalls.h"
+#include "agent/settings/SettingsTable.h"
 #include "base/SystemRoot.h"
-#include "collaborators/Common.h"
 #include "platform/Log.h"
 
 namespace zelor::agent {
@@ -25,44 +20,8 @@ namespace {
 
 constexpr std::size_t iniBytesLimit = 1U << 20U;
 
-enum class Kind { text, path, number };
-
-struct Documented {
-    const char* key;
-    const char* fallback;
-    Kind kind;
-};
-
-constexpr Documented documented[] = {
-    {"ScanManager.ProfileId", "Mac OS X 10.10", Kind::text},
-    {"ScanManager.InstallPath", "/opt/zelor", Kind::path},
-    {"Repository.Url", "", Kind::text},
-    {"Repository.TrustedKey", "", Kind::path},
-    {"Buffer.UnzipFolder", "/var/zelor/unzip", Kind::path},
-    {"Buffer.PatchesDir", "/var/zelor/buffer", Kind::path},
-    {"Buffer.PatchesDirSizeMB", "2000", Kind::number},
-    {"Buffer.SpeedPercent", "25", Kind::number},
-    {"Installation.VendorProducts", "silent", Kind::text},
-    {"Installation.ThirdPartyProducts", "quiet", Kind::text},
-    {"Limits.CommandMinutes", "0", Kind::number},
-    {"Log.File", "/var/log/zelor/remediation.log", Kind::path},
-    {"Log.Level", "debug", Kind::text},
-};
-
-/// Why a configured value cannot be used, "" when it can.
-std::string valueProblem(Kind kind, const std::string& value) {
-    if (kind == Kind::number) {
-        const bool digits =
-            std::all_of(value.begin(), value.end(), [](char c) { return c >= '0' && c <= '9'; });
-        return digits && value.size() <= 9 ? "" : "is not a whole number of at most nine digits";
-    }
-    if (kind == Kind::path) {
-        if (value.front() != '/') return "is not an absolute path";
-        if (base::hasControlCharacter(value)) return "is a path with a control character";
-        if (boost::contains(value + "/", "/../")) return "is a path with \"..\"";
-    }
-    return "";
-}
+// A file that is something else altogether has thousands.
+constexpr std::size_t warningsLimit = 20;
 
 /// The tree of a well-formed ini text; throws std::runtime_error otherwise.
 boost::property_tree::ptree readTree(const std::string& iniFile) {
@@ -77,28 +36,33 @@ boost::property_tree::ptree readTree(const std::string& iniFile) {
     return tree;
 }
 
-std::string belowRoot(const std::string& path) {
-    const std::string stripped = Common::StripTrailingSeparators(path);
-    return underSystemRoot(stripped.empty() ? "/" : stripped);
-}
-
-/// What tells one state of the file from another: nothing else in it is looked at.
-struct Stamp {
-    bool exists = false;
-    std::tuple<dev_t, ino_t, off_t, time_t, long> state{};
-    bool operator==(const Stamp& other) const { return exists == other.exists && state == other.state; }
-};
-
-Stamp stampOf(const std::string& iniFile) {
-    struct stat status {};
-    if (::stat(iniFile.c_str(), &status) != 0) return {};
-    const timespec time = base::modificationTime(status);
-    return {true, {status.st_dev, status.st_ino, status.st_size, time.tv_sec, time.tv_nsec}};
+/// The unknown keys of the file, each with the nearest known one.
+std::vector<std::string> unknownKeys(const boost::property_tree::ptree& tree) {
+    std::vector<std::string> unknown;
+    const auto add = [&](const std::string& section, const std::string& key) {
+        const std::string nearest = nearestKey(section, key);
+        unknown.push_back(
+            (section.empty() ? key + " outside the sections" : "[" + section + "] " + key) +
+            " is not a known key and is ignored; " +
+            (nearest.empty() ? "the manual page lists the known ones" : "the nearest one is " + nearest));
+    };
+    for (const auto& top : tree) {
+        if (top.second.empty()) add("", top.first);
+        for (const auto& inner : top.second) {
+            if (!isKnownKey(top.first, inner.first)) add(top.first, inner.first);
+        }
+    }
+    if (unknown.size() > warningsLimit) {
+        const std::size_t more = unknown.size() - warningsLimit;
+        unknown.resize(warningsLimit);
+        unknown.push_back(std::to_string(more) + " more keys are not known");
+    }
+    return unknown;
 }
 
 struct Cache {
     struct Entry {
-        Stamp stamp;
+        base::FileStamp stamp;
         std::shared_ptr<const AgentSettings> settings;
     };
     std::mutex mutex;
@@ -108,10 +72,10 @@ struct Cache {
 std::shared_ptr<const AgentSettings> cachedUnreported(const std::string& iniFile) {
     // Kept to the very end of the process: a run's thread may outlive main().
     static Cache& cache = *new Cache;
-    const Stamp stamp = stampOf(iniFile);
+    const base::FileStamp stamp = base::stampOf(iniFile);
     const std::lock_guard<std::mutex> lock(cache.mutex);
     Cache::Entry& entry = cache.byRootAndFile[getSystemRoot() + '\0' + iniFile];
-    if (!entry.settings || !(entry.stamp == stamp)) entry = {stamp, AgentSettings::load(iniFile)};
+    if (!entry.settings || entry.stamp != stamp) entry = {stamp, AgentSettings::load(iniFile)};
     return entry.settings;
 }
 
@@ -127,21 +91,10 @@ std::shared_ptr<const AgentSettings> AgentSettings::load(const std::string& iniF
         settings->problems_.push_back(std::string("[AgentSettings] ") + e.what() +
                                       "; all settings take their defaults until the file is put right");
     }
-    for (const Documented& known : documented) {
-        std::string value = boost::trim_copy(tree.get(known.key, std::string()));
-        const std::string problem = value.empty() ? "" : valueProblem(known.kind, value);
-        if (!problem.empty()) {
-            std::string line = "[AgentSettings] " + iniFile + ": ";
-            line.append(known.key).append(" = \"").append(value).append("\" ").append(problem);
-            line.append("; taking the default \"").append(known.fallback).append("\"");
-            settings->problems_.push_back(line);
-            value.clear();
-        }
-        const bool fromFile = !value.empty();
-        if (!fromFile) value = known.fallback;
-        if (known.kind == Kind::path && !value.empty()) value = belowRoot(value);
-        settings->settings_.push_back({known.key, value, fromFile});
-    }
+    for (const SettingEntry& known : settingsTable())
+        settings->take(known, boost::trim_copy(tree.get(known.name(), std::string())));
+    for (const std::string& unknown : unknownKeys(tree))
+        settings->warnings_.push_back("[AgentSettings] " + iniFile + ": " + unknown);
     return settings;
 }
 
@@ -159,16 +112,28 @@ std::shared_ptr<const AgentSettings> AgentSettings::currentUnreported() {
     return cachedUnreported(underSystemRoot(agentIniFile));
 }
 
-const std::string& AgentSettings::get(const std::string& key) const {
-    static const std::string none;
-    const auto found = std::find_if(settings_.begin(), settings_.end(),
-                                    [&](const Setting& setting) { return setting.key == key; });
-    return found == settings_.end() ? none : found->value;
+void AgentSettings::take(const SettingEntry& known, std::string value) {
+    const std::string problem = value.empty() ? "" : valueProblem(known.type, value);
+    if (!problem.empty()) {
+        std::string line = "[AgentSettings] " + iniFile_ + ": " + known.name();
+        line.append(" = \"").append(value).append("\" ").append(problem);
+        line.append("; taking the default \"").append(known.fallback).append("\"");
+        // The log works at any level.
+        (known.type == SettingType::level ? warnings_ : problems_).push_back(line);
+        value.clear();
+    }
+    const bool fromFile = !value.empty();
+    if (!fromFile) value = known.fallback;
+    storeValue(known, value, values_);
+    if (known.type == SettingType::path) value = values_.*std::get<std::string Settings::*>(known.field);
+    settings_.push_back({known.name(), value, fromFile});
 }
 
 void AgentSettings::reportProblems(const std::function<void(const std::string& line)>& report) const {
     if (reported_.exchange(true)) return;
     for (const std::string& line : problems_)
+        report(line);
+    for (const std::string& line : warnings_)
         report(line);
 }
 

@@ -23,7 +23,7 @@ bool exists(const std::string& path) {
 std::set<std::string> CacheStore::GetSplCaseCPEs() {
     std::set<std::string> cpes;
     const std::string path =
-        zelor::agent::AgentSettings::current()->get("ScanManager.InstallPath") + "/special-case-cpes.txt";
+        zelor::agent::AgentSettings::current()->values().installPath + "/special-case-cpes.txt";
     if (!exists(path)) return cpes;
     try {
         std::istringstream text(zelor::agent::readBounded(path, fileBytesLimit));

@@ -8,10 +8,9 @@
 
 namespace {
 
-std::string setting(const std::string& configFile, const std::string& key) {
-    const auto settings = configFile.empty() ? zelor::agent::AgentSettings::current()
-                                             : zelor::agent::AgentSettings::cached(configFile);
-    return settings->get(key);
+std::shared_ptr<const zelor::agent::AgentSettings> settingsOf(const std::string& configFile) {
+    return configFile.empty() ? zelor::agent::AgentSettings::current()
+                              : zelor::agent::AgentSettings::cached(configFile);
 }
 
 struct Instances {
@@ -34,25 +33,25 @@ ConfigurationManager* ConfigurationManager::GetInstance(std::string configFile) 
 }
 
 std::string ConfigurationManager::getUnzipFileFolder() {
-    return setting(configFile_, "Buffer.UnzipFolder");
+    return settingsOf(configFile_)->values().unzipFolder;
 }
 
 std::string ConfigurationManager::getBufferPatchesDir() {
-    return setting(configFile_, "Buffer.PatchesDir");
+    return settingsOf(configFile_)->values().patchesDir;
 }
 
 std::string ConfigurationManager::getBufferPatchesDirSize() {
-    return setting(configFile_, "Buffer.PatchesDirSizeMB");
+    return std::to_string(settingsOf(configFile_)->values().patchesDirSizeMB);
 }
 
 std::string ConfigurationManager::getBufferSpeedPercent() {
-    return setting(configFile_, "Buffer.SpeedPercent");
+    return std::to_string(settingsOf(configFile_)->values().speedPercent);
 }
 
 std::string ConfigurationManager::getVendorProductInstallationType() {
-    return setting(configFile_, "Installation.VendorProducts");
+    return settingsOf(configFile_)->values().vendorProducts;
 }
 
 std::string ConfigurationManager::getThirdPartyProductInstallationType() {
-    return setting(configFile_, "Installation.ThirdPartyProducts");
+    return settingsOf(configFile_)->values().thirdPartyProducts;
 }

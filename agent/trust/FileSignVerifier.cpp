@@ -11,7 +11,7 @@ namespace {
 zelor::agent::SignatureVerdict check(const std::string& path, const std::string& signatureFile) {
     try {
         const auto settings = zelor::agent::AgentSettings::current();
-        const std::string& key = settings->get("Repository.TrustedKey");
+        const std::string& key = settings->values().trustedKey;
         if (key.empty()) {
             return {false, "no trusted key: set TrustedKey in section Repository of " + settings->iniFile()};
         }

@@ -71,7 +71,7 @@ std::string signatureProblem(const std::string& archive, const std::string& file
         const std::string signature =
             remediation::signaturePath(fileName, remediation::splitAtLastDot(fileName)->extension);
         return agent::verifyPath(folder.path() + '/' + fileName, folder.path() + '/' + signature,
-                                 settings.get("Repository.TrustedKey"))
+                                 settings.values().trustedKey)
             .reason;
     } catch (const std::exception& e) {
         return e.what();
@@ -97,6 +97,8 @@ class Looker {
         PlanFacts known = facts(buffer);
         known.invalid = requests.invalid;
         Plan plan = makePlan(requests.all, known);
+        const auto& unknown = place_.settings->warnings();
+        plan.warnings.insert(plan.warnings.end(), unknown.begin(), unknown.end());
         if (!buffer) {
             plan.warnings.emplace_back(
                 "the buffered patches are not used, since others have a hand in their folders; the log says "
@@ -114,7 +116,7 @@ class Looker {
         PlanFacts facts;
         facts.platformCpe = status_.platformCpe;
         facts.specialCases = CacheStore::GetSplCaseCPEs();
-        facts.vendorInstallation = place_.settings->get("Installation.VendorProducts");
+        facts.vendorInstallation = place_.settings->values().vendorProducts;
         facts.contentDir = place_.contentDir;
         facts.applications = underSystemRoot(APPFOLDER);
         facts.mountPoint = underSystemRoot(platform::diskImageMountPoint);
@@ -144,7 +146,7 @@ class Looker {
         facts.productVersion = [this] { return status_.productVersion; };
         facts.signatureProblem = [this](const std::string& archive, const std::string& fileName) {
             stopIfAsked();
-            return signatureProblem(place_.settings->get("Buffer.PatchesDir") + '/' + archive, fileName,
+            return signatureProblem(place_.settings->values().patchesDir + '/' + archive, fileName,
                                     *place_.settings);
         };
         return facts;

@@ -124,7 +124,7 @@ class Run {
         facts_.productName = system.productName;
         facts_.productVersion = system.productVersion;
         facts_.platformCpe = system.platformCpe;
-        facts_.repository = agent::withoutCredentials(place_.settings->get("Repository.Url"));
+        facts_.repository = agent::withoutCredentials(place_.settings->values().repositoryUrl);
         facts_.started = std::chrono::system_clock::now();
     }
 
@@ -138,7 +138,7 @@ class Run {
         if (eventOutput_) written &= isWritten(eventOutput_->problem());
         if (!options_.talk.quiet) {
             const std::string summary = runSummary(table_, valuesBeforeCancel(), flags,
-                                                   place_.settings->get("Log.File"), facts_.seconds);
+                                                   place_.settings->values().logFile, facts_.seconds);
             written &= isWritten(writeTalk(talkFd_, summary));
         }
         return written;
@@ -175,7 +175,7 @@ class Run {
 
     std::string makeReport(const RunFlags& flags) const {
         RunReport report{table_, timeline_.spans(table_.results().size()), flags, cancelled_,
-                         facts_, place_.settings->get("Log.File"),         {},    {}};
+                         facts_, place_.settings->values().logFile,        {},    {}};
         report.reasonOf = [this](const Result& result) { return record_.reason(result); };
         report.outcomeOf = [this](const Result& result) { return record_.outcome(result); };
         return writeOutput(options_.report, [&](std::ostream& out) { writeReportPage(out, report); });

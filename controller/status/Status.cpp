@@ -10,6 +10,7 @@
 #include "base/CommandRunner.h"
 #include "base/Strings.h"
 #include "base/SystemRoot.h"
+#include "platform/AgentIni.h"
 #include "platform/macos/MacPatchManager.h"
 #include "remediation/buffer/PatchSize.h"
 #include "remediation/fetch/PatchName.h"
@@ -51,11 +52,11 @@ std::vector<SizedFile> filesIn(const std::string& folder) {
 }
 
 void lookAtBuffer(const Place& place, Status& status) {
-    status.bufferedList = textOf(place.settings->get("Buffer.UnzipFolder") + bufferedList);
+    status.bufferedList = textOf(place.settings->values().unzipFolder + bufferedList);
     status.buffered = parseBufferedList(status.bufferedList);
-    status.bufferFiles = filesIn(place.settings->get("Buffer.PatchesDir"));
+    status.bufferFiles = filesIn(place.settings->values().patchesDir);
     status.unlisted = status.bufferFiles;
-    status.budgetBytes = remediation::budgetBytes(place.settings->get("Buffer.PatchesDirSizeMB"));
+    status.budgetBytes = remediation::budgetBytes(std::to_string(place.settings->values().patchesDirSizeMB));
     for (const SizedFile& file : status.unlisted)
         status.bufferBytes += file.bytes;
     std::set<std::string> listed;
@@ -101,7 +102,12 @@ Status gatherStatus(const Place& place) {
     for (agent::Setting& setting : status.settings) {
         if (setting.key == "Repository.Url") setting.value = agent::withoutCredentials(setting.value);
     }
-    place.settings->reportProblems([&](const std::string& line) { status.problems.push_back(line); });
+    status.problems = place.settings->problems();
+    const auto& warnings = place.settings->warnings();
+    status.problems.insert(status.problems.end(), warnings.begin(), warnings.end());
+    status.buildFile = underSystemRoot(MPMBUILDFILE);
+    if (const auto build = platform::readIniFile(status.buildFile))
+        status.buildPlatform = build->get(MPMPLATFORM, std::string());
     status.recordFile = underSystemRoot(installedRecord);
     std::istringstream record(textOf(status.recordFile));
     for (std::string line; std::getline(record, line);)

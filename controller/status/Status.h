@@ -35,9 +35,11 @@ struct Status {
     std::string productName;
     std::string productVersion;
     std::string platformCpe;
+    std::string buildFile;
+    std::string buildPlatform;  ///< as the agent's build file says; "" when it does not
     std::string iniFile;
     std::vector<agent::Setting> settings;
-    std::vector<std::string> problems;  ///< of the settings
+    std::vector<std::string> problems;  ///< of the settings, and what they hold in vain
     std::string recordFile;
     std::vector<std::string> recorded;  ///< ERI ids, oldest first
     std::string bufferedList;           ///< the text of the buffered-patches list

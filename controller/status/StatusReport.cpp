@@ -24,7 +24,8 @@ std::string orNone(const std::string& text, const std::string& none) {
 std::string platformText(const Status& status) {
     return "Platform\n" + row("Product", 8, orNone(status.productName, "unknown: sw_vers says nothing")) +
            row("Version", 8, orNone(status.productVersion, "unknown")) +
-           row("CPE", 8, orNone(status.platformCpe, "none"));
+           row("CPE", 8, orNone(status.platformCpe, "none")) +
+           row("Build", 8, orNone(status.buildPlatform, "unknown: no platform in " + status.buildFile));
 }
 
 std::string settingsText(const Status& status) {
@@ -92,8 +93,10 @@ std::string statusText(const Status& status) {
 
 ordered_json statusJson(const Status& status) {
     ordered_json all;
-    all["platform"] = {
-        {"product", status.productName}, {"version", status.productVersion}, {"cpe", status.platformCpe}};
+    all["platform"] = {{"product", status.productName},
+                       {"version", status.productVersion},
+                       {"cpe", status.platformCpe},
+                       {"build", status.buildPlatform}};
     all["settingsFile"] = status.iniFile;
     all["settings"] = ordered_json::object();
     for (const agent::Setting& setting : status.settings) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -13,10 +14,31 @@ namespace zelor::agent {
 /// The agent's own ini file, before the system root.
 inline constexpr const char* agentIniFile = "/etc/zelor/zelor.ini";
 
+struct SettingEntry;
+
+enum class LogLevel { debug, info, error };
+
+/// The values in force. Paths are absolute and below the system root.
+struct Settings {
+    std::string profileId;  ///< "" when the file names none
+    std::string installPath;
+    std::string repositoryUrl;  ///< as in the file, "" when it names none
+    std::string trustedKey;     ///< "" when the file names none
+    std::string unzipFolder;
+    std::string patchesDir;
+    std::uint32_t patchesDirSizeMB = 0;
+    std::uint32_t speedPercent = 0;
+    std::string vendorProducts;
+    std::string thirdPartyProducts;
+    std::uint32_t commandMinutes = 0;  ///< 0: no limit
+    std::string logFile;
+    LogLevel logLevel = LogLevel::debug;
+};
+
 /// One setting in force and whether the ini file set it (else: the documented default).
 struct Setting {
-    std::string key;  ///< "Section.Key" as in the ini file
-    std::string value;
+    std::string key;    ///< "Section.Key" as in the ini file
+    std::string value;  ///< as text
     bool fromFile = false;
 };
 
@@ -36,17 +58,24 @@ class ZELOR_API AgentSettings {
     static std::shared_ptr<const AgentSettings> currentUnreported();
 
     const std::string& iniFile() const { return iniFile_; }
-    /// The value of "Section.Key", "" for an unknown or unset one.
-    const std::string& get(const std::string& key) const;
+    const Settings& values() const { return values_; }
     /// Every documented setting in documented order.
     const std::vector<Setting>& all() const { return settings_; }
-    /// Hands each problem of the reading to `report`, the first time it is called; later calls do nothing.
+    /// What makes the file, or a value in it, unusable.
+    const std::vector<std::string>& problems() const { return problems_; }
+    /// What the file holds in vain: unknown keys, with the nearest known one.
+    const std::vector<std::string>& warnings() const { return warnings_; }
+    /// Hands each problem and each warning to `report`, the first time it is called; later calls do nothing.
     void reportProblems(const std::function<void(const std::string& line)>& report) const;
 
   private:
+    void take(const SettingEntry& known, std::string value);
+
     std::string iniFile_;
+    Settings values_;
     std::vector<Setting> settings_;
     std::vector<std::string> problems_;
+    std::vector<std::string> warnings_;
     mutable std::atomic<bool> reported_{false};
 };
 

@@ -29,7 +29,7 @@ void InstalledRecord::forget() {
 }
 
 void InstalledRecord::refresh(const std::string& path) {
-    const base::FileStamp now = base::fileStamp(path);
+    const base::FileStamp now = base::stampOf(path);
     if (now.exists && settled_ && path == path_ && now == stamp_) return;
     forget();
     std::string problem;
@@ -38,7 +38,7 @@ void InstalledRecord::refresh(const std::string& path) {
     struct stat info {};
     if (!fd || fstat(fd.get(), &info) != 0) return;
     path_ = path;
-    stamp_ = base::fileStamp(info);
+    stamp_ = base::stampOf(info);
     settled_ = readLines(fd.get()) == stamp_.size && !base::changedRecently(stamp_);
     reportDamage();
 }
@@ -100,14 +100,14 @@ bool InstalledRecord::append(const std::string& path, const std::string& line, s
     if (before.st_size == 0) {
         forget();
         path_ = path;
-        stamp_ = base::fileStamp(before);
+        stamp_ = base::stampOf(before);
     }
     const std::size_t added = (unfinished_.empty() ? 0 : 1) + line.size() + 1;
-    const bool alone = path == path_ && base::fileStamp(before) == stamp_ &&
+    const bool alone = path == path_ && base::stampOf(before) == stamp_ &&
                        after.st_size == before.st_size + static_cast<off_t>(added);
     if (known && alone) {
         takeAppended(line);
-        stamp_ = base::fileStamp(after);
+        stamp_ = base::stampOf(after);
         settled_ = true;
     }
     return true;

@@ -18,7 +18,7 @@ bool bufferedLineMatches(const std::string& line, const std::string& patchName, 
 }
 
 bool BufferedList::isCurrent(const std::string& path) const {
-    const base::FileStamp now = base::fileStamp(path);
+    const base::FileStamp now = base::stampOf(path);
     return path == path_ && now == stamp_ && (settled_ || !now.exists);
 }
 
@@ -30,7 +30,7 @@ void BufferedList::read(const std::string& path) {
     const base::UniqueFd fd = base::openFile(path, O_RDONLY | O_NONBLOCK);
     struct stat info {};
     if (!fd || fstat(fd.get(), &info) != 0) return;
-    stamp_ = base::fileStamp(info);
+    stamp_ = base::stampOf(info);
     std::vector<char> chunk(std::size_t{1} << 16);
     for (;;) {
         const ssize_t count = ::read(fd.get(), chunk.data(), chunk.size());

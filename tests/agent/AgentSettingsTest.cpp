@@ -1,7 +1,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <regex>
+#include <sstream>
+
 #include "agent/AgentSettings.h"
+#include "agent/settings/SettingsTable.h"
 #include "base/SystemRoot.h"
 #include "collaborators/CacheStore.h"
 #include "collaborators/ConfigurationManager.h"
@@ -29,13 +33,19 @@ struct AgentSettingsTest : testing::Test {
         settings.reportProblems([&](const std::string& line) { all += line + "\n"; });
         return all;
     }
+    static std::string valueOf(const AgentSettings& settings, const std::string& key) {
+        for (const Setting& setting : settings.all()) {
+            if (setting.key == key) return setting.value;
+        }
+        return "no such key";
+    }
     std::string logText() { return readFile(root / "var/log/zelor/remediation.log"); }
 };
 
 TEST_F(AgentSettingsTest, EveryKeyHasItsDefaultBelowTheRoot) {
     const auto settings = AgentSettings::load(ini("# nothing set\n"));
     const std::vector<std::pair<std::string, std::string>> expected = {
-        {"ScanManager.ProfileId", "Mac OS X 10.10"},
+        {"ScanManager.ProfileId", ""},
         {"ScanManager.InstallPath", root / "opt/zelor"},
         {"Repository.Url", ""},
         {"Repository.TrustedKey", ""},
@@ -55,7 +65,8 @@ TEST_F(AgentSettingsTest, EveryKeyHasItsDefaultBelowTheRoot) {
         EXPECT_EQ(settings->all()[i].value, expected[i].second) << expected[i].first;
         EXPECT_FALSE(settings->all()[i].fromFile);
     }
-    EXPECT_EQ(settings->get("Buffer.Unknown"), "");
+    EXPECT_EQ(settings->values().commandMinutes, 0U);
+    EXPECT_EQ(settings->values().logLevel, LogLevel::debug);
     EXPECT_THAT(problemsOf(*settings), IsEmpty());
 }
 
@@ -63,13 +74,13 @@ TEST_F(AgentSettingsTest, TakesWhatTheFileSets) {
     const auto settings = AgentSettings::load(
         ini("[Buffer]\nSpeedPercent =  40 \nPatchesDir = /data/patches/\nPatchesDirSizeMB =\n"
             "[Repository]\nUrl = http://127.0.0.1:8000/a=b\nTrustedKey = /etc/zelor/key.pem\n"));
-    EXPECT_EQ(settings->get("Buffer.SpeedPercent"), "40");
-    EXPECT_EQ(settings->get("Buffer.PatchesDir"), root / "data/patches");
-    EXPECT_EQ(settings->get("Buffer.PatchesDirSizeMB"), "2000") << "an empty value counts as unset";
-    EXPECT_EQ(settings->get("Repository.Url"), "http://127.0.0.1:8000/a=b");
-    EXPECT_EQ(settings->get("Repository.TrustedKey"), root / "etc/zelor/key.pem");
+    EXPECT_EQ(valueOf(*settings, "Buffer.SpeedPercent"), "40");
+    EXPECT_EQ(valueOf(*settings, "Buffer.PatchesDir"), root / "data/patches");
+    EXPECT_EQ(valueOf(*settings, "Buffer.PatchesDirSizeMB"), "2000") << "an empty value counts as unset";
+    EXPECT_EQ(valueOf(*settings, "Repository.Url"), "http://127.0.0.1:8000/a=b");
+    EXPECT_EQ(valueOf(*settings, "Repository.TrustedKey"), root / "etc/zelor/key.pem");
     setSystemRoot("");
-    EXPECT_EQ(AgentSettings::load(settings->iniFile())->get("Buffer.PatchesDir"), "/data/patches");
+    EXPECT_EQ(valueOf(*AgentSettings::load(settings->iniFile()), "Buffer.PatchesDir"), "/data/patches");
 }
 
 TEST_F(AgentSettingsTest, UnusableFilesGiveAllDefaultsAndOneProblem) {
@@ -87,7 +98,7 @@ TEST_F(AgentSettingsTest, UnusableFilesGiveAllDefaultsAndOneProblem) {
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         const auto settings = AgentSettings::load(ini(c.text));
-        EXPECT_EQ(settings->get("Buffer.SpeedPercent"), "25");
+        EXPECT_EQ(valueOf(*settings, "Buffer.SpeedPercent"), "25");
         const std::string problems = problemsOf(*settings);
         EXPECT_THAT(problems, HasSubstr(settings->iniFile()));
         EXPECT_THAT(problems, HasSubstr(c.told));
@@ -101,21 +112,107 @@ TEST_F(AgentSettingsTest, UnusableValuesGiveTheDefaultOfTheirKeyAlone) {
     const auto settings = AgentSettings::load(
         ini("[Buffer]\nSpeedPercent = a lot\nPatchesDirSizeMB = 7\nUnzipFolder = relative\n"
             "PatchesDir = /var/../../up\n[Limits]\nCommandMinutes = -1\n"));
-    EXPECT_EQ(settings->get("Buffer.SpeedPercent"), "25");
-    EXPECT_EQ(settings->get("Buffer.PatchesDirSizeMB"), "7");
-    EXPECT_EQ(settings->get("Buffer.UnzipFolder"), root / "var/zelor/unzip");
-    EXPECT_EQ(settings->get("Buffer.PatchesDir"), root / "var/zelor/buffer");
-    EXPECT_EQ(settings->get("Limits.CommandMinutes"), "0");
+    EXPECT_EQ(valueOf(*settings, "Buffer.SpeedPercent"), "25");
+    EXPECT_EQ(valueOf(*settings, "Buffer.PatchesDirSizeMB"), "7");
+    EXPECT_EQ(valueOf(*settings, "Buffer.UnzipFolder"), root / "var/zelor/unzip");
+    EXPECT_EQ(valueOf(*settings, "Buffer.PatchesDir"), root / "var/zelor/buffer");
+    EXPECT_EQ(valueOf(*settings, "Limits.CommandMinutes"), "0");
     EXPECT_THAT(problemsOf(*settings), HasSubstr("Buffer.SpeedPercent = \"a lot\""));
+}
+
+TEST_F(AgentSettingsTest, UnknownNamesAreWarnedOfWithTheNearestKnownOne) {
+    struct {
+        const char* text;
+        const char* warning;  ///< "" for none
+    } const rows[] = {
+        {"[Bufer]\nSpeedPercent = 40\n",
+         "[Bufer] SpeedPercent is not a known key and is ignored; "
+         "the nearest one is [Buffer] SpeedPercent"},
+        {"[Buffer]\nspeedpercent = 40\n", "nearest one is [Buffer] SpeedPercent"},
+        {"[Buffer]\nUrl = http://x\n",
+         "[Buffer] Url is not a known key and is ignored; "
+         "the nearest one is [Repository] Url"},
+        {"[Log]\nFiles = /x\n", "nearest one is [Log] File"},
+        {"[Limits]\nUmbrella = 1\n", "[Limits] Umbrella is not a known key and is ignored; the manual page"},
+        {"Url = http://x\n",
+         "Url outside the sections is not a known key and is ignored; "
+         "the nearest one is [Repository] Url"},
+        {"[repository]\nurl = http://x\n", "nearest one is [Repository] Url"},
+        {"[Log]\nLevel = loud\n", "Log.Level = \"loud\" is not debug, info or error; taking the default"},
+        {"[Buffer]\n[Limits]\nCommandMinutes = 1\n", ""},
+    };
+    for (const auto& row : rows) {
+        const auto settings = AgentSettings::load(ini(row.text));
+        EXPECT_THAT(settings->problems(), IsEmpty()) << row.text;
+        if (*row.warning == '\0') {
+            EXPECT_THAT(settings->warnings(), IsEmpty()) << row.text;
+        } else {
+            EXPECT_THAT(settings->warnings(), testing::ElementsAre(HasSubstr(row.warning))) << row.text;
+        }
+    }
+    std::string many = "[" + std::string(100000, 'x') + "]\n";
+    for (int i = 0; i < 1000; ++i)
+        many += "key" + std::to_string(i) + " = 1\n";
+    EXPECT_EQ(AgentSettings::load(ini(many))->warnings().size(), 21U) << "bounded";
+}
+
+/// The rows of a page as "Section.Key", their default and the text that follows.
+struct PageRow {
+    std::string name, fallback, text;
+};
+
+// What the pages say is what the table says, row by row.
+TEST_F(AgentSettingsTest, ThePagesSayWhatTheTableSays) {
+    std::vector<PageRow> page;
+    std::vector<PageRow> manual;
+    std::string section;
+    std::string sample;
+    std::istringstream markdown(readFile(std::string(ZELOR_DOCS) + "/configuration.md"));
+    bool inSample = false;
+    for (std::string line; std::getline(markdown, line);) {
+        if (line.rfind("```", 0) == 0)
+            inSample = line == "```ini";
+        else if (inSample)
+            sample += line + '\n';
+        std::smatch found;
+        if (std::regex_match(line, found, std::regex("### \\[(.*)\\]"))) section = found[1];
+        if (std::regex_match(line, found, std::regex("\\| `(\\w+)` \\| (none|`(.*?)`) \\| (.*)")))
+            page.push_back({section + '.' + found[1].str(), found[3], found[4]});
+    }
+    std::istringstream mdoc(readFile(std::string(ZELOR_DOCS) + "/man/zelor.ini.5"));
+    for (std::string line; std::getline(mdoc, line);) {
+        std::smatch found;
+        if (std::regex_match(line, found, std::regex("\\.Ss \\[(.*)\\]"))) section = found[1];
+        if (std::regex_match(line, found, std::regex("\\.It Cm (\\w+)( No = (.*))?"))) {
+            manual.push_back({section + '.' + found[1].str(), found[3], ""});
+        } else if (!manual.empty()) {
+            manual.back().text += line + ' ';
+        }
+    }
+    ASSERT_EQ(page.size(), settingsTable().size());
+    ASSERT_EQ(manual.size(), settingsTable().size());
+    for (std::size_t i = 0; i < page.size(); ++i) {
+        const SettingEntry& entry = settingsTable()[i];
+        for (const PageRow& row : {page[i], manual[i]}) {
+            EXPECT_EQ(row.name, entry.name());
+            EXPECT_EQ(row.fallback, entry.fallback) << entry.name();
+            EXPECT_THAT(row.text, HasSubstr(entry.meaning)) << entry.name();
+        }
+    }
+    const auto settings = AgentSettings::load(ini(sample));
+    EXPECT_THAT(settings->problems(), IsEmpty());
+    EXPECT_THAT(settings->warnings(), IsEmpty());
+    for (const Setting& setting : settings->all())
+        EXPECT_TRUE(setting.fromFile) << setting.key << " is missing in the sample";
 }
 
 TEST_F(AgentSettingsTest, CurrentFollowsTheFileAndTheRootAndLogsAProblemOnce) {
     ini("[Buffer]\nSpeedPercent = 40\n");
     const auto first = AgentSettings::current();
-    EXPECT_EQ(first->get("Buffer.SpeedPercent"), "40");
+    EXPECT_EQ(valueOf(*first, "Buffer.SpeedPercent"), "40");
     EXPECT_EQ(AgentSettings::current(), first) << "unchanged files are not read again";
     ini("[Buffer]\nSpeedPercent = 5\n");
-    EXPECT_EQ(AgentSettings::current()->get("Buffer.SpeedPercent"), "5");
+    EXPECT_EQ(valueOf(*AgentSettings::current(), "Buffer.SpeedPercent"), "5");
 
     ini("rubbish of quite another size\n");
     AgentSettings::current();
@@ -128,7 +225,7 @@ TEST_F(AgentSettingsTest, CurrentFollowsTheFileAndTheRootAndLogsAProblemOnce) {
     const TempDir other;
     writeFile(other / "etc/zelor/zelor.ini", "[Buffer]\nSpeedPercent = 60\n");
     setSystemRoot(other.path().string());
-    EXPECT_EQ(AgentSettings::current()->get("Buffer.SpeedPercent"), "60");
+    EXPECT_EQ(valueOf(*AgentSettings::current(), "Buffer.SpeedPercent"), "60");
 }
 
 TEST_F(AgentSettingsTest, ConfigurationManagerAnswersForItsFile) {

@@ -244,11 +244,11 @@ TEST(CommandLimit, ComesFromTheIniAndIsToldWhenItCuts) {
     const std::string ini = agent.dir / "etc/zelor/zelor.ini";
     zelor::test::writeFile(ini, "[Limits]\nCommandMinutes = 11\n");
     boost::filesystem::last_write_time(ini, 1);
-    EXPECT_EQ(zelor::base::commandLimit(), std::chrono::minutes(11));
+    EXPECT_EQ(zelor::platform::commandLimit(), std::chrono::minutes(11));
     zelor::test::replaceUnseen(ini, "[Limits]\nCommandMinutes = 22\n");
-    EXPECT_EQ(zelor::base::commandLimit(), std::chrono::minutes(11)) << "not parsed before each command";
+    EXPECT_EQ(zelor::platform::commandLimit(), std::chrono::minutes(11)) << "not parsed before each command";
     boost::filesystem::last_write_time(ini, 2);
-    EXPECT_EQ(zelor::base::commandLimit(), std::chrono::minutes(22)) << "but when it changed";
+    EXPECT_EQ(zelor::platform::commandLimit(), std::chrono::minutes(22)) << "but when it changed";
     CommandResult cut;
     cut.timedOut = true;
     zelor::platform::logCommandTrouble("installer -pkg x", cut);

@@ -359,5 +359,14 @@ TEST_F(PlanDecisions, KeepAccountOfTheBuffer) {
     EXPECT_EQ(only("cpe:/a:1", "CVE-1").steps.at(0).file->partialBytes, 5U);
 }
 
+TEST_F(ControllerTest, ThePlanWarnsOfSettingsThatAreNotKnown) {
+    const std::string ini = road.dir / "etc/zelor/zelor.ini";
+    writeFile(ini, readFile(ini) + "SpedPercent = 1\n");
+    const ControllerRun told = on("plan", {{"cpe:/o:apple:mac_os_x", "CCE-1"}});
+    EXPECT_THAT(told.out, HasSubstr("[Buffer] SpedPercent is not a known key"));
+    EXPECT_THAT(readFile(road.dir / "var/log/zelor/remediation.log"),
+                HasSubstr("nearest one is [Buffer] SpeedPercent"));
+}
+
 }  // namespace
 }  // namespace zelor::test

@@ -11,7 +11,8 @@ using testing::Not;
 TEST_F(ControllerTest, ShowsWhatThereIsAtAPlace) {
     const std::string ini = readFile(road.dir / "etc/zelor/zelor.ini");
     writeFile(road.dir / "etc/zelor/zelor.ini",
-              "[Log]\nLevel = loud\n[Limits]\nCommandMinutes = soon\n" + ini + "PatchesDirSizeMB = 4095\n");
+              "[Log]\nLevel = loud\n[Limits]\nCommandMinutes = soon\n[Bufer]\nSpeedPercent = 1\n" + ini +
+                  "PatchesDirSizeMB = 4095\n");
     writeFile(road.dir / "var/log/zelor/ZelorInstalledPatches.txt", "ERI-1\nERI-\x1b[2J2\n");
     writeFile(road.dir / "var/zelor/unzip/bufferdPatchesList.txt", "a-1.pkg=0a\nno entry\ngone.dmg=0b\n");
     writeFile(road.dir / "var/zelor/buffer/a-1.zip", std::string(2048, 'a'));
@@ -23,13 +24,14 @@ TEST_F(ControllerTest, ShowsWhatThereIsAtAPlace) {
     EXPECT_EQ(told.status, 0);
     for (const char* part :
          {"cpe:/o:apple:mac_os_x\n", "* Buffer.SpeedPercent", "  Buffer.UnzipFolder",
-          "CommandMinutes = \"soon\"", "Installed: 2 entries", "ERI-?[2J2", "PatchesDirSizeMB is too large",
-          "its archive is missing", "5 B, in no list", "Unfinished downloads: 1"}) {
+          "CommandMinutes = \"soon\"", "nearest one is [Buffer] SpeedPercent", "unknown: no platform in ",
+          "Installed: 2 entries", "ERI-?[2J2", "PatchesDirSizeMB is too large", "its archive is missing",
+          "5 B, in no list", "Unfinished downloads: 1"}) {
         EXPECT_THAT(told.out, HasSubstr(part));
     }
     const json status = json::parse(at("status", {"--json"}).out);
     EXPECT_EQ(status["platform"], json::parse(R"({"product": "Mac OS X", "version": "10.10.5",
-                                                  "cpe": "cpe:/o:apple:mac_os_x"})"));
+                                                  "cpe": "cpe:/o:apple:mac_os_x", "build": ""})"));
     EXPECT_EQ(status["settings"]["Buffer.SpeedPercent"],
               json::parse(R"({"value": "100", "source": "file"})"));
     EXPECT_EQ(status["settings"]["Limits.CommandMinutes"],

@@ -1,0 +1,122 @@
+#include "agent/settings/SettingsTable.h"
+
+#include <algorithm>
+#include <boost/algorithm/string/predicate.hpp>
+
+#include "base/Strings.h"
+#include "base/SystemRoot.h"
+#include "collaborators/Common.h"
+
+namespace zelor::agent {
+
+namespace {
+
+/// Longer names are nobody's typing error.
+constexpr std::size_t nameBytesLimit = 64;
+
+/// Different enough to be another word altogether?
+bool isNear(const std::string& one, const std::string& other, std::size_t distance) {
+    return distance * 3 <= std::max(one.size(), other.size());
+}
+
+std::string belowRoot(const std::string& path) {
+    const std::string stripped = Common::StripTrailingSeparators(path);
+    return underSystemRoot(stripped.empty() ? "/" : stripped);
+}
+
+LogLevel levelOf(const std::string& value) {
+    if (value == "info") return LogLevel::info;
+    return value == "error" ? LogLevel::error : LogLevel::debug;
+}
+
+}  // namespace
+
+const std::vector<SettingEntry>& settingsTable() {
+    using S = Settings;
+    using T = SettingType;
+    // Kept to the very end of the process: a run's thread may outlive main().
+    static const auto& table = *new std::vector<SettingEntry>{
+        {"ScanManager", "ProfileId", T::text, "",
+         "Name of the operating-system profile that the scanner works with.", &S::profileId},
+        {"ScanManager", "InstallPath", T::path, "/opt/zelor", "The agent's install directory.",
+         &S::installPath},
+        {"Repository", "Url", T::text, "", "Base address of the remediation repository, a static web server.",
+         &S::repositoryUrl},
+        {"Repository", "TrustedKey", T::path, "",
+         "PEM file with the public key or certificate that signatures are checked against.", &S::trustedKey},
+        {"Buffer", "UnzipFolder", T::path, "/var/zelor/unzip",
+         "Directory that holds the list of buffered patches.", &S::unzipFolder},
+        {"Buffer", "PatchesDir", T::path, "/var/zelor/buffer", "Directory that holds the buffered archives.",
+         &S::patchesDir},
+        {"Buffer", "PatchesDirSizeMB", T::number, "2000",
+         "Size in MiB that the buffered archives may reach together; at most 2047.", &S::patchesDirSizeMB},
+        {"Buffer", "SpeedPercent", T::number, "25",
+         "Share of the measured bandwidth, in percent, that buffering may use.", &S::speedPercent},
+        {"Installation", "VendorProducts", T::text, "silent",
+         "How operating-system updates are installed: interactive (any case) leaves them to the user, any "
+         "other "
+         "text installs them unattended.",
+         &S::vendorProducts},
+        {"Installation", "ThirdPartyProducts", T::text, "quiet",
+         "How products of other vendors are installed: nothing depends on it, they are always installed "
+         "unattended.",
+         &S::thirdPartyProducts},
+        {"Limits", "CommandMinutes", T::number, "0",
+         "Time in minutes that one external command may take; 0 means no limit.", &S::commandMinutes},
+        {"Log", "File", T::path, "/var/log/zelor/remediation.log", "The log file.", &S::logFile},
+        {"Log", "Level", T::level, "debug", "What goes to the log file: debug, info or error.", &S::logLevel},
+    };
+    return table;
+}
+
+std::string valueProblem(SettingType type, const std::string& value) {
+    if (type == SettingType::number) {
+        const bool digits =
+            std::all_of(value.begin(), value.end(), [](char c) { return c >= '0' && c <= '9'; });
+        return digits && value.size() <= 9 ? "" : "is not a whole number of at most nine digits";
+    }
+    if (type == SettingType::level) {
+        const bool known = value == "debug" || value == "info" || value == "error";
+        return known ? "" : "is not debug, info or error";
+    }
+    if (type == SettingType::path) {
+        if (value.front() != '/') return "is not an absolute path";
+        if (base::hasControlCharacter(value)) return "is a path with a control character";
+        if (boost::contains(value + "/", "/../")) return "is a path with \"..\"";
+    }
+    return "";
+}
+
+void storeValue(const SettingEntry& entry, const std::string& value, Settings& settings) {
+    if (const auto* text = std::get_if<std::string Settings::*>(&entry.field)) {
+        settings.*(*text) = entry.type == SettingType::path && !value.empty() ? belowRoot(value) : value;
+    } else if (const auto* number = std::get_if<std::uint32_t Settings::*>(&entry.field)) {
+        settings.*(*number) = static_cast<std::uint32_t>(std::stoul(value));
+    } else {
+        settings.*std::get<LogLevel Settings::*>(entry.field) = levelOf(value);
+    }
+}
+
+bool isKnownKey(const std::string& section, const std::string& key) {
+    const auto& table = settingsTable();
+    return std::any_of(table.begin(), table.end(), [&](const SettingEntry& entry) {
+        return section == entry.section && key == entry.key;
+    });
+}
+
+std::string nearestKey(const std::string& section, const std::string& key) {
+    if (key.size() > nameBytesLimit) return "";
+    std::string nearest;
+    std::size_t least = 0;
+    for (const SettingEntry& entry : settingsTable()) {
+        const std::size_t distance = base::editDistance(key, entry.key);
+        // Of two that are spelt alike, the one of the section that was meant.
+        const std::size_t cost = 2 * distance + (section == entry.section ? 0 : 1);
+        if (!isNear(key, entry.key, distance) || (!nearest.empty() && cost >= least)) continue;
+        nearest = std::string("[") + entry.section + "] " + entry.key;
+        least = cost;
+    }
+    return nearest;
+}
+
+}  // namespace zelor::agent

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "agent/AgentSettings.h"
+
+/// The one list of what the agent's ini file may hold: the reader, `status`, the documentation's test and the
+/// fuzz target work through it.
+namespace zelor::agent {
+
+enum class SettingType { text, path, number, level };
+
+struct SettingEntry {
+    const char* section;
+    const char* key;
+    SettingType type;
+    const char* fallback;  ///< the text that counts when the file has none; "" for none
+    const char* meaning;   ///< one sentence, which the documentation and the man page begin with
+    std::variant<std::string Settings::*, std::uint32_t Settings::*, LogLevel Settings::*> field;
+
+    /// "Section.Key"
+    std::string name() const { return std::string(section) + '.' + key; }
+};
+
+/// In documented order. Any thread.
+const std::vector<SettingEntry>& settingsTable();
+
+/// Why `value`, which is not empty, cannot be used for a setting of this type; "" when it can.
+std::string valueProblem(SettingType type, const std::string& value);
+
+/// Stores a usable value in its field; a path goes below the system root.
+void storeValue(const SettingEntry& entry, const std::string& value, Settings& settings);
+
+bool isKnownKey(const std::string& section, const std::string& key);
+/// The known key that is spelt most like this one, as "[Section] Key"; "" when none is near.
+std::string nearestKey(const std::string& section, const std::string& key);
+
+}  // namespace zelor::agent
