@@ -77,6 +77,10 @@ bool flushDescriptor(int fd) {
     return fcntl(fd, F_FULLFSYNC) == 0 || fsync(fd) == 0;  // network volumes have the second alone
 }
 
+bool flushFileSystem(int) {
+    return false;
+}
+
 bool copyFileData(int source, int target) {
     return fcopyfile(source, target, nullptr, COPYFILE_DATA) == 0;
 }
@@ -163,6 +167,10 @@ short closeOtherDescriptors(posix_spawn_file_actions_t& actions) {
 
 bool flushDescriptor(int fd) {
     return fsync(fd) == 0;
+}
+
+bool flushFileSystem(int fd) {
+    return syncfs(fd) == 0;
 }
 
 bool copyFileData(int source, int target) {

@@ -5,7 +5,6 @@
 
 #include <boost/filesystem.hpp>
 #include <cerrno>
-#include <list>
 #include <stdexcept>
 
 #include "agent/Files.h"
@@ -27,6 +26,12 @@ std::string present(const std::string& path) {
     } catch (const std::exception&) {
         return "";
     }
+}
+
+void stage(StagedFiles& files, const std::string& path, const std::string& bytes) {
+    StagedFile& file = files.add(path);
+    file.write(bytes);
+    file.close();
 }
 
 }  // namespace
@@ -81,22 +86,20 @@ bool ContentFolder::exchange() {
         if (it->symlink_status().type() != fs::regular_file) return false;
         if (::link(it->path().c_str(), (next_ + '/' + name).c_str()) != 0) return false;
     }
+    StagedFiles files;
     for (const auto& [name, bytes] : changed_)
-        replaceFile(next_ + '/' + name, bytes);
+        stage(files, next_ + '/' + name, bytes);
+    files.commit();
     if (!base::exchangePaths(next_, folder_)) return false;
     base::flushDirectory(fs::path(folder_).parent_path().string());
     return true;
 }
 
 void ContentFolder::renameEach() {
-    std::list<StagedFile> staged;
-    for (auto it = changed_.rbegin(); it != changed_.rend(); ++it) {
-        staged.emplace_back(folder_ + '/' + it->first);
-        staged.back().write(it->second);
-        staged.back().finish();
-    }
-    for (StagedFile& file : staged)
-        file.commit();
+    StagedFiles files;
+    for (auto it = changed_.rbegin(); it != changed_.rend(); ++it)
+        stage(files, folder_ + '/' + it->first, it->second);
+    files.commit();
     for (const std::string& name : removed_)
         fs::remove(folder_ + '/' + name);
 }
