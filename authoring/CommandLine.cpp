@@ -28,8 +28,8 @@ A manifest is a list of entries; this one publishes a script and a package:
 Makes, verifies, serves and rehearses repositories of signed remediation content.)";
 
 constexpr const char* exitStatuses = R"(Exit status:
-  0    done; check: nothing found
-  1    something failed on the way; check: there are findings
+  0    done; check: no errors
+  1    something failed on the way; check: there are errors
   2    unusable arguments, manifest, key or folder: nothing was changed
   130  rehearse: ended by a signal)";
 
@@ -92,6 +92,7 @@ void addPublish(CLI::App& app, PublishOptions& options, Action& action) {
                       "Remove the archives that no content names now, not a day later");
     command->callback([&] { action = [&] { return runPublish(options); }; });
 }
+command->add_flag("--strict", options.strict, "Publish nothing when there is a warning");
 
 void addServe(CLI::App& app, ServeOptions& options, Action& action) {
     CLI::App* command = app.add_subcommand(
@@ -121,6 +122,7 @@ void addCheck(CLI::App& app, CheckOptions& options, Action& action) {
     command->add_flag("--json", options.json, "Print the findings as JSON");
     command->callback([&] { action = [&] { return runCheck(options); }; });
 }
+command->add_flag("--warnings-as-errors", options.warningsAsErrors, "End with status 1 for a warning, too");
 
 void addRehearse(CLI::App& app, RehearseOptions& options, Action& action) {
     CLI::App* command = app.add_subcommand("rehearse", rehearseHelp);

@@ -10,7 +10,7 @@ namespace zelor::authoring {
 
 namespace exitStatus {
 constexpr int good = 0;
-constexpr int failed = 1;  ///< or there are findings
+constexpr int failed = 1;  ///< or check found errors
 constexpr int unusable = 2;
 constexpr int interrupted = 130;  ///< rehearse, by a signal
 }  // namespace exitStatus
@@ -27,6 +27,7 @@ struct PublishOptions {
     std::string out;
     bool only = false;
     bool prune = false;
+    bool strict = false;
 };
 int runPublish(const PublishOptions& options);
 
@@ -44,6 +45,7 @@ struct CheckOptions {
     std::string key;
     std::vector<std::string> manifests;
     bool json = false;
+    bool warningsAsErrors = false;
 };
 int runCheck(const CheckOptions& options);
 

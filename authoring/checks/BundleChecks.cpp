@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <boost/filesystem/operations.hpp>
+#include <cstdint>
 #include <iterator>
 #include <string_view>
 
@@ -38,6 +39,38 @@ bool hasMark(int file, off_t size, const ImageMark& mark) {
            found == mark.text;
 }
 
+std::uint64_t bigEndian(const std::string& bytes, std::size_t at, std::size_t length) {
+    std::uint64_t value = 0;
+    for (std::size_t i = 0; i < length; ++i)
+        value = value << 8U | static_cast<unsigned char>(bytes[at + i]);
+    return value;
+}
+
+/// Why the file cannot be a flat package, a xar archive, "" when it may be one: looks at the header alone.
+std::string packageProblem(const std::string& path) {
+    constexpr std::size_t headerBytes = 28, sizeAt = 4, tableAt = 8;
+    std::string header(headerBytes, '\0');
+    std::uint64_t size = 0;
+    const base::UniqueFd file = agent::openRegularFile(path, agent::Links::follow, &size);
+    const ssize_t got = ::pread(file.get(), header.data(), header.size(), 0);
+    if (got != static_cast<ssize_t>(headerBytes) || header.compare(0, sizeAt, "xar!") != 0)
+        return "it does not begin as a flat package does (\"xar!\")";
+    const std::uint64_t begin = bigEndian(header, sizeAt, 2), table = bigEndian(header, tableAt, 8);
+    const bool whole = begin >= headerBytes && begin <= size && table != 0 && table <= size - begin;
+    return whole ? "" : "its table of contents is cut off";
+}
+
+Findings packageFindings(const std::string& place, const std::string& patchId, const std::string& path) {
+    try {
+        const std::string why = packageProblem(path);
+        if (why.empty()) return {};
+        return {{Severity::error, place, "\"" + patchId + "\" is no package: " + why,
+                 "publish the package as pkgbuild or productbuild wrote it"}};
+    } catch (const std::exception&) {
+        return {};  // whoever reads all of it reports that
+    }
+}
+
 }  // namespace
 
 Findings kindFindings(const std::string& place, const std::string& patchId, bool script,
@@ -53,6 +86,7 @@ Findings kindFindings(const std::string& place, const std::string& patchId, bool
         return {{Severity::error, place, "\"" + patchId + "\" is installed as a bundle, but is a file",
                  "publish the bundle as a folder, or a .pkg or .dmg that holds it"}};
     }
+    if (!folder && kind == "pkg") return packageFindings(place, patchId, path);
     if (kind == "app" && boost::filesystem::is_directory(path + "/Contents", ignored)) {
         return {{Severity::warning, place,
                  "what \"" + patchId +

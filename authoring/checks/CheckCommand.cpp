@@ -40,7 +40,8 @@ int runCheck(const CheckOptions& options) {
     } else {
         printText(report);
     }
-    return report.findings.empty() ? exitStatus::good : exitStatus::failed;
+    const bool failed = anyError(report.findings) || (options.warningsAsErrors && !report.findings.empty());
+    return failed ? exitStatus::failed : exitStatus::good;
 }
 
 }  // namespace zelor::authoring

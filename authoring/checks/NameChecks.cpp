@@ -49,6 +49,14 @@ Findings installerFindings(const std::string& place, const std::string& patchId)
              "rename the patch so that ." + kind + " does not occur in it"}};
 }
 
+Findings scriptNameFindings(const std::string& place, const std::string& patchId) {
+    const std::string extension = base::lowerCased(remediation::splitAtLastDot(patchId)->extension);
+    if (extension != ".pkg" && extension != ".dmg" && extension != ".app") return {};
+    return {{Severity::error, place,
+             "patch " + quoted(patchId) + " is named as something to install, but bash runs what a CCE names",
+             "name a script like lock-screen.bsh, or give the entry a CVE identifier"}};
+}
+
 }  // namespace
 
 Findings patchNameFindings(const std::string& place, const std::string& patchId, bool script) {
@@ -70,10 +78,8 @@ Findings patchNameFindings(const std::string& place, const std::string& patchId,
         warn("begins or ends with white space, which buffering drops and fetching keeps",
              "rename it without");
     }
-    if (!script) {
-        for (Finding& finding : installerFindings(place, patchId))
-            findings.push_back(std::move(finding));
-    }
+    for (Finding& finding : script ? scriptNameFindings(place, patchId) : installerFindings(place, patchId))
+        findings.push_back(std::move(finding));
     return findings;
 }
 

@@ -20,7 +20,7 @@ Findings scriptFindings(const std::string& place, const std::string& script) {
         said.erase(at, script.size() + (said.compare(at + script.size(), 2, ": ") == 0 ? 2 : 0));
     return {{Severity::error, place,
              "bash cannot parse the script: " + (result.timedOut ? "no end in a minute" : said),
-             "mend the line named (bash -n shows the same) and publish it again"}};
+             "correct the line named (bash -n shows the same) and publish it again"}};
 }
 
 }  // namespace zelor::authoring

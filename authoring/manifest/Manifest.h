@@ -1,10 +1,12 @@
 #pragma once
 
+#include <set>
 #include <string>
 #include <vector>
 
 #include "authoring/Finding.h"
 #include "authoring/manifest/ContentEntry.h"
+#include "authoring/publish/Digests.h"
 
 namespace zelor::authoring {
 
@@ -17,12 +19,14 @@ struct ManifestPatch {
     std::string size;  ///< as given, "" to compute it
     std::string md5;   ///< as given, "" to compute it
     bool omitArchive = false;
+    Digests digests;  ///< of the file, once `sourceFindings` has read it
 };
 
 /// What an author writes: the entries, and the files that they need.
 struct Manifest {
     std::vector<ContentEntry> entries;
     std::vector<ManifestPatch> patches;
+    std::set<std::string> unread;  ///< the places of entries that have a field which could not be read
 };
 
 /// Reads a manifest; relative files are taken below `folder`. Each field that is unknown, of the wrong type
@@ -30,8 +34,14 @@ struct Manifest {
 Manifest parseManifest(const std::string& json, const std::string& folder, const std::string& place,
                        Findings& findings);
 
-/// The findings on a manifest that reads well: names, identifiers, sizes, files that are missing or of the
-/// wrong kind, and patches that would collide. Looks at the files, but reads none.
+/// The findings on a manifest's entries: names, identifiers, sizes, files that are missing or of the wrong
+/// kind, and patches that would collide. Of an entry that could not be read whole only its files are looked
+/// at: the rest would be misleading. Reads no file but the beginning of packages.
 Findings manifestFindings(const Manifest& manifest);
+
+/// Reads every file, keeps its digests with the patch, and returns what is wrong with it: not readable, not
+/// the MD5 that the manifest gives, a script that bash cannot parse. Missing files are no findings here.
+/// `published`: hexadecimal SHA-256 of files that were published before; those scripts are not parsed again.
+Findings sourceFindings(Manifest& manifest, const std::set<std::string>& published);
 
 }  // namespace zelor::authoring

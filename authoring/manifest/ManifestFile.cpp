@@ -6,6 +6,7 @@
 
 #include "agent/Files.h"
 #include "authoring/UsageError.h"
+#include "authoring/checks/ChangedFileCheck.h"
 
 namespace zelor::authoring {
 
@@ -20,6 +21,17 @@ Manifest parsedFile(const std::string& path, Findings& findings) {
                          folder.empty() ? "." : folder, file.filename().string(), findings);
 }
 
+void append(Findings& findings, const Findings& more) {
+    findings.insert(findings.end(), more.begin(), more.end());
+}
+
+std::set<std::string> publishedFiles(const PublishState& state) {
+    std::set<std::string> digests;
+    for (const auto& [patchId, patch] : state.patches)
+        digests.insert(patch.source);
+    return digests;
+}
+
 template <class Items>
 void keepOnly(Items& items, const std::string& identifier) {
     const auto other = [&](const auto& item) { return item.identifier != identifier; };
@@ -28,7 +40,8 @@ void keepOnly(Items& items, const std::string& identifier) {
 
 }  // namespace
 
-Manifest readManifest(const std::string& path, const std::string& identifier) {
+Manifest readManifest(const std::string& path, const ManifestUse& use) {
+    const std::string& identifier = use.identifier;
     Findings findings;
     Manifest manifest;
     try {
@@ -40,10 +53,13 @@ Manifest readManifest(const std::string& path, const std::string& identifier) {
         keepOnly(manifest.entries, identifier);
         keepOnly(manifest.patches, identifier);
     }
-    // A field that could not be read would only make further, misleading findings.
-    if (!anyError(findings)) findings = manifestFindings(manifest);
+    append(findings, manifestFindings(manifest));
+    append(findings, sourceFindings(manifest, publishedFiles(use.published)));
+    append(findings, changedFileFindings(manifest, use.published));
     std::cerr << findingsText(findings);
-    if (anyError(findings)) throw UsageError("nothing was published: mend the errors above");
+    if (anyError(findings)) throw UsageError("nothing was published: fix the errors above");
+    if (use.strict && !findings.empty())
+        throw UsageError("nothing was published: --strict refuses the warnings above");
     if (!identifier.empty() && manifest.entries.empty()) {
         throw UsageError(path + " has no entry for " + identifier + "; name one that it has");
     }

@@ -46,6 +46,7 @@ class ManifestParser {
         result_.entries.push_back(std::move(entry));
     }
 
+    void markLastUnread() { result_.unread.insert(result_.entries.back().place); }
     Manifest take() { return std::move(result_); }
 
   private:
@@ -119,6 +120,22 @@ class ManifestParser {
     Manifest result_;
 };
 
+/// "at line 1, column 3: unexpected ','; expected string literal": the parser's message without what only its
+/// programmers know.
+std::string plainJsonError(const std::string& message) {
+    const std::string prefix = "parse error ";
+    std::string text = message.substr(message.find("] ") + 2);
+    if (!base::hasBeginning(text, prefix)) return ": " + text;
+    text.erase(0, prefix.size());
+    const auto where = text.find(": "), what = text.find(" - ");
+    if (where != std::string::npos && what != std::string::npos) text.erase(where + 2, what + 1 - where);
+    return ' ' + text;
+}
+
+bool anyErrorSince(const Findings& findings, std::size_t begin) {
+    return anyError({findings.begin() + static_cast<std::ptrdiff_t>(begin), findings.end()});
+}
+
 }  // namespace
 
 Manifest parseManifest(const std::string& json, const std::string& folder, const std::string& place,
@@ -127,8 +144,8 @@ Manifest parseManifest(const std::string& json, const std::string& folder, const
     try {
         document = Json::parse(json);
     } catch (const Json::exception& e) {
-        findings.push_back({Severity::error, place, std::string("it is not JSON: ") + e.what(),
-                            "mend the text at the line and column named"});
+        findings.push_back(
+            {Severity::error, place, "it is not JSON" + plainJsonError(e.what()), "correct the text there"});
         return {};
     }
     const Json& list = document.is_object() && document.contains("entries") ? document["entries"] : document;
@@ -142,7 +159,9 @@ Manifest parseManifest(const std::string& json, const std::string& folder, const
     for (const Json& entry : list) {
         const std::string entryPlace = place + ": entry " + std::to_string(++number);
         if (entry.is_object()) {
+            const std::size_t before = findings.size();
             parser.addEntry(entry, entryPlace);
+            if (anyErrorSince(findings, before)) parser.markLastUnread();
         } else {
             findings.push_back({Severity::error, entryPlace, "it is not an object", "write it as {...}"});
         }

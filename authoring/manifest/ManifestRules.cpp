@@ -4,6 +4,7 @@
 #include "agent/content/ContentDocument.h"
 #include "authoring/checks/BundleChecks.h"
 #include "authoring/checks/ContentChecks.h"
+#include "authoring/checks/NameChecks.h"
 #include "authoring/manifest/Manifest.h"
 #include "authoring/manifest/SizeText.h"
 #include "authoring/publish/ContentXml.h"
@@ -75,18 +76,28 @@ void checkCollisions(const std::vector<ManifestPatch>& patches, Findings& findin
 
 Findings manifestFindings(const Manifest& manifest) {
     Findings findings;
+    const auto append = [&](Findings more) {
+        findings.insert(findings.end(), std::make_move_iterator(more.begin()),
+                        std::make_move_iterator(more.end()));
+    };
+    std::vector<ContentEntry> entries;
     for (const ContentEntry& entry : manifest.entries) {
-        for (Finding& finding : entryFindings(entry))
-            findings.push_back(std::move(finding));
-        if (!anyError(findings)) checkContent(entry, findings);
+        if (manifest.unread.count(entry.place) != 0) continue;
+        Findings own = entryFindings(entry);
+        if (!anyError(own)) checkContent(entry, own);
+        append(std::move(own));
+        entries.push_back(entry);
     }
-    for (Finding& finding : repetitionFindings(manifest.entries))
-        findings.push_back(std::move(finding));
+    append(repetitionFindings(entries));
     for (const ManifestPatch& patch : manifest.patches) {
         checkFile(patch, findings);
         checkSize(patch, findings);
     }
     checkCollisions(manifest.patches, findings);
+    std::set<std::string> patchIds;
+    for (const ManifestPatch& patch : manifest.patches)
+        patchIds.insert(patch.patchId);
+    append(containmentFindings(patchIds));
     return findings;
 }
 

@@ -28,7 +28,8 @@ int runKeygen(const KeygenOptions& options) {
 
 int runPublish(const PublishOptions& options) {
     const SigningKey key = SigningKey::load(options.key);
-    Manifest manifest = readManifest(options.manifest);
+    Manifest manifest =
+        readManifest(options.manifest, {"", readPublishState(publishStateFile(options.out)), options.strict});
     const Publication publication{options.out, boost::filesystem::canonical(options.manifest).string(),
                                   options.only, options.prune};
     const PublishSummary summary = publish(std::move(manifest), key, publication,

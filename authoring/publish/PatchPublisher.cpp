@@ -1,5 +1,7 @@
 #include "authoring/publish/PatchPublisher.h"
 
+#include <sys/stat.h>
+
 #include <boost/filesystem/operations.hpp>
 #include <stdexcept>
 
@@ -11,53 +13,77 @@
 
 namespace zelor::authoring {
 
+namespace {
+
+// Flushed together; a group's bytes are on the disk a second time until it is shown.
+constexpr std::size_t groupPatches = 500;
+constexpr std::uint64_t groupBytes = 256U << 20U;
+
+}  // namespace
+
 PatchPublisher::PatchPublisher(const std::string& repository, const SigningKey& key, PublishedPatches& state)
     : folder_(repository + "/patches/"), key_(key), fingerprint_(key.fingerprint()), state_(state) {}
 
+std::string PatchPublisher::archiveOf(const std::string& patchId) const {
+    return folder_ + remediation::splitAtLastDot(patchId)->stem + ".zip";
+}
+
+PublishedPatch PatchPublisher::stamped(const std::string& patchId, const std::string& sha256) const {
+    const std::string signatureFile = folder_ + remediation::splitAtLastDot(patchId)->stem + ".sig";
+    return {hexadecimal(sha256), fingerprint_, fileStamp(archiveOf(patchId)), fileStamp(signatureFile)};
+}
+
 PatchFacts PatchPublisher::publish(const ManifestPatch& patch) {
     PatchFacts facts;
-    if (patch.file.empty()) return {patch.md5, patch.size, false};
-    const Digests digests = digestsOfSource(patch.file);
+    if (patch.file.empty()) return {patch.md5, patch.size};
+    const Digests& digests = patch.digests;
     facts.md5 = digests.md5;
-    if (!patch.md5.empty() && patch.md5 != digests.md5) {
-        throw std::runtime_error(patch.place + ": field \"md5\" is " + patch.md5 + ", but the file has " +
-                                 digests.md5 + "; leave the field out, or check the file");
-    }
     if (patch.omitArchive) {
         facts.size = patch.size.empty() ? sizeText(digests.bytes) : patch.size;
         return facts;
     }
-    const std::string stem = folder_ + remediation::splitAtLastDot(patch.patchId)->stem;
-    const std::string archive = stem + ".zip", signatureFile = stem + ".sig";
-    const auto stamped = [&] {
-        return PublishedPatch{hexadecimal(digests.sha256), fingerprint_, fileStamp(archive),
-                              fileStamp(signatureFile)};
-    };
     const auto known = state_.find(patch.patchId);
-    facts.written = known == state_.end() || !(known->second == stamped());
-    if (facts.written) {
-        write(patch, digests.sha256, archive, signatureFile);
-        state_[patch.patchId] = stamped();
-    }
-    facts.size = patch.size.empty() ? sizeText(boost::filesystem::file_size(archive)) : patch.size;
+    const bool present = known != state_.end() && known->second == stamped(patch.patchId, digests.sha256);
+    const std::uint64_t bytes =
+        present ? boost::filesystem::file_size(archiveOf(patch.patchId)) : write(patch);
+    facts.size = patch.size.empty() ? sizeText(bytes) : patch.size;
     return facts;
 }
 
-void PatchPublisher::write(const ManifestPatch& patch, const std::string& sha256, const std::string& archive,
-                           const std::string& signatureFile) {
-    const std::string signature = key_.sign(sha256);
-    const std::string signatureName =
-        remediation::signaturePath(patch.patchId, remediation::splitAtLastDot(patch.patchId)->extension);
-    StagedFile zip(archive), detached(signatureFile);
-    writePatchArchive(zip.descriptor(), patch.file, patch.patchId, signatureName, signature);
-    if (digestsOfSource(patch.file).sha256 != sha256) {
+std::uint64_t PatchPublisher::write(const ManifestPatch& patch) {
+    const remediation::PatchName name = *remediation::splitAtLastDot(patch.patchId);
+    const std::string signature = key_.sign(patch.digests.sha256);
+    StagedFile& zip = group_.add(archiveOf(patch.patchId));
+    writePatchArchive(zip.descriptor(), patch.file, patch.patchId,
+                      remediation::signaturePath(patch.patchId, name.extension), signature);
+    struct stat status {};
+    if (::fstat(zip.descriptor(), &status) != 0 ||
+        digestsOfSource(patch.file).sha256 != patch.digests.sha256) {
         throw std::runtime_error(patch.file +
                                  " changed while it was published; publish again once it is at rest");
     }
+    zip.close();
+    StagedFile& detached = group_.add(folder_ + name.stem + ".sig");
     detached.write(signature);
-    detached.finish();
-    zip.commit();
-    detached.commit();
+    detached.close();
+    waiting_.emplace_back(patch.patchId, patch.digests.sha256);
+    const auto bytes = static_cast<std::uint64_t>(status.st_size);
+    waitingBytes_ += bytes;
+    return bytes;
+}
+
+bool PatchPublisher::groupIsFull() const {
+    return waiting_.size() >= groupPatches || waitingBytes_ >= groupBytes;
+}
+
+void PatchPublisher::commit(const std::function<void(const std::string&)>& shown) {
+    group_.commit();
+    for (const auto& [patchId, sha256] : waiting_) {
+        state_[patchId] = stamped(patchId, sha256);
+        shown(patchId);
+    }
+    waiting_.clear();
+    waitingBytes_ = 0;
 }
 
 }  // namespace zelor::authoring

@@ -1,10 +1,13 @@
 #pragma once
 
+#include <functional>
 #include <string>
+#include <vector>
 
 #include "authoring/manifest/Manifest.h"
 #include "authoring/publish/PublishState.h"
 #include "authoring/publish/SigningKey.h"
+#include "authoring/publish/StagedFile.h"
 
 namespace zelor::authoring {
 
@@ -12,7 +15,6 @@ namespace zelor::authoring {
 struct PatchFacts {
     std::string md5;   ///< of the file, or of a bundle folder's manifest
     std::string size;  ///< of the archive, which is what is downloaded and buffered
-    bool written = false;
 };
 
 /// Writes patches/<stem>.zip with its signature inside, and patches/<stem>.sig beside it.
@@ -21,18 +23,27 @@ class PatchPublisher {
     /// `state` is read and brought up to date.
     PatchPublisher(const std::string& repository, const SigningKey& key, PublishedPatches& state);
 
-    /// An archive that stands there as this key published it from the same bytes is left alone. With
-    /// `omitArchive` none is written. Throws std::runtime_error, also when the source changes meanwhile.
+    /// Writes the patch's archive; `commit` shows it. An archive that stands there as this key published it
+    /// from the same bytes is left alone. With `omitArchive` none is written. Throws std::runtime_error, also
+    /// when the source is no longer what was read with the manifest.
     PatchFacts publish(const ManifestPatch& patch);
+    /// True when so much waits to be shown that it should be.
+    bool groupIsFull() const;
+    /// Shows the archives written since the last call; `shown` gets the patch id of each.
+    void commit(const std::function<void(const std::string&)>& shown);
 
   private:
-    void write(const ManifestPatch& patch, const std::string& sha256, const std::string& archive,
-               const std::string& signatureFile);
+    std::uint64_t write(const ManifestPatch& patch);
+    std::string archiveOf(const std::string& patchId) const;
+    PublishedPatch stamped(const std::string& patchId, const std::string& sha256) const;
 
     std::string folder_;
     const SigningKey& key_;
     std::string fingerprint_;
     PublishedPatches& state_;
+    StagedFiles group_;
+    std::vector<std::pair<std::string, std::string>> waiting_;  // patch id and SHA-256
+    std::uint64_t waitingBytes_ = 0;
 };
 
 }  // namespace zelor::authoring

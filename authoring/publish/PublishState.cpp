@@ -44,6 +44,7 @@ PublishState readPublishState(const std::string& path) {
                                       patch.at("signature"), patch.value("unnamedSince", std::int64_t{0})};
         }
         state.entries = json.value("entries", state.entries);
+        state.eris = json.value("eris", state.eris);
     } catch (const std::exception&) {
         return {};
     }
@@ -59,7 +60,8 @@ void writePublishState(const std::string& path, const PublishState& state) {
                             {"signature", patch.signatureStamp}};
         if (patch.unnamedSince != 0) patches[patchId]["unnamedSince"] = patch.unnamedSince;
     }
-    const nlohmann::json json = {{"version", version}, {"patches", patches}, {"entries", state.entries}};
+    const nlohmann::json json = {
+        {"version", version}, {"patches", patches}, {"entries", state.entries}, {"eris", state.eris}};
     replaceFile(path, json.dump(1, ' ', false, nlohmann::json::error_handler_t::replace) + '\n');
 }
 

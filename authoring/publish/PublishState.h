@@ -24,6 +24,9 @@ using PublishedPatches = std::map<std::string, PublishedPatch>;
 struct PublishState {
     PublishedPatches patches;                    ///< by patch id
     std::map<std::string, std::string> entries;  ///< identifier to the path of the manifest that published it
+    /// ERI id to the hexadecimal SHA-256 of its file. Ids stay when their entry is withdrawn, as they stay in
+    /// the records of machines.
+    std::map<std::string, std::string> eris;
 };
 
 /// The state's place in a repository.

@@ -13,6 +13,7 @@
 
 #include "agent/Files.h"
 #include "authoring/UsageError.h"
+#include "authoring/checks/ChangedFileCheck.h"
 #include "authoring/publish/ContentFolder.h"
 #include "authoring/publish/ContentXml.h"
 #include "authoring/publish/PatchPublisher.h"
@@ -115,6 +116,7 @@ class Publisher {
         if (writeSpeedFile(publication_.repository + "/speed.bin")) tell_("wrote speed.bin");
         collectContent();
         const std::set<std::string> withdrawn = collectWithdrawals();
+        noteFiles(manifest_, state_.get());
         // Saved before content is shown: what shows must be known for its withdrawal, whatever happens here.
         state_.save();
         content_.commit();
@@ -130,15 +132,17 @@ class Publisher {
   private:
     void publishPatches() {
         PatchPublisher publisher(publication_.repository, key_, state_.get().patches);
+        const auto shown = [this](const std::string& patchId) {
+            ++summary_.patchesWritten;
+            tell_("wrote patches/" + remediation::splitAtLastDot(patchId)->stem + ".zip");
+        };
         for (const ManifestPatch& patch : manifest_.patches) {
             if (facts_.count(patch.patchId) != 0) continue;
-            const PatchFacts& published = facts_[patch.patchId] = publisher.publish(patch);
-            if (patch.omitArchive) continue;
-            ++summary_.patches;
-            if (!published.written) continue;
-            ++summary_.patchesWritten;
-            tell_("wrote patches/" + remediation::splitAtLastDot(patch.patchId)->stem + ".zip");
+            facts_[patch.patchId] = publisher.publish(patch);
+            if (!patch.omitArchive) ++summary_.patches;
+            if (publisher.groupIsFull()) publisher.commit(shown);
         }
+        publisher.commit(shown);
     }
 
     void collectContent() {

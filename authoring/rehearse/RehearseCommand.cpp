@@ -45,7 +45,7 @@ class Rehearsal {
           requests_(scratch_.path() + "/requests.json") {}
 
     int run() {
-        Manifest manifest = readManifest(options_.manifest, identifier_);
+        Manifest manifest = readManifest(options_.manifest, {identifier_, {}, false});
         writeRequests(manifest);
         relay_.requireNone();
         RehearsalMac mac(scratch_.path(), {options_.tools, options_.root, options_.os, options_.updates});

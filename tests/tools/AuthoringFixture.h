@@ -18,6 +18,12 @@
 
 namespace zelor::test {
 
+/// A file with the header of a flat package.
+inline std::string flatPackage(const std::string& rest) {
+    constexpr char header[] = "xar!\0\34\0\1\0\0\0\0\0\0\0\1\0\0\0\0\0\0\0\1\0\0\0\1";
+    return std::string(header, sizeof header - 1) + rest;
+}
+
 /// What one run of the author's tool said and how it ended.
 struct ToolRun {
     int status = 0;
@@ -108,7 +114,7 @@ struct Authoring : testing::Test {
     Authoring() {
         contentTool({"keygen", "--out", dir / "keys"});
         writeFile(source + "/lock.bsh", "#!/bin/bash\nexit 0\n");
-        writeFile(source + "/editor-2.1.pkg", std::string(300'000, 'p') + "end");
+        writeFile(source + "/editor-2.1.pkg", flatPackage(std::string(300'000, 'p') + "end"));
         writeFile(source + "/image.dmg", image("image"));
         const std::string app = source + "/Bundle.app/Bundle.app";
         writeFile(app + "/Contents/MacOS/run", "program");

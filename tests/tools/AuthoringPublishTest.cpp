@@ -26,6 +26,7 @@ namespace fs = boost::filesystem;
 using test::readFile;
 using test::ToolRun;
 using test::writeFile;
+using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
@@ -98,7 +99,7 @@ TEST_F(PublishTest, ArchivesUnpackToTheSignedSource) {
 }
 
 TEST_F(PublishTest, EveryOccurrenceOfTheExtensionGivesWayToTheSignature) {
-    writeFile(source + "/a.pkg", "x");
+    writeFile(source + "/a.pkg", test::flatPackage("x"));
     ASSERT_EQ(
         publish(
             R"([{"identifier": "CVE-1", "product": "cpe:/a:x", "file": "a.pkg", "patchId": "a.pkg.b.pkg"}])")
@@ -155,7 +156,7 @@ TEST_F(PublishTest, ManifestsShareARepositoryAndLeftoversGo) {
     ASSERT_EQ(publish().status, 0);
     writeFile(repository + "/patches/.staged-abc", "half");
     writeFile(repository + "/.content-next/CVE-9.xml", "half");
-    writeFile(source + "/more.pkg", "more");
+    writeFile(source + "/more.pkg", test::flatPackage("more"));
     writeFile(source + "/more.json",
               R"([{"identifier": "CVE-9", "product": "cpe:/a:x:more", "file": "more.pkg"}])");
     ASSERT_EQ(test::contentTool({"publish", source + "/more.json", "--key", privateKey, "--out", repository})
@@ -320,15 +321,60 @@ TEST_F(PublishTest, WhereFoldersCannotBeExchangedFilesAreRenamed) {
 
 TEST_F(PublishTest, AFailureLeavesWhatStoodThere) {
     ASSERT_EQ(publish().status, 0);
-    const auto before = stamps();
+    auto before = stamps();
     writeFile(source + "/image.dmg", "new");
-    ::chmod((source + "/Bundle.app/Bundle.app/Contents/MacOS/run").c_str(), 04755);
+    writeFile(source + "/lock.bsh", "# new");
+    fs::remove(repository + "/patches/image.sig");
+    fs::create_directory(repository + "/patches/image.sig");
+    before.erase("patches/image.sig");
     const ToolRun run = publish();
     EXPECT_EQ(run.status, 1);
-    EXPECT_THAT(run.err, HasSubstr("chmod ug-s"));
-    EXPECT_THAT(changedSince(before), ElementsAre("patches/image.sig", "patches/image.zip"));
+    EXPECT_THAT(run.err, HasSubstr("cannot write " + repository + "/patches/image.sig"));
+    EXPECT_THAT(changedSince(before),
+                ElementsAre("patches/image.zip", "patches/lock.sig", "patches/lock.zip"));
     for (const auto& entry : fs::directory_iterator(repository + "/patches"))
         EXPECT_FALSE(isStagedName(entry.path().filename().string()));
+}
+
+TEST_F(PublishTest, AnotherFileUnderAPublishedEriIdIsAWarning) {
+    const char* said =
+        "ERI-8: same ERI id, other file: machines that have it keep the old one\n"
+        "    remedy: give it a new id\n";
+    ASSERT_EQ(publish().err, "");
+    // Machines remember the id of an entry that was withdrawn.
+    ASSERT_EQ(publish("[]", {"--prune"}).status, 0);
+    writeFile(source + "/image.dmg", "corrected");
+    const auto before = stamps();
+    ToolRun run = publish(manifest, {"--strict"});
+    EXPECT_EQ(run.status, 2);
+    EXPECT_THAT(run.err, AllOf(HasSubstr(said), HasSubstr("--strict")));
+    EXPECT_THAT(changedSince(before), ElementsAre());
+    run = publish();
+    EXPECT_EQ(run.status, 0);
+    EXPECT_THAT(run.err, HasSubstr(said));
+    EXPECT_THAT(run.err, Not(HasSubstr("ERI-7-1"))) << "its file is the same";
+    EXPECT_EQ(publish(manifest, {"--strict"}).err, "") << "this file is the one compared with now";
+    writeFile(source + "/image.dmg", "corrected again");
+    manifest.replace(manifest.find("ERI-8"), 5, "ERI-9");
+    EXPECT_EQ(publish(manifest, {"--strict"}).err, "");
+}
+
+/// More files than are flushed one by one, and more than one group of them.
+TEST_F(PublishTest, ManyEntriesArePublishedInGroups) {
+    std::string many = "[";
+    constexpr int count = 510;
+    for (int i = 0; i < count; ++i) {
+        const std::string number = std::to_string(1000 + i);
+        writeFile(source + "/p" + number + ".dmg", number);
+        many += (i == 0 ? "" : ",") + (R"({"identifier": "CVE-)" + number) + R"(", "product": "cpe:/a:x:)" +
+                number + R"(", "file": "p)" + number + ".dmg\"}";
+    }
+    const ToolRun run = publish(many + ']');
+    EXPECT_THAT(run.out, HasSubstr("510 entries (510 written), 510 patches (510 written)"));
+    EXPECT_EQ(check().out, "510 entries, 510 patches: 0 errors, 0 warnings\n");
+    const auto before = stamps();
+    ASSERT_EQ(publish(many + ']').status, 0);
+    EXPECT_THAT(changedSince(before), ElementsAre());
 }
 
 TEST_F(PublishTest, OnePublicationAtATime) {

@@ -1,0 +1,83 @@
+#include <algorithm>
+#include <atomic>
+#include <boost/filesystem/operations.hpp>
+#include <map>
+#include <thread>
+
+#include "authoring/checks/ScriptCheck.h"
+#include "authoring/manifest/Manifest.h"
+
+namespace zelor::authoring {
+
+namespace {
+
+namespace fs = boost::filesystem;
+
+bool isRegularFile(const std::string& path) {
+    boost::system::error_code ignored;
+    return fs::is_regular_file(path, ignored);
+}
+
+bool canBeRead(const ManifestPatch& patch) {
+    boost::system::error_code ignored;
+    return isRegularFile(patch.file) || (!patch.file.empty() && fs::is_directory(patch.file, ignored));
+}
+
+Findings md5Findings(const ManifestPatch& patch) {
+    if (patch.md5.empty() || patch.md5 == patch.digests.md5) return {};
+    return {{Severity::error, patch.place,
+             "field \"md5\" is " + patch.md5 + ", but the file has " + patch.digests.md5,
+             "leave the field out, or check the file"}};
+}
+
+/// Parses the scripts, several at a time, since each is a process of its own.
+Findings parsedScripts(const std::vector<const ManifestPatch*>& scripts) {
+    std::vector<Findings> found(scripts.size());
+    std::atomic<std::size_t> next{0};
+    const auto work = [&] {
+        for (std::size_t i = next++; i < scripts.size(); i = next++)
+            found[i] = scriptFindings(scripts[i]->place, scripts[i]->file);
+    };
+    const std::size_t many = std::max(1U, std::thread::hardware_concurrency());
+    std::vector<std::thread> workers(std::min(scripts.size(), many));
+    for (std::thread& worker : workers)
+        worker = std::thread(work);
+    for (std::thread& worker : workers)
+        worker.join();
+    Findings findings;
+    for (const Findings& one : found)
+        findings.insert(findings.end(), one.begin(), one.end());
+    return findings;
+}
+
+}  // namespace
+
+Findings sourceFindings(Manifest& manifest, const std::set<std::string>& published) {
+    Findings findings;
+    const auto append = [&](const Findings& more) {
+        findings.insert(findings.end(), more.begin(), more.end());
+    };
+    std::map<std::string, Digests> read;  // by file: several patches may be one
+    std::set<std::string> seen;
+    std::vector<const ManifestPatch*> scripts;
+    for (ManifestPatch& patch : manifest.patches) {
+        if (!canBeRead(patch)) continue;
+        try {
+            const auto known = read.find(patch.file);
+            patch.digests =
+                known != read.end() ? known->second : (read[patch.file] = digestsOfSource(patch.file));
+        } catch (const std::exception& e) {
+            findings.push_back({Severity::error, patch.place, std::string("field \"file\": ") + e.what(),
+                                "publish again once the file can be read and is as agents take it"});
+            continue;
+        }
+        append(md5Findings(patch));
+        const bool script = isConfiguration(patch.identifier) && isRegularFile(patch.file);
+        if (!script || published.count(hexadecimal(patch.digests.sha256)) != 0) continue;
+        if (seen.insert(patch.file).second) scripts.push_back(&patch);
+    }
+    append(parsedScripts(scripts));
+    return findings;
+}
+
+}  // namespace zelor::authoring
