@@ -62,7 +62,9 @@ Tries one entry of a manifest on a rehearsal Mac and tells what became of it. Pu
 with a key made for it, checks and serves it, sets up a Mac, and runs zelor-remediate there. Everything is removed
 afterwards, but for a Mac of your own (--root, --tools). Ctrl-C cancels the run.
 
-A rehearsal Mac is no jail. Scripts find its disk in ZELOR_REHEARSAL_ROOT; one that writes to /etc writes to yours.)";
+What the entry runs finds the Mac's disk at / and can change nothing else: bubblewrap (bwrap) makes a sandbox, on Linux
+alone. Where it cannot, nothing is run without --no-sandbox: then a script that writes to /etc writes to yours, unless it
+puts ZELOR_REHEARSAL_ROOT, which names the disk, before its paths.)";
 
 using Action = std::function<int()>;
 
@@ -90,9 +92,9 @@ void addPublish(CLI::App& app, PublishOptions& options, Action& action) {
                       "Withdraw all content that the manifest does not name, whoever published it");
     command->add_flag("--prune", options.prune,
                       "Remove the archives that no content names now, not a day later");
+    command->add_flag("--strict", options.strict, "Publish nothing when there is a warning");
     command->callback([&] { action = [&] { return runPublish(options); }; });
 }
-command->add_flag("--strict", options.strict, "Publish nothing when there is a warning");
 
 void addServe(CLI::App& app, ServeOptions& options, Action& action) {
     CLI::App* command = app.add_subcommand(
@@ -120,9 +122,10 @@ void addCheck(CLI::App& app, CheckOptions& options, Action& action) {
         ->type_name("FILE")
         ->allow_extra_args(false);
     command->add_flag("--json", options.json, "Print the findings as JSON");
+    command->add_flag("--warnings-as-errors", options.warningsAsErrors,
+                      "End with status 1 for a warning, too");
     command->callback([&] { action = [&] { return runCheck(options); }; });
 }
-command->add_flag("--warnings-as-errors", options.warningsAsErrors, "End with status 1 for a warning, too");
 
 void addRehearse(CLI::App& app, RehearseOptions& options, Action& action) {
     CLI::App* command = app.add_subcommand("rehearse", rehearseHelp);
@@ -152,6 +155,8 @@ void addRehearse(CLI::App& app, RehearseOptions& options, Action& action) {
         ->type_name("DIR")
         ->excludes(tools);
     command->add_flag("--after-scan", options.afterScan, "Apply again what its record holds as applied");
+    command->add_flag("--no-sandbox", options.noSandbox,
+                      "Run without a sandbox: what the entry runs can change this machine");
     command->add_option("--report", options.report, "Write the run's report there")->type_name("FILE");
     command->add_flag("--keep", options.keep,
                       "Leave repository, Mac and requests where they are, and say where");

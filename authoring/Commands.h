@@ -59,6 +59,7 @@ struct RehearseOptions {
     std::string tools;
     std::string report;
     bool afterScan = false;
+    bool noSandbox = false;
     bool keep = false;
     bool verbose = false;
 };

@@ -84,6 +84,6 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS
-    "libboost-thread-dev, libboost-filesystem-dev, libboost-system-dev, liblog4cpp5-dev, libcurl4-openssl-dev, \
+    "bubblewrap, libboost-thread-dev, libboost-filesystem-dev, libboost-system-dev, liblog4cpp5-dev, libcurl4-openssl-dev, \
 libarchive-dev, libssl-dev, libpugixml-dev")
 include(CPack)

@@ -53,7 +53,13 @@ std::string placed(const std::string& path, const std::string& option) {
     return stripped.empty() ? getSystemRoot() : underSystemRoot(stripped);
 }
 
-void setEnvironment(const std::string& tools) {
+void setEnvironment(const std::string& tools, const std::string& root) {
+    // Scripts put it before their paths; without a root it must not lead them elsewhere.
+    constexpr const char* rootVariable = "ZELOR_REHEARSAL_ROOT";
+    if (root.empty())
+        ::unsetenv(rootVariable);
+    else
+        ::setenv(rootVariable, root.c_str(), 1);
     const std::string path = (tools.empty() ? "" : tools + ':') + systemPath;
     ::setenv("PATH", path.c_str(), 1);
     for (const char* name : {"BASH_ENV", "ENV", "CDPATH", "GLOBIGNORE", "SHELLOPTS", "BASHOPTS", "IFS"})
@@ -134,7 +140,7 @@ Place enterPlace(const PlaceOptions& options) {
     }
     place.belowRoot = !root.empty();
     setSystemRoot(root);
-    setEnvironment(tools);
+    setEnvironment(tools, root);
     place.settings = agent::AgentSettings::load(underSystemRoot(agent::agentIniFile));
     place.installPath = options.installPath.empty() ? place.settings->values().installPath
                                                     : placed(options.installPath, "--install-path");

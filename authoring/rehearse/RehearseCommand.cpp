@@ -1,6 +1,8 @@
+#include <boost/filesystem.hpp>
 #include <iostream>
 #include <nlohmann/json.hpp>
 
+#include "agent/Files.h"
 #include "authoring/Commands.h"
 #include "authoring/UsageError.h"
 #include "authoring/checks/RepositoryCheck.h"
@@ -9,6 +11,7 @@
 #include "authoring/publish/StagedFile.h"
 #include "authoring/rehearse/RehearsalMac.h"
 #include "authoring/rehearse/RehearsalReport.h"
+#include "authoring/rehearse/Sandbox.h"
 #include "authoring/rehearse/ScratchFolder.h"
 #include "authoring/rehearse/SignalRelay.h"
 #include "authoring/serve/StaticServer.h"
@@ -17,8 +20,11 @@ namespace zelor::authoring {
 
 namespace {
 
+namespace fs = boost::filesystem;
+
 constexpr std::size_t shownChanges = 40;
 constexpr std::size_t shownLogLines = 12;
+constexpr std::size_t reportBytesLimit = 256U << 20U;
 
 /// The identifier asked for, or the manifest's only one.
 std::string chosenIdentifier(const RehearseOptions& options) {
@@ -35,6 +41,20 @@ std::string chosenIdentifier(const RehearseOptions& options) {
     throw UsageError("name one of the manifest's entries with --identifier:" + known);
 }
 
+/// Throws UsageError when a sandbox is wanted and cannot be made.
+void requireSandbox(const RehearseOptions& options) {
+    if (options.noSandbox) {
+        std::cout << "No sandbox: a script that names absolute paths of its own changes this machine\n";
+        return;
+    }
+    const std::string why = whyNoSandbox();
+    if (why.empty()) return;
+    throw UsageError(
+        "no sandbox can be made here, so nothing was run: " + why +
+        "; on Linux install bubblewrap and allow user namespaces, or read what the entry runs and "
+        "use --no-sandbox");
+}
+
 /// One rehearsal, from the manifest to what became of the Mac; its end takes everything away again.
 class Rehearsal {
   public:
@@ -45,7 +65,9 @@ class Rehearsal {
           requests_(scratch_.path() + "/requests.json") {}
 
     int run() {
+        requireSandbox(options_);
         Manifest manifest = readManifest(options_.manifest, {identifier_, {}, false});
+        const bool hasFiles = !manifest.patches.empty();
         writeRequests(manifest);
         relay_.requireNone();
         RehearsalMac mac(scratch_.path(), {options_.tools, options_.root, options_.os, options_.updates});
@@ -54,9 +76,9 @@ class Rehearsal {
         mac.configure(server.url(), key_.publicPem());
         std::cout << "Rehearsal Mac: " << mac.system() << ", its disk is " << mac.root() << std::endl;
         const DiskState before = diskState(mac.root());
-        const int status = relay_.run(controllerCommand(mac), {"ZELOR_REHEARSAL_ROOT=" + mac.root()});
+        const int status = runController(mac);
         if (status != exitStatus::unusable) {
-            tellChanges(diskChanges(before, diskState(mac.root()), shownChanges));
+            tellChanges(diskChanges(before, diskState(mac.root()), shownChanges), status == 0 && hasFiles);
             if (status != 0) tellLogs(mac);
         }
         if (options_.keep) {
@@ -100,13 +122,37 @@ class Rehearsal {
                                           mac.tools()};
         if (options_.afterScan) words.emplace_back("--after-scan");
         if (options_.verbose) words.emplace_back("--verbose");
-        if (!options_.report.empty()) words.insert(words.end(), {"--report", options_.report});
+        if (!options_.report.empty()) words.insert(words.end(), {"--report", report()});
         return words;
     }
 
-    static void tellChanges(const std::string& changes) {
+    /// In a sandbox the report's own place cannot be written to.
+    std::string report() const {
+        return options_.noSandbox ? options_.report : scratch_.path() + "/out/report";
+    }
+
+    int runController(const RehearsalMac& mac) {
+        const std::vector<std::string> command = controllerCommand(mac);
+        if (options_.noSandbox) return relay_.run(command);
+        fs::create_directory(scratch_.path() + "/out");
+        const std::string programs = fs::path(command.front()).parent_path().parent_path().string();
+        const Sandbox sandbox(
+            {mac.root(), {mac.tools(), scratch_.path() + "/out"}, {programs, scratch_.path()}});
+        const int status = relay_.run(sandbox.words(command));
+        if (fs::exists(report()))
+            replaceFile(options_.report,
+                        agent::readBounded(report(), reportBytesLimit, agent::Links::refuse));
+        return status;
+    }
+
+    static void tellChanges(const std::string& changes, bool expected) {
         if (changes.empty()) {
             std::cout << "Nothing changed on its disk.\n";
+            if (!expected) return;
+            std::cout << findingsText(
+                {{Severity::warning, "the run", "success, nothing changed",
+                  "see whether the entry's file does what it should; --after-scan applies "
+                  "what was recorded as applied again"}});
         } else {
             std::cout << "What changed on its disk:\n" << changes;
         }
@@ -122,10 +168,12 @@ class Rehearsal {
     void keep(RehearsalMac& mac, std::uint16_t port) {
         scratch_.keep();
         if (options_.root.empty() && options_.tools.empty()) mac.keepSettings();
-        std::cout << "Kept in " << scratch_.path() << ". To run it again:\n"
-                  << "  zelor-content serve " << repository_ << " --port " << port << " &\n"
-                  << "  ZELOR_REHEARSAL_ROOT=" << mac.root() << " zelor-remediate run " << requests_
-                  << " --root " << mac.root() << " --tools " << mac.tools() << " --after-scan\n";
+        std::cout
+            << "Kept in " << scratch_.path() << ". To run it again:\n"
+            << "  zelor-content serve " << repository_ << " --port " << port << " &\n"
+            << "  zelor-remediate run " << requests_ << " --root " << mac.root() << " --tools " << mac.tools()
+            << " --after-scan\n"
+            << "That has no sandbox: absolute paths in what it runs lead to this machine's own files.\n";
     }
 
     const RehearseOptions& options_;

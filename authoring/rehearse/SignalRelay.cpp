@@ -35,21 +35,6 @@ class SpawnAttributes {
     posix_spawnattr_t attributes_{};
 };
 
-/// The environment less what `variables` set, and these.
-std::vector<std::string> environmentWith(const std::vector<std::string>& variables) {
-    std::vector<std::string> environment = variables;
-    for (char** entry = base::processEnvironment(); *entry != nullptr; ++entry) {
-        const std::string text = *entry;
-        bool replaced = false;
-        for (const std::string& variable : variables) {
-            const std::string name = variable.substr(0, variable.find('=') + 1);
-            replaced = replaced || text.compare(0, name.size(), name) == 0;
-        }
-        if (!replaced) environment.push_back(text);
-    }
-    return environment;
-}
-
 std::vector<char*> pointers(std::vector<std::string>& words) {
     std::vector<char*> result;
     result.reserve(words.size() + 1);
@@ -86,7 +71,7 @@ void SignalRelay::relay() {
         const std::lock_guard<std::mutex> lock(mutex_);
         if (ended_) return;
         received_ = received_ || signal != SIGWINCH;
-        if (program_ > 0) ::kill(program_, signal);
+        if (program_ > 0) ::kill(-program_, signal);
     }
 }
 
@@ -95,15 +80,14 @@ void SignalRelay::requireNone() {
     if (received_) throw Interrupted();
 }
 
-int SignalRelay::run(std::vector<std::string> argv, const std::vector<std::string>& variables) {
-    std::vector<std::string> environment = environmentWith(variables);
+int SignalRelay::run(std::vector<std::string> argv) {
     const SpawnAttributes attributes(signals_);
     pid_t program = 0;
     {
         const std::lock_guard<std::mutex> lock(mutex_);
         if (received_) throw Interrupted();
         const int error = ::posix_spawn(&program, argv[0].c_str(), nullptr, attributes.get(),
-                                        pointers(argv).data(), pointers(environment).data());
+                                        pointers(argv).data(), base::processEnvironment());
         if (error != 0) throw std::runtime_error("cannot start " + argv[0] + ": " + agent::errorText(error));
         program_ = program;
     }

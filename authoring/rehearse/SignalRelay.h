@@ -18,8 +18,8 @@ class Interrupted : public std::runtime_error {
 };
 
 /// Holds SIGINT, SIGTERM and SIGHUP back, in every thread made from here on, so that what is under way is put
-/// in order again; a program that `run` runs gets them instead, and a terminal's changes of size. One at a
-/// time in a process.
+/// in order again; the process group of a program that `run` runs gets them instead, and a terminal's changes
+/// of size. One at a time in a process.
 class SignalRelay {
   public:
     SignalRelay();
@@ -30,9 +30,9 @@ class SignalRelay {
     /// Throws Interrupted when a signal has come.
     void requireNone();
     /// Runs `argv` (its first word a path) on this process's standard streams, in a process group of its own,
-    /// with `variables` ("NAME=value") added to the environment. Returns its exit status, 128 and the
-    /// signal's number when one ended it. Throws std::runtime_error when it cannot be started.
-    int run(std::vector<std::string> argv, const std::vector<std::string>& variables);
+    /// and returns its exit status, 128 and the signal's number when one ended it. Throws std::runtime_error
+    /// when it cannot be started.
+    int run(std::vector<std::string> argv);
 
   private:
     void relay();

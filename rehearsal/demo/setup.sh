@@ -20,7 +20,6 @@ make_mac() {
     zelor-rehearsal add-update --tools "$work/tools" --label Safari9.0Yosemite-9.0 --title Safari --version 9.0 \
         --size 51692
     zelor-rehearsal fault --tools "$work/tools" --package com.example.broken fail
-    export ZELOR_REHEARSAL_ROOT=$root
 }
 
 # Packages, disk images and a bundle, made from the samples.

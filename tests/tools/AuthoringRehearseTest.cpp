@@ -4,6 +4,7 @@
 #include <thread>
 
 #include "authoring/rehearse/RehearsalReport.h"
+#include "authoring/rehearse/Sandbox.h"
 #include "tools/AuthoringFixture.h"
 
 namespace zelor::authoring {
@@ -46,7 +47,14 @@ struct RehearseTest : test::Authoring {
     }
     ~RehearseTest() override { ::unsetenv("TMPDIR"); }
 
+    /// A rehearsal in a sandbox, where this machine has one.
+    static std::vector<std::string> anySandbox() {
+        static const bool none = !whyNoSandbox().empty();
+        return none ? std::vector<std::string>{"--no-sandbox"} : std::vector<std::string>{};
+    }
     ToolRun rehearse(const std::string& identifier, std::vector<std::string> more = {}) {
+        for (const std::string& option : anySandbox())
+            more.push_back(option);
         more.insert(more.begin(), {"rehearse", order, "--identifier", identifier});
         ToolRun run = test::contentTool(more);
         EXPECT_TRUE(fs::is_empty(temporary)) << identifier;
@@ -63,9 +71,57 @@ TEST_F(RehearseTest, TellsWhatBecameOfAnEntry) {
     EXPECT_EQ(run.status, 1);
     EXPECT_THAT(run.out, AllOf(HasSubstr("exit status 3"), HasSubstr("Nothing changed on its disk."),
                                HasSubstr("The end of the log:")));
+    EXPECT_THAT(run.out, Not(HasSubstr("success, nothing changed")));
+    writeFile(source + "/mark.bsh", "exit 0\n");
+    run = rehearse("CCE-1", {"--report", dir / "report.html"});
+    EXPECT_EQ(run.status, 0);
+    EXPECT_THAT(run.out, HasSubstr("warning: the run: success, nothing changed\n    remedy: "));
+    EXPECT_THAT(readFile(dir / "report.html"), HasSubstr("CCE-1"));
     run = rehearse("CVE-2", {"--os", "10.9.5", "--update", "SecUpd2014-005", "--update", "Safari7"});
     EXPECT_EQ(run.status, 0) << run.out << run.err;
-    EXPECT_THAT(run.out, AllOf(HasSubstr("Mac OS X 10.9.5"), HasSubstr("||Apple Mac OS X")));
+    EXPECT_THAT(run.out, AllOf(HasSubstr("Mac OS X 10.9.5"), HasSubstr("||Apple Mac OS X"),
+                               Not(HasSubstr("success, nothing changed"))));
+}
+
+TEST_F(RehearseTest, AbsolutePathsLeadToTheMacsDiskAndNowhereElse) {
+    if (const std::string why = whyNoSandbox(); !why.empty()) GTEST_SKIP() << "no sandbox here: " << why;
+    const std::string programs = fs::path(ZELOR_CONTENT_PROGRAM).parent_path().string();
+    const std::string stray = programs + "/stray-file-of-a-script", other = dir / "stray";
+    writeFile(source + "/mark.bsh",
+              "set -e\n[ \"$(id -u)\" = 0 ]\nmkdir -p /Library/Preferences\n"
+              "echo on >/Library/Preferences/zelor-test-x\n"
+              "echo on >/etc/zelor-test-y\nawk 'BEGIN { exit 0 }'\n"
+              "! touch /usr/zelor-test-z && ! touch " +
+                  other +
+                  "\n"
+                  "touch " +
+                  stray + "\n");
+    const ToolRun run = rehearse("CCE-1", {"--root", root});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_THAT(run.out, AllOf(HasSubstr(stray + "': Read-only file system"),
+                               HasSubstr("  new      /Library/Preferences/zelor-test-x\n"
+                                         "  new      /etc/zelor-test-y\n")));
+    for (const std::string& path : {stray, other, std::string("/Library/Preferences/zelor-test-x"),
+                                    std::string("/etc/zelor-test-y"), std::string("/usr/zelor-test-z")})
+        EXPECT_FALSE(fs::exists(path)) << path;
+    for (const char* mountPoint : {"/usr", "/bin", "/dev", "/proc", "/tmp", "/etc/passwd"})
+        EXPECT_FALSE(fs::exists(root + mountPoint)) << mountPoint;
+    fs::create_symlink("elsewhere", root + "/usr");
+    EXPECT_THAT(rehearse("CCE-1", {"--root", root}).err, HasSubstr("/usr is no directory"));
+}
+
+TEST_F(RehearseTest, WithoutASandboxNothingRunsUnlessAsked) {
+    const std::string before = ::getenv("PATH");
+    ::setenv("PATH", source.c_str(), 1);
+    const ToolRun refused = test::contentTool({"rehearse", order, "--identifier", "CCE-1", "--root", root});
+    const ToolRun run =
+        test::contentTool({"rehearse", order, "--identifier", "CCE-1", "--root", root, "--no-sandbox"});
+    ::setenv("PATH", before.c_str(), 1);
+    EXPECT_EQ(refused.status, 2);
+    EXPECT_THAT(refused.err, AllOf(HasSubstr("bwrap is not installed"), HasSubstr("--no-sandbox")));
+    EXPECT_EQ(refused.out, "");
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_THAT(run.out, AllOf(HasSubstr("No sandbox: "), HasSubstr("new      /mark\n")));
 }
 
 TEST_F(RehearseTest, AMacOfOnesOwnKeepsWhatWasInstalledAndItsSettings) {
@@ -117,6 +173,8 @@ TEST_F(RehearseTest, RefusesWhatCannotBeRehearsed) {
           Case{{"--identifier", "CCE-1", "--root", "/"}, "own root"}}) {
         std::vector<std::string> words = {"rehearse", order};
         words.insert(words.end(), c.arguments.begin(), c.arguments.end());
+        for (const std::string& option : anySandbox())
+            words.push_back(option);
         const ToolRun run = test::contentTool(words);
         EXPECT_EQ(run.status, 2) << c.said;
         EXPECT_THAT(run.err, HasSubstr(c.said));
@@ -126,7 +184,10 @@ TEST_F(RehearseTest, RefusesWhatCannotBeRehearsed) {
 
 TEST_F(RehearseTest, ASignalCancelsTheRunAndEverythingTemporaryGoes) {
     fs::create_directory(root);
-    test::ToolProcess tool({"rehearse", order, "--identifier", "CCE-3", "--root", root}, dir / "errors");
+    std::vector<std::string> words = {"rehearse", order, "--identifier", "CCE-3", "--root", root};
+    for (const std::string& option : anySandbox())
+        words.push_back(option);
+    test::ToolProcess tool(words, dir / "errors");
     while (!fs::exists(root + "/started"))
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     EXPECT_FALSE(fs::is_empty(temporary));
@@ -145,7 +206,10 @@ TEST_F(RehearseTest, ASignalCancelsTheRunAndEverythingTemporaryGoes) {
 }
 
 TEST_F(RehearseTest, KeepsEverythingWhenAsked) {
-    const ToolRun run = test::contentTool({"rehearse", order, "--identifier", "CCE-1", "--keep"});
+    std::vector<std::string> words = {"rehearse", order, "--identifier", "CCE-1", "--keep"};
+    for (const std::string& option : anySandbox())
+        words.push_back(option);
+    const ToolRun run = test::contentTool(words);
     EXPECT_EQ(run.status, 0);
     const fs::path kept = fs::directory_iterator(temporary)->path();
     EXPECT_THAT(run.out, AllOf(HasSubstr("Kept in " + kept.string()), HasSubstr("zelor-content serve")));

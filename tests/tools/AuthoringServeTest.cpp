@@ -1,5 +1,7 @@
 #include <signal.h>
 
+#include "authoring/rehearse/Sandbox.h"
+#include "base/CommandRunner.h"
 #include "tools/AuthoringFixture.h"
 
 namespace zelor::authoring {
@@ -46,19 +48,37 @@ TEST_F(ServeTest, TheRehearsalContentPublishesWithoutFindings) {
     EXPECT_EQ(run.status, 0) << run.out;
 }
 
-TEST_F(ServeTest, RehearsalScriptsTouchARehearsalMacOnly) {
-    const std::string scripts = std::string(ZELOR_REHEARSAL_CONTENT) + "/scripts";
-    boost::filesystem::create_directory(dir / "mac");
-    for (const auto& entry : boost::filesystem::directory_iterator(scripts)) {
-        const std::string script = "bash '" + entry.path().string() + "'";
-        SCOPED_TRACE(script);
-        EXPECT_NE(shell("unset ZELOR_REHEARSAL_ROOT; " + script), 0);
-        EXPECT_NE(shell("ZELOR_REHEARSAL_ROOT=/ " + script), 0);
-        const bool fails = entry.path().filename() == "require-firewall.bsh";
-        EXPECT_EQ(shell("ZELOR_REHEARSAL_ROOT=mac " + script), fails ? 1 : 0);
-        EXPECT_EQ(shell("ZELOR_REHEARSAL_ROOT=mac " + script), fails ? 1 : 0) << "a second time";
+/// With the variable they change the disk that it names, without it, as on a Mac, the root, and both the
+/// same.
+TEST_F(ServeTest, SampleScriptsRunOnAMacAndOnARehearsalMac) {
+    const std::string why = whyNoSandbox(), quick = "env 'BASH_FUNC_sleep%%=() { :; }' ";
+    for (const char* disk : {"mac", "variable"})
+        boost::filesystem::create_directory(dir / disk);
+    std::size_t count = 0;
+    for (const char* folder : {"/scripts", "/../demo/scripts"}) {
+        for (const auto& entry :
+             boost::filesystem::directory_iterator(ZELOR_REHEARSAL_CONTENT + std::string(folder))) {
+            const std::string script = entry.path().string();
+            SCOPED_TRACE(script);
+            ++count;
+            const int status = entry.path().filename() == "require-firewall.bsh" ? 1 : 0;
+            for (int time = 0; time < 2; ++time)
+                EXPECT_EQ(shell(quick + "ZELOR_REHEARSAL_ROOT=variable bash '" + script + "'"), status);
+            // Without a sandbox the scripts would change this machine.
+            EXPECT_THAT(readFile(script), HasSubstr("root=${ZELOR_REHEARSAL_ROOT:-}"));
+            if (!why.empty()) continue;
+            const Sandbox sandbox({dir / "mac", {}, {entry.path().parent_path().string()}});
+            const base::CommandResult run =
+                base::runCommand(sandbox.words({"/usr/bin/env", "-u", "ZELOR_REHEARSAL_ROOT",
+                                                "BASH_FUNC_sleep%%=() { :; }", "/bin/bash", script}),
+                                 true, std::chrono::seconds(20));
+            EXPECT_EQ(WEXITSTATUS(run.status), status) << run.output;
+        }
     }
-    EXPECT_EQ(readFile(dir / "mac/etc/launchd-user.conf"), "umask 027\n");
+    EXPECT_EQ(count, 7U);
+    EXPECT_EQ(readFile(dir / "variable/etc/launchd-user.conf"), "umask 027\n");
+    if (!why.empty()) GTEST_SKIP() << "no sandbox here: " << why;
+    EXPECT_EQ(shell("diff -r mac variable"), 0);
 }
 
 }  // namespace
