@@ -365,7 +365,7 @@ TEST_F(PublishTest, ManyEntriesArePublishedInGroups) {
     constexpr int count = 510;
     for (int i = 0; i < count; ++i) {
         const std::string number = std::to_string(1000 + i);
-        writeFile(source + "/p" + number + ".dmg", number);
+        writeFile(source + "/p" + number + ".dmg", image(number));
         many += (i == 0 ? "" : ",") + (R"({"identifier": "CVE-)" + number) + R"(", "product": "cpe:/a:x:)" +
                 number + R"(", "file": "p)" + number + ".dmg\"}";
     }
