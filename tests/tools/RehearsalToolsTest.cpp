@@ -123,7 +123,8 @@ TEST_F(RehearsalTools, HangsDiesAndFloods) {
     MacRun run = tool("softwareupdate", {"-i", "Hang"}, 1);
     EXPECT_EQ(WTERMSIG(run.status), SIGALRM);
     EXPECT_EQ(run.out, "");  // what it would have said sits in its buffer
-    EXPECT_EQ(WTERMSIG(tool("softwareupdate", {"-i", "Die"}).status), SIGKILL);
+    run = tool("softwareupdate", {"-i", "Die"});
+    EXPECT_EQ(WTERMSIG(run.status), SIGKILL);
     run = tool("softwareupdate", {"-i", "Flood"});
     EXPECT_GT(run.out.size(), 100U << 20U);
     EXPECT_THAT(run.out.substr(run.out.size() - 100), HasSubstr("Done.\n"));
@@ -136,7 +137,8 @@ TEST_F(RehearsalTools, HangsDiesAndFloods) {
         const Words arguments = name == "hdiutil"     ? Words{"detach", "disk2"}
                                 : name == "installer" ? Words{"-pkg", "a.pkg", "-target", "/"}
                                                       : Words{};
-        EXPECT_EQ(WTERMSIG(tool(name, arguments).status), SIGKILL) << name;
+        run = tool(name, arguments);
+        EXPECT_EQ(WTERMSIG(run.status), SIGKILL) << name;
     }
 }
 
