@@ -7,14 +7,13 @@
 #include "collaborators/Common.h"
 #include "platform/Log.h"
 #include "platform/macos/MacPatchManager.h"
+#include "remediation/RunParts.h"
 #include "remediation/apply/InstalledRecord.h"
 #include "remediation/buffer/BufferedList.h"
-#include "remediation/progress/NearbyKey.h"
-#include "remediation/progress/ProgressTable.h"
-#include "remediation/progress/RunEvents.h"
-#include "remediation/progress/SingleCancels.h"
 
 namespace zlog = zelor::log;
+using zelor::remediation::Cancellation;
+using zelor::remediation::RunParts;
 
 namespace {
 
@@ -35,13 +34,11 @@ RemediationManager::RemediationManager(std::string installPathArgument)
       ovalIdMap(std::make_shared<const std::map<std::string, std::string>>()),
       macPatchManager(std::make_unique<MacPatchManager>()),
       bufferedPatchesFileName(kBufferedPatchesFileName),
-      progressTable(std::make_unique<zelor::remediation::ProgressTable>(remediationProgressMap)),
-      cancelledKey(std::make_unique<zelor::remediation::NearbyKey<std::map<std::string, std::string>>>()),
-      cancellableRequests(ovalIdMap),
-      singleCancels(std::make_unique<zelor::remediation::SingleCancels>()),
       installedRecord(std::make_unique<zelor::remediation::InstalledRecord>()),
       bufferedList(std::make_unique<zelor::remediation::BufferedList>()),
-      events(std::make_unique<zelor::remediation::RunEvents>()) {}
+      parts(std::make_unique<RunParts>(
+          remediationProgressMap, removedDuplicateEriMap, collectiveResultMap, mutex,
+          Cancellation::State{cancelAllRem, cancelRemMap, currentRemId, download_thread}, thread_mutex)) {}
 
 RemediationManager::~RemediationManager() {
     systemPlatformCpe = "";
@@ -63,7 +60,7 @@ void RemediationManager::setovalIdMap(std::map<std::string, std::string> request
     Requests replaced;  // freed after the lock
     const boost::unique_lock<boost::mutex> lock(inputMapmutex);
     replaced = std::exchange(ovalIdMap, replacement);
-    if (!takenUpRequests) setCancellableRequests(ovalIdMap);
+    if (!takenUpRequests) parts->cancellation.setCancellable(ovalIdMap);
 }
 
 std::map<std::string, std::string> RemediationManager::getovalIdMap() {
@@ -84,7 +81,7 @@ void RemediationManager::setFirstRemediationAfterScan(bool first) {
 }
 
 void RemediationManager::setRunObserver(zelor::RunObserver* observer) {
-    events->setObserver(observer);
+    parts->events.setObserver(observer);
 }
 
 bool RemediationManager::getRemDone() {
@@ -127,4 +124,59 @@ void RemediationManager::emptyTheContentDirectory() {
         return;
     }
     macPatchManager->emptyTheContentDirectory(contentDownloadDir);
+}
+
+std::map<std::string, unsigned long> RemediationManager::getRemediationProgressMap() {
+    return parts->progress.copy();
+}
+
+void RemediationManager::setRemediationProgressMap(std::map<std::string, unsigned long> progress) {
+    parts->progress.replace(std::move(progress));
+}
+
+void RemediationManager::insertRemProgressInMap(std::string key, REM_PROGRESS progress) {
+    parts->progress.record(key, progress);
+}
+
+void RemediationManager::evaluateCollectiveResult(std::string key, REM_PROGRESS progress, bool* store,
+                                                  REM_PROGRESS* result) {
+    const auto collective = parts->progress.collectiveResult(key, progress);
+    *store = collective.has_value();
+    if (collective) *result = *collective;
+}
+
+void RemediationManager::setAllRemsStatusToFailed() {
+    parts->progress.failAll({remMetadataForCVE, remMetadataForCCE});
+}
+
+void RemediationManager::setRemainingRemsStatusToFailed() {
+    parts->progress.failRemaining({remMetadataForCVE, remMetadataForCCE});
+}
+
+void RemediationManager::setAllRemainingRemStatusToAborted() {
+    parts->progress.abortRemaining({remMetadataForCVE, remMetadataForCCE});
+}
+
+void RemediationManager::setCancelAllRem(bool cancel) {
+    parts->cancellation.setAll(cancel);
+}
+
+void RemediationManager::setCancelRemMap(std::map<std::string, std::string> requests) {
+    parts->cancellation.setRequests(std::move(requests));
+}
+
+std::map<std::string, std::string> RemediationManager::getCancelRemMap() {
+    return parts->cancellation.requests();
+}
+
+void RemediationManager::terminateKillableThreads() {
+    parts->cancellation.interruptDownload();
+}
+
+void RemediationManager::setAbortedRemStatusToAborted() {
+    parts->cancellation.markCancelled();
+}
+
+bool RemediationManager::thisRemIsAborted(std::string id) {
+    return parts->cancellation.isCancelled(id);
 }

@@ -7,10 +7,8 @@
 #include "base/Files.h"
 #include "platform/Log.h"
 #include "remediation/RemediationManager.h"
+#include "remediation/RunParts.h"
 #include "remediation/apply/InstalledRecord.h"
-#include "remediation/intake/RequestParsing.h"
-#include "remediation/progress/ProgressTable.h"
-#include "remediation/progress/RunEvents.h"
 
 namespace zlog = zelor::log;
 
@@ -60,14 +58,15 @@ void RemediationManager::concertedRemediationStart() {
     } catch (...) {
         endAfterException("an exception of unknown type");
     }
-    events->ended({rebootNeeded, scanNeeded, getAllRemFailed()});
+    parts->events.ended({rebootNeeded, scanNeeded, getAllRemFailed()});
+    parts->cancellation.endRun();
     runState = RunState::none;
     remDone = true;  // the controller may free the manager from here on
 }
 
 // True at the normal end, false on every other way out.
 bool RemediationManager::runPhases() {
-    stoppedForCancel = false;
+    parts->cancellation.beginRun();
     if (takeUpRequests()->empty() || contentDownloadDir.empty() || installPath.empty()) {
         zlog::error(
             " [Remediation Manager] 'ovalIdMap' and/or 'contentDownloadDir' and/or 'install path' is not set "
@@ -107,7 +106,7 @@ bool RemediationManager::runPhases() {
 RemediationManager::Requests RemediationManager::takeUpRequests() {
     const boost::unique_lock<boost::mutex> lock(inputMapmutex);
     takenUpRequests = ovalIdMap;
-    setCancellableRequests(takenUpRequests);
+    parts->cancellation.setCancellable(takenUpRequests);
     return takenUpRequests;
 }
 
@@ -116,22 +115,15 @@ RemediationManager::Requests RemediationManager::requestsOfRun() const {
     return takenUpRequests ? takenUpRequests : ovalIdMap;
 }
 
-// A run that has left something undone for a cancel ends as cancelled, even if the cancel is withdrawn then.
-bool RemediationManager::stopsForCancel() {
-    if (runState != RunState::running) return cancelAllRem;
-    if (cancelAllRem) stoppedForCancel = true;
-    return stoppedForCancel;
-}
-
 bool RemediationManager::stoppedBeforePhases() {
     if (internalError) {
         endAsInternalError(kErrorInParsing, &RemediationManager::setAllRemsStatusToFailed);
         return true;
     }
-    bool cancelled = stopsForCancel();
+    bool cancelled = parts->cancellation.stopsRun();
     for (int look = 0; look < 2 && !cancelled; ++look) {
         setAbortedRemStatusToAborted();
-        cancelled = stopsForCancel();
+        cancelled = parts->cancellation.stopsRun();
     }
     if (cancelled) endAsAborted();
     return cancelled;
@@ -142,7 +134,7 @@ bool RemediationManager::stoppedAfterPhase() {
         endAsInternalError(kErrorInApplying, &RemediationManager::setRemainingRemsStatusToFailed);
         return true;
     }
-    if (stopsForCancel()) {
+    if (parts->cancellation.stopsRun()) {
         endAsAborted();
         return true;
     }
@@ -162,7 +154,7 @@ void RemediationManager::endAsAborted() {
     // A cancel during parsing leaves requests that never became rows.
     const Requests requests = requestsOfRun();
     for (const auto& request : *requests)
-        markUnlessFinal(request.first, REM_ABORTED);
+        parts->progress.recordUnlessFinal(request.first, REM_ABORTED);
     emptyTheContentDirectory();
 }
 
@@ -170,14 +162,8 @@ void RemediationManager::endAfterException(const std::string& what) {
     try {
         zlog::error(" [Remediation Manager] The run ended with an unexpected error: ", what);
         const Requests requests = requestsOfRun();
-        for (const auto& request : *requests) {
-            const auto known = progressTable->find(zelor::remediation::progressKey(request.first));
-            if (known.value_or(REM_QUEUED) > REM_INSTALLING) continue;
-            events->failed(request.first, "the run ended with an unexpected error: " + what);
-            announce(request.first, REM_INTERNAL_FAILED);
-            const boost::unique_lock<boost::mutex> lock(mutex);
-            storeProgress(request.first, REM_INTERNAL_FAILED);
-        }
+        for (const auto& request : *requests)
+            parts->progress.failUnfinished(request.first, "the run ended with an unexpected error: " + what);
         allRemFailed = true;
         emptyTheContentDirectory();
     } catch (...) {

@@ -27,11 +27,8 @@ namespace zelor::remediation {
 class BufferedList;
 class InstalledRecord;
 struct PatchName;
-template <class Map>
-class NearbyKey;
-class ProgressTable;
-class SingleCancels;
-class RunEvents;
+struct RunParts;
+enum class Next;
 }  // namespace zelor::remediation
 
 /// Remediates the findings of one request map.
@@ -225,7 +222,7 @@ class ZELOR_API RemediationManager {
   private:
     friend struct RemediationManagerPeer;  // the tests' way to a state that no input can reach
 
-    enum class Next { block, aborted, phaseEnd };
+    using Next = zelor::remediation::Next;
     enum class RunState { none, starting, running };
     // What one manager works on; shared, so that a run keeps its requests while the controller sets others.
     using Requests = std::shared_ptr<const std::map<std::string, std::string>>;
@@ -234,24 +231,12 @@ class ZELOR_API RemediationManager {
     bool runPhases();
     Requests takeUpRequests();
     Requests requestsOfRun() const;
-    bool stopsForCancel();
     bool stoppedBeforePhases();
     bool stoppedAfterPhase();
     void endAsInternalError(const char* message, void (RemediationManager::*markRequests)());
     void endAsAborted();
     void endAfterException(const std::string& what);
     void resetInstalledPatchesFile();
-
-    // Progress
-    void markUnlessFinal(const std::string& key, REM_PROGRESS progress);
-    bool isCancelled(const std::string& key);
-    bool downloadIsCancelled() const;
-    void setCancellableRequests(const Requests& requests);
-    void storeProgress(const std::string& key, unsigned long value);
-    bool isAborted(const std::string& key);
-    void recordProgress(const std::string& key, REM_PROGRESS progress);
-    void announce(const std::string& key, unsigned long value);
-    void countForCollectiveResult(const remediateMetadata& row, bool counts);
 
     // Parsing and fetch
     void parseRequest(const std::string& key, const std::string& identifier,
@@ -308,32 +293,16 @@ class ZELOR_API RemediationManager {
     std::string bufferedPatchesFileName;
     std::multimap<std::string, REM_PROGRESS> collectiveResultMap;
 
-    // Holds remediationProgressMap: every access goes through it.
-    std::unique_ptr<zelor::remediation::ProgressTable> progressTable;
-    // Where cancelRemMap was looked at last; guarded by `thread_mutex`.
-    std::unique_ptr<zelor::remediation::NearbyKey<std::map<std::string, std::string>>> cancelledKey;
-    // Rows with content that are no OS updates, per key: what the collective rule counts.
-    std::unordered_map<std::string, std::size_t> collectiveCounts;
     // The requests that a run or buffering job took up; guarded by `inputMapmutex`.
     Requests takenUpRequests;
-    // What single cancels are looked up in: those, or the request map before a run. This and the next one are
-    // guarded by `thread_mutex`.
-    Requests cancellableRequests;
-    bool singleCancelsChanged = false;
-    // Assigned under `thread_mutex` and `mutex`, used under `mutex`.
-    std::unique_ptr<zelor::remediation::SingleCancels> singleCancels;
     std::atomic<RunState> runState{RunState::none};
-    // The run stopped a step because it was cancelled: from then on a withdrawal is too late. The run's
-    // thread alone uses this one and the next.
-    bool stoppedForCancel = false;
     // The last fetch ended for a cancel, not for want of a file.
     bool fetchCancelled = false;
     // The end of the download in hand, which is awaited here so that its handle is used under thread_mutex
     // alone.
     boost::mutex downloadEndMutex;
     boost::condition_variable downloadEnd;
-    std::atomic<bool> downloadInterrupted{false};
     std::unique_ptr<zelor::remediation::InstalledRecord> installedRecord;
     std::unique_ptr<zelor::remediation::BufferedList> bufferedList;
-    std::unique_ptr<zelor::remediation::RunEvents> events;
+    std::unique_ptr<zelor::remediation::RunParts> parts;
 };

@@ -5,9 +5,9 @@
 #include "platform/macos/MacPatchManager.h"
 #include "remediation/RecordAccess.h"
 #include "remediation/RemediationManager.h"
+#include "remediation/RunParts.h"
 #include "remediation/apply/InstallResult.h"
 #include "remediation/intake/ContentRules.h"
-#include "remediation/progress/RunEvents.h"
 
 namespace zlog = zelor::log;
 
@@ -15,7 +15,7 @@ void RemediationManager::applyConfigs() {
     zlog::debug(" >>> [Remediation Manager] (applyConfigs) starting ...");
     for (remediateMetadata& row : remMetadataForCCE) {
         setAbortedRemStatusToAborted();
-        if (stopsForCancel() || !applyConfigRequest(row)) break;
+        if (parts->cancellation.stopsRun() || !applyConfigRequest(row)) break;
     }
     zlog::debug(" <<< [Remediation Manager] (applyConfigs) DONE!! ...");
 }
@@ -36,7 +36,7 @@ bool RemediationManager::applyConfigRequest(remediateMetadata& row) {
             "[Remediation Manager] (applyConfigs) verifyIfAlreadyAppliedRem returned true for a config. CCE "
             "is: ",
             cce);
-        events->applied(key, zelor::Applied::before, false);
+        parts->events.applied(key, zelor::Applied::before, false);
         insertRemProgressInMap(key, REM_SUCCESS);
         anyRemSucceeded = true;
     } else {
@@ -61,7 +61,7 @@ bool RemediationManager::fetchAndRunScripts(remediateMetadata& row, int& result,
                         "' and CCE = '", row.getCveOrCceId(), "'");
             zlog::debug(
                 "[Remediation Manager] (applyConfigs) Patch name is not a valid patch .. Marking FAILED.");
-            events->failed(key, "the content names no script");
+            parts->events.failed(key, "the content names no script");
             insertRemProgressInMap(key, REM_INVALID_REQUEST);
             allRemFailed = true;
             return false;
@@ -84,9 +84,9 @@ bool RemediationManager::fetchAndRunScripts(remediateMetadata& row, int& result,
         zelor::CallReport report;
         result = runScript(block, path, usedBufferedCopy);
         if (result == zelor::remediation::kInstalled) {
-            events->applied(key, zelor::Applied::now, getRebootStatus(RecordAccess::creEriData(row)));
+            parts->events.applied(key, zelor::Applied::now, getRebootStatus(RecordAccess::creEriData(row)));
         } else {
-            events->failed(key, report, "the script could not be run");
+            parts->events.failed(key, report, "the script could not be run");
         }
     } while (result == zelor::remediation::kInstalled && ++current < blocks.size());
     return true;

@@ -6,10 +6,10 @@
 #include "platform/macos/MacPatchManager.h"
 #include "remediation/RecordAccess.h"
 #include "remediation/RemediationManager.h"
+#include "remediation/RunParts.h"
 #include "remediation/apply/InstallResult.h"
 #include "remediation/fetch/PatchName.h"
 #include "remediation/intake/ContentRules.h"
-#include "remediation/progress/RunEvents.h"
 
 namespace zlog = zelor::log;
 
@@ -17,7 +17,7 @@ void RemediationManager::installNonOsPatches(std::string /*installPathCopy*/) {
     ConfigurationManager::GetInstance("")->getThirdPartyProductInstallationType();
     for (remediateMetadata& row : remMetadataForCVE) {
         setAbortedRemStatusToAborted();
-        if (stopsForCancel()) {
+        if (parts->cancellation.stopsRun()) {
             zlog::debug(
                 "[Remediation Manager] (installNonOsPatches) Since all Remediations are canceled, returning "
                 "... ");
@@ -29,25 +29,25 @@ void RemediationManager::installNonOsPatches(std::string /*installPathCopy*/) {
 
 RemediationManager::Next RemediationManager::installNonOsRequest(remediateMetadata& row) {
     const std::string& key = RecordAccess::combinedCpes(row);
-    if (isAborted(key)) {
+    if (parts->cancellation.isCancelled(key)) {
         insertRemProgressInMap(key, REM_ABORTED);
         return Next::aborted;
     }
     if (!RecordAccess::creEriDataPresent(row)) {
         zlog::debug(
             "[Remediation Manager] (installNonOsPatches) skipping entry for which parsing has failed");
-        return Next::block;
+        return Next::proceed;
     }
     if (RecordAccess::osRemediation(row)) {
         zlog::debug("[Remediation Manager] (installNonOsPatches) skipping OS entry ");
-        return Next::block;
+        return Next::proceed;
     }
     creEriParsedData& entry = RecordAccess::creEriData(row);
     std::vector<parsedEriData>& blocks = RecordAccess::blocks(entry);
     zlog::debug(" [Remediation Manager] (installNonOsPatches) eriDataV.size = ", blocks.size());
     // The one thing that the blocks change; a cancelled request keeps what it had.
     bool installed = entry.getInstalledSuccessfully();
-    Next next = Next::block;
+    Next next = Next::proceed;
     for (parsedEriData& block : blocks) {
         next = installNonOsBlock(row, block, installed);
         if (next == Next::phaseEnd) return next;
@@ -64,7 +64,7 @@ RemediationManager::Next RemediationManager::installNonOsRequest(remediateMetada
 
 RemediationManager::Next RemediationManager::installNonOsBlock(remediateMetadata& row, parsedEriData& block,
                                                                bool& installed) {
-    if (!zelor::remediation::isForThisPlatform(block)) return Next::block;
+    if (!zelor::remediation::isForThisPlatform(block)) return Next::proceed;
     creEriParsedData& entry = RecordAccess::creEriData(row);
     const std::string& key = RecordAccess::combinedCpes(row);
     const std::string& patchId = RecordAccess::patchId(block);
@@ -78,11 +78,11 @@ RemediationManager::Next RemediationManager::installNonOsBlock(remediateMetadata
             "xml for cpe = "
             "'",
             key, "' and CVE = '", row.getCveOrCceId(), "'");
-        events->failed(key, "the content names no patch");
+        parts->events.failed(key, "the content names no patch");
         insertRemProgressInMap(key, REM_FAILED);
         allRemFailed = true;
         entry.setInstalledSuccessfully(installed);
-        return Next::block;
+        return Next::proceed;
     }
     int result = zelor::remediation::kInstallFailed;
     bool usedBufferedCopy = false;
@@ -93,20 +93,20 @@ RemediationManager::Next RemediationManager::installNonOsBlock(remediateMetadata
             "patch CVE "
             "is: ",
             RecordAccess::cve(entry));
-        events->applied(key, zelor::Applied::before, false);
+        parts->events.applied(key, zelor::Applied::before, false);
         insertRemProgressInMap(key, REM_SUCCESS);
         anyRemSucceeded = true;
         result = zelor::remediation::kInstalled;
     } else if (step == zelor::remediation::PatchStep::misnamed) {
         zlog::debug(
             "[Remediation Manager] (installNonOsPatches) Patch name is not a valid patch .. Marking FAILED.");
-        events->failed(key, "the content's patch name '" + patchId + "' has no extension");
+        parts->events.failed(key, "the content's patch name '" + patchId + "' has no extension");
         insertRemProgressInMap(key, REM_INVALID_REQUEST);
         allRemFailed = true;
-        return Next::block;
+        return Next::proceed;
     } else {
         const Next next = fetchBlock(key, block, path, usedBufferedCopy);
-        if (next != Next::block) return next;
+        if (next != Next::proceed) return next;
         if (internalError) {
             insertRemProgressInMap(key, REM_INTERNAL_FAILED);
             return Next::phaseEnd;
@@ -120,7 +120,7 @@ RemediationManager::Next RemediationManager::installNonOsBlock(remediateMetadata
     }
     zlog::info(" [Remediation Manager] (installNonOsPatches) The remediation result for cpe = ", key,
                " is \"", installed ? "Succeeded" : "Failed", "\"");
-    return Next::block;
+    return Next::proceed;
 }
 
 int RemediationManager::installNonOsFile(remediateMetadata& row, parsedEriData& block,
@@ -130,8 +130,8 @@ int RemediationManager::installNonOsFile(remediateMetadata& row, parsedEriData& 
     insertRemProgressInMap(row.getCombinedCpes(), REM_INSTALLING);
     boost::system::error_code error;
     if (path.empty() || !boost::filesystem::exists(path, error)) {
-        events->failed(RecordAccess::combinedCpes(row),
-                       "'" + RecordAccess::patchId(block) + "' is not there");
+        parts->events.failed(RecordAccess::combinedCpes(row),
+                             "'" + RecordAccess::patchId(block) + "' is not there");
         zlog::error(" [Remediation Manager] The patch file '", path,
                     "' DOES NOT exist OR it failed signature verification.");
         return zelor::remediation::kFileUnavailable;
@@ -151,10 +151,10 @@ int RemediationManager::installNonOsFile(remediateMetadata& row, parsedEriData& 
     const std::string& key = RecordAccess::combinedCpes(row);
     const std::string& name = RecordAccess::patchId(block);
     if (result == zelor::remediation::kInstalled) {
-        events->applied(key, zelor::Applied::now,
-                        report.restartAsked() || getRebootStatus(RecordAccess::creEriData(row)));
+        parts->events.applied(key, zelor::Applied::now,
+                              report.restartAsked() || getRebootStatus(RecordAccess::creEriData(row)));
     } else {
-        events->failed(
+        parts->events.failed(
             key, report,
             kind.empty() ? "'" + name + "' is no .app, .pkg or .dmg" : "'" + name + "' was not installed");
     }

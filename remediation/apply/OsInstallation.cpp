@@ -3,18 +3,18 @@
 #include "platform/macos/MacPatchManager.h"
 #include "remediation/RecordAccess.h"
 #include "remediation/RemediationManager.h"
+#include "remediation/RunParts.h"
 #include "remediation/intake/ContentRules.h"
-#include "remediation/progress/RunEvents.h"
 
 namespace zlog = zelor::log;
 
 void RemediationManager::installPatches() {
     zlog::debug("  >>> [Remediation Manager] (installPatches) starting ...");
     installOsPatches();
-    if (stopsForCancel()) return;
+    if (parts->cancellation.stopsRun()) return;
     setAbortedRemStatusToAborted();
     installNonOsPatches(installPath);
-    if (stopsForCancel()) return;
+    if (parts->cancellation.stopsRun()) return;
     setAbortedRemStatusToAborted();
     zlog::debug(" <<< [Remediation Manager] (installPatches) DONE!! ...");
 }
@@ -54,23 +54,20 @@ bool RemediationManager::installOsRequest(remediateMetadata& row) {
     }
     insertRemProgressInMap(key, REM_QUEUED);
     setAbortedRemStatusToAborted();
-    if (stopsForCancel()) return false;
-    {
-        const boost::unique_lock<boost::mutex> lock(thread_mutex);
-        currentRemId = key;
-    }
+    if (parts->cancellation.stopsRun()) return false;
+    parts->cancellation.setCurrentRequest(key);
     insertRemProgressInMap(key, REM_INSTALLING);
     const std::string packageName = row.getPackageName();
     zlog::debug(" [Remediation Manager] (installOsPatches) Patching OS Package = ", packageName);
     zelor::CallReport report;
     if (macPatchManager->installOSPatch(packageName) != 0) {
-        events->failed(key, report, "the update could not be installed");
+        parts->events.failed(key, report, "the update could not be installed");
         insertRemProgressInMap(key, REM_FAILED);
         allRemFailed = true;
         return true;
     }
-    events->applied(key, report.nothingToDo() ? zelor::Applied::before : zelor::Applied::now,
-                    report.restartAsked());
+    parts->events.applied(key, report.nothingToDo() ? zelor::Applied::before : zelor::Applied::now,
+                          report.restartAsked());
     insertRemProgressInMap(key, REM_SUCCESS);
     anyRemSucceeded = true;
     zlog::info(" [Remediation Manager] (installOsPatches) Remediation for \"", packageName,

@@ -12,10 +12,10 @@
 #include "platform/Log.h"
 #include "remediation/RecordAccess.h"
 #include "remediation/RemediationManager.h"
+#include "remediation/RunParts.h"
 #include "remediation/buffer/BufferFolders.h"
 #include "remediation/buffer/PatchSize.h"
 #include "remediation/fetch/PatchName.h"
-#include "remediation/progress/RunEvents.h"
 
 namespace zlog = zelor::log;
 namespace fs = boost::filesystem;
@@ -68,7 +68,7 @@ void RemediationManager::bufferPatches(std::map<std::string, std::string> reques
     } catch (const std::exception& problem) {
         zlog::error(" [Remediation Manager] Buffering ended with an unexpected error: ", problem.what());
     }
-    events->ended({rebootNeeded, scanNeeded, getAllRemFailed()});
+    parts->events.ended({rebootNeeded, scanNeeded, getAllRemFailed()});
 }
 
 bool RemediationManager::bufferingIsCancelled() {
@@ -106,13 +106,13 @@ bool RemediationManager::bufferBlock(parsedEriData& block) {
     if (!unsafe.empty()) {
         zlog::error("[Remediation Manager] (downloadPatchForBuffering) The patch name '", patchId,
                     "' is refused: ", unsafe);
-        events->buffered(patchId, zelor::BufferOutcome::skipped, "its name is refused: " + unsafe);
+        parts->events.buffered(patchId, zelor::BufferOutcome::skipped, "its name is refused: " + unsafe);
         return true;
     }
     if (patchIsAlreadyBuffered(patchId, md5sum, bufferedListPath())) {
         zlog::debug("[Remediation Manager] (downloadPatchForBuffering) patch \"", patchId,
                     "\" is already buffered and is latest.");
-        events->buffered(patchId, zelor::BufferOutcome::alreadyBuffered);
+        parts->events.buffered(patchId, zelor::BufferOutcome::alreadyBuffered);
         return true;
     }
     const zelor::remediation::PatchName name = zelor::remediation::cutFourCharacters(patchId);
@@ -121,30 +121,30 @@ bool RemediationManager::bufferBlock(parsedEriData& block) {
     if (downloadSizeExceedsAllotedSize(RecordAccess::patchSize(block))) {
         zlog::debug("[Remediation Manager] (downloadPatchForBuffering) Patch \"", patchId,
                     "\" buffering skipped as it is exceeding the alloted size for bufferedpatches dir");
-        events->buffered(patchId, zelor::BufferOutcome::tooLarge,
-                         "it does not fit into what is left of the buffer's size");
+        parts->events.buffered(patchId, zelor::BufferOutcome::tooLarge,
+                               "it does not fit into what is left of the buffer's size");
         return true;
     }
     const unsigned long rate = getBpsInPercentOfBandwidth();
     zlog::debug("[Remediation Manager] (downloadPatchForBuffering) Patch '", patchId,
                 "' will be buffered at ", rate, " bytes/second");
     if (bufferingIsCancelled()) return false;
-    events->beginDownload("", patchId);
-    events->buffered(patchId, zelor::BufferOutcome::downloading);
+    parts->events.beginDownload("", patchId);
+    parts->events.buffered(patchId, zelor::BufferOutcome::downloading);
     if (downloadForBuffer(name, archivePath, rate) == 0) {
         zelor::CallReport report;
         addPatchBufferedEntry(patchId, md5sum, bufferedListPath());
-        events->buffered(
+        parts->events.buffered(
             patchId, report.reason().empty() ? zelor::BufferOutcome::buffered : zelor::BufferOutcome::skipped,
             report.reason());
     } else {
-        const std::string why = events->downloadProblem();
-        events->buffered(patchId, zelor::BufferOutcome::skipped,
-                         why.empty() ? "the download was not finished; the next job resumes it" : why);
+        const std::string why = parts->events.downloadProblem();
+        parts->events.buffered(patchId, zelor::BufferOutcome::skipped,
+                               why.empty() ? "the download was not finished; the next job resumes it" : why);
         zlog::debug("[Remediation Manager] (downloadPatchForBuffering) Dowdnload patch failed for patch = ",
                     patchId);
     }
-    return !fetchCancelled && !downloadInterrupted;
+    return !fetchCancelled && !parts->cancellation.downloadWasInterrupted();
 }
 
 // On the download thread, where a cancel reaches it; an interruption of the waiting thread is passed on.
@@ -159,9 +159,7 @@ int RemediationManager::downloadForBuffer(const zelor::remediation::PatchName& n
         boost::unique_lock<boost::mutex> lock(downloadEndMutex);
         downloadEnd.wait(lock, [this] { return downloadThreadDone.load(); });
     } catch (const boost::thread_interrupted&) {
-        const boost::unique_lock<boost::mutex> lock(thread_mutex);
-        downloadInterrupted = true;
-        download_thread.interrupt();
+        parts->cancellation.stopDownload();
     }
     awaitDownload();
     return result;

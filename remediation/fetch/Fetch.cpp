@@ -12,11 +12,12 @@
 #include "platform/Log.h"
 #include "remediation/RecordAccess.h"
 #include "remediation/RemediationManager.h"
+#include "remediation/RunParts.h"
 #include "remediation/fetch/PatchName.h"
-#include "remediation/progress/RunEvents.h"
 
 namespace zlog = zelor::log;
 namespace fs = boost::filesystem;
+using zelor::remediation::Cancellation;
 
 namespace {
 
@@ -45,14 +46,15 @@ std::string RemediationManager::getFileFromRepo(std::string fileName, std::strin
     if (!unsafe.empty()) {
         zlog::error(" [Remediation Manager] Inside getFileFromRepo: The file name '", fileName,
                     "' is refused: ", unsafe, ". ");
-        events->failed(remKey, "the file name '" + fileName + "' is refused: " + unsafe);
+        parts->events.failed(remKey, "the file name '" + fileName + "' is refused: " + unsafe);
         return "";
     }
     const std::string problem = zelor::base::prepareFolder(contentDownloadDir);
     if (!problem.empty()) {
         zlog::error(" [Remediation Manager] Inside getFileFromRepo: The content directory '",
                     contentDownloadDir, "' is refused: ", problem);
-        events->failed(remKey, "the content directory '" + contentDownloadDir + "' is refused: " + problem);
+        parts->events.failed(remKey,
+                             "the content directory '" + contentDownloadDir + "' is refused: " + problem);
         return "";
     }
     std::string archivePath = contentDownloadDir + kSeparator + name->stem + ".zip";
@@ -61,7 +63,7 @@ std::string RemediationManager::getFileFromRepo(std::string fileName, std::strin
             ConfigurationManager::GetInstance("")->getBufferPatchesDir() + kSeparator + name->stem + ".zip";
         usedBufferedCopy = true;
     } else {
-        events->beginDownload(remKey, fileName);
+        parts->events.beginDownload(remKey, fileName);
         insertRemProgressInMap(remKey, REM_DOWNLOADING);
         download(name->stem, archivePath, name->extension, remKey);
     }
@@ -70,8 +72,9 @@ std::string RemediationManager::getFileFromRepo(std::string fileName, std::strin
     if (internalError || cancelled) return "";
     if (!fileExists(archivePath)) {
         zlog::error(" [Remediation Manager] Inside getFileFromRepo: GetResource returned NULL. ");
-        const std::string why = events->downloadProblem();
-        events->failed(remKey, why.empty() ? "the archive of '" + fileName + "' was not downloaded" : why);
+        const std::string why = parts->events.downloadProblem();
+        parts->events.failed(remKey,
+                             why.empty() ? "the archive of '" + fileName + "' was not downloaded" : why);
         return "";
     }
     insertRemProgressInMap(remKey, REM_DOWNLOADED);
@@ -79,7 +82,7 @@ std::string RemediationManager::getFileFromRepo(std::string fileName, std::strin
     unpack(archivePath, contentDownloadDir);
     const std::string filePath = contentDownloadDir + kSeparator + fileName;
     if (verifySignature(filePath, name->extension) == 0) return filePath;
-    events->failed(remKey, report, "the signature of '" + fileName + "' is not good");
+    parts->events.failed(remKey, report, "the signature of '" + fileName + "' is not good");
     return "";
 }
 
@@ -91,10 +94,10 @@ RemediationManager::Next RemediationManager::fetchBlock(const std::string& key, 
         path =
             getFileFromRepo(RecordAccess::patchId(block), key, RecordAccess::md5sum(block), usedBufferedCopy);
         setAbortedRemStatusToAborted();
-        if (stopsForCancel()) return Next::phaseEnd;
-        if (isAborted(key)) return Next::aborted;
+        if (parts->cancellation.stopsRun()) return Next::phaseEnd;
+        if (parts->cancellation.isCancelled(key)) return Next::aborted;
     } while (path.empty() && fetchCancelled && !internalError);
-    return Next::block;
+    return Next::proceed;
 }
 
 void RemediationManager::download(const std::string& stem, std::string& archivePath,
@@ -103,25 +106,15 @@ void RemediationManager::download(const std::string& stem, std::string& archiveP
     do {
         if (!startDownload(remKey, work)) return;
         awaitDownload();
-    } while (downloadInterrupted && !internalError && !fileExists(archivePath));
+    } while (parts->cancellation.downloadWasInterrupted() && !internalError && !fileExists(archivePath));
 }
 
 // False when there is no thread for `work`, or when the cancel came before the thread.
 bool RemediationManager::startDownload(const std::string& remKey, const std::function<void()>& work) {
-    const boost::unique_lock<boost::mutex> lock(thread_mutex);
-    currentRemId = remKey;
-    downloadInterrupted = false;
     downloadThreadDone = false;
-    fetchCancelled = downloadIsCancelled();
-    if (fetchCancelled) return false;
-    try {
-        download_thread = boost::thread(work);
-        return true;
-    } catch (const std::exception& problem) {
-        zlog::error(" [Remediation Manager] Inside getFileFromRepo: No thread for the download: ",
-                    problem.what());
-        return false;
-    }
+    const Cancellation::Start start = parts->cancellation.startDownload(remKey, work);
+    fetchCancelled = start == Cancellation::Start::cancelled;
+    return start == Cancellation::Start::started;
 }
 
 // The member handle is used under thread_mutex alone, since a cancel may look at it at any moment; so the end
@@ -132,11 +125,7 @@ void RemediationManager::awaitDownload() {
         boost::unique_lock<boost::mutex> lock(downloadEndMutex);
         downloadEnd.wait(lock, [this] { return downloadThreadDone.load(); });
     }
-    boost::thread ended;
-    {
-        const boost::unique_lock<boost::mutex> lock(thread_mutex);
-        ended = std::move(download_thread);
-    }
+    boost::thread ended = parts->cancellation.takeDownload();
     if (ended.joinable()) ended.join();
     downloadThreadDone = false;
 }
@@ -146,7 +135,7 @@ int RemediationManager::downloadFileFromRepo(std::string stem, std::string& arch
                                              unsigned long bytesPerSecond) {
     int result = -1;
     zelor::CallReport report(
-        [this](std::uint64_t done, std::uint64_t total) { events->transferred(done, total); });
+        [this](std::uint64_t done, std::uint64_t total) { parts->events.transferred(done, total); });
     try {
         result = RemediationResourceDownloader::GetInstance()->getResource(
             std::move(stem), archivePath, std::move(extension), installPath, rateLimited, bytesPerSecond);
@@ -163,7 +152,7 @@ int RemediationManager::downloadFileFromRepo(std::string stem, std::string& arch
             "unknown type");
         zelor::CallReport::addReason("the download ended with an error of an unknown kind");
     }
-    events->endDownload(result == 0 ? "" : report.reason());
+    parts->events.endDownload(result == 0 ? "" : report.reason());
     const boost::unique_lock<boost::mutex> lock(downloadEndMutex);
     downloadThreadDone = true;
     downloadEnd.notify_all();

@@ -6,8 +6,8 @@
 #include "platform/Log.h"
 #include "remediation/RecordAccess.h"
 #include "remediation/RemediationManager.h"
+#include "remediation/RunParts.h"
 #include "remediation/intake/ContentRules.h"
-#include "remediation/progress/RunEvents.h"
 
 namespace zlog = zelor::log;
 
@@ -24,16 +24,17 @@ void RemediationManager::getAndParseCreEriForSupersedesTrue(std::vector<remediat
     const bool patches = &rows == &remMetadataForCVE;
     for (remediateMetadata& row : rows) {
         setAbortedRemStatusToAborted();
-        if (stopsForCancel()) return;
+        if (parts->cancellation.stopsRun()) return;
         const std::string& key = RecordAccess::combinedCpes(row);
-        if (isAborted(key)) {
+        if (parts->cancellation.isCancelled(key)) {
             insertRemProgressInMap(key, REM_ABORTED);
             continue;
         }
         const bool counted = patches && countsForCollectiveResult(row);
         retrieveContent(row);
         const bool counts = patches && countsForCollectiveResult(row);
-        if (counted != counts) countForCollectiveResult(row, counts);
+        if (counts && !counted) parts->progress.addRemediation(row);
+        if (counted && !counts) parts->progress.removeRemediation(row);
         if (!RecordAccess::creEriDataPresent(row)) {
             insertRemProgressInMap(key, REM_CRE_FAILED);
             allRemFailed = true;
@@ -43,8 +44,8 @@ void RemediationManager::getAndParseCreEriForSupersedesTrue(std::vector<remediat
 }
 
 void RemediationManager::retrieveContent(remediateMetadata& row) {
-    recordProgress(RecordAccess::combinedCpes(row), REM_QUEUED);
-    events->started(RecordAccess::combinedCpes(row));
+    parts->progress.record(RecordAccess::combinedCpes(row), REM_QUEUED);
+    parts->events.started(RecordAccess::combinedCpes(row));
     zelor::CallReport report;
     const std::string platform = row.getPlatformCpe();
     const std::string product = row.getProductCpe();
@@ -57,8 +58,8 @@ void RemediationManager::retrieveContent(remediateMetadata& row) {
     const bool present = !metadata.getParsingFailed();
     row.setCreEriDataPresent(present);
     if (!present) {
-        events->failed(RecordAccess::combinedCpes(row), report,
-                       "the remediation content could not be obtained or parsed");
+        parts->events.failed(RecordAccess::combinedCpes(row), report,
+                             "the remediation content could not be obtained or parsed");
         return;
     }
     row.setOsRemediation(zelor::remediation::isOsRemediation(blocks));

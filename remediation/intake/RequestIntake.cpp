@@ -5,8 +5,8 @@
 #include "collaborators/CacheStore.h"
 #include "platform/Log.h"
 #include "remediation/RemediationManager.h"
+#include "remediation/RunParts.h"
 #include "remediation/intake/RequestParsing.h"
-#include "remediation/progress/RunEvents.h"
 
 namespace zlog = zelor::log;
 
@@ -30,23 +30,23 @@ void RemediationManager::parseCreEriForSupersedesTrue() {
         remMetadataForCCE.reserve(remMetadataForCCE.size() + configurations);
         remMetadataForCVE.reserve(remMetadataForCVE.size() + requests->size() - configurations);
         for (const auto& [key, identifier] : *requests) {
-            events->took(key, identifier);
-            recordProgress(key, REM_QUEUED);
-            if (stopsForCancel()) return;
+            parts->events.took(key, identifier);
+            parts->progress.record(key, REM_QUEUED);
+            if (parts->cancellation.stopsRun()) return;
             parseRequest(key, identifier, specialCases);
         }
     }
     for (std::vector<remediateMetadata>* rows : {&remMetadataForCVE, &remMetadataForCCE}) {
         if (rows->empty()) continue;
         getAndParseCreEriForSupersedesTrue(*rows);
-        if (stopsForCancel()) return;
+        if (parts->cancellation.stopsRun()) return;
     }
     zlog::debug(" <<< [Remediation Manager] (parseCreEriForSupersedesTrue) DONE!! ...");
 }
 
 void RemediationManager::parseRequest(const std::string& key, const std::string& identifier,
                                       const std::set<std::string>& specialCases) {
-    if (isAborted(key)) {
+    if (parts->cancellation.isCancelled(key)) {
         insertRemProgressInMap(key, REM_ABORTED);
         return;
     }
@@ -64,14 +64,14 @@ void RemediationManager::parseRequest(const std::string& key, const std::string&
     const zelor::remediation::CpeCount count = zelor::remediation::cpeCount(request);
     if (count == zelor::remediation::CpeCount::none) {
         zlog::error(" [Remediation Manager] No CPEs given by UI for CVE/CCE :", id);
-        events->failed(key, "the request names no CPE");
+        parts->events.failed(key, "the request names no CPE");
         insertRemProgressInMap(key, REM_INVALID_REQUEST);
         return;
     }
     if (count == zelor::remediation::CpeCount::tooMany) {
         zlog::error(" [Remediation Manager] More than 2 CPEs given by UI for CVE/CCE :", id,
                     "and cpes are: ", trimmedKey);
-        events->failed(key, "the request names more than two CPEs");
+        parts->events.failed(key, "the request names more than two CPEs");
         insertRemProgressInMap(key, REM_INVALID_REQUEST);
         return;
     }
