@@ -8,11 +8,13 @@
 #include "platform/Log.h"
 #include "platform/macos/MacPatchManager.h"
 #include "remediation/RunParts.h"
-#include "remediation/apply/InstalledRecord.h"
-#include "remediation/buffer/BufferedList.h"
+#include "remediation/buffer/BufferBudget.h"
 
 namespace zlog = zelor::log;
 using zelor::remediation::Cancellation;
+using zelor::remediation::FetchedFile;
+using zelor::remediation::PatchSource;
+using zelor::remediation::RequestRows;
 using zelor::remediation::RunParts;
 
 namespace {
@@ -34,11 +36,11 @@ RemediationManager::RemediationManager(std::string installPathArgument)
       ovalIdMap(std::make_shared<const std::map<std::string, std::string>>()),
       macPatchManager(std::make_unique<MacPatchManager>()),
       bufferedPatchesFileName(kBufferedPatchesFileName),
-      installedRecord(std::make_unique<zelor::remediation::InstalledRecord>()),
-      bufferedList(std::make_unique<zelor::remediation::BufferedList>()),
       parts(std::make_unique<RunParts>(
-          remediationProgressMap, removedDuplicateEriMap, collectiveResultMap, mutex,
-          Cancellation::State{cancelAllRem, cancelRemMap, currentRemId, download_thread}, thread_mutex)) {}
+          RunParts::Inputs{remediationProgressMap, removedDuplicateEriMap, collectiveResultMap, mutex,
+                           Cancellation::State{cancelAllRem, cancelRemMap, currentRemId, download_thread},
+                           thread_mutex, installPath, contentDownloadDir, installedPatchesFile,
+                           bufferedPatchesFileName, downloadThreadDone, internalError})) {}
 
 RemediationManager::~RemediationManager() {
     systemPlatformCpe = "";
@@ -179,4 +181,73 @@ void RemediationManager::setAbortedRemStatusToAborted() {
 
 bool RemediationManager::thisRemIsAborted(std::string id) {
     return parts->cancellation.isCancelled(id);
+}
+
+std::string RemediationManager::getFileFromRepo(std::string fileName, std::string remKey,
+                                                std::string bufferMatch, bool& usedBufferedCopy) {
+    const FetchedFile file = parts->source.fetch(fileName, remKey, bufferMatch);
+    usedBufferedCopy = file.usedBufferedCopy;
+    return file.path;
+}
+
+int RemediationManager::downloadFileFromRepo(std::string stem, std::string& archivePath,
+                                             std::string extension, bool rateLimited,
+                                             unsigned long bytesPerSecond) {
+    return parts->download.transfer(std::move(stem), archivePath, std::move(extension), rateLimited,
+                                    bytesPerSecond);
+}
+
+int RemediationManager::verifySignature(std::string filePath, std::string extension) {
+    return PatchSource::verify(filePath, extension);
+}
+
+bool RemediationManager::patchIsAlreadyBuffered(std::string patchName, std::string md5sum,
+                                                std::string listPath) {
+    return parts->buffered.has(patchName, md5sum, listPath);
+}
+
+void RemediationManager::addPatchBufferedEntry(std::string patchName, std::string md5sum,
+                                               std::string listPath) {
+    parts->buffered.add(patchName, md5sum, listPath);
+}
+
+void RemediationManager::removeEntryFromBufferedPatchesFile(std::string patchName) {
+    parts->buffered.removeEntry(patchName);
+}
+
+void RemediationManager::cleanupBufferedPatch(std::string patchName, std::string patchFileDownloaded) {
+    parts->buffered.discard(patchName, patchFileDownloaded);
+}
+
+void RemediationManager::addEntryInInstalledPatchesFile(int installResult, std::string eriId) {
+    parts->applied.add(installResult, eriId);
+}
+
+bool RemediationManager::verifyIfAlreadyAppliedRem(creEriParsedData& creEri) {
+    return parts->applied.covers(creEri);
+}
+
+void RemediationManager::bufferPatches(std::map<std::string, std::string> requests) {
+    parts->buffering.run([&]() -> RequestRows {
+        setovalIdMap(std::move(requests));
+        parseCreEriForSupersedesTrue();
+        return {remMetadataForCVE, remMetadataForCCE};
+    });
+    parts->events.ended({rebootNeeded, scanNeeded, getAllRemFailed()});
+}
+
+void RemediationManager::downloadPatchForBuffering(std::vector<remediateMetadata> requests) {
+    parts->buffering.buffer(requests);
+}
+
+bool RemediationManager::downloadSizeExceedsAllotedSize(std::string patchSize) {
+    return zelor::remediation::exceedsBudget(patchSize);
+}
+
+void RemediationManager::getFoldersize(std::string dir, long& size) {
+    zelor::remediation::addDirectorySize(dir, size);
+}
+
+unsigned long RemediationManager::getBpsInPercentOfBandwidth() {
+    return zelor::remediation::bufferingRate(installPath);
 }

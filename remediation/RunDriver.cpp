@@ -1,14 +1,9 @@
-#include <fcntl.h>
-
 #include <boost/bind/bind.hpp>
-#include <boost/filesystem/operations.hpp>
 #include <exception>
 
-#include "base/Files.h"
 #include "platform/Log.h"
 #include "remediation/RemediationManager.h"
 #include "remediation/RunParts.h"
-#include "remediation/apply/InstalledRecord.h"
 
 namespace zlog = zelor::log;
 
@@ -80,7 +75,7 @@ bool RemediationManager::runPhases() {
         " [Remediation Manager] BEFORE checking firstRemediationAfterScan. The INSTALLED_PATCHES_FILE is: ",
         installedPatchesFile,
         " AND firstRemediationAfterScan is: ", firstRemediationAfterScan ? "true" : "false");
-    if (firstRemediationAfterScan) resetInstalledPatchesFile();
+    if (firstRemediationAfterScan) parts->applied.reset();
 
     parseCreEriForSupersedesTrue();
     setAbortedRemStatusToAborted();
@@ -170,20 +165,4 @@ void RemediationManager::endAfterException(const std::string& what) {
         // Nothing more can be done for the requests; the run still has to end.
         internalError = true;
     }
-}
-
-void RemediationManager::resetInstalledPatchesFile() {
-    boost::system::error_code error;
-    if (!boost::filesystem::exists(installedPatchesFile, error)) return;
-    const bool kept = !boost::filesystem::remove(installedPatchesFile, error) && error;
-    // A record that stays must not say after the scan what was installed before it.
-    const int emptied = kept ? O_TRUNC : 0;
-    const bool opened = static_cast<bool>(
-        zelor::base::openFile(installedPatchesFile, O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | emptied));
-    if (kept && !opened) {
-        zlog::error(" [Remediation Manager] The installed-patches record ", installedPatchesFile,
-                    " can be neither removed nor emptied: ", error.message(),
-                    "; what it names is not applied again. Remove it.");
-    }
-    installedRecord = std::make_unique<zelor::remediation::InstalledRecord>();
 }

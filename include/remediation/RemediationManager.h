@@ -24,9 +24,7 @@ namespace zelor {
 class RunObserver;
 }
 namespace zelor::remediation {
-class BufferedList;
-class InstalledRecord;
-struct PatchName;
+struct FetchedFile;
 struct RunParts;
 enum class Next;
 }  // namespace zelor::remediation
@@ -236,28 +234,16 @@ class ZELOR_API RemediationManager {
     void endAsInternalError(const char* message, void (RemediationManager::*markRequests)());
     void endAsAborted();
     void endAfterException(const std::string& what);
-    void resetInstalledPatchesFile();
 
     // Parsing and fetch
     void parseRequest(const std::string& key, const std::string& identifier,
                       const std::set<std::string>& specialCases);
     void retrieveContent(remediateMetadata& row);
-    std::string bufferedListPath();
-    void download(const std::string& stem, std::string& archivePath, const std::string& extension,
-                  const std::string& remKey);
-    bool startDownload(const std::string& remKey, const std::function<void()>& work);
-    void awaitDownload();
-    Next fetchBlock(const std::string& key, parsedEriData& block, std::string& path, bool& usedBufferedCopy);
-    bool bufferRows(std::vector<remediateMetadata>& rows);
-    bool bufferBlock(parsedEriData& block);
-    int downloadForBuffer(const zelor::remediation::PatchName& name, std::string& archivePath,
-                          unsigned long rate);
-    bool bufferingIsCancelled();
 
     // Installation
     bool applyConfigRequest(remediateMetadata& row);
     bool fetchAndRunScripts(remediateMetadata& row, int& result, bool& stop);
-    int runScript(parsedEriData& block, const std::string& path, bool usedBufferedCopy);
+    int runScript(parsedEriData& block, const zelor::remediation::FetchedFile& file);
     void recordConfigResult(remediateMetadata& row, int result);
     void dropContent(remediateMetadata& row);
     bool installOsRequest(remediateMetadata& row);
@@ -296,13 +282,5 @@ class ZELOR_API RemediationManager {
     // The requests that a run or buffering job took up; guarded by `inputMapmutex`.
     Requests takenUpRequests;
     std::atomic<RunState> runState{RunState::none};
-    // The last fetch ended for a cancel, not for want of a file.
-    bool fetchCancelled = false;
-    // The end of the download in hand, which is awaited here so that its handle is used under thread_mutex
-    // alone.
-    boost::mutex downloadEndMutex;
-    boost::condition_variable downloadEnd;
-    std::unique_ptr<zelor::remediation::InstalledRecord> installedRecord;
-    std::unique_ptr<zelor::remediation::BufferedList> bufferedList;
     std::unique_ptr<zelor::remediation::RunParts> parts;
 };

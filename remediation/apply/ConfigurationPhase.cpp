@@ -67,9 +67,8 @@ bool RemediationManager::fetchAndRunScripts(remediateMetadata& row, int& result,
             return false;
         }
         parsedEriData& block = blocks[current];
-        bool usedBufferedCopy = false;
-        std::string path;
-        const Next next = fetchBlock(key, block, path, usedBufferedCopy);
+        zelor::remediation::FetchedFile file;
+        const Next next = parts->source.fetchBlock(key, block, file);
         stop = next == Next::phaseEnd;
         if (stop) return false;
         if (next == Next::aborted) {
@@ -82,7 +81,7 @@ bool RemediationManager::fetchAndRunScripts(remediateMetadata& row, int& result,
         }
         insertRemProgressInMap(key, REM_INSTALLING);
         zelor::CallReport report;
-        result = runScript(block, path, usedBufferedCopy);
+        result = runScript(block, file);
         if (result == zelor::remediation::kInstalled) {
             parts->events.applied(key, zelor::Applied::now, getRebootStatus(RecordAccess::creEriData(row)));
         } else {
@@ -92,7 +91,8 @@ bool RemediationManager::fetchAndRunScripts(remediateMetadata& row, int& result,
     return true;
 }
 
-int RemediationManager::runScript(parsedEriData& block, const std::string& path, bool usedBufferedCopy) {
+int RemediationManager::runScript(parsedEriData& block, const zelor::remediation::FetchedFile& file) {
+    const std::string& path = file.path;
     zlog::debug(" [Remediation Manager] (applyConfigs) The config file path:", path);
     boost::system::error_code error;
     if (path.empty() || !boost::filesystem::exists(path, error)) {
@@ -102,7 +102,7 @@ int RemediationManager::runScript(parsedEriData& block, const std::string& path,
     }
     const int result = MacPatchManager().applyConfig(path);
     addEntryInInstalledPatchesFile(result, RecordAccess::eriId(block));
-    if (result == zelor::remediation::kInstalled && usedBufferedCopy)
+    if (result == zelor::remediation::kInstalled && file.usedBufferedCopy)
         cleanupBufferedPatch(RecordAccess::patchId(block), path);
     return result;
 }

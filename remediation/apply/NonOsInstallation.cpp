@@ -85,8 +85,7 @@ RemediationManager::Next RemediationManager::installNonOsBlock(remediateMetadata
         return Next::proceed;
     }
     int result = zelor::remediation::kInstallFailed;
-    bool usedBufferedCopy = false;
-    std::string path;
+    zelor::remediation::FetchedFile file;
     if (step == zelor::remediation::PatchStep::applied) {
         zlog::debug(
             "[Remediation Manager] (installNonOsPatches) verifyIfAlreadyAppliedRem returned true for non-MS "
@@ -105,17 +104,17 @@ RemediationManager::Next RemediationManager::installNonOsBlock(remediateMetadata
         allRemFailed = true;
         return Next::proceed;
     } else {
-        const Next next = fetchBlock(key, block, path, usedBufferedCopy);
+        const Next next = parts->source.fetchBlock(key, block, file);
         if (next != Next::proceed) return next;
         if (internalError) {
             insertRemProgressInMap(key, REM_INTERNAL_FAILED);
             return Next::phaseEnd;
         }
-        result = installNonOsFile(row, block, path);
+        result = installNonOsFile(row, block, file.path);
     }
     recordNonOsResult(row, result, installed);
     if (result == zelor::remediation::kInstalled) {
-        if (usedBufferedCopy) cleanupBufferedPatch(patchId, path);
+        if (file.usedBufferedCopy) cleanupBufferedPatch(patchId, file.path);
         dropContent(row);
     }
     zlog::info(" [Remediation Manager] (installNonOsPatches) The remediation result for cpe = ", key,

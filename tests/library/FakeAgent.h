@@ -118,7 +118,7 @@ struct RemediationManagerPeer {
     }
     template <class Manager>
     static void resetRecord(Manager& manager) {
-        manager.resetInstalledPatchesFile();
+        manager.parts->applied.reset();
     }
     template <class Manager>
     static bool firstAfterScan(Manager& manager) {
