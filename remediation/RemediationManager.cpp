@@ -3,15 +3,15 @@
 #include <utility>
 
 #include "base/SystemRoot.h"
-#include "base/TrustedFolder.h"
 #include "collaborators/Common.h"
 #include "platform/Log.h"
 #include "platform/macos/MacPatchManager.h"
 #include "remediation/RunParts.h"
 #include "remediation/buffer/BufferBudget.h"
+#include "remediation/intake/ContentRules.h"
+#include "remediation/intake/RequestParsing.h"
 
 namespace zlog = zelor::log;
-using zelor::remediation::Cancellation;
 using zelor::remediation::FetchedFile;
 using zelor::remediation::PatchSource;
 using zelor::remediation::RequestRows;
@@ -37,10 +37,27 @@ RemediationManager::RemediationManager(std::string installPathArgument)
       macPatchManager(std::make_unique<MacPatchManager>()),
       bufferedPatchesFileName(kBufferedPatchesFileName),
       parts(std::make_unique<RunParts>(
-          RunParts::Inputs{remediationProgressMap, removedDuplicateEriMap, collectiveResultMap, mutex,
-                           Cancellation::State{cancelAllRem, cancelRemMap, currentRemId, download_thread},
-                           thread_mutex, installPath, contentDownloadDir, installedPatchesFile,
-                           bufferedPatchesFileName, downloadThreadDone, internalError})) {}
+          RunParts::Inputs{{rebootNeeded, scanNeeded, allRemFailed, anyRemSucceeded, internalError},
+                           {remMetadataForCVE, remMetadataForCCE},
+                           {cancelAllRem, cancelRemMap, currentRemId, download_thread},
+                           remediationProgressMap,
+                           removedDuplicateEriMap,
+                           collectiveResultMap,
+                           mutex,
+                           thread_mutex,
+                           ovalIdMap,
+                           inputMapmutex,
+                           systemPlatformCpe,
+                           installPath,
+                           contentDownloadDir,
+                           installedPatchesFile,
+                           bufferedPatchesFileName,
+                           remDone,
+                           remediateOption,
+                           firstRemediationAfterScan,
+                           remediationThread,
+                           downloadThreadDone,
+                           *macPatchManager})) {}
 
 RemediationManager::~RemediationManager() {
     systemPlatformCpe = "";
@@ -58,16 +75,11 @@ RemediationManager::~RemediationManager() {
 }
 
 void RemediationManager::setovalIdMap(std::map<std::string, std::string> requests) {
-    const auto replacement = std::make_shared<const std::map<std::string, std::string>>(std::move(requests));
-    Requests replaced;  // freed after the lock
-    const boost::unique_lock<boost::mutex> lock(inputMapmutex);
-    replaced = std::exchange(ovalIdMap, replacement);
-    if (!takenUpRequests) parts->cancellation.setCancellable(ovalIdMap);
+    parts->requests.set(std::move(requests));
 }
 
 std::map<std::string, std::string> RemediationManager::getovalIdMap() {
-    const boost::unique_lock<boost::mutex> lock(inputMapmutex);
-    return *ovalIdMap;
+    return parts->requests.copy();
 }
 
 void RemediationManager::setContentDownloadDir(std::string directory) {
@@ -99,11 +111,7 @@ bool RemediationManager::getScanNeeded() {
 }
 
 bool RemediationManager::getAllRemFailed() {
-    // In this order: a success between the two reads came after a moment in which all had failed.
-    const bool failed = allRemFailed;
-    if (!anyRemSucceeded) return failed;
-    allRemFailed = false;
-    return false;
+    return parts->flags.everyOneFailed();
 }
 
 std::string RemediationManager::getDefaultPlatformCpe() {
@@ -119,13 +127,59 @@ void RemediationManager::queryAndStoreCurrentOsName() {
 }
 
 void RemediationManager::emptyTheContentDirectory() {
-    const std::string problem = zelor::base::folderProblem(contentDownloadDir);
-    if (!problem.empty()) {
-        zlog::error(" [Remediation Manager] The content directory '", contentDownloadDir,
-                    "' is not emptied: ", problem);
-        return;
-    }
-    macPatchManager->emptyTheContentDirectory(contentDownloadDir);
+    parts->driver.emptyContentDirectory();
+}
+
+void RemediationManager::remediate(bool option) {
+    parts->driver.start(option);
+}
+
+void RemediationManager::concertedRemediationStart() {
+    parts->driver.run();
+}
+
+void RemediationManager::parseCreEriForSupersedesTrue() {
+    parts->intake.parseAll();
+}
+
+void RemediationManager::getAndParseCreEriForSupersedesTrue(std::vector<remediateMetadata>& rows) {
+    parts->intake.getContent(rows);
+}
+
+bool RemediationManager::getOsRemediationFromCre(std::vector<parsedEriData> blocks) {
+    return zelor::remediation::isOsRemediation(blocks);
+}
+
+bool RemediationManager::refContainsPatchId(std::string reference) {
+    return zelor::remediation::containsPatchId(reference);
+}
+
+void RemediationManager::reArrangeRemMetadata() {
+    parts->intake.putUnattendedFirst();
+}
+
+bool RemediationManager::checkIfSilentModeSupported(remediateMetadata request) {
+    return zelor::remediation::RequestIntake::installsUnattended(request);
+}
+
+void RemediationManager::applyConfigs() {
+    parts->configurations.apply(remMetadataForCCE);
+}
+
+void RemediationManager::installPatches() {
+    parts->driver.installPatches();
+}
+
+void RemediationManager::installOsPatches() {
+    parts->osUpdates.install(remMetadataForCVE);
+}
+
+void RemediationManager::installNonOsPatches(std::string /*installPathCopy*/) {
+    parts->products.install(remMetadataForCVE);
+}
+
+bool RemediationManager::getRebootStatus(creEriParsedData& creEri) {
+    return zelor::remediation::asksForReboot(creEri);
 }
 
 std::map<std::string, unsigned long> RemediationManager::getRemediationProgressMap() {
@@ -229,11 +283,11 @@ bool RemediationManager::verifyIfAlreadyAppliedRem(creEriParsedData& creEri) {
 
 void RemediationManager::bufferPatches(std::map<std::string, std::string> requests) {
     parts->buffering.run([&]() -> RequestRows {
-        setovalIdMap(std::move(requests));
-        parseCreEriForSupersedesTrue();
+        parts->requests.set(std::move(requests));
+        parts->intake.parseAll();
         return {remMetadataForCVE, remMetadataForCCE};
     });
-    parts->events.ended({rebootNeeded, scanNeeded, getAllRemFailed()});
+    parts->events.ended({rebootNeeded, scanNeeded, parts->flags.everyOneFailed()});
 }
 
 void RemediationManager::downloadPatchForBuffering(std::vector<remediateMetadata> requests) {

@@ -3,15 +3,11 @@
 #include <ctype.h>  // tolower(int), which the library exports to its callers by making it visible here
 
 #include <atomic>
-#include <boost/thread/condition_variable.hpp>
 #include <boost/thread/mutex.hpp>
 #include <boost/thread/thread.hpp>
-#include <functional>
 #include <map>
 #include <memory>
-#include <set>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "base/Export.h"
@@ -24,9 +20,7 @@ namespace zelor {
 class RunObserver;
 }
 namespace zelor::remediation {
-struct FetchedFile;
 struct RunParts;
-enum class Next;
 }  // namespace zelor::remediation
 
 /// Remediates the findings of one request map.
@@ -220,37 +214,8 @@ class ZELOR_API RemediationManager {
   private:
     friend struct RemediationManagerPeer;  // the tests' way to a state that no input can reach
 
-    using Next = zelor::remediation::Next;
-    enum class RunState { none, starting, running };
     // What one manager works on; shared, so that a run keeps its requests while the controller sets others.
     using Requests = std::shared_ptr<const std::map<std::string, std::string>>;
-
-    // Run driver
-    bool runPhases();
-    Requests takeUpRequests();
-    Requests requestsOfRun() const;
-    bool stoppedBeforePhases();
-    bool stoppedAfterPhase();
-    void endAsInternalError(const char* message, void (RemediationManager::*markRequests)());
-    void endAsAborted();
-    void endAfterException(const std::string& what);
-
-    // Parsing and fetch
-    void parseRequest(const std::string& key, const std::string& identifier,
-                      const std::set<std::string>& specialCases);
-    void retrieveContent(remediateMetadata& row);
-
-    // Installation
-    bool applyConfigRequest(remediateMetadata& row);
-    bool fetchAndRunScripts(remediateMetadata& row, int& result, bool& stop);
-    int runScript(parsedEriData& block, const zelor::remediation::FetchedFile& file);
-    void recordConfigResult(remediateMetadata& row, int result);
-    void dropContent(remediateMetadata& row);
-    bool installOsRequest(remediateMetadata& row);
-    Next installNonOsRequest(remediateMetadata& row);
-    Next installNonOsBlock(remediateMetadata& row, parsedEriData& block, bool& installed);
-    int installNonOsFile(remediateMetadata& row, parsedEriData& block, const std::string& path);
-    void recordNonOsResult(remediateMetadata& row, int result, bool& installed);
 
     std::atomic<bool> rebootNeeded{false};
     std::atomic<bool> scanNeeded{false};
@@ -279,8 +244,6 @@ class ZELOR_API RemediationManager {
     std::string bufferedPatchesFileName;
     std::multimap<std::string, REM_PROGRESS> collectiveResultMap;
 
-    // The requests that a run or buffering job took up; guarded by `inputMapmutex`.
-    Requests takenUpRequests;
-    std::atomic<RunState> runState{RunState::none};
+    // What the operations forward to; it works on references to the members above.
     std::unique_ptr<zelor::remediation::RunParts> parts;
 };
