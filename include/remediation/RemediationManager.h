@@ -68,9 +68,11 @@ class ZELOR_API RemediationManager {
 
     /// The requests: CPE text ("cpe,cpe||package name") to CVE or CCE identifier.
     void setovalIdMap(std::map<std::string, std::string> requests);
+    /// The requests as they were set last, which may be others than those of a run.
     std::map<std::string, std::string> getovalIdMap();
     /// The directory for downloaded content. It is emptied at the end of a run.
     void setContentDownloadDir(std::string directory);
+    /// The directory as it was set, "" before.
     std::string getContentDownloadDir();
     /// True: the run starts with an empty installed-patches record, so that what a new scan found is applied
     /// again.
@@ -91,17 +93,23 @@ class ZELOR_API RemediationManager {
 
     // Results
 
+    /// True when the run has ended, in whatever way; the manager may then be destroyed.
     bool getRemDone();
+    /// True when something that was applied asks for a restart.
     bool getRebootNeeded();
+    /// Always false: no remediation asks for a scan.
     bool getScanNeeded();
     /// True when a remediation failed and none succeeded.
     bool getAllRemFailed();
     /// A snapshot of every request's progress, by key. A key "X||Y" whose Y contains "oval:" stands under X.
     std::map<std::string, unsigned long> getRemediationProgressMap();
+    /// Replaces every progress entry.
     void setRemediationProgressMap(std::map<std::string, unsigned long> progress);
     /// Always empty.
     std::string getDefaultPlatformCpe();
+    /// `currentOsName`, which nothing here sets.
     std::string getCurrentOsName();
+    /// Logs `currentOsName`.
     void queryAndStoreCurrentOsName();
 
     // Cancellation
@@ -114,6 +122,7 @@ class ZELOR_API RemediationManager {
     /// them all. A request is cancelled by its whole key as it is in the request map; other keys cancel
     /// nothing.
     void setCancelRemMap(std::map<std::string, std::string> requests);
+    /// A snapshot of that set.
     std::map<std::string, std::string> getCancelRemMap();
     /// Interrupts the download in hand if the run or its request is cancelled. The caller holds
     /// `thread_mutex`.
@@ -126,20 +135,31 @@ class ZELOR_API RemediationManager {
     /// For a CPE that needs several remediations: `store` tells whether there is a result to record, `result`
     /// which.
     void evaluateCollectiveResult(std::string key, REM_PROGRESS progress, bool* store, REM_PROGRESS* result);
+    /// Gives 7 to every request that became a row of the run.
     void setAllRemsStatusToFailed();
+    /// Gives 7 to the rows without a progress entry.
     void setRemainingRemsStatusToFailed();
+    /// Gives 13 to the rows that have neither 4 nor 5 to 11.
     void setAllRemainingRemStatusToAborted();
     /// Gives 13 to every request that is cancelled one by one, whatever its value is.
     void setAbortedRemStatusToAborted();
+    /// True, with a log line, when the request with this key is cancelled one by one.
     bool thisRemIsAborted(std::string id);
 
     // Request parsing and content (steps of the run)
 
+    /// Takes up the requests, makes a row of each usable one, and gets the rows' content. Unusable requests
+    /// get their failure.
     void parseCreEriForSupersedesTrue();
+    /// Gets the content of the rows; a row without any gets 6.
     void getAndParseCreEriForSupersedesTrue(std::vector<remediateMetadata>& rows);
+    /// True when some block updates an Apple product through the operating system.
     bool getOsRemediationFromCre(std::vector<parsedEriData> blocks);
+    /// True when some word of the reference names neither a CVE nor a CCE.
     bool refContainsPatchId(std::string reference);
+    /// Puts the patches that install unattended first, and else keeps their order.
     void reArrangeRemMetadata();
+    /// True when the row has content, all of which installs unattended.
     bool checkIfSilentModeSupported(remediateMetadata request);
 
     // Fetch, records, buffering (steps of the run, except bufferPatches)
@@ -154,10 +174,13 @@ class ZELOR_API RemediationManager {
                              bool rateLimited, unsigned long bytesPerSecond);
     /// 0 when the file's detached signature is good, else -1.
     int verifySignature(std::string filePath, std::string extension);
+    /// True when the buffered-patches list has the patch with this MD5, and its archive is there.
     bool patchIsAlreadyBuffered(std::string patchName, std::string md5sum, std::string listPath);
+    /// Lists a patch as buffered, in place of older entries. Failures are logged.
     void addPatchBufferedEntry(std::string patchName, std::string md5sum, std::string listPath);
     /// Drops every line that contains `patchName`, also as part of a longer name.
     void removeEntryFromBufferedPatchesFile(std::string patchName);
+    /// Deletes the buffered archive of an installed patch, and its entry in the list.
     void cleanupBufferedPatch(std::string patchName, std::string patchFileDownloaded);
     /// Records `eriId` as installed when `installResult` is 0.
     void addEntryInInstalledPatchesFile(int installResult, std::string eriId);
@@ -167,8 +190,10 @@ class ZELOR_API RemediationManager {
     /// share. Blocks; not at the same time as a run. Cancelled by `setCancelAllRem(true)`, or by interrupting
     /// the boost::thread it runs on.
     void bufferPatches(std::map<std::string, std::string> requests);
+    /// The same for rows with content.
     void downloadPatchForBuffering(std::vector<remediateMetadata> requests);
-    /// `patchSize`: text such as "12.5 MB".
+    /// True when the patch does not fit into what is left of the buffer's budget. `patchSize`: text such as
+    /// "12.5 MB".
     bool downloadSizeExceedsAllotedSize(std::string patchSize);
     /// Adds the sizes in bytes of all files below `dir` to `size`. Links are followed; a directory that is
     /// reached more than once counts once.
@@ -178,21 +203,33 @@ class ZELOR_API RemediationManager {
 
     // Installation (steps of the run)
 
+    /// Runs the scripts of the configurations, in their order.
     void applyConfigs();
+    /// Installs the patches: OS updates, then third-party products.
     void installPatches();
+    /// Installs the OS updates, unless the agent's setting leaves them to the user.
     void installOsPatches();
+    /// Installs the patches of third-party products. The argument is not used.
     void installNonOsPatches(std::string installPathCopy);
+    /// True when some block of the entry asks for a restart.
     bool getRebootStatus(creEriParsedData& creEri);
+    /// Deletes the files and the empty directories directly inside the content directory, unless other users
+    /// can modify it.
     void emptyTheContentDirectory();
 
     // Strings (helpers of the steps of the run)
 
+    /// True when `text` ends with `ending`.
     bool stringHasEnding(const std::string& text, const std::string& ending);
+    /// The same for wide characters.
     bool wstringHasEnding(const std::wstring& text, const std::wstring& ending);
+    /// True when `text` begins with `beginning`.
     bool stringHasBegining(const std::string& text, const std::string& beginning);
+    /// The same for wide characters.
     bool wstringHasBegining(const std::wstring& text, const std::wstring& beginning);
     /// True when `text` is longer than `beginning` and begins with it.
     bool stringIsSubset(std::string text, std::string beginning);
+    /// `text` without white space at its ends.
     std::string trimString(std::string text);
     /// `text` in two at the first `delimiter`, or whole when there is none.
     std::vector<std::string> splitStr(std::string text, std::string delimiter);
@@ -209,6 +246,7 @@ class ZELOR_API RemediationManager {
     static boost::mutex inputMapmutex;
     /// Guards the cancel state and the download thread; taken before `mutex`; shared by all managers.
     static boost::mutex thread_mutex;
+    /// The name of the running system, shared by all managers; for the agent to set.
     static std::string currentOsName;
 
   private:
