@@ -25,13 +25,14 @@
 #include "collaborators/CreCacher.h"
 #include "remediation/RecordAccess.h"
 #include "remediation/RemediationManager.h"
+#include "remediation/RunParts.h"
 #include "tests/support/TempDir.h"
 
 /// The bench's way to states that no input reaches.
 struct RemediationManagerPeer {
     static void addRow(RemediationManager& manager, const remediateMetadata& row) {
         manager.remMetadataForCVE.push_back(row);
-        manager.countForCollectiveResult(row, true);
+        manager.parts->progress.addRemediation(row);
     }
 };
 

@@ -1,18 +1,11 @@
-#include <fcntl.h>
+#include "remediation/RunDriver.h"
 
-#include <boost/bind/bind.hpp>
-#include <boost/filesystem/operations.hpp>
 #include <exception>
 
-#include "base/Files.h"
+#include "base/TrustedFolder.h"
 #include "platform/Log.h"
-#include "remediation/RemediationManager.h"
-#include "remediation/apply/InstalledRecord.h"
-#include "remediation/intake/RequestParsing.h"
-#include "remediation/progress/ProgressTable.h"
-#include "remediation/progress/RunEvents.h"
 
-namespace zlog = zelor::log;
+namespace zelor::remediation {
 
 namespace {
 
@@ -27,177 +20,158 @@ constexpr char kErrorInApplying[] =
 
 }  // namespace
 
-void RemediationManager::remediate(bool option) {
-    RunState none = RunState::none;
-    if (!runState.compare_exchange_strong(none, RunState::starting)) {
-        zlog::error(kRefused);
+void RunDriver::start(bool option) {
+    Stage none = Stage::none;
+    if (!stage_.compare_exchange_strong(none, Stage::starting)) {
+        log::error(kRefused);
         return;
     }
-    remediateOption = option;
+    state_.option = option;
     try {
-        remediationThread = boost::thread(boost::bind(&RemediationManager::concertedRemediationStart, this));
+        state_.thread = boost::thread([this] { run(); });
     } catch (const std::exception& problem) {
-        takeUpRequests();
+        parts_.requests.takeUp();
         endAfterException(std::string("no thread for the run: ") + problem.what());
-        runState = RunState::none;
-        remDone = true;
+        stage_ = Stage::none;
+        state_.done = true;
     }
 }
 
-void RemediationManager::concertedRemediationStart() {
-    if (runState.exchange(RunState::running) == RunState::running) {
-        zlog::error(kRefused);
+void RunDriver::run() {
+    if (stage_.exchange(Stage::running) == Stage::running) {
+        log::error(kRefused);
         return;
     }
     try {
-        zlog::info(" [Remediation Manager] *********** Zelor Concerted Remediation starts *********");
+        log::info(" [Remediation Manager] *********** Zelor Concerted Remediation starts *********");
         if (runPhases()) {
-            zlog::info(" [Remediation Manager] ********** Zelor Remediations Manager exiting ***********");
-            firstRemediationAfterScan = false;
+            log::info(" [Remediation Manager] ********** Zelor Remediations Manager exiting ***********");
+            state_.firstAfterScan = false;
         }
     } catch (const std::exception& problem) {
         endAfterException(problem.what());
     } catch (...) {
         endAfterException("an exception of unknown type");
     }
-    events->ended({rebootNeeded, scanNeeded, getAllRemFailed()});
-    runState = RunState::none;
-    remDone = true;  // the controller may free the manager from here on
+    const RunFlags& flags = state_.flags;
+    parts_.events.ended({flags.rebootNeeded, flags.scanNeeded, flags.everyOneFailed()});
+    parts_.cancellation.endRun();
+    stage_ = Stage::none;
+    state_.done = true;  // the controller may free the manager from here on
 }
 
 // True at the normal end, false on every other way out.
-bool RemediationManager::runPhases() {
-    stoppedForCancel = false;
-    if (takeUpRequests()->empty() || contentDownloadDir.empty() || installPath.empty()) {
-        zlog::error(
+bool RunDriver::runPhases() {
+    parts_.cancellation.beginRun();
+    if (parts_.requests.takeUp()->empty() || state_.contentDirectory.empty() || state_.installPath.empty()) {
+        log::error(
             " [Remediation Manager] 'ovalIdMap' and/or 'contentDownloadDir' and/or 'install path' is not set "
             "in "
             "Remediation Manager");
         return false;
     }
-    zlog::debug(" [Remediation Manager] The remediation content dir set by controller is: ",
-                contentDownloadDir);
-    zlog::debug(
+    log::debug(" [Remediation Manager] The remediation content dir set by controller is: ",
+               state_.contentDirectory);
+    log::debug(
         " [Remediation Manager] BEFORE checking firstRemediationAfterScan. The INSTALLED_PATCHES_FILE is: ",
-        installedPatchesFile,
-        " AND firstRemediationAfterScan is: ", firstRemediationAfterScan ? "true" : "false");
-    if (firstRemediationAfterScan) resetInstalledPatchesFile();
+        state_.installedRecord,
+        " AND firstRemediationAfterScan is: ", state_.firstAfterScan ? "true" : "false");
+    if (state_.firstAfterScan) parts_.applied.reset();
 
-    parseCreEriForSupersedesTrue();
-    setAbortedRemStatusToAborted();
-    zlog::debug(
+    parts_.intake.parseAll();
+    parts_.cancellation.markCancelled();
+    log::debug(
         " [Remediation Manager] After parseCreEriForSupersedesTrue, the size of remMetadataForCVE is = ",
-        remMetadataForCVE.size());
+        state_.rows.patches.size());
     if (stoppedBeforePhases()) return false;
 
-    if (!remMetadataForCCE.empty()) {
-        applyConfigs();
+    if (!state_.rows.configurations.empty()) {
+        parts_.configurations.apply(state_.rows.configurations);
         if (stoppedAfterPhase()) return false;
-        setAbortedRemStatusToAborted();
+        parts_.cancellation.markCancelled();
     }
-    if (!remMetadataForCVE.empty()) {
+    if (!state_.rows.patches.empty()) {
         installPatches();
         if (stoppedAfterPhase()) return false;
     }
-    emptyTheContentDirectory();
+    emptyContentDirectory();
     return true;
 }
 
-// What the controller sets from here on is for a later run.
-RemediationManager::Requests RemediationManager::takeUpRequests() {
-    const boost::unique_lock<boost::mutex> lock(inputMapmutex);
-    takenUpRequests = ovalIdMap;
-    setCancellableRequests(takenUpRequests);
-    return takenUpRequests;
+void RunDriver::installPatches() {
+    log::debug("  >>> [Remediation Manager] (installPatches) starting ...");
+    parts_.osUpdates.install(state_.rows.patches);
+    if (parts_.cancellation.stopsRun()) return;
+    parts_.cancellation.markCancelled();
+    parts_.products.install(state_.rows.patches);
+    if (parts_.cancellation.stopsRun()) return;
+    parts_.cancellation.markCancelled();
+    log::debug(" <<< [Remediation Manager] (installPatches) DONE!! ...");
 }
 
-RemediationManager::Requests RemediationManager::requestsOfRun() const {
-    const boost::unique_lock<boost::mutex> lock(inputMapmutex);
-    return takenUpRequests ? takenUpRequests : ovalIdMap;
-}
-
-// A run that has left something undone for a cancel ends as cancelled, even if the cancel is withdrawn then.
-bool RemediationManager::stopsForCancel() {
-    if (runState != RunState::running) return cancelAllRem;
-    if (cancelAllRem) stoppedForCancel = true;
-    return stoppedForCancel;
-}
-
-bool RemediationManager::stoppedBeforePhases() {
-    if (internalError) {
-        endAsInternalError(kErrorInParsing, &RemediationManager::setAllRemsStatusToFailed);
+bool RunDriver::stoppedBeforePhases() {
+    if (state_.flags.internalError) {
+        log::error(kErrorInParsing);
+        parts_.progress.failAll(state_.rows);
+        emptyContentDirectory();
         return true;
     }
-    bool cancelled = stopsForCancel();
+    bool cancelled = parts_.cancellation.stopsRun();
     for (int look = 0; look < 2 && !cancelled; ++look) {
-        setAbortedRemStatusToAborted();
-        cancelled = stopsForCancel();
+        parts_.cancellation.markCancelled();
+        cancelled = parts_.cancellation.stopsRun();
     }
     if (cancelled) endAsAborted();
     return cancelled;
 }
 
-bool RemediationManager::stoppedAfterPhase() {
-    if (internalError) {
-        endAsInternalError(kErrorInApplying, &RemediationManager::setRemainingRemsStatusToFailed);
+bool RunDriver::stoppedAfterPhase() {
+    if (state_.flags.internalError) {
+        log::error(kErrorInApplying);
+        parts_.progress.failRemaining(state_.rows);
+        emptyContentDirectory();
         return true;
     }
-    if (stopsForCancel()) {
+    if (parts_.cancellation.stopsRun()) {
         endAsAborted();
         return true;
     }
     return false;
 }
 
-void RemediationManager::endAsInternalError(const char* message, void (RemediationManager::*markRequests)()) {
-    zlog::error(message);
-    (this->*markRequests)();
-    emptyTheContentDirectory();
-}
-
-void RemediationManager::endAsAborted() {
-    zlog::error(
+void RunDriver::endAsAborted() {
+    log::error(
         " [Remediation Manager] User has aborted all remediations, setting all remediatons to Aborted. ");
-    setAllRemainingRemStatusToAborted();
+    parts_.progress.abortRemaining(state_.rows);
     // A cancel during parsing leaves requests that never became rows.
-    const Requests requests = requestsOfRun();
+    const RequestStore::Requests requests = parts_.requests.takenUp();
     for (const auto& request : *requests)
-        markUnlessFinal(request.first, REM_ABORTED);
-    emptyTheContentDirectory();
+        parts_.progress.recordUnlessFinal(request.first, RemediationManager::REM_ABORTED);
+    emptyContentDirectory();
 }
 
-void RemediationManager::endAfterException(const std::string& what) {
+void RunDriver::endAfterException(const std::string& what) {
     try {
-        zlog::error(" [Remediation Manager] The run ended with an unexpected error: ", what);
-        const Requests requests = requestsOfRun();
-        for (const auto& request : *requests) {
-            const auto known = progressTable->find(zelor::remediation::progressKey(request.first));
-            if (known.value_or(REM_QUEUED) > REM_INSTALLING) continue;
-            events->failed(request.first, "the run ended with an unexpected error: " + what);
-            announce(request.first, REM_INTERNAL_FAILED);
-            const boost::unique_lock<boost::mutex> lock(mutex);
-            storeProgress(request.first, REM_INTERNAL_FAILED);
-        }
-        allRemFailed = true;
-        emptyTheContentDirectory();
+        log::error(" [Remediation Manager] The run ended with an unexpected error: ", what);
+        const RequestStore::Requests requests = parts_.requests.takenUp();
+        for (const auto& request : *requests)
+            parts_.progress.failUnfinished(request.first, "the run ended with an unexpected error: " + what);
+        state_.flags.allFailed = true;
+        emptyContentDirectory();
     } catch (...) {
         // Nothing more can be done for the requests; the run still has to end.
-        internalError = true;
+        state_.flags.internalError = true;
     }
 }
 
-void RemediationManager::resetInstalledPatchesFile() {
-    boost::system::error_code error;
-    if (!boost::filesystem::exists(installedPatchesFile, error)) return;
-    const bool kept = !boost::filesystem::remove(installedPatchesFile, error) && error;
-    // A record that stays must not say after the scan what was installed before it.
-    const int emptied = kept ? O_TRUNC : 0;
-    const bool opened = static_cast<bool>(
-        zelor::base::openFile(installedPatchesFile, O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | emptied));
-    if (kept && !opened) {
-        zlog::error(" [Remediation Manager] The installed-patches record ", installedPatchesFile,
-                    " can be neither removed nor emptied: ", error.message(),
-                    "; what it names is not applied again. Remove it.");
+void RunDriver::emptyContentDirectory() {
+    const std::string problem = base::folderProblem(state_.contentDirectory);
+    if (!problem.empty()) {
+        log::error(" [Remediation Manager] The content directory '", state_.contentDirectory,
+                   "' is not emptied: ", problem);
+        return;
     }
-    installedRecord = std::make_unique<zelor::remediation::InstalledRecord>();
+    parts_.installer.emptyTheContentDirectory(state_.contentDirectory);
 }
+
+}  // namespace zelor::remediation

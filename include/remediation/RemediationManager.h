@@ -3,15 +3,11 @@
 #include <ctype.h>  // tolower(int), which the library exports to its callers by making it visible here
 
 #include <atomic>
-#include <boost/thread/condition_variable.hpp>
 #include <boost/thread/mutex.hpp>
 #include <boost/thread/thread.hpp>
-#include <functional>
 #include <map>
 #include <memory>
-#include <set>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "base/Export.h"
@@ -24,14 +20,7 @@ namespace zelor {
 class RunObserver;
 }
 namespace zelor::remediation {
-class BufferedList;
-class InstalledRecord;
-struct PatchName;
-template <class Map>
-class NearbyKey;
-class ProgressTable;
-class SingleCancels;
-class RunEvents;
+struct RunParts;
 }  // namespace zelor::remediation
 
 /// Remediates the findings of one request map.
@@ -79,9 +68,11 @@ class ZELOR_API RemediationManager {
 
     /// The requests: CPE text ("cpe,cpe||package name") to CVE or CCE identifier.
     void setovalIdMap(std::map<std::string, std::string> requests);
+    /// The requests as they were set last, which may be others than those of a run.
     std::map<std::string, std::string> getovalIdMap();
     /// The directory for downloaded content. It is emptied at the end of a run.
     void setContentDownloadDir(std::string directory);
+    /// The directory as it was set, "" before.
     std::string getContentDownloadDir();
     /// True: the run starts with an empty installed-patches record, so that what a new scan found is applied
     /// again.
@@ -102,17 +93,23 @@ class ZELOR_API RemediationManager {
 
     // Results
 
+    /// True when the run has ended, in whatever way; the manager may then be destroyed.
     bool getRemDone();
+    /// True when something that was applied asks for a restart.
     bool getRebootNeeded();
+    /// Always false: no remediation asks for a scan.
     bool getScanNeeded();
     /// True when a remediation failed and none succeeded.
     bool getAllRemFailed();
     /// A snapshot of every request's progress, by key. A key "X||Y" whose Y contains "oval:" stands under X.
     std::map<std::string, unsigned long> getRemediationProgressMap();
+    /// Replaces every progress entry.
     void setRemediationProgressMap(std::map<std::string, unsigned long> progress);
     /// Always empty.
     std::string getDefaultPlatformCpe();
+    /// `currentOsName`, which nothing here sets.
     std::string getCurrentOsName();
+    /// Logs `currentOsName`.
     void queryAndStoreCurrentOsName();
 
     // Cancellation
@@ -125,6 +122,7 @@ class ZELOR_API RemediationManager {
     /// them all. A request is cancelled by its whole key as it is in the request map; other keys cancel
     /// nothing.
     void setCancelRemMap(std::map<std::string, std::string> requests);
+    /// A snapshot of that set.
     std::map<std::string, std::string> getCancelRemMap();
     /// Interrupts the download in hand if the run or its request is cancelled. The caller holds
     /// `thread_mutex`.
@@ -137,20 +135,31 @@ class ZELOR_API RemediationManager {
     /// For a CPE that needs several remediations: `store` tells whether there is a result to record, `result`
     /// which.
     void evaluateCollectiveResult(std::string key, REM_PROGRESS progress, bool* store, REM_PROGRESS* result);
+    /// Gives 7 to every request that became a row of the run.
     void setAllRemsStatusToFailed();
+    /// Gives 7 to the rows without a progress entry.
     void setRemainingRemsStatusToFailed();
+    /// Gives 13 to the rows that have neither 4 nor 5 to 11.
     void setAllRemainingRemStatusToAborted();
     /// Gives 13 to every request that is cancelled one by one, whatever its value is.
     void setAbortedRemStatusToAborted();
+    /// True, with a log line, when the request with this key is cancelled one by one.
     bool thisRemIsAborted(std::string id);
 
     // Request parsing and content (steps of the run)
 
+    /// Takes up the requests, makes a row of each usable one, and gets the rows' content. Unusable requests
+    /// get their failure.
     void parseCreEriForSupersedesTrue();
+    /// Gets the content of the rows; a row without any gets 6.
     void getAndParseCreEriForSupersedesTrue(std::vector<remediateMetadata>& rows);
+    /// True when some block updates an Apple product through the operating system.
     bool getOsRemediationFromCre(std::vector<parsedEriData> blocks);
+    /// True when some word of the reference names neither a CVE nor a CCE.
     bool refContainsPatchId(std::string reference);
+    /// Puts the patches that install unattended first, and else keeps their order.
     void reArrangeRemMetadata();
+    /// True when the row has content, all of which installs unattended.
     bool checkIfSilentModeSupported(remediateMetadata request);
 
     // Fetch, records, buffering (steps of the run, except bufferPatches)
@@ -165,10 +174,13 @@ class ZELOR_API RemediationManager {
                              bool rateLimited, unsigned long bytesPerSecond);
     /// 0 when the file's detached signature is good, else -1.
     int verifySignature(std::string filePath, std::string extension);
+    /// True when the buffered-patches list has the patch with this MD5, and its archive is there.
     bool patchIsAlreadyBuffered(std::string patchName, std::string md5sum, std::string listPath);
+    /// Lists a patch as buffered, in place of older entries. Failures are logged.
     void addPatchBufferedEntry(std::string patchName, std::string md5sum, std::string listPath);
     /// Drops every line that contains `patchName`, also as part of a longer name.
     void removeEntryFromBufferedPatchesFile(std::string patchName);
+    /// Deletes the buffered archive of an installed patch, and its entry in the list.
     void cleanupBufferedPatch(std::string patchName, std::string patchFileDownloaded);
     /// Records `eriId` as installed when `installResult` is 0.
     void addEntryInInstalledPatchesFile(int installResult, std::string eriId);
@@ -178,8 +190,10 @@ class ZELOR_API RemediationManager {
     /// share. Blocks; not at the same time as a run. Cancelled by `setCancelAllRem(true)`, or by interrupting
     /// the boost::thread it runs on.
     void bufferPatches(std::map<std::string, std::string> requests);
+    /// The same for rows with content.
     void downloadPatchForBuffering(std::vector<remediateMetadata> requests);
-    /// `patchSize`: text such as "12.5 MB".
+    /// True when the patch does not fit into what is left of the buffer's budget. `patchSize`: text such as
+    /// "12.5 MB".
     bool downloadSizeExceedsAllotedSize(std::string patchSize);
     /// Adds the sizes in bytes of all files below `dir` to `size`. Links are followed; a directory that is
     /// reached more than once counts once.
@@ -189,21 +203,33 @@ class ZELOR_API RemediationManager {
 
     // Installation (steps of the run)
 
+    /// Runs the scripts of the configurations, in their order.
     void applyConfigs();
+    /// Installs the patches: OS updates, then third-party products.
     void installPatches();
+    /// Installs the OS updates, unless the agent's setting leaves them to the user.
     void installOsPatches();
+    /// Installs the patches of third-party products. The argument is not used.
     void installNonOsPatches(std::string installPathCopy);
+    /// True when some block of the entry asks for a restart.
     bool getRebootStatus(creEriParsedData& creEri);
+    /// Deletes the files and the empty directories directly inside the content directory, unless other users
+    /// can modify it.
     void emptyTheContentDirectory();
 
     // Strings (helpers of the steps of the run)
 
+    /// True when `text` ends with `ending`.
     bool stringHasEnding(const std::string& text, const std::string& ending);
+    /// The same for wide characters.
     bool wstringHasEnding(const std::wstring& text, const std::wstring& ending);
+    /// True when `text` begins with `beginning`.
     bool stringHasBegining(const std::string& text, const std::string& beginning);
+    /// The same for wide characters.
     bool wstringHasBegining(const std::wstring& text, const std::wstring& beginning);
     /// True when `text` is longer than `beginning` and begins with it.
     bool stringIsSubset(std::string text, std::string beginning);
+    /// `text` without white space at its ends.
     std::string trimString(std::string text);
     /// `text` in two at the first `delimiter`, or whole when there is none.
     std::vector<std::string> splitStr(std::string text, std::string delimiter);
@@ -220,66 +246,14 @@ class ZELOR_API RemediationManager {
     static boost::mutex inputMapmutex;
     /// Guards the cancel state and the download thread; taken before `mutex`; shared by all managers.
     static boost::mutex thread_mutex;
+    /// The name of the running system, shared by all managers; for the agent to set.
     static std::string currentOsName;
 
   private:
     friend struct RemediationManagerPeer;  // the tests' way to a state that no input can reach
 
-    enum class Next { block, aborted, phaseEnd };
-    enum class RunState { none, starting, running };
     // What one manager works on; shared, so that a run keeps its requests while the controller sets others.
     using Requests = std::shared_ptr<const std::map<std::string, std::string>>;
-
-    // Run driver
-    bool runPhases();
-    Requests takeUpRequests();
-    Requests requestsOfRun() const;
-    bool stopsForCancel();
-    bool stoppedBeforePhases();
-    bool stoppedAfterPhase();
-    void endAsInternalError(const char* message, void (RemediationManager::*markRequests)());
-    void endAsAborted();
-    void endAfterException(const std::string& what);
-    void resetInstalledPatchesFile();
-
-    // Progress
-    void markUnlessFinal(const std::string& key, REM_PROGRESS progress);
-    bool isCancelled(const std::string& key);
-    bool downloadIsCancelled() const;
-    void setCancellableRequests(const Requests& requests);
-    void storeProgress(const std::string& key, unsigned long value);
-    bool isAborted(const std::string& key);
-    void recordProgress(const std::string& key, REM_PROGRESS progress);
-    void announce(const std::string& key, unsigned long value);
-    void countForCollectiveResult(const remediateMetadata& row, bool counts);
-
-    // Parsing and fetch
-    void parseRequest(const std::string& key, const std::string& identifier,
-                      const std::set<std::string>& specialCases);
-    void retrieveContent(remediateMetadata& row);
-    std::string bufferedListPath();
-    void download(const std::string& stem, std::string& archivePath, const std::string& extension,
-                  const std::string& remKey);
-    bool startDownload(const std::string& remKey, const std::function<void()>& work);
-    void awaitDownload();
-    Next fetchBlock(const std::string& key, parsedEriData& block, std::string& path, bool& usedBufferedCopy);
-    bool bufferRows(std::vector<remediateMetadata>& rows);
-    bool bufferBlock(parsedEriData& block);
-    int downloadForBuffer(const zelor::remediation::PatchName& name, std::string& archivePath,
-                          unsigned long rate);
-    bool bufferingIsCancelled();
-
-    // Installation
-    bool applyConfigRequest(remediateMetadata& row);
-    bool fetchAndRunScripts(remediateMetadata& row, int& result, bool& stop);
-    int runScript(parsedEriData& block, const std::string& path, bool usedBufferedCopy);
-    void recordConfigResult(remediateMetadata& row, int result);
-    void dropContent(remediateMetadata& row);
-    bool installOsRequest(remediateMetadata& row);
-    Next installNonOsRequest(remediateMetadata& row);
-    Next installNonOsBlock(remediateMetadata& row, parsedEriData& block, bool& installed);
-    int installNonOsFile(remediateMetadata& row, parsedEriData& block, const std::string& path);
-    void recordNonOsResult(remediateMetadata& row, int result, bool& installed);
 
     std::atomic<bool> rebootNeeded{false};
     std::atomic<bool> scanNeeded{false};
@@ -308,32 +282,6 @@ class ZELOR_API RemediationManager {
     std::string bufferedPatchesFileName;
     std::multimap<std::string, REM_PROGRESS> collectiveResultMap;
 
-    // Holds remediationProgressMap: every access goes through it.
-    std::unique_ptr<zelor::remediation::ProgressTable> progressTable;
-    // Where cancelRemMap was looked at last; guarded by `thread_mutex`.
-    std::unique_ptr<zelor::remediation::NearbyKey<std::map<std::string, std::string>>> cancelledKey;
-    // Rows with content that are no OS updates, per key: what the collective rule counts.
-    std::unordered_map<std::string, std::size_t> collectiveCounts;
-    // The requests that a run or buffering job took up; guarded by `inputMapmutex`.
-    Requests takenUpRequests;
-    // What single cancels are looked up in: those, or the request map before a run. This and the next one are
-    // guarded by `thread_mutex`.
-    Requests cancellableRequests;
-    bool singleCancelsChanged = false;
-    // Assigned under `thread_mutex` and `mutex`, used under `mutex`.
-    std::unique_ptr<zelor::remediation::SingleCancels> singleCancels;
-    std::atomic<RunState> runState{RunState::none};
-    // The run stopped a step because it was cancelled: from then on a withdrawal is too late. The run's
-    // thread alone uses this one and the next.
-    bool stoppedForCancel = false;
-    // The last fetch ended for a cancel, not for want of a file.
-    bool fetchCancelled = false;
-    // The end of the download in hand, which is awaited here so that its handle is used under thread_mutex
-    // alone.
-    boost::mutex downloadEndMutex;
-    boost::condition_variable downloadEnd;
-    std::atomic<bool> downloadInterrupted{false};
-    std::unique_ptr<zelor::remediation::InstalledRecord> installedRecord;
-    std::unique_ptr<zelor::remediation::BufferedList> bufferedList;
-    std::unique_ptr<zelor::remediation::RunEvents> events;
+    // What the operations forward to; it works on references to the members above.
+    std::unique_ptr<zelor::remediation::RunParts> parts;
 };

@@ -1,129 +1,121 @@
+#include "remediation/apply/ConfigurationPhase.h"
+
 #include <boost/filesystem/operations.hpp>
 
-#include "collaborators/CreCacher.h"
 #include "platform/Log.h"
 #include "platform/macos/MacPatchManager.h"
 #include "remediation/RecordAccess.h"
-#include "remediation/RemediationManager.h"
 #include "remediation/apply/InstallResult.h"
 #include "remediation/intake/ContentRules.h"
-#include "remediation/progress/RunEvents.h"
 
-namespace zlog = zelor::log;
+namespace zelor::remediation {
 
-void RemediationManager::applyConfigs() {
-    zlog::debug(" >>> [Remediation Manager] (applyConfigs) starting ...");
-    for (remediateMetadata& row : remMetadataForCCE) {
-        setAbortedRemStatusToAborted();
-        if (stopsForCancel() || !applyConfigRequest(row)) break;
+void ConfigurationPhase::apply(std::vector<remediateMetadata>& rows) {
+    log::debug(" >>> [Remediation Manager] (applyConfigs) starting ...");
+    for (remediateMetadata& row : rows) {
+        parts_.cancellation.markCancelled();
+        if (parts_.cancellation.stopsRun() || !applyRequest(row)) break;
     }
-    zlog::debug(" <<< [Remediation Manager] (applyConfigs) DONE!! ...");
+    log::debug(" <<< [Remediation Manager] (applyConfigs) DONE!! ...");
 }
 
 // False when the whole run was cancelled meanwhile.
-bool RemediationManager::applyConfigRequest(remediateMetadata& row) {
+bool ConfigurationPhase::applyRequest(remediateMetadata& row) {
     const std::string key = row.getCombinedCpes();
-    if (thisRemIsAborted(key)) {
-        insertRemProgressInMap(key, REM_ABORTED);
+    if (parts_.cancellation.isCancelled(key)) {
+        parts_.record(key, RemediationManager::REM_ABORTED);
         return true;
     }
     if (!RecordAccess::creEriDataPresent(row)) return true;
     const std::string cce = row.getCveOrCceId();
-    zlog::debug(" [Remediation Manager] (applyConfigs) Applying configs for CCE: ", cce);
-    int result = zelor::remediation::kInstalled;
-    if (verifyIfAlreadyAppliedRem(RecordAccess::creEriData(row))) {
-        zlog::debug(
+    log::debug(" [Remediation Manager] (applyConfigs) Applying configs for CCE: ", cce);
+    int result = kInstalled;
+    if (parts_.applied.covers(RecordAccess::creEriData(row))) {
+        log::debug(
             "[Remediation Manager] (applyConfigs) verifyIfAlreadyAppliedRem returned true for a config. CCE "
             "is: ",
             cce);
-        events->applied(key, zelor::Applied::before, false);
-        insertRemProgressInMap(key, REM_SUCCESS);
-        anyRemSucceeded = true;
+        parts_.events.applied(key, Applied::before, false);
+        parts_.succeed(key);
     } else {
         bool stop = false;
         if (!fetchAndRunScripts(row, result, stop)) return !stop;
     }
-    recordConfigResult(row, result);
-    zlog::info(" [Remediation Manager] The RESULT for Config apply for : CCE - ", cce,
-               " is : ", result == zelor::remediation::kInstalled ? "Succeeded" : "Failed");
+    recordResult(row, result);
+    log::info(" [Remediation Manager] The RESULT for Config apply for : CCE - ", cce,
+              " is : ", result == kInstalled ? "Succeeded" : "Failed");
     return true;
 }
 
 // The first block that does not succeed decides. False when there is no result to record; `stop` then tells
 // whether that is because the whole run was cancelled.
-bool RemediationManager::fetchAndRunScripts(remediateMetadata& row, int& result, bool& stop) {
+bool ConfigurationPhase::fetchAndRunScripts(remediateMetadata& row, int& result, bool& stop) {
     const std::string key = row.getCombinedCpes();
     std::vector<parsedEriData>& blocks = RecordAccess::blocks(RecordAccess::creEriData(row));
     std::size_t current = 0;
     do {
-        if (blocks.empty() || !zelor::remediation::namesPatchFile(RecordAccess::patchId(blocks[current]))) {
-            zlog::error("[Remediation Manager] (applyConfigs) Patch id is empty for cpe = '", key,
-                        "' and CCE = '", row.getCveOrCceId(), "'");
-            zlog::debug(
+        if (blocks.empty() || !namesPatchFile(RecordAccess::patchId(blocks[current]))) {
+            log::error("[Remediation Manager] (applyConfigs) Patch id is empty for cpe = '", key,
+                       "' and CCE = '", row.getCveOrCceId(), "'");
+            log::debug(
                 "[Remediation Manager] (applyConfigs) Patch name is not a valid patch .. Marking FAILED.");
-            events->failed(key, "the content names no script");
-            insertRemProgressInMap(key, REM_INVALID_REQUEST);
-            allRemFailed = true;
+            parts_.events.failed(key, "the content names no script");
+            parts_.fail(key, RemediationManager::REM_INVALID_REQUEST);
             return false;
         }
         parsedEriData& block = blocks[current];
-        bool usedBufferedCopy = false;
-        std::string path;
-        const Next next = fetchBlock(key, block, path, usedBufferedCopy);
+        FetchedFile file;
+        const Next next = parts_.source.fetchBlock(key, block, file);
         stop = next == Next::phaseEnd;
         if (stop) return false;
         if (next == Next::aborted) {
-            insertRemProgressInMap(key, REM_ABORTED);
+            parts_.record(key, RemediationManager::REM_ABORTED);
             return false;
         }
-        if (internalError) {
-            insertRemProgressInMap(key, REM_INTERNAL_FAILED);
+        if (parts_.flags.internalError) {
+            parts_.record(key, RemediationManager::REM_INTERNAL_FAILED);
             return false;
         }
-        insertRemProgressInMap(key, REM_INSTALLING);
-        zelor::CallReport report;
-        result = runScript(block, path, usedBufferedCopy);
-        if (result == zelor::remediation::kInstalled) {
-            events->applied(key, zelor::Applied::now, getRebootStatus(RecordAccess::creEriData(row)));
+        parts_.record(key, RemediationManager::REM_INSTALLING);
+        CallReport report;
+        result = runScript(block, file);
+        if (result == kInstalled) {
+            parts_.events.applied(key, Applied::now, asksForReboot(RecordAccess::creEriData(row)));
         } else {
-            events->failed(key, report, "the script could not be run");
+            parts_.events.failed(key, report, "the script could not be run");
         }
-    } while (result == zelor::remediation::kInstalled && ++current < blocks.size());
+    } while (result == kInstalled && ++current < blocks.size());
     return true;
 }
 
-int RemediationManager::runScript(parsedEriData& block, const std::string& path, bool usedBufferedCopy) {
-    zlog::debug(" [Remediation Manager] (applyConfigs) The config file path:", path);
+int ConfigurationPhase::runScript(parsedEriData& block, const FetchedFile& file) {
+    const std::string& path = file.path;
+    log::debug(" [Remediation Manager] (applyConfigs) The config file path:", path);
     boost::system::error_code error;
     if (path.empty() || !boost::filesystem::exists(path, error)) {
-        zlog::error(" [Remediation Manager] (applyConfigs) The config file to harden the system '", path,
-                    "' does not exist OR it failed the signature verification.");
-        return zelor::remediation::kFileUnavailable;
+        log::error(" [Remediation Manager] (applyConfigs) The config file to harden the system '", path,
+                   "' does not exist OR it failed the signature verification.");
+        return kFileUnavailable;
     }
     const int result = MacPatchManager().applyConfig(path);
-    addEntryInInstalledPatchesFile(result, RecordAccess::eriId(block));
-    if (result == zelor::remediation::kInstalled && usedBufferedCopy)
-        cleanupBufferedPatch(RecordAccess::patchId(block), path);
+    parts_.applied.add(result, RecordAccess::eriId(block));
+    if (result == kInstalled && file.usedBufferedCopy)
+        parts_.buffered.discard(RecordAccess::patchId(block), path);
     return result;
 }
 
-void RemediationManager::recordConfigResult(remediateMetadata& row, int result) {
+void ConfigurationPhase::recordResult(remediateMetadata& row, int result) {
     const std::string key = row.getCombinedCpes();
-    if (result == zelor::remediation::kInstalled) {
-        if (!rebootNeeded) rebootNeeded = getRebootStatus(RecordAccess::creEriData(row));
-        insertRemProgressInMap(key, REM_SUCCESS);
-        anyRemSucceeded = true;
-        dropContent(row);
+    if (result == kInstalled) {
+        if (!parts_.flags.rebootNeeded)
+            parts_.flags.rebootNeeded = asksForReboot(RecordAccess::creEriData(row));
+        parts_.succeed(key);
+        parts_.content.drop(row);
         return;
     }
-    insertRemProgressInMap(
-        key, result == zelor::remediation::kFileUnavailable ? REM_FILE_UNAVAILABLE : REM_FAILED);
-    allRemFailed = true;
+    parts_.record(key, result == kFileUnavailable ? RemediationManager::REM_FILE_UNAVAILABLE
+                                                  : RemediationManager::REM_FAILED);
+    parts_.flags.allFailed = true;
 }
 
-// What is applied needs no content any more.
-void RemediationManager::dropContent(remediateMetadata& row) {
-    CreCacher* cache = CreCacher::GetInstance(installPath, systemPlatformCpe);
-    cache->removeCreFromCache(row.getPlatformCpe(), row.getProductCpe(), row.getCveOrCceId());
-    cache->removeCreFile(row.getPlatformCpe(), row.getProductCpe(), row.getCveOrCceId());
-}
+}  // namespace zelor::remediation

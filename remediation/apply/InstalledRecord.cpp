@@ -13,9 +13,6 @@
 #include "base/Strings.h"
 #include "base/TrustedFolder.h"
 #include "platform/Log.h"
-#include "remediation/RecordAccess.h"
-#include "remediation/RemediationManager.h"
-#include "remediation/intake/ContentRules.h"
 
 namespace zelor::remediation {
 
@@ -120,33 +117,3 @@ void InstalledRecord::takeAppended(const std::string& line) {
 }
 
 }  // namespace zelor::remediation
-
-namespace zlog = zelor::log;
-
-void RemediationManager::addEntryInInstalledPatchesFile(int installResult, std::string eriId) {
-    if (installResult != 0) return;
-    if (zelor::base::hasControlCharacter(eriId)) {
-        zlog::error("[Remediation Manager] The eri id '", eriId,
-                    "' holds a control character, so it is not recorded");
-        return;
-    }
-    std::string problem;
-    // A missing directory is the installer's business and is not logged.
-    if (!installedRecord->append(installedPatchesFile, eriId, problem) && !problem.empty()) {
-        zlog::error("[Remediation Manager] ", eriId, " is installed, and cannot be noted in ",
-                    installedPatchesFile, ": ", problem, "; the next run will install it again");
-    }
-    zlog::debug(
-        "[Remediation Manager] Inside addEntryInInstalledPatchesFile: Added entry for successfully installed "
-        "eri: ",
-        eriId);
-}
-
-bool RemediationManager::verifyIfAlreadyAppliedRem(creEriParsedData& creEri) {
-    installedRecord->refresh(installedPatchesFile);
-    if (installedRecord->empty()) return false;
-    zlog::debug("[Remediation Manager] (verifyIfAlreadyAppliedRem) for creId = ", RecordAccess::creId(creEri),
-                " number of eris = ", RecordAccess::blocks(creEri).size());
-    return zelor::remediation::countsAsApplied(
-        creEri, [this](const std::string& eriId) { return installedRecord->hasLine(eriId); });
-}

@@ -1,3 +1,5 @@
+#include "remediation/buffer/BufferedPatches.h"
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -15,12 +17,11 @@
 #include "collaborators/ConfigurationManager.h"
 #include "platform/Log.h"
 #include "remediation/CallReport.h"
-#include "remediation/RemediationManager.h"
 #include "remediation/buffer/BufferFolders.h"
-#include "remediation/buffer/BufferedList.h"
 #include "remediation/fetch/PatchName.h"
 
-namespace zlog = zelor::log;
+namespace zelor::remediation {
+
 namespace fs = boost::filesystem;
 
 namespace {
@@ -32,9 +33,8 @@ std::string unzipFolderFile(const std::string& name) {
     return ConfigurationManager::GetInstance("")->getUnzipFileFolder() + kSeparator + name;
 }
 
-std::string archiveInBuffer(const std::string& patchName) {
-    return ConfigurationManager::GetInstance("")->getBufferPatchesDir() + kSeparator +
-           zelor::remediation::cutFourCharacters(patchName).stem + ".zip";
+std::string archiveOf(const std::string& patchName) {
+    return BufferedPatches::archivePath(cutFourCharacters(patchName).stem);
 }
 
 [[noreturn]] void fail(const std::string& what) {
@@ -42,15 +42,14 @@ std::string archiveInBuffer(const std::string& patchName) {
 }
 
 void replaceList(const std::string& listPath, const std::string& temporaryPath, const std::string& lines) {
-    const zelor::base::UniqueFd temporary =
-        zelor::base::openFile(temporaryPath, O_RDWR | O_APPEND | O_CREAT | O_NOFOLLOW);
+    const base::UniqueFd temporary = base::openFile(temporaryPath, O_RDWR | O_APPEND | O_CREAT | O_NOFOLLOW);
     if (!temporary) fail("cannot open the temporary list");
     // A rewrite that was killed may have left a torn last line; its line still stands in the list.
-    if (!zelor::base::cutTornEnd(temporary.get())) fail("cannot mend the temporary list");
+    if (!base::cutTornEnd(temporary.get())) fail("cannot mend the temporary list");
     const off_t before = lseek(temporary.get(), 0, SEEK_END);
-    if (zelor::base::writeAll(temporary.get(), lines) && zelor::base::flushToDisk(temporary.get()) &&
+    if (base::writeAll(temporary.get(), lines) && base::flushToDisk(temporary.get()) &&
         std::rename(temporaryPath.c_str(), listPath.c_str()) == 0) {
-        zelor::base::flushDirectory(fs::path(listPath).parent_path().string());
+        base::flushDirectory(fs::path(listPath).parent_path().string());
         return;
     }
     const int error = errno;
@@ -68,80 +67,86 @@ std::string wholeFile(const std::string& path) {
 
 }  // namespace
 
-std::string RemediationManager::bufferedListPath() {
-    return unzipFolderFile(bufferedPatchesFileName);
+std::string BufferedPatches::listPath() const {
+    return unzipFolderFile(listName_);
 }
 
-bool RemediationManager::patchIsAlreadyBuffered(std::string patchName, std::string md5sum,
-                                                std::string listPath) {
-    zlog::debug("[Remediation Manager] Inside patchIsAlreadyBuffered .. bufferedPatchListFile = ", listPath);
+std::string BufferedPatches::archivePath(const std::string& stem) {
+    return ConfigurationManager::GetInstance("")->getBufferPatchesDir() + kSeparator + stem + ".zip";
+}
+
+bool BufferedPatches::has(const std::string& patchName, const std::string& md5sum,
+                          const std::string& listPath) {
+    log::debug("[Remediation Manager] Inside patchIsAlreadyBuffered .. bufferedPatchListFile = ", listPath);
     try {
         // The directories are judged before what they hold is read, and before it is used.
-        if (!bufferedList->isCurrent(listPath)) {
-            if (!zelor::remediation::bufferFoldersAreOurs()) return false;
-            bufferedList->read(listPath);
+        if (!list_.isCurrent(listPath)) {
+            if (!bufferFoldersAreOurs()) return false;
+            list_.read(listPath);
         }
-        return bufferedList->hasEntry(patchName, md5sum) && fs::exists(archiveInBuffer(patchName)) &&
-               zelor::remediation::bufferFoldersAreOurs();
+        return list_.hasEntry(patchName, md5sum) && fs::exists(archiveOf(patchName)) &&
+               bufferFoldersAreOurs();
     } catch (const std::exception&) {
-        zlog::debug(
+        log::debug(
             "[Remediation Manager] (patchIsAlreadyBuffered) Reading bufferedPatchesList.txt threw "
             "exception ");
     }
     return false;
 }
 
-void RemediationManager::addPatchBufferedEntry(std::string patchName, std::string md5sum,
-                                               std::string listPath) {
-    if (!zelor::remediation::bufferFoldersAreOurs()) {
-        zelor::CallReport::addReason("the buffer's directories can be changed by other users");
+void BufferedPatches::add(const std::string& patchName, const std::string& md5sum,
+                          const std::string& listPath) {
+    if (!bufferFoldersAreOurs()) {
+        CallReport::addReason("the buffer's directories can be changed by other users");
         return;
     }
-    if (zelor::base::hasControlCharacter(patchName + md5sum)) {
-        zelor::CallReport::addReason("its name or its md5 holds a control character");
-        zlog::error("[Remediation Manager] The patch '", patchName, "' with md5 '", md5sum,
-                    "' is not listed as buffered, since that holds a control character");
+    if (base::hasControlCharacter(patchName + md5sum)) {
+        CallReport::addReason("its name or its md5 holds a control character");
+        log::error("[Remediation Manager] The patch '", patchName, "' with md5 '", md5sum,
+                   "' is not listed as buffered, since that holds a control character");
         return;
     }
-    removeEntryFromBufferedPatchesFile(patchName);
-    if (!zelor::base::appendLine(listPath, patchName + "=" + md5sum)) {
-        zelor::CallReport::addReason("the list of buffered patches cannot be written");
-        zlog::debug(
+    removeEntry(patchName);
+    if (!base::appendLine(listPath, patchName + "=" + md5sum)) {
+        CallReport::addReason("the list of buffered patches cannot be written");
+        log::debug(
             "[Remediation Manager] (addPatchBufferedEntry) Writing bufferedPatchesList.txt threw exception ");
         return;
     }
-    zlog::debug(
+    log::debug(
         "[Remediation Manager] Inside addPatchBufferedEntry: Added entry for successfully buffered patch = ",
         patchName);
 }
 
-void RemediationManager::removeEntryFromBufferedPatchesFile(std::string patchName) {
+void BufferedPatches::removeEntry(const std::string& patchName) {
     try {
-        const std::string listPath = bufferedListPath();
-        zelor::remediation::ListDamage damage;
-        const std::string lines = zelor::remediation::linesWithout(wholeFile(listPath), patchName, damage);
+        const std::string path = listPath();
+        ListDamage damage;
+        const std::string lines = linesWithout(wholeFile(path), patchName, damage);
         if (damage.tornEnd)
-            zlog::error("[Remediation Manager] The last line of ", listPath,
-                        " has no end; it counts as it stands.");
+            log::error("[Remediation Manager] The last line of ", path,
+                       " has no end; it counts as it stands.");
         if (damage.damagedLines)
-            zlog::error("[Remediation Manager] ", listPath, " had damaged lines; they are left out.");
-        replaceList(listPath, unzipFolderFile(kTemporaryName), lines);
+            log::error("[Remediation Manager] ", path, " had damaged lines; they are left out.");
+        replaceList(path, unzipFolderFile(kTemporaryName), lines);
     } catch (const std::exception& problem) {
-        zlog::debug(
+        log::debug(
             "[Remediation Manager] (removeEntryFromBufferedPatchesFile) Exception while removing entry from "
             "bufferedPatchesList.txt ");
-        zlog::debug("[Remediation Manager] (removeEntryFromBufferedPatchesFile) ", problem.what());
+        log::debug("[Remediation Manager] (removeEntryFromBufferedPatchesFile) ", problem.what());
     }
 }
 
-void RemediationManager::cleanupBufferedPatch(std::string patchName, std::string patchFileDownloaded) {
-    zlog::debug("[Remediation Manager] Inside cleanupBufferedPatch: patchName = ", patchName,
-                ", patchfiledownloaded = ", patchFileDownloaded);
-    if (!zelor::remediation::bufferFoldersAreOurs()) return;
-    if (zelor::remediation::whyUnsafeFileName(patchName).empty()) {
+void BufferedPatches::discard(const std::string& patchName, const std::string& installedFile) {
+    log::debug("[Remediation Manager] Inside cleanupBufferedPatch: patchName = ", patchName,
+               ", patchfiledownloaded = ", installedFile);
+    if (!bufferFoldersAreOurs()) return;
+    if (whyUnsafeFileName(patchName).empty()) {
         boost::system::error_code error;
-        fs::remove(archiveInBuffer(patchName), error);
-        if (error) zlog::debug("[Remediation Manager] Inside cleanupBufferedPatch: ", error.message());
+        fs::remove(archiveOf(patchName), error);
+        if (error) log::debug("[Remediation Manager] Inside cleanupBufferedPatch: ", error.message());
     }
-    removeEntryFromBufferedPatchesFile(patchName);
+    removeEntry(patchName);
 }
+
+}  // namespace zelor::remediation

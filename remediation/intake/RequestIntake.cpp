@@ -1,87 +1,187 @@
+#include "remediation/intake/RequestIntake.h"
+
 #include <algorithm>
 #include <utility>
 
 #include "base/Strings.h"
 #include "collaborators/CacheStore.h"
 #include "platform/Log.h"
-#include "remediation/RemediationManager.h"
+#include "remediation/CallReport.h"
+#include "remediation/RecordAccess.h"
+#include "remediation/intake/ContentRules.h"
 #include "remediation/intake/RequestParsing.h"
-#include "remediation/progress/RunEvents.h"
 
-namespace zlog = zelor::log;
+namespace zelor::remediation {
 
 namespace {
 
 // About as many rows as there will be: blanks before an identifier are not looked for here.
 std::size_t countConfigurations(const std::map<std::string, std::string>& requests) {
     return static_cast<std::size_t>(std::count_if(requests.begin(), requests.end(), [](const auto& request) {
-        return zelor::base::hasBeginning(request.second, "CCE-");
+        return base::hasBeginning(request.second, "CCE-");
     }));
+}
+
+bool countsForCollectiveResult(const remediateMetadata& row) {
+    return RecordAccess::creEriDataPresent(row) && !RecordAccess::osRemediation(row);
+}
+
+bool blockInstallsUnattended(const parsedEriData& block) {
+    const bool windowsInstaller = base::contains(RecordAccess::patchId(block), ".exe");
+    return !(windowsInstaller ? RecordAccess::silentModeCmd(block) : RecordAccess::operationImpact(block))
+                .empty();
 }
 
 }  // namespace
 
-void RemediationManager::parseCreEriForSupersedesTrue() {
+RequestIntake::RequestIntake(RequestRows rows, const std::string& platformCpe, RequestStore& store,
+                             RequestContent& content, RunFlags flags, Progress& progress,
+                             Cancellation& cancellation, RunEvents& events)
+    : rows_(rows),
+      platformCpe_(platformCpe),
+      store_(store),
+      content_(content),
+      flags_(flags),
+      progress_(progress),
+      cancellation_(cancellation),
+      events_(events) {}
+
+void RequestIntake::parseAll() {
     const std::set<std::string> specialCases = CacheStore::GetSplCaseCPEs();
-    const Requests requests = takeUpRequests();
+    const RequestStore::Requests requests = store_.takeUp();
     {
-        const boost::unique_lock<boost::mutex> lock(inputMapmutex);
+        const boost::unique_lock<boost::mutex> lock = store_.hold();
         const std::size_t configurations = countConfigurations(*requests);
-        remMetadataForCCE.reserve(remMetadataForCCE.size() + configurations);
-        remMetadataForCVE.reserve(remMetadataForCVE.size() + requests->size() - configurations);
+        rows_.configurations.reserve(rows_.configurations.size() + configurations);
+        rows_.patches.reserve(rows_.patches.size() + requests->size() - configurations);
         for (const auto& [key, identifier] : *requests) {
-            events->took(key, identifier);
-            recordProgress(key, REM_QUEUED);
-            if (stopsForCancel()) return;
-            parseRequest(key, identifier, specialCases);
+            events_.took(key, identifier);
+            progress_.record(key, RemediationManager::REM_QUEUED);
+            if (cancellation_.stopsRun()) return;
+            parse(key, identifier, specialCases);
         }
     }
-    for (std::vector<remediateMetadata>* rows : {&remMetadataForCVE, &remMetadataForCCE}) {
+    for (std::vector<remediateMetadata>* rows : {&rows_.patches, &rows_.configurations}) {
         if (rows->empty()) continue;
-        getAndParseCreEriForSupersedesTrue(*rows);
-        if (stopsForCancel()) return;
+        getContent(*rows);
+        if (cancellation_.stopsRun()) return;
     }
-    zlog::debug(" <<< [Remediation Manager] (parseCreEriForSupersedesTrue) DONE!! ...");
+    log::debug(" <<< [Remediation Manager] (parseCreEriForSupersedesTrue) DONE!! ...");
 }
 
-void RemediationManager::parseRequest(const std::string& key, const std::string& identifier,
-                                      const std::set<std::string>& specialCases) {
-    if (isAborted(key)) {
-        insertRemProgressInMap(key, REM_ABORTED);
+void RequestIntake::parse(const std::string& key, const std::string& identifier,
+                          const std::set<std::string>& specialCases) {
+    if (cancellation_.isCancelled(key)) {
+        progress_.record(key, RemediationManager::REM_ABORTED);
         return;
     }
-    const std::string trimmedKey = trimString(key);
+    const std::string trimmedKey = base::trimmed(key);
     if (trimmedKey.empty()) return;
-    const std::string id = trimString(identifier);
-    const bool configuration = zelor::remediation::isConfiguration(id);
-    zelor::remediation::RequestKey request = zelor::remediation::parseRequestKey(trimmedKey, configuration);
+    const std::string id = base::trimmed(identifier);
+    const bool configuration = isConfiguration(id);
+    RequestKey request = parseRequestKey(trimmedKey, configuration);
     if (!configuration) {
-        zlog::debug(" [Remediation Manager] (parseCreEriForSupersedesTrue) PackageName is   : ",
-                    request.packageName);
+        log::debug(" [Remediation Manager] (parseCreEriForSupersedesTrue) PackageName is   : ",
+                   request.packageName);
     }
-    zlog::debug(" [Remediation Manager] (parseCreEriForSupersedesTrue) Combined cpe is : ", key);
-    zlog::debug(" [Remediation Manager] (parseCreEriForSupersedesTrue) CVE or CCE is   : ", id);
-    const zelor::remediation::CpeCount count = zelor::remediation::cpeCount(request);
-    if (count == zelor::remediation::CpeCount::none) {
-        zlog::error(" [Remediation Manager] No CPEs given by UI for CVE/CCE :", id);
-        events->failed(key, "the request names no CPE");
-        insertRemProgressInMap(key, REM_INVALID_REQUEST);
+    log::debug(" [Remediation Manager] (parseCreEriForSupersedesTrue) Combined cpe is : ", key);
+    log::debug(" [Remediation Manager] (parseCreEriForSupersedesTrue) CVE or CCE is   : ", id);
+    const CpeCount count = cpeCount(request);
+    if (count == CpeCount::none) {
+        log::error(" [Remediation Manager] No CPEs given by UI for CVE/CCE :", id);
+        events_.failed(key, "the request names no CPE");
+        progress_.record(key, RemediationManager::REM_INVALID_REQUEST);
         return;
     }
-    if (count == zelor::remediation::CpeCount::tooMany) {
-        zlog::error(" [Remediation Manager] More than 2 CPEs given by UI for CVE/CCE :", id,
-                    "and cpes are: ", trimmedKey);
-        events->failed(key, "the request names more than two CPEs");
-        insertRemProgressInMap(key, REM_INVALID_REQUEST);
+    if (count == CpeCount::tooMany) {
+        log::error(" [Remediation Manager] More than 2 CPEs given by UI for CVE/CCE :", id,
+                   "and cpes are: ", trimmedKey);
+        events_.failed(key, "the request names more than two CPEs");
+        progress_.record(key, RemediationManager::REM_INVALID_REQUEST);
         return;
     }
-    zelor::remediation::RequestTarget target =
-        zelor::remediation::requestTarget(request.cpes, systemPlatformCpe, specialCases);
+    RequestTarget target = requestTarget(request.cpes, platformCpe_, specialCases);
     remediateMetadata row;
     row.setCombinedCpes(key);
     row.setCveOrCceId(id);
     row.setPackageName(std::move(request.packageName));
     row.setPlatformCpe(std::move(target.platformCpe));
     row.setProductCpe(std::move(target.productCpe));
-    (configuration ? remMetadataForCCE : remMetadataForCVE).push_back(std::move(row));
+    (configuration ? rows_.configurations : rows_.patches).push_back(std::move(row));
 }
+
+void RequestIntake::getContent(std::vector<remediateMetadata>& rows) {
+    if (!rows.empty()) log::debug(" [Remediation Manager] Inside getAndParseCreEriForSupersedesTrue .. ");
+    const bool patches = &rows == &rows_.patches;
+    for (remediateMetadata& row : rows) {
+        cancellation_.markCancelled();
+        if (cancellation_.stopsRun()) return;
+        const std::string& key = RecordAccess::combinedCpes(row);
+        if (cancellation_.isCancelled(key)) {
+            progress_.record(key, RemediationManager::REM_ABORTED);
+            continue;
+        }
+        const bool counted = patches && countsForCollectiveResult(row);
+        getContent(row);
+        const bool counts = patches && countsForCollectiveResult(row);
+        if (counts && !counted) progress_.addRemediation(row);
+        if (counted && !counts) progress_.removeRemediation(row);
+        if (!RecordAccess::creEriDataPresent(row)) {
+            progress_.record(key, RemediationManager::REM_CRE_FAILED);
+            flags_.allFailed = true;
+        }
+        cancellation_.markCancelled();
+    }
+}
+
+void RequestIntake::getContent(remediateMetadata& row) {
+    progress_.record(RecordAccess::combinedCpes(row), RemediationManager::REM_QUEUED);
+    events_.started(RecordAccess::combinedCpes(row));
+    CallReport report;
+    const std::string platform = row.getPlatformCpe();
+    const std::string product = row.getProductCpe();
+    parseOnlyMetadata metadata = content_.get(platform, product, row.getCveOrCceId());
+    creEriParsedData& entry = RecordAccess::creEriData(metadata);
+    const std::vector<parsedEriData>& blocks = RecordAccess::blocks(entry);
+    log::debug(" [Remediation Manager] (getAndParseCreEriForSupersedesTrue) For platformCpe = '", platform,
+               "' and productCpe = '", product, "'; pEriDataV.size = ", blocks.size());
+    const bool present = !metadata.getParsingFailed();
+    row.setCreEriDataPresent(present);
+    if (!present) {
+        events_.failed(RecordAccess::combinedCpes(row), report,
+                       "the remediation content could not be obtained or parsed");
+        return;
+    }
+    row.setOsRemediation(isOsRemediation(blocks));
+    row.setcreEriData(std::move(entry));
+}
+
+bool RequestIntake::installsUnattended(const remediateMetadata& row) {
+    if (!RecordAccess::creEriDataPresent(row)) return false;
+    const std::vector<parsedEriData>& blocks = RecordAccess::blocks(RecordAccess::creEriData(row));
+    if (std::all_of(blocks.begin(), blocks.end(), blockInstallsUnattended)) return true;
+    log::debug(
+        " [Remediation Manager] (checkIfSilentModeSupported) The silent mode is not supported for cpe (key) "
+        "= '",
+        RecordAccess::combinedCpes(row), "'. CVE = '", RecordAccess::cveOrCceId(row), "'");
+    return false;
+}
+
+void RequestIntake::putUnattendedFirst() {
+    std::vector<bool> unattended;
+    unattended.reserve(rows_.patches.size());
+    for (const remediateMetadata& row : rows_.patches) {
+        if (cancellation_.all()) return;
+        unattended.push_back(RecordAccess::osRemediation(row) || installsUnattended(row));
+    }
+    std::vector<remediateMetadata> ordered;
+    ordered.reserve(rows_.patches.size());
+    for (const bool group : {true, false}) {
+        for (std::size_t i = 0; i < rows_.patches.size(); ++i) {
+            if (unattended[i] == group) ordered.push_back(std::move(rows_.patches[i]));
+        }
+    }
+    rows_.patches = std::move(ordered);
+}
+
+}  // namespace zelor::remediation

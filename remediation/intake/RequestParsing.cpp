@@ -33,6 +33,13 @@ CpeCount cpeCount(const RequestKey& request) {
     return request.cpes.size() > 2 ? CpeCount::tooMany : CpeCount::usable;
 }
 
+bool containsPatchId(const std::string& reference) {
+    const std::vector<std::string> tokens = base::splitCompressed(reference, ' ');
+    return std::any_of(tokens.begin(), tokens.end(), [](const std::string& token) {
+        return !base::hasBeginning(token, "CVE-") && !base::hasBeginning(token, "CCE-");
+    });
+}
+
 RequestTarget requestTarget(const std::vector<std::string>& cpes, const std::string& defaultPlatformCpe,
                             const std::set<std::string>& specialCases) {
     RequestTarget target{defaultPlatformCpe, ""};

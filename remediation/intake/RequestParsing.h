@@ -25,6 +25,9 @@ CpeCount cpeCount(const RequestKey& request);
 
 RequestKey parseRequestKey(const std::string& trimmedKey, bool configuration);
 
+/// True when some word of a reference names neither a CVE nor a CCE.
+bool containsPatchId(const std::string& reference);
+
 /// The platform and product that the CPEs of a request name.
 struct RequestTarget {
     std::string platformCpe;

@@ -1,86 +1,125 @@
+#include "remediation/progress/Cancellation.h"
+
 #include <exception>
 #include <utility>
 
 #include "platform/Log.h"
-#include "remediation/RemediationManager.h"
-#include "remediation/progress/NearbyKey.h"
-#include "remediation/progress/SingleCancels.h"
 
-namespace zlog = zelor::log;
+namespace zelor::remediation {
 
-void RemediationManager::setCancelAllRem(bool cancel) {
-    cancelAllRem = cancel;
-    const boost::unique_lock<boost::mutex> lock(thread_mutex);
-    terminateKillableThreads();
+Cancellation::Cancellation(State state, const Progress::Duplicates& duplicates, boost::mutex& mutex,
+                           Progress& progress)
+    : state_(state),
+      duplicates_(duplicates),
+      mutex_(mutex),
+      progress_(progress),
+      cancellable_(std::make_shared<const Texts>()) {}
+
+void Cancellation::setAll(bool cancel) {
+    state_.all = cancel;
+    const boost::unique_lock<boost::mutex> lock(mutex_);
+    interruptDownload();
 }
 
-void RemediationManager::setCancelRemMap(std::map<std::string, std::string> requests) {
-    const boost::unique_lock<boost::mutex> lock(thread_mutex);
-    cancelRemMap = std::move(requests);
-    cancelledKey->forget();
-    singleCancelsChanged = true;
-    if (cancelRemMap.count(currentRemId) != 0) terminateKillableThreads();
+void Cancellation::setRequests(Texts requests) {
+    const boost::unique_lock<boost::mutex> lock(mutex_);
+    state_.requests = std::move(requests);
+    nearby_.forget();
+    cancelsChanged_ = true;
+    if (state_.requests.count(state_.currentRequest) != 0) interruptDownload();
 }
 
-std::map<std::string, std::string> RemediationManager::getCancelRemMap() {
-    const boost::unique_lock<boost::mutex> lock(thread_mutex);
-    return cancelRemMap;
+Cancellation::Texts Cancellation::requests() {
+    const boost::unique_lock<boost::mutex> lock(mutex_);
+    return state_.requests;
 }
 
-void RemediationManager::terminateKillableThreads() {
-    zlog::debug(" [Remediation Manager] (terminateKillableThreads) Terminating download_thread.");
+void Cancellation::interruptDownload() {
+    log::debug(" [Remediation Manager] (terminateKillableThreads) Terminating download_thread.");
     try {
-        download_thread.native_handle();
+        state_.download.native_handle();
         if (!downloadIsCancelled()) return;
-        downloadInterrupted = true;
-        download_thread.interrupt();
+        downloadInterrupted_ = true;
+        state_.download.interrupt();
     } catch (...) {
-        zlog::error(
+        log::error(
             "[Remediation Manager] (terminateKillableThreads) Unable to interrupt the download_thread.");
     }
 }
 
-// The caller holds `thread_mutex`. A download of the buffering job has no request of its own.
-bool RemediationManager::downloadIsCancelled() const {
-    return cancelAllRem || (!currentRemId.empty() && cancelRemMap.count(currentRemId) != 0);
+// The caller holds `mutex_`. A download of the buffering job has no request of its own.
+bool Cancellation::downloadIsCancelled() const {
+    return state_.all ||
+           (!state_.currentRequest.empty() && state_.requests.count(state_.currentRequest) != 0);
 }
 
-void RemediationManager::setCancellableRequests(const Requests& requests) {
-    const boost::unique_lock<boost::mutex> lock(thread_mutex);
-    if (cancellableRequests == requests) return;
-    cancellableRequests = requests;
-    singleCancelsChanged = true;
+void Cancellation::setCancellable(const Requests& requests) {
+    const boost::unique_lock<boost::mutex> lock(mutex_);
+    if (cancellable_ == requests) return;
+    cancellable_ = requests;
+    cancelsChanged_ = true;
 }
 
-void RemediationManager::setAbortedRemStatusToAborted() {
-    const boost::unique_lock<boost::mutex> lock(thread_mutex);
-    std::unique_ptr<zelor::remediation::SingleCancels> cancels;
-    if (singleCancelsChanged) {
-        cancels = std::make_unique<zelor::remediation::SingleCancels>(*cancellableRequests, cancelRemMap,
-                                                                      removedDuplicateEriMap);
-        singleCancelsChanged = false;
+void Cancellation::markCancelled() {
+    const boost::unique_lock<boost::mutex> lock(mutex_);
+    std::unique_ptr<SingleCancels> cancels;
+    if (cancelsChanged_) {
+        cancels = std::make_unique<SingleCancels>(*cancellable_, state_.requests, duplicates_);
+        cancelsChanged_ = false;
     }
-    std::vector<const std::string*> unmarked;
+    for (const std::string* key : progress_.takeUnmarkedCancels(std::move(cancels)))
+        progress_.record(*key, RemediationManager::REM_ABORTED);
+}
+
+bool Cancellation::isCancelled(const std::string& key) {
     {
-        const boost::unique_lock<boost::mutex> progressLock(mutex);
-        if (cancels) singleCancels.swap(cancels);
-        unmarked = singleCancels->takeUnmarked();
+        const boost::unique_lock<boost::mutex> lock(mutex_);
+        if (nearby_.find(state_.requests, key) == state_.requests.end()) return false;
     }
-    for (const std::string* key : unmarked)
-        recordProgress(*key, REM_ABORTED);
-}
-
-bool RemediationManager::isCancelled(const std::string& key) {
-    const boost::unique_lock<boost::mutex> lock(thread_mutex);
-    return cancelledKey->find(cancelRemMap, key) != cancelRemMap.end();
-}
-
-bool RemediationManager::isAborted(const std::string& key) {
-    if (!isCancelled(key)) return false;
-    zlog::debug(" [Remediation Manager] ", key, " is Going to Get Aborted");
+    log::debug(" [Remediation Manager] ", key, " is Going to Get Aborted");
     return true;
 }
 
-bool RemediationManager::thisRemIsAborted(std::string id) {
-    return isAborted(id);
+void Cancellation::beginRun() {
+    stopped_ = false;
+    inRun_ = true;
 }
+
+bool Cancellation::stopsRun() {
+    if (!inRun_) return state_.all;
+    if (state_.all) stopped_ = true;
+    return stopped_;
+}
+
+void Cancellation::setCurrentRequest(const std::string& key) {
+    const boost::unique_lock<boost::mutex> lock(mutex_);
+    state_.currentRequest = key;
+}
+
+Cancellation::Start Cancellation::startDownload(const std::string& key, const std::function<void()>& work) {
+    const boost::unique_lock<boost::mutex> lock(mutex_);
+    state_.currentRequest = key;
+    downloadInterrupted_ = false;
+    if (downloadIsCancelled()) return Start::cancelled;
+    try {
+        state_.download = boost::thread(work);
+        return Start::started;
+    } catch (const std::exception& problem) {
+        log::error(" [Remediation Manager] Inside getFileFromRepo: No thread for the download: ",
+                   problem.what());
+        return Start::noThread;
+    }
+}
+
+void Cancellation::stopDownload() {
+    const boost::unique_lock<boost::mutex> lock(mutex_);
+    downloadInterrupted_ = true;
+    state_.download.interrupt();
+}
+
+boost::thread Cancellation::takeDownload() {
+    const boost::unique_lock<boost::mutex> lock(mutex_);
+    return std::move(state_.download);
+}
+
+}  // namespace zelor::remediation

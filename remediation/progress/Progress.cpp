@@ -1,15 +1,13 @@
+#include "remediation/progress/Progress.h"
+
 #include <algorithm>
 #include <utility>
 
 #include "platform/Log.h"
 #include "remediation/RecordAccess.h"
-#include "remediation/RemediationManager.h"
 #include "remediation/intake/RequestParsing.h"
-#include "remediation/progress/ProgressTable.h"
-#include "remediation/progress/RunEvents.h"
-#include "remediation/progress/SingleCancels.h"
 
-namespace zlog = zelor::log;
+namespace zelor::remediation {
 
 namespace {
 
@@ -23,129 +21,138 @@ bool isFinal(unsigned long value) {
 
 }  // namespace
 
-std::map<std::string, unsigned long> RemediationManager::getRemediationProgressMap() {
-    return progressTable->copy();
+Progress::Progress(Map& map, const Duplicates& duplicates, PartialResults& partialResults,
+                   boost::mutex& mutex, RunEvents& events)
+    : table_(map),
+      duplicates_(duplicates),
+      partialResults_(partialResults),
+      mutex_(mutex),
+      events_(events),
+      cancels_(std::make_unique<SingleCancels>()) {}
+
+void Progress::replace(Map progress) {
+    table_.replace(std::move(progress));
+    const boost::unique_lock<boost::mutex> lock(mutex_);
+    cancels_->allWritten();
 }
 
-void RemediationManager::setRemediationProgressMap(std::map<std::string, unsigned long> progress) {
-    progressTable->replace(std::move(progress));
-    const boost::unique_lock<boost::mutex> lock(mutex);
-    singleCancels->allWritten();
-}
-
-void RemediationManager::insertRemProgressInMap(std::string key, REM_PROGRESS progress) {
-    recordProgress(key, progress);
-}
-
-void RemediationManager::recordProgress(const std::string& key, REM_PROGRESS progress) {
-    REM_PROGRESS result = progress;
-    if (progress >= REM_SUCCESS && progress <= REM_FAILED_11) {
-        bool store = false;
-        evaluateCollectiveResult(key, progress, &store, &result);
-        if (!store) return;
+void Progress::record(const std::string& key, State state) {
+    State result = state;
+    if (isFinal(state)) {
+        const auto collective = collectiveResult(key, state);
+        if (!collective) return;
+        result = *collective;
     }
     const auto value = static_cast<unsigned long>(result);
     announce(key, value);
-    const boost::unique_lock<boost::mutex> lock(mutex);
-    storeProgress(key, value);
-    const auto [first, last] = removedDuplicateEriMap.equal_range(key);
+    const boost::unique_lock<boost::mutex> lock(mutex_);
+    store(key, value);
+    const auto [first, last] = duplicates_.equal_range(key);
     for (auto duplicate = first; duplicate != last; ++duplicate) {
-        zlog::debug(" [Remediation Manager] Mapping the result for removed duplicate ERIs. Key cpe= '", key,
-                    "'. Removed cpe= '", duplicate->second, "'. Result = ", value);
-        storeProgress(duplicate->second, value);
+        log::debug(" [Remediation Manager] Mapping the result for removed duplicate ERIs. Key cpe= '", key,
+                   "'. Removed cpe= '", duplicate->second, "'. Result = ", value);
+        store(duplicate->second, value);
     }
 }
 
-// The caller holds `mutex`.
-void RemediationManager::storeProgress(const std::string& key, unsigned long value) {
-    const std::string mapKey = zelor::remediation::progressKey(key);
-    progressTable->store(mapKey, value);
-    if (value != REM_ABORTED) singleCancels->entryWritten(mapKey);
+// The caller holds `mutex_`.
+void Progress::store(const std::string& key, unsigned long value) {
+    const std::string mapKey = progressKey(key);
+    table_.store(mapKey, value);
+    if (value != RemediationManager::REM_ABORTED) cancels_->entryWritten(mapKey);
 }
 
-void RemediationManager::announce(const std::string& key, unsigned long value) {
-    if (value == REM_INTERNAL_FAILED) events->failed(key, "the run stopped on an internal error");
-    const auto [first, last] = removedDuplicateEriMap.equal_range(key);
+void Progress::announce(const std::string& key, unsigned long value) {
+    if (value == RemediationManager::REM_INTERNAL_FAILED)
+        events_.failed(key, "the run stopped on an internal error");
+    const auto [first, last] = duplicates_.equal_range(key);
     for (auto duplicate = first; duplicate != last; ++duplicate)
-        events->recorded(key, value, &duplicate->second);
-    events->recorded(key, value);
+        events_.recorded(key, value, &duplicate->second);
+    events_.recorded(key, value);
 }
 
-void RemediationManager::evaluateCollectiveResult(std::string key, REM_PROGRESS progress, bool* store,
-                                                  REM_PROGRESS* result) {
-    const auto counted = collectiveCounts.find(key);
-    const std::size_t count = counted == collectiveCounts.end() ? 0 : counted->second;
-    if (count < 2) {
-        *store = true;
-        *result = progress;
-        return;
-    }
-    zlog::debug(" [Remediation Manager] Inside evaluateCollectiveResult: Multiple (", count,
-                ") remediations needed for cpe= ", key);
-    collectiveResultMap.emplace(key, progress);
-    if (collectiveResultMap.count(key) != count) {
-        *store = false;
-        return;
-    }
-    const auto [first, last] = collectiveResultMap.equal_range(key);
+// `mutex_` is not held over both steps: the second takes it, and only the run's thread makes a value final.
+void Progress::recordUnlessFinal(const std::string& key, State state) {
+    const auto known = table_.find(progressKey(key));
+    if (!known || !isFinal(*known)) record(key, state);
+}
+
+std::optional<Progress::State> Progress::collectiveResult(const std::string& key, State state) {
+    const auto counted = remediations_.find(key);
+    const std::size_t count = counted == remediations_.end() ? 0 : counted->second;
+    if (count < 2) return state;
+    log::debug(" [Remediation Manager] Inside evaluateCollectiveResult: Multiple (", count,
+               ") remediations needed for cpe= ", key);
+    partialResults_.emplace(key, state);
+    if (partialResults_.count(key) != count) return std::nullopt;
+    const auto [first, last] = partialResults_.equal_range(key);
     const bool failed = std::any_of(first, last, [](const auto& partial) {
         return isFailure(static_cast<unsigned long>(partial.second));
     });
-    *store = true;
-    *result = failed ? REM_FAILED : REM_SUCCESS;
-    zlog::debug(
+    const State result = failed ? RemediationManager::REM_FAILED : RemediationManager::REM_SUCCESS;
+    log::debug(
         " [Remediation Manager] Inside evaluateCollectiveResult: Evaluated collective result for cpe= ", key,
-        " as (5=FAILED, 4=SUCCESS) = ", static_cast<int>(*result));
+        " as (5=FAILED, 4=SUCCESS) = ", static_cast<int>(result));
+    return result;
 }
 
-void RemediationManager::countForCollectiveResult(const remediateMetadata& row, bool counts) {
-    const std::string& key = RecordAccess::combinedCpes(row);
-    if (counts) {
-        ++collectiveCounts[key];
-        return;
+void Progress::addRemediation(const remediateMetadata& row) {
+    ++remediations_[RecordAccess::combinedCpes(row)];
+}
+
+void Progress::removeRemediation(const remediateMetadata& row) {
+    const auto entry = remediations_.find(RecordAccess::combinedCpes(row));
+    if (entry != remediations_.end() && --entry->second == 0) remediations_.erase(entry);
+}
+
+void Progress::failAll(const RequestRows& rows) {
+    for (const auto* list : {&rows.patches, &rows.configurations}) {
+        for (const remediateMetadata& row : *list)
+            record(RecordAccess::combinedCpes(row), RemediationManager::REM_INTERNAL_FAILED);
     }
-    const auto entry = collectiveCounts.find(key);
-    if (entry != collectiveCounts.end() && --entry->second == 0) collectiveCounts.erase(entry);
 }
 
-void RemediationManager::setAllRemsStatusToFailed() {
-    for (auto* rows : {&remMetadataForCVE, &remMetadataForCCE}) {
-        for (const remediateMetadata& row : *rows) {
-            insertRemProgressInMap(RecordAccess::combinedCpes(row), REM_INTERNAL_FAILED);
-        }
-    }
-}
-
-void RemediationManager::setRemainingRemsStatusToFailed() {
-    zlog::debug(
+void Progress::failRemaining(const RequestRows& rows) {
+    log::debug(
         "[Remediation Manager] Inside setRemainingRemsStatusToFailed: Setting remaining remediations' status "
         "to "
         "'Failed' as we encountered internal error.");
-    for (auto* rows : {&remMetadataForCVE, &remMetadataForCCE}) {
-        for (const remediateMetadata& row : *rows) {
+    for (const auto* list : {&rows.patches, &rows.configurations}) {
+        for (const remediateMetadata& row : *list) {
             const std::string& key = RecordAccess::combinedCpes(row);
-            const std::string mapKey = zelor::remediation::progressKey(key);
-            if (progressTable->find(mapKey)) continue;
-            announce(key, REM_INTERNAL_FAILED);
-            const boost::unique_lock<boost::mutex> lock(mutex);
-            storeProgress(key, REM_INTERNAL_FAILED);
+            if (!table_.find(progressKey(key))) failInternally(key);
         }
     }
 }
 
-void RemediationManager::setAllRemainingRemStatusToAborted() {
-    zlog::debug(
+void Progress::abortRemaining(const RequestRows& rows) {
+    log::debug(
         "[Remediation Manager] Inside setAllRemainingRemStatusToAborted: Setting remaining remediations' "
         "status to "
         "'Aborted' as user has asked for it.");
-    for (auto* rows : {&remMetadataForCVE, &remMetadataForCCE}) {
-        for (const remediateMetadata& row : *rows)
-            markUnlessFinal(RecordAccess::combinedCpes(row), REM_ABORTED);
+    for (const auto* list : {&rows.patches, &rows.configurations}) {
+        for (const remediateMetadata& row : *list)
+            recordUnlessFinal(RecordAccess::combinedCpes(row), RemediationManager::REM_ABORTED);
     }
 }
 
-// `mutex` is not held over both steps: the second takes it, and only the run's thread makes a value final.
-void RemediationManager::markUnlessFinal(const std::string& key, REM_PROGRESS progress) {
-    const auto known = progressTable->find(zelor::remediation::progressKey(key));
-    if (!known || !isFinal(*known)) recordProgress(key, progress);
+void Progress::failUnfinished(const std::string& key, const std::string& reason) {
+    const auto known = table_.find(progressKey(key));
+    if (known.value_or(RemediationManager::REM_QUEUED) > RemediationManager::REM_INSTALLING) return;
+    events_.failed(key, reason);
+    failInternally(key);
 }
+
+void Progress::failInternally(const std::string& key) {
+    announce(key, RemediationManager::REM_INTERNAL_FAILED);
+    const boost::unique_lock<boost::mutex> lock(mutex_);
+    store(key, RemediationManager::REM_INTERNAL_FAILED);
+}
+
+std::vector<const std::string*> Progress::takeUnmarkedCancels(std::unique_ptr<SingleCancels> cancels) {
+    const boost::unique_lock<boost::mutex> lock(mutex_);
+    if (cancels) cancels_.swap(cancels);
+    return cancels_->takeUnmarked();
+}
+
+}  // namespace zelor::remediation

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "remediation/RecordAccess.h"
+#include "remediation/RunParts.h"
 #include "tests/support/TempDir.h"
 
 namespace zelor::test {
@@ -104,7 +105,7 @@ struct RemediationManagerPeer {
     }
     template <class Manager>
     static void count(Manager& manager, const remediateMetadata& row) {
-        manager.countForCollectiveResult(row, true);
+        manager.parts->progress.addRemediation(row);
     }
     template <class Manager>
     static auto& duplicates(Manager& manager) {
@@ -117,7 +118,7 @@ struct RemediationManagerPeer {
     }
     template <class Manager>
     static void resetRecord(Manager& manager) {
-        manager.resetInstalledPatchesFile();
+        manager.parts->applied.reset();
     }
     template <class Manager>
     static bool firstAfterScan(Manager& manager) {

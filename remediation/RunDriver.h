@@ -1,0 +1,78 @@
+#pragma once
+
+#include <atomic>
+#include <boost/thread/thread.hpp>
+#include <string>
+
+#include "remediation/RunFlags.h"
+#include "remediation/apply/AppliedRemediations.h"
+#include "remediation/apply/ConfigurationPhase.h"
+#include "remediation/apply/OsUpdatePhase.h"
+#include "remediation/apply/ProductPhase.h"
+#include "remediation/intake/RequestIntake.h"
+#include "remediation/intake/RequestStore.h"
+#include "remediation/progress/Cancellation.h"
+#include "remediation/progress/Progress.h"
+#include "remediation/progress/RunEvents.h"
+
+namespace zelor::remediation {
+
+/// Drives one run at a time through its phases.
+class RunDriver {
+  public:
+    /// The settings and results of a run. All of them outlive the object.
+    struct State {
+        std::atomic<bool>& done;
+        bool& option;                       ///< what `start` was given last; it has no effect
+        std::atomic<bool>& firstAfterScan;  ///< reset when a run ends normally
+        const std::string& installPath;
+        const std::string& contentDirectory;
+        const std::string& installedRecord;  ///< the record's path
+        boost::thread& thread;               ///< the run's; replaced by each `start`
+        RequestRows rows;
+        RunFlags flags;
+    };
+    /// What a run works with. All of them outlive the object.
+    struct Parts {
+        RequestStore& requests;
+        RequestIntake& intake;
+        AppliedRemediations& applied;
+        ConfigurationPhase& configurations;
+        OsUpdatePhase& osUpdates;
+        ProductPhase& products;
+        MacPatchManager& installer;
+        Progress& progress;
+        Cancellation& cancellation;
+        RunEvents& events;
+    };
+
+    RunDriver(const State& state, const Parts& parts) : state_(state), parts_(parts) {}
+    RunDriver(const RunDriver&) = delete;
+    RunDriver& operator=(const RunDriver&) = delete;
+
+    /// Starts a run on a thread of its own and returns at once. Refused with an error line while another one
+    /// goes on. Nothing is thrown: without a thread the requests fail, and `done` is set. Any thread.
+    void start(bool option);
+    /// A whole run on the calling thread; refused like `start`. Nothing is thrown. Setting `done` is the last
+    /// thing that it does, so that the object may be destroyed from then on.
+    void run();
+    /// The installation of all patches: OS updates first.
+    void installPatches();
+    /// Empties the content directory; one that other users can modify is left alone, with an error line.
+    void emptyContentDirectory();
+
+  private:
+    enum class Stage { none, starting, running };
+
+    bool runPhases();
+    bool stoppedBeforePhases();
+    bool stoppedAfterPhase();
+    void endAsAborted();
+    void endAfterException(const std::string& what);
+
+    State state_;
+    Parts parts_;
+    std::atomic<Stage> stage_{Stage::none};
+};
+
+}  // namespace zelor::remediation

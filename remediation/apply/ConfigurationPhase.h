@@ -1,0 +1,28 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "remediation/apply/PhaseParts.h"
+
+namespace zelor::remediation {
+
+/// Applies the configurations of a run: runs their hardening scripts, as root. Blocks the run's thread.
+class ConfigurationPhase {
+  public:
+    explicit ConfigurationPhase(const PhaseParts& parts) : parts_(parts) {}
+
+    /// Applies the rows in their order; each that has content gets a final state. Ends early when the whole
+    /// run is cancelled. Failures are logged, and reported to the events.
+    void apply(std::vector<remediateMetadata>& rows);
+
+  private:
+    bool applyRequest(remediateMetadata& row);
+    bool fetchAndRunScripts(remediateMetadata& row, int& result, bool& stop);
+    int runScript(parsedEriData& block, const FetchedFile& file);
+    void recordResult(remediateMetadata& row, int result);
+
+    PhaseParts parts_;
+};
+
+}  // namespace zelor::remediation

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "remediation/apply/PhaseParts.h"
+#include "remediation/intake/ContentRules.h"
+
+namespace zelor::remediation {
+
+/// Installs the patches of a run for third-party products. Blocks the run's thread.
+class ProductPhase {
+  public:
+    explicit ProductPhase(const PhaseParts& parts) : parts_(parts) {}
+
+    /// Installs the rows with content that are no OS updates, in their order; each gets a final state. Ends
+    /// early when the whole run is cancelled or has failed. Failures are logged, and reported to the events.
+    void install(std::vector<remediateMetadata>& rows);
+
+  private:
+    Next installRequest(remediateMetadata& row);
+    Next installBlock(remediateMetadata& row, parsedEriData& block, bool& installed);
+    void failUnusable(remediateMetadata& row, PatchStep step, const std::string& patchId, bool installed);
+    int installFile(remediateMetadata& row, parsedEriData& block, const std::string& path);
+    void recordResult(remediateMetadata& row, int result, bool& installed);
+
+    PhaseParts parts_;
+};
+
+}  // namespace zelor::remediation

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <string>
+
+#include "remediation/buffer/BufferedList.h"
+
+namespace zelor::remediation {
+
+/// The buffer: archives in the agent's buffer directory, and their list in its unzip directory. Nothing is
+/// used or changed while other users can modify one of the directories. One thread at a time. No operation
+/// throws.
+class BufferedPatches {
+  public:
+    /// `listName`: the list's file name. It outlives the object.
+    explicit BufferedPatches(const std::string& listName) : listName_(listName) {}
+    BufferedPatches(const BufferedPatches&) = delete;
+    BufferedPatches& operator=(const BufferedPatches&) = delete;
+
+    /// The list's path by the agent's settings.
+    std::string listPath() const;
+    /// The path of a buffered archive by the agent's settings.
+    static std::string archivePath(const std::string& stem);
+
+    /// True when the list at `listPath` has the patch with `md5sum`, and its archive is there.
+    bool has(const std::string& patchName, const std::string& md5sum, const std::string& listPath);
+    /// Lists a buffered patch in place of older entries. A failure is logged and added to the call report.
+    void add(const std::string& patchName, const std::string& md5sum, const std::string& listPath);
+    /// Drops every line that contains `patchName`, also as part of a longer name. A failure is logged, and
+    /// leaves the list as it is.
+    void removeEntry(const std::string& patchName);
+    /// Deletes the archive of a patch that has been installed from `installedFile`, and its entry.
+    void discard(const std::string& patchName, const std::string& installedFile);
+
+  private:
+    const std::string& listName_;
+    BufferedList list_;
+};
+
+}  // namespace zelor::remediation

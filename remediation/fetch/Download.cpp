@@ -1,0 +1,97 @@
+#include "remediation/fetch/Download.h"
+
+#include <boost/filesystem/operations.hpp>
+#include <exception>
+#include <utility>
+
+#include "collaborators/RemediationResourceDownloader.h"
+#include "platform/Log.h"
+#include "remediation/CallReport.h"
+
+namespace zelor::remediation {
+
+Download::Download(const std::string& installPath, std::atomic<bool>& done,
+                   const std::atomic<bool>& internalError, Cancellation& cancellation, RunEvents& events)
+    : installPath_(installPath),
+      done_(done),
+      internalError_(internalError),
+      cancellation_(cancellation),
+      events_(events) {}
+
+bool Download::forRequest(const std::string& key, const PatchName& name, std::string& archivePath) {
+    const auto work = [&] { transfer(name.stem, archivePath, name.extension, false, 0); };
+    boost::system::error_code error;
+    do {
+        if (!start(key, work)) return !refused_;
+        join();
+    } while (cancellation_.downloadWasInterrupted() && !internalError_ &&
+             !boost::filesystem::exists(archivePath, error));
+    return true;
+}
+
+int Download::forBuffer(const PatchName& name, std::string& archivePath, unsigned long bytesPerSecond) {
+    int result = -1;
+    if (!start("",
+               [&] { result = transfer(name.stem, archivePath, name.extension, true, bytesPerSecond); })) {
+        return -1;
+    }
+    try {
+        awaitEnd();
+    } catch (const boost::thread_interrupted&) {
+        cancellation_.stopDownload();
+    }
+    join();
+    return result;
+}
+
+// False when there is no thread for `work`, or when the cancel came before the thread.
+bool Download::start(const std::string& key, const std::function<void()>& work) {
+    done_ = false;
+    const Cancellation::Start start = cancellation_.startDownload(key, work);
+    refused_ = start == Cancellation::Start::cancelled;
+    return start == Cancellation::Start::started;
+}
+
+void Download::awaitEnd() {
+    boost::unique_lock<boost::mutex> lock(endMutex_);
+    end_.wait(lock, [this] { return done_.load(); });
+}
+
+// The thread, which is over by then, is joined by a handle of our own: a cancel may look at the other one at
+// any moment.
+void Download::join() {
+    const boost::this_thread::disable_interruption whole;
+    awaitEnd();
+    boost::thread ended = cancellation_.takeDownload();
+    if (ended.joinable()) ended.join();
+    done_ = false;
+}
+
+int Download::transfer(std::string stem, std::string& archivePath, std::string extension, bool rateLimited,
+                       unsigned long bytesPerSecond) {
+    int result = -1;
+    CallReport report([this](std::uint64_t done, std::uint64_t total) { events_.transferred(done, total); });
+    try {
+        result = RemediationResourceDownloader::GetInstance()->getResource(
+            std::move(stem), archivePath, std::move(extension), installPath_, rateLimited, bytesPerSecond);
+    } catch (const std::exception& problem) {
+        log::error(" [Remediation Manager] (downloadFileFromRepo) The download ended with an error: ",
+                   problem.what());
+        CallReport::addReason(std::string("the download ended with an error: ") + problem.what());
+    } catch (const boost::thread_interrupted&) {
+        log::info(" [Remediation Manager] (downloadFileFromRepo) The download was interrupted.");
+        CallReport::addReason("the download was interrupted");
+    } catch (...) {
+        log::error(
+            " [Remediation Manager] (downloadFileFromRepo) The download ended with an error: an exception of "
+            "unknown type");
+        CallReport::addReason("the download ended with an error of an unknown kind");
+    }
+    events_.endDownload(result == 0 ? "" : report.reason());
+    const boost::unique_lock<boost::mutex> lock(endMutex_);
+    done_ = true;
+    end_.notify_all();
+    return result;
+}
+
+}  // namespace zelor::remediation

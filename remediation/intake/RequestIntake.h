@@ -1,0 +1,53 @@
+#pragma once
+
+#include <set>
+#include <string>
+#include <vector>
+
+#include "remediation/RunFlags.h"
+#include "remediation/intake/RequestContent.h"
+#include "remediation/intake/RequestStore.h"
+#include "remediation/progress/Cancellation.h"
+#include "remediation/progress/Progress.h"
+#include "remediation/progress/RunEvents.h"
+
+namespace zelor::remediation {
+
+/// Makes rows of the requests and gets their content. Requests that cannot be used are recorded as failed and
+/// logged. Belongs to the run's or the buffering job's thread.
+class RequestIntake {
+  public:
+    /// All of them outlive the object. `rows` are filled; `platformCpe` counts for requests without one.
+    RequestIntake(RequestRows rows, const std::string& platformCpe, RequestStore& store,
+                  RequestContent& content, RunFlags flags, Progress& progress, Cancellation& cancellation,
+                  RunEvents& events);
+    RequestIntake(const RequestIntake&) = delete;
+    RequestIntake& operator=(const RequestIntake&) = delete;
+
+    /// Takes up the requests, adds a row for each usable one and gets the rows' content. Ends early when the
+    /// whole run is cancelled.
+    void parseAll();
+    /// Gets the content of rows; only the row list of the patches counts for collective results.
+    void getContent(std::vector<remediateMetadata>& rows);
+    /// Puts the patches that install unattended first, and else keeps their order. Does nothing when the
+    /// whole run is cancelled.
+    void putUnattendedFirst();
+    /// True when the row has content, all of which installs unattended; else it is logged.
+    static bool installsUnattended(const remediateMetadata& row);
+
+  private:
+    void parse(const std::string& key, const std::string& identifier,
+               const std::set<std::string>& specialCases);
+    void getContent(remediateMetadata& row);
+
+    RequestRows rows_;
+    const std::string& platformCpe_;
+    RequestStore& store_;
+    RequestContent& content_;
+    RunFlags flags_;
+    Progress& progress_;
+    Cancellation& cancellation_;
+    RunEvents& events_;
+};
+
+}  // namespace zelor::remediation

@@ -1,0 +1,100 @@
+#pragma once
+
+#include <atomic>
+#include <boost/thread/mutex.hpp>
+#include <boost/thread/thread.hpp>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "remediation/progress/NearbyKey.h"
+#include "remediation/progress/Progress.h"
+
+namespace zelor::remediation {
+
+/// How work on a request goes on after its cancels were checked.
+enum class Next {
+    proceed,
+    aborted,  ///< the request is cancelled
+    phaseEnd  ///< the whole run is cancelled, or has failed
+};
+
+/// Cancels of a whole run or of single requests, and the download thread that a cancel interrupts. Any thread
+/// may cancel; the other operations belong to the run's or the buffering job's thread. The lock is taken
+/// before the progress's.
+class Cancellation {
+  public:
+    using Texts = std::map<std::string, std::string>;
+    using Requests = std::shared_ptr<const Texts>;
+
+    /// What is cancelled and what would be interrupted. All but `all` is guarded by the lock.
+    struct State {
+        std::atomic<bool>& all;       ///< the whole run
+        Texts& requests;              ///< keys of single requests
+        std::string& currentRequest;  ///< whose file is fetched or installed; "" for a buffering job
+        boost::thread& download;      ///< the thread of the download in progress, else no thread
+    };
+
+    /// All of them outlive the object. `duplicates`: as in `Progress`.
+    Cancellation(State state, const Progress::Duplicates& duplicates, boost::mutex& mutex,
+                 Progress& progress);
+    Cancellation(const Cancellation&) = delete;
+    Cancellation& operator=(const Cancellation&) = delete;
+
+    /// Cancels the whole run and interrupts its download, or withdraws that.
+    void setAll(bool cancel);
+    bool all() const { return state_.all; }
+    /// Replaces the single requests that are cancelled, by whole request key; the download of one of them is
+    /// interrupted.
+    void setRequests(Texts requests);
+    Texts requests();
+    /// Interrupts the download if the run or its request is cancelled. The caller holds the lock. Failures
+    /// are logged.
+    void interruptDownload();
+
+    /// The requests that single cancels are looked up in; shared as long as they are.
+    void setCancellable(const Requests& requests);
+    /// Records 13 for every request that is cancelled one by one and whose entry does not show it.
+    void markCancelled();
+    /// True, with a log line, when the request is cancelled one by one.
+    bool isCancelled(const std::string& key);
+
+    /// Between the two, the first `stopsRun` that is true makes a later withdrawal ineffective.
+    void beginRun();
+    void endRun() { inRun_ = false; }
+    /// True when the whole run is cancelled, and the caller is to leave the rest undone.
+    bool stopsRun();
+
+    /// Names the request that is worked on from now on.
+    void setCurrentRequest(const std::string& key);
+
+    /// How a download began.
+    enum class Start { started, cancelled, noThread };
+    /// Runs `work` on the download thread for a request key, or "" for a buffering job, unless it is
+    /// cancelled. No other download is in progress. A failure to make the thread is logged. What `work`
+    /// refers to outlives the thread.
+    Start startDownload(const std::string& key, const std::function<void()>& work);
+    /// Interrupts the download whether or not it is cancelled.
+    void stopDownload();
+    /// The download thread's handle, for the caller to join once the work has ended.
+    boost::thread takeDownload();
+    /// True when the last download that was started has been interrupted.
+    bool downloadWasInterrupted() const { return downloadInterrupted_; }
+
+  private:
+    bool downloadIsCancelled() const;
+
+    State state_;
+    const Progress::Duplicates& duplicates_;
+    boost::mutex& mutex_;
+    Progress& progress_;
+    NearbyKey<Texts> nearby_;  ///< in `state_.requests`; this one and the next two are guarded by `mutex_`
+    Requests cancellable_;     ///< what single cancels are looked up in
+    bool cancelsChanged_ = false;  ///< since the last `markCancelled`
+    std::atomic<bool> inRun_{false};
+    bool stopped_ = false;  ///< the run left something undone for a cancel
+    std::atomic<bool> downloadInterrupted_{false};
+};
+
+}  // namespace zelor::remediation
