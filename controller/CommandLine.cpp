@@ -21,8 +21,8 @@ namespace {
 constexpr const char* examples = R"(Examples:
   zelor-remediate plan requests.json                       what a run would do, and why
   zelor-remediate run requests.json                        apply what the requests ask for
-  zelor-remediate run requests.json --report report.html   and keep a page on how it went
-  zelor-remediate buffer requests.json                     fetch the patches ahead of time
+  zelor-remediate run requests.json --report report.html   and write an HTML report
+  zelor-remediate buffer requests.json                     download patches ahead of time
   zelor-remediate status                                   settings, installed patches, buffer
   zelor-remediate run requests.json --root /tmp/mac --tools mac    on a rehearsal Mac
 
@@ -33,17 +33,17 @@ requests.json is an object from request key to CVE or CCE identifier:
 Remediates vulnerabilities and misconfigurations with signed content from the agent's repository.)";
 
 constexpr const char* exitStatuses = R"(Exit status:
-    0  every request succeeded (buffer: every patch is buffered; plan: nothing stands in the way)
+    0  every request succeeded (buffer: every patch is buffered; plan: nothing prevents it)
     1  some succeeded and some did not
     2  unusable arguments, requests or configuration: nothing was changed
     3  none succeeded
     4  the work is done, but its results or standard output could not be written
-    5  another run or buffering job works at this place (see --wait): nothing was changed
+    5  another run or buffering job is active here (see --wait): nothing was changed
   130  cancelled by a signal
 
-The first SIGINT (Ctrl-C), SIGTERM or SIGHUP cancels and waits for the step in hand; the second leaves at once.)";
+The first SIGINT (Ctrl-C), SIGTERM or SIGHUP cancels and waits for the current step; the second exits at once.)";
 
-/// Every command refers to the one place that explains them.
+/// Each command's help refers to the list of exit statuses.
 constexpr const char* exitStatusHint = "Exit status 0 to 5 or 130: see zelor-remediate --help.";
 
 constexpr const char* runHelp = R"(Examples:
@@ -53,8 +53,8 @@ constexpr const char* runHelp = R"(Examples:
   zelor-remediate run requests.json --events - | jq -c '[.t, .state, .key]'
   zelor-remediate run requests.json --after-scan
 
-Applies what the requests ask for and tells how it goes. Hardening scripts come first, then updates of the operating
-system, then patches of products. What the installed-patches record holds is not applied again.)";
+Applies what the requests ask for and reports progress. Hardening scripts run first, then updates of the operating
+system, then patches of products. Patches in the installed-patches record are not applied again.)";
 
 constexpr const char* planHelp = R"(Examples:
   zelor-remediate plan requests.json
@@ -62,29 +62,29 @@ constexpr const char* planHelp = R"(Examples:
   zelor-remediate plan requests.json --json plan.json
   zelor-remediate plan requests.json && zelor-remediate run requests.json
 
-Tells what a run would do, and why. It fetches the content, asks softwareupdate what it lists, and looks at the record and
-at the buffer, where it checks signatures. Shown for each request: the files, the updates, the commands, the result to
-expect, and what in it may surprise. Installs and removes nothing; writes lines of the log and the cache of verified
-content. Whether a download or an installer will fail, only a run can tell.)";
+Shows what a run would do, and why. It fetches the content, lists the available updates with softwareupdate, reads the
+record and the buffer, and verifies the signatures of buffered files. For each request it shows the files, the updates,
+the commands, the expected result, and warnings. Installs and removes nothing; writes only to the log and to the cache of
+verified content. It cannot predict whether a download or an installer fails.)";
 
 constexpr const char* bufferHelp = R"(Examples:
   zelor-remediate buffer requests.json
   zelor-remediate buffer requests.json --json buffered.json
 
-Fetches the patches of the requests ahead of time. It keeps to the configured share of the bandwidth and to the configured
-size of the buffer. A later run takes them without a download. An interrupted download is resumed the next time.)";
+Downloads the patches of the requests ahead of time, within the configured share of the bandwidth and the configured size
+of the buffer. A later run uses them without a download. An interrupted download is resumed the next time.)";
 
 constexpr const char* helpHelp = R"(Examples:
   zelor-remediate help run
 
-Shows the help of a command, as COMMAND --help does.)";
+Shows the help of a command, like COMMAND --help.)";
 
 constexpr const char* statusHelp = R"(Examples:
   zelor-remediate status
   zelor-remediate status --json | jq .buffer
 
-Shows settings, installed patches, buffer and unfinished downloads. Beside each setting stands whether the agent's file
-or a default gives it, beside each buffered patch its size. Writes nothing but lines of the log.)";
+Shows settings, installed patches, buffer and unfinished downloads. For each setting it shows whether it comes from the
+ini file or is the default, for each buffered patch its size. Writes only to the log.)";
 
 using Action = std::function<int()>;
 
@@ -110,28 +110,28 @@ CLI::Option* addJson(CLI::App* command, std::string& json) {
 
 void addWait(CLI::App* command, int& seconds) {
     constexpr int mostSeconds = 31 * 24 * 60 * 60;
-    command->add_option("--wait", seconds, "Wait so long for another run or buffering job here to end [0]")
+    command->add_option("--wait", seconds, "Wait up to SECONDS for another run or buffering job to end [0]")
         ->check(CLI::Range(0, mostSeconds))
         ->type_name("SECONDS");
 }
 
 void addPlace(CLI::App* command, PlaceOptions& place, bool contentDir) {
     const std::string group = "Place";
-    command->add_option("--root", place.root, "Take every path of the agent below this folder")
+    command->add_option("--root", place.root, "Prefix every path of the agent with this directory")
         ->type_name("DIR")
         ->group(group);
-    command->add_option("--tools", place.tools, "Look for the system's tools in this folder first")
+    command->add_option("--tools", place.tools, "Look for the system's tools in this directory first")
         ->type_name("DIR")
         ->group(group);
     command
         ->add_option("--install-path", place.installPath,
-                     "The agent's folder, below the root [its setting, /opt/zelor]")
+                     "The agent's directory, below the root [its setting, /opt/zelor]")
         ->type_name("DIR")
         ->group(group);
     if (!contentDir) return;
     command
         ->add_option("--content-dir", place.contentDir,
-                     "Where patches are unpacked; emptied at the end; below the root")
+                     "Where patches are unpacked, below the root; emptied at the end")
         ->type_name("DIR")
         ->capture_default_str()
         ->group(group);
@@ -139,23 +139,25 @@ void addPlace(CLI::App* command, PlaceOptions& place, bool contentDir) {
 
 void addTalk(CLI::App* command, TalkOptions& talk) {
     CLI::Option* quiet = command->add_flag("-q,--quiet", talk.quiet, "No progress and no summary");
-    command->add_flag("-v,--verbose", talk.verbose, "The log's trail on standard error")->excludes(quiet);
+    command->add_flag("-v,--verbose", talk.verbose, "Also log to standard error")->excludes(quiet);
 }
 
 void addRun(CLI::App& app, RunOptions& options, Action& action) {
     CLI::App* command = addCommand(app, "run", runHelp);
     addRequests(command, options.requests);
     command->add_flag("--after-scan", options.afterScan,
-                      "The first run after a scan: begin with an empty installed-patches record");
-    command->add_option("--json", options.json, "Write the results there at the end; - is standard output")
+                      "The first run after a scan: start with an empty installed-patches record");
+    command
+        ->add_option("--json", options.json,
+                     "Write the results as JSON when the run ends; - is standard output")
         ->type_name("FILE");
     command
         ->add_option("--events", options.events,
-                     "Write a line of JSON there at every change; - is standard output")
+                     "Write a line of JSON for every change; - is standard output")
         ->type_name("FILE");
     command
         ->add_option("--report", options.report,
-                     "Write a page (HTML) on how it went there at the end; - is standard output")
+                     "Write an HTML report when the run ends; - is standard output")
         ->type_name("FILE");
     addWait(command, options.waitSeconds);
     addTalk(command, options.talk);
@@ -167,7 +169,8 @@ void addBuffer(CLI::App& app, BufferOptions& options, Action& action) {
     CLI::App* command = addCommand(app, "buffer", bufferHelp);
     addRequests(command, options.requests);
     command
-        ->add_option("--json", options.json, "Write what was buffered there at the end; - is standard output")
+        ->add_option("--json", options.json,
+                     "Write the results as JSON when the job ends; - is standard output")
         ->type_name("FILE");
     addWait(command, options.waitSeconds);
     addTalk(command, options.talk);
@@ -182,7 +185,7 @@ void addPlan(CLI::App& app, PlanOptions& options, Action& action) {
                       "Plan the first run after a scan: as if the installed-patches record were empty");
     // In "--json FILE" without a further argument FILE is the requests, and the plan goes to standard output.
     addJson(command, options.json)->each([requests](const std::string&) { requests->required(false); });
-    command->add_flag("-v,--verbose", options.verbose, "The log's trail on standard error");
+    command->add_flag("-v,--verbose", options.verbose, "Also log to standard error");
     addPlace(command, options.place, true);
     command->callback([&] {
         if (options.requests.empty()) options.requests = std::exchange(options.json, "-");
@@ -202,7 +205,7 @@ void addHelp(CLI::App& app) {
     addCommand(app, "help", helpHelp)->add_option("COMMAND", "The command")->type_name("");
 }
 
-/// In the list of commands each has the first sentence of its help.
+/// The list of commands shows the first sentence of each help.
 std::string firstSentence(const CLI::App* command) {
     const std::string text = command->get_description();
     const auto begin = text.find("\n\n");
@@ -250,13 +253,13 @@ CommandWords wordsOf(const CLI::App& app) {
     return words;
 }
 
-/// What is wrong with the arguments of a command, up to the name of its help.
+/// What is wrong with the arguments of a command; the command that shows its help follows.
 std::string parseProblem(const CLI::App& command, const CLI::ParseError& error) {
     const std::vector<std::string> extra = command.remaining(true);
     if (extra.empty()) return error.what() + std::string("; see");
     const auto isOption = [](const std::string& one) { return one.size() > 1 && one.front() == '-'; };
     const auto option = std::find_if(extra.begin(), extra.end(), isOption);
-    if (option == extra.end()) return "there is no use for the argument \"" + extra.front() + "\"; see";
+    if (option == extra.end()) return "unexpected argument \"" + extra.front() + "\"; see";
     const std::string name = option->substr(0, option->find('='));
     const std::string nearest = nearestWord(name, optionNames(command));
     return "there is no option " + name + (nearest.empty() ? "; see" : "; did you mean " + nearest + "? See");
@@ -289,7 +292,7 @@ int execute(CLI::App& app, const std::vector<std::string>& given, const Action& 
         std::cerr << "zelor-remediate: " << e.what() << '\n';
         return e.status();
     } catch (const std::exception& e) {
-        // An unexpected failure comes before anything was applied: a run keeps its own to itself.
+        // Nothing was applied yet: a run handles its own failures.
         std::cerr << "zelor-remediate: " << e.what() << '\n';
         return exitStatus::unusable;
     }

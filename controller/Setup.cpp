@@ -28,16 +28,16 @@ constexpr char logFolder[] = "/var/log/zelor";
 constexpr char mountPoint[] = "/var/zelor/mountpoint";
 constexpr char systemPath[] = "/usr/bin:/bin:/usr/sbin:/sbin";
 
-/// The folder that a person named, without symbolic links.
+/// The directory that a person named, without symbolic links.
 std::string existingFolder(const std::string& path, const std::string& option) {
     const std::unique_ptr<char, decltype(&::free)> real(::realpath(path.c_str(), nullptr), &::free);
     if (!real) {
         throw InputError(option + ' ' + path + ": " + agent::errorText(errno) +
-                         "; name a folder that exists");
+                         "; name a directory that exists");
     }
     struct stat info {};
     if (::stat(real.get(), &info) != 0 || !S_ISDIR(info.st_mode)) {
-        throw InputError(option + ' ' + path + " is not a folder; name one that exists");
+        throw InputError(option + ' ' + path + " is not a directory; name one that exists");
     }
     return real.get();
 }
@@ -106,10 +106,10 @@ void requireFolder(const std::string& path, bool belowRoot) {
 std::string systemProblem(const SystemFacts& facts, bool changes) {
     if (facts.rootNamed) return "";
     if (!facts.mac)
-        return "this system is not a Mac; name a folder to work below with --root DIR, for example a "
+        return "this system is not a Mac; name a directory to work below with --root DIR, for example a "
                "rehearsal Mac";
     if (changes && !facts.superuser)
-        return "must run as root; use sudo, or name a folder of your own with --root DIR";
+        return "must run as root; use sudo, or name a directory of your own with --root DIR";
     return "";
 }
 
@@ -136,7 +136,7 @@ Place enterPlace(const PlaceOptions& options) {
     const std::string root = options.root.empty() ? "" : existingFolder(options.root, "--root");
     const std::string tools = options.tools.empty() ? "" : existingFolder(options.tools, "--tools");
     if (tools.find(':') != std::string::npos) {
-        throw InputError("--tools " + tools + " holds a colon, which PATH cannot; move the folder");
+        throw InputError("--tools " + tools + " holds a colon, which PATH cannot; move the directory");
     }
     place.belowRoot = !root.empty();
     setSystemRoot(root);
@@ -192,8 +192,9 @@ void checkContentDir(const Place& place) {
         return isWithin(other, place.contentDir);
     });
     if (taken || place.contentDir.empty()) {
-        throw InputError("--content-dir " + place.contentDir +
-                         " holds other files of the agent, and a run empties it; choose a folder of its own");
+        throw InputError(
+            "--content-dir " + place.contentDir +
+            " holds other files of the agent, and a run empties it; choose a directory of its own");
     }
     const std::string problem = base::folderProblem(place.contentDir);
     if (!problem.empty())
@@ -204,7 +205,7 @@ void checkContentDir(const Place& place) {
     if (::stat(place.contentDir.c_str(), &info) == 0 && (info.st_mode & 077U) != 0) {
         throw InputError(
             "the content directory " + place.contentDir +
-            " must be a folder of your own that nobody else may enter, since a run empties it and starts "
+            " must be a directory of your own that nobody else may enter, since a run empties it and starts "
             "what it holds; choose another, or give it mode 0700 if it holds nothing you need");
     }
 }

@@ -10,14 +10,15 @@
 /// What an archive may ask for: decisions alone, nothing here touches a file.
 namespace zelor::agent {
 
+/// What an archive may at most ask for. Sizes in bytes.
 struct ExtractionLimits {
-    std::uint64_t entries = 100000;  ///< the folders on the way to them included
+    std::uint64_t entries = 100000;  ///< the directories that lead to them included
     std::uint64_t unpackedBytes = 64ULL << 30U;
     std::uint64_t freeMargin = 64ULL << 20U;  ///< bytes of the file system that stay free
     std::uint64_t ratio = 200;  ///< unpacked bytes for each byte of the archive, beyond the allowance
     std::uint64_t ratioAllowance = 64ULL << 20U;
-    std::size_t nameLength = 4096;
-    std::size_t depth = 64;
+    std::size_t nameLength = 4096;  ///< bytes
+    std::size_t depth = 64;         ///< components of a path
 };
 
 /// The components of an entry's name or a link's target; empty ones and "." are left out.
@@ -36,17 +37,17 @@ std::string linkTargetProblem(const std::vector<std::string>& linkPath, const st
 /// the file systems that Macs come with, so they are refused on every system.
 class EntryNames {
   public:
-    /// Takes the next entry; why it cannot stand beside the earlier ones, "" when it can.
+    /// Adds the next entry. Returns why it conflicts with earlier ones, "" when it does not.
     std::string add(const std::vector<std::string>& components);
 
-    /// Entries and the folders on the way to them.
+    /// Entries and the directories that lead to them.
     std::size_t size() const { return nodes_.size(); }
 
   private:
     struct Node {
         std::size_t number;
         std::string spelling;
-        bool isEntry;  ///< else: a folder on the way to one
+        bool isEntry;  ///< else: a directory that leads to one
     };
     std::map<std::pair<std::size_t, std::string>, Node> nodes_;  ///< by parent's number and folded name
 };

@@ -13,10 +13,11 @@
 
 namespace zelor::agent {
 
-/// Creates files, links and folders below one folder without ever following a symbolic link below it. Paths
-/// are component lists without "..". Every operation throws std::runtime_error that names the cause.
+/// Creates files, links and directories below one directory without ever following a symbolic link below it.
+/// Paths are component lists without "..". Every operation throws std::runtime_error that names the cause.
 class ExtractionTree {
   public:
+    /// A path's components below the destination, and a modification time (none: leave it as it is).
     using Path = std::vector<std::string>;
     using Time = std::optional<timespec>;
 
@@ -26,17 +27,17 @@ class ExtractionTree {
     /// Bytes that the destination's file system has free for this process.
     std::uint64_t freeBytes() const;
 
-    /// Makes the folder, or takes the one that exists; it gets its mode and time in `finish`.
+    /// Makes the directory, or uses the one that exists; it gets its mode and time in `finish`.
     void addFolder(const Path& path, mode_t mode, const Time& time);
-    /// Makes an empty file for writing in place of a file or link that exists; its folders are made where
-    /// missing.
+    /// Makes an empty file for writing in place of a file or link that exists; makes the directories that
+    /// lead to it.
     base::UniqueFd createFile(const Path& path);
     /// Gives a written file its mode and time and closes it.
     static void finishFile(base::UniqueFd file, mode_t mode, const Time& time);
     /// Makes a symbolic link in place of a file or link that exists.
     void addLink(const Path& path, const std::string& target, const Time& time);
 
-    /// Gives the folders their modes and times, the deepest first.
+    /// Gives the directories their modes and times, the deepest first.
     void finish();
     /// Removes all that this object created, as far as it can; what had been overwritten stays lost.
     void rollBack() noexcept;

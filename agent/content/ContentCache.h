@@ -26,10 +26,14 @@ struct CachedContent {
 /// Parsed content by identifier, in bounded memory: what was not used for longest goes first. Any thread.
 class ContentCache {
   public:
+    /// Keeps about `bytesLimit` bytes, and the latest entry in any case.
     explicit ContentCache(std::size_t bytesLimit) : limit_(bytesLimit) {}
 
+    /// A copy of the entry, which counts as used now; nothing when there is none.
     std::optional<CachedContent> get(const std::string& identifier);
+    /// Adds or replaces an entry.
     void put(const std::string& identifier, CachedContent content);
+    /// Removes an entry; one that is not there is no failure.
     void remove(const std::string& identifier);
 
   private:

@@ -10,6 +10,7 @@
 
 namespace zelor::agent {
 
+/// The most bytes of a content file.
 inline constexpr std::size_t contentBytesLimit = 4U << 20U;
 
 /// Whether the text may name content: it becomes a file name and a piece of a URL.

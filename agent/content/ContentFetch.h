@@ -11,6 +11,7 @@ namespace zelor::agent {
 
 /// What the repository says about one identifier's content.
 struct ContentAnswer {
+    /// What kind of answer it is.
     enum class Kind {
         fresh,      ///< `content` is its pair, not checked yet
         unchanged,  ///< the version asked about is still the one
@@ -20,10 +21,10 @@ struct ContentAnswer {
     };
     Kind kind = Kind::noAnswer;
     SignedContent content;
-    std::string problem;
+    std::string problem;  ///< why there is no usable answer; "" for fresh and unchanged
 };
 
-/// Patience with a repository that does not answer: short, since a kept copy can serve.
+/// Retries and time limits for content: short, since a kept copy can be used instead.
 RetryPolicy contentRetryPolicy();
 HttpLimits contentLimits();
 

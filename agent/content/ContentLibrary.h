@@ -23,6 +23,7 @@ namespace zelor::agent {
 /// is fetched anew. Failures go to the log.
 class ContentLibrary {
   public:
+    /// Keeps files in `folder`, which is made when it is first needed.
     explicit ContentLibrary(const std::string& folder, RetryPolicy retry = contentRetryPolicy())
         : store_(folder), retry_(retry) {}
 

@@ -22,10 +22,12 @@ struct SignedContent {
 /// flushed for the same reason. Any thread; failures are std::runtime_error that names the file.
 class ContentStore {
   public:
+    /// Touches nothing on the disk yet.
     explicit ContentStore(std::string folder) : folder_(std::move(folder)) {}
 
     /// Nothing when there is no pair for that identifier, or none that can be read.
     std::optional<SignedContent> read(const std::string& identifier) const;
+    /// Replaces the pair for that identifier; makes the directory when it is missing.
     void write(const std::string& identifier, const SignedContent& content);
     /// Files that are not there are no failure.
     void remove(const std::string& identifier);

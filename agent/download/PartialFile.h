@@ -26,6 +26,7 @@ class PartialFile {
     /// files and a file that someone else works on are refused.
     PartialFile(const std::string& folder, const std::string& name);
 
+    /// Where the bytes are, how many there are, and which version they belong to.
     const std::string& path() const { return path_; }
     std::uint64_t size() const { return size_; }
     const Version& version() const { return version_; }
@@ -36,6 +37,7 @@ class PartialFile {
 
     /// Drops the bytes and begins again with that version.
     void restart(const Version& version);
+    /// Writes the bytes behind those that are there.
     void append(std::string_view bytes);
     /// Removes the file and what is beside it.
     void discard();

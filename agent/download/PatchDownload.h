@@ -11,7 +11,7 @@
 
 namespace zelor::agent {
 
-/// What a download depends on beside its job.
+/// How a download retries, and its limits.
 struct DownloadPolicy {
     RetryPolicy retry;
     HttpLimits limits;
@@ -19,6 +19,7 @@ struct DownloadPolicy {
     std::function<std::uint64_t(const std::string& path)> freeBytes = &zelor::agent::freeBytes;
 };
 
+/// One archive to fetch.
 struct DownloadJob {
     std::string url;
     std::string name;  ///< of the archive, "editor-2.1.zip"; also names the partial file
@@ -28,6 +29,7 @@ struct DownloadJob {
     bool durable = true;               ///< whole at its destination even after a power loss
 };
 
+/// How a download ended; only `done` leaves the archive at its destination.
 enum class DownloadResult { done, failed, interrupted };
 
 /// Fetches one archive to its partial file, resuming what an earlier attempt left, and moves it to its
@@ -35,7 +37,9 @@ enum class DownloadResult { done, failed, interrupted };
 /// the boost::thread that runs it ends it well within a second and keeps the partial file.
 class PatchDownload {
   public:
+    /// The client stays the caller's and must outlive the download.
     PatchDownload(DownloadJob job, DownloadPolicy policy, HttpClient& client);
+    /// Blocks until the end. Call it once.
     DownloadResult run();
 
   private:

@@ -32,6 +32,7 @@ struct HttpHead {
     const std::string& header(const std::string& name) const;
 };
 
+/// One GET request. Callbacks run on the thread of `perform`.
 struct HttpRequest {
     std::string url;                   ///< http or https
     std::vector<std::string> headers;  ///< "Name: value"
@@ -43,6 +44,7 @@ struct HttpRequest {
     std::function<bool(std::string_view)> onBody;
 };
 
+/// How a request ended.
 enum class HttpOutcome {
     answered,     ///< a whole answer of any status
     stopped,      ///< a callback ended it
@@ -51,6 +53,7 @@ enum class HttpOutcome {
     permanent     ///< another attempt would end the same way
 };
 
+/// The end of a request. `head` is empty when there was no answer.
 struct HttpResult {
     HttpOutcome outcome = HttpOutcome::permanent;
     HttpHead head;
@@ -78,13 +81,16 @@ class HttpClient {
 /// Lends clients, so that threads share open connections without sharing a client. Any thread.
 class HttpClientPool {
   public:
+    /// Gives a client back to the pool at the end of its lease.
     struct Return {
         HttpClientPool* pool = nullptr;
+        /// Puts the client back into `pool`, which must be set.
         void operator()(HttpClient* client) const;
     };
+    /// A client for one thread, given back when it is destroyed.
     using Lease = std::unique_ptr<HttpClient, Return>;
 
-    /// The pool must outlive the lease.
+    /// An idle client, or a new one. The pool must outlive the lease.
     Lease lend();
 
   private:

@@ -12,11 +12,13 @@ namespace zelor::agent {
 /// A deleter that calls `release`.
 template <auto release>
 struct Releaser {
+    /// Calls `release`.
     template <class Handle>
     void operator()(Handle* handle) const {
         release(handle);
     }
 };
+
 /// libcurl's side of a client: it holds the connections. One thread at a time.
 struct HttpHandles {
     std::unique_ptr<CURLM, Releaser<curl_multi_cleanup>> multi{curl_multi_init()};

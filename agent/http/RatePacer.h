@@ -9,11 +9,13 @@ namespace zelor::agent {
 /// only up to a tenth of a second's worth, so that no second runs far over the rate.
 class RatePacer {
   public:
+    /// The clock that is meant by `now` and `due`.
     using Time = std::chrono::steady_clock::time_point;
 
     /// 0 bytes per second paces nothing.
     explicit RatePacer(std::uint64_t bytesPerSecond) : rate_(static_cast<double>(bytesPerSecond)) {}
 
+    /// `bytes` were taken at `now`.
     void took(std::uint64_t bytes, Time now) {
         if (rate_ <= 0) return;
         const Time earliest = due_ == Time() ? now : now - allowance;

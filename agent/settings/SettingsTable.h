@@ -11,8 +11,10 @@
 /// fuzz target work through it.
 namespace zelor::agent {
 
+/// What a setting's text must be: anything, an absolute path, a decimal number, a log level.
 enum class SettingType { text, path, number, level };
 
+/// One setting that the ini file may hold.
 struct SettingEntry {
     const char* section;
     const char* key;
@@ -34,6 +36,7 @@ std::string valueProblem(SettingType type, const std::string& value);
 /// Stores a usable value in its field; a path goes below the system root.
 void storeValue(const SettingEntry& entry, const std::string& value, Settings& settings);
 
+/// Whether the table has that key; the case of letters counts.
 bool isKnownKey(const std::string& section, const std::string& key);
 /// The known key that is spelt most like this one, as "[Section] Key"; "" when none is near.
 std::string nearestKey(const std::string& section, const std::string& key);

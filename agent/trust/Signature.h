@@ -15,7 +15,7 @@ struct SignatureVerdict {
 /// certificate) in `keyFile`; RSA and EC keys.
 SignatureVerdict verifyBytes(std::string_view data, std::string_view signature, const std::string& keyFile);
 
-/// The same for a file (streamed, never held in memory) or a bundle folder (by its manifest), with the
+/// The same for a file (streamed, never held in memory) or a bundle directory (by its manifest), with the
 /// signature in `signatureFile`.
 SignatureVerdict verifyPath(const std::string& path, const std::string& signatureFile,
                             const std::string& keyFile);

@@ -9,8 +9,10 @@
 /// The live display as text: decisions alone, nothing here touches a terminal.
 namespace zelor::controller {
 
+/// What a state means to the reader; it decides about the colour.
 enum class Tone { waiting, busy, good, bad, stopped };
 
+/// A download's bytes and speed.
 struct Transfer {
     std::uint64_t done = 0;
     std::uint64_t total = 0;  ///< 0: not known
@@ -28,6 +30,7 @@ struct LiveRow {
     std::string reason;
 };
 
+/// What one frame shows.
 struct LiveView {
     std::vector<LiveRow> rows;  ///< busy ones first
     std::size_t moreWaiting = 0;
@@ -50,6 +53,7 @@ struct LiveStyle {
     bool unicode = false;
 };
 
+/// One line of a frame.
 struct FrameLine {
     std::string text;         ///< with its escape sequences for colour
     std::size_t columns = 0;  ///< that it takes; below the style's columns, so that nothing wraps

@@ -14,15 +14,17 @@
 namespace zelor::controller {
 
 /// What the live display of a run shows, without a terminal. A result is settled, never to be redrawn, once
-/// it has stood for a moment: a request of several ERIs passes through results on its way.
+/// it has not changed for a moment: a request of several ERIs passes through results on its way.
 class LiveModel {
   public:
+    /// For a run of `requests` requests; `reasonOf` gives the reasons of results.
     LiveModel(std::size_t requests, ReasonOf reasonOf);
 
+    /// Takes over changes of the table. Times are seconds since the start of the run.
     void changed(const ResultTable& table, const std::vector<Change>& changes, double time);
     /// The rows that have come to rest since the last call, by their keys; all with `atEnd`.
     std::vector<LiveRow> takeSettled(const ResultTable& table, double time, bool atEnd);
-    /// At most `rows` rows.
+    /// The display at `time`: at most `rows` rows, with the download in hand.
     LiveView view(const ResultTable& table, double time, std::size_t rows,
                   const agent::DownloadSnapshot& download);
 
@@ -50,6 +52,7 @@ class LiveModel {
 /// Shows a run on a terminal.
 class LiveProgress : public RunListener {
   public:
+    /// Draws on the descriptor, which stays the caller's.
     LiveProgress(int fd, std::size_t requests, ReasonOf reasonOf);
 
     void changed(const ResultTable& table, const std::vector<Change>& changes, double time) override;

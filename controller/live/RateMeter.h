@@ -8,7 +8,7 @@ namespace zelor::controller {
 /// The speed of a transfer over its last few seconds. Times in seconds.
 class RateMeter {
   public:
-    /// Bytes per second up to now; 0 until enough time has passed to tell.
+    /// Bytes per second up to now; 0 until enough time has passed.
     double rate(std::uint64_t bytes, double time) {
         if (!samples_.empty() && bytes < samples_.back().bytes) samples_.clear();
         samples_.push_back({bytes, time});
@@ -18,6 +18,7 @@ class RateMeter {
         if (time - first.time < least) return 0;
         return static_cast<double>(bytes - first.bytes) / (time - first.time);
     }
+    /// Forgets the transfer.
     void reset() { samples_.clear(); }
 
   private:

@@ -6,7 +6,7 @@
 
 namespace zelor::controller {
 
-/// Is told how a run goes, on the thread that watches it. Times are seconds since the start.
+/// Receives how a run goes, on the thread that watches it. Times are seconds since the start.
 class RunListener {
   public:
     RunListener() = default;

@@ -14,7 +14,9 @@ namespace zelor::controller {
 /// short that looking takes more than a small share of the time.
 class LookPacer {
   public:
+    /// Never waits longer than `longest`, unless looking is so slow.
     explicit LookPacer(std::chrono::milliseconds longest) : longest_(longest) {}
+    /// The next pause, after a look that took `lookCost` and found a change or none.
     std::chrono::milliseconds next(bool changed, std::chrono::nanoseconds lookCost);
 
   private:
@@ -22,7 +24,7 @@ class LookPacer {
     std::chrono::milliseconds pause_{2};
 };
 
-/// A run as the watcher sees it.
+/// A run as the watcher sees it: its progress now, whether it is over, and how to cancel it.
 struct WatchedRun {
     std::function<ProgressMap()> progress;
     std::function<bool()> done;

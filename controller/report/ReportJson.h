@@ -34,6 +34,7 @@ struct RunFacts {
     double seconds = 0;
 };
 
+/// What the results say of a request beside its value.
 struct RequestDetails {
     Outcome outcome;
     double seconds = 0;  ///< from its first work to its result

@@ -14,7 +14,7 @@
 /// be fetched. All that comes from keys, content and tools is escaped.
 namespace zelor::controller {
 
-/// What the page tells of.
+/// What the page shows.
 struct RunReport {
     const ResultTable& table;
     std::vector<std::vector<StateSpan>> spans;  ///< by request
@@ -31,6 +31,7 @@ struct RunReport {
 inline constexpr std::size_t reportTableRows = 20000;
 inline constexpr std::size_t reportTimelineRows = 300;
 
+/// Writes the whole page. Errors are the stream's.
 void writeReportPage(std::ostream& out, const RunReport& report);
 
 /// The text for a place in HTML: control characters and the like become "?", line ends stay.

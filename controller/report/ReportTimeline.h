@@ -9,6 +9,7 @@
 /// The pictures of a report, as SVG inside its page.
 namespace zelor::controller {
 
+/// One request in the timeline; the spans stay the caller's.
 struct TimelineRow {
     std::string label;  ///< escaped
     std::string title;  ///< escaped

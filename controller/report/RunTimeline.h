@@ -30,8 +30,9 @@ class RunTimeline : public RunListener {
     }
     void ended(const ResultTable& /*table*/, double time) override { end_ = time; }
 
+    /// When the run ended, in seconds since its start; 0 before.
     double end() const { return end_; }
-    /// By request; what stood before the first value is not in it, and the last value has no length.
+    /// By request; what came before the first value is not in it, and the last value has no length.
     std::vector<std::vector<StateSpan>> spans(std::size_t requests) const {
         std::vector<std::vector<StateSpan>> all(requests);
         for (const auto& [change, time] : moments_) {

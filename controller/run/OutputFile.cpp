@@ -82,7 +82,7 @@ void checkOutput(const std::string& path, const std::string& option) {
     struct stat info {};
     const bool there = ::stat(path.c_str(), &info) == 0;
     if (there && S_ISDIR(info.st_mode))
-        throw InputError(option + ' ' + path + " is a folder; name a file in it");
+        throw InputError(option + ' ' + path + " is a directory; name a file in it");
     if (there && S_ISFIFO(info.st_mode)) return;
     if (there && ::access(path.c_str(), W_OK) != 0)
         throw InputError(option + ": " + cannotWrite(path, errno) + "; choose another file");
@@ -94,7 +94,7 @@ void checkOutput(const std::string& path, const std::string& option) {
     const std::string temporary = temporaryName(path);
     if (!base::openFile(temporary, O_WRONLY | O_CREAT | O_EXCL, fileMode)) {
         throw InputError(option + ": " + cannotWrite(path, errno) +
-                         "; choose a file in a folder that exists and that you may write");
+                         "; choose a file in a directory that exists and that you may write");
     }
     ::unlink(temporary.c_str());
 }

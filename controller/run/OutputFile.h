@@ -10,13 +10,15 @@
 
 namespace zelor::controller {
 
-/// Writes to a descriptor that stays the caller's. `failed` tells whether anything was lost.
+/// Writes to a descriptor that stays the caller's. What fails is dropped: ask `failed`.
 class FdBuffer : public std::streambuf {
   public:
+    /// Buffers; what is left is written at the end of its life.
     explicit FdBuffer(int fd);
     ~FdBuffer() override;
     FdBuffer(const FdBuffer&) = delete;
     FdBuffer& operator=(const FdBuffer&) = delete;
+    /// True once a write failed.
     bool failed() const { return error_ != 0; }
     /// The errno value of the first write that failed, or 0.
     int error() const { return error_; }
@@ -55,6 +57,7 @@ class LineOutput {
   public:
     /// Throws InputError when the file cannot be opened.
     LineOutput(const std::string& path, const std::string& option);
+    /// Writes the line and a line end; after a failure, nothing more.
     void write(const std::string& line);
     /// What went wrong first, "" when every line is out.
     const std::string& problem() const { return problem_; }

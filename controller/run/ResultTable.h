@@ -9,6 +9,7 @@
 
 namespace zelor::controller {
 
+/// The library's progress: request, as the library reports it, to value.
 using ProgressMap = std::map<std::string, ProgressValue>;
 
 /// One request and the value that it reads now.
@@ -28,6 +29,7 @@ struct Change {
 /// Every request's value, under the key that the caller gave, however the library reports it.
 class ResultTable {
   public:
+    /// Every request begins with 0 (queued).
     explicit ResultTable(RequestMap requests);
     ResultTable(const ResultTable&) = delete;
     ResultTable& operator=(const ResultTable&) = delete;
@@ -35,11 +37,13 @@ class ResultTable {
     /// Sets those requests apart as never part of a run: they read 8 from the first look on. Call it before.
     void setInvalid(const InvalidRequests& invalid);
 
+    /// The requests as given.
     const RequestMap& requests() const { return requests_; }
     /// In the order of the keys.
     const std::vector<Result>& results() const { return results_; }
     /// How many requests read `value`; values beyond the defined ones count as failed.
     std::size_t count(ProgressValue value) const;
+    /// How many have a result.
     std::size_t finished() const;
 
     /// Takes over a look at the progress map; what changed, in the order of the keys. One pass over both.

@@ -17,6 +17,7 @@ struct BufferedPatch {
     std::uint64_t bytes = 0;
 };
 
+/// A file's name in its directory, and its size.
 struct SizedFile {
     std::string name;
     std::uint64_t bytes = 0;
@@ -28,6 +29,7 @@ struct SystemIdentity {
     std::string productVersion;
     std::string platformCpe;
 };
+/// Asks sw_vers and the library; blocks on the command.
 SystemIdentity systemIdentity();
 
 /// What there is at a place.
@@ -39,7 +41,7 @@ struct Status {
     std::string buildPlatform;  ///< as the agent's build file says; "" when it does not
     std::string iniFile;
     std::vector<agent::Setting> settings;
-    std::vector<std::string> problems;  ///< of the settings, and what they hold in vain
+    std::vector<std::string> problems;  ///< of the settings, and unknown keys in them
     std::string recordFile;
     std::vector<std::string> recorded;  ///< ERI ids, oldest first
     std::string bufferedList;           ///< the text of the buffered-patches list
@@ -58,7 +60,7 @@ Status gatherStatus(const Place& place);
 /// The entries of a buffered-patches list, without their archives.
 std::vector<BufferedPatch> parseBufferedList(const std::string& text);
 
-/// Printable lines.
+/// The status as printable lines, and as JSON.
 std::string statusText(const Status& status);
 nlohmann::ordered_json statusJson(const Status& status);
 

@@ -16,6 +16,7 @@ inline constexpr const char* agentIniFile = "/etc/zelor/zelor.ini";
 
 struct SettingEntry;
 
+/// The least serious lines that the log file keeps.
 enum class LogLevel { debug, info, error };
 
 /// The values in force. Paths are absolute and below the system root.
@@ -45,7 +46,7 @@ struct Setting {
 /// The agent's settings, read once from one ini file. Immutable; paths are below the system root already.
 class ZELOR_API AgentSettings {
   public:
-    /// Reads `iniFile` without logging; `reportProblems` tells what was wrong. A missing, malformed or
+    /// Reads `iniFile` without logging; `reportProblems` reports what was wrong. A missing, malformed or
     /// oversized (above 1 MiB) file gives all defaults; an unusable value gives the default of its key. Never
     /// null, never throws for what the file holds.
     static std::shared_ptr<const AgentSettings> load(const std::string& iniFile);
@@ -54,16 +55,17 @@ class ZELOR_API AgentSettings {
     static std::shared_ptr<const AgentSettings> cached(const std::string& iniFile);
     /// `cached` for the agent's own ini file below the system root in force.
     static std::shared_ptr<const AgentSettings> current();
-    /// `current` without a word on the log: for the log itself, which needs the settings before it can speak.
+    /// `current` without logging: for the log itself, which needs the settings before it can write.
     static std::shared_ptr<const AgentSettings> currentUnreported();
 
+    /// The file that was read, and the values in force. Valid as long as this object.
     const std::string& iniFile() const { return iniFile_; }
     const Settings& values() const { return values_; }
     /// Every documented setting in documented order.
     const std::vector<Setting>& all() const { return settings_; }
     /// What makes the file, or a value in it, unusable.
     const std::vector<std::string>& problems() const { return problems_; }
-    /// What the file holds in vain: unknown keys, with the nearest known one.
+    /// Unused parts of the file: unknown keys, with the nearest known one.
     const std::vector<std::string>& warnings() const { return warnings_; }
     /// Hands each problem and each warning to `report`, the first time it is called; later calls do nothing.
     void reportProblems(const std::function<void(const std::string& line)>& report) const;

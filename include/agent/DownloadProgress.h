@@ -21,12 +21,16 @@ struct DownloadSnapshot {
 /// The process's latest download. Any thread.
 class ZELOR_API DownloadProgress {
   public:
+    /// The process-wide object; valid until the process ends.
     static DownloadProgress& instance();
 
+    /// A copy of the state now.
     DownloadSnapshot snapshot() const {
         const std::lock_guard<std::mutex> lock(mutex_);
         return snapshot_;
     }
+    /// For the downloader: a download of `resource` begins, has `done` of `total` bytes (0: not known), and
+    /// ends, complete or not. A second `begin` replaces the first.
     void begin(const std::string& resource) {
         const std::lock_guard<std::mutex> lock(mutex_);
         snapshot_ = {true, resource, 0, 0, std::chrono::steady_clock::now()};

@@ -4,7 +4,7 @@
 
 #include "base/Export.h"
 
-/// Sets the folder below which every fixed path of the library ("/etc/zelor/...", "/var/log/zelor/...",
+/// Sets the directory below which every fixed path of the library ("/etc/zelor/...", "/var/log/zelor/...",
 /// "/Applications/", "/var/zelor/mountpoint") and every path of the agent's ini file is taken; "" (the state
 /// at load) takes them as they are. For rehearsals, images and tests: call it once, before the first manager
 /// is built and before other threads run. No environment variable sets it.

@@ -7,6 +7,8 @@
 /// Measures the bandwidth between this machine and the remediation repository.
 class ZELOR_API DownloadManager {
   public:
+    /// For the agent installed in `installPath`. `useProxy`: through the agent's
+    /// proxy, if it has one.
     DownloadManager(std::string installPath, bool useProxy);
 
     /// The measured download speed in bytes per second. `status` becomes the HTTP status of the measuring

@@ -4,7 +4,7 @@
 
 #include "base/Export.h"
 
-/// Checks a file (or bundle folder) against its detached signature and the agent's trusted key.
+/// Checks a file (or bundle directory) against its detached signature and the agent's trusted key.
 class ZELOR_API FileSignVerifier {
   public:
     FileSignVerifier();
@@ -12,6 +12,7 @@ class ZELOR_API FileSignVerifier {
     FileSignVerifier(const FileSignVerifier&) = delete;
     FileSignVerifier& operator=(const FileSignVerifier&) = delete;
 
+    /// The paths of the file to check and of its detached signature; set both before `verify`.
     void SetFileName(std::string path);
     void SetSigFileName(std::string path);
 

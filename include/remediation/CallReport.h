@@ -43,8 +43,11 @@ class ZELOR_API CallReport {
     static void addReason(const std::string& reason);
     /// The last output of a call is kept.
     static void setOutput(const std::string& output);
+    /// What was installed asks for a restart.
     static void askForRestart();
+    /// There was nothing to install.
     static void setNothingToDo();
+    /// Reports bytes of a download so far and in all (0: not known) to the innermost report's sink.
     static void transferred(std::uint64_t done, std::uint64_t total);
 
   private:

@@ -13,6 +13,7 @@
 /// them without the copies that the getters make. A reference lives as long as its record.
 struct RecordAccess {
     // clang-format off
+    /// The fields of an ERI block, for writing.
     static std::string& eriId(parsedEriData& eri) { return eri.eriId; }
     static std::string& productCpe(parsedEriData& eri) { return eri.productCpe; }
     static std::string& operationImpact(parsedEriData& eri) { return eri.operationImpact; }
@@ -24,6 +25,7 @@ struct RecordAccess {
     static std::string& md5sum(parsedEriData& eri) { return eri.md5sum; }
     static bool& reboot(parsedEriData& eri) { return eri.reboot; }
 
+    /// The same, for reading.
     static const std::string& productCpe(const parsedEriData& eri) { return eri.productCpe; }
     static const std::string& operationImpact(const parsedEriData& eri) { return eri.operationImpact; }
     static const std::string& instructions(const parsedEriData& eri) { return eri.instructions; }
@@ -32,6 +34,7 @@ struct RecordAccess {
     static const std::string& silentModeCmd(const parsedEriData& eri) { return eri.silentModeCmd; }
     static bool reboot(const parsedEriData& eri) { return eri.reboot; }
 
+    /// The fields of an entry.
     static std::string& cve(creEriParsedData& cre) { return cre.cve; }
     static std::string& cce(creEriParsedData& cre) { return cre.cce; }
     static std::string& creId(creEriParsedData& cre) { return cre.creId; }
@@ -40,9 +43,11 @@ struct RecordAccess {
     static std::vector<parsedEriData>& blocks(creEriParsedData& cre) { return cre.parsedEriDataBlocks; }
     static const std::vector<parsedEriData>& blocks(const creEriParsedData& cre) { return cre.parsedEriDataBlocks; }
 
+    /// The fields of the content cache's answer.
     static bool& parsingFailed(parseOnlyMetadata& metadata) { return metadata.parsingFailed; }
     static creEriParsedData& creEriData(parseOnlyMetadata& metadata) { return metadata.creEriData; }
 
+    /// The fields of a request's row.
     static const std::string& combinedCpes(const remediateMetadata& row) { return row.combinedCpes; }
     static const std::string& cveOrCceId(const remediateMetadata& row) { return row.cveOrCceId; }
     static bool creEriDataPresent(const remediateMetadata& row) { return row.creEriDataPresent; }

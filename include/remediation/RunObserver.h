@@ -48,8 +48,8 @@ struct RunEnd {
     bool allRemFailed = false;
 };
 
-/// Is called as a run or a buffering job goes on; see `RemediationManager::setRunObserver`. Every event may
-/// be left out of an implementation.
+/// Receives the events of a run or a buffering job; see `RemediationManager::setRunObserver`. Override the
+/// events that you need.
 ///
 /// Threads: events come one at a time, on the thread that runs the job; `downloading` comes on the download
 /// thread while that thread waits. An observer locks what it shares with other threads.
@@ -74,8 +74,10 @@ class RunObserver {
     virtual void changed(const std::string& /*key*/, unsigned long /*value*/) {}
     /// Some ten times a second while an agent that counts bytes downloads.
     virtual void downloading(const DownloadState& /*download*/) {}
+    /// The request has a result; it may be followed by another one, see above.
     virtual void settled(const RequestResult& /*result*/) {}
-    /// `reason` is empty but for `skipped` and `tooLarge`.
+    /// A buffering job has started or finished with a patch. `reason` is empty but for `skipped` and
+    /// `tooLarge`.
     virtual void buffered(const std::string& /*patch*/, BufferOutcome /*outcome*/,
                           const std::string& /*reason*/) {}
     /// The last event, before `getRemDone()` is true; also at the end of a buffering job.

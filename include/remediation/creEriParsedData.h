@@ -17,11 +17,13 @@ class ZELOR_API creEriParsedData {
     creEriParsedData& operator=(creEriParsedData&& other) noexcept;
     ~creEriParsedData();
 
+    /// The entry's identifiers as in the content: one of the two, the other is "".
     std::string getCve();
     std::string getCce();
     /// True once the entry's patch was applied in this run, or found applied before.
     bool getInstalledSuccessfully();
     void setInstalledSuccessfully(bool value);
+    /// The entry's own identifier; "" when the content has none.
     std::string getCreId();
     /// Identifiers of the entry's ERIs, in content order.
     std::vector<std::string> getEriIds();

@@ -15,6 +15,7 @@ class ZELOR_API parsedEriData {
     parsedEriData& operator=(parsedEriData&& other) noexcept;
     ~parsedEriData();
 
+    /// The block's texts as in the content; "" where it has none.
     std::string getEriId();
     std::string getProductCpe();
     std::string getOperationImpact();
@@ -28,7 +29,9 @@ class ZELOR_API parsedEriData {
     std::string getPatchSize();
     /// Path inside a bundle, with arguments, of its unattended installer.
     std::string getSilentModeCmd();
+    /// MD5 of the patch file, in hexadecimal as in the content; "" when it has none.
     std::string getMd5sum();
+    /// True when the content says that the patch needs a restart.
     bool getReboot();
 
   private:

@@ -27,6 +27,7 @@ class ZELOR_API remediateMetadata {
     /// "cpe:/o...".
     std::string getPlatformCpe();
     void setPlatformCpe(std::string value);
+    /// What follows "||" in the key of a patch request; "" for configurations.
     std::string getPackageName();
     void setPackageName(std::string value);
     /// True when content was found; `getcreEriData` is empty otherwise.
@@ -35,6 +36,7 @@ class ZELOR_API remediateMetadata {
     /// True for an operating-system update, false for a third-party product or a configuration.
     bool getOsRemediation();
     void setOsRemediation(bool value);
+    /// A copy of the entry that remediates the request.
     creEriParsedData getcreEriData();
     void setcreEriData(creEriParsedData value);
 

@@ -26,6 +26,11 @@ std::string nameOf(const Sweep& sweep) {
     return std::string(sweep.command) + "_" + sweep.kind + "_" + strerrorname_np(sweep.error) + "_" + extent;
 }
 
+/// What the test program lists and prints in place of the structure's bytes.
+void PrintTo(const Sweep& sweep, std::ostream* out) {
+    *out << nameOf(sweep);
+}
+
 /// Which calls fail, one a run: a few of them, or with ZELOR_FAULT_SAMPLES=N so many (0: every one).
 std::vector<long> positions(long calls) {
     const char* wanted = getenv("ZELOR_FAULT_SAMPLES");

@@ -107,7 +107,7 @@ TEST_F(ControllerTest, RefusesWhatCannotWorkAndChangesNothing) {
         {good, {"--install-path", "/"}, "root itself"},
         {good, {"--json", "-", "--events", "-"}, "cannot share standard output"},
         {good, {"--json", road.dir / "no/such/folder"}, "--json"},
-        {good, {"--events", root}, "is a folder"},
+        {good, {"--events", root}, "is a directory"},
         {good, {"--frobnicate"}, "--frobnicate"},
         {good, {"--quiet", "--verbose"}, "excludes"},
         {good, {"--jsno", "x"}, "zelor-remediate run: there is no option --jsno; did you mean --json?"},
