@@ -15,8 +15,8 @@ CallReport*& innermost() {
 
 }  // namespace
 
-CallReport::CallReport(TransferSink sink)
-    : outer_(std::exchange(innermost(), this)), sink_(std::move(sink)) {}
+CallReport::CallReport(TransferSink sink, StopSource stop)
+    : outer_(std::exchange(innermost(), this)), sink_(std::move(sink)), stop_(std::move(stop)) {}
 
 CallReport::~CallReport() {
     innermost() = outer_;
@@ -43,6 +43,10 @@ void CallReport::setNothingToDo() {
 
 void CallReport::transferred(std::uint64_t done, std::uint64_t total) {
     if (innermost() != nullptr && innermost()->sink_) innermost()->sink_(done, total);
+}
+
+bool CallReport::stopAsked() {
+    return innermost() != nullptr && innermost()->stop_ && innermost()->stop_();
 }
 
 }  // namespace zelor

@@ -21,7 +21,7 @@ namespace {
 constexpr std::uint64_t spareBytes = 64U << 20U;
 
 bool wanted() {
-    return !boost::this_thread::interruption_requested();
+    return !stopRequested();
 }
 
 void advance(std::uint64_t done, std::uint64_t total) {

@@ -7,6 +7,7 @@
 
 #include "agent/http/HttpTransfer.h"
 #include "base/Strings.h"
+#include "remediation/CallReport.h"
 
 namespace zelor::agent {
 
@@ -97,10 +98,14 @@ std::string withoutCredentials(const std::string& url) {
     return url.substr(0, begin) + url.substr(at + 1);
 }
 
+bool stopRequested() {
+    return boost::this_thread::interruption_requested() || CallReport::stopAsked();
+}
+
 bool sleepUnlessInterrupted(milliseconds time) {
     const auto until = Clock::now() + time;
     for (;;) {
-        if (boost::this_thread::interruption_requested()) return false;
+        if (stopRequested()) return false;
         const auto left = until - Clock::now();
         if (left <= Clock::duration::zero()) return true;
         std::this_thread::sleep_for(std::min<Clock::duration>(left, reaction));

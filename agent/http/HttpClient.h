@@ -101,7 +101,10 @@ class HttpClientPool {
 /// `url` without the user name and password that it may hold, for messages.
 std::string withoutCredentials(const std::string& url);
 
-/// Sleeps; false at once when the boost::thread is asked to stop.
+/// True when the boost::thread is interrupted, or when who called the agent wants the call to end early.
+bool stopRequested();
+
+/// Sleeps; false at once when a stop is requested.
 bool sleepUnlessInterrupted(std::chrono::milliseconds time);
 
 }  // namespace zelor::agent

@@ -163,7 +163,7 @@ class Transfer {
 
     /// True when the transfer is over.
     bool step(HttpResult& result) {
-        if (boost::this_thread::interruption_requested()) {
+        if (stopRequested()) {
             return end(result, HttpOutcome::interrupted, "interrupted");
         }
         const auto now = Clock::now();

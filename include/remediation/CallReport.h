@@ -23,8 +23,12 @@ class ZELOR_API CallReport {
     /// Bytes of a download so far and in all (0: not known).
     using TransferSink = std::function<void(std::uint64_t done, std::uint64_t total)>;
 
-    /// `sink` is called on this thread for each `transferred`; it must not throw.
-    explicit CallReport(TransferSink sink = {});
+    /// True when the caller wants the call to end early.
+    using StopSource = std::function<bool()>;
+
+    /// `sink` is called on this thread for each `transferred`, `stop` for each `stopAsked`; they must not
+    /// throw.
+    explicit CallReport(TransferSink sink = {}, StopSource stop = {});
     ~CallReport();
     CallReport(const CallReport&) = delete;
     CallReport& operator=(const CallReport&) = delete;
@@ -49,10 +53,15 @@ class ZELOR_API CallReport {
     static void setNothingToDo();
     /// Reports bytes of a download so far and in all (0: not known) to the innermost report's sink.
     static void transferred(std::uint64_t done, std::uint64_t total);
+    /// True when the caller of the innermost report wants the call to end early. A downloader asks several
+    /// times a second, beside `boost::this_thread::interruption_requested()`, and keeps what it has for
+    /// resumption.
+    static bool stopAsked();
 
   private:
     CallReport* outer_;
     TransferSink sink_;
+    StopSource stop_;
     std::string reason_;
     std::string output_;
     bool restartAsked_ = false;

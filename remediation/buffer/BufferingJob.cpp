@@ -113,7 +113,7 @@ bool BufferingJob::bufferBlock(parsedEriData& block) {
         log::debug("[Remediation Manager] (downloadPatchForBuffering) Dowdnload patch failed for patch = ",
                    patchId);
     }
-    return !download_.wasCancelled();
+    return !download_.bufferingWasStopped();
 }
 
 }  // namespace zelor::remediation

@@ -30,17 +30,10 @@ bool Download::forRequest(const std::string& key, const PatchName& name, std::st
 }
 
 int Download::forBuffer(const PatchName& name, std::string& archivePath, unsigned long bytesPerSecond) {
-    int result = -1;
-    if (!start("",
-               [&] { result = transfer(name.stem, archivePath, name.extension, true, bytesPerSecond); })) {
-        return -1;
-    }
-    try {
-        awaitEnd();
-    } catch (const boost::thread_interrupted&) {
-        cancellation_.stopDownload();
-    }
-    join();
+    stopped_ = false;
+    const int result = transfer(name.stem, archivePath, name.extension, true, bytesPerSecond);
+    done_ = false;
+    if (cancellation_.all() || boost::this_thread::interruption_requested()) stopped_ = true;
     return result;
 }
 
@@ -70,7 +63,8 @@ void Download::join() {
 int Download::transfer(std::string stem, std::string& archivePath, std::string extension, bool rateLimited,
                        unsigned long bytesPerSecond) {
     int result = -1;
-    CallReport report([this](std::uint64_t done, std::uint64_t total) { events_.transferred(done, total); });
+    CallReport report([this](std::uint64_t done, std::uint64_t total) { events_.transferred(done, total); },
+                      [this] { return cancellation_.all(); });
     try {
         result = RemediationResourceDownloader::GetInstance()->getResource(
             std::move(stem), archivePath, std::move(extension), installPath_, rateLimited, bytesPerSecond);
@@ -81,6 +75,7 @@ int Download::transfer(std::string stem, std::string& archivePath, std::string e
     } catch (const boost::thread_interrupted&) {
         log::info(" [Remediation Manager] (downloadFileFromRepo) The download was interrupted.");
         CallReport::addReason("the download was interrupted");
+        stopped_ = true;
     } catch (...) {
         log::error(
             " [Remediation Manager] (downloadFileFromRepo) The download ended with an error: an exception of "

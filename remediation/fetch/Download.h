@@ -11,8 +11,8 @@
 
 namespace zelor::remediation {
 
-/// Downloads archives, one at a time, on a thread that a cancel interrupts. The operations block, and belong
-/// to the run's or the buffering job's thread.
+/// Downloads archives, one at a time: a request's on a thread that a cancel interrupts, the buffer's on the
+/// calling thread. The operations block, and belong to the run's or the buffering job's thread.
 class Download {
   public:
     /// All of them outlive the object. `done`: true between the end of a transfer and the join of its thread.
@@ -25,12 +25,12 @@ class Download {
     /// cancel which is withdrawn by then is made again. Success shows in the file alone. False when a cancel
     /// came before the transfer.
     bool forRequest(const std::string& key, const PatchName& name, std::string& archivePath);
-    /// Downloads an archive for the buffer at `bytesPerSecond`. The downloader's result: 0 when the archive
-    /// is complete; -1 also when a cancel came first. An interruption of the calling thread is passed on to
-    /// the transfer, and shows in `wasCancelled`.
+    /// Downloads an archive for the buffer at `bytesPerSecond`, on the calling thread. The downloader's
+    /// result: 0 when the archive is complete. A downloader that asks `CallReport::stopAsked` ends early for
+    /// a cancel of everything, one that looks at interruptions for one of the calling thread.
     int forBuffer(const PatchName& name, std::string& archivePath, unsigned long bytesPerSecond);
-    /// True when a cancel or an interruption kept the last download from its end.
-    bool wasCancelled() const { return refused_ || cancellation_.downloadWasInterrupted(); }
+    /// True when a cancel or an interruption came during the last download for the buffer.
+    bool bufferingWasStopped() const { return stopped_; }
 
     /// Transfers on the calling thread, and reports the end to the events and to who waits for it. The
     /// downloader's result, 0 when the archive is complete, or -1 for an exception, which is logged.
@@ -47,7 +47,8 @@ class Download {
     const std::atomic<bool>& internalError_;
     Cancellation& cancellation_;
     RunEvents& events_;
-    bool refused_ = false;  ///< a cancel came before the last thread
+    bool refused_ = false;              ///< a cancel came before the last thread
+    std::atomic<bool> stopped_{false};  ///< the buffer's last download; a run's thread may set it in vain
     // The end of the transfer is awaited here, so that the thread's handle is used under the cancels' lock
     // alone.
     boost::mutex endMutex_;

@@ -111,12 +111,6 @@ Cancellation::Start Cancellation::startDownload(const std::string& key, const st
     }
 }
 
-void Cancellation::stopDownload() {
-    const boost::unique_lock<boost::mutex> lock(mutex_);
-    downloadInterrupted_ = true;
-    state_.download.interrupt();
-}
-
 boost::thread Cancellation::takeDownload() {
     const boost::unique_lock<boost::mutex> lock(mutex_);
     return std::move(state_.download);

@@ -75,8 +75,6 @@ class Cancellation {
     /// cancelled. No other download is in progress. A failure to make the thread is logged. What `work`
     /// refers to outlives the thread.
     Start startDownload(const std::string& key, const std::function<void()>& work);
-    /// Interrupts the download whether or not it is cancelled.
-    void stopDownload();
     /// The download thread's handle, for the caller to join once the work has ended.
     boost::thread takeDownload();
     /// True when the last download that was started has been interrupted.

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <thread>
 
+#include "remediation/CallReport.h"
 #include "remediation/RemediationManager.h"
 #include "remediation/buffer/PatchSize.h"
 #include "tests/library/FakeAgent.h"
@@ -162,7 +163,7 @@ TEST_F(Buffering, EndsWhenItIsCancelledOrInterrupted) {
             std::atomic<bool> atWork{false};
             const auto work = [&] {
                 atWork = true;
-                while (!boost::this_thread::interruption_requested())
+                while (!boost::this_thread::interruption_requested() && !zelor::CallReport::stopAsked())
                     boost::this_thread::yield();
                 if (throwing) boost::this_thread::interruption_point();
             };
