@@ -51,7 +51,7 @@ class Forecast {
     void describeInstaller(Row& row, parsedEriData& block, const std::string& kind, PlannedStep& step) const;
 
     void update(Row& row);
-    void installLabels(PlannedRequest& request, const platform::UpdateSelection& selection);
+    std::string foreseeUpdate(const platform::UpdateStep& step);
 
     PlannedFile fetch(Row& row, parsedEriData& block, bool script) const;
     bool isBuffered(const std::string& name, const std::string& md5) const;
@@ -308,8 +308,8 @@ void Forecast::update(Row& row) {
     if (!listing_) listing_ = facts_.updateListing();
     const platform::UpdateSelection selection =
         platform::selectUpdates(*listing_, row.packageName, facts_.productVersion);
-    request.labels = platform::labelsToInstall(selection);
-    if (request.labels.empty()) {
+    const std::vector<platform::UpdateStep> steps = platform::updateSteps(selection);
+    if (steps.empty()) {
         decide(request, failedValue, PlanAction::fail,
                listing_->empty() ? "softwareupdate lists no update"
                                  : "softwareupdate lists no update that belongs to it");
@@ -319,33 +319,28 @@ void Forecast::update(Row& row) {
     if (request.reboot)
         warn(request, {"an update of the system needs a restart, which rebootNeeded leaves out; see "
                        "restartNeededByThisRun in the run's results"});
-    installLabels(request, selection);
+    std::string problem;
+    for (const platform::UpdateStep& step : steps) {
+        request.labels.push_back(step.label);
+        problem = foreseeUpdate(step);
+        if (!step.command.empty()) request.commands.push_back(step.command);
+    }
+    const bool good = problem.empty();
+    decide(request, good ? successValue : failedValue, good ? PlanAction::apply : PlanAction::fail, problem);
 }
 
-/// An update that is installed is listed no more.
-void Forecast::installLabels(PlannedRequest& request, const platform::UpdateSelection& selection) {
-    bool last = false;
-    bool refused = false;
-    for (const std::string& label : request.labels) {
-        last = false;
-        refused = platform::looksLikeAnOption(label);
-        if (refused) continue;
-        request.commands.push_back(platform::installUpdateCommand(label));
-        const auto gone = std::remove_if(listing_->begin(), listing_->end(),
-                                         [&](const std::string& line) { return listedLabel(line) == label; });
-        last = gone != listing_->end();
-        listing_->erase(gone, listing_->end());
+/// Why a step would not succeed, "" when it would. An update that is installed is listed no more.
+std::string Forecast::foreseeUpdate(const platform::UpdateStep& step) {
+    if (step.command.empty()) return "a label that begins with a dash is refused";
+    if (isListed(step.label, *listing_)) {
+        const auto same = [&](const std::string& line) { return listedLabel(line) == step.label; };
+        listing_->erase(std::remove_if(listing_->begin(), listing_->end(), same), listing_->end());
+        return "";
     }
-    if (refused) {
-        decide(request, failedValue, PlanAction::fail, "a label that begins with a dash is refused");
-    } else if (last || selection.named) {  // a named product is content when there is nothing to install
-        decide(request, successValue, PlanAction::apply, "");
-    } else {
-        const bool blanks = isListedWithBlanks(request.labels.back(), *listing_);
-        decide(request, failedValue, PlanAction::fail,
-               blanks ? "its last update is listed with white space at its end, so its name is not known"
-                      : "its last update is installed by then");
-    }
+    if (step.succeeds(platform::UpdateOutcome::nothingToDo)) return "";
+    return isListedWithBlanks(step.label, *listing_)
+               ? "its last update is listed with white space at its end, so its name is not known"
+               : "its last update is installed by then, or its label is too long to be read";
 }
 
 // Files.
@@ -395,7 +390,8 @@ bool Forecast::isBuffered(const std::string& name, const std::string& md5) const
 }
 
 void Forecast::succeed(parsedEriData& block, const PlannedFile& file) {
-    applied_.insert(RecordAccess::eriId(block));
+    const std::string& eri = RecordAccess::eriId(block);
+    if (remediation::isRecordable(eri)) applied_.insert(eri);
     if (!file.buffered) return;
     bufferFiles_.erase(remediation::cutFourCharacters(file.name).stem + ".zip");
     remediation::ListDamage damage;

@@ -123,11 +123,22 @@ std::string listedLabel(const std::string& line) {
     return base::hasBeginning(label, labelled) ? label.substr(sizeof labelled - 1) : label;
 }
 
+bool isListed(const std::string& label, const std::vector<std::string>& listing) {
+    bool inside = false;  // of a line that was cut
+    for (const std::string& line : listing) {
+        const bool cut = line.size() == platform::listingPiece && line.back() != '\n';
+        if (!inside && !cut && listedLabel(line) == label) return true;
+        inside = cut;
+    }
+    return false;
+}
+
 bool isListedWithBlanks(const std::string& label, const std::vector<std::string>& listing) {
-    const auto known = [&](const std::string& line) { return listedLabel(line) == label; };
-    const auto similar = [&](const std::string& line) { return base::trimmed(listedLabel(line)) == label; };
-    return std::none_of(listing.begin(), listing.end(), known) &&
-           std::any_of(listing.begin(), listing.end(), similar);
+    const auto similar = [&](const std::string& line) {
+        const std::string listed = listedLabel(line);
+        return listed != label && base::trimmed(listed) == label;
+    };
+    return !isListed(label, listing) && std::any_of(listing.begin(), listing.end(), similar);
 }
 
 std::vector<std::string> updateWarnings(const platform::UpdateSelection& selection,
