@@ -6,6 +6,7 @@
 
 #include "base/Strings.h"
 #include "controller/CpeName.h"
+#include "platform/macos/InstallerKinds.h"
 #include "remediation/buffer/PatchSize.h"
 #include "remediation/fetch/PatchName.h"
 #include "remediation/intake/RequestParsing.h"
@@ -98,10 +99,10 @@ std::vector<std::string> patchWarnings(const std::string& name, const std::strin
 
 std::vector<std::string> imageWarnings(const std::string& name, bool runsNothing,
                                        const std::string& occupied) {
-    std::vector<std::string> warnings = {
-        "when " + quoted(name) +
-        " cannot be attached, or has no .app or .pkg at its top, nothing is installed and the request reads "
-        "success; look at the installed product after the run"};
+    std::vector<std::string> warnings = {"when " + quoted(name) + " cannot be attached, or has no " +
+                                         platform::installableOnImageText() +
+                                         " at its top, nothing is installed and the request reads success; "
+                                         "look at the installed product after the run"};
     if (runsNothing) {
         warnings.push_back("a bundle on " + quoted(name) +
                            " is to run with its own installer, but the content names none in silent, so it "

@@ -113,7 +113,7 @@ const std::vector<std::string> updateLabels = {
     "TV's-2",        "  OS X  A",    "Done OS X-3", "*OS X*-4", "Tools (OS X 10.10)-6"};
 
 bool isFetchable(const std::string& name) {
-    return remediation::splitAtLastDot(name) && remediation::whyUnsafeFileName(name).empty();
+    return remediation::whyNotFetched(name).empty();
 }
 
 /// Everything by one seed.
@@ -278,7 +278,7 @@ class World {
                 continue;
             if (chance(40)) list += name + "=" + pick<std::string>({"00", "11", "", "00=x"}) + '\n';
             if (chance(40))
-                writeFile(agent_.bufferDir() + '/' + remediation::cutFourCharacters(name).stem + ".zip",
+                writeFile(agent_.bufferDir() + '/' + remediation::bufferedArchiveName(name),
                           name + (chance(75) ? "\ngood\nx" : "\nbad\nx"));
         }
         if (chance(10)) list = "to\x01rn=00\n" + list;
