@@ -2,6 +2,7 @@
 
 #include "agent/content/ContentDocument.h"
 #include "base/Strings.h"
+#include "platform/macos/InstallerKinds.h"
 #include "remediation/fetch/PatchName.h"
 
 namespace zelor::authoring {
@@ -40,7 +41,7 @@ Findings installerFindings(const std::string& place, const std::string& patchId)
     if (kind.empty()) {
         return {{Severity::error, place,
                  "no installer takes patch " + quoted(patchId) + ", so it always fails",
-                 "publish a .app, .pkg or .dmg"}};
+                 "publish a " + platform::installableText()}};
     }
     if (extension == "." + kind) return {};
     return {{Severity::warning, place,
@@ -51,7 +52,7 @@ Findings installerFindings(const std::string& place, const std::string& patchId)
 
 Findings scriptNameFindings(const std::string& place, const std::string& patchId) {
     const std::string extension = base::lowerCased(remediation::splitAtLastDot(patchId)->extension);
-    if (extension != ".pkg" && extension != ".dmg" && extension != ".app") return {};
+    if (platform::installerKindNamed(extension.substr(1)) == nullptr) return {};
     return {{Severity::error, place,
              "patch " + quoted(patchId) + " is named as something to install, but bash runs what a CCE names",
              "name a script like lock-screen.bsh, or give the entry a CVE identifier"}};

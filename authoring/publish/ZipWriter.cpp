@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "agent/Files.h"
-#include "remediation/fetch/PatchName.h"
+#include "platform/macos/InstallerKinds.h"
 
 namespace zelor::authoring {
 
@@ -115,8 +115,8 @@ void writePatchArchive(int descriptor, const std::string& source, const std::str
                        const std::string& signatureName, const std::string& signature) {
     const struct stat status = statusOf(source, true);
     // Packages and disk images are compressed inside.
-    const std::string kind = remediation::installerKind(patchId);
-    ZipWriter zip(descriptor, S_ISDIR(status.st_mode) || (kind != "pkg" && kind != "dmg"));
+    const platform::InstallerKind* const kind = platform::installerKindOf(patchId);
+    ZipWriter zip(descriptor, S_ISDIR(status.st_mode) || kind == nullptr || !kind->isCompressed);
     zip.add(source, patchId, status);
     if (S_ISDIR(status.st_mode)) {
         for (const std::string& name : pathsBelow(source)) {

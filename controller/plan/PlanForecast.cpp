@@ -6,7 +6,7 @@
 #include "base/Strings.h"
 #include "controller/plan/Plan.h"
 #include "controller/plan/PlanWarnings.h"
-#include "platform/macos/InstallCommands.h"
+#include "platform/macos/InstallerKinds.h"
 #include "platform/macos/UpdateSelection.h"
 #include "remediation/RecordAccess.h"
 #include "remediation/buffer/BufferedList.h"
@@ -48,10 +48,11 @@ class Forecast {
     void patch(Row& row);
     PlannedStep patchBlock(Row& row, parsedEriData& block, ProgressValue& value);
     void installFile(Row& row, parsedEriData& block, PlannedStep& step, ProgressValue& value);
-    void describeInstaller(Row& row, parsedEriData& block, const std::string& kind, PlannedStep& step) const;
+    void describeInstaller(Row& row, parsedEriData& block, const platform::InstallerKind& kind,
+                           PlannedStep& step) const;
 
     void update(Row& row);
-    void installLabels(PlannedRequest& request, const platform::UpdateSelection& selection);
+    std::string foreseeUpdate(const platform::UpdateStep& step);
 
     PlannedFile fetch(Row& row, parsedEriData& block, bool script) const;
     bool isBuffered(const std::string& name, const std::string& md5) const;
@@ -262,39 +263,29 @@ void Forecast::installFile(Row& row, parsedEriData& block, PlannedStep& step, Pr
         step.reason = step.file->problem;
         return;
     }
-    const std::string kind = remediation::installerKind(pathOf(step.file->name));
-    if (kind.empty()) {
+    const platform::InstallerKind* const kind = platform::installerKindOf(pathOf(step.file->name));
+    if (kind == nullptr) {
         value = failedValue;
-        step.reason = "no installer takes it: it is no .app, .pkg or .dmg";
+        step.reason = "no installer takes it: it is no " + platform::installableText();
         return;
     }
     value = successValue;
     step.action = PlanAction::apply;
-    describeInstaller(row, block, kind, step);
+    describeInstaller(row, block, *kind, step);
     succeed(block, *step.file);
 }
 
-void Forecast::describeInstaller(Row& row, parsedEriData& block, const std::string& kind,
+void Forecast::describeInstaller(Row& row, parsedEriData& block, const platform::InstallerKind& kind,
                                  PlannedStep& step) const {
-    const std::string path = pathOf(step.file->name);
-    if (kind == "pkg") {
-        step.commands = {platform::installPackageCommand(path)};
-    } else if (kind == "app") {
-        step.note = "copies what the bundle holds to " + facts_.applications;
-    } else {
-        const std::string detach = platform::detachCommand(facts_.mountPoint);
-        step.commands = {detach, platform::attachCommand(facts_.mountPoint, path), detach};
-        const std::string& option = RecordAccess::silentModeCmd(block);
-        const bool runsNothing = remediation::usesBundleInstaller(block) && option.empty();
-        const std::string bundle =
-            !remediation::usesBundleInstaller(block) ? "copied to " + facts_.applications
-            : runsNothing                            ? std::string("left alone")
-                          : "run as " + platform::silentInstallerCommand("BUNDLE", option);
-        warn(row.request,
-             imageWarnings(step.file->name, runsNothing, facts_.mountPointInUse ? facts_.mountPoint : ""));
-        step.note =
-            "while it is attached, its first .app or .pkg: a package is installed, a bundle is " + bundle;
-    }
+    const bool usesInstaller = remediation::usesBundleInstaller(block);
+    const std::string& option = RecordAccess::silentModeCmd(block);
+    platform::InstallerSteps steps = platform::installerSteps(
+        kind, {pathOf(step.file->name), facts_.mountPoint, facts_.applications, usesInstaller, option});
+    step.commands = std::move(steps.commands);
+    step.note = std::move(steps.note);
+    if (steps.readsSuccessUnseen)
+        warn(row.request, imageWarnings(step.file->name, usesInstaller && option.empty(),
+                                        facts_.mountPointInUse ? facts_.mountPoint : ""));
 }
 
 // Updates of the system.
@@ -308,8 +299,8 @@ void Forecast::update(Row& row) {
     if (!listing_) listing_ = facts_.updateListing();
     const platform::UpdateSelection selection =
         platform::selectUpdates(*listing_, row.packageName, facts_.productVersion);
-    request.labels = platform::labelsToInstall(selection);
-    if (request.labels.empty()) {
+    const std::vector<platform::UpdateStep> steps = platform::updateSteps(selection);
+    if (steps.empty()) {
         decide(request, failedValue, PlanAction::fail,
                listing_->empty() ? "softwareupdate lists no update"
                                  : "softwareupdate lists no update that belongs to it");
@@ -319,33 +310,28 @@ void Forecast::update(Row& row) {
     if (request.reboot)
         warn(request, {"an update of the system needs a restart, which rebootNeeded leaves out; see "
                        "restartNeededByThisRun in the run's results"});
-    installLabels(request, selection);
+    std::string problem;
+    for (const platform::UpdateStep& step : steps) {
+        request.labels.push_back(step.label);
+        problem = foreseeUpdate(step);
+        if (!step.command.empty()) request.commands.push_back(step.command);
+    }
+    const bool good = problem.empty();
+    decide(request, good ? successValue : failedValue, good ? PlanAction::apply : PlanAction::fail, problem);
 }
 
-/// An update that is installed is listed no more.
-void Forecast::installLabels(PlannedRequest& request, const platform::UpdateSelection& selection) {
-    bool last = false;
-    bool refused = false;
-    for (const std::string& label : request.labels) {
-        last = false;
-        refused = platform::looksLikeAnOption(label);
-        if (refused) continue;
-        request.commands.push_back(platform::installUpdateCommand(label));
-        const auto gone = std::remove_if(listing_->begin(), listing_->end(),
-                                         [&](const std::string& line) { return listedLabel(line) == label; });
-        last = gone != listing_->end();
-        listing_->erase(gone, listing_->end());
+/// Why a step would not succeed, "" when it would. An update that is installed is listed no more.
+std::string Forecast::foreseeUpdate(const platform::UpdateStep& step) {
+    if (step.command.empty()) return "a label that begins with a dash is refused";
+    if (isListed(step.label, *listing_)) {
+        const auto same = [&](const std::string& line) { return listedLabel(line) == step.label; };
+        listing_->erase(std::remove_if(listing_->begin(), listing_->end(), same), listing_->end());
+        return "";
     }
-    if (refused) {
-        decide(request, failedValue, PlanAction::fail, "a label that begins with a dash is refused");
-    } else if (last || selection.named) {  // a named product is content when there is nothing to install
-        decide(request, successValue, PlanAction::apply, "");
-    } else {
-        const bool blanks = isListedWithBlanks(request.labels.back(), *listing_);
-        decide(request, failedValue, PlanAction::fail,
-               blanks ? "its last update is listed with white space at its end, so its name is not known"
-                      : "its last update is installed by then");
-    }
+    if (step.succeeds(platform::UpdateOutcome::nothingToDo)) return "";
+    return isListedWithBlanks(step.label, *listing_)
+               ? "its last update is listed with white space at its end, so its name is not known"
+               : "its last update is installed by then, or its label is too long to be read";
 }
 
 // Files.
@@ -354,12 +340,12 @@ PlannedFile Forecast::fetch(Row& row, parsedEriData& block, bool script) const {
     PlannedFile file;
     file.name = RecordAccess::patchId(block);
     file.sizeText = RecordAccess::patchSize(block);
-    const auto name = remediation::splitAtLastDot(file.name);
-    const std::string unsafe = name ? remediation::whyUnsafeFileName(file.name) : "it has no extension";
-    if (!unsafe.empty()) {
-        file.problem = "the file name is refused: " + unsafe;
+    const std::string refusedName = remediation::whyNotFetched(file.name);
+    if (!refusedName.empty()) {
+        file.problem = "the file name is refused: " + refusedName;
         return file;
     }
+    const auto name = remediation::splitAtLastDot(file.name);
     warn(row.request, patchWarnings(file.name, file.sizeText, pathOf(file.name), script));
     if (remediation::signaturePath(pathOf(file.name), name->extension) !=
         pathOf(remediation::signaturePath(file.name, name->extension))) {
@@ -386,7 +372,7 @@ PlannedFile Forecast::fetch(Row& row, parsedEriData& block, bool script) const {
 }
 
 bool Forecast::isBuffered(const std::string& name, const std::string& md5) const {
-    if (bufferFiles_.count(remediation::cutFourCharacters(name).stem + ".zip") == 0) return false;
+    if (bufferFiles_.count(remediation::bufferedArchiveName(name)) == 0) return false;
     std::istringstream lines(bufferedList_);
     for (std::string line; std::getline(lines, line);) {
         if (remediation::bufferedLineMatches(line, name, md5)) return true;
@@ -395,9 +381,10 @@ bool Forecast::isBuffered(const std::string& name, const std::string& md5) const
 }
 
 void Forecast::succeed(parsedEriData& block, const PlannedFile& file) {
-    applied_.insert(RecordAccess::eriId(block));
+    const std::string& eri = RecordAccess::eriId(block);
+    if (remediation::isRecordable(eri)) applied_.insert(eri);
     if (!file.buffered) return;
-    bufferFiles_.erase(remediation::cutFourCharacters(file.name).stem + ".zip");
+    bufferFiles_.erase(remediation::bufferedArchiveName(file.name));
     remediation::ListDamage damage;
     bufferedList_ = remediation::linesWithout(bufferedList_, file.name, damage);
 }

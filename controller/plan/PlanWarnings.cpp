@@ -6,6 +6,7 @@
 
 #include "base/Strings.h"
 #include "controller/CpeName.h"
+#include "platform/macos/InstallerKinds.h"
 #include "remediation/buffer/PatchSize.h"
 #include "remediation/fetch/PatchName.h"
 #include "remediation/intake/RequestParsing.h"
@@ -98,10 +99,10 @@ std::vector<std::string> patchWarnings(const std::string& name, const std::strin
 
 std::vector<std::string> imageWarnings(const std::string& name, bool runsNothing,
                                        const std::string& occupied) {
-    std::vector<std::string> warnings = {
-        "when " + quoted(name) +
-        " cannot be attached, or has no .app or .pkg at its top, nothing is installed and the request reads "
-        "success; look at the installed product after the run"};
+    std::vector<std::string> warnings = {"when " + quoted(name) + " cannot be attached, or has no " +
+                                         platform::installableOnImageText() +
+                                         " at its top, nothing is installed and the request reads success; "
+                                         "look at the installed product after the run"};
     if (runsNothing) {
         warnings.push_back("a bundle on " + quoted(name) +
                            " is to run with its own installer, but the content names none in silent, so it "
@@ -123,11 +124,22 @@ std::string listedLabel(const std::string& line) {
     return base::hasBeginning(label, labelled) ? label.substr(sizeof labelled - 1) : label;
 }
 
+bool isListed(const std::string& label, const std::vector<std::string>& listing) {
+    bool inside = false;  // of a line that was cut
+    for (const std::string& line : listing) {
+        const bool cut = line.size() == platform::listingPiece && line.back() != '\n';
+        if (!inside && !cut && listedLabel(line) == label) return true;
+        inside = cut;
+    }
+    return false;
+}
+
 bool isListedWithBlanks(const std::string& label, const std::vector<std::string>& listing) {
-    const auto known = [&](const std::string& line) { return listedLabel(line) == label; };
-    const auto similar = [&](const std::string& line) { return base::trimmed(listedLabel(line)) == label; };
-    return std::none_of(listing.begin(), listing.end(), known) &&
-           std::any_of(listing.begin(), listing.end(), similar);
+    const auto similar = [&](const std::string& line) {
+        const std::string listed = listedLabel(line);
+        return listed != label && base::trimmed(listed) == label;
+    };
+    return !isListed(label, listing) && std::any_of(listing.begin(), listing.end(), similar);
 }
 
 std::vector<std::string> updateWarnings(const platform::UpdateSelection& selection,

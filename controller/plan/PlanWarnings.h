@@ -23,6 +23,10 @@ std::vector<std::string> imageWarnings(const std::string& name, bool runsNothing
 /// part of it.
 std::string listedLabel(const std::string& line);
 
+/// Whether softwareupdate knows the label by that listing. One in a line that was cut into pieces is not
+/// known.
+bool isListed(const std::string& label, const std::vector<std::string>& listing);
+
 /// Whether a label is listed with white space at its end, without which it is installed and not known.
 bool isListedWithBlanks(const std::string& label, const std::vector<std::string>& listing);
 

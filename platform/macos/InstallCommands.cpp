@@ -30,4 +30,16 @@ std::string bundleInstallerCommand(const std::string& installerPath) {
     return base::shellWord(installerPath) + "' -install 2>&1";
 }
 
+bool packageWasInstalled(const std::string& output) {
+    return base::contains(output, "successful");
+}
+
+bool bundleInstallerSucceeded(const std::string& output) {
+    return output.empty() || base::contains(output, "Success");
+}
+
+bool imageWasEjected(const std::string& output) {
+    return base::contains(output, "ejected");
+}
+
 }  // namespace zelor::platform

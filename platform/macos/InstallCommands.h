@@ -19,4 +19,9 @@ std::string silentInstallerCommand(const std::string& bundlePath, const std::str
 /// Runs the installer that was found in a bundle.
 std::string bundleInstallerCommand(const std::string& installerPath);
 
+/// How each of them went, by its output: the exit statuses do not tell.
+bool packageWasInstalled(const std::string& output);
+bool bundleInstallerSucceeded(const std::string& output);
+bool imageWasEjected(const std::string& output);
+
 }  // namespace zelor::platform

@@ -15,13 +15,6 @@
 
 namespace zlog = zelor::log;
 
-namespace {
-
-// The listing is judged in the pieces that a line buffer of 2,000 bytes with its terminator holds.
-constexpr std::size_t kListingPiece = 1999;
-
-}  // namespace
-
 MacPatchManager::MacPatchManager() {
     queryAndStoreCurrentOsName();
 }
@@ -88,5 +81,5 @@ std::string MacPatchManager::getCmdlineOutput(std::string command) {
 std::vector<std::string> MacPatchManager::getOsCmdline(std::string command) {
     const zelor::base::CommandResult result = zelor::platform::runShell(command);
     if (!result.started) zlog::debug("[MacPatchManager] (getOsCmdline) Invalid Command");
-    return zelor::platform::starredLines(result.output, kListingPiece);
+    return zelor::platform::starredLines(result.output, zelor::platform::listingPiece);
 }

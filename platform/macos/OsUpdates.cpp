@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "base/Strings.h"
 #include "platform/Log.h"
 #include "platform/macos/InstallCommands.h"
@@ -9,22 +11,54 @@ namespace zlog = zelor::log;
 
 namespace {
 
-bool isRefused(const std::string& label) {
-    if (!zelor::platform::looksLikeAnOption(label)) return false;
+using zelor::platform::UpdateOutcome;
+using zelor::platform::UpdateSelection;
+using zelor::platform::UpdateStep;
+
+void reportRefusal(const std::string& label) {
     zlog::error("[MacPatchManager] The label '", label, "' begins with a dash, so it is refused");
     zelor::CallReport::addReason("the label '" + label + "' begins with a dash, so it is refused");
-    return true;
 }
 
-void reportUpdate(const std::string& output, bool succeeded) {
+void reportOutcome(const std::string& output, UpdateOutcome outcome, bool succeeded) {
     zelor::CallReport::setOutput(output);
     if (succeeded) {
         if (zelor::base::contains(zelor::base::lowerCased(output), "restart"))
             zelor::CallReport::askForRestart();
-        return;
+    } else {
+        const std::string said = zelor::base::lastLine(output);
+        zelor::CallReport::addReason(said.empty() ? "softwareupdate said nothing" : said);
     }
-    const std::string said = zelor::base::lastLine(output);
-    zelor::CallReport::addReason(said.empty() ? "softwareupdate said nothing" : said);
+    switch (outcome) {
+        case UpdateOutcome::installed:
+            zlog::info("[MacPatchManager] The os remediation succeeded!!");
+            break;
+        case UpdateOutcome::nothingToDo:
+            zlog::info("[MacPatchManager] No updates are available.");
+            if (succeeded) zelor::CallReport::setNothingToDo();
+            break;
+        case UpdateOutcome::failed:
+            zlog::error("[MacPatchManager] The pkg remediation failed = ", output);
+            break;
+    }
+}
+
+bool execute(MacPatchManager& manager, const UpdateStep& step) {
+    if (step.command.empty()) {
+        reportRefusal(step.label);
+        return false;
+    }
+    zlog::debug("[MacPatchManager] Installing ", step.command);
+    const std::string output = manager.getCmdlineOutput(step.command);
+    const UpdateOutcome outcome = zelor::platform::updateOutcome(output);
+    const bool succeeded = step.succeeds(outcome);
+    reportOutcome(output, outcome, succeeded);
+    return succeeded;
+}
+
+bool hasEmptyCandidate(const UpdateSelection& selection) {
+    return std::find(selection.candidates.begin(), selection.candidates.end(), "") !=
+           selection.candidates.end();
 }
 
 }  // namespace
@@ -32,61 +66,22 @@ void reportUpdate(const std::string& output, bool succeeded) {
 int MacPatchManager::installOSPatch(std::string packageName) {
     zlog::info(" [MacPatchManager] Install OS Patch, PackageName = ", zelor::base::trimmed(packageName));
     const std::vector<std::string> listing = getOsCmdline(zelor::platform::listUpdatesCommand);
-    const zelor::platform::UpdateSelection selection = zelor::platform::selectUpdates(
+    const UpdateSelection selection = zelor::platform::selectUpdates(
         listing, packageName, [this] { return getCmdlineOutput(zelor::platform::productVersionCommand); });
-    if (selection.named) return installNamedUpdate(selection.label);
-    if (selection.candidates.empty()) {
+    const std::vector<UpdateStep> steps = zelor::platform::updateSteps(selection);
+    if (steps.empty()) {
         zlog::error("[MacPatchManager] Cant get os application name!!!");
         zelor::CallReport::addReason("softwareupdate lists no update that belongs to it");
         return -1;
     }
-    return installOsUpdates(selection.candidates);
-}
-
-int MacPatchManager::installNamedUpdate(const std::string& label) {
-    zlog::debug(" Package Name = ", label);
-    if (isRefused(zelor::base::trimmed(label))) return -1;
-    const std::string command = zelor::platform::installUpdateCommand(zelor::base::trimmed(label));
-    zlog::debug("[MacPatchManager] Installing ", command);
-    const std::string output = getCmdlineOutput(command);
-    const bool done = zelor::base::contains(output, "Done");
-    reportUpdate(output, done || zelor::base::contains(output, "No updates are available"));
-    if (done) {
-        zlog::info("[MacPatchManager] The os remediation succeeded!!");
-        return 0;
+    if (hasEmptyCandidate(selection)) {
+        zlog::error("[MacPatchManager] ApplicationName is empty");
+        zelor::CallReport::addReason("softwareupdate lists an update without a label");
+        return -1;
     }
-    if (zelor::base::contains(output, "No updates are available")) {
-        zlog::info("[MacPatchManager] No updates are available.");
-        zelor::CallReport::setNothingToDo();
-        return 0;
-    }
-    zlog::error("[MacPatchManager] The pkg remediation failed = ", output);
-    return -1;
-}
-
-int MacPatchManager::installOsUpdates(const std::vector<std::string>& candidates) {
-    bool succeeded = false;  // the last candidate decides
-    for (const std::string& candidate : candidates) {
-        if (candidate.empty()) {
-            zlog::error("[MacPatchManager] ApplicationName is empty");
-            zelor::CallReport::addReason("softwareupdate lists an update without a label");
-            return -1;
-        }
-        const std::string label = zelor::platform::candidateLabel(candidate);
-        succeeded = false;
-        if (isRefused(label)) continue;
-        const std::string command = zelor::platform::installUpdateCommand(label);
-        zlog::debug("[MacPatchManager] Installing ", command);
-        const std::string output = getCmdlineOutput(command);
-        succeeded = zelor::base::contains(output, "Done");
-        reportUpdate(output, succeeded);
-        if (succeeded) {
-            zlog::info("[MacPatchManager] The os remediation succeeded!!");
-        } else if (zelor::base::contains(output, "No updates are available")) {
-            zlog::info("[MacPatchManager] No updates are available.");
-        } else {
-            zlog::error("[MacPatchManager] The pkg remediation failed = ", output);
-        }
-    }
+    if (selection.named) zlog::debug(" Package Name = ", selection.label);
+    bool succeeded = false;
+    for (const UpdateStep& step : steps)
+        succeeded = execute(*this, step);
     return succeeded ? 0 : -1;
 }

@@ -8,6 +8,7 @@
 #include "base/TrustedFolder.h"
 #include "platform/Log.h"
 #include "platform/macos/InstallCommands.h"
+#include "platform/macos/InstallerKinds.h"
 #include "platform/macos/MacPatchManager.h"
 #include "remediation/CallReport.h"
 
@@ -15,9 +16,7 @@ namespace zlog = zelor::log;
 
 namespace {
 
-bool isInstallable(const std::string& name) {
-    return zelor::base::hasEnding(name, ".app") || zelor::base::hasEnding(name, ".pkg");
-}
+using zelor::platform::InstallMethod;
 
 // There is one mount point, whatever the number of managers: held from the first detach to the last.
 std::mutex& mountPointMutex() {
@@ -45,16 +44,23 @@ void reportFailure(const std::string& output) {
 
 int MacPatchManager::install3rdPartyPatch(std::string path, std::string packageName, std::string kind) {
     zlog::info("[MacPatchManager] (Install3rdParty) Application name = ", path, " Type = ", kind);
-    if (kind == "pkg") return pkgInstallation(path);
-    if (kind == "dmg") return dmgInstallation(path, packageName);
-    if (kind == "app") return appInstallation(path, underSystemRoot(APPFOLDER));
-    return -1;
+    const zelor::platform::InstallerKind* const known = zelor::platform::installerKindNamed(kind);
+    if (known == nullptr) return -1;
+    switch (known->method) {
+        case InstallMethod::installPackage:
+            return pkgInstallation(path);
+        case InstallMethod::mountImage:
+            return dmgInstallation(path, packageName);
+        case InstallMethod::copyBundle:
+            break;
+    }
+    return appInstallation(path, underSystemRoot(APPFOLDER));
 }
 
 int MacPatchManager::pkgInstallation(std::string pkgPath) {
     zlog::info("[MacPatchManager] (Install3rdParty) Installing pkg Application");
     const std::string output = getCmdlineOutput(zelor::platform::installPackageCommand(pkgPath));
-    if (zelor::base::contains(output, "successful")) {
+    if (zelor::platform::packageWasInstalled(output)) {
         zlog::info("[MacPatchManager] The pkg remediation succeeded !!");
         return 0;
     }
@@ -83,17 +89,18 @@ int MacPatchManager::dmgInstallation(std::string dmgPath, std::string packageNam
     getCmdlineOutput(zelor::platform::attachCommand(mountPoint, dmgPath));
     zlog::debug("[MacPatchManager] (Install3rdParty) Application mount point  = ", mountPoint);
     const std::vector<std::string> names = listFilesInDirectory(mountPoint);
-    const auto found = std::find_if(names.begin(), names.end(), isInstallable);
+    const auto found = std::find_if(names.begin(), names.end(), zelor::platform::kindOnImage);
     if (found != names.end()) {
         const std::string path = mountPoint + "/" + *found;
-        const int result =
-            zelor::base::hasEnding(*found, ".app") ? absAppInstallation(path, *found) : pkgInstallation(path);
+        const int result = zelor::platform::kindOnImage(*found)->method == InstallMethod::copyBundle
+                               ? absAppInstallation(path, *found)
+                               : pkgInstallation(path);
         if (result != 0) {
             getCmdlineOutput(detach);
             return -1;
         }
     }
-    if (zelor::base::contains(getCmdlineOutput(detach), "ejected")) {
+    if (zelor::platform::imageWasEjected(getCmdlineOutput(detach))) {
         zlog::info("[MacPatchManager] Installation SUCCESS!! Disk unmounted successfully!!");
     } else {
         zlog::info("[MacPatchManager] Installation SUCCESS!! Error in disk unmounting!!");
@@ -138,7 +145,7 @@ int MacPatchManager::appInstaller(std::string appPath) {
     }
     zlog::debug("[MacPatchManager] Executing ", command);
     const std::string output = getCmdlineOutput(command);
-    if (!output.empty() && !zelor::base::contains(output, "Success")) {
+    if (!zelor::platform::bundleInstallerSucceeded(output)) {
         zlog::debug("[MacPatchManager] The application error log = ", output);
         reportFailure(output);
         return -1;

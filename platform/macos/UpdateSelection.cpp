@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "base/Strings.h"
+#include "platform/macos/InstallCommands.h"
 
 namespace zelor::platform {
 
@@ -69,8 +70,19 @@ std::vector<std::string> labelsToInstall(const UpdateSelection& selection) {
     return labels;
 }
 
-bool looksLikeAnOption(const std::string& label) {
-    return base::hasBeginning(label, "-");
+std::vector<UpdateStep> updateSteps(const UpdateSelection& selection) {
+    std::vector<UpdateStep> steps;
+    for (const std::string& label : labelsToInstall(selection)) {
+        const bool refused = base::hasBeginning(label, "-");
+        steps.push_back({label, refused ? "" : installUpdateCommand(label), selection.named});
+    }
+    return steps;
+}
+
+UpdateOutcome updateOutcome(const std::string& output) {
+    if (base::contains(output, "Done")) return UpdateOutcome::installed;
+    return base::contains(output, "No updates are available") ? UpdateOutcome::nothingToDo
+                                                              : UpdateOutcome::failed;
 }
 
 std::vector<std::string> starredLines(const std::string& output, std::size_t pieceSize) {

@@ -25,11 +25,32 @@ int osWideMatches(const std::string& lowerCasedLine, const std::string& productV
 /// The label in a candidate line: what follows the star and the first blank after it.
 std::string candidateLabel(const std::string& line);
 
-/// The labels that are installed, in their order; one that stands there twice is tried twice.
+/// The labels that are installed, in their order; a duplicated one is tried twice.
 std::vector<std::string> labelsToInstall(const UpdateSelection& selection);
 
-/// True for a label that softwareupdate would take for an option; it is never installed.
-bool looksLikeAnOption(const std::string& label);
+/// How an attempt to install one label ended.
+enum class UpdateOutcome { installed, nothingToDo, failed };
+
+/// One attempt of a request. All are made, in their order, and the last one decides on the request.
+struct UpdateStep {
+    std::string label;
+    std::string command;  ///< "": refused, since softwareupdate would take the label for an option
+    bool nothingToDoIsEnough = false;  ///< there being nothing to install is a success
+    /// True when an attempt that ended so makes the request succeed.
+    bool succeeds(UpdateOutcome outcome) const {
+        return outcome == UpdateOutcome::installed ||
+               (outcome == UpdateOutcome::nothingToDo && nothingToDoIsEnough);
+    }
+};
+
+/// A run's steps for the selection, and those that a plan shows.
+std::vector<UpdateStep> updateSteps(const UpdateSelection& selection);
+
+/// What softwareupdate did, by its output.
+UpdateOutcome updateOutcome(const std::string& output);
+
+/// The listing is judged in the pieces that a line buffer of 2,000 bytes with its terminator holds.
+inline constexpr std::size_t listingPiece = 1999;
 
 /// The lines of `output` that contain "*", line ends included, a line in pieces of at most `pieceSize` bytes.
 std::vector<std::string> starredLines(const std::string& output, std::size_t pieceSize);

@@ -5,6 +5,7 @@
 #include <unordered_set>
 
 #include "base/Strings.h"
+#include "platform/macos/InstallerKinds.h"
 
 namespace zelor::remediation {
 
@@ -27,15 +28,21 @@ std::string whyUnsafeFileName(const std::string& fileName) {
     return "";
 }
 
+std::string whyNotFetched(const std::string& fileName) {
+    return splitAtLastDot(fileName) ? whyUnsafeFileName(fileName) : "it has no extension";
+}
+
+std::string bufferedArchiveName(const std::string& fileName) {
+    return cutFourCharacters(fileName).stem + ".zip";
+}
+
 std::string signaturePath(const std::string& filePath, const std::string& extension) {
     return boost::algorithm::replace_all_copy(filePath, extension, ".sig");
 }
 
 std::string installerKind(const std::string& path) {
-    for (const char* kind : {"app", "pkg", "dmg"}) {
-        if (base::contains(path, std::string(".") + kind)) return kind;
-    }
-    return "";
+    const platform::InstallerKind* const kind = platform::installerKindOf(path);
+    return kind == nullptr ? "" : kind->name;
 }
 
 std::vector<std::pair<std::string, std::string>> containedNames(const std::set<std::string>& names) {

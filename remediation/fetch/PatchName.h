@@ -26,10 +26,16 @@ PatchName cutFourCharacters(const std::string& fileName);
 /// or "..".
 std::string whyUnsafeFileName(const std::string& fileName);
 
+/// Why a file of that name is never fetched ("" when it is): it has no extension, or its name is unsafe.
+std::string whyNotFetched(const std::string& fileName);
+
+/// The archive by which the buffer has a patch.
+std::string bufferedArchiveName(const std::string& fileName);
+
 /// The path of the detached signature: every occurrence of `extension` in the whole path replaced by ".sig".
 std::string signaturePath(const std::string& filePath, const std::string& extension);
 
-/// "app", "pkg" or "dmg": the first of ".app", ".pkg", ".dmg" that occurs anywhere in the path; "" for none.
+/// The name of the path's `platform::InstallerKind`; "" when no installer takes it.
 std::string installerKind(const std::string& path);
 
 /// Names that contain another of the names, each with the one inside: the two share their fate in the

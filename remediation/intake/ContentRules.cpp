@@ -28,6 +28,10 @@ bool countsAsApplied(const creEriParsedData& entry,
     return std::any_of(eriIds.begin(), eriIds.end(), isRecorded);
 }
 
+bool isRecordable(const std::string& eriId) {
+    return !base::hasControlCharacter(eriId);
+}
+
 bool namesPatchFile(const std::string& patchId) {
     return base::contains(patchId, ".");
 }

@@ -20,6 +20,9 @@ bool asksForReboot(const creEriParsedData& entry);
 bool countsAsApplied(const creEriParsedData& entry,
                      const std::function<bool(const std::string& eriId)>& isRecorded);
 
+/// False for an ERI id that the installed-patches record refuses: it is installed again by every run.
+bool isRecordable(const std::string& eriId);
+
 /// Whether the text can name a patch or script at all: it has a ".".
 bool namesPatchFile(const std::string& patchId);
 

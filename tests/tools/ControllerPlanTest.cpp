@@ -1,6 +1,7 @@
 #include <set>
 
 #include "controller/plan/Plan.h"
+#include "platform/macos/UpdateSelection.h"
 #include "remediation/RecordAccess.h"
 #include "tests/tools/ControllerFixture.h"
 
@@ -218,6 +219,8 @@ struct PlanDecisions : testing::Test {
 
 TEST_F(PlanDecisions, ForeseeUpdatesOfTheSystem) {
     contents["CVE-1"] = {block("E", "", "OS Remediation")};
+    std::string cut = " * OS X Tools";  // the first piece of a longer line
+    cut.resize(platform::listingPiece, 's');
     const struct {
         std::vector<std::string> listing;
         std::string name, version;
@@ -246,6 +249,7 @@ TEST_F(PlanDecisions, ForeseeUpdatesOfTheSystem) {
         {{"* Label: Safari9-9\n"}, "Safari", "10.15", {"Safari9-9"}, 4, ""},
         {{" * -OS X-1\n"}, "Apple Mac OS X", "10.10", {"-OS X-1"}, 5, "by a word"},
         {{}, "Safari", "10.15", {}, 5, ""},
+        {{cut, " * Safari9-9\n"}, "Apple Mac OS X", "10.10", {cut.substr(3)}, 5, ""},
     };
     for (const auto& row : rows) {
         listing = row.listing;

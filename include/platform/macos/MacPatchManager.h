@@ -74,9 +74,6 @@ class ZELOR_API MacPatchManager {
     std::vector<std::string> getOsCmdline(std::string command);
 
   private:
-    int installOsUpdates(const std::vector<std::string>& candidates);
-    int installNamedUpdate(const std::string& label);
-
     bool useInstallOption_ = false;
     std::string currentOsName_;
     std::string currentPlatform_;
