@@ -11,16 +11,13 @@
 #include <stdexcept>
 #include <vector>
 
+#include "base/Deleter.h"
 #include "base/Files.h"
 #include "base/SystemCalls.h"
 
 namespace zelor::base {
 
 namespace {
-
-struct CloseDirectory {
-    void operator()(DIR* directory) const { closedir(directory); }
-};
 
 [[noreturn]] void fail(const char* what, const std::string& name) {
     const int error = errno;  // before anything that could change it
@@ -30,7 +27,7 @@ struct CloseDirectory {
 std::vector<std::string> entries(int folder, const std::string& shown) {
     // A descriptor of its own, since closedir closes it.
     UniqueFd copy(openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    const std::unique_ptr<DIR, CloseDirectory> directory(copy ? fdopendir(copy.get()) : nullptr);
+    const std::unique_ptr<DIR, Deleter<closedir>> directory(copy ? fdopendir(copy.get()) : nullptr);
     if (!directory) fail("cannot list", shown);
     copy.release();
     std::vector<std::string> names;

@@ -13,6 +13,7 @@
 
 #include "agent/Files.h"
 #include "agent/http/RepositoryUrl.h"
+#include "base/Deleter.h"
 #include "base/SystemRoot.h"
 #include "base/TrustedFolder.h"
 #include "collaborators/Common.h"
@@ -30,7 +31,7 @@ constexpr char systemPath[] = "/usr/bin:/bin:/usr/sbin:/sbin";
 
 /// The folder that a person named, without symbolic links.
 std::string existingFolder(const std::string& path, const std::string& option) {
-    const std::unique_ptr<char, decltype(&::free)> real(::realpath(path.c_str(), nullptr), &::free);
+    const std::unique_ptr<char, base::Deleter<::free>> real(::realpath(path.c_str(), nullptr));
     if (!real) {
         throw InputError(option + ' ' + path + ": " + agent::errorText(errno) +
                          "; name a folder that exists");

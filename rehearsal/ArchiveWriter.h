@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 
+#include "base/Deleter.h"
 #include "base/Files.h"
 
 namespace zelor::rehearsal {
@@ -39,11 +40,7 @@ class ArchiveWriter {
     void commit();
 
   private:
-    struct Release {
-        void operator()(archive* writer) const { archive_write_free(writer); }
-        void operator()(archive_entry* entry) const { archive_entry_free(entry); }
-    };
-    using Entry = std::unique_ptr<archive_entry, Release>;
+    using Entry = std::unique_ptr<archive_entry, base::Deleter<archive_entry_free>>;
 
     void configure(Kind kind);
     void require(int result) const;
@@ -57,7 +54,7 @@ class ArchiveWriter {
     std::string staged_;
     std::string volume_;
     base::UniqueFd file_;
-    std::unique_ptr<archive, Release> writer_;
+    std::unique_ptr<archive, base::Deleter<archive_write_free>> writer_;
 };
 
 }  // namespace zelor::rehearsal

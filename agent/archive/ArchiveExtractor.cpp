@@ -9,6 +9,7 @@
 
 #include "agent/Files.h"
 #include "agent/archive/ExtractionTree.h"
+#include "base/Deleter.h"
 #include "base/SystemCalls.h"
 
 namespace zelor::agent {
@@ -17,10 +18,7 @@ namespace {
 
 constexpr std::size_t readBytes = 1U << 20U;
 
-struct ReaderRelease {
-    void operator()(archive* reader) const { archive_read_free(reader); }
-};
-using Reader = std::unique_ptr<archive, ReaderRelease>;
+using Reader = std::unique_ptr<archive, base::Deleter<archive_read_free>>;
 
 /// Entry names marked as UTF-8 come through unchanged only in a UTF-8 locale, which an agent's process seldom
 /// sets.

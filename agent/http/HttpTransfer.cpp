@@ -28,7 +28,7 @@ constexpr std::uint64_t readsPerSecond = 50;
 constexpr int leastWindow = 16 << 10;
 constexpr std::uint64_t windowsPerSecond = 8;
 
-using HeaderList = std::unique_ptr<curl_slist, Releaser<curl_slist_free_all>>;
+using HeaderList = std::unique_ptr<curl_slist, base::Deleter<curl_slist_free_all>>;
 
 HeaderList headerList(const std::vector<std::string>& headers) {
     HeaderList list;
@@ -298,7 +298,7 @@ class Transfer {
     CURLM* multi_;
     // Not used a second time: libcurl before 8.0 follows a pointer into the handle's previous answer when the
     // next one begins with a folded header.
-    std::unique_ptr<CURL, Releaser<curl_easy_cleanup>> owned_{curl_easy_init()};
+    std::unique_ptr<CURL, base::Deleter<curl_easy_cleanup>> owned_{curl_easy_init()};
     CURL* easy_ = owned_.get();
     HttpHead head_;
     std::size_t headBytes_ = 0;

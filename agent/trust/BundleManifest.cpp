@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "agent/Files.h"
+#include "base/Deleter.h"
 
 namespace zelor::agent {
 
@@ -49,13 +50,9 @@ std::string octalMode(mode_t mode) {
     return digits;
 }
 
-struct ContextRelease {
-    void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
-};
-
 /// "SIZE SHA256" of a file.
 std::string sizeAndDigest(const std::string& path) {
-    const std::unique_ptr<EVP_MD_CTX, ContextRelease> context(EVP_MD_CTX_new());
+    const std::unique_ptr<EVP_MD_CTX, base::Deleter<EVP_MD_CTX_free>> context(EVP_MD_CTX_new());
     bool good = context && EVP_DigestInit_ex(context.get(), EVP_sha256(), nullptr) == 1;
     const std::uint64_t size = readInPieces(openRegularFile(path), path, [&](std::string_view piece) {
         good = good && EVP_DigestUpdate(context.get(), piece.data(), piece.size()) == 1;

@@ -15,6 +15,7 @@
 
 #include "agent/Files.h"
 #include "agent/trust/BundleManifest.h"
+#include "base/Deleter.h"
 
 namespace zelor::agent {
 
@@ -25,17 +26,10 @@ constexpr std::size_t signatureBytesLimit = 16U << 10U;
 constexpr int leastRsaBits = 2048;
 constexpr int leastEcBits = 224;
 
-template <auto release>
-struct Releaser {
-    template <class Handle>
-    void operator()(Handle* handle) const {
-        release(handle);
-    }
-};
-using Bio = std::unique_ptr<BIO, Releaser<BIO_free>>;
+using Bio = std::unique_ptr<BIO, base::Deleter<BIO_free>>;
 using Key = std::shared_ptr<EVP_PKEY>;
-using Certificate = std::unique_ptr<X509, Releaser<X509_free>>;
-using DigestContext = std::unique_ptr<EVP_MD_CTX, Releaser<EVP_MD_CTX_free>>;
+using Certificate = std::unique_ptr<X509, base::Deleter<X509_free>>;
+using DigestContext = std::unique_ptr<EVP_MD_CTX, base::Deleter<EVP_MD_CTX_free>>;
 
 /// Stands for a pass phrase that nobody is there to type; without it OpenSSL would ask on the terminal.
 int noPassPhrase(char* /*buffer*/, int /*size*/, int /*writing*/, void* /*data*/) {
@@ -49,7 +43,7 @@ Bio bioOver(const std::string& text) {
 }
 
 Key decodeKey(const std::string& pem) {
-    const Releaser<EVP_PKEY_free> release;
+    const base::Deleter<EVP_PKEY_free> release;
     Key key(PEM_read_bio_PUBKEY(bioOver(pem).get(), nullptr, noPassPhrase, nullptr), release);
     if (!key) {
         const Certificate certificate(PEM_read_bio_X509(bioOver(pem).get(), nullptr, noPassPhrase, nullptr));

@@ -9,14 +9,11 @@
 
 #include "agent/Files.h"
 #include "agent/trust/BundleManifest.h"
+#include "base/Deleter.h"
 
 namespace zelor::authoring {
 
 namespace {
-
-struct ContextRelease {
-    void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
-};
 
 class Digest {
   public:
@@ -37,7 +34,7 @@ class Digest {
     static void require(bool good) {
         if (!good) throw std::runtime_error("OpenSSL cannot compute the digests");
     }
-    std::unique_ptr<EVP_MD_CTX, ContextRelease> context_;
+    std::unique_ptr<EVP_MD_CTX, base::Deleter<EVP_MD_CTX_free>> context_;
 };
 
 struct DigestPair {

@@ -12,6 +12,7 @@
 #include "agent/Files.h"
 #include "authoring/UsageError.h"
 #include "authoring/publish/Digests.h"
+#include "base/Deleter.h"
 
 namespace zelor::authoring {
 
@@ -23,12 +24,8 @@ constexpr int newRsaBits = 3072;
 constexpr int leastRsaBits = 2048;
 constexpr int leastEcBits = 224;
 
-struct Free {
-    void operator()(BIO* bio) const { BIO_free(bio); }
-    void operator()(EVP_PKEY_CTX* context) const { EVP_PKEY_CTX_free(context); }
-};
-using Bio = std::unique_ptr<BIO, Free>;
-using KeyContext = std::unique_ptr<EVP_PKEY_CTX, Free>;
+using Bio = std::unique_ptr<BIO, base::Deleter<BIO_free>>;
+using KeyContext = std::unique_ptr<EVP_PKEY_CTX, base::Deleter<EVP_PKEY_CTX_free>>;
 
 void require(bool good, const char* task) {
     if (good) return;

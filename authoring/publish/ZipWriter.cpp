@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "agent/Files.h"
+#include "base/Deleter.h"
 #include "remediation/fetch/PatchName.h"
 
 namespace zelor::authoring {
@@ -20,11 +21,6 @@ namespace zelor::authoring {
 namespace {
 
 constexpr unsigned permissionBits = 0777;
-
-struct Free {
-    void operator()(archive* writer) const { archive_write_free(writer); }
-    void operator()(archive_entry* entry) const { archive_entry_free(entry); }
-};
 
 /// The status of what is at `path`; a link at the top is followed, one inside a bundle is kept.
 struct stat statusOf(const std::string& path, bool follow) {
@@ -78,7 +74,7 @@ class ZipWriter {
 
     void begin(const std::string& name, const struct stat& status, unsigned type, la_int64_t size,
                const std::string* target = nullptr) {
-        const std::unique_ptr<archive_entry, Free> entry(archive_entry_new());
+        const std::unique_ptr<archive_entry, base::Deleter<archive_entry_free>> entry(archive_entry_new());
         require(entry ? ARCHIVE_OK : ARCHIVE_FATAL);
         archive_entry_set_pathname(entry.get(), name.c_str());
         archive_entry_set_filetype(entry.get(), type);
@@ -98,7 +94,7 @@ class ZipWriter {
         }
     }
 
-    std::unique_ptr<archive, Free> archive_;
+    std::unique_ptr<archive, base::Deleter<archive_write_free>> archive_;
 };
 
 std::vector<std::string> pathsBelow(const std::string& folder) {
