@@ -9,7 +9,7 @@
 #include <string>
 
 #include "base/Deleter.h"
-#include "base/Files.h"
+#include "base/StagedFile.h"
 
 namespace zelor::rehearsal {
 
@@ -27,9 +27,6 @@ class ArchiveWriter {
 
     /// `volume`: the name of an ISO 9660 volume.
     ArchiveWriter(Kind kind, const std::string& path, const std::string& volume = "");
-    ~ArchiveWriter();
-    ArchiveWriter(const ArchiveWriter&) = delete;
-    ArchiveWriter& operator=(const ArchiveWriter&) = delete;
 
     void addText(const std::string& name, const std::string& text);
     void addFile(const std::string& name, const std::string& path);
@@ -51,9 +48,8 @@ class ArchiveWriter {
     void addPath(const std::string& path, const std::string& name, FolderCount& count);
 
     std::string path_;
-    std::string staged_;
     std::string volume_;
-    base::UniqueFd file_;
+    base::StagedFile staged_;  // outlives the writer, which writes to it
     std::unique_ptr<archive, base::Deleter<archive_write_free>> writer_;
 };
 

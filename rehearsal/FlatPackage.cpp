@@ -8,8 +8,8 @@
 #include <set>
 #include <stdexcept>
 
-#include "agent/Files.h"
 #include "agent/archive/ArchivePolicy.h"
+#include "base/Files.h"
 #include "rehearsal/ArchiveReader.h"
 
 namespace zelor::rehearsal {
@@ -27,7 +27,7 @@ void writeMember(ArchiveReader& reader, const std::string& path) {
     std::array<char, 1U << 16U> buffer{};
     while (const std::size_t count = reader.read(buffer.data(), buffer.size())) {
         if (!file || !base::writeAll(file.get(), std::string(buffer.data(), count))) {
-            throw std::runtime_error("cannot write " + path + ": " + agent::errorText(errno));
+            throw std::runtime_error("cannot write " + path + ": " + base::errorText(errno));
         }
     }
 }
@@ -56,12 +56,12 @@ PackageComponent componentFrom(const std::map<std::string, std::string>& files, 
         return it == files.end() ? std::string() : it->second;
     };
     if (fileOf("PackageInfo").empty()) throw std::runtime_error(name + " has no PackageInfo");
-    return {name, parsePackageInfo(agent::readBounded(fileOf("PackageInfo"), textLimit)), fileOf("Payload"),
+    return {name, parsePackageInfo(base::readBounded(fileOf("PackageInfo"), textLimit)), fileOf("Payload"),
             fileOf("Scripts")};
 }
 
 FlatPackage product(const Members& members, const std::string& distributionFile) {
-    const Distribution distribution = parseDistribution(agent::readBounded(distributionFile, textLimit));
+    const Distribution distribution = parseDistribution(base::readBounded(distributionFile, textLimit));
     FlatPackage package;
     package.title = distribution.title;
     package.restart = distribution.restart;

@@ -7,9 +7,9 @@
 #include <memory>
 #include <stdexcept>
 
-#include "agent/Files.h"
 #include "agent/archive/ExtractionTree.h"
 #include "base/Deleter.h"
+#include "base/Files.h"
 #include "base/SystemCalls.h"
 
 namespace zelor::agent {
@@ -50,7 +50,7 @@ class Extraction {
     Extraction(const std::string& archivePath, ExtractionTree& tree, const ExtractionLimits& limits)
         : tree_(tree), limits_(limits) {
         std::uint64_t archiveBytes = 0;
-        file_ = openRegularFile(archivePath, Links::refuse, &archiveBytes);
+        file_ = base::openRegularFile(archivePath, base::Links::refuse, &archiveBytes);
         allowance_ = unpackedAllowance(archiveBytes, tree.freeBytes(), limits);
         reader_.reset(archive_read_new());
         // The directory at the archive's end alone tells modes, links and whether the archive is whole.
@@ -135,7 +135,7 @@ class Extraction {
             if (offset != expected) throw std::runtime_error("has holes");
             requireRoom(static_cast<la_int64_t>(size));
             if (!base::writeAll(file.get(), {static_cast<const char*>(bytes), size})) {
-                throw std::runtime_error("cannot write the file: " + errorText(errno));
+                throw std::runtime_error("cannot write the file: " + base::errorText(errno));
             }
             expected += static_cast<la_int64_t>(size);
             unpacked_ += size;

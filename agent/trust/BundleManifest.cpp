@@ -12,8 +12,8 @@
 #include <string_view>
 #include <vector>
 
-#include "agent/Files.h"
 #include "base/Deleter.h"
+#include "base/Files.h"
 
 namespace zelor::agent {
 
@@ -54,9 +54,10 @@ std::string octalMode(mode_t mode) {
 std::string sizeAndDigest(const std::string& path) {
     const std::unique_ptr<EVP_MD_CTX, base::Deleter<EVP_MD_CTX_free>> context(EVP_MD_CTX_new());
     bool good = context && EVP_DigestInit_ex(context.get(), EVP_sha256(), nullptr) == 1;
-    const std::uint64_t size = readInPieces(openRegularFile(path), path, [&](std::string_view piece) {
-        good = good && EVP_DigestUpdate(context.get(), piece.data(), piece.size()) == 1;
-    });
+    const std::uint64_t size =
+        base::readInPieces(base::openRegularFile(path), path, [&](std::string_view piece) {
+            good = good && EVP_DigestUpdate(context.get(), piece.data(), piece.size()) == 1;
+        });
     std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
     unsigned int length = 0;
     good = good && EVP_DigestFinal_ex(context.get(), digest.data(), &length) == 1;
@@ -70,7 +71,7 @@ std::string sizeAndDigest(const std::string& path) {
 std::string manifestLine(const std::string& path, const std::string& name) {
     struct stat status {};
     if (::lstat(path.c_str(), &status) != 0) {
-        throw std::runtime_error("cannot examine " + path + ": " + errorText(errno));
+        throw std::runtime_error("cannot examine " + path + ": " + base::errorText(errno));
     }
     std::string line;
     if (S_ISDIR(status.st_mode)) {

@@ -13,9 +13,9 @@
 #include <mutex>
 #include <stdexcept>
 
-#include "agent/Files.h"
 #include "agent/trust/BundleManifest.h"
 #include "base/Deleter.h"
+#include "base/Files.h"
 
 namespace zelor::agent {
 
@@ -86,7 +86,7 @@ Key readKey(const std::string& keyFile) {
             ", so nothing is trusted; make sure of it and take that right away (chmod o-w)");
     }
     // The file is read each time: a key that was exchanged holds at once.
-    Key key = LastKey::instance().get(readBounded(keyFile, keyBytesLimit));
+    Key key = LastKey::instance().get(base::readBounded(keyFile, keyBytesLimit));
     if (!key) throw std::runtime_error(keyFile + " holds neither a PEM public key nor a PEM certificate");
     return key;
 }
@@ -158,10 +158,11 @@ SignatureVerdict verifyBytes(std::string_view data, std::string_view signature, 
 SignatureVerdict verifyPath(const std::string& path, const std::string& signatureFile,
                             const std::string& keyFile) {
     struct stat status {};
-    if (::lstat(path.c_str(), &status) != 0) return {false, "cannot find " + path + ": " + errorText(errno)};
+    if (::lstat(path.c_str(), &status) != 0)
+        return {false, "cannot find " + path + ": " + base::errorText(errno)};
     std::string signature;
     try {
-        signature = readBounded(signatureFile, signatureBytesLimit);
+        signature = base::readBounded(signatureFile, signatureBytesLimit);
     } catch (const std::exception& e) {
         return {false, e.what()};
     }
@@ -169,7 +170,8 @@ SignatureVerdict verifyPath(const std::string& path, const std::string& signatur
         if (S_ISDIR(status.st_mode)) {
             check.add(bundleManifest(path));
         } else {
-            readInPieces(openRegularFile(path), path, [&](std::string_view piece) { check.add(piece); });
+            base::readInPieces(base::openRegularFile(path), path,
+                               [&](std::string_view piece) { check.add(piece); });
         }
     });
 }

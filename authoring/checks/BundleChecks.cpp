@@ -9,7 +9,7 @@
 #include <iterator>
 #include <string_view>
 
-#include "agent/Files.h"
+#include "base/Files.h"
 #include "remediation/fetch/PatchName.h"
 
 namespace zelor::authoring {
@@ -51,7 +51,7 @@ std::string packageProblem(const std::string& path) {
     constexpr std::size_t headerBytes = 28, sizeAt = 4, tableAt = 8;
     std::string header(headerBytes, '\0');
     std::uint64_t size = 0;
-    const base::UniqueFd file = agent::openRegularFile(path, agent::Links::follow, &size);
+    const base::UniqueFd file = base::openRegularFile(path, base::Links::follow, &size);
     const ssize_t got = ::pread(file.get(), header.data(), header.size(), 0);
     if (got != static_cast<ssize_t>(headerBytes) || header.compare(0, sizeAt, "xar!") != 0)
         return "it does not begin as a flat package does (\"xar!\")";
@@ -99,7 +99,7 @@ Findings kindFindings(const std::string& place, const std::string& patchId, bool
 }
 
 Findings imageFindings(const std::string& place, const std::string& patchId, const std::string& path) {
-    const base::UniqueFd file = agent::openRegularFile(path);
+    const base::UniqueFd file = base::openRegularFile(path);
     const off_t size = ::lseek(file.get(), 0, SEEK_END);
     const bool known = std::any_of(std::begin(imageMarks), std::end(imageMarks),
                                    [&](const ImageMark& mark) { return hasMark(file.get(), size, mark); });

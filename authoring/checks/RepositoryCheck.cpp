@@ -4,7 +4,6 @@
 #include <map>
 #include <set>
 
-#include "agent/Files.h"
 #include "agent/content/ContentDocument.h"
 #include "agent/trust/Signature.h"
 #include "authoring/UsageError.h"
@@ -13,6 +12,7 @@
 #include "authoring/checks/NameChecks.h"
 #include "authoring/checks/PatchCheck.h"
 #include "authoring/publish/ContentXml.h"
+#include "base/Files.h"
 #include "base/Strings.h"
 #include "remediation/fetch/PatchName.h"
 #include "remediation/intake/RequestParsing.h"
@@ -60,7 +60,7 @@ ContentEntry readEntry(const std::string& repository, const std::string& name, c
     }
     std::string xml;
     try {
-        xml = agent::readBounded(path, agent::contentBytesLimit + 1);
+        xml = base::readBounded(path, agent::contentBytesLimit + 1);
     } catch (const std::exception& e) {
         error(e.what(), "remove it and publish the entry again");
         return {};

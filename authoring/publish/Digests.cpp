@@ -7,9 +7,9 @@
 #include <memory>
 #include <stdexcept>
 
-#include "agent/Files.h"
 #include "agent/trust/BundleManifest.h"
 #include "base/Deleter.h"
+#include "base/Files.h"
 
 namespace zelor::authoring {
 
@@ -58,8 +58,8 @@ Digests digestsOfText(std::string_view text) {
 
 Digests digestsOfFile(const std::string& path) {
     DigestPair pair;
-    const std::uint64_t bytes = agent::readInPieces(agent::openRegularFile(path, agent::Links::follow), path,
-                                                    [&](std::string_view piece) { pair.add(piece); });
+    const std::uint64_t bytes = base::readInPieces(base::openRegularFile(path, base::Links::follow), path,
+                                                   [&](std::string_view piece) { pair.add(piece); });
     return pair.finish(bytes);
 }
 

@@ -4,9 +4,9 @@
 
 #include <cerrno>
 
-#include "agent/Files.h"
 #include "authoring/UsageError.h"
 #include "authoring/publish/SigningKey.h"
+#include "base/Directories.h"
 #include "base/Files.h"
 
 namespace zelor::authoring {
@@ -16,11 +16,11 @@ namespace {
 /// Creates the file; an existing one is never touched, whatever it is.
 void createFile(const std::string& path, const std::string& text, mode_t mode) {
     base::UniqueFd file = base::openFile(path, O_WRONLY | O_CREAT | O_EXCL, mode);
-    if (!file.valid()) throw std::runtime_error("cannot create " + path + ": " + agent::errorText(errno));
+    if (!file.valid()) throw std::runtime_error("cannot create " + path + ": " + base::errorText(errno));
     if (base::writeAll(file.get(), text) && base::flushToDisk(file.get()) && file.close()) return;
     const int error = errno;
     ::unlink(path.c_str());
-    throw std::runtime_error("cannot write " + path + ": " + agent::errorText(error));
+    throw std::runtime_error("cannot write " + path + ": " + base::errorText(error));
 }
 
 }  // namespace
@@ -35,8 +35,8 @@ void writeKeyPair(const SigningKey& key, const std::string& folder) {
                              "move the old pair away once no agent trusts it");
         }
     }
-    if (!agent::makeFolders(folder))
-        throw UsageError("cannot make " + folder + ": " + agent::errorText(errno));
+    if (!base::makeDirectories(folder))
+        throw UsageError("cannot make " + folder + ": " + base::errorText(errno));
     createFile(publicFile, key.publicPem(), 0644);
     createFile(privateFile, key.privatePem(), 0600);
 }

@@ -7,8 +7,8 @@
 
 #include "authoring/manifest/SizeText.h"
 #include "authoring/publish/Digests.h"
-#include "authoring/publish/StagedFile.h"
 #include "authoring/publish/ZipWriter.h"
+#include "base/StagedFile.h"
 #include "remediation/fetch/PatchName.h"
 
 namespace zelor::authoring {
@@ -53,7 +53,7 @@ PatchFacts PatchPublisher::publish(const ManifestPatch& patch) {
 std::uint64_t PatchPublisher::write(const ManifestPatch& patch) {
     const remediation::PatchName name = *remediation::splitAtLastDot(patch.patchId);
     const std::string signature = key_.sign(patch.digests.sha256);
-    StagedFile& zip = group_.add(archiveOf(patch.patchId));
+    base::StagedFile& zip = group_.add(archiveOf(patch.patchId));
     writePatchArchive(zip.descriptor(), patch.file, patch.patchId,
                       remediation::signaturePath(patch.patchId, name.extension), signature);
     struct stat status {};
@@ -63,7 +63,7 @@ std::uint64_t PatchPublisher::write(const ManifestPatch& patch) {
                                  " changed while it was published; publish again once it is at rest");
     }
     zip.close();
-    StagedFile& detached = group_.add(folder_ + name.stem + ".sig");
+    base::StagedFile& detached = group_.add(folder_ + name.stem + ".sig");
     detached.write(signature);
     detached.close();
     waiting_.emplace_back(patch.patchId, patch.digests.sha256);

@@ -4,8 +4,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "agent/Files.h"
-#include "authoring/publish/StagedFile.h"
+#include "base/Files.h"
+#include "base/StagedFile.h"
 #include "base/SystemCalls.h"
 
 namespace zelor::authoring {
@@ -37,7 +37,7 @@ std::string fileStamp(const std::string& path) {
 PublishState readPublishState(const std::string& path) {
     PublishState state;
     try {
-        const nlohmann::json json = nlohmann::json::parse(agent::readBounded(path, stateBytesLimit));
+        const nlohmann::json json = nlohmann::json::parse(base::readBounded(path, stateBytesLimit));
         if (json.at("version") != version) return {};
         for (const auto& [patchId, patch] : json.at("patches").items()) {
             state.patches[patchId] = {patch.at("source"), patch.at("key"), patch.at("archive"),
@@ -62,7 +62,7 @@ void writePublishState(const std::string& path, const PublishState& state) {
     }
     const nlohmann::json json = {
         {"version", version}, {"patches", patches}, {"entries", state.entries}, {"eris", state.eris}};
-    replaceFile(path, json.dump(1, ' ', false, nlohmann::json::error_handler_t::replace) + '\n');
+    base::replaceFile(path, json.dump(1, ' ', false, nlohmann::json::error_handler_t::replace) + '\n');
 }
 
 }  // namespace zelor::authoring

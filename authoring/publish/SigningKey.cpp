@@ -9,10 +9,10 @@
 
 #include <stdexcept>
 
-#include "agent/Files.h"
 #include "authoring/UsageError.h"
 #include "authoring/publish/Digests.h"
 #include "base/Deleter.h"
+#include "base/Files.h"
 
 namespace zelor::authoring {
 
@@ -85,7 +85,7 @@ SigningKey SigningKey::generate(Type type) {
 SigningKey SigningKey::load(const std::string& keyFile) {
     std::string pem;
     try {
-        pem = agent::readBounded(keyFile, keyBytesLimit, agent::Links::follow);
+        pem = base::readBounded(keyFile, keyBytesLimit, base::Links::follow);
     } catch (const std::exception& e) {
         throw UsageError(std::string(e.what()) + "; name the private key that zelor-content keygen wrote");
     }

@@ -12,8 +12,8 @@
 #include <string_view>
 #include <vector>
 
-#include "agent/Files.h"
 #include "base/Deleter.h"
+#include "base/Files.h"
 #include "remediation/fetch/PatchName.h"
 
 namespace zelor::authoring {
@@ -26,7 +26,7 @@ constexpr unsigned permissionBits = 0777;
 struct stat statusOf(const std::string& path, bool follow) {
     struct stat status {};
     if ((follow ? ::stat(path.c_str(), &status) : ::lstat(path.c_str(), &status)) != 0) {
-        throw std::runtime_error("cannot examine " + path + ": " + agent::errorText(errno));
+        throw std::runtime_error("cannot examine " + path + ": " + base::errorText(errno));
     }
     return status;
 }
@@ -49,8 +49,8 @@ class ZipWriter {
             begin(name + '/', status, AE_IFDIR, 0);
         } else {
             begin(name, status, AE_IFREG, status.st_size);
-            agent::readInPieces(agent::openRegularFile(path, agent::Links::follow), path,
-                                [&](std::string_view piece) { write(piece); });
+            base::readInPieces(base::openRegularFile(path, base::Links::follow), path,
+                               [&](std::string_view piece) { write(piece); });
         }
     }
 

@@ -6,7 +6,7 @@
 
 #include <cerrno>
 
-#include "agent/Files.h"
+#include "base/Files.h"
 #include "base/SystemCalls.h"
 
 namespace zelor::authoring {
@@ -88,7 +88,7 @@ int SignalRelay::run(std::vector<std::string> argv) {
         if (received_) throw Interrupted();
         const int error = ::posix_spawn(&program, argv[0].c_str(), nullptr, attributes.get(),
                                         pointers(argv).data(), base::processEnvironment());
-        if (error != 0) throw std::runtime_error("cannot start " + argv[0] + ": " + agent::errorText(error));
+        if (error != 0) throw std::runtime_error("cannot start " + argv[0] + ": " + base::errorText(error));
         program_ = program;
     }
     // Its number stays taken until no signal can go to it any more.
