@@ -42,12 +42,6 @@ HeaderList headerList(const std::vector<std::string>& headers) {
     return list;
 }
 
-std::string_view trimmed(std::string_view text) {
-    const auto first = text.find_first_not_of(" \t\r\n");
-    if (first == std::string_view::npos) return {};
-    return text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
-}
-
 bool isRedirect(long status) {
     return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
 }
@@ -255,12 +249,13 @@ class Transfer {
             head_ = {};
             return true;
         }
-        const std::string_view text = trimmed(line);
+        const std::string_view text = base::trimmedView(line);
         if (text.empty()) return endHead();
         const auto colon = text.find(':');
         if (colon != std::string_view::npos && head_.headers.size() < headerLimit) {
-            head_.headers.emplace_back(base::lowerCased(std::string(trimmed(text.substr(0, colon)))),
-                                       trimmed(text.substr(colon + 1)));
+            head_.headers.emplace_back(
+                base::lowerCased(std::string(base::trimmedView(text.substr(0, colon)))),
+                base::trimmedView(text.substr(colon + 1)));
         }
         return true;
     }

@@ -2,11 +2,11 @@
 
 #include <sys/stat.h>
 
-#include <boost/algorithm/string.hpp>
 #include <sstream>
 
 #include "agent/AgentSettings.h"
 #include "base/Files.h"
+#include "base/Strings.h"
 #include "platform/Log.h"
 
 namespace {
@@ -28,7 +28,7 @@ std::set<std::string> CacheStore::GetSplCaseCPEs() {
     try {
         std::istringstream text(zelor::base::readBounded(path, fileBytesLimit));
         for (std::string line; std::getline(text, line);) {
-            boost::trim(line);
+            line = zelor::base::trimmed(line);
             if (!line.empty() && line.front() != '#') cpes.insert(line);
         }
     } catch (const std::exception& e) {

@@ -14,18 +14,13 @@
 
 #include "base/Deleter.h"
 #include "base/Files.h"
+#include "base/Hex.h"
 
 namespace zelor::agent {
 
 namespace {
 
 constexpr const char* firstLine = "zelor-bundle-manifest 1\n";
-constexpr char hexDigits[] = "0123456789abcdef";
-
-void appendHex(std::string& out, unsigned char byte) {
-    out += hexDigits[byte >> 4U];
-    out += hexDigits[byte & 15U];
-}
 
 /// Everything but printable ASCII without blank and backslash becomes \xHH.
 std::string escapedName(const std::string& name) {
@@ -36,7 +31,7 @@ std::string escapedName(const std::string& name) {
             out += c;
         } else {
             out += "\\x";
-            appendHex(out, byte);
+            base::appendHex(out, byte);
         }
     }
     return out;
@@ -64,7 +59,7 @@ std::string sizeAndDigest(const std::string& path) {
     if (!good) throw std::runtime_error("SHA-256 failed for " + path);
     std::string text = std::to_string(size) + ' ';
     for (unsigned int i = 0; i < length; ++i)
-        appendHex(text, digest[i]);
+        base::appendHex(text, digest[i]);
     return text;
 }
 

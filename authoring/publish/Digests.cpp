@@ -10,6 +10,7 @@
 #include "agent/trust/BundleManifest.h"
 #include "base/Deleter.h"
 #include "base/Files.h"
+#include "base/Hex.h"
 
 namespace zelor::authoring {
 
@@ -45,7 +46,7 @@ struct DigestPair {
         sha256.add(bytes);
         md5.add(bytes);
     }
-    Digests finish(std::uint64_t bytes) { return {sha256.finish(), hexadecimal(md5.finish()), bytes}; }
+    Digests finish(std::uint64_t bytes) { return {sha256.finish(), base::hexadecimal(md5.finish()), bytes}; }
 };
 
 }  // namespace
@@ -68,17 +69,6 @@ Digests digestsOfSource(const std::string& path, bool* folder) {
     const bool isFolder = boost::filesystem::is_directory(path, ignored);
     if (folder != nullptr) *folder = isFolder;
     return isFolder ? digestsOfText(agent::bundleManifest(path)) : digestsOfFile(path);
-}
-
-std::string hexadecimal(std::string_view bytes) {
-    constexpr char digits[] = "0123456789abcdef";
-    std::string text;
-    for (const char c : bytes) {
-        const auto byte = static_cast<unsigned char>(c);
-        text += digits[byte >> 4U];
-        text += digits[byte & 15U];
-    }
-    return text;
 }
 
 }  // namespace zelor::authoring

@@ -8,6 +8,7 @@
 #include "authoring/manifest/SizeText.h"
 #include "authoring/publish/Digests.h"
 #include "authoring/publish/ZipWriter.h"
+#include "base/Hex.h"
 #include "base/StagedFile.h"
 #include "remediation/fetch/PatchName.h"
 
@@ -30,7 +31,7 @@ std::string PatchPublisher::archiveOf(const std::string& patchId) const {
 
 PublishedPatch PatchPublisher::stamped(const std::string& patchId, const std::string& sha256) const {
     const std::string signatureFile = folder_ + remediation::splitAtLastDot(patchId)->stem + ".sig";
-    return {hexadecimal(sha256), fingerprint_, fileStamp(archiveOf(patchId)), fileStamp(signatureFile)};
+    return {base::hexadecimal(sha256), fingerprint_, fileStamp(archiveOf(patchId)), fileStamp(signatureFile)};
 }
 
 PatchFacts PatchPublisher::publish(const ManifestPatch& patch) {

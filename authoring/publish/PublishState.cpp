@@ -6,7 +6,6 @@
 
 #include "base/Files.h"
 #include "base/StagedFile.h"
-#include "base/SystemCalls.h"
 
 namespace zelor::authoring {
 
@@ -29,9 +28,9 @@ std::string publishStateFile(const std::string& repository) {
 std::string fileStamp(const std::string& path) {
     struct stat status {};
     if (::lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return "";
-    const timespec time = base::modificationTime(status);
-    return std::to_string(status.st_size) + '-' + std::to_string(time.tv_sec) + '.' +
-           std::to_string(time.tv_nsec);
+    const base::FileStamp stamp = base::stampOf(status);
+    return std::to_string(stamp.size) + '-' + std::to_string(stamp.modified.tv_sec) + '.' +
+           std::to_string(stamp.modified.tv_nsec);
 }
 
 PublishState readPublishState(const std::string& path) {

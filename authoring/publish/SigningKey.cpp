@@ -13,6 +13,7 @@
 #include "authoring/publish/Digests.h"
 #include "base/Deleter.h"
 #include "base/Files.h"
+#include "base/Hex.h"
 
 namespace zelor::authoring {
 
@@ -119,7 +120,7 @@ std::string SigningKey::publicPem() const {
 std::string SigningKey::fingerprint() const {
     const Bio bio(BIO_new(BIO_s_mem()));
     require(bio && i2d_PUBKEY_bio(bio.get(), key_.get()) == 1, "write the public key");
-    return hexadecimal(digestsOfText(contentOf(bio.get())).sha256);
+    return base::hexadecimal(digestsOfText(contentOf(bio.get())).sha256);
 }
 
 std::string SigningKey::sign(std::string_view sha256) const {
