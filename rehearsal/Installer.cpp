@@ -5,7 +5,6 @@
 #include "base/Directories.h"
 #include "rehearsal/FlatPackage.h"
 #include "rehearsal/InstallText.h"
-#include "rehearsal/PackageScript.h"
 #include "rehearsal/Tools.h"
 #include "rehearsal/Unpacking.h"
 

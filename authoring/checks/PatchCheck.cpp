@@ -6,9 +6,7 @@
 
 #include "agent/archive/ArchiveExtractor.h"
 #include "agent/trust/Signature.h"
-#include "authoring/checks/BundleChecks.h"
-#include "authoring/checks/ScriptCheck.h"
-#include "authoring/checks/SizeCheck.h"
+#include "authoring/checks/FileChecks.h"
 #include "authoring/publish/Digests.h"
 #include "base/Directories.h"
 #include "remediation/fetch/PatchName.h"

@@ -4,7 +4,7 @@
 #include <map>
 #include <thread>
 
-#include "authoring/checks/ScriptCheck.h"
+#include "authoring/checks/FileChecks.h"
 #include "authoring/manifest/Manifest.h"
 #include "base/Hex.h"
 #include "remediation/intake/RequestParsing.h"

@@ -1,17 +1,22 @@
 #include "authoring/publish/SigningKey.h"
 
+#include <fcntl.h>
 #include <openssl/bio.h>
 #include <openssl/ec.h>
 #include <openssl/err.h>
 #include <openssl/pem.h>
 #include <openssl/rsa.h>
 #include <openssl/x509.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <stdexcept>
 
 #include "authoring/UsageError.h"
 #include "authoring/publish/Digests.h"
 #include "base/Deleter.h"
+#include "base/Directories.h"
 #include "base/Files.h"
 #include "base/Hex.h"
 
@@ -68,6 +73,16 @@ void requireUsable(const EVP_PKEY* key, const std::string& keyFile) {
                          ": it must be EC of 224 bits or more, or RSA of 2048 bits or more; make one with "
                          "zelor-content keygen");
     }
+}
+
+/// Creates the file; an existing one is never touched, whatever it is.
+void createFile(const std::string& path, const std::string& text, mode_t mode) {
+    base::UniqueFd file = base::openFile(path, O_WRONLY | O_CREAT | O_EXCL, mode);
+    if (!file.valid()) throw std::runtime_error("cannot create " + path + ": " + base::errorText(errno));
+    if (base::writeAll(file.get(), text) && base::flushToDisk(file.get()) && file.close()) return;
+    const int error = errno;
+    ::unlink(path.c_str());
+    throw std::runtime_error("cannot write " + path + ": " + base::errorText(error));
 }
 
 }  // namespace
@@ -140,6 +155,22 @@ bool SigningKey::accepts(std::string_view sha256, std::string_view signature) co
                                       sha256.size()) == 1;
     ERR_clear_error();
     return good;
+}
+
+void writeKeyPair(const SigningKey& key, const std::string& folder) {
+    const std::string privateFile = folder + "/repository.key", publicFile = folder + "/repository.pem";
+    for (const std::string& path : {privateFile, publicFile}) {
+        struct stat status {};
+        if (::lstat(path.c_str(), &status) == 0) {
+            throw UsageError(path +
+                             " is there already and keys are never overwritten; choose another --out, or "
+                             "move the old pair away once no agent trusts it");
+        }
+    }
+    if (!base::makeDirectories(folder))
+        throw UsageError("cannot make " + folder + ": " + base::errorText(errno));
+    createFile(publicFile, key.publicPem(), 0644);
+    createFile(privateFile, key.privatePem(), 0600);
 }
 
 }  // namespace zelor::authoring
