@@ -15,6 +15,7 @@
 
 #include "base/Files.h"
 #include "base/OutputBuffer.h"
+#include "base/Spawn.h"
 #include "base/SystemCalls.h"
 
 namespace zelor::base {
@@ -27,42 +28,6 @@ using std::chrono::seconds;
 
 constexpr seconds kKillGrace{5};
 constexpr milliseconds kLook{100};
-
-class SpawnActions {
-  public:
-    SpawnActions() { posix_spawn_file_actions_init(&actions_); }
-    ~SpawnActions() { posix_spawn_file_actions_destroy(&actions_); }
-    SpawnActions(const SpawnActions&) = delete;
-    SpawnActions& operator=(const SpawnActions&) = delete;
-    posix_spawn_file_actions_t* get() { return &actions_; }
-
-  private:
-    posix_spawn_file_actions_t actions_{};
-};
-
-class SpawnAttributes {
-  public:
-    explicit SpawnAttributes(short moreFlags) {
-        posix_spawnattr_init(&attributes_);
-        sigset_t blocked;
-        sigset_t all;
-        sigemptyset(&blocked);
-        sigfillset(&all);
-        sigdelset(&all, SIGKILL);
-        sigdelset(&all, SIGSTOP);
-        const int flags = leaveTerminal(blocked) | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | moreFlags;
-        posix_spawnattr_setsigmask(&attributes_, &blocked);
-        posix_spawnattr_setsigdefault(&attributes_, &all);
-        posix_spawnattr_setflags(&attributes_, static_cast<short>(flags));
-    }
-    ~SpawnAttributes() { posix_spawnattr_destroy(&attributes_); }
-    SpawnAttributes(const SpawnAttributes&) = delete;
-    SpawnAttributes& operator=(const SpawnAttributes&) = delete;
-    posix_spawnattr_t* get() { return &attributes_; }
-
-  private:
-    posix_spawnattr_t attributes_{};
-};
 
 /// Above 2, so that the child's own dup2 calls cannot meet it, and closed on exec.
 bool moveAboveStandard(UniqueFd& fd) {
@@ -100,14 +65,16 @@ int spawn(const std::vector<std::string>& argv, int output, bool mergeError, pid
         // A host without standard error. Left closed, the command's next file would take its errors.
         posix_spawn_file_actions_addopen(actions.get(), STDERR_FILENO, "/dev/null", O_WRONLY, 0);
     }
-    SpawnAttributes attributes(closeOtherDescriptors(*actions.get()));
-    std::vector<char*> words;
-    words.reserve(argv.size() + 1);
-    for (const std::string& word : argv)
-        words.push_back(const_cast<char*>(word.c_str()));
-    words.push_back(nullptr);
-    return posix_spawn(&pid, argv.front().c_str(), actions.get(), attributes.get(), words.data(),
-                       processEnvironment());
+    sigset_t blocked;
+    sigset_t defaults;
+    sigemptyset(&blocked);
+    sigfillset(&defaults);
+    sigdelset(&defaults, SIGKILL);
+    sigdelset(&defaults, SIGSTOP);
+    const int flags = leaveTerminal(blocked) | closeOtherDescriptors(*actions.get());
+    const SpawnAttributes attributes(blocked, defaults, flags);
+    return posix_spawn(&pid, argv.front().c_str(), actions.get(), attributes.get(),
+                       argumentPointers(argv).data(), processEnvironment());
 }
 
 void readRange(int file, off_t from, off_t end, OutputBuffer& buffer) {

@@ -11,16 +11,14 @@
 #include <stdexcept>
 #include <vector>
 
+#include "base/Deleter.h"
 #include "base/Files.h"
+#include "base/StagedFile.h"
 #include "base/SystemCalls.h"
 
 namespace zelor::base {
 
 namespace {
-
-struct CloseDirectory {
-    void operator()(DIR* directory) const { closedir(directory); }
-};
 
 [[noreturn]] void fail(const char* what, const std::string& name) {
     const int error = errno;  // before anything that could change it
@@ -30,7 +28,7 @@ struct CloseDirectory {
 std::vector<std::string> entries(int folder, const std::string& shown) {
     // A descriptor of its own, since closedir closes it.
     UniqueFd copy(openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    const std::unique_ptr<DIR, CloseDirectory> directory(copy ? fdopendir(copy.get()) : nullptr);
+    const std::unique_ptr<DIR, Deleter<closedir>> directory(copy ? fdopendir(copy.get()) : nullptr);
     if (!directory) fail("cannot list", shown);
     copy.release();
     std::vector<std::string> names;
@@ -134,9 +132,10 @@ class TreeCopy {
         const std::string temporary = temporaryName();
         if (symlinkat(target.data(), entry.to, temporary.c_str()) != 0)
             fail("cannot make", target_ + entry.path);
+        StagedName staged(entry.to, temporary);
         const struct timespec times[2] = {accessTime(info), modificationTime(info)};
         utimensat(entry.to, temporary.c_str(), times, AT_SYMLINK_NOFOLLOW);
-        putInPlace(entry, temporary);
+        putInPlace(entry, staged);
     }
 
     /// A directory in a link's place comes from a copy that followed links, as many tools do.
@@ -156,22 +155,14 @@ class TreeCopy {
         const UniqueFd target(
             openat(entry.to, temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
         if (!target) fail("cannot make", target_ + entry.path);
-        try {
-            if (!copyFileData(source.get(), target.get())) fail("cannot copy", target_ + entry.path);
-            finish(source.get(), target.get(), info, entry.path);
-            putInPlace(entry, temporary);
-        } catch (...) {
-            unlinkat(entry.to, temporary.c_str(), 0);
-            throw;
-        }
+        StagedName staged(entry.to, temporary);
+        if (!copyFileData(source.get(), target.get())) fail("cannot copy", target_ + entry.path);
+        finish(source.get(), target.get(), info, entry.path);
+        putInPlace(entry, staged);
     }
 
-    void putInPlace(const Entry& entry, const std::string& temporary) {
-        if (renameat(entry.to, temporary.c_str(), entry.to, entry.name.c_str()) == 0) return;
-        const int error = errno;
-        unlinkat(entry.to, temporary.c_str(), 0);
-        errno = error;
-        fail("cannot replace", target_ + entry.path);
+    void putInPlace(const Entry& entry, StagedName& staged) {
+        if (!staged.renameTo(entry.name)) fail("cannot replace", target_ + entry.path);
     }
 
     std::string temporaryName() {

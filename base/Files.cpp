@@ -7,12 +7,26 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <stdexcept>
+#include <system_error>
+#include <vector>
 
 #include "base/SystemCalls.h"
 
 namespace zelor::base {
 
 namespace {
+
+constexpr std::size_t pieceBytes = 1U << 20U;
+
+/// At most `room` bytes into `buffer`; 0 at the end of the file.
+std::size_t readSome(const UniqueFd& file, const std::string& path, char* buffer, std::size_t room) {
+    for (;;) {
+        const ssize_t got = ::read(file.get(), buffer, room);
+        if (got >= 0) return static_cast<std::size_t>(got);
+        if (errno != EINTR) throw std::runtime_error("cannot read " + path + ": " + errorText(errno));
+    }
+}
 
 /// The offset behind the last line end; -1, errno set, when it cannot be told.
 off_t wholeLinesEnd(int fd) {
@@ -76,6 +90,55 @@ UniqueFd openFile(const std::string& path, int flags, unsigned mode) {
         fd = open(path.c_str(), flags | O_CLOEXEC, static_cast<mode_t>(mode));
     } while (fd < 0 && errno == EINTR);
     return UniqueFd(fd);
+}
+
+UniqueFd openRegularFile(const std::string& path, Links links, std::uint64_t* bytes) {
+    const int noFollow = links == Links::refuse ? O_NOFOLLOW : 0;
+    UniqueFd file = openFile(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | noFollow);
+    if (!file) throw std::runtime_error("cannot open " + path + ": " + errorText(errno));
+    struct stat status {};
+    if (::fstat(file.get(), &status) != 0) {
+        throw std::runtime_error("cannot examine " + path + ": " + errorText(errno));
+    }
+    if (!S_ISREG(status.st_mode)) throw std::runtime_error(path + " is not a regular file");
+    if (bytes != nullptr) *bytes = static_cast<std::uint64_t>(status.st_size);
+    return file;
+}
+
+std::uint64_t readInPieces(const UniqueFd& file, const std::string& path,
+                           const std::function<void(std::string_view)>& consume) {
+    std::vector<char> buffer(pieceBytes);
+    std::uint64_t total = 0;
+    while (const std::size_t got = readSome(file, path, buffer.data(), buffer.size())) {
+        consume({buffer.data(), got});
+        total += got;
+    }
+    return total;
+}
+
+std::string readBounded(const std::string& path, std::size_t limit, Links links) {
+    std::uint64_t announced = 0;
+    const UniqueFd file = openRegularFile(path, links, &announced);
+    // One byte more than announced is asked for: the file may have grown since.
+    const auto wanted = [limit](std::uint64_t bytes) {
+        return static_cast<std::size_t>(std::min<std::uint64_t>(bytes, limit)) + 1;
+    };
+    std::string text(wanted(announced), '\0');
+    std::size_t filled = 0;
+    while (const std::size_t got = readSome(file, path, text.data() + filled, text.size() - filled)) {
+        filled += got;
+        if (filled > limit) break;
+        if (filled == text.size()) text.resize(wanted(std::uint64_t{2} * filled));
+    }
+    if (filled > limit) {
+        throw std::runtime_error(path + " is larger than the " + std::to_string(limit) + " bytes allowed");
+    }
+    text.resize(filled);
+    return text;
+}
+
+std::string errorText(int error) {
+    return std::generic_category().message(error);
 }
 
 bool writeAll(int fd, std::string_view bytes) {

@@ -53,6 +53,12 @@ std::string trimmed(std::string text) {
     return text;
 }
 
+std::string_view trimmedView(std::string_view text, std::string_view blanks) {
+    const auto first = text.find_first_not_of(blanks);
+    if (first == std::string_view::npos) return {};
+    return text.substr(first, text.find_last_not_of(blanks) - first + 1);
+}
+
 std::string lastLine(const std::string& text) {
     const std::string whole = trimmed(text);
     const auto newline = whole.rfind('\n');
@@ -86,18 +92,39 @@ int leadingInt(const std::string& text) {
 }
 
 std::size_t editDistance(const std::string& one, const std::string& other) {
+    const auto same = [&](std::size_t i, std::size_t j) { return lowerCase(one[i]) == lowerCase(other[j]); };
+    std::vector<std::size_t> beforeLast(other.size() + 1);
+    std::vector<std::size_t> last(other.size() + 1);
     std::vector<std::size_t> row(other.size() + 1);
     std::iota(row.begin(), row.end(), std::size_t{0});
     for (std::size_t i = 0; i < one.size(); ++i) {
-        std::size_t diagonal = row[0];
+        beforeLast.swap(last);
+        last.swap(row);
         row[0] = i + 1;
         for (std::size_t j = 0; j < other.size(); ++j) {
-            const std::size_t replaced = diagonal + (lowerCase(one[i]) == lowerCase(other[j]) ? 0 : 1);
-            diagonal = row[j + 1];
-            row[j + 1] = std::min({replaced, row[j] + 1, diagonal + 1});
+            const std::size_t replaced = last[j] + (same(i, j) ? 0 : 1);
+            row[j + 1] = std::min({replaced, row[j] + 1, last[j + 1] + 1});
+            const bool swapped = i > 0 && j > 0 && same(i, j - 1) && same(i - 1, j);
+            if (swapped) row[j + 1] = std::min(row[j + 1], beforeLast[j - 1] + 1);
         }
     }
     return row.back();
+}
+
+std::string nearestWord(const std::string& word, const std::vector<std::string>& known) {
+    constexpr std::size_t longestWord = 40;
+    constexpr std::size_t shortestBeginning = 2;
+    if (word.empty() || word.size() > longestWord) return "";
+    std::string best;
+    std::size_t fewest = word.size() / 3 + 1;  // exclusive
+    for (const std::string& one : known) {
+        if (word.size() >= shortestBeginning && hasBeginning(one, word)) return one;
+        const std::size_t distance = editDistance(word, one);
+        if (distance >= fewest || distance >= one.size()) continue;
+        fewest = distance;
+        best = one;
+    }
+    return best;
 }
 
 bool hasControlCharacter(const std::string& text) {

@@ -17,6 +17,9 @@ inline bool contains(const std::string& text, const std::string& part) {
 }
 /// `text` without white space at both ends.
 std::string trimmed(std::string text);
+/// The same for text from a network or a file: without the bytes of `blanks` at both ends, in any locale.
+/// Refers to the memory of `text`.
+std::string_view trimmedView(std::string_view text, std::string_view blanks = " \t\r\n");
 /// The last line of `text` that is not blank, trimmed; "" for none.
 std::string lastLine(const std::string& text);
 /// `text` lower-cased character by character.
@@ -27,8 +30,12 @@ std::vector<std::string> splitInTwo(const std::string& text, const std::string& 
 std::vector<std::string> splitCompressed(const std::string& text, char separator);
 /// The number at the start of `text` the way atoi reads it, without its undefined corners.
 int leadingInt(const std::string& text);
-/// How many bytes must be inserted, removed or replaced to make one text the other, in any case.
+/// How many bytes must be inserted, removed, replaced or swapped with their neighbour to make one text the
+/// other, in any case.
 std::size_t editDistance(const std::string& one, const std::string& other);
+/// The known word that `word` was probably meant to be: a longer one that it begins, else the one with the
+/// smallest edit distance. "" when none is near, and for words of more than 40 bytes.
+std::string nearestWord(const std::string& word, const std::vector<std::string>& known);
 /// True for bytes below 0x20 and 0x7f.
 bool hasControlCharacter(const std::string& text);
 /// True for a line of a file of ours that has a control character other than tab and carriage return: what a

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <memory>
 
+#include "base/Deleter.h"
 #include "base/Strings.h"
 #include "base/SystemRoot.h"
 
@@ -49,7 +50,7 @@ std::string problemOnTheWay(const std::string& path);
 std::string problemOf(const std::string& step, const struct stat& link, const std::string& base) {
     if (!ownerIsTrusted(link, base)) return step + " on the way to it belongs to another user";
     if (S_ISLNK(link.st_mode)) {
-        const std::unique_ptr<char, decltype(&::free)> real(::realpath(step.c_str(), nullptr), &::free);
+        const std::unique_ptr<char, Deleter<::free>> real(::realpath(step.c_str(), nullptr));
         if (!real) return step + " on the way to it leads nowhere: " + std::strerror(errno);
         return problemOnTheWay(std::string(real.get()) + "/.");
     }

@@ -4,7 +4,6 @@
 
 #include "base/Strings.h"
 #include "controller/InputError.h"
-#include "controller/Suggestion.h"
 #include "controller/Text.h"
 
 namespace zelor::controller {
@@ -38,7 +37,7 @@ std::size_t commandPosition(const std::vector<std::string>& arguments, const Com
 void refuseUnknown(const std::string& command, const std::vector<std::string>& commands) {
     if (has(commands, command)) return;
     const std::string problem = "there is no command \"" + base::printable(command) + "\"; ";
-    const std::string nearest = nearestWord(command, commands);
+    const std::string nearest = base::nearestWord(command, commands);
     if (!nearest.empty())
         throw InputError(problem + "did you mean \"" + nearest + "\"? See \"zelor-remediate --help\"");
     std::string known;

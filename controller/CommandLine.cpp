@@ -6,11 +6,11 @@
 #include <iostream>
 #include <utility>
 
+#include "base/Strings.h"
 #include "controller/Arguments.h"
 #include "controller/Commands.h"
 #include "controller/InputError.h"
 #include "controller/States.h"
-#include "controller/Suggestion.h"
 #include "controller/Text.h"
 #include "remediation/Version.h"
 
@@ -261,7 +261,7 @@ std::string parseProblem(const CLI::App& command, const CLI::ParseError& error) 
     const auto option = std::find_if(extra.begin(), extra.end(), isOption);
     if (option == extra.end()) return "unexpected argument \"" + extra.front() + "\"; see";
     const std::string name = option->substr(0, option->find('='));
-    const std::string nearest = nearestWord(name, optionNames(command));
+    const std::string nearest = base::nearestWord(name, optionNames(command));
     return "there is no option " + name + (nearest.empty() ? "; see" : "; did you mean " + nearest + "? See");
 }
 

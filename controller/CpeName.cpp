@@ -1,10 +1,9 @@
 #include "controller/CpeName.h"
 
-#include <array>
 #include <cctype>
-#include <cstdio>
 #include <vector>
 
+#include "base/Hex.h"
 #include "base/Strings.h"
 
 namespace zelor::controller {
@@ -29,9 +28,9 @@ std::vector<std::string> fieldsOf(const std::string& text) {
 }
 
 std::string percentEncoded(char letter) {
-    std::array<char, 4> code{};
-    std::snprintf(code.data(), code.size(), "%%%02x", static_cast<unsigned char>(letter));
-    return code.data();
+    std::string code = "%";
+    base::appendHex(code, static_cast<unsigned char>(letter));
+    return code;
 }
 
 /// A field as CPE 2.2 writes it; none for a letter that should be quoted, and for a quote without a letter.

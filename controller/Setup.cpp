@@ -11,8 +11,10 @@
 #include <iostream>
 #include <vector>
 
-#include "agent/Files.h"
 #include "agent/http/RepositoryUrl.h"
+#include "base/Deleter.h"
+#include "base/Directories.h"
+#include "base/Files.h"
 #include "base/SystemRoot.h"
 #include "base/TrustedFolder.h"
 #include "collaborators/Common.h"
@@ -30,9 +32,9 @@ constexpr char systemPath[] = "/usr/bin:/bin:/usr/sbin:/sbin";
 
 /// The directory that a person named, without symbolic links.
 std::string existingFolder(const std::string& path, const std::string& option) {
-    const std::unique_ptr<char, decltype(&::free)> real(::realpath(path.c_str(), nullptr), &::free);
+    const std::unique_ptr<char, base::Deleter<::free>> real(::realpath(path.c_str(), nullptr));
     if (!real) {
-        throw InputError(option + ' ' + path + ": " + agent::errorText(errno) +
+        throw InputError(option + ' ' + path + ": " + base::errorText(errno) +
                          "; name a directory that exists");
     }
     struct stat info {};
@@ -79,9 +81,9 @@ std::string parentOf(const std::string& path) {
 /// Makes a missing directory: below a root as it comes, on the system itself only where no other user can
 /// replace it, and closed to others.
 void requireFolder(const std::string& path, bool belowRoot) {
-    if (belowRoot && !agent::makeFolders(path)) {
+    if (belowRoot && !base::makeDirectories(path)) {
         const int error = errno;
-        throw InputError("cannot make the directory " + path + ": " + agent::errorText(error) +
+        throw InputError("cannot make the directory " + path + ": " + base::errorText(error) +
                          writeRemedy(error, ::geteuid() == 0));
     }
     struct stat info {};
@@ -96,7 +98,7 @@ void requireFolder(const std::string& path, bool belowRoot) {
     }
     if (::access(path.c_str(), W_OK | X_OK) != 0) {
         const int error = errno;
-        throw InputError("the directory " + path + " cannot be written: " + agent::errorText(error) +
+        throw InputError("the directory " + path + " cannot be written: " + base::errorText(error) +
                          writeRemedy(error, ::geteuid() == 0));
     }
 }
@@ -153,7 +155,7 @@ void requireUsableSettings(const Place& place) {
     const std::string& ini = place.settings->iniFile();
     struct stat info {};
     if (::stat(ini.c_str(), &info) != 0) {
-        throw InputError("the agent's settings file " + ini + " cannot be read: " + agent::errorText(errno) +
+        throw InputError("the agent's settings file " + ini + " cannot be read: " + base::errorText(errno) +
                          "; write one with [Repository] Url and TrustedKey");
     }
     std::string problems;
@@ -172,7 +174,7 @@ void requireUsableSettings(const Place& place) {
             ini + ": [Repository] TrustedKey is missing; name the PEM file of the repository's public key");
     }
     if (::access(key.c_str(), R_OK) != 0) {
-        throw InputError("the trusted key " + key + " cannot be read: " + agent::errorText(errno) +
+        throw InputError("the trusted key " + key + " cannot be read: " + base::errorText(errno) +
                          "; put it there, or correct " + "[Repository] TrustedKey in " + ini);
     }
 }
@@ -238,7 +240,7 @@ void prepareLooking(const Place& place) {
 JobLock::JobLock(const Place& place, const Waiting& waiting) {
     const std::string& folder = place.settings->values().unzipFolder;
     folder_ = base::openFile(folder, O_RDONLY | O_DIRECTORY);
-    if (!folder_) throw InputError("cannot open the folder " + folder + ": " + agent::errorText(errno));
+    if (!folder_) throw InputError("cannot open the folder " + folder + ": " + base::errorText(errno));
     if (!take(folder)) await(folder, waiting);
 }
 
@@ -250,7 +252,7 @@ bool JobLock::take(const std::string& folder) const {
     } while (result != 0 && errno == EINTR);
     if (result == 0) return true;
     if (errno == EWOULDBLOCK) return false;
-    throw InputError("cannot lock the folder " + folder + ": " + agent::errorText(errno) +
+    throw InputError("cannot lock the folder " + folder + ": " + base::errorText(errno) +
                      "; put it on a disk that knows locks");
 }
 

@@ -1,6 +1,6 @@
 #include "rehearsal/ArchiveReader.h"
 
-#include "agent/Files.h"
+#include "base/Files.h"
 
 namespace zelor::rehearsal {
 
@@ -28,7 +28,7 @@ void supportKind(archive* reader, ArchiveReader::Kind kind) {
 }  // namespace
 
 ArchiveReader::ArchiveReader(Kind kind, const std::string& path)
-    : file_(agent::openRegularFile(path, agent::Links::follow)), reader_(archive_read_new()) {
+    : file_(base::openRegularFile(path, base::Links::follow)), reader_(archive_read_new()) {
     if (!reader_) throw std::bad_alloc();
     supportKind(reader_.get(), kind);
     if (archive_read_open_fd(reader_.get(), file_.get(), blockBytes) != ARCHIVE_OK) throw NoArchive(cause());

@@ -8,6 +8,7 @@
 #include <string>
 #include <utility>
 
+#include "base/Deleter.h"
 #include "base/Files.h"
 
 namespace zelor::rehearsal {
@@ -33,13 +34,10 @@ class ArchiveReader {
     std::size_t read(char* buffer, std::size_t size);
 
   private:
-    struct Release {
-        void operator()(archive* reader) const { archive_read_free(reader); }
-    };
     std::string cause() const;
 
     base::UniqueFd file_;  // outlives the reader, which reads from it
-    std::unique_ptr<archive, Release> reader_;
+    std::unique_ptr<archive, base::Deleter<archive_read_free>> reader_;
     archive_entry* pending_ = nullptr;
     bool atEnd_ = false;
 };

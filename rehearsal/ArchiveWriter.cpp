@@ -7,12 +7,11 @@
 #include <algorithm>
 #include <boost/filesystem.hpp>
 #include <cerrno>
-#include <cstdio>
 #include <ctime>
 #include <stdexcept>
 #include <vector>
 
-#include "agent/Files.h"
+#include "base/Files.h"
 
 namespace fs = boost::filesystem;
 
@@ -44,22 +43,9 @@ bool isInside(const std::string& path, const std::string& folder) {
 }  // namespace
 
 ArchiveWriter::ArchiveWriter(Kind kind, const std::string& path, const std::string& volume)
-    : path_(path), staged_(path + ".unfinished"), volume_(volume) {
-    file_ = base::openFile(staged_, O_RDWR | O_CREAT | O_TRUNC, 0644);
-    if (!file_) throw std::runtime_error("cannot write " + staged_ + ": " + agent::errorText(errno));
-    writer_.reset(archive_write_new());
+    : path_(path), volume_(volume), staged_(path, ".unfinished", 0644), writer_(archive_write_new()) {
     if (!writer_) throw std::bad_alloc();
-    try {
-        configure(kind);
-    } catch (...) {
-        ::unlink(staged_.c_str());
-        throw;
-    }
-}
-
-ArchiveWriter::~ArchiveWriter() {
-    writer_.reset();
-    if (!staged_.empty()) ::unlink(staged_.c_str());
+    configure(kind);
 }
 
 void ArchiveWriter::configure(Kind kind) {
@@ -83,7 +69,7 @@ void ArchiveWriter::configure(Kind kind) {
             break;
     }
     archive_write_set_bytes_in_last_block(writer, 1);
-    require(archive_write_open_fd(writer, file_.get()));
+    require(archive_write_open_fd(writer, staged_.descriptor()));
 }
 
 void ArchiveWriter::require(int result) const {
@@ -137,8 +123,8 @@ void ArchiveWriter::addFile(const std::string& name, const std::string& path) {
 }
 
 void ArchiveWriter::writeFileData(const std::string& path, std::uint64_t size) {
-    const base::UniqueFd file = agent::openRegularFile(path);
-    const auto read = agent::readInPieces(
+    const base::UniqueFd file = base::openRegularFile(path);
+    const auto read = base::readInPieces(
         file, path, [&](std::string_view piece) { writeData(piece.data(), piece.size()); });
     if (read != size) throw std::runtime_error(path + " changed while it was read");
 }
@@ -155,7 +141,7 @@ FolderCount ArchiveWriter::addFolder(const std::string& folder, const std::strin
 
 void ArchiveWriter::addPath(const std::string& path, const std::string& name, FolderCount& count) {
     struct stat status {};
-    if (::lstat(path.c_str(), &status) != 0) throw std::runtime_error(path + ": " + agent::errorText(errno));
+    if (::lstat(path.c_str(), &status) != 0) throw std::runtime_error(path + ": " + base::errorText(errno));
     const Entry entry = newEntry(name, status.st_mode & (S_IFMT | 0777U), status.st_mtime);
     ++count.files;
     if (S_ISDIR(status.st_mode)) {
@@ -182,15 +168,12 @@ void ArchiveWriter::commit() {
         // The format's writer knows capitals alone here; Macs show the name as it stands.
         std::string name = volume_;
         name.resize(volumeNameBytes, ' ');
-        if (::pwrite(file_.get(), name.data(), name.size(), volumeNameAt) !=
+        if (::pwrite(staged_.descriptor(), name.data(), name.size(), volumeNameAt) !=
             static_cast<ssize_t>(name.size())) {
-            throw std::runtime_error("cannot write " + path_ + ": " + agent::errorText(errno));
+            throw std::runtime_error("cannot write " + path_ + ": " + base::errorText(errno));
         }
     }
-    if (!base::flushToDisk(file_.get()) || ::rename(staged_.c_str(), path_.c_str()) != 0) {
-        throw std::runtime_error("cannot write " + path_ + ": " + agent::errorText(errno));
-    }
-    staged_.clear();
+    staged_.commit();
 }
 
 }  // namespace zelor::rehearsal

@@ -8,7 +8,8 @@
 #include <memory>
 #include <string>
 
-#include "base/Files.h"
+#include "base/Deleter.h"
+#include "base/StagedFile.h"
 
 namespace zelor::rehearsal {
 
@@ -26,9 +27,6 @@ class ArchiveWriter {
 
     /// `volume`: the name of an ISO 9660 volume.
     ArchiveWriter(Kind kind, const std::string& path, const std::string& volume = "");
-    ~ArchiveWriter();
-    ArchiveWriter(const ArchiveWriter&) = delete;
-    ArchiveWriter& operator=(const ArchiveWriter&) = delete;
 
     void addText(const std::string& name, const std::string& text);
     void addFile(const std::string& name, const std::string& path);
@@ -39,11 +37,7 @@ class ArchiveWriter {
     void commit();
 
   private:
-    struct Release {
-        void operator()(archive* writer) const { archive_write_free(writer); }
-        void operator()(archive_entry* entry) const { archive_entry_free(entry); }
-    };
-    using Entry = std::unique_ptr<archive_entry, Release>;
+    using Entry = std::unique_ptr<archive_entry, base::Deleter<archive_entry_free>>;
 
     void configure(Kind kind);
     void require(int result) const;
@@ -54,10 +48,9 @@ class ArchiveWriter {
     void addPath(const std::string& path, const std::string& name, FolderCount& count);
 
     std::string path_;
-    std::string staged_;
     std::string volume_;
-    base::UniqueFd file_;
-    std::unique_ptr<archive, Release> writer_;
+    base::StagedFile staged_;  // outlives the writer, which writes to it
+    std::unique_ptr<archive, base::Deleter<archive_write_free>> writer_;
 };
 
 }  // namespace zelor::rehearsal

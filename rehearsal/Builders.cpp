@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "agent/archive/ArchivePolicy.h"
+#include "base/Directories.h"
 #include "rehearsal/ArchiveWriter.h"
 #include "rehearsal/StateFolder.h"
 
@@ -48,7 +49,7 @@ FolderCount writePayload(const std::string& folder, const std::string& output) {
 
 void buildPackage(PackageOrder order) {
     requireSane(order);
-    const WorkFolder work(fs::temp_directory_path().string());
+    const base::TemporaryDirectory work("zelor-package");
     const FolderCount count = writePayload(order.folder, work.path() + "/Payload");
     if (!order.scripts.empty()) {
         if (fs::exists(order.scripts + "/preinstall")) order.info.preinstall = "preinstall";

@@ -1,5 +1,7 @@
 #include "rehearsal/CommandLine.h"
 
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <boost/filesystem.hpp>
 #include <cstdlib>
@@ -8,7 +10,6 @@
 #include <stdexcept>
 
 #include "rehearsal/Builders.h"
-#include "rehearsal/ProgramPath.h"
 #include "rehearsal/Setup.h"
 #include "remediation/Version.h"
 
@@ -209,6 +210,21 @@ int runCommandLine(int count, char** words) {
         return 2;
     }
     return 0;
+}
+
+std::string folderOfName(const std::string& name, const std::string& searchPath) {
+    if (name.find('/') != std::string::npos) return fs::absolute(name).parent_path().string();
+    for (std::size_t begin = 0; begin <= searchPath.size();) {
+        const std::size_t end = std::min(searchPath.find(':', begin), searchPath.size());
+        const fs::path folder = fs::absolute(searchPath.substr(begin, end - begin));
+        const fs::path candidate = folder / name;
+        boost::system::error_code ignored;
+        if (fs::is_regular_file(candidate, ignored) && ::access(candidate.c_str(), X_OK) == 0) {
+            return fs::absolute(folder).string();
+        }
+        begin = end + 1;
+    }
+    throw std::runtime_error("cannot find " + name + " in PATH");
 }
 
 }  // namespace zelor::rehearsal

@@ -5,7 +5,7 @@
 #include <array>
 #include <string_view>
 
-#include "agent/Files.h"
+#include "base/Files.h"
 
 namespace zelor::rehearsal {
 
@@ -22,7 +22,7 @@ std::string volumeNameOf(const std::string& image) {
     constexpr off_t descriptorAt = 0x8000;
     constexpr std::size_t nameAt = 40;
     constexpr std::size_t nameBytes = 32;
-    const base::UniqueFd file = agent::openRegularFile(image, agent::Links::follow);
+    const base::UniqueFd file = base::openRegularFile(image, base::Links::follow);
     std::array<char, nameAt + nameBytes> descriptor{};
     const ssize_t count = ::pread(file.get(), descriptor.data(), descriptor.size(), descriptorAt);
     if (count != static_cast<ssize_t>(descriptor.size())) return "";

@@ -1,6 +1,9 @@
 #include "rehearsal/FlatPackage.h"
 
 #include <fcntl.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <array>
 #include <boost/filesystem/path.hpp>
@@ -8,8 +11,8 @@
 #include <set>
 #include <stdexcept>
 
-#include "agent/Files.h"
 #include "agent/archive/ArchivePolicy.h"
+#include "base/Files.h"
 #include "rehearsal/ArchiveReader.h"
 
 namespace zelor::rehearsal {
@@ -27,7 +30,7 @@ void writeMember(ArchiveReader& reader, const std::string& path) {
     std::array<char, 1U << 16U> buffer{};
     while (const std::size_t count = reader.read(buffer.data(), buffer.size())) {
         if (!file || !base::writeAll(file.get(), std::string(buffer.data(), count))) {
-            throw std::runtime_error("cannot write " + path + ": " + agent::errorText(errno));
+            throw std::runtime_error("cannot write " + path + ": " + base::errorText(errno));
         }
     }
 }
@@ -56,12 +59,12 @@ PackageComponent componentFrom(const std::map<std::string, std::string>& files, 
         return it == files.end() ? std::string() : it->second;
     };
     if (fileOf("PackageInfo").empty()) throw std::runtime_error(name + " has no PackageInfo");
-    return {name, parsePackageInfo(agent::readBounded(fileOf("PackageInfo"), textLimit)), fileOf("Payload"),
+    return {name, parsePackageInfo(base::readBounded(fileOf("PackageInfo"), textLimit)), fileOf("Payload"),
             fileOf("Scripts")};
 }
 
 FlatPackage product(const Members& members, const std::string& distributionFile) {
-    const Distribution distribution = parseDistribution(agent::readBounded(distributionFile, textLimit));
+    const Distribution distribution = parseDistribution(base::readBounded(distributionFile, textLimit));
     FlatPackage package;
     package.title = distribution.title;
     package.restart = distribution.restart;
@@ -72,6 +75,20 @@ FlatPackage product(const Members& members, const std::string& distributionFile)
         package.components.push_back(componentFrom(it->second, name));
     }
     return package;
+}
+
+[[noreturn]] void becomeScript(const PackageScript& script, int input, int log) {
+    const bool ready = chdir(script.folder.c_str()) == 0 && dup2(input, STDIN_FILENO) >= 0 &&
+                       dup2(log, STDOUT_FILENO) >= 0 && dup2(log, STDERR_FILENO) >= 0 &&
+                       setenv("PACKAGE_PATH", script.packagePath.c_str(), 1) == 0 &&
+                       setenv("DSTROOT", script.targetLocation.c_str(), 1) == 0 &&
+                       setenv("DSTVOLUME", script.targetVolume.c_str(), 1) == 0 &&
+                       setenv("SCRIPT_NAME", script.name.c_str(), 1) == 0;
+    if (ready) {
+        execlp("bash", "bash", ("./" + script.name).c_str(), script.packagePath.c_str(),
+               script.targetLocation.c_str(), script.targetVolume.c_str(), static_cast<char*>(nullptr));
+    }
+    _exit(127);
 }
 
 }  // namespace
@@ -91,6 +108,20 @@ FlatPackage openPackage(const std::string& path, const std::string& workFolder) 
     for (const PackageComponent& component : package.components)
         package.restart |= component.info.restart;
     return package;
+}
+
+bool runPackageScript(const PackageScript& script, const std::string& logFile) {
+    const base::UniqueFd input = base::openFile("/dev/null", O_RDONLY);
+    const base::UniqueFd log = base::openFile(logFile, O_WRONLY | O_CREAT | O_APPEND, 0644);
+    if (!input || !log) return false;
+    const pid_t child = fork();
+    if (child < 0) return false;
+    if (child == 0) becomeScript(script, input.get(), log.get());
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0) {
+        if (errno != EINTR) return false;
+    }
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
 }  // namespace zelor::rehearsal

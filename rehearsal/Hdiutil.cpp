@@ -6,7 +6,8 @@
 #include <optional>
 #include <stdexcept>
 
-#include "agent/Files.h"
+#include "base/Directories.h"
+#include "base/Files.h"
 #include "rehearsal/DiskImage.h"
 #include "rehearsal/Tools.h"
 #include "rehearsal/Unpacking.h"
@@ -146,11 +147,11 @@ std::optional<Mount> findMount(const MacState& state, const std::string& subject
 /// 0, or the errno value of what failed.
 int emptyMountPoint(const Mount& mount, const std::string& root) {
     const std::string folder = requireBelowRoot(mount.mountPoint, root);
-    removeTree(folder);
+    base::removeTree(folder);
     boost::system::error_code error;
     fs::remove(folder, error);  // it is there no more, or says why
     if (error) return error.value();
-    return agent::makeFolders(folder) ? 0 : errno;
+    return base::makeDirectories(folder) ? 0 : errno;
 }
 
 void markUnmounted(const StateFolder& folder, int disk) {
@@ -180,7 +181,7 @@ int detach(const StateFolder& folder, const MacState& state, const Command& comm
     const int error = mount->mounted ? emptyMountPoint(*mount, state.root) : 0;
     if (error != 0)
         throw std::runtime_error("hdiutil: cannot empty " + mount->mountPoint + ": " +
-                                 agent::errorText(error));
+                                 base::errorText(error));
     if (fault == Outcome::busyEject) {
         markUnmounted(folder, mount->disk);
         return say(

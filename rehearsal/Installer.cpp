@@ -2,9 +2,9 @@
 #include <optional>
 
 #include "agent/archive/ArchivePolicy.h"
+#include "base/Directories.h"
 #include "rehearsal/FlatPackage.h"
 #include "rehearsal/InstallText.h"
-#include "rehearsal/PackageScript.h"
 #include "rehearsal/Tools.h"
 #include "rehearsal/Unpacking.h"
 
@@ -43,7 +43,7 @@ class Installation {
         : folder_(folder),
           root_(fs::canonical(state.root).string()),
           packagePath_(std::move(packagePath)),
-          work_(folder.path()) {}
+          work_(folder.path(), "work") {}
 
     int run(const MacState& state) {
         FlatPackage package;
@@ -155,7 +155,7 @@ class Installation {
     const StateFolder& folder_;
     std::string root_;
     std::string packagePath_;
-    WorkFolder work_;
+    base::TemporaryDirectory work_;
     InstallReport report_;
 };
 

@@ -7,8 +7,9 @@
 #include <cerrno>
 #include <stdexcept>
 
-#include "agent/Files.h"
 #include "agent/archive/ArchivePolicy.h"
+#include "base/Directories.h"
+#include "base/Files.h"
 #include "base/Strings.h"
 #include "rehearsal/OsVersion.h"
 
@@ -19,7 +20,7 @@ namespace zelor::rehearsal {
 namespace {
 
 std::string usableRoot(const std::string& root) {
-    if (!agent::makeFolders(root)) throw std::runtime_error("cannot make the root folder " + root);
+    if (!base::makeDirectories(root)) throw std::runtime_error("cannot make the root folder " + root);
     std::string path = fs::canonical(root).string();
     if (path == "/") throw std::invalid_argument("the root of a rehearsal cannot be this machine's own root");
     return path;
@@ -35,12 +36,12 @@ void makeName(const fs::path& link, const std::string& program) {
 /// What the agent on this Mac reads about it; files of the root's own stay.
 void describeMac(const MacState& state) {
     const std::string folder = state.root + "/etc/zelor";
-    if (!agent::makeFolders(folder)) throw std::runtime_error("cannot make the folder " + folder);
+    if (!base::makeDirectories(folder)) throw std::runtime_error("cannot make the folder " + folder);
     const auto place = [&](const std::string& name, const std::string& text) {
         const std::string path = folder + '/' + name;
         const base::UniqueFd file = base::openFile(path, O_WRONLY | O_CREAT | O_EXCL);
         if (file ? !base::writeAll(file.get(), text) : errno != EEXIST)
-            throw std::runtime_error("cannot write " + path + ": " + agent::errorText(errno));
+            throw std::runtime_error("cannot write " + path + ": " + base::errorText(errno));
     };
     place("build", "platform = macos\n");
     place("zelor.ini", "[ScanManager]\nProfileId = " + state.productName + ' ' + state.productVersion + '\n');
@@ -51,7 +52,8 @@ void describeMac(const MacState& state) {
 void makeMac(const std::string& toolsFolder, const std::string& program, const MacOrder& order) {
     MacState state;
     setSystem(state, order);
-    if (!agent::makeFolders(toolsFolder)) throw std::runtime_error("cannot make the folder " + toolsFolder);
+    if (!base::makeDirectories(toolsFolder))
+        throw std::runtime_error("cannot make the folder " + toolsFolder);
     const std::string tools = fs::canonical(toolsFolder).string();
     state.root = usableRoot(order.root.empty() ? tools + "/root" : order.root);
     StateFolder(tools).create(state);
@@ -71,7 +73,7 @@ void setSystem(MacState& state, const MacOrder& order) {
 void resetMac(const StateFolder& folder) {
     folder.update([](MacState& state) {
         for (const Mount& mount : state.mounts) {
-            if (mount.mounted && !removeTree(mount.mountPoint)) {
+            if (mount.mounted && !base::removeTree(mount.mountPoint)) {
                 throw std::runtime_error("cannot empty " + mount.mountPoint);
             }
         }
@@ -82,7 +84,8 @@ void resetMac(const StateFolder& folder) {
         state.receipts.clear();
     });
     for (const fs::directory_entry& entry : fs::directory_iterator(folder.path())) {
-        if (base::hasBeginning(entry.path().filename().string(), "work-")) removeTree(entry.path().string());
+        if (base::hasBeginning(entry.path().filename().string(), "work-"))
+            base::removeTree(entry.path().string());
     }
 }
 

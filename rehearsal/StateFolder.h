@@ -32,21 +32,4 @@ class StateFolder {
     std::string path_;
 };
 
-/// A folder of this process for temporary files inside `parent`, removed at the end.
-class WorkFolder {
-  public:
-    explicit WorkFolder(const std::string& parent);
-    ~WorkFolder();
-    WorkFolder(const WorkFolder&) = delete;
-    WorkFolder& operator=(const WorkFolder&) = delete;
-    const std::string& path() const { return path_; }
-
-  private:
-    std::string path_;
-};
-
-/// Removes a folder and what is in it, folders without write permission included; links are not followed.
-/// False when something stays.
-bool removeTree(const std::string& path);
-
 }  // namespace zelor::rehearsal

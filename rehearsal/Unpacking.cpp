@@ -7,8 +7,8 @@
 #include <limits>
 #include <vector>
 
-#include "agent/Files.h"
 #include "agent/archive/ArchivePolicy.h"
+#include "base/Files.h"
 
 namespace zelor::rehearsal {
 
@@ -106,10 +106,10 @@ class Pass {
             return;
         }
         if (path == twin) throw std::runtime_error("is a hard link to itself");
-        const base::UniqueFd original = agent::openRegularFile(placeOf(twin));
+        const base::UniqueFd original = base::openRegularFile(placeOf(twin));
         writeFile(entry, path, [&] {
             const auto count = ::read(original.get(), buffer_.data(), buffer_.size());
-            if (count < 0) throw std::runtime_error("cannot be copied: " + agent::errorText(errno));
+            if (count < 0) throw std::runtime_error("cannot be copied: " + base::errorText(errno));
             return static_cast<std::size_t>(count);
         });
     }
@@ -122,7 +122,7 @@ class Pass {
             if (count > room_) throw std::runtime_error("does not fit on the disk");
             room_ -= count;
             if (file && !base::writeAll(file.get(), std::string(buffer_.data(), count))) {
-                throw std::runtime_error("cannot be written: " + agent::errorText(errno));
+                throw std::runtime_error("cannot be written: " + base::errorText(errno));
             }
         }
         if (file) agent::ExtractionTree::finishFile(std::move(file), modeOf(entry), timeOf(entry));

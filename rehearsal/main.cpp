@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "rehearsal/CommandLine.h"
-#include "rehearsal/ProgramPath.h"
 #include "rehearsal/Tools.h"
 
 namespace {

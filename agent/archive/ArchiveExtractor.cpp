@@ -7,8 +7,9 @@
 #include <memory>
 #include <stdexcept>
 
-#include "agent/Files.h"
 #include "agent/archive/ExtractionTree.h"
+#include "base/Deleter.h"
+#include "base/Files.h"
 #include "base/SystemCalls.h"
 
 namespace zelor::agent {
@@ -17,10 +18,7 @@ namespace {
 
 constexpr std::size_t readBytes = 1U << 20U;
 
-struct ReaderRelease {
-    void operator()(archive* reader) const { archive_read_free(reader); }
-};
-using Reader = std::unique_ptr<archive, ReaderRelease>;
+using Reader = std::unique_ptr<archive, base::Deleter<archive_read_free>>;
 
 /// Entry names marked as UTF-8 come through unchanged only in a UTF-8 locale, which an agent's process seldom
 /// sets.
@@ -52,7 +50,7 @@ class Extraction {
     Extraction(const std::string& archivePath, ExtractionTree& tree, const ExtractionLimits& limits)
         : tree_(tree), limits_(limits) {
         std::uint64_t archiveBytes = 0;
-        file_ = openRegularFile(archivePath, Links::refuse, &archiveBytes);
+        file_ = base::openRegularFile(archivePath, base::Links::refuse, &archiveBytes);
         allowance_ = unpackedAllowance(archiveBytes, tree.freeBytes(), limits);
         reader_.reset(archive_read_new());
         // The directory at the archive's end alone tells modes, links and whether the archive is whole.
@@ -137,7 +135,7 @@ class Extraction {
             if (offset != expected) throw std::runtime_error("has holes");
             requireRoom(static_cast<la_int64_t>(size));
             if (!base::writeAll(file.get(), {static_cast<const char*>(bytes), size})) {
-                throw std::runtime_error("cannot write the file: " + errorText(errno));
+                throw std::runtime_error("cannot write the file: " + base::errorText(errno));
             }
             expected += static_cast<la_int64_t>(size);
             unpacked_ += size;

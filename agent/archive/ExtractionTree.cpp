@@ -9,7 +9,8 @@
 #include <stdexcept>
 #include <utility>
 
-#include "agent/Files.h"
+#include "base/Directories.h"
+#include "base/Files.h"
 #include "base/SystemCalls.h"
 
 namespace zelor::agent {
@@ -20,7 +21,7 @@ constexpr int folderFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 constexpr mode_t impliedFolderMode = 0755;
 
 [[noreturn]] void fail(const std::string& what) {
-    throw std::runtime_error(what + ": " + errorText(errno));
+    throw std::runtime_error(what + ": " + base::errorText(errno));
 }
 
 /// Access time: left alone; modification time: the given one.
@@ -34,7 +35,7 @@ std::array<timespec, 2> timesFor(const timespec& modified) {
 }  // namespace
 
 ExtractionTree::ExtractionTree(const std::string& destination) {
-    if (!makeFolders(destination)) fail("cannot make the folder " + destination);
+    if (!base::makeDirectories(destination)) fail("cannot make the folder " + destination);
     root_ = base::openFile(destination, folderFlags);
     if (!root_) fail("cannot open the folder " + destination);
 }

@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "base/Strings.h"
 #include "remediation/RecordAccess.h"
 
 namespace zelor::agent {
@@ -17,13 +18,6 @@ constexpr std::size_t blocksLimit = 1000;       // of one entry
 constexpr std::size_t allBlocksLimit = 10'000;  // a block takes sixty times the room of its shortest spelling
 constexpr int depthLimit = 32;
 constexpr std::size_t identifierLimit = 128;
-
-std::string trimmed(std::string_view text) {
-    constexpr std::string_view blanks = " \t\r\n";
-    const auto first = text.find_first_not_of(blanks);
-    if (first == std::string_view::npos) return "";
-    return std::string(text.substr(first, text.find_last_not_of(blanks) - first + 1));
-}
 
 bool isControl(unsigned char c) {
     return c < 0x20 || c == 0x7f;
@@ -118,7 +112,7 @@ class ContentReader {
     }
 
     std::string attribute(const pugi::xml_node& node, const char* key) const {
-        return name(node, key, trimmed(node.attribute(key).value()));
+        return name(node, key, std::string(base::trimmedView(node.attribute(key).value())));
     }
 
     std::optional<std::string> optionalAttribute(const pugi::xml_node& node, const char* key) const {
@@ -139,7 +133,7 @@ class ContentReader {
         if (std::any_of(joined.begin(), joined.end(), unwanted)) {
             fail(node, std::string("a control character in ") + key);
         }
-        return trimmed(joined);
+        return std::string(base::trimmedView(joined));
     }
 
     ContentDocument::Entry entry(const pugi::xml_node& cre) const {

@@ -6,8 +6,10 @@
 #include <cerrno>
 #include <stdexcept>
 
-#include "agent/PrivateFolder.h"
 #include "agent/content/ContentDocument.h"
+#include "base/Directories.h"
+#include "base/Files.h"
+#include "base/StagedFile.h"
 
 namespace zelor::agent {
 
@@ -40,7 +42,7 @@ std::optional<std::string> readIfUsable(const std::string& path, std::size_t lim
     // Most looks are for files that are not there; those are not worth an exception.
     if (::access(path.c_str(), F_OK) != 0) return std::nullopt;
     try {
-        return readBounded(path, limit);
+        return base::readBounded(path, limit);
     } catch (const std::exception&) {
         return std::nullopt;
     }
@@ -83,16 +85,16 @@ void ContentStore::remove(const std::string& identifier) {
 
 void ContentStore::openFolder() {
     // Opened for each change: the folder may have been removed and made again meanwhile.
-    handle_ = openPrivateFolder(folder_);
+    handle_ = base::openPrivateDirectory(folder_);
 }
 
 void ContentStore::replace(const std::string& name, const std::string& bytes) const {
-    replaceFileIn(handle_, name, folder_ + "/" + name, bytes);
+    base::replaceFileIn(handle_, name, folder_ + "/" + name, bytes);
 }
 
 void ContentStore::removeFile(const std::string& name) const {
     if (::unlinkat(handle_.get(), name.c_str(), 0) != 0 && errno != ENOENT) {
-        throw std::runtime_error("cannot remove " + folder_ + "/" + name + ": " + errorText(errno));
+        throw std::runtime_error("cannot remove " + folder_ + "/" + name + ": " + base::errorText(errno));
     }
 }
 

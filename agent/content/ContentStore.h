@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "agent/Files.h"
+#include "base/Files.h"
 
 namespace zelor::agent {
 

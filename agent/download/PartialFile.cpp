@@ -13,7 +13,9 @@
 #include <stdexcept>
 #include <vector>
 
-#include "agent/PrivateFolder.h"
+#include "base/Directories.h"
+#include "base/Files.h"
+#include "base/StagedFile.h"
 #include "base/SystemCalls.h"
 
 namespace zelor::agent {
@@ -26,24 +28,18 @@ constexpr std::size_t copyPiece = 1U << 20U;
 
 void write(const base::UniqueFd& file, const std::string& path, std::string_view bytes) {
     if (!base::writeAll(file.get(), bytes))
-        throw std::runtime_error("cannot write " + path + ": " + errorText(errno));
+        throw std::runtime_error("cannot write " + path + ": " + base::errorText(errno));
 }
 
 void flush(const base::UniqueFd& file, const std::string& path) {
     if (!base::flushToDisk(file.get()))
-        throw std::runtime_error("cannot flush " + path + ": " + errorText(errno));
-}
-
-std::string folderOf(const std::string& path) {
-    const auto slash = path.rfind('/');
-    if (slash == std::string::npos) return ".";
-    return slash == 0 ? "/" : path.substr(0, slash);
+        throw std::runtime_error("cannot flush " + path + ": " + base::errorText(errno));
 }
 
 std::string nearestExisting(std::string path) {
     struct stat status {};
     while (::stat(path.c_str(), &status) != 0 && path != "/" && path != ".")
-        path = folderOf(path);
+        path = base::directoryOf(path);
     return path;
 }
 
@@ -67,7 +63,7 @@ PartialFile::Version parseVersion(const std::string& text) {
 }  // namespace
 
 PartialFile::PartialFile(const std::string& folder, const std::string& name)
-    : folder_(openPrivateFolder(folder)),
+    : folder_(base::openPrivateDirectory(folder)),
       name_(name + ".part"),
       versionName_(name_ + ".version"),
       path_(folder + "/" + name_) {
@@ -76,7 +72,7 @@ PartialFile::PartialFile(const std::string& folder, const std::string& name)
 }
 
 void PartialFile::fail(const std::string& what) const {
-    throw std::runtime_error("cannot " + what + " " + path_ + ": " + errorText(errno));
+    throw std::runtime_error("cannot " + what + " " + path_ + ": " + base::errorText(errno));
 }
 
 void PartialFile::openLocked() {
@@ -106,15 +102,16 @@ void PartialFile::openLocked() {
 
 void PartialFile::readVersion() {
     try {
-        version_ = parseVersion(readBounded(path_ + ".version", versionBytesLimit));
+        version_ = parseVersion(base::readBounded(path_ + ".version", versionBytesLimit));
     } catch (const std::exception&) {
         version_ = {};  // without it nothing is resumed, which is the safe way
     }
 }
 
 void PartialFile::writeVersion() const {
-    replaceFileIn(folder_, versionName_, path_ + ".version",
-                  version_.url + '\n' + version_.validator + '\n' + std::to_string(version_.total) + '\n');
+    base::replaceFileIn(
+        folder_, versionName_, path_ + ".version",
+        version_.url + '\n' + version_.validator + '\n' + std::to_string(version_.total) + '\n');
 }
 
 std::uint64_t PartialFile::resumeAt(const std::string& url) {
@@ -156,9 +153,9 @@ void PartialFile::discard() {
 }
 
 bool PartialFile::moveTo(const std::string& destination, bool durable, const std::function<bool()>& goOn) {
-    const std::string folder = folderOf(destination);
-    if (!makeFolders(folder)) {
-        throw std::runtime_error("cannot make the folder " + folder + ": " + errorText(errno));
+    const std::string folder = base::directoryOf(destination);
+    if (!base::makeDirectories(folder)) {
+        throw std::runtime_error("cannot make the folder " + folder + ": " + base::errorText(errno));
     }
     if (durable) flush(file_, path_);
     if (::renameat(folder_.get(), name_.c_str(), AT_FDCWD, destination.c_str()) != 0) {
@@ -174,33 +171,19 @@ bool PartialFile::moveTo(const std::string& destination, bool durable, const std
 
 bool PartialFile::copyTo(const std::string& destination, bool durable,
                          const std::function<bool()>& goOn) const {
-    const std::string temporary = destination + ".incoming";
-    (void)::unlink(temporary.c_str());
-    base::UniqueFd copy(
-        ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, fileMode));
-    if (!copy.valid()) throw std::runtime_error("cannot write " + temporary + ": " + errorText(errno));
-    try {
-        std::vector<char> buffer(copyPiece);
-        std::uint64_t done = 0;
-        while (done < size_) {
-            if (!goOn()) {
-                (void)::unlink(temporary.c_str());
-                return false;
-            }
-            const ssize_t got = ::pread(file_.get(), buffer.data(), buffer.size(), static_cast<off_t>(done));
-            if (got < 0 && errno == EINTR) continue;
-            if (got <= 0) fail("read");
-            write(copy, temporary, {buffer.data(), static_cast<std::size_t>(got)});
-            done += static_cast<std::uint64_t>(got);
-        }
-        if (durable) flush(copy, temporary);
-        if (!copy.close()) throw std::runtime_error("cannot write " + temporary + ": " + errorText(errno));
-        if (::rename(temporary.c_str(), destination.c_str()) != 0)
-            fail("move to " + destination + " the copy of");
-    } catch (...) {
-        (void)::unlink(temporary.c_str());
-        throw;
+    base::StagedFile copy(destination, ".incoming", fileMode);
+    std::vector<char> buffer(copyPiece);
+    std::uint64_t done = 0;
+    while (done < size_) {
+        if (!goOn()) return false;
+        const ssize_t got = ::pread(file_.get(), buffer.data(), buffer.size(), static_cast<off_t>(done));
+        if (got < 0 && errno == EINTR) continue;
+        if (got <= 0) fail("read");
+        copy.write({buffer.data(), static_cast<std::size_t>(got)});
+        done += static_cast<std::uint64_t>(got);
     }
+    if (durable) copy.finish();
+    copy.commitUnflushed();
     return true;
 }
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "agent/Files.h"
+#include "base/Files.h"
 
 namespace zelor::agent {
 

@@ -28,7 +28,7 @@ constexpr std::uint64_t readsPerSecond = 50;
 constexpr int leastWindow = 16 << 10;
 constexpr std::uint64_t windowsPerSecond = 8;
 
-using HeaderList = std::unique_ptr<curl_slist, Releaser<curl_slist_free_all>>;
+using HeaderList = std::unique_ptr<curl_slist, base::Deleter<curl_slist_free_all>>;
 
 HeaderList headerList(const std::vector<std::string>& headers) {
     HeaderList list;
@@ -40,12 +40,6 @@ HeaderList headerList(const std::vector<std::string>& headers) {
         list.reset(longer);
     }
     return list;
-}
-
-std::string_view trimmed(std::string_view text) {
-    const auto first = text.find_first_not_of(" \t\r\n");
-    if (first == std::string_view::npos) return {};
-    return text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
 }
 
 bool isRedirect(long status) {
@@ -255,12 +249,13 @@ class Transfer {
             head_ = {};
             return true;
         }
-        const std::string_view text = trimmed(line);
+        const std::string_view text = base::trimmedView(line);
         if (text.empty()) return endHead();
         const auto colon = text.find(':');
         if (colon != std::string_view::npos && head_.headers.size() < headerLimit) {
-            head_.headers.emplace_back(base::lowerCased(std::string(trimmed(text.substr(0, colon)))),
-                                       trimmed(text.substr(colon + 1)));
+            head_.headers.emplace_back(
+                base::lowerCased(std::string(base::trimmedView(text.substr(0, colon)))),
+                base::trimmedView(text.substr(colon + 1)));
         }
         return true;
     }
@@ -298,7 +293,7 @@ class Transfer {
     CURLM* multi_;
     // Not used a second time: libcurl before 8.0 follows a pointer into the handle's previous answer when the
     // next one begins with a folded header.
-    std::unique_ptr<CURL, Releaser<curl_easy_cleanup>> owned_{curl_easy_init()};
+    std::unique_ptr<CURL, base::Deleter<curl_easy_cleanup>> owned_{curl_easy_init()};
     CURL* easy_ = owned_.get();
     HttpHead head_;
     std::size_t headBytes_ = 0;

@@ -6,22 +6,13 @@
 #include <string>
 
 #include "agent/http/HttpClient.h"
+#include "base/Deleter.h"
 
 namespace zelor::agent {
 
-/// A deleter that calls `release`.
-template <auto release>
-struct Releaser {
-    /// Calls `release`.
-    template <class Handle>
-    void operator()(Handle* handle) const {
-        release(handle);
-    }
-};
-
 /// libcurl's side of a client: it holds the connections. One thread at a time.
 struct HttpHandles {
-    std::unique_ptr<CURLM, Releaser<curl_multi_cleanup>> multi{curl_multi_init()};
+    std::unique_ptr<CURLM, base::Deleter<curl_multi_cleanup>> multi{curl_multi_init()};
 };
 
 /// Makes one request of `url`, whatever `request.url` says, and follows no redirect: where the answer is one,

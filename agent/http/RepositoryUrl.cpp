@@ -6,6 +6,7 @@
 
 #include "agent/AgentSettings.h"
 #include "agent/http/HttpClient.h"
+#include "base/Hex.h"
 #include "base/Strings.h"
 
 namespace zelor::agent {
@@ -27,7 +28,6 @@ std::string repositoryUrl(const AgentSettings& settings) {
 }
 
 std::string urlSegment(const std::string& text) {
-    constexpr std::string_view digits = "0123456789ABCDEF";
     constexpr std::string_view unreserved =
         "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~";
     std::string out;
@@ -36,10 +36,8 @@ std::string urlSegment(const std::string& text) {
             out += c;
             continue;
         }
-        const auto byte = static_cast<unsigned char>(c);
         out += '%';
-        out += digits[byte >> 4U];
-        out += digits[byte & 15U];
+        base::appendHex(out, static_cast<unsigned char>(c), base::HexCase::upper);
     }
     return out;
 }

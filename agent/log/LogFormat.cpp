@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "agent/LogControl.h"
+#include "base/Hex.h"
 #include "base/Utf8.h"
 
 namespace zelor::agent {
@@ -11,7 +12,6 @@ namespace zelor::agent {
 namespace {
 
 void appendEscaped(std::string& out, unsigned char byte) {
-    constexpr char digits[] = "0123456789abcdef";
     switch (byte) {
         case '\n':
             out += "\\n";
@@ -24,8 +24,7 @@ void appendEscaped(std::string& out, unsigned char byte) {
             break;
         default:
             out += "\\x";
-            out += digits[byte >> 4U];
-            out += digits[byte & 15U];
+            base::appendHex(out, byte);
     }
 }
 

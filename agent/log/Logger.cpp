@@ -14,8 +14,9 @@
 #include <optional>
 
 #include "agent/AgentSettings.h"
-#include "agent/Files.h"
 #include "agent/LogControl.h"
+#include "base/Directories.h"
+#include "base/Files.h"
 #include "base/SystemRoot.h"
 
 namespace {
@@ -118,12 +119,12 @@ class Outputs {
     /// Opens the log file; the text of what went wrong otherwise.
     std::string attach(const std::string& path) {
         const auto slash = path.rfind('/');
-        const bool folder = zelor::agent::makeFolders(path.substr(0, slash));
+        const bool folder = zelor::base::makeDirectories(path.substr(0, slash));
         const int folderError = errno;
         auto file = std::make_unique<LogFile>(path);
         if (!file->isOpen()) {
             return "[Logger] cannot write the log file " + path + ": " +
-                   zelor::agent::errorText(folder ? errno : folderError) +
+                   zelor::base::errorText(folder ? errno : folderError) +
                    "; errors go to standard error until Log.File names a file that can be written";
         }
         file->setLayout(std::make_unique<LineLayout>().release());

@@ -9,8 +9,8 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "agent/Files.h"
 #include "agent/settings/SettingsTable.h"
+#include "base/Files.h"
 #include "base/SystemRoot.h"
 #include "platform/Log.h"
 
@@ -26,7 +26,7 @@ constexpr std::size_t warningsLimit = 20;
 /// The tree of a well-formed ini text; throws std::runtime_error otherwise.
 boost::property_tree::ptree readTree(const std::string& iniFile) {
     // Managed machines often link their configuration into place, so a link is followed here.
-    std::istringstream text(readBounded(iniFile, iniBytesLimit, Links::follow));
+    std::istringstream text(base::readBounded(iniFile, iniBytesLimit, base::Links::follow));
     boost::property_tree::ptree tree;
     try {
         boost::property_tree::read_ini(text, tree);

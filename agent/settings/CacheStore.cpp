@@ -2,11 +2,11 @@
 
 #include <sys/stat.h>
 
-#include <boost/algorithm/string.hpp>
 #include <sstream>
 
 #include "agent/AgentSettings.h"
-#include "agent/Files.h"
+#include "base/Files.h"
+#include "base/Strings.h"
 #include "platform/Log.h"
 
 namespace {
@@ -26,9 +26,9 @@ std::set<std::string> CacheStore::GetSplCaseCPEs() {
         zelor::agent::AgentSettings::current()->values().installPath + "/special-case-cpes.txt";
     if (!exists(path)) return cpes;
     try {
-        std::istringstream text(zelor::agent::readBounded(path, fileBytesLimit));
+        std::istringstream text(zelor::base::readBounded(path, fileBytesLimit));
         for (std::string line; std::getline(text, line);) {
-            boost::trim(line);
+            line = zelor::base::trimmed(line);
             if (!line.empty() && line.front() != '#') cpes.insert(line);
         }
     } catch (const std::exception& e) {

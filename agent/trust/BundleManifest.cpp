@@ -12,19 +12,15 @@
 #include <string_view>
 #include <vector>
 
-#include "agent/Files.h"
+#include "base/Deleter.h"
+#include "base/Files.h"
+#include "base/Hex.h"
 
 namespace zelor::agent {
 
 namespace {
 
 constexpr const char* firstLine = "zelor-bundle-manifest 1\n";
-constexpr char hexDigits[] = "0123456789abcdef";
-
-void appendHex(std::string& out, unsigned char byte) {
-    out += hexDigits[byte >> 4U];
-    out += hexDigits[byte & 15U];
-}
 
 /// Everything but printable ASCII without blank and backslash becomes \xHH.
 std::string escapedName(const std::string& name) {
@@ -35,7 +31,7 @@ std::string escapedName(const std::string& name) {
             out += c;
         } else {
             out += "\\x";
-            appendHex(out, byte);
+            base::appendHex(out, byte);
         }
     }
     return out;
@@ -49,31 +45,28 @@ std::string octalMode(mode_t mode) {
     return digits;
 }
 
-struct ContextRelease {
-    void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
-};
-
 /// "SIZE SHA256" of a file.
 std::string sizeAndDigest(const std::string& path) {
-    const std::unique_ptr<EVP_MD_CTX, ContextRelease> context(EVP_MD_CTX_new());
+    const std::unique_ptr<EVP_MD_CTX, base::Deleter<EVP_MD_CTX_free>> context(EVP_MD_CTX_new());
     bool good = context && EVP_DigestInit_ex(context.get(), EVP_sha256(), nullptr) == 1;
-    const std::uint64_t size = readInPieces(openRegularFile(path), path, [&](std::string_view piece) {
-        good = good && EVP_DigestUpdate(context.get(), piece.data(), piece.size()) == 1;
-    });
+    const std::uint64_t size =
+        base::readInPieces(base::openRegularFile(path), path, [&](std::string_view piece) {
+            good = good && EVP_DigestUpdate(context.get(), piece.data(), piece.size()) == 1;
+        });
     std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
     unsigned int length = 0;
     good = good && EVP_DigestFinal_ex(context.get(), digest.data(), &length) == 1;
     if (!good) throw std::runtime_error("SHA-256 failed for " + path);
     std::string text = std::to_string(size) + ' ';
     for (unsigned int i = 0; i < length; ++i)
-        appendHex(text, digest[i]);
+        base::appendHex(text, digest[i]);
     return text;
 }
 
 std::string manifestLine(const std::string& path, const std::string& name) {
     struct stat status {};
     if (::lstat(path.c_str(), &status) != 0) {
-        throw std::runtime_error("cannot examine " + path + ": " + errorText(errno));
+        throw std::runtime_error("cannot examine " + path + ": " + base::errorText(errno));
     }
     std::string line;
     if (S_ISDIR(status.st_mode)) {

@@ -13,8 +13,9 @@
 #include <mutex>
 #include <stdexcept>
 
-#include "agent/Files.h"
 #include "agent/trust/BundleManifest.h"
+#include "base/Deleter.h"
+#include "base/Files.h"
 
 namespace zelor::agent {
 
@@ -25,17 +26,10 @@ constexpr std::size_t signatureBytesLimit = 16U << 10U;
 constexpr int leastRsaBits = 2048;
 constexpr int leastEcBits = 224;
 
-template <auto release>
-struct Releaser {
-    template <class Handle>
-    void operator()(Handle* handle) const {
-        release(handle);
-    }
-};
-using Bio = std::unique_ptr<BIO, Releaser<BIO_free>>;
+using Bio = std::unique_ptr<BIO, base::Deleter<BIO_free>>;
 using Key = std::shared_ptr<EVP_PKEY>;
-using Certificate = std::unique_ptr<X509, Releaser<X509_free>>;
-using DigestContext = std::unique_ptr<EVP_MD_CTX, Releaser<EVP_MD_CTX_free>>;
+using Certificate = std::unique_ptr<X509, base::Deleter<X509_free>>;
+using DigestContext = std::unique_ptr<EVP_MD_CTX, base::Deleter<EVP_MD_CTX_free>>;
 
 /// Stands for a pass phrase that nobody is there to type; without it OpenSSL would ask on the terminal.
 int noPassPhrase(char* /*buffer*/, int /*size*/, int /*writing*/, void* /*data*/) {
@@ -49,7 +43,7 @@ Bio bioOver(const std::string& text) {
 }
 
 Key decodeKey(const std::string& pem) {
-    const Releaser<EVP_PKEY_free> release;
+    const base::Deleter<EVP_PKEY_free> release;
     Key key(PEM_read_bio_PUBKEY(bioOver(pem).get(), nullptr, noPassPhrase, nullptr), release);
     if (!key) {
         const Certificate certificate(PEM_read_bio_X509(bioOver(pem).get(), nullptr, noPassPhrase, nullptr));
@@ -92,7 +86,7 @@ Key readKey(const std::string& keyFile) {
             ", so nothing is trusted; make sure of it and take that right away (chmod o-w)");
     }
     // The file is read each time: a key that was exchanged holds at once.
-    Key key = LastKey::instance().get(readBounded(keyFile, keyBytesLimit));
+    Key key = LastKey::instance().get(base::readBounded(keyFile, keyBytesLimit));
     if (!key) throw std::runtime_error(keyFile + " holds neither a PEM public key nor a PEM certificate");
     return key;
 }
@@ -164,10 +158,11 @@ SignatureVerdict verifyBytes(std::string_view data, std::string_view signature, 
 SignatureVerdict verifyPath(const std::string& path, const std::string& signatureFile,
                             const std::string& keyFile) {
     struct stat status {};
-    if (::lstat(path.c_str(), &status) != 0) return {false, "cannot find " + path + ": " + errorText(errno)};
+    if (::lstat(path.c_str(), &status) != 0)
+        return {false, "cannot find " + path + ": " + base::errorText(errno)};
     std::string signature;
     try {
-        signature = readBounded(signatureFile, signatureBytesLimit);
+        signature = base::readBounded(signatureFile, signatureBytesLimit);
     } catch (const std::exception& e) {
         return {false, e.what()};
     }
@@ -175,7 +170,8 @@ SignatureVerdict verifyPath(const std::string& path, const std::string& signatur
         if (S_ISDIR(status.st_mode)) {
             check.add(bundleManifest(path));
         } else {
-            readInPieces(openRegularFile(path), path, [&](std::string_view piece) { check.add(piece); });
+            base::readInPieces(base::openRegularFile(path), path,
+                               [&](std::string_view piece) { check.add(piece); });
         }
     });
 }

@@ -3,6 +3,7 @@
 #include <functional>
 
 #include "authoring/checks/ContentChecks.h"
+#include "base/Hex.h"
 
 namespace zelor::authoring {
 
@@ -14,7 +15,7 @@ void forEachFile(
     const std::function<void(const ContentEntry&, const ContentEri&, const std::string& sha256)>& use) {
     std::map<std::string, std::string> files;
     for (const ManifestPatch& patch : manifest.patches)
-        files[patch.patchId] = hexadecimal(patch.digests.sha256);
+        files[patch.patchId] = base::hexadecimal(patch.digests.sha256);
     for (const ContentEntry& entry : manifest.entries) {
         for (const ContentCre& cre : entry.cres) {
             for (const ContentEri& eri : cre.eris) {

@@ -1,11 +1,13 @@
 #pragma once
 
+#include <set>
+#include <string>
 #include <vector>
 
 #include "authoring/Finding.h"
 #include "authoring/manifest/ContentEntry.h"
 
-/// Findings on what content says, before any file is looked at.
+/// Findings on what content says and on the names in it, before any file is looked at.
 namespace zelor::authoring {
 
 /// On one entry: identifier, CREs that compete for a request, ERIs that can never be applied, names of
@@ -17,5 +19,14 @@ Findings repetitionFindings(const std::vector<ContentEntry>& entries);
 
 /// The place of one ERI, for findings.
 std::string placeOf(const ContentEntry& entry, const ContentEri& eri);
+
+/// On the id of one patch. `script`: it belongs to a configuration, so that no installer has to take it.
+Findings patchNameFindings(const std::string& place, const std::string& patchId, bool script);
+
+/// One for each name that is contained in another: the list of buffered patches cannot tell them apart.
+Findings containmentFindings(const std::set<std::string>& patchIds);
+
+/// On an identifier, which is both a request's value and a file name.
+Findings identifierFindings(const std::string& place, const std::string& identifier);
 
 }  // namespace zelor::authoring

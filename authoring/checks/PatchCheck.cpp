@@ -6,11 +6,9 @@
 
 #include "agent/archive/ArchiveExtractor.h"
 #include "agent/trust/Signature.h"
-#include "authoring/checks/BundleChecks.h"
-#include "authoring/checks/ScriptCheck.h"
-#include "authoring/checks/SizeCheck.h"
+#include "authoring/checks/FileChecks.h"
 #include "authoring/publish/Digests.h"
-#include "authoring/rehearse/ScratchFolder.h"
+#include "base/Directories.h"
 #include "remediation/fetch/PatchName.h"
 
 namespace zelor::authoring {
@@ -146,7 +144,7 @@ class PatchCheck {
     const std::string& keyFile_;
     const std::string& patchId_;
     const std::vector<PatchUse>& uses_;
-    ScratchFolder scratch_{"check"};
+    base::TemporaryDirectory scratch_{"zelor-check"};
     remediation::PatchName name_;
     std::string place_, archive_, detached_, path_, signatureName_;
     Findings findings_;

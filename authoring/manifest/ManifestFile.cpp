@@ -4,9 +4,9 @@
 #include <boost/filesystem/path.hpp>
 #include <iostream>
 
-#include "agent/Files.h"
 #include "authoring/UsageError.h"
 #include "authoring/checks/ChangedFileCheck.h"
+#include "base/Files.h"
 
 namespace zelor::authoring {
 
@@ -17,7 +17,7 @@ constexpr std::size_t manifestBytesLimit = 256U << 20U;
 Manifest parsedFile(const std::string& path, Findings& findings) {
     const boost::filesystem::path file(path);
     const std::string folder = file.parent_path().string();
-    return parseManifest(agent::readBounded(path, manifestBytesLimit, agent::Links::follow),
+    return parseManifest(base::readBounded(path, manifestBytesLimit, base::Links::follow),
                          folder.empty() ? "." : folder, file.filename().string(), findings);
 }
 

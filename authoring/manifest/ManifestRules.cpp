@@ -2,9 +2,8 @@
 #include <map>
 
 #include "agent/content/ContentDocument.h"
-#include "authoring/checks/BundleChecks.h"
 #include "authoring/checks/ContentChecks.h"
-#include "authoring/checks/NameChecks.h"
+#include "authoring/checks/FileChecks.h"
 #include "authoring/manifest/Manifest.h"
 #include "authoring/manifest/SizeText.h"
 #include "authoring/publish/ContentXml.h"

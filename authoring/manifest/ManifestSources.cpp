@@ -4,8 +4,9 @@
 #include <map>
 #include <thread>
 
-#include "authoring/checks/ScriptCheck.h"
+#include "authoring/checks/FileChecks.h"
 #include "authoring/manifest/Manifest.h"
+#include "base/Hex.h"
 #include "remediation/intake/RequestParsing.h"
 
 namespace zelor::authoring {
@@ -74,7 +75,7 @@ Findings sourceFindings(Manifest& manifest, const std::set<std::string>& publish
         }
         append(md5Findings(patch));
         const bool script = remediation::isConfiguration(patch.identifier) && isRegularFile(patch.file);
-        if (!script || published.count(hexadecimal(patch.digests.sha256)) != 0) continue;
+        if (!script || published.count(base::hexadecimal(patch.digests.sha256)) != 0) continue;
         if (seen.insert(patch.file).second) scripts.push_back(&patch);
     }
     append(parsedScripts(scripts));

@@ -7,11 +7,11 @@
 #include <cerrno>
 #include <stdexcept>
 
-#include "agent/Files.h"
 #include "agent/content/ContentDocument.h"
 #include "authoring/publish/Digests.h"
-#include "authoring/publish/StagedFile.h"
+#include "base/Directories.h"
 #include "base/Files.h"
+#include "base/StagedFile.h"
 #include "base/SystemCalls.h"
 
 namespace zelor::authoring {
@@ -22,14 +22,14 @@ namespace fs = boost::filesystem;
 
 std::string present(const std::string& path) {
     try {
-        return agent::readBounded(path, agent::contentBytesLimit);
+        return base::readBounded(path, agent::contentBytesLimit);
     } catch (const std::exception&) {
         return "";
     }
 }
 
-void stage(StagedFiles& files, const std::string& path, const std::string& bytes) {
-    StagedFile& file = files.add(path);
+void stage(base::StagedFiles& files, const std::string& path, const std::string& bytes) {
+    base::StagedFile& file = files.add(path);
     file.write(bytes);
     file.close();
 }
@@ -67,8 +67,8 @@ std::set<std::string> ContentFolder::identifiers() const {
 
 void ContentFolder::commit() {
     if (changed_.empty() && removed_.empty()) return;
-    if (!agent::makeFolders(folder_))
-        throw std::runtime_error("cannot make " + folder_ + ": " + agent::errorText(errno));
+    if (!base::makeDirectories(folder_))
+        throw std::runtime_error("cannot make " + folder_ + ": " + base::errorText(errno));
     if (!exchange()) renameEach();
     boost::system::error_code ignored;
     fs::remove_all(next_, ignored);
@@ -82,11 +82,11 @@ bool ContentFolder::exchange() {
     fs::create_directory(next_);
     for (fs::directory_iterator it(folder_), end; it != end; ++it) {
         const std::string name = it->path().filename().string();
-        if (changed_.count(name) + removed_.count(name) != 0 || isStagedName(name)) continue;
+        if (changed_.count(name) + removed_.count(name) != 0 || base::isStagedName(name)) continue;
         if (it->symlink_status().type() != fs::regular_file) return false;
         if (::link(it->path().c_str(), (next_ + '/' + name).c_str()) != 0) return false;
     }
-    StagedFiles files;
+    base::StagedFiles files;
     for (const auto& [name, bytes] : changed_)
         stage(files, next_ + '/' + name, bytes);
     files.commit();
@@ -96,7 +96,7 @@ bool ContentFolder::exchange() {
 }
 
 void ContentFolder::renameEach() {
-    StagedFiles files;
+    base::StagedFiles files;
     for (auto it = changed_.rbegin(); it != changed_.rend(); ++it)
         stage(files, folder_ + '/' + it->first, it->second);
     files.commit();

@@ -7,16 +7,14 @@
 #include <memory>
 #include <stdexcept>
 
-#include "agent/Files.h"
 #include "agent/trust/BundleManifest.h"
+#include "base/Deleter.h"
+#include "base/Files.h"
+#include "base/Hex.h"
 
 namespace zelor::authoring {
 
 namespace {
-
-struct ContextRelease {
-    void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
-};
 
 class Digest {
   public:
@@ -37,7 +35,7 @@ class Digest {
     static void require(bool good) {
         if (!good) throw std::runtime_error("OpenSSL cannot compute the digests");
     }
-    std::unique_ptr<EVP_MD_CTX, ContextRelease> context_;
+    std::unique_ptr<EVP_MD_CTX, base::Deleter<EVP_MD_CTX_free>> context_;
 };
 
 struct DigestPair {
@@ -48,7 +46,7 @@ struct DigestPair {
         sha256.add(bytes);
         md5.add(bytes);
     }
-    Digests finish(std::uint64_t bytes) { return {sha256.finish(), hexadecimal(md5.finish()), bytes}; }
+    Digests finish(std::uint64_t bytes) { return {sha256.finish(), base::hexadecimal(md5.finish()), bytes}; }
 };
 
 }  // namespace
@@ -61,8 +59,8 @@ Digests digestsOfText(std::string_view text) {
 
 Digests digestsOfFile(const std::string& path) {
     DigestPair pair;
-    const std::uint64_t bytes = agent::readInPieces(agent::openRegularFile(path, agent::Links::follow), path,
-                                                    [&](std::string_view piece) { pair.add(piece); });
+    const std::uint64_t bytes = base::readInPieces(base::openRegularFile(path, base::Links::follow), path,
+                                                   [&](std::string_view piece) { pair.add(piece); });
     return pair.finish(bytes);
 }
 
@@ -71,17 +69,6 @@ Digests digestsOfSource(const std::string& path, bool* folder) {
     const bool isFolder = boost::filesystem::is_directory(path, ignored);
     if (folder != nullptr) *folder = isFolder;
     return isFolder ? digestsOfText(agent::bundleManifest(path)) : digestsOfFile(path);
-}
-
-std::string hexadecimal(std::string_view bytes) {
-    constexpr char digits[] = "0123456789abcdef";
-    std::string text;
-    for (const char c : bytes) {
-        const auto byte = static_cast<unsigned char>(c);
-        text += digits[byte >> 4U];
-        text += digits[byte & 15U];
-    }
-    return text;
 }
 
 }  // namespace zelor::authoring

@@ -22,6 +22,4 @@ Digests digestsOfFile(const std::string& path);
 /// when given, tells which it is. A symbolic link is followed. Throws std::runtime_error.
 Digests digestsOfSource(const std::string& path, bool* folder = nullptr);
 
-std::string hexadecimal(std::string_view bytes);
-
 }  // namespace zelor::authoring

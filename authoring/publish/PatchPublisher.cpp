@@ -1,19 +1,135 @@
 #include "authoring/publish/PatchPublisher.h"
 
+#include <archive.h>
+#include <archive_entry.h>
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <boost/filesystem.hpp>
 #include <boost/filesystem/operations.hpp>
+#include <cerrno>
+#include <memory>
 #include <stdexcept>
+#include <string_view>
+#include <vector>
 
 #include "authoring/manifest/SizeText.h"
 #include "authoring/publish/Digests.h"
-#include "authoring/publish/StagedFile.h"
-#include "authoring/publish/ZipWriter.h"
+#include "base/Deleter.h"
+#include "base/Files.h"
+#include "base/Hex.h"
+#include "base/StagedFile.h"
+#include "platform/macos/InstallerKinds.h"
 #include "remediation/fetch/PatchName.h"
 
 namespace zelor::authoring {
 
 namespace {
+
+constexpr unsigned permissionBits = 0777;
+
+/// The status of what is at `path`; a link at the top is followed, one inside a bundle is kept.
+struct stat statusOf(const std::string& path, bool follow) {
+    struct stat status {};
+    if ((follow ? ::stat(path.c_str(), &status) : ::lstat(path.c_str(), &status)) != 0) {
+        throw std::runtime_error("cannot examine " + path + ": " + base::errorText(errno));
+    }
+    return status;
+}
+
+class ZipWriter {
+  public:
+    ZipWriter(int descriptor, bool compress) : archive_(archive_write_new()) {
+        require(archive_ ? ARCHIVE_OK : ARCHIVE_FATAL);
+        require(archive_write_set_format_zip(archive_.get()));
+        require(compress ? archive_write_zip_set_compression_deflate(archive_.get())
+                         : archive_write_zip_set_compression_store(archive_.get()));
+        require(archive_write_open_fd(archive_.get(), descriptor));
+    }
+
+    void add(const std::string& path, const std::string& name, const struct stat& status) {
+        if (S_ISLNK(status.st_mode)) {
+            const std::string target = boost::filesystem::read_symlink(path).string();
+            begin(name, status, AE_IFLNK, 0, &target);
+        } else if (S_ISDIR(status.st_mode)) {
+            begin(name + '/', status, AE_IFDIR, 0);
+        } else {
+            begin(name, status, AE_IFREG, status.st_size);
+            base::readInPieces(base::openRegularFile(path, base::Links::follow), path,
+                               [&](std::string_view piece) { write(piece); });
+        }
+    }
+
+    void addText(const std::string& name, const std::string& text, const struct stat& like) {
+        struct stat status = like;
+        constexpr mode_t readable = 0644;
+        status.st_mode = readable;
+        begin(name, status, AE_IFREG, static_cast<la_int64_t>(text.size()));
+        write(text);
+    }
+
+    void finish() { require(archive_write_close(archive_.get())); }
+
+  private:
+    void require(int result) {
+        if (result == ARCHIVE_OK) return;
+        const char* cause = archive_ ? archive_error_string(archive_.get()) : nullptr;
+        throw std::runtime_error(std::string("cannot write the archive: ") +
+                                 (cause ? cause : "out of memory"));
+    }
+
+    void begin(const std::string& name, const struct stat& status, unsigned type, la_int64_t size,
+               const std::string* target = nullptr) {
+        const std::unique_ptr<archive_entry, base::Deleter<archive_entry_free>> entry(archive_entry_new());
+        require(entry ? ARCHIVE_OK : ARCHIVE_FATAL);
+        archive_entry_set_pathname(entry.get(), name.c_str());
+        archive_entry_set_filetype(entry.get(), type);
+        archive_entry_set_perm(entry.get(), status.st_mode & permissionBits);
+        archive_entry_set_mtime(entry.get(), status.st_mtime, 0);
+        archive_entry_set_size(entry.get(), size);
+        if (target != nullptr) archive_entry_set_symlink(entry.get(), target->c_str());
+        require(archive_write_header(archive_.get(), entry.get()));
+    }
+
+    void write(std::string_view bytes) {
+        while (!bytes.empty()) {
+            const la_ssize_t written = archive_write_data(archive_.get(), bytes.data(), bytes.size());
+            // Nothing written means that the file has grown beyond the size announced for it.
+            if (written <= 0) require(ARCHIVE_FATAL);
+            bytes.remove_prefix(static_cast<std::size_t>(written));
+        }
+    }
+
+    std::unique_ptr<archive, base::Deleter<archive_write_free>> archive_;
+};
+
+std::vector<std::string> pathsBelow(const std::string& folder) {
+    std::vector<std::string> names;
+    for (boost::filesystem::recursive_directory_iterator it(folder), end; it != end; ++it)
+        names.push_back(it->path().string().substr(folder.size() + 1));
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+/// Writes the archive of a patch to the descriptor: the file or bundle at `source` under the name `patchId`,
+/// in byte order of the paths, with the permission bits, modification times and symbolic links of the source,
+/// then the signature under `signatureName`. The same input gives the same bytes. Throws std::runtime_error.
+void writePatchArchive(int descriptor, const std::string& source, const std::string& patchId,
+                       const std::string& signatureName, const std::string& signature) {
+    const struct stat status = statusOf(source, true);
+    // Packages and disk images are compressed inside.
+    const platform::InstallerKind* const kind = platform::installerKindOf(patchId);
+    ZipWriter zip(descriptor, S_ISDIR(status.st_mode) || kind == nullptr || !kind->isCompressed);
+    zip.add(source, patchId, status);
+    if (S_ISDIR(status.st_mode)) {
+        for (const std::string& name : pathsBelow(source)) {
+            const std::string path = source + '/' + name;
+            zip.add(path, patchId + '/' + name, statusOf(path, false));
+        }
+    }
+    zip.addText(signatureName, signature, status);
+    zip.finish();
+}
 
 // Flushed together; a group's bytes are on the disk a second time until it is shown.
 constexpr std::size_t groupPatches = 500;
@@ -30,7 +146,7 @@ std::string PatchPublisher::archiveOf(const std::string& patchId) const {
 
 PublishedPatch PatchPublisher::stamped(const std::string& patchId, const std::string& sha256) const {
     const std::string signatureFile = folder_ + remediation::splitAtLastDot(patchId)->stem + ".sig";
-    return {hexadecimal(sha256), fingerprint_, fileStamp(archiveOf(patchId)), fileStamp(signatureFile)};
+    return {base::hexadecimal(sha256), fingerprint_, fileStamp(archiveOf(patchId)), fileStamp(signatureFile)};
 }
 
 PatchFacts PatchPublisher::publish(const ManifestPatch& patch) {
@@ -53,7 +169,7 @@ PatchFacts PatchPublisher::publish(const ManifestPatch& patch) {
 std::uint64_t PatchPublisher::write(const ManifestPatch& patch) {
     const remediation::PatchName name = *remediation::splitAtLastDot(patch.patchId);
     const std::string signature = key_.sign(patch.digests.sha256);
-    StagedFile& zip = group_.add(archiveOf(patch.patchId));
+    base::StagedFile& zip = group_.add(archiveOf(patch.patchId));
     writePatchArchive(zip.descriptor(), patch.file, patch.patchId,
                       remediation::signaturePath(patch.patchId, name.extension), signature);
     struct stat status {};
@@ -63,7 +179,7 @@ std::uint64_t PatchPublisher::write(const ManifestPatch& patch) {
                                  " changed while it was published; publish again once it is at rest");
     }
     zip.close();
-    StagedFile& detached = group_.add(folder_ + name.stem + ".sig");
+    base::StagedFile& detached = group_.add(folder_ + name.stem + ".sig");
     detached.write(signature);
     detached.close();
     waiting_.emplace_back(patch.patchId, patch.digests.sha256);

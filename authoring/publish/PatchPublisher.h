@@ -7,7 +7,7 @@
 #include "authoring/manifest/Manifest.h"
 #include "authoring/publish/PublishState.h"
 #include "authoring/publish/SigningKey.h"
-#include "authoring/publish/StagedFile.h"
+#include "base/StagedFile.h"
 
 namespace zelor::authoring {
 
@@ -41,7 +41,7 @@ class PatchPublisher {
     const SigningKey& key_;
     std::string fingerprint_;
     PublishedPatches& state_;
-    StagedFiles group_;
+    base::StagedFiles group_;
     std::vector<std::pair<std::string, std::string>> waiting_;  // patch id and SHA-256
     std::uint64_t waitingBytes_ = 0;
 };

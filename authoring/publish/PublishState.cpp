@@ -4,9 +4,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "agent/Files.h"
-#include "authoring/publish/StagedFile.h"
-#include "base/SystemCalls.h"
+#include "base/Files.h"
+#include "base/StagedFile.h"
 
 namespace zelor::authoring {
 
@@ -29,15 +28,15 @@ std::string publishStateFile(const std::string& repository) {
 std::string fileStamp(const std::string& path) {
     struct stat status {};
     if (::lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return "";
-    const timespec time = base::modificationTime(status);
-    return std::to_string(status.st_size) + '-' + std::to_string(time.tv_sec) + '.' +
-           std::to_string(time.tv_nsec);
+    const base::FileStamp stamp = base::stampOf(status);
+    return std::to_string(stamp.size) + '-' + std::to_string(stamp.modified.tv_sec) + '.' +
+           std::to_string(stamp.modified.tv_nsec);
 }
 
 PublishState readPublishState(const std::string& path) {
     PublishState state;
     try {
-        const nlohmann::json json = nlohmann::json::parse(agent::readBounded(path, stateBytesLimit));
+        const nlohmann::json json = nlohmann::json::parse(base::readBounded(path, stateBytesLimit));
         if (json.at("version") != version) return {};
         for (const auto& [patchId, patch] : json.at("patches").items()) {
             state.patches[patchId] = {patch.at("source"), patch.at("key"), patch.at("archive"),
@@ -62,7 +61,7 @@ void writePublishState(const std::string& path, const PublishState& state) {
     }
     const nlohmann::json json = {
         {"version", version}, {"patches", patches}, {"entries", state.entries}, {"eris", state.eris}};
-    replaceFile(path, json.dump(1, ' ', false, nlohmann::json::error_handler_t::replace) + '\n');
+    base::replaceFile(path, json.dump(1, ' ', false, nlohmann::json::error_handler_t::replace) + '\n');
 }
 
 }  // namespace zelor::authoring

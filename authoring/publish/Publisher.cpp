@@ -11,14 +11,15 @@
 #include <set>
 #include <stdexcept>
 
-#include "agent/Files.h"
 #include "authoring/UsageError.h"
 #include "authoring/checks/ChangedFileCheck.h"
 #include "authoring/publish/ContentFolder.h"
 #include "authoring/publish/ContentXml.h"
 #include "authoring/publish/PatchPublisher.h"
 #include "authoring/publish/RetiredPatches.h"
-#include "authoring/publish/StagedFile.h"
+#include "base/Directories.h"
+#include "base/Files.h"
+#include "base/StagedFile.h"
 #include "remediation/fetch/PatchName.h"
 
 namespace zelor::authoring {
@@ -30,8 +31,8 @@ namespace fs = boost::filesystem;
 constexpr std::size_t speedBytes = 2U << 20U;
 
 void requireFolder(const std::string& folder) {
-    if (!agent::makeFolders(folder)) {
-        throw UsageError("cannot make " + folder + ": " + agent::errorText(errno) + "; choose another --out");
+    if (!base::makeDirectories(folder)) {
+        throw UsageError("cannot make " + folder + ": " + base::errorText(errno) + "; choose another --out");
     }
 }
 
@@ -39,7 +40,7 @@ void requireFolder(const std::string& folder) {
 base::UniqueFd lockRepository(const std::string& repository) {
     const std::string path = repository + "/.zelor-content.lock";
     base::UniqueFd lock = base::openFile(path, O_RDWR | O_CREAT | O_NOFOLLOW);
-    if (!lock.valid()) throw UsageError("cannot write below " + repository + ": " + agent::errorText(errno));
+    if (!lock.valid()) throw UsageError("cannot write below " + repository + ": " + base::errorText(errno));
     if (::flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
         throw UsageError("another publication to " + repository + " is under way; wait for its end");
     }
@@ -48,7 +49,7 @@ base::UniqueFd lockRepository(const std::string& repository) {
 
 void removeLeftovers(const std::string& folder) {
     for (fs::directory_iterator it(folder), end; it != end; ++it) {
-        if (isStagedName(it->path().filename().string())) fs::remove(it->path());
+        if (base::isStagedName(it->path().filename().string())) fs::remove(it->path());
     }
 }
 
@@ -60,7 +61,7 @@ bool writeSpeedFile(const std::string& path) {
     if (RAND_bytes(reinterpret_cast<unsigned char*>(bytes.data()), static_cast<int>(bytes.size())) != 1) {
         throw std::runtime_error("OpenSSL has no random bytes for " + path);
     }
-    replaceFile(path, bytes);
+    base::replaceFile(path, bytes);
     return true;
 }
 

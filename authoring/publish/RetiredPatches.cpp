@@ -5,10 +5,10 @@
 #include <optional>
 #include <set>
 
-#include "agent/Files.h"
 #include "agent/content/ContentDocument.h"
 #include "authoring/publish/ContentFolder.h"
 #include "authoring/publish/ContentXml.h"
+#include "base/Files.h"
 #include "base/Strings.h"
 #include "remediation/fetch/PatchName.h"
 
@@ -32,8 +32,8 @@ std::optional<std::set<std::string>> namedStems(const std::string& repository) {
         Findings findings;
         try {
             const std::string file = repository + "/content/" + identifier + ".xml";
-            const ContentEntry entry = readContentXml(agent::readBounded(file, agent::contentBytesLimit),
-                                                      file, identifier, findings);
+            const ContentEntry entry =
+                readContentXml(base::readBounded(file, agent::contentBytesLimit), file, identifier, findings);
             if (entry.place.empty()) return std::nullopt;
             for (const ContentCre& cre : entry.cres) {
                 for (const ContentEri& eri : cre.eris)

@@ -1,17 +1,24 @@
 #include "authoring/publish/SigningKey.h"
 
+#include <fcntl.h>
 #include <openssl/bio.h>
 #include <openssl/ec.h>
 #include <openssl/err.h>
 #include <openssl/pem.h>
 #include <openssl/rsa.h>
 #include <openssl/x509.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <stdexcept>
 
-#include "agent/Files.h"
 #include "authoring/UsageError.h"
 #include "authoring/publish/Digests.h"
+#include "base/Deleter.h"
+#include "base/Directories.h"
+#include "base/Files.h"
+#include "base/Hex.h"
 
 namespace zelor::authoring {
 
@@ -23,12 +30,8 @@ constexpr int newRsaBits = 3072;
 constexpr int leastRsaBits = 2048;
 constexpr int leastEcBits = 224;
 
-struct Free {
-    void operator()(BIO* bio) const { BIO_free(bio); }
-    void operator()(EVP_PKEY_CTX* context) const { EVP_PKEY_CTX_free(context); }
-};
-using Bio = std::unique_ptr<BIO, Free>;
-using KeyContext = std::unique_ptr<EVP_PKEY_CTX, Free>;
+using Bio = std::unique_ptr<BIO, base::Deleter<BIO_free>>;
+using KeyContext = std::unique_ptr<EVP_PKEY_CTX, base::Deleter<EVP_PKEY_CTX_free>>;
 
 void require(bool good, const char* task) {
     if (good) return;
@@ -72,6 +75,16 @@ void requireUsable(const EVP_PKEY* key, const std::string& keyFile) {
     }
 }
 
+/// Creates the file; an existing one is never touched, whatever it is.
+void createFile(const std::string& path, const std::string& text, mode_t mode) {
+    base::UniqueFd file = base::openFile(path, O_WRONLY | O_CREAT | O_EXCL, mode);
+    if (!file.valid()) throw std::runtime_error("cannot create " + path + ": " + base::errorText(errno));
+    if (base::writeAll(file.get(), text) && base::flushToDisk(file.get()) && file.close()) return;
+    const int error = errno;
+    ::unlink(path.c_str());
+    throw std::runtime_error("cannot write " + path + ": " + base::errorText(error));
+}
+
 }  // namespace
 
 SigningKey SigningKey::generate(Type type) {
@@ -88,7 +101,7 @@ SigningKey SigningKey::generate(Type type) {
 SigningKey SigningKey::load(const std::string& keyFile) {
     std::string pem;
     try {
-        pem = agent::readBounded(keyFile, keyBytesLimit, agent::Links::follow);
+        pem = base::readBounded(keyFile, keyBytesLimit, base::Links::follow);
     } catch (const std::exception& e) {
         throw UsageError(std::string(e.what()) + "; name the private key that zelor-content keygen wrote");
     }
@@ -122,7 +135,7 @@ std::string SigningKey::publicPem() const {
 std::string SigningKey::fingerprint() const {
     const Bio bio(BIO_new(BIO_s_mem()));
     require(bio && i2d_PUBKEY_bio(bio.get(), key_.get()) == 1, "write the public key");
-    return hexadecimal(digestsOfText(contentOf(bio.get())).sha256);
+    return base::hexadecimal(digestsOfText(contentOf(bio.get())).sha256);
 }
 
 std::string SigningKey::sign(std::string_view sha256) const {
@@ -142,6 +155,22 @@ bool SigningKey::accepts(std::string_view sha256, std::string_view signature) co
                                       sha256.size()) == 1;
     ERR_clear_error();
     return good;
+}
+
+void writeKeyPair(const SigningKey& key, const std::string& folder) {
+    const std::string privateFile = folder + "/repository.key", publicFile = folder + "/repository.pem";
+    for (const std::string& path : {privateFile, publicFile}) {
+        struct stat status {};
+        if (::lstat(path.c_str(), &status) == 0) {
+            throw UsageError(path +
+                             " is there already and keys are never overwritten; choose another --out, or "
+                             "move the old pair away once no agent trusts it");
+        }
+    }
+    if (!base::makeDirectories(folder))
+        throw UsageError("cannot make " + folder + ": " + base::errorText(errno));
+    createFile(publicFile, key.publicPem(), 0644);
+    createFile(privateFile, key.privatePem(), 0600);
 }
 
 }  // namespace zelor::authoring

@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "base/Deleter.h"
+
 namespace zelor::authoring {
 
 /// The private key of a repository. Its signatures are what `openssl dgst -sha256 -sign` writes.
@@ -29,12 +31,9 @@ class SigningKey {
     bool accepts(std::string_view sha256, std::string_view signature) const;
 
   private:
-    struct Release {
-        void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
-    };
     explicit SigningKey(EVP_PKEY* key) : key_(key) {}
 
-    std::unique_ptr<EVP_PKEY, Release> key_;
+    std::unique_ptr<EVP_PKEY, base::Deleter<EVP_PKEY_free>> key_;
 };
 
 /// Writes `folder`/repository.key (mode 0600) and `folder`/repository.pem, neither of which may be there yet.

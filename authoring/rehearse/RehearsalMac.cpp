@@ -6,10 +6,11 @@
 #include <boost/filesystem.hpp>
 #include <nlohmann/json.hpp>
 
-#include "agent/Files.h"
 #include "authoring/UsageError.h"
-#include "authoring/publish/StagedFile.h"
 #include "base/CommandRunner.h"
+#include "base/Directories.h"
+#include "base/Files.h"
+#include "base/StagedFile.h"
 #include "base/Strings.h"
 
 namespace zelor::authoring {
@@ -39,7 +40,7 @@ PlacedFile::PlacedFile(std::string path, const std::string& text)
     : path_(std::move(path)), aside_(path_ + ".before-rehearsal") {
     if (fs::exists(fs::symlink_status(path_)) && !fs::exists(fs::symlink_status(aside_)))
         fs::rename(path_, aside_);
-    replaceFile(path_, text);
+    base::replaceFile(path_, text);
 }
 
 PlacedFile::~PlacedFile() {
@@ -70,8 +71,8 @@ RehearsalMac::RehearsalMac(const std::string& scratch, const RehearsalMacOrder& 
 
 void RehearsalMac::configure(const std::string& url, const std::string& publicPem) {
     const std::string folder = root_ + "/etc/zelor";
-    if (!agent::makeFolders(folder))
-        throw UsageError("cannot make " + folder + ": " + agent::errorText(errno));
+    if (!base::makeDirectories(folder))
+        throw UsageError("cannot make " + folder + ": " + base::errorText(errno));
     settings_.emplace_back(folder + "/repository.pem", publicPem);
     settings_.emplace_back(folder + "/build", "platform = macos\n");
     settings_.emplace_back(folder + "/zelor.ini", "[ScanManager]\nProfileId = " + system_ +

@@ -2,19 +2,19 @@
 #include <iostream>
 #include <nlohmann/json.hpp>
 
-#include "agent/Files.h"
 #include "authoring/Commands.h"
 #include "authoring/UsageError.h"
 #include "authoring/checks/RepositoryCheck.h"
 #include "authoring/manifest/ManifestFile.h"
 #include "authoring/publish/Publisher.h"
-#include "authoring/publish/StagedFile.h"
 #include "authoring/rehearse/RehearsalMac.h"
 #include "authoring/rehearse/RehearsalReport.h"
 #include "authoring/rehearse/Sandbox.h"
-#include "authoring/rehearse/ScratchFolder.h"
 #include "authoring/rehearse/SignalRelay.h"
 #include "authoring/serve/StaticServer.h"
+#include "base/Directories.h"
+#include "base/Files.h"
+#include "base/StagedFile.h"
 
 namespace zelor::authoring {
 
@@ -96,7 +96,7 @@ class Rehearsal {
         for (const std::string& key : options_.requests)
             json[key] = identifier_;
         if (options_.requests.empty()) json = requestsFor(manifest.entries.front());
-        replaceFile(requests_, json.dump(2) + '\n');
+        base::replaceFile(requests_, json.dump(2) + '\n');
         for (const auto& [key, identifier] : json.items())
             std::cout << "Request: " << key << '\n';
     }
@@ -106,7 +106,7 @@ class Rehearsal {
             publish(std::move(manifest), key_, {repository_, options_.manifest, false, false},
                     [this](const std::string&) { relay_.requireNone(); });
         const std::string publicKey = scratch_.path() + "/repository.pem";
-        replaceFile(publicKey, key_.publicPem());
+        base::replaceFile(publicKey, key_.publicPem());
         std::cout << "Published " << identifier_ << " with " << amount(summary.patches, "patch", "patches")
                   << ", signed for this rehearsal alone\n"
                   << findingsText(checkRepository(repository_, publicKey).findings);
@@ -140,8 +140,8 @@ class Rehearsal {
             {mac.root(), {mac.tools(), scratch_.path() + "/out"}, {programs, scratch_.path()}});
         const int status = relay_.run(sandbox.words(command));
         if (fs::exists(report()))
-            replaceFile(options_.report,
-                        agent::readBounded(report(), reportBytesLimit, agent::Links::refuse));
+            base::replaceFile(options_.report,
+                              base::readBounded(report(), reportBytesLimit, base::Links::refuse));
         return status;
     }
 
@@ -179,7 +179,7 @@ class Rehearsal {
     const RehearseOptions& options_;
     std::string identifier_;
     SignalRelay relay_;  // ends last, so that no signal comes between a folder and its removal
-    ScratchFolder scratch_{"rehearse"};
+    base::TemporaryDirectory scratch_{"zelor-rehearse"};
     std::string repository_;
     std::string requests_;
     SigningKey key_ = SigningKey::generate(SigningKey::Type::ec);

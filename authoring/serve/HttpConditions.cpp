@@ -5,9 +5,14 @@
 #include <charconv>
 #include <string_view>
 
+#include "base/Hex.h"
+#include "base/Strings.h"
+
 namespace zelor::authoring {
 
 namespace {
+
+constexpr std::string_view blanks = " \t";
 
 std::optional<std::uint64_t> number(std::string_view text) {
     std::uint64_t value = 0;
@@ -16,16 +21,10 @@ std::optional<std::uint64_t> number(std::string_view text) {
     return value;
 }
 
-std::string_view trimmed(std::string_view text) {
-    const auto first = text.find_first_not_of(" \t");
-    if (first == std::string_view::npos) return {};
-    return text.substr(first, text.find_last_not_of(" \t") - first + 1);
-}
-
 bool listHolds(std::string_view list, std::string_view etag) {
     while (!list.empty()) {
         const auto comma = list.find(',');
-        std::string_view tag = trimmed(list.substr(0, comma));
+        std::string_view tag = base::trimmedView(list.substr(0, comma), blanks);
         if (tag == "*") return true;
         if (tag.substr(0, 2) == "W/") tag.remove_prefix(2);
         if (tag == etag) return true;
@@ -41,18 +40,19 @@ bool unchanged(const RequestConditions& conditions, const FileVersion& file) {
 }
 
 bool rangeApplies(const RequestConditions& conditions, const FileVersion& file) {
-    const std::string_view validator = trimmed(conditions.ifRange);
+    const std::string_view validator = base::trimmedView(conditions.ifRange, blanks);
     return validator.empty() || validator == file.etag || validator == httpDate(file.modified);
 }
 
 Answer part(std::string_view range, const FileVersion& file) {
     const Answer whole{Selection::whole, 0, file.size};
     constexpr std::string_view unit = "bytes=";
-    range = trimmed(range);
+    range = base::trimmedView(range, blanks);
     const auto dash = range.find('-');
     if (range.substr(0, unit.size()) != unit || dash == std::string_view::npos) return whole;
-    const std::string_view firstText = trimmed(range.substr(unit.size(), dash - unit.size()));
-    const std::string_view lastText = trimmed(range.substr(dash + 1));
+    const std::string_view firstText =
+        base::trimmedView(range.substr(unit.size(), dash - unit.size()), blanks);
+    const std::string_view lastText = base::trimmedView(range.substr(dash + 1), blanks);
     const auto first = number(firstText);
     const auto last = number(lastText);
     if ((!first && !firstText.empty()) || (!last && !lastText.empty()) || (!first && !last)) return whole;
@@ -67,13 +67,6 @@ Answer part(std::string_view range, const FileVersion& file) {
     return {Selection::part, *first, end - *first};
 }
 
-int hexValue(char digit) {
-    if (digit >= '0' && digit <= '9') return digit - '0';
-    if (digit >= 'a' && digit <= 'f') return digit - 'a' + 10;
-    if (digit >= 'A' && digit <= 'F') return digit - 'A' + 10;
-    return -1;
-}
-
 std::optional<std::string> decoded(std::string_view text) {
     std::string out;
     for (std::size_t i = 0; i < text.size(); ++i) {
@@ -82,8 +75,8 @@ std::optional<std::string> decoded(std::string_view text) {
             continue;
         }
         if (i + 2 >= text.size()) return std::nullopt;
-        const int high = hexValue(text[i + 1]);
-        const int low = hexValue(text[i + 2]);
+        const int high = base::hexValue(text[i + 1]);
+        const int low = base::hexValue(text[i + 2]);
         if (high < 0 || low < 0) return std::nullopt;
         out += static_cast<char>(high * 16 + low);
         i += 2;

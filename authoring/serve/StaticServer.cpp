@@ -18,6 +18,8 @@
 #include <system_error>
 
 #include "authoring/serve/HttpConditions.h"
+#include "base/Deleter.h"
+#include "base/Files.h"
 #include "base/SystemCalls.h"
 
 namespace zelor::authoring {
@@ -28,35 +30,7 @@ constexpr unsigned int connectionLimit = 512;
 constexpr unsigned int idleSeconds = 120;
 constexpr std::size_t pieceBytes = 64U << 10U;
 
-/// Owns one descriptor.
-class Descriptor {
-  public:
-    explicit Descriptor(int fd = -1) : fd_(fd) {}
-    ~Descriptor() {
-        if (fd_ >= 0) ::close(fd_);
-    }
-    Descriptor(Descriptor&& other) noexcept : fd_(other.release()) {}
-    Descriptor& operator=(Descriptor&& other) noexcept {
-        std::swap(fd_, other.fd_);
-        return *this;
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int get() const { return fd_; }
-    int release() { return std::exchange(fd_, -1); }
-
-  private:
-    int fd_;
-};
-
-struct ResponseDeleter {
-    void operator()(MHD_Response* response) const { MHD_destroy_response(response); }
-};
-using Response = std::unique_ptr<MHD_Response, ResponseDeleter>;
-
-struct DaemonDeleter {
-    void operator()(MHD_Daemon* daemon) const { MHD_stop_daemon(daemon); }
-};
+using Response = std::unique_ptr<MHD_Response, base::Deleter<MHD_destroy_response>>;
 
 /// Lets every answer that waits on purpose go on when the server stops.
 class Stopping {
@@ -83,7 +57,7 @@ class Stopping {
 
 /// A body that is sent otherwise than the file has it.
 struct FaultyBody {
-    Descriptor file;
+    base::UniqueFd file;
     Answer answer;
     ServerFault fault;
     Stopping* stopping = nullptr;
@@ -167,7 +141,7 @@ std::size_t keepEncoded(void* /*closure*/, MHD_Connection* /*connection*/, char*
 class StaticServer::Running {
   public:
     explicit Running(StaticServerOptions options) : options_(std::move(options)) {
-        folder_ = Descriptor(::open(options_.folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        folder_ = base::UniqueFd(::open(options_.folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
         if (folder_.get() < 0) {
             throw std::runtime_error("cannot serve " + options_.folder + ": " +
                                      std::generic_category().message(errno));
@@ -255,7 +229,7 @@ class StaticServer::Running {
             return response;
         }
         struct stat found {};
-        Descriptor file = openBelow(request.path, found);
+        base::UniqueFd file = openBelow(request.path, found);
         if (file.get() < 0) {
             status = MHD_HTTP_NOT_FOUND;
             return textResponse("not found\n");
@@ -281,7 +255,7 @@ class StaticServer::Running {
         return response;
     }
 
-    Response body(Descriptor file, const Answer& chosen, const ServerFault& fault, int& status) {
+    Response body(base::UniqueFd file, const Answer& chosen, const ServerFault& fault, int& status) {
         switch (chosen.selection) {
             case Selection::notModified:
                 status = MHD_HTTP_NOT_MODIFIED;
@@ -303,7 +277,7 @@ class StaticServer::Running {
         return response;
     }
 
-    Response faultyBody(Descriptor file, const Answer& chosen, const ServerFault& fault) {
+    Response faultyBody(base::UniqueFd file, const Answer& chosen, const ServerFault& fault) {
         auto state = std::make_unique<FaultyBody>();
         state->file = std::move(file);
         state->answer = chosen;
@@ -316,29 +290,29 @@ class StaticServer::Running {
     }
 
     /// Walks down one name at a time, so that no symbolic link on the way leads out.
-    Descriptor openBelow(const std::string& path, struct stat& found) const {
+    base::UniqueFd openBelow(const std::string& path, struct stat& found) const {
         const auto names = servedPathComponents(path);
-        if (!names || names->empty()) return Descriptor();
-        Descriptor folder;
+        if (!names || names->empty()) return base::UniqueFd();
+        base::UniqueFd folder;
         int at = folder_.get();
         for (std::size_t i = 0; i + 1 < names->size(); ++i) {
-            Descriptor next(
+            base::UniqueFd next(
                 ::openat(at, (*names)[i].c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
             if (next.get() < 0) return next;
             folder = std::move(next);
             at = folder.get();
         }
-        Descriptor file(
+        base::UniqueFd file(
             ::openat(at, names->back().c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
         if (file.get() < 0 || ::fstat(file.get(), &found) != 0 || !S_ISREG(found.st_mode))
-            return Descriptor();
+            return base::UniqueFd();
         return file;
     }
 
     StaticServerOptions options_;
-    Descriptor folder_;
+    base::UniqueFd folder_;
     Stopping stopping_;
-    std::unique_ptr<MHD_Daemon, DaemonDeleter> daemon_;
+    std::unique_ptr<MHD_Daemon, base::Deleter<MHD_stop_daemon>> daemon_;
 };
 
 StaticServer::StaticServer(StaticServerOptions options)

@@ -7,10 +7,11 @@
 
 #include "agent/AgentSettings.h"
 #include "agent/ContentCacheControl.h"
-#include "agent/Files.h"
 #include "agent/LogControl.h"
 #include "agent/archive/ArchiveExtractor.h"
 #include "agent/trust/Signature.h"
+#include "base/Directories.h"
+#include "base/Files.h"
 #include "base/Strings.h"
 #include "base/SystemRoot.h"
 #include "collaborators/CacheStore.h"
@@ -40,33 +41,11 @@ namespace fs = boost::filesystem;
 /// Thrown where a signal has asked for the end.
 struct Stopped {};
 
-/// A folder of this user's own that goes with its object.
-class TemporaryFolder {
-  public:
-    TemporaryFolder() {
-        std::string path = (fs::temp_directory_path() / "zelor-plan-XXXXXX").string();
-        if (::mkdtemp(path.data()) == nullptr) {
-            throw std::runtime_error("cannot make the folder " + path + ": " + agent::errorText(errno));
-        }
-        path_ = path;
-    }
-    ~TemporaryFolder() {
-        boost::system::error_code error;
-        fs::remove_all(path_, error);
-    }
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-    const std::string& path() const { return path_; }
-
-  private:
-    std::string path_;
-};
-
-/// What a run would find of a buffered archive, looked at in a folder that goes again.
+/// What a run would find of a buffered archive, looked at in a temporary directory.
 std::string signatureProblem(const std::string& archive, const std::string& fileName,
                              const agent::AgentSettings& settings) {
     try {
-        const TemporaryFolder folder;
+        const base::TemporaryDirectory folder("zelor-plan");
         agent::ArchiveExtractor().extract(archive, folder.path());
         const std::string signature =
             remediation::signaturePath(fileName, remediation::splitAtLastDot(fileName)->extension);

@@ -5,12 +5,13 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <map>
 #include <optional>
+#include <stdexcept>
 #include <tuple>
 
-#include "agent/Files.h"
+#include "base/Directories.h"
+#include "base/StagedFile.h"
 #include "controller/InputError.h"
 
 namespace zelor::controller {
@@ -20,12 +21,6 @@ namespace {
 constexpr std::size_t bufferBytes = std::size_t{1} << 16U;
 constexpr unsigned fileMode = 0644;
 
-std::string folderOf(const std::string& path) {
-    const auto slash = path.rfind('/');
-    if (slash == std::string::npos) return ".";
-    return slash == 0 ? "/" : path.substr(0, slash);
-}
-
 /// Devices, pipes and the like are written in place.
 bool isSpecial(const std::string& path) {
     struct stat info {};
@@ -33,7 +28,7 @@ bool isSpecial(const std::string& path) {
 }
 
 std::string cannotWrite(const std::string& path, int error) {
-    return "cannot write " + path + ": " + agent::errorText(error);
+    return "cannot write " + path + ": " + base::errorText(error);
 }
 
 /// "" when everything is written to the open file.
@@ -45,21 +40,19 @@ std::string fill(int fd, const std::string& path, const std::function<void(std::
     return buffer.failed() ? cannotWrite(path, buffer.error()) : "";
 }
 
-std::string temporaryName(const std::string& path) {
-    return path + "." + std::to_string(::getpid()) + ".tmp";
+base::StagedFile stagedFile(const std::string& path) {
+    return base::StagedFile(path, '.' + std::to_string(::getpid()) + ".tmp", fileMode);
 }
 
 std::string replaceFile(const std::string& path, const std::function<void(std::ostream&)>& write) {
-    const std::string temporary = temporaryName(path);
-    base::UniqueFd file = base::openFile(temporary, O_WRONLY | O_CREAT | O_EXCL, fileMode);
-    if (!file) return cannotWrite(temporary, errno);
-    std::string problem = fill(file.get(), temporary, write);
-    if (problem.empty() && !base::flushToDisk(file.get())) problem = cannotWrite(temporary, errno);
-    file.reset();
-    if (problem.empty() && std::rename(temporary.c_str(), path.c_str()) != 0)
-        problem = cannotWrite(path, errno);
-    if (!problem.empty()) ::unlink(temporary.c_str());
-    return problem;
+    try {
+        base::StagedFile file = stagedFile(path);
+        const std::string problem = fill(file.descriptor(), path, write);
+        if (problem.empty()) file.commit();
+        return problem;
+    } catch (const std::runtime_error& e) {
+        return e.what();
+    }
 }
 
 /// Tells one file from another by device and inode; one that is not there yet by its folder's and its name.
@@ -73,7 +66,7 @@ std::optional<Identity> identityOf(const std::string& path) {
         if (!S_ISREG(info.st_mode)) return std::nullopt;
         return Identity(info.st_dev, info.st_ino, "");
     }
-    if (::stat(folderOf(path).c_str(), &info) != 0) return std::nullopt;
+    if (::stat(base::directoryOf(path).c_str(), &info) != 0) return std::nullopt;
     return Identity(info.st_dev, info.st_ino, path.substr(path.rfind('/') + 1));
 }
 
@@ -91,12 +84,12 @@ void checkOutput(const std::string& path, const std::string& option) {
             throw InputError(option + ": " + cannotWrite(path, errno) + "; choose another file");
         return;
     }
-    const std::string temporary = temporaryName(path);
-    if (!base::openFile(temporary, O_WRONLY | O_CREAT | O_EXCL, fileMode)) {
-        throw InputError(option + ": " + cannotWrite(path, errno) +
+    try {
+        (void)stagedFile(path);
+    } catch (const std::runtime_error& e) {
+        throw InputError(option + ": " + e.what() +
                          "; choose a file in a directory that exists and that you may write");
     }
-    ::unlink(temporary.c_str());
 }
 
 }  // namespace

@@ -7,7 +7,6 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
-#include "agent/Files.h"
 #include "base/Files.h"
 #include "base/Strings.h"
 #include "controller/InputError.h"
@@ -153,7 +152,7 @@ Requests loadRequests(const std::string& path) {
     base::UniqueFd file;
     if (!standardInput) file = base::openFile(path, O_RDONLY | O_NOCTTY);
     if (!standardInput && !file) {
-        throw InputError("cannot open " + path + ": " + agent::errorText(errno) +
+        throw InputError("cannot open " + path + ": " + base::errorText(errno) +
                          "; name a JSON file of requests, or - for standard input");
     }
     std::string text;
@@ -161,7 +160,7 @@ Requests loadRequests(const std::string& path) {
     for (;;) {
         const ssize_t got = ::read(standardInput ? STDIN_FILENO : file.get(), piece.data(), piece.size());
         if (got < 0 && errno == EINTR) continue;
-        if (got < 0) throw InputError("cannot read " + name + ": " + agent::errorText(errno));
+        if (got < 0) throw InputError("cannot read " + name + ": " + base::errorText(errno));
         if (got == 0) break;
         text.append(piece, 0, static_cast<std::size_t>(got));
         if (text.size() > fileBytesLimit) {

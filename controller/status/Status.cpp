@@ -5,9 +5,9 @@
 #include <set>
 #include <sstream>
 
-#include "agent/Files.h"
 #include "agent/http/HttpClient.h"
 #include "base/CommandRunner.h"
+#include "base/Files.h"
 #include "base/Strings.h"
 #include "base/SystemRoot.h"
 #include "platform/AgentIni.h"
@@ -33,7 +33,7 @@ std::string systemSays(const std::string& option) {
 
 std::string textOf(const std::string& path) {
     boost::system::error_code error;
-    return fs::exists(path, error) ? agent::readBounded(path, listBytesLimit, agent::Links::follow) : "";
+    return fs::exists(path, error) ? base::readBounded(path, listBytesLimit, base::Links::follow) : "";
 }
 
 /// The files directly inside a folder, by name.

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <memory>
 
+#include "base/Deleter.h"
 #include "base/DirectoryCopy.h"
 #include "base/SystemRoot.h"
 #include "platform/Log.h"
@@ -15,10 +16,6 @@
 namespace zlog = zelor::log;
 
 namespace {
-
-struct CloseDirectory {
-    void operator()(DIR* directory) const { closedir(directory); }
-};
 
 // A separator would make the system follow a link in the name's place.
 std::string withoutSeparatorAtEnd(std::string path) {
@@ -55,7 +52,7 @@ bool MacPatchManager::copyDir(boost::filesystem::path source, boost::filesystem:
 
 std::vector<std::string> MacPatchManager::listFilesInDirectory(std::string dir) {
     std::vector<std::string> names;
-    const std::unique_ptr<DIR, CloseDirectory> directory(opendir(dir.c_str()));
+    const std::unique_ptr<DIR, zelor::base::Deleter<closedir>> directory(opendir(dir.c_str()));
     if (!directory) {
         const int error = errno;  // the logger may change it
         zlog::error(" [MacPatchManager] Opening of the file :", dir, "failed. Error code = ", error);

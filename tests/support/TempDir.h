@@ -1,6 +1,5 @@
 #pragma once
 
-#include <stdlib.h>
 #include <sys/stat.h>
 
 #include <boost/filesystem.hpp>
@@ -10,29 +9,22 @@
 #include <stdexcept>
 #include <string>
 
+#include "base/Directories.h"
+
 namespace zelor::test {
 
-/// A fresh folder below the system's temporary folder, removed with everything in it at the end.
+/// A temporary directory below TMPDIR.
 class TempDir {
   public:
-    TempDir() {
-        std::string pattern = (boost::filesystem::temp_directory_path() / "zelor-test-XXXXXX").string();
-        if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("no temporary folder: " + pattern);
-        path_ = pattern;
-        umask(022);  // what tests make is theirs alone to write to, whatever the caller's mask
-    }
-    ~TempDir() {
-        boost::system::error_code ignored;
-        boost::filesystem::remove_all(path_, ignored);
-    }
-    TempDir(const TempDir&) = delete;
-    TempDir& operator=(const TempDir&) = delete;
+    // What tests make is theirs alone to write to, whatever the caller's mask.
+    TempDir() { umask(022); }
 
     const boost::filesystem::path& path() const { return path_; }
     std::string operator/(const std::string& name) const { return (path_ / name).string(); }
 
   private:
-    boost::filesystem::path path_;
+    base::TemporaryDirectory directory_{"zelor-test"};
+    boost::filesystem::path path_{directory_.path()};
 };
 
 /// Writes a whole file, making its folders.

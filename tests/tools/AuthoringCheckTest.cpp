@@ -2,8 +2,7 @@
 #include <nlohmann/json.hpp>
 
 #include "authoring/checks/ContentChecks.h"
-#include "authoring/checks/NameChecks.h"
-#include "authoring/checks/SizeCheck.h"
+#include "authoring/checks/FileChecks.h"
 #include "authoring/publish/ContentXml.h"
 #include "authoring/publish/Digests.h"
 #include "authoring/publish/SigningKey.h"

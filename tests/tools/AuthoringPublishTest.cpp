@@ -15,7 +15,7 @@
 #include "authoring/checks/RepositoryCheck.h"
 #include "authoring/manifest/SizeText.h"
 #include "authoring/publish/PublishState.h"
-#include "authoring/publish/StagedFile.h"
+#include "base/StagedFile.h"
 #include "remediation/buffer/PatchSize.h"
 #include "tools/AuthoringFixture.h"
 
@@ -334,7 +334,7 @@ TEST_F(PublishTest, AFailureLeavesWhatStoodThere) {
     EXPECT_THAT(changedSince(before),
                 ElementsAre("patches/image.zip", "patches/lock.sig", "patches/lock.zip"));
     for (const auto& entry : fs::directory_iterator(repository + "/patches"))
-        EXPECT_FALSE(isStagedName(entry.path().filename().string()));
+        EXPECT_FALSE(base::isStagedName(entry.path().filename().string()));
 }
 
 TEST_F(PublishTest, AnotherFileUnderAPublishedEriIdIsAWarning) {

@@ -6,12 +6,12 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "base/Strings.h"
 #include "base/SystemRoot.h"
 #include "controller/Arguments.h"
 #include "controller/CpeName.h"
 #include "controller/InputError.h"
 #include "controller/Setup.h"
-#include "controller/Suggestion.h"
 #include "controller/Text.h"
 #include "controller/live/PlainLines.h"
 #include "controller/live/RequestLabel.h"
@@ -392,6 +392,7 @@ TEST(ControllerArguments, AreTakenInAnyUsualOrder) {
 TEST(ControllerArguments, MisspeltOnesHaveANearWord) {
     const std::vector<std::string> options = {"--json", "--events", "--verbose", "-v", "-q"};
     const std::map<std::string, std::string> nearest = {{"--jsno", "--json"},
+                                                        {"--JSON", "--json"},
                                                         {"--event", "--events"},
                                                         {"--verb", "--verbose"},
                                                         {"--frobnicate", ""},
@@ -399,7 +400,7 @@ TEST(ControllerArguments, MisspeltOnesHaveANearWord) {
                                                         {"", ""},
                                                         {std::string(1000, '-'), ""}};
     for (const auto& [word, expected] : nearest)
-        EXPECT_EQ(nearestWord(word, options), expected) << word;
+        EXPECT_EQ(base::nearestWord(word, options), expected) << word;
 }
 
 TEST(ControllerPlace, IsRefusedForItsRealCause) {

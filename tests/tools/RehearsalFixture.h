@@ -16,7 +16,6 @@
 #include <string>
 #include <vector>
 
-#include "rehearsal/StateFolder.h"
 #include "support/TempDir.h"
 
 namespace zelor::test {
@@ -43,9 +42,6 @@ struct RehearsalMac : testing::Test {
     std::string tools = dir / "mac", root = dir / "root";
 
     RehearsalMac() { run({ZELOR_REHEARSAL_PROGRAM, "init", tools, "--root", root, "--os", "10.10.5"}); }
-
-    /// Also what nobody may write to.
-    ~RehearsalMac() override { rehearsal::removeTree(dir.path().string()); }
 
     /// Starts the words; the first is a path, or looked up in `path`. A run of more than `limit` seconds gets
     /// SIGALRM.

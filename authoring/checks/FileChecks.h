@@ -1,9 +1,11 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "authoring/Finding.h"
 
+/// Findings on the file or bundle of one patch.
 namespace zelor::authoring {
 
 /// Whether what is at `path` is of the kind that the patch's name promises: scripts, packages and disk images
@@ -15,5 +17,13 @@ Findings kindFindings(const std::string& place, const std::string& patchId, bool
 /// Whether the file at `path` can be a disk image: agents report success for one that cannot be attached.
 /// Throws std::runtime_error when it cannot be read.
 Findings imageFindings(const std::string& place, const std::string& patchId, const std::string& path);
+
+/// Whether /bin/bash can parse the script; nothing of it is run.
+Findings scriptFindings(const std::string& place, const std::string& script);
+
+/// Whether the announced size is near that of the archive (what is downloaded and buffered) or of the patch
+/// in it.
+Findings sizeFindings(const std::string& place, const std::string& size, std::uint64_t archiveBytes,
+                      std::uint64_t patchBytes);
 
 }  // namespace zelor::authoring

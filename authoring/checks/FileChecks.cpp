@@ -1,15 +1,20 @@
-#include "authoring/checks/BundleChecks.h"
+#include "authoring/checks/FileChecks.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <boost/filesystem/operations.hpp>
+#include <chrono>
 #include <cstdint>
 #include <iterator>
 #include <string_view>
 
-#include "agent/Files.h"
+#include "authoring/manifest/SizeText.h"
+#include "base/CommandRunner.h"
+#include "base/Files.h"
+#include "base/Strings.h"
+#include "remediation/buffer/PatchSize.h"
 #include "remediation/fetch/PatchName.h"
 
 namespace zelor::authoring {
@@ -51,7 +56,7 @@ std::string packageProblem(const std::string& path) {
     constexpr std::size_t headerBytes = 28, sizeAt = 4, tableAt = 8;
     std::string header(headerBytes, '\0');
     std::uint64_t size = 0;
-    const base::UniqueFd file = agent::openRegularFile(path, agent::Links::follow, &size);
+    const base::UniqueFd file = base::openRegularFile(path, base::Links::follow, &size);
     const ssize_t got = ::pread(file.get(), header.data(), header.size(), 0);
     if (got != static_cast<ssize_t>(headerBytes) || header.compare(0, sizeAt, "xar!") != 0)
         return "it does not begin as a flat package does (\"xar!\")";
@@ -70,6 +75,10 @@ Findings packageFindings(const std::string& place, const std::string& patchId, c
         return {};  // whoever reads all of it reports that
     }
 }
+
+/// Rounding of the text, and the archive's own bytes around the patch.
+constexpr std::uint64_t slack = 128U << 10U;
+constexpr std::uint64_t toleranceShare = 20;  // a twentieth
 
 }  // namespace
 
@@ -99,7 +108,7 @@ Findings kindFindings(const std::string& place, const std::string& patchId, bool
 }
 
 Findings imageFindings(const std::string& place, const std::string& patchId, const std::string& path) {
-    const base::UniqueFd file = agent::openRegularFile(path);
+    const base::UniqueFd file = base::openRegularFile(path);
     const off_t size = ::lseek(file.get(), 0, SEEK_END);
     const bool known = std::any_of(std::begin(imageMarks), std::end(imageMarks),
                                    [&](const ImageMark& mark) { return hasMark(file.get(), size, mark); });
@@ -109,6 +118,41 @@ Findings imageFindings(const std::string& place, const std::string& patchId, con
                  "\" is no disk image of a known kind; when it cannot be attached, nothing is installed and "
                  "the request reads success",
              "make it with hdiutil create, and rehearse the entry before you publish it"}};
+}
+
+Findings scriptFindings(const std::string& place, const std::string& script) {
+    constexpr std::chrono::seconds limit{60};
+    const base::CommandResult result = base::runCommand({"/bin/bash", "--norc", "-n", script}, true, limit);
+    if (!result.started) {
+        return {{Severity::warning, place, "the script was not parsed: /bin/bash cannot be started here",
+                 "check it on a machine with /bin/bash"}};
+    }
+    if (result.waited && result.status == 0) return {};
+    std::string said = base::trimmed(result.output);
+    for (auto at = said.find(script); at != std::string::npos; at = said.find(script))
+        said.erase(at, script.size() + (said.compare(at + script.size(), 2, ": ") == 0 ? 2 : 0));
+    return {{Severity::error, place,
+             "bash cannot parse the script: " + (result.timedOut ? "no end in a minute" : said),
+             "correct the line named (bash -n shows the same) and publish it again"}};
+}
+
+Findings sizeFindings(const std::string& place, const std::string& size, std::uint64_t archiveBytes,
+                      std::uint64_t patchBytes) {
+    const std::string remedy = "write \"" + sizeText(archiveBytes) + "\", or let publish compute it";
+    if (size.empty()) {
+        return {
+            {Severity::warning, place, "it has no size, so buffering takes the patch for 0 bytes", remedy}};
+    }
+    // How a text misleads is reported with the content itself.
+    if (!whySizeMisleads(size).empty()) return {};
+    const std::uint64_t least = std::min(archiveBytes, patchBytes), most = std::max(archiveBytes, patchBytes);
+    const auto announced = static_cast<std::uint64_t>(std::max(0L, remediation::parsePatchSize(size).bytes));
+    const bool tooSmall = announced + announced / toleranceShare < least;
+    if (!tooSmall && announced <= most + most / toleranceShare + slack) return {};
+    return {{Severity::warning, place,
+             "size \"" + size + "\" is too " + (tooSmall ? "small" : "large") + ": the archive has " +
+                 std::to_string(archiveBytes) + " bytes",
+             remedy}};
 }
 
 }  // namespace zelor::authoring
