@@ -167,7 +167,7 @@ UniqueFd openOwnFile(const std::string& path, int flags, std::string& problem) {
     struct stat info {};
     if (::lstat(path.c_str(), &info) != 0 || !S_ISLNK(info.st_mode)) {
         errno = error;
-        return fd;
+        return {};
     }
     const std::string target = linkTarget(plainPath(path), problem);
     if (problem.empty()) fd = openTarget(target, flags, problem);

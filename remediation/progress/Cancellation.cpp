@@ -67,7 +67,8 @@ void Cancellation::markCancelled() {
         cancels = std::make_unique<SingleCancels>(*cancellable_, state_.requests, duplicates_);
         cancelsChanged_ = false;
     }
-    for (const std::string* key : progress_.takeUnmarkedCancels(std::move(cancels)))
+    const auto unmarked = progress_.takeUnmarkedCancels(std::move(cancels));
+    for (const std::string* key : unmarked)
         progress_.record(*key, RemediationManager::REM_ABORTED);
 }
 

@@ -133,7 +133,8 @@ TEST_F(InstalledPatches, CountsAsAppendedOnlyWhatItAppendedItself) {
     const auto rewrite = [&](const std::string& text) { writeFile(path, text); };
     manager.addEntryInInstalledPatchesFile(0, "ERI-1");
     manager.addEntryInInstalledPatchesFile(0, "ERI-2");
-    EXPECT_TRUE(applied({{"ERI-1", ""}}) && applied({{"ERI-2", ""}}));
+    EXPECT_TRUE(applied({{"ERI-1", ""}}));
+    EXPECT_TRUE(applied({{"ERI-2", ""}}));
     rewrite("ERI-8\nERI-9\nERI-10\n");
     EXPECT_FALSE(applied({{"ERI-1", ""}})) << "rewritten in place, and longer";
     EXPECT_TRUE(applied({{"ERI-8", ""}}));
@@ -142,7 +143,8 @@ TEST_F(InstalledPatches, CountsAsAppendedOnlyWhatItAppendedItself) {
     rewrite("");
     other.addEntryInInstalledPatchesFile(0, "ERI-11");
     manager.addEntryInInstalledPatchesFile(0, "ERI-12");
-    EXPECT_TRUE(applied({{"ERI-11", ""}}) && applied({{"ERI-12", ""}}));
+    EXPECT_TRUE(applied({{"ERI-11", ""}}));
+    EXPECT_TRUE(applied({{"ERI-12", ""}}));
     EXPECT_FALSE(applied({{"ERI-8", ""}})) << "emptied and refilled by another manager";
     other.addEntryInInstalledPatchesFile(0, "ERI-13");
     EXPECT_TRUE(applied({{"ERI-13", ""}}));
@@ -159,7 +161,8 @@ TEST_F(InstalledPatches, ItsOwnLinesAreNotReadAgain) {
     writeFile(agent.recordPath(), "ERI-x\nERI-y\n");
     const struct timespec times[2] = {zelor::base::accessTime(info), zelor::base::modificationTime(info)};
     ASSERT_EQ(utimensat(AT_FDCWD, agent.recordPath().c_str(), times, 0), 0);
-    EXPECT_TRUE(applied({{"ERI-0", ""}}) && applied({{"ERI-1", ""}}));
+    EXPECT_TRUE(applied({{"ERI-0", ""}}));
+    EXPECT_TRUE(applied({{"ERI-1", ""}}));
 }
 
 // One writer meets the limit in the middle of its line while another's short lines still fit.
