@@ -30,7 +30,7 @@ Makes, verifies, serves and rehearses repositories of signed remediation content
 constexpr const char* exitStatuses = R"(Exit status:
   0    done; check: no errors
   1    something failed on the way; check: there are errors
-  2    unusable arguments, manifest, key or folder: nothing was changed
+  2    unusable arguments, manifest, key or directory: nothing was changed
   130  rehearse: ended by a signal)";
 
 constexpr const char* publishHelp = R"(Examples:
@@ -42,7 +42,7 @@ published before and names no more is withdrawn; its archives go a day later, wh
 
 An entry has an identifier and either "cres": [{id, platform, product, "eris": [...]}] or the fields of its only cre.
 A cre has either "eris": [{...}] or the fields of its only ERI: product, impact, instructions, file (relative to the
-manifest; a bundle is a folder), patchId (the file's name), reboot, silent, mskb, size and md5 (computed), omitArchive
+manifest; a bundle is a directory), patchId (the file's name), reboot, silent, mskb, size and md5 (computed), omitArchive
 (publish the content alone). Ids and the ERI's product have defaults.)";
 
 constexpr const char* checkHelp = R"(Examples:
@@ -58,7 +58,7 @@ constexpr const char* rehearseHelp = R"(Examples:
   zelor-content rehearse manifest.json --identifier CVE-2015-7001 --os 10.9.5 --update SecUpd2015-007
   zelor-content rehearse manifest.json --identifier CVE-2014-4459 --tools mac --report report.html
 
-Tries one entry of a manifest on a rehearsal Mac and tells what became of it. Publishes the entry to a temporary folder
+Tries one entry of a manifest on a rehearsal Mac and reports what became of it. Publishes the entry to a temporary directory
 with a key made for it, checks and serves it, sets up a Mac, and runs zelor-remediate there. Everything is removed
 afterwards, but for a Mac of your own (--root, --tools). Ctrl-C cancels the run.
 
@@ -141,7 +141,7 @@ void addRehearse(CLI::App& app, RehearseOptions& options, Action& action) {
         ->type_name("KEY")
         ->allow_extra_args(false);
     CLI::Option* tools =
-        command->add_option("--tools", options.tools, "Take the Mac of this tools folder as it is")
+        command->add_option("--tools", options.tools, "Take the Mac of this tools directory as it is")
             ->type_name("DIR");
     command->add_option("--os", options.os, "System of the Mac that is made")
         ->type_name("VERSION")

@@ -55,7 +55,7 @@ CLI::App* addCommand(CLI::App& app, Options& options, const char* name, const ch
 
 void addToolsOption(CLI::App* command, Options& options) {
     command->add_option("--tools", options.tools,
-                        "The Mac's tools folder (default: the folder of this program's name)");
+                        "The Mac's tools directory (default: the directory of this program's name)");
 }
 
 void addOsOptions(CLI::App* command, Options& options) {
@@ -67,14 +67,14 @@ void addOsOptions(CLI::App* command, Options& options) {
 
 void addMacCommands(CLI::App& app, Options& options) {
     CLI::App* init =
-        addCommand(app, options, "init", "Make a tools folder with a Mac of its own", [&options] {
+        addCommand(app, options, "init", "Make a tools directory with a Mac of its own", [&options] {
             makeMac(options.folder,
                     fs::canonical(ownFolder(options.program) + "/" +
                                   fs::path(options.program).filename().string())
                         .string(),
                     {options.root, options.version, options.build, options.product});
         });
-    init->add_option("DIR", options.folder, "The tools folder")->required();
+    init->add_option("DIR", options.folder, "The tools directory")->required();
     init->add_option("--root", options.root,
                      "The Mac's disk: everything is installed below it (default: DIR/root)");
     init->add_option("--os", options.version, "Version, from 10.9 on")->capture_default_str();
@@ -161,13 +161,14 @@ void addFaultCommand(CLI::App& app, Options& options) {
 
 void addBuilders(CLI::App& app, Options& options) {
     PackageOrder& order = options.package;
-    CLI::App* package = addCommand(app, options, "build-pkg", "Make a flat package of a folder",
+    CLI::App* package = addCommand(app, options, "build-pkg", "Make a flat package of a directory",
                                    [&order] { buildPackage(order); });
     package->add_option("--id", order.info.id, "Package identifier, such as com.example.editor")->required();
     package->add_option("--version", order.info.version, "Package version")->required();
     package->add_option("--name", order.name,
                         "Title; makes a product (default: a single package, called as its file)");
-    package->add_option("--install-location", order.info.installLocation, "Where the folder's content goes")
+    package
+        ->add_option("--install-location", order.info.installLocation, "Where the directory's content goes")
         ->capture_default_str();
     package->add_flag("--restart", order.info.restart, "Asks for a restart");
     package->add_option("--scripts", order.scripts, "Folder with preinstall, postinstall or both");
@@ -175,7 +176,7 @@ void addBuilders(CLI::App& app, Options& options) {
     package->add_option("OUT", order.output, "The package file")->required();
 
     ImageOrder& image = options.image;
-    CLI::App* disk = addCommand(app, options, "build-dmg", "Make a disk image (ISO 9660) of a folder",
+    CLI::App* disk = addCommand(app, options, "build-dmg", "Make a disk image (ISO 9660) of a directory",
                                 [&image] { buildImage(image); });
     disk->add_option("--volume", image.volume, "Volume name")->required();
     disk->add_option("FOLDER", image.folder, "What the volume holds")->required();
@@ -188,7 +189,7 @@ int runCommandLine(int count, char** words) {
     CLI::App app(
         "A rehearsal Mac: softwareupdate, sw_vers, installer and hdiutil that work on real packages and disk "
         "images\n"
-        "below a root folder, with faults on demand.",
+        "below a root directory, with faults on demand.",
         "zelor-rehearsal");
     Options options;
     options.program = count > 0 ? words[0] : "zelor-rehearsal";

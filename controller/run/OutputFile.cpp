@@ -47,7 +47,7 @@ base::StagedFile stagedFile(const std::string& path) {
 std::string replaceFile(const std::string& path, const std::function<void(std::ostream&)>& write) {
     try {
         base::StagedFile file = stagedFile(path);
-        const std::string problem = fill(file.descriptor(), path, write);
+        std::string problem = fill(file.descriptor(), path, write);
         if (problem.empty()) file.commit();
         return problem;
     } catch (const std::runtime_error& e) {

@@ -32,7 +32,7 @@ void RunRecord::settled(const RequestResult& result) {
     if (!cancelled) entry.beforeCancel.reset();
     if (cancelled && isResult(entry.last.value) && entry.last.value != abortedValue)
         entry.beforeCancel = EarlierResult{entry.last.value, base::printable(entry.last.reason)};
-    std::string output = cancelled ? std::move(entry.last.output) : result.output;
+    std::string output = cancelled ? entry.last.output : result.output;
     entry.last = result;
     entry.last.output = std::move(output);
     restartNeeded_ |= result.restartNeeded;

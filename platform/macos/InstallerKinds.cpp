@@ -55,6 +55,7 @@ const InstallerKind* kindOnImage(const std::string& fileName) {
 
 std::string installableText() {
     std::vector<std::string> markers;
+    markers.reserve(installerKinds.size());
     for (const InstallerKind& kind : installerKinds)
         markers.emplace_back(kind.marker);
     return joined(markers);
