@@ -38,7 +38,7 @@ void Progress::replace(Map progress) {
 
 void Progress::record(const std::string& key, State state) {
     State result = state;
-    if (isFinal(state)) {
+    if (isFinal(static_cast<unsigned long>(state))) {
         const auto collective = collectiveResult(key, state);
         if (!collective) return;
         result = *collective;
