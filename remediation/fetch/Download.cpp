@@ -45,16 +45,14 @@ bool Download::start(const std::string& key, const std::function<void()>& work) 
     return start == Cancellation::Start::started;
 }
 
-void Download::awaitEnd() {
-    boost::unique_lock<boost::mutex> lock(endMutex_);
-    end_.wait(lock, [this] { return done_.load(); });
-}
-
 // The thread, which is over by then, is joined by a handle of our own: a cancel may look at the other one at
 // any moment.
 void Download::join() {
     const boost::this_thread::disable_interruption whole;
-    awaitEnd();
+    {
+        boost::unique_lock<boost::mutex> lock(endMutex_);
+        end_.wait(lock, [this] { return done_.load(); });
+    }
     boost::thread ended = cancellation_.takeDownload();
     if (ended.joinable()) ended.join();
     done_ = false;

@@ -39,7 +39,6 @@ class Download {
 
   private:
     bool start(const std::string& key, const std::function<void()>& work);
-    void awaitEnd();
     void join();
 
     const std::string& installPath_;
