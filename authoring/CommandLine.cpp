@@ -12,7 +12,7 @@ namespace zelor::authoring {
 
 namespace {
 
-constexpr const char* examples = R"(Examples:
+constexpr const char* kExamples = R"(Examples:
   zelor-content keygen --out keys
   zelor-content publish manifest.json --key keys/repository.key --out repository
   zelor-content check repository --key keys/repository.pem
@@ -27,13 +27,13 @@ A manifest is a list of entries; this one publishes a script and a package:
 
 Makes, verifies, serves and rehearses repositories of signed remediation content.)";
 
-constexpr const char* exitStatuses = R"(Exit status:
+constexpr const char* kExitStatuses = R"(Exit status:
   0    done; check: no errors
   1    something failed on the way; check: there are errors
   2    unusable arguments, manifest, key or directory: nothing was changed
   130  rehearse: ended by a signal)";
 
-constexpr const char* publishHelp = R"(Examples:
+constexpr const char* kPublishHelp = R"(Examples:
   zelor-content publish manifest.json --key keys/repository.key --out repository
 
 Publishes what a manifest names. Everything is checked first. What is unchanged is not written again, and what is
@@ -45,15 +45,15 @@ A cre has either "eris": [{...}] or the fields of its only ERI: product, impact,
 manifest; a bundle is a directory), patchId (the file's name), reboot, silent, mskb, size and md5 (computed), omitArchive
 (publish the content alone). Ids and the ERI's product have defaults.)";
 
-constexpr const char* checkHelp = R"(Examples:
+constexpr const char* kCheckHelp = R"(Examples:
   zelor-content check repository --key keys/repository.pem
   zelor-content check repository --key keys/repository.pem --json
 
-Verifies a repository as agents would see it. Each finding tells how to mend it: signatures, sizes, MD5 sums, missing
+Verifies a repository as agents would see it. Each finding says how to fix it: signatures, sizes, MD5 sums, missing
 files, malformed content, names that agents refuse or confuse, scripts that bash cannot parse, content that can never
 be applied, archives that are unsafe to unpack or that no content names, content that was withdrawn. Unpacks each archive below TMPDIR, one at a time.)";
 
-constexpr const char* rehearseHelp = R"(Examples:
+constexpr const char* kRehearseHelp = R"(Examples:
   zelor-content rehearse manifest.json --identifier CVE-2014-4459
   zelor-content rehearse manifest.json --identifier CVE-2015-7001 --os 10.9.5 --update SecUpd2015-007
   zelor-content rehearse manifest.json --identifier CVE-2014-4459 --tools mac --report report.html
@@ -71,7 +71,7 @@ using Action = std::function<int()>;
 void addKeygen(CLI::App& app, KeygenOptions& options, Action& action) {
     CLI::App* command =
         app.add_subcommand("keygen", "Make the key pair of a repository; never overwrites one");
-    command->add_option("--out", options.out, "Folder for repository.key (mode 0600) and repository.pem")
+    command->add_option("--out", options.out, "Directory for repository.key (mode 0600) and repository.pem")
         ->required()
         ->type_name("DIR");
     command->add_option("--type", options.type, "ec (P-256) or rsa (3072 bits)")
@@ -82,7 +82,7 @@ void addKeygen(CLI::App& app, KeygenOptions& options, Action& action) {
 }
 
 void addPublish(CLI::App& app, PublishOptions& options, Action& action) {
-    CLI::App* command = app.add_subcommand("publish", publishHelp);
+    CLI::App* command = app.add_subcommand("publish", kPublishHelp);
     command->add_option("MANIFEST.json", options.manifest, "What to publish")->required()->type_name("");
     command->add_option("--key", options.key, "The repository's private key")->required()->type_name("FILE");
     command->add_option("--out", options.out, "The repository; made when it is missing")
@@ -99,7 +99,7 @@ void addPublish(CLI::App& app, PublishOptions& options, Action& action) {
 void addServe(CLI::App& app, ServeOptions& options, Action& action) {
     CLI::App* command = app.add_subcommand(
         "serve", "Serve a repository over HTTP, for rehearsals; prints its URL when it is ready");
-    command->add_option("DIR", options.folder, "The repository")->required()->type_name("");
+    command->add_option("DIR", options.directory, "The repository")->required()->type_name("");
     command->add_option("--port", options.port, "TCP port; 0 takes any free one")
         ->type_name("N")
         ->capture_default_str();
@@ -111,8 +111,8 @@ void addServe(CLI::App& app, ServeOptions& options, Action& action) {
 }
 
 void addCheck(CLI::App& app, CheckOptions& options, Action& action) {
-    CLI::App* command = app.add_subcommand("check", checkHelp);
-    command->add_option("DIR", options.folder, "The repository")->required()->type_name("");
+    CLI::App* command = app.add_subcommand("check", kCheckHelp);
+    command->add_option("DIR", options.directory, "The repository")->required()->type_name("");
     command->add_option("--key", options.key, "The public key (or certificate) that agents trust")
         ->required()
         ->type_name("FILE");
@@ -128,7 +128,7 @@ void addCheck(CLI::App& app, CheckOptions& options, Action& action) {
 }
 
 void addRehearse(CLI::App& app, RehearseOptions& options, Action& action) {
-    CLI::App* command = app.add_subcommand("rehearse", rehearseHelp);
+    CLI::App* command = app.add_subcommand("rehearse", kRehearseHelp);
     command->add_option("MANIFEST.json", options.manifest, "What to rehearse")->required()->type_name("");
     command
         ->add_option("--identifier", options.identifier, "The entry; may be left out when there is one alone")
@@ -160,7 +160,7 @@ void addRehearse(CLI::App& app, RehearseOptions& options, Action& action) {
     command->add_option("--report", options.report, "Write the run's report there")->type_name("FILE");
     command->add_flag("--keep", options.keep,
                       "Leave repository, Mac and requests where they are, and say where");
-    command->add_flag("--verbose", options.verbose, "The log's trail on standard error");
+    command->add_flag("--verbose", options.verbose, "Also log to standard error");
     command->callback([&] { action = [&] { return runRehearse(options); }; });
 }
 
@@ -196,11 +196,11 @@ void refuseUnknownCommand(const CLI::App& app, const std::vector<std::string>& a
 }  // namespace
 
 int runContentTool(const std::vector<std::string>& arguments) {
-    CLI::App app(examples, "zelor-content");
+    CLI::App app(kExamples, "zelor-content");
     app.formatter(std::make_shared<HelpFormat>());
     app.set_version_flag("--version", "zelor-content " ZELOR_VERSION_STRING);
     app.require_subcommand(1);
-    app.footer(exitStatuses);
+    app.footer(kExitStatuses);
     KeygenOptions keygenOptions;
     PublishOptions publishOptions;
     ServeOptions serveOptions;
@@ -217,13 +217,13 @@ int runContentTool(const std::vector<std::string>& arguments) {
         app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
         return action();
     } catch (const CLI::ParseError& e) {
-        return app.exit(e) == 0 ? exitStatus::good : exitStatus::unusable;
+        return app.exit(e) == 0 ? exitStatus::kGood : exitStatus::kUnusable;
     } catch (const UsageError& e) {
         std::cerr << "zelor-content: " << e.what() << '\n';
-        return exitStatus::unusable;
+        return exitStatus::kUnusable;
     } catch (const std::exception& e) {
         std::cerr << "zelor-content: " << e.what() << '\n';
-        return exitStatus::failed;
+        return exitStatus::kFailed;
     }
 }
 

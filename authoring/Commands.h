@@ -9,10 +9,10 @@
 namespace zelor::authoring {
 
 namespace exitStatus {
-constexpr int good = 0;
-constexpr int failed = 1;  ///< or check found errors
-constexpr int unusable = 2;
-constexpr int interrupted = 130;  ///< rehearse, by a signal
+constexpr int kGood = 0;
+constexpr int kFailed = 1;  ///< or check found errors
+constexpr int kUnusable = 2;
+constexpr int kInterrupted = 130;  ///< rehearse, by a signal
 }  // namespace exitStatus
 
 struct KeygenOptions {
@@ -32,7 +32,7 @@ struct PublishOptions {
 int runPublish(const PublishOptions& options);
 
 struct ServeOptions {
-    std::string folder;
+    std::string directory;
     std::string address = "127.0.0.1";
     std::uint16_t port = 8000;
     bool verbose = false;
@@ -41,7 +41,7 @@ struct ServeOptions {
 int runServe(const ServeOptions& options);
 
 struct CheckOptions {
-    std::string folder;
+    std::string directory;
     std::string key;
     std::vector<std::string> manifests;
     bool json = false;

@@ -7,7 +7,7 @@ namespace zelor::authoring {
 
 enum class Severity { error, warning };
 
-/// One thing that is wrong with a manifest or a repository: where, what, and how to mend it.
+/// One thing that is wrong with a manifest or a repository: where, what, and how to fix it.
 struct Finding {
     Severity severity = Severity::error;
     std::string place;

@@ -33,14 +33,14 @@ bool makeDirectories(const std::string& path) {
 }
 
 UniqueFd openPrivateDirectory(const std::string& path) {
-    constexpr mode_t mode = 0700;
-    constexpr int flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW;
-    UniqueFd directory = openFile(path, flags);
+    constexpr mode_t kMode = 0700;
+    constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW;
+    UniqueFd directory = openFile(path, kFlags);
     if (!directory && errno == ENOENT) {
         const auto slash = path.rfind('/');
         if (slash != std::string::npos && slash != 0) (void)makeDirectories(path.substr(0, slash));
-        (void)::mkdir(path.c_str(), mode);
-        directory = openFile(path, flags);
+        (void)::mkdir(path.c_str(), kMode);
+        directory = openFile(path, kFlags);
     }
     struct stat status {};
     if (!directory || ::fstat(directory.get(), &status) != 0) {
@@ -49,7 +49,7 @@ UniqueFd openPrivateDirectory(const std::string& path) {
     if (status.st_uid != ::geteuid()) {
         throw std::runtime_error("the directory " + path + " belongs to another user; remove it");
     }
-    if ((status.st_mode & 0777U) != mode && ::fchmod(directory.get(), mode) != 0) {
+    if ((status.st_mode & 0777U) != kMode && ::fchmod(directory.get(), kMode) != 0) {
         throw std::runtime_error("cannot close the directory " + path + " to others: " + errorText(errno));
     }
     return directory;

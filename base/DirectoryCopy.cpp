@@ -25,16 +25,16 @@ namespace {
     throw std::runtime_error(std::string(what) + " '" + name + "': " + std::strerror(error));
 }
 
-std::vector<std::string> entries(int folder, const std::string& shown) {
+std::vector<std::string> entries(int directory, const std::string& shown) {
     // A descriptor of its own, since closedir closes it.
-    UniqueFd copy(openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    const std::unique_ptr<DIR, Deleter<closedir>> directory(copy ? fdopendir(copy.get()) : nullptr);
-    if (!directory) fail("cannot list", shown);
+    UniqueFd copy(openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const std::unique_ptr<DIR, Deleter<closedir>> stream(copy ? fdopendir(copy.get()) : nullptr);
+    if (!stream) fail("cannot list", shown);
     copy.release();
     std::vector<std::string> names;
     for (;;) {
         errno = 0;
-        const dirent* entry = readdir(directory.get());
+        const dirent* entry = readdir(stream.get());
         if (entry == nullptr) break;
         const std::string name = entry->d_name;
         if (name != "." && name != "..") names.push_back(name);
@@ -63,10 +63,10 @@ void removeTree(int parent, const std::string& name, dev_t device, const std::st
     if (unlinkat(parent, name.c_str(), isDirectory ? AT_REMOVEDIR : 0) != 0) fail("cannot remove", shown);
 }
 
-/// Copies one folder into another, by descriptors, so that nobody can move the ground away.
+/// Copies one directory into another, by descriptors, so that nobody can move the ground away.
 class TreeCopy {
   public:
-    /// The names are for messages. `shared`: what stands directly in the target is not the copy's to remove.
+    /// The names are for messages. `shared`: what is directly in the target is not removed.
     TreeCopy(const std::string& source, const std::string& target, bool shared)
         : source_(source), target_(target), shared_(shared) {}
 
@@ -96,7 +96,7 @@ class TreeCopy {
         if (fstatat(entry.from, entry.name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0)
             fail("cannot read", source_ + entry.path);
         if (S_ISDIR(info.st_mode)) {
-            copyFolder(entry, info);
+            copyDirectory(entry, info);
         } else if (S_ISLNK(info.st_mode)) {
             copyLink(entry, info);
         } else if (S_ISREG(info.st_mode)) {
@@ -107,7 +107,7 @@ class TreeCopy {
         }
     }
 
-    void copyFolder(const Entry& entry, const struct stat& info) {
+    void copyDirectory(const Entry& entry, const struct stat& info) {
         const char* name = entry.name.c_str();
         struct stat there {};
         if (fstatat(entry.to, name, &there, AT_SYMLINK_NOFOLLOW) == 0 && !S_ISDIR(there.st_mode) &&

@@ -17,7 +17,7 @@ namespace zelor::base {
 
 namespace {
 
-constexpr std::size_t pieceBytes = 1U << 20U;
+constexpr std::size_t kPieceBytes = 1U << 20U;
 
 /// At most `room` bytes into `buffer`; 0 at the end of the file.
 std::size_t readSome(const UniqueFd& file, const std::string& path, char* buffer, std::size_t room) {
@@ -28,7 +28,7 @@ std::size_t readSome(const UniqueFd& file, const std::string& path, char* buffer
     }
 }
 
-/// The offset behind the last line end; -1, errno set, when it cannot be told.
+/// The offset behind the last line end; -1, errno set, when it cannot be read.
 off_t wholeLinesEnd(int fd) {
     struct stat info {};
     if (fstat(fd, &info) != 0) return -1;
@@ -107,7 +107,7 @@ UniqueFd openRegularFile(const std::string& path, Links links, std::uint64_t* by
 
 std::uint64_t readInPieces(const UniqueFd& file, const std::string& path,
                            const std::function<void(std::string_view)>& consume) {
-    std::vector<char> buffer(pieceBytes);
+    std::vector<char> buffer(kPieceBytes);
     std::uint64_t total = 0;
     while (const std::size_t got = readSome(file, path, buffer.data(), buffer.size())) {
         consume({buffer.data(), got});

@@ -41,7 +41,7 @@ class UniqueFd {
     int fd_ = -1;
 };
 
-/// What tells one state of a file from another without reading it.
+/// What distinguishes one state of a file from another without reading it.
 struct FileStamp {
     bool exists = false;
     dev_t device = 0;
@@ -90,7 +90,7 @@ bool writeAll(int fd, std::string_view bytes);
 bool flushToDisk(int fd);
 /// Makes a rename in `directory` survive a power loss, as far as the file system can.
 void flushDirectory(const std::string& directory);
-/// Shortens a file of lines to its whole ones: what stands behind the last line end (an older crash) is cut
+/// Shortens a file of lines to its whole ones: what follows the last line end (an older crash) is cut
 /// off. False on failure, errno set.
 bool cutTornEnd(int fd);
 /// Appends `line` and a line end in one write, making the file when there is none. When the file's last line

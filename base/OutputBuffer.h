@@ -16,7 +16,7 @@ class OutputBuffer {
     void skip(std::size_t size) { size_ += size; }
     /// Bytes added so far, the dropped ones included.
     std::size_t size() const { return size_; }
-    /// What was kept, with a line that tells how much is missing where bytes were dropped. Leaves the buffer
+    /// What was kept, with a line that says how much is missing where bytes were dropped. Leaves the buffer
     /// empty.
     std::string take();
 
@@ -24,7 +24,7 @@ class OutputBuffer {
     std::size_t half_;
     std::size_t size_ = 0;
     std::string head_;
-    std::string tail_;  ///< a ring once it is full: the oldest byte stands at `start_`
+    std::string tail_;  ///< a ring once it is full: the oldest byte is at `start_`
     std::size_t start_ = 0;
 };
 

@@ -7,13 +7,13 @@
 namespace zelor::base {
 
 Utf8Locale::Utf8Locale() {
-    static const locale_t utf8 = [] {
+    static const locale_t kUtf8 = [] {
         for (const char* name : {"C.UTF-8", "UTF-8", "en_US.UTF-8"}) {
             if (const locale_t found = ::newlocale(LC_CTYPE_MASK, name, nullptr)) return found;
         }
         return static_cast<locale_t>(nullptr);
     }();
-    if (utf8 != nullptr) old_ = ::uselocale(utf8);
+    if (kUtf8 != nullptr) old_ = ::uselocale(kUtf8);
 }
 
 Utf8Locale::~Utf8Locale() {
@@ -21,7 +21,7 @@ Utf8Locale::~Utf8Locale() {
 }
 
 int columnsOfCharacter(char32_t code) {
-    if (code == base::invalidCharacter || code < 0x20 || (code >= 0x7f && code < 0xa0) ||
+    if (code == base::kInvalidCharacter || code < 0x20 || (code >= 0x7f && code < 0xa0) ||
         base::reordersText(code))
         return -1;
     if (code < 0x7f) return 1;

@@ -17,7 +17,7 @@ namespace zelor::base {
 
 namespace {
 
-constexpr const char* hiddenPrefix = ".staged-";
+constexpr const char* kHiddenPrefix = ".staged-";
 
 [[noreturn]] void fail(const std::string& path) {
     throw std::runtime_error("cannot write " + path + ": " + errorText(errno));
@@ -38,7 +38,7 @@ bool StagedName::renameTo(const std::string& target) {
 }
 
 StagedFile::Made StagedFile::makeHidden(const std::string& path) {
-    std::string name = path.substr(0, path.rfind('/') + 1) + hiddenPrefix + "XXXXXX";
+    std::string name = path.substr(0, path.rfind('/') + 1) + kHiddenPrefix + "XXXXXX";
     UniqueFd file(::mkostemp(name.data(), O_CLOEXEC));
     if (!file) fail(path);
     return {AT_FDCWD, std::move(name), std::move(file)};
@@ -47,8 +47,8 @@ StagedFile::Made StagedFile::makeHidden(const std::string& path) {
 StagedFile::Made StagedFile::makeNamed(int directory, const std::string& name, unsigned mode,
                                        const std::string& path) {
     (void)::unlinkat(directory, name.c_str(), 0);
-    constexpr int flags = O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
-    UniqueFd file(::openat(directory, name.c_str(), flags, static_cast<mode_t>(mode)));
+    constexpr int kFlags = O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+    UniqueFd file(::openat(directory, name.c_str(), kFlags, static_cast<mode_t>(mode)));
     if (!file) fail(path);
     return {directory, name, std::move(file)};
 }
@@ -82,8 +82,8 @@ void StagedFile::close() {
 void StagedFile::finish() {
     if (flushed_) return;
     if (!file_) {
-        constexpr int flags = O_RDONLY | O_NOFOLLOW | O_CLOEXEC;
-        file_ = UniqueFd(::openat(staged_.directory(), staged_.name().c_str(), flags));
+        constexpr int kFlags = O_RDONLY | O_NOFOLLOW | O_CLOEXEC;
+        file_ = UniqueFd(::openat(staged_.directory(), staged_.name().c_str(), kFlags));
     }
     if (!file_ || !flushToDisk(file_.get()) || !file_.close()) fail(path_);
     flushed_ = true;
@@ -110,8 +110,8 @@ StagedFile& StagedFiles::add(const std::string& path) {
 
 void StagedFiles::flush(const std::set<std::string>& directories) {
     // Of a few files it is quicker to flush these alone.
-    constexpr std::size_t many = 16;
-    bool flushed = files_.size() >= many;
+    constexpr std::size_t kMany = 16;
+    bool flushed = files_.size() >= kMany;
     for (const std::string& directory : directories) {
         const UniqueFd fd = openFile(directory, O_RDONLY | O_DIRECTORY);
         flushed = flushed && fd.valid() && flushFileSystem(fd.get());
@@ -150,7 +150,7 @@ void replaceFileIn(const UniqueFd& directory, const std::string& name, const std
 }
 
 bool isStagedName(const std::string& name) {
-    return hasBeginning(name, hiddenPrefix);
+    return hasBeginning(name, kHiddenPrefix);
 }
 
 }  // namespace zelor::base

@@ -112,13 +112,13 @@ std::size_t editDistance(const std::string& one, const std::string& other) {
 }
 
 std::string nearestWord(const std::string& word, const std::vector<std::string>& known) {
-    constexpr std::size_t longestWord = 40;
-    constexpr std::size_t shortestBeginning = 2;
-    if (word.empty() || word.size() > longestWord) return "";
+    constexpr std::size_t kLongestWord = 40;
+    constexpr std::size_t kShortestBeginning = 2;
+    if (word.empty() || word.size() > kLongestWord) return "";
     std::string best;
     std::size_t fewest = word.size() / 3 + 1;  // exclusive
     for (const std::string& one : known) {
-        if (word.size() >= shortestBeginning && hasBeginning(one, word)) return one;
+        if (word.size() >= kShortestBeginning && hasBeginning(one, word)) return one;
         const std::size_t distance = editDistance(word, one);
         if (distance >= fewest || distance >= one.size()) continue;
         fewest = distance;
@@ -150,9 +150,9 @@ std::string insideSingleQuotes(const std::string& text) {
 }
 
 std::string shellWord(const std::string& word) {
-    static const std::string plain =
+    static const std::string kPlain =
         "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_@%+=:,./-";
-    const bool bare = !word.empty() && word.find_first_not_of(plain) == std::string::npos;
+    const bool bare = !word.empty() && word.find_first_not_of(kPlain) == std::string::npos;
     return bare ? word : "'" + insideSingleQuotes(word) + "'";
 }
 

@@ -185,7 +185,7 @@ bool copyFileData(int source, int target) {
         } else if (count < 0 && errno == EINTR) {
             continue;
         } else {
-            break;  // not between these file systems, or a file that only reads can tell the size of
+            break;  // not between these file systems, or a file whose size only reading shows
         }
     }
     return copyByHand(source, target);

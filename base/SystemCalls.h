@@ -31,7 +31,7 @@ short closeOtherDescriptors(posix_spawn_file_actions_t& actions);
 /// for posix_spawnattr_setflags.
 short leaveTerminal(sigset_t& blocked);
 
-/// A steady clock that stands still while the machine sleeps, so that a limit is not used up by a closed lid.
+/// A steady clock that stops while the machine sleeps, so that a limit is not used up by a closed lid.
 struct AwakeClock {
     using duration = std::chrono::nanoseconds;
     using rep = duration::rep;
@@ -62,7 +62,7 @@ bool availableBytes(int fd, std::uint64_t& bytes);
 /// Gives the disk space of a file's first `bytes` bytes back, as far as whole blocks go; they read as zero
 /// from then on, and the file keeps its size. False where the system or the file system cannot.
 bool releaseBeginning(int fd, off_t bytes);
-/// Exchanges two files or folders in one step. False where the system or the file system cannot.
+/// Exchanges two files or directories in one step. False where the system or the file system cannot.
 bool exchangePaths(const std::string& one, const std::string& other);
 
 }  // namespace zelor::base

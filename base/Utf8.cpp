@@ -15,9 +15,9 @@ Character characterAt(const std::string& text, std::size_t at) {
         if ((next & 0xc0U) != 0x80) return {};
         code = code << 6U | (next & 0x3fU);
     }
-    constexpr std::array<char32_t, 5> least = {0, 0, 0x80, 0x800, 0x10000};
+    constexpr std::array<char32_t, 5> kLeast = {0, 0, 0x80, 0x800, 0x10000};
     const bool surrogate = code >= 0xd800 && code <= 0xdfff;
-    if (code < least.at(bytes) || code > 0x10ffff || surrogate) return {};
+    if (code < kLeast.at(bytes) || code > 0x10ffff || surrogate) return {};
     return {code, bytes};
 }
 
@@ -26,7 +26,7 @@ bool isText(const std::string& text) {
         const Character character = characterAt(text, at);
         const bool control = (character.code < 0x20 && character.code != '\t' && character.code != '\r') ||
                              character.code == 0x7f;
-        if (control || character.code == invalidCharacter) return false;
+        if (control || character.code == kInvalidCharacter) return false;
         at += character.bytes;
     }
     return true;

@@ -6,11 +6,11 @@
 /// UTF-8 that comes from anywhere.
 namespace zelor::base {
 
-/// What stands for a byte that begins no well-formed character.
-constexpr char32_t invalidCharacter = 0xffffffff;
+/// Replaces a byte that begins no well-formed character.
+constexpr char32_t kInvalidCharacter = 0xffffffff;
 
 struct Character {
-    char32_t code = invalidCharacter;
+    char32_t code = kInvalidCharacter;
     std::size_t bytes = 1;
 };
 

@@ -224,7 +224,7 @@ Work preparePolledRun(int count) {
 }
 
 const std::map<std::string, Prepare>& works() {
-    static const std::map<std::string, Prepare> all = {
+    static const std::map<std::string, Prepare> kAll = {
         {"records", prepareRecords},
         {"run", prepareRun},
         {"run_tenth_cancelled", [](int count) { return prepareCancelledRun(count, tenthOf(count)); }},
@@ -234,7 +234,7 @@ const std::map<std::string, Prepare>& works() {
         {"collective_all_cancelled", [](int count) { return prepareCollective(count, requestsFor(count)); }},
         {"applied", prepareApplied},
         {"run_polled", preparePolledRun}};
-    return all;
+    return kAll;
 }
 
 void measure(benchmark::State& state, const Prepare& prepare, int count) {

@@ -26,12 +26,12 @@
 #include "agent/DownloadProgress.h"
 #include "agent/http/HttpClient.h"
 #include "base/SystemCalls.h"
-#include "tests/road/Road.h"
+#include "tests/integration/IntegrationFixture.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using zelor::test::Road;
+using zelor::test::IntegrationFixture;
 using zelor::test::TempDir;
 
 double secondsSince(Clock::time_point start) {
@@ -134,10 +134,10 @@ void rate(const std::string& url, double rate, const std::string& curlOut) {
     std::printf("%.3f %.3f %.3f %.3f\n", ours.mean, ours.worstWindow, curl.mean, curl.worstWindow);
 }
 
-double cancelOnce(Road& road) {
+double cancelOnce(IntegrationFixture& fixture) {
     zelor::agent::startNewRun();
-    RemediationManager manager(road.dir / "opt");
-    manager.setContentDownloadDir(road.dir / "content");
+    RemediationManager manager(fixture.dir / "opt");
+    manager.setContentDownloadDir(fixture.dir / "content");
     manager.setovalIdMap({{"large||", "CCE-1"}});
     manager.remediate(true);
     for (;;) {
@@ -153,19 +153,19 @@ double cancelOnce(Road& road) {
     const double seconds = secondsSince(start);
     if (manager.getRemediationProgressMap()["large||"] != 13)
         throw std::runtime_error("the request was not aborted");
-    boost::filesystem::remove_all(road.dir / "opt/partial");
+    boost::filesystem::remove_all(fixture.dir / "opt/partial");
     return seconds;
 }
 
 void cancel(int times) {
-    Road road;
-    road.addContent("CCE-1", "large.sh");
-    road.addArchive("large", std::string(std::size_t{64} << 20, 'x'));
+    IntegrationFixture fixture;
+    fixture.addContent("CCE-1", "large.sh");
+    fixture.addArchive("large", std::string(std::size_t{64} << 20, 'x'));
     for (int i = 0; i < times; ++i) {
         zelor::authoring::ServerFault slow;
         slow.bytesPerSecond = 4 << 20;
-        road.addFault("/patches/large.zip", slow);
-        std::printf("%.6f\n", cancelOnce(road));
+        fixture.addFault("/patches/large.zip", slow);
+        std::printf("%.6f\n", cancelOnce(fixture));
     }
 }
 

@@ -1,4 +1,4 @@
-"""What the rows work on: a temporary folder, a signed repository behind nginx, scripts, bundles."""
+"""What the rows work on: a temporary directory, a signed repository behind nginx, scripts, bundles."""
 import os
 import random
 import shutil
@@ -19,18 +19,18 @@ class Ground:
     def __init__(self, programs, smoke):
         self.programs = Path(programs)
         self.smoke = smoke
-        self.folder = Path(tempfile.mkdtemp(prefix='zelor-bench-', dir=os.environ.get('TMPDIR')))
-        self.folder.chmod(0o755)
-        self.web = self.folder / 'www'
-        self.root = self.folder / 'root'
-        self.key = self.folder / 'key.pem'
-        self.public_key = self.folder / 'public.pem'
+        self.directory = Path(tempfile.mkdtemp(prefix='zelor-bench-', dir=os.environ.get('TMPDIR')))
+        self.directory.chmod(0o755)
+        self.web = self.directory / 'www'
+        self.root = self.directory / 'root'
+        self.key = self.directory / 'key.pem'
+        self.public_key = self.directory / 'public.pem'
         self.server = None
 
     def __enter__(self):
-        for folder in (self.web / 'content', self.web / 'patches', self.root / 'content', self.root / 'etc/zelor',
+        for directory in (self.web / 'content', self.web / 'patches', self.root / 'content', self.root / 'etc/zelor',
                        self.root / 'opt/zelor', self.root / 'var/zelor/unzip'):
-            folder.mkdir(parents=True)
+            directory.mkdir(parents=True)
         self.openssl('ecparam', '-name', 'prime256v1', '-genkey', '-noout', '-out', str(self.key))
         self.openssl('ec', '-in', str(self.key), '-pubout', '-out', str(self.public_key))
         self.start_server()
@@ -44,16 +44,16 @@ class Ground:
         if self.server:
             self.server.terminate()
             self.server.wait()
-        shutil.rmtree(self.folder, ignore_errors=True)
+        shutil.rmtree(self.directory, ignore_errors=True)
 
     def program(self, name):
         return str(self.programs / name)
 
     def require_space(self, gigabytes):
-        free = shutil.disk_usage(self.folder).free / 2**30
+        free = shutil.disk_usage(self.directory).free / 2**30
         if free < gigabytes:
-            raise BenchError(f'{self.folder} has {free:.0f} GiB free, {gigabytes} are needed; set TMPDIR to a '
-                             'folder with more')
+            raise BenchError(f'{self.directory} has {free:.0f} GiB free, {gigabytes} are needed; set TMPDIR to a '
+                             'directory with more')
 
     def openssl(self, *words):
         subprocess.run([tool('openssl'), *words], check=True, stdin=subprocess.DEVNULL, capture_output=True)
@@ -66,7 +66,7 @@ class Ground:
             probe.bind(('127.0.0.1', 0))
             self.port = probe.getsockname()[1]
         self.url = f'http://127.0.0.1:{self.port}'
-        scratch = self.folder / 'nginx'
+        scratch = self.directory / 'nginx'
         scratch.mkdir()
         temporary = ''.join(f'{kind}_temp_path {scratch}/{kind};'
                             for kind in ('client_body', 'proxy', 'fastcgi', 'uwsgi', 'scgi'))
@@ -97,7 +97,7 @@ class Ground:
     def add_archive(self, number, size):
         """A signed package in an archive, stored as the author's tool does: packages are compressed inside."""
         name = f'archive-{number}'
-        package, signature = self.folder / f'{name}.pkg', self.folder / f'{name}.sig'
+        package, signature = self.directory / f'{name}.pkg', self.directory / f'{name}.sig'
         self.random_file(package, size)
         self.sign(package, signature)
         with zipfile.ZipFile(self.web / 'patches' / f'{name}.zip', 'w', zipfile.ZIP_STORED) as archive:
@@ -106,7 +106,7 @@ class Ground:
         package.unlink()
         signature.unlink()
 
-    def empty(self, *folders):
-        for folder in folders:
-            shutil.rmtree(folder, ignore_errors=True)
-            folder.mkdir(parents=True)
+    def empty(self, *directories):
+        for directory in directories:
+            shutil.rmtree(directory, ignore_errors=True)
+            directory.mkdir(parents=True)

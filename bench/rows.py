@@ -46,7 +46,7 @@ def thousands(number):
 
 def google_benchmark(ground, names, sizes, runs):
     pattern = f'^({"|".join(names)})/({"|".join(str(size) for size in sizes)})/'
-    out = ground.folder / 'benchmark.json'
+    out = ground.directory / 'benchmark.json'
     subprocess.run([ground.program('zelor_bench_run_control'), f'--benchmark_filter={pattern}',
                     f'--benchmark_repetitions={runs}', '--benchmark_enable_random_interleaving=true',
                     f'--benchmark_out={out}', '--benchmark_out_format=json'],
@@ -107,7 +107,7 @@ def applied(ground):
     size = 10000 if ground.smoke else 100000
     runs = 1 if ground.smoke else 9
     ours = google_benchmark(ground, ['applied'], [size], runs)['applied', size]
-    record, wanted = ground.folder / 'record.txt', ground.folder / 'wanted.txt'
+    record, wanted = ground.directory / 'record.txt', ground.directory / 'wanted.txt'
     lines = ''.join(f'ERI-7001-{number:07d}\n' for number in range(size))
     record.write_text(lines)
     wanted.write_text(lines)
@@ -155,7 +155,7 @@ def instructions(ground):
 # Archives
 
 def fetch_sides(ground, count):
-    web, out, empty = ground.url, ground.folder / 'other', lambda *folders: lambda: ground.empty(*folders)
+    web, out, empty = ground.url, ground.directory / 'other', lambda *directories: lambda: ground.empty(*directories)
     curl, unzip, openssl = tool('curl'), tool('unzip'), tool('openssl')
     loop = (f'set -e; cd {out}; for i in $(seq 0 {count - 1}); do {curl} -sSf -o archive-$i.zip '
             f'{web}/patches/archive-$i.zip; {unzip} -q -o archive-$i.zip; {openssl} dgst -sha256 -verify '
@@ -173,7 +173,7 @@ def fetch_row(ground, name, count, size, runs):
     for number in range(count):
         ground.add_archive(number, size)
     samples = interleaved(fetch_sides(ground, count), runs)
-    ground.empty(ground.web / 'patches', ground.root / 'content', ground.folder / 'other')
+    ground.empty(ground.web / 'patches', ground.root / 'content', ground.directory / 'other')
     row = Row(name, f'{count} x {size // PIECE} MiB', 's', samples['ours'], samples['loop'],
               'curl, unzip, openssl', samples['bare'], 'curl to files, SHA-256')
     row.aim_times('at least 1.5 times as fast as the loop', row.other, row.ours, 1.5, at_least=True)
@@ -212,12 +212,12 @@ CONTENT = '''<?xml version="1.0" encoding="UTF-8"?>
 
 
 def publish_content(ground, count):
-    folder = ground.web / 'content'
+    directory = ground.web / 'content'
     for number in range(100000, 100000 + count):
         name = f'CVE-2014-{number}'
-        (folder / f'{name}.xml').write_text(CONTENT.format(name=name, number=number))
+        (directory / f'{name}.xml').write_text(CONTENT.format(name=name, number=number))
     sign = f'{tool("openssl")} dgst -sha256 -sign {ground.key} -out "$1.sig" "$1"'
-    subprocess.run(f"find {folder} -name '*.xml' -print0 | xargs -0 -n 1 -P {os.cpu_count() or 1} sh -c '{sign}' sign",
+    subprocess.run(f"find {directory} -name '*.xml' -print0 | xargs -0 -n 1 -P {os.cpu_count() or 1} sh -c '{sign}' sign",
                    shell=True, check=True)
 
 
@@ -225,9 +225,9 @@ def content(ground):
     count = 50 if ground.smoke else 10000
     looped = 20 if ground.smoke else 500
     publish_content(ground, count)
-    folder, opt = ground.web / 'content', ground.root / 'opt/zelor'
+    directory, opt = ground.web / 'content', ground.root / 'opt/zelor'
     last = 100000 + looped - 1
-    loop = (f'set -e; cd {folder}; for i in $(seq 100000 {last}); do {tool("xmllint")} --noout CVE-2014-$i.xml; '
+    loop = (f'set -e; cd {directory}; for i in $(seq 100000 {last}); do {tool("xmllint")} --noout CVE-2014-$i.xml; '
             f'{tool("openssl")} dgst -sha256 -verify {ground.public_key} -signature CVE-2014-$i.xml.sig '
             'CVE-2014-$i.xml; done')
     ours = [ground.program('zelor_bench_agent'), 'content', str(ground.root), str(count)]
@@ -239,31 +239,31 @@ def content(ground):
                   samples[kind].scaled(1e6 / count), samples['loop'].scaled(1e6 / looped),
                   f'xmllint and openssl ({thousands(looped)} files)')
         rows.append(row.aim_times('at least 20 times as fast', row.other, row.ours, 20, at_least=True))
-    ground.empty(folder, opt)
+    ground.empty(directory, opt)
     return rows
 
 
 # Scripts
 
 def write_scripts(ground, count):
-    folder = ground.root / 'scripts'
-    folder.mkdir()
+    directory = ground.root / 'scripts'
+    directory.mkdir()
     for number in range(count):
-        script = folder / f'script-{number}.sh'
+        script = directory / f'script-{number}.sh'
         script.write_text('#!/bin/bash\nexit ${XCCDF_RESULT_PASS:-0}\n')
         script.chmod(0o755)
-    return folder
+    return directory
 
 
-def openscap_side(folder, count):
+def openscap_side(directory, count):
     rules = ''.join(f'<Rule id="xccdf_org.example_rule_{number}" selected="true"><title>{number}</title>'
                     '<check system="http://open-scap.org/page/SCE">'
                     f'<check-content-ref href="script-{number}.sh"/></check></Rule>' for number in range(count))
-    benchmark = folder / 'benchmark.xml'
+    benchmark = directory / 'benchmark.xml'
     benchmark.write_text('<?xml version="1.0"?><Benchmark xmlns="http://checklists.nist.gov/xccdf/1.2" '
                          'id="xccdf_org.example_benchmark_scripts" resolved="1"><status>draft</status>'
                          f'<title>Scripts</title><version>1</version>{rules}</Benchmark>')
-    results = folder / 'results.xml'
+    results = directory / 'results.xml'
 
     def check(status, errors):
         if status != 0 or results.read_text().count('<result>pass</result>') != count:
@@ -271,24 +271,24 @@ def openscap_side(folder, count):
     return Side([tool('oscap'), 'xccdf', 'eval', '--results', str(results), str(benchmark)], check=check)
 
 
-def ansible_side(folder, count):
-    playbook = folder / 'playbook.yml'
+def ansible_side(directory, count):
+    playbook = directory / 'playbook.yml'
     playbook.write_text('- hosts: localhost\n  connection: local\n  gather_facts: false\n  tasks:\n'
-                        f'    - script: {folder}/script-{{{{ item }}}}.sh\n'
+                        f'    - script: {directory}/script-{{{{ item }}}}.sh\n'
                         f'      loop: "{{{{ range({count}) | list }}}}"\n')
-    return Side(['env', f'HOME={folder}', 'LC_ALL=C.UTF-8', tool('ansible-playbook'), '-i', 'localhost,',
+    return Side(['env', f'HOME={directory}', 'LC_ALL=C.UTF-8', tool('ansible-playbook'), '-i', 'localhost,',
                  str(playbook)])
 
 
 def scripts(ground):
     count = 10 if ground.smoke else 500
     by_ansible = 2 if ground.smoke else 100
-    folder = write_scripts(ground, count)
-    loop = f'for i in $(seq 0 {count - 1}); do bash {folder}/script-$i.sh; done'
+    directory = write_scripts(ground, count)
+    loop = f'for i in $(seq 0 {count - 1}); do bash {directory}/script-$i.sh; done'
     sides = {'ours': Side([ground.program('zelor_bench_agent'), 'scripts', str(ground.root), str(count)]),
              'loop': Side(['bash', '-c', loop]),
-             'oscap': openscap_side(folder, count),
-             'ansible': (ansible_side(folder, by_ansible), 1)}
+             'oscap': openscap_side(directory, count),
+             'ansible': (ansible_side(directory, by_ansible), 1)}
     samples = interleaved(sides, 1 if ground.smoke else 7)
     ours = samples['ours'].scaled(1000 / count)
     title, unit = f'{count} scripts', 'ms per script'
@@ -300,7 +300,7 @@ def scripts(ground):
     beside_ansible = Row('hardening scripts', title, unit, ours, samples['ansible'].scaled(1000 / by_ansible),
                          f'Ansible ({by_ansible} scripts)')
     beside_ansible.aim_times('at least 15 times as fast', beside_ansible.other, ours, 15, at_least=True)
-    shutil.rmtree(folder)
+    shutil.rmtree(directory)
     return [beside_loop, beside_oscap, beside_ansible]
 
 
@@ -308,22 +308,22 @@ def scripts(ground):
 
 def bundle(ground):
     ground.require_space(5)
-    folders, each, size = (4, 25, 5000) if ground.smoke else (200, 100, 2**30 // 20000)
-    source = ground.folder / 'Example.app'
+    directories, each, size = (4, 25, 5000) if ground.smoke else (200, 100, 2**30 // 20000)
+    source = ground.directory / 'Example.app'
     block = os.urandom(size)
-    for folder in range(folders):
-        inside = source / 'Contents/Resources' / str(folder)
+    for directory in range(directories):
+        inside = source / 'Contents/Resources' / str(directory)
         inside.mkdir(parents=True)
         for number in range(each):
             (inside / str(number)).write_bytes(number.to_bytes(4, 'little') + block[4:])
-    target = ground.folder / 'Copy.app'
+    target = ground.directory / 'Copy.app'
     empty = lambda: ground.empty(target)
     samples = interleaved({'ours': Side([ground.program('zelor_bench_agent'), 'copy', str(source), str(target)], empty),
                            'cp': Side([tool('cp'), '-a', f'{source}/.', str(target)], empty)},
                           1 if ground.smoke else 5)
     shutil.rmtree(source)
     shutil.rmtree(target)
-    row = Row('bundle copy', f'{thousands(folders * each)} files, {folders * each * size // PIECE} MiB', 's',
+    row = Row('bundle copy', f'{thousands(directories * each)} files, {directories * each * size // PIECE} MiB', 's',
               samples['ours'], samples['cp'], 'cp -a')
     return [row.aim_times('not slower', row.ours, row.other, 1.0)]
 
@@ -335,7 +335,7 @@ def rate(ground):
         bytes_per_second = kilobytes * 1024
         ground.random_file(ground.web / 'rate', bytes_per_second * seconds)
         out = subprocess.run([ground.program('zelor_bench_transfers'), 'rate', f'{ground.url}/rate',
-                              str(bytes_per_second), str(ground.folder / 'curl.out')],
+                              str(bytes_per_second), str(ground.directory / 'curl.out')],
                              check=True, capture_output=True, text=True).stdout
         ours, our_peak, curl, curl_peak = (float(word) for word in out.split())
         row = Row('buffer rate', f'{kilobytes} KB/s for {seconds} s', '% off', Sample([abs(ours)]),

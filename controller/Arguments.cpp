@@ -10,7 +10,7 @@ namespace zelor::controller {
 
 namespace {
 
-constexpr char seeHelp[] = "; see \"zelor-remediate --help\"";
+constexpr char kSeeHelp[] = "; see \"zelor-remediate --help\"";
 
 bool has(const std::vector<std::string>& words, const std::string& word) {
     return std::find(words.begin(), words.end(), word) != words.end();
@@ -43,7 +43,7 @@ void refuseUnknown(const std::string& command, const std::vector<std::string>& c
     std::string known;
     for (const std::string& one : commands)
         known += (known.empty() ? "" : ", ") + one;
-    throw InputError(problem + "use one of: " + known + seeHelp);
+    throw InputError(problem + "use one of: " + known + kSeeHelp);
 }
 
 }  // namespace
@@ -57,7 +57,7 @@ std::vector<std::string> arrangedArguments(const std::vector<std::string>& argum
     const bool help = has(before, "-h") || has(before, "--help");
     if (at == arguments.size()) {
         if (help) return {"--help"};
-        throw InputError(std::string("name a command, for example \"zelor-remediate status\"") + seeHelp);
+        throw InputError(std::string("name a command, for example \"zelor-remediate status\"") + kSeeHelp);
     }
     refuseUnknown(arguments[at], words.commands);
     if (help) return {arguments[at], "--help"};

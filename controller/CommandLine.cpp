@@ -18,7 +18,7 @@ namespace zelor::controller {
 
 namespace {
 
-constexpr const char* examples = R"(Examples:
+constexpr const char* kExamples = R"(Examples:
   zelor-remediate plan requests.json                       what a run would do, and why
   zelor-remediate run requests.json                        apply what the requests ask for
   zelor-remediate run requests.json --report report.html   and write an HTML report
@@ -32,7 +32,7 @@ requests.json is an object from request key to CVE or CCE identifier:
 
 Remediates vulnerabilities and misconfigurations with signed content from the agent's repository.)";
 
-constexpr const char* exitStatuses = R"(Exit status:
+constexpr const char* kExitStatuses = R"(Exit status:
     0  every request succeeded (buffer: every patch is buffered; plan: nothing prevents it)
     1  some succeeded and some did not
     2  unusable arguments, requests or configuration: nothing was changed
@@ -44,9 +44,9 @@ constexpr const char* exitStatuses = R"(Exit status:
 The first SIGINT (Ctrl-C), SIGTERM or SIGHUP cancels and waits for the current step; the second exits at once.)";
 
 /// Each command's help refers to the list of exit statuses.
-constexpr const char* exitStatusHint = "Exit status 0 to 5 or 130: see zelor-remediate --help.";
+constexpr const char* kExitStatusHint = "Exit status 0 to 5 or 130: see zelor-remediate --help.";
 
-constexpr const char* runHelp = R"(Examples:
+constexpr const char* kRunHelp = R"(Examples:
   zelor-remediate run requests.json
   zelor-remediate run requests.json --report report.html
   zelor-remediate run requests.json --json - | jq .rebootNeeded
@@ -56,7 +56,7 @@ constexpr const char* runHelp = R"(Examples:
 Applies what the requests ask for and reports progress. Hardening scripts run first, then updates of the operating
 system, then patches of products. Patches in the installed-patches record are not applied again.)";
 
-constexpr const char* planHelp = R"(Examples:
+constexpr const char* kPlanHelp = R"(Examples:
   zelor-remediate plan requests.json
   zelor-remediate plan requests.json --json | jq '.requests[] | select(.warnings != [])'
   zelor-remediate plan requests.json --json plan.json
@@ -67,19 +67,19 @@ record and the buffer, and verifies the signatures of buffered files. For each r
 the commands, the expected result, and warnings. Installs and removes nothing; writes only to the log and to the cache of
 verified content. It cannot predict whether a download or an installer fails.)";
 
-constexpr const char* bufferHelp = R"(Examples:
+constexpr const char* kBufferHelp = R"(Examples:
   zelor-remediate buffer requests.json
   zelor-remediate buffer requests.json --json buffered.json
 
 Downloads the patches of the requests ahead of time, within the configured share of the bandwidth and the configured size
 of the buffer. A later run uses them without a download. An interrupted download is resumed the next time.)";
 
-constexpr const char* helpHelp = R"(Examples:
+constexpr const char* kHelpHelp = R"(Examples:
   zelor-remediate help run
 
 Shows the help of a command, like COMMAND --help.)";
 
-constexpr const char* statusHelp = R"(Examples:
+constexpr const char* kStatusHelp = R"(Examples:
   zelor-remediate status
   zelor-remediate status --json | jq .buffer
 
@@ -90,7 +90,7 @@ using Action = std::function<int()>;
 
 CLI::App* addCommand(CLI::App& app, const char* name, const char* help) {
     CLI::App* command = app.add_subcommand(name, help);
-    command->footer(exitStatusHint);
+    command->footer(kExitStatusHint);
     return command;
 }
 
@@ -109,28 +109,28 @@ CLI::Option* addJson(CLI::App* command, std::string& json) {
 }
 
 void addWait(CLI::App* command, int& seconds) {
-    constexpr int mostSeconds = 31 * 24 * 60 * 60;
+    constexpr int kMostSeconds = 31 * 24 * 60 * 60;
     command->add_option("--wait", seconds, "Wait up to SECONDS for another run or buffering job to end [0]")
-        ->check(CLI::Range(0, mostSeconds))
+        ->check(CLI::Range(0, kMostSeconds))
         ->type_name("SECONDS");
 }
 
-void addPlace(CLI::App* command, PlaceOptions& place, bool contentDir) {
-    const std::string group = "Place";
-    command->add_option("--root", place.root, "Prefix every path of the agent with this directory")
+void addPathOptions(CLI::App* command, PathOptions& paths, bool contentDir) {
+    const std::string group = "Paths";
+    command->add_option("--root", paths.root, "Prefix every path of the agent with this directory")
         ->type_name("DIR")
         ->group(group);
-    command->add_option("--tools", place.tools, "Look for the system's tools in this directory first")
+    command->add_option("--tools", paths.tools, "Look for the system's tools in this directory first")
         ->type_name("DIR")
         ->group(group);
     command
-        ->add_option("--install-path", place.installPath,
+        ->add_option("--install-path", paths.installPath,
                      "The agent's directory, below the root [its setting, /opt/zelor]")
         ->type_name("DIR")
         ->group(group);
     if (!contentDir) return;
     command
-        ->add_option("--content-dir", place.contentDir,
+        ->add_option("--content-dir", paths.contentDir,
                      "Where patches are unpacked, below the root; emptied at the end")
         ->type_name("DIR")
         ->capture_default_str()
@@ -143,7 +143,7 @@ void addTalk(CLI::App* command, TalkOptions& talk) {
 }
 
 void addRun(CLI::App& app, RunOptions& options, Action& action) {
-    CLI::App* command = addCommand(app, "run", runHelp);
+    CLI::App* command = addCommand(app, "run", kRunHelp);
     addRequests(command, options.requests);
     command->add_flag("--after-scan", options.afterScan,
                       "The first run after a scan: start with an empty installed-patches record");
@@ -161,12 +161,12 @@ void addRun(CLI::App& app, RunOptions& options, Action& action) {
         ->type_name("FILE");
     addWait(command, options.waitSeconds);
     addTalk(command, options.talk);
-    addPlace(command, options.place, true);
+    addPathOptions(command, options.paths, true);
     command->callback([&] { action = [&] { return runCommand(options); }; });
 }
 
 void addBuffer(CLI::App& app, BufferOptions& options, Action& action) {
-    CLI::App* command = addCommand(app, "buffer", bufferHelp);
+    CLI::App* command = addCommand(app, "buffer", kBufferHelp);
     addRequests(command, options.requests);
     command
         ->add_option("--json", options.json,
@@ -174,19 +174,19 @@ void addBuffer(CLI::App& app, BufferOptions& options, Action& action) {
         ->type_name("FILE");
     addWait(command, options.waitSeconds);
     addTalk(command, options.talk);
-    addPlace(command, options.place, false);
+    addPathOptions(command, options.paths, false);
     command->callback([&] { action = [&] { return bufferCommand(options); }; });
 }
 
 void addPlan(CLI::App& app, PlanOptions& options, Action& action) {
-    CLI::App* command = addCommand(app, "plan", planHelp);
+    CLI::App* command = addCommand(app, "plan", kPlanHelp);
     CLI::Option* requests = addRequests(command, options.requests);
     command->add_flag("--after-scan", options.afterScan,
                       "Plan the first run after a scan: as if the installed-patches record were empty");
     // In "--json FILE" without a further argument FILE is the requests, and the plan goes to standard output.
     addJson(command, options.json)->each([requests](const std::string&) { requests->required(false); });
     command->add_flag("-v,--verbose", options.verbose, "Also log to standard error");
-    addPlace(command, options.place, true);
+    addPathOptions(command, options.paths, true);
     command->callback([&] {
         if (options.requests.empty()) options.requests = std::exchange(options.json, "-");
         action = [&] { return planCommand(options); };
@@ -194,15 +194,15 @@ void addPlan(CLI::App& app, PlanOptions& options, Action& action) {
 }
 
 void addStatus(CLI::App& app, StatusOptions& options, Action& action) {
-    CLI::App* command = addCommand(app, "status", statusHelp);
+    CLI::App* command = addCommand(app, "status", kStatusHelp);
     addJson(command, options.json);
-    addPlace(command, options.place, false);
+    addPathOptions(command, options.paths, false);
     command->callback([&] { action = [&] { return statusCommand(options); }; });
 }
 
 /// For the list of commands and its own help: what it does is done before the arguments are parsed.
 void addHelp(CLI::App& app) {
-    addCommand(app, "help", helpHelp)->add_option("COMMAND", "The command")->type_name("");
+    addCommand(app, "help", kHelpHelp)->add_option("COMMAND", "The command")->type_name("");
 }
 
 /// The list of commands shows the first sentence of each help.
@@ -269,14 +269,14 @@ int endParsing(CLI::App& app, const std::vector<std::string>& arguments, const C
     if (error.get_exit_code() == 0) {
         app.exit(error);
         std::cout.flush();
-        if (!std::cout) throw CommandError(exitStatus::outputFailed, "cannot write standard output");
-        return exitStatus::allSucceeded;
+        if (!std::cout) throw CommandError(exitStatus::kOutputFailed, "cannot write standard output");
+        return exitStatus::kAllSucceeded;
     }
     const std::string& command = arguments.front();
     std::cerr << "zelor-remediate " << command << ": "
               << base::printable(parseProblem(*app.get_subcommand(command), error)) << " \"zelor-remediate "
               << command << " --help\"\n";
-    return exitStatus::unusable;
+    return exitStatus::kUnusable;
 }
 
 int execute(CLI::App& app, const std::vector<std::string>& given, const Action& action) {
@@ -294,18 +294,18 @@ int execute(CLI::App& app, const std::vector<std::string>& given, const Action& 
     } catch (const std::exception& e) {
         // Nothing was applied yet: a run handles its own failures.
         std::cerr << "zelor-remediate: " << e.what() << '\n';
-        return exitStatus::unusable;
+        return exitStatus::kUnusable;
     }
 }
 
 }  // namespace
 
 int runController(const std::vector<std::string>& arguments) {
-    CLI::App app(examples, "zelor-remediate");
+    CLI::App app(kExamples, "zelor-remediate");
     app.formatter(std::make_shared<HelpFormat>());
     app.set_version_flag("-V,--version", "zelor-remediate " ZELOR_VERSION_STRING);
     app.require_subcommand(1);
-    app.footer(exitStatuses);
+    app.footer(kExitStatuses);
     RunOptions run;
     PlanOptions plan;
     BufferOptions buffer;

@@ -15,7 +15,7 @@ struct TalkOptions {
 
 struct RunOptions {
     std::string requests;
-    PlaceOptions place;
+    PathOptions paths;
     TalkOptions talk;
     bool afterScan = false;
     int waitSeconds = 0;
@@ -27,7 +27,7 @@ int runCommand(const RunOptions& options);
 
 struct BufferOptions {
     std::string requests;
-    PlaceOptions place;
+    PathOptions paths;
     TalkOptions talk;
     int waitSeconds = 0;
     std::string json;
@@ -35,14 +35,14 @@ struct BufferOptions {
 int bufferCommand(const BufferOptions& options);
 
 struct StatusOptions {
-    PlaceOptions place;
+    PathOptions paths;
     std::string json;  ///< "": text on standard output; else JSON there, "-" for standard output
 };
 int statusCommand(const StatusOptions& options);
 
 struct PlanOptions {
     std::string requests;
-    PlaceOptions place;
+    PathOptions paths;
     std::string json;  ///< as for `status`
     bool afterScan = false;
     bool verbose = false;

@@ -10,7 +10,7 @@ namespace zelor::controller {
 
 namespace {
 
-constexpr char beginning[] = "cpe:2.3:";
+constexpr char kBeginning[] = "cpe:2.3:";
 
 /// The fields of a name as they are written; a quoted colon separates nothing.
 std::vector<std::string> fieldsOf(const std::string& text) {
@@ -60,31 +60,31 @@ std::optional<std::string> field22(const std::string& field) {
 }  // namespace
 
 bool isCpe23(const std::string& name) {
-    return base::hasBeginningInAnyCase(name, beginning);
+    return base::hasBeginningInAnyCase(name, kBeginning);
 }
 
 std::optional<std::string> cpe22Name(const std::string& name23) {
-    constexpr std::size_t edition = 5;
-    constexpr std::size_t fieldCount = 11;
+    constexpr std::size_t kEdition = 5;
+    constexpr std::size_t kFieldCount = 11;
     if (!isCpe23(name23)) return std::nullopt;
-    std::vector<std::string> fields = fieldsOf(base::lowerCased(name23.substr(sizeof beginning - 1)));
-    if (fields.size() > fieldCount || (fields[0] != "o" && fields[0] != "a")) return std::nullopt;
-    fields.resize(fieldCount, "*");
+    std::vector<std::string> fields = fieldsOf(base::lowerCased(name23.substr(sizeof kBeginning - 1)));
+    if (fields.size() > kFieldCount || (fields[0] != "o" && fields[0] != "a")) return std::nullopt;
+    fields.resize(kFieldCount, "*");
     bool extended = false;
     for (std::size_t i = 0; i < fields.size(); ++i) {
         const auto bound = field22(fields[i]);
         if (!bound) return std::nullopt;
         fields[i] = *bound;
-        if (i > edition + 1 && !fields[i].empty()) extended = true;
+        if (i > kEdition + 1 && !fields[i].empty()) extended = true;
     }
     // The fields that 2.2 does not have are packed into the edition.
     if (extended) {
-        fields[edition].insert(0, 1, '~');
-        for (std::size_t i = edition + 2; i < fieldCount; ++i)
-            fields[edition] += '~' + fields[i];
+        fields[kEdition].insert(0, 1, '~');
+        for (std::size_t i = kEdition + 2; i < kFieldCount; ++i)
+            fields[kEdition] += '~' + fields[i];
     }
     std::string name = "cpe:/" + fields[0];
-    for (std::size_t i = 1; i < edition + 2; ++i)
+    for (std::size_t i = 1; i < kEdition + 2; ++i)
         name += ':' + fields[i];
     name.erase(name.find_last_not_of(':') + 1);
     return name;

@@ -20,7 +20,7 @@ class CommandError : public std::runtime_error {
 /// Arguments, requests or a configuration that cannot be used: nothing was changed.
 class InputError : public CommandError {
   public:
-    explicit InputError(const std::string& text) : CommandError(exitStatus::unusable, text) {}
+    explicit InputError(const std::string& text) : CommandError(exitStatus::kUnusable, text) {}
 };
 
 }  // namespace zelor::controller

@@ -16,7 +16,7 @@
 #include "base/Directories.h"
 #include "base/Files.h"
 #include "base/SystemRoot.h"
-#include "base/TrustedFolder.h"
+#include "base/TrustedDirectory.h"
 #include "collaborators/Common.h"
 #include "controller/InputError.h"
 #include "controller/run/Signals.h"
@@ -26,12 +26,12 @@ namespace zelor::controller {
 
 namespace {
 
-constexpr char logFolder[] = "/var/log/zelor";
-constexpr char mountPoint[] = "/var/zelor/mountpoint";
-constexpr char systemPath[] = "/usr/bin:/bin:/usr/sbin:/sbin";
+constexpr char kLogDirectory[] = "/var/log/zelor";
+constexpr char kMountPoint[] = "/var/zelor/mountpoint";
+constexpr char kSystemPath[] = "/usr/bin:/bin:/usr/sbin:/sbin";
 
 /// The directory that a person named, without symbolic links.
-std::string existingFolder(const std::string& path, const std::string& option) {
+std::string existingDirectory(const std::string& path, const std::string& option) {
     const std::unique_ptr<char, base::Deleter<::free>> real(::realpath(path.c_str(), nullptr));
     if (!real) {
         throw InputError(option + ' ' + path + ": " + base::errorText(errno) +
@@ -57,12 +57,12 @@ std::string placed(const std::string& path, const std::string& option) {
 
 void setEnvironment(const std::string& tools, const std::string& root) {
     // Scripts put it before their paths; without a root it must not lead them elsewhere.
-    constexpr const char* rootVariable = "ZELOR_REHEARSAL_ROOT";
+    constexpr const char* kRootVariable = "ZELOR_REHEARSAL_ROOT";
     if (root.empty())
-        ::unsetenv(rootVariable);
+        ::unsetenv(kRootVariable);
     else
-        ::setenv(rootVariable, root.c_str(), 1);
-    const std::string path = (tools.empty() ? "" : tools + ':') + systemPath;
+        ::setenv(kRootVariable, root.c_str(), 1);
+    const std::string path = (tools.empty() ? "" : tools + ':') + kSystemPath;
     ::setenv("PATH", path.c_str(), 1);
     for (const char* name : {"BASH_ENV", "ENV", "CDPATH", "GLOBIGNORE", "SHELLOPTS", "BASHOPTS", "IFS"})
         ::unsetenv(name);
@@ -80,7 +80,7 @@ std::string parentOf(const std::string& path) {
 
 /// Makes a missing directory: below a root as it comes, on the system itself only where no other user can
 /// replace it, and closed to others.
-void requireFolder(const std::string& path, bool belowRoot) {
+void requireDirectory(const std::string& path, bool belowRoot) {
     if (belowRoot && !base::makeDirectories(path)) {
         const int error = errno;
         throw InputError("cannot make the directory " + path + ": " + base::errorText(error) +
@@ -88,7 +88,7 @@ void requireFolder(const std::string& path, bool belowRoot) {
     }
     struct stat info {};
     if (::stat(path.c_str(), &info) != 0 && errno == ENOENT) {
-        const std::string problem = base::prepareFolder(path);
+        const std::string problem = base::prepareDirectory(path);
         if (!problem.empty()) {
             throw InputError("the directory " + path + " is missing and cannot be made: " + problem +
                              "; run as root, or make it for root alone (mode 0700)");
@@ -115,7 +115,7 @@ std::string systemProblem(const SystemFacts& facts, bool changes) {
     return "";
 }
 
-void requireSystem(const PlaceOptions& options, bool changes) {
+void requireSystem(const PathOptions& options, bool changes) {
     SystemFacts facts;
     facts.rootNamed = !options.root.empty();
     facts.superuser = ::geteuid() == 0;
@@ -133,42 +133,42 @@ std::string writeRemedy(int error, bool superuser) {
     return "; correct its place or rights";
 }
 
-Place enterPlace(const PlaceOptions& options) {
-    Place place;
-    const std::string root = options.root.empty() ? "" : existingFolder(options.root, "--root");
-    const std::string tools = options.tools.empty() ? "" : existingFolder(options.tools, "--tools");
+Paths resolvePaths(const PathOptions& options) {
+    Paths paths;
+    const std::string root = options.root.empty() ? "" : existingDirectory(options.root, "--root");
+    const std::string tools = options.tools.empty() ? "" : existingDirectory(options.tools, "--tools");
     if (tools.find(':') != std::string::npos) {
         throw InputError("--tools " + tools + " holds a colon, which PATH cannot; move the directory");
     }
-    place.belowRoot = !root.empty();
+    paths.belowRoot = !root.empty();
     setSystemRoot(root);
     setEnvironment(tools, root);
-    place.settings = agent::AgentSettings::load(underSystemRoot(agent::agentIniFile));
-    place.installPath = options.installPath.empty() ? place.settings->values().installPath
+    paths.settings = agent::AgentSettings::load(underSystemRoot(agent::kAgentIniFile));
+    paths.installPath = options.installPath.empty() ? paths.settings->values().installPath
                                                     : placed(options.installPath, "--install-path");
-    place.contentDir = placed(options.contentDir, "--content-dir");
-    if (place.installPath == root) throw InputError("--install-path must not be the root itself");
-    return place;
+    paths.contentDir = placed(options.contentDir, "--content-dir");
+    if (paths.installPath == root) throw InputError("--install-path must not be the root itself");
+    return paths;
 }
 
-void requireUsableSettings(const Place& place) {
-    const std::string& ini = place.settings->iniFile();
+void requireUsableSettings(const Paths& paths) {
+    const std::string& ini = paths.settings->iniFile();
     struct stat info {};
     if (::stat(ini.c_str(), &info) != 0) {
         throw InputError("the agent's settings file " + ini + " cannot be read: " + base::errorText(errno) +
                          "; write one with [Repository] Url and TrustedKey");
     }
     std::string problems;
-    for (const std::string& line : place.settings->problems())
+    for (const std::string& line : paths.settings->problems())
         problems += "\n  " + line;
     if (!problems.empty())
         throw InputError("the agent's settings are not all usable; correct them:" + problems);
     try {
-        agent::repositoryUrl(*place.settings);
+        agent::repositoryUrl(*paths.settings);
     } catch (const std::exception& e) {
         throw InputError(e.what());
     }
-    const std::string& key = place.settings->values().trustedKey;
+    const std::string& key = paths.settings->values().trustedKey;
     if (key.empty()) {
         throw InputError(
             ini + ": [Repository] TrustedKey is missing; name the PEM file of the repository's public key");
@@ -179,86 +179,87 @@ void requireUsableSettings(const Place& place) {
     }
 }
 
-void checkContentDir(const Place& place) {
-    const agent::Settings& settings = place.settings->values();
-    const std::vector<std::string> others = {settings.unzipFolder,
+void checkContentDir(const Paths& paths) {
+    const agent::Settings& settings = paths.settings->values();
+    const std::vector<std::string> others = {settings.unzipDirectory,
                                              settings.patchesDir,
                                              settings.logFile,
                                              settings.trustedKey,
-                                             place.installPath,
-                                             underSystemRoot(logFolder),
-                                             underSystemRoot(mountPoint),
+                                             paths.installPath,
+                                             underSystemRoot(kLogDirectory),
+                                             underSystemRoot(kMountPoint),
                                              underSystemRoot(Common::StripTrailingSeparators(APPFOLDER)),
                                              getSystemRoot()};
     const bool taken = std::any_of(others.begin(), others.end(), [&](const std::string& other) {
-        return isWithin(other, place.contentDir);
+        return isWithin(other, paths.contentDir);
     });
-    if (taken || place.contentDir.empty()) {
+    if (taken || paths.contentDir.empty()) {
         throw InputError(
-            "--content-dir " + place.contentDir +
+            "--content-dir " + paths.contentDir +
             " holds other files of the agent, and a run empties it; choose a directory of its own");
     }
-    const std::string problem = base::folderProblem(place.contentDir);
+    const std::string problem = base::directoryProblem(paths.contentDir);
     if (!problem.empty())
-        throw InputError("the content directory " + place.contentDir + " is refused: " + problem);
+        throw InputError("the content directory " + paths.contentDir + " is refused: " + problem);
     // The library lets others read a directory that they cannot change; a run of ours empties only a closed
     // one.
     struct stat info {};
-    if (::stat(place.contentDir.c_str(), &info) == 0 && (info.st_mode & 077U) != 0) {
+    if (::stat(paths.contentDir.c_str(), &info) == 0 && (info.st_mode & 077U) != 0) {
         throw InputError(
-            "the content directory " + place.contentDir +
+            "the content directory " + paths.contentDir +
             " must be a directory of your own that nobody else may enter, since a run empties it and starts "
             "what it holds; choose another, or give it mode 0700 if it holds nothing you need");
     }
 }
 
-void prepareFolders(const Place& place, bool contentDir) {
-    const agent::Settings& settings = place.settings->values();
-    for (const std::string& folder : {underSystemRoot(logFolder), parentOf(settings.logFile),
-                                      settings.unzipFolder, settings.patchesDir, place.installPath}) {
-        requireFolder(folder, place.belowRoot);
+void prepareDirectories(const Paths& paths, bool contentDir) {
+    const agent::Settings& settings = paths.settings->values();
+    for (const std::string& directory : {underSystemRoot(kLogDirectory), parentOf(settings.logFile),
+                                         settings.unzipDirectory, settings.patchesDir, paths.installPath}) {
+        requireDirectory(directory, paths.belowRoot);
     }
-    if (place.belowRoot) {
-        requireFolder(underSystemRoot(Common::StripTrailingSeparators(APPFOLDER)), true);
-        requireFolder(underSystemRoot(mountPoint), true);
+    if (paths.belowRoot) {
+        requireDirectory(underSystemRoot(Common::StripTrailingSeparators(APPFOLDER)), true);
+        requireDirectory(underSystemRoot(kMountPoint), true);
     }
     if (!contentDir) return;
-    requireFolder(parentOf(place.contentDir), true);
-    const std::string problem = base::prepareFolder(place.contentDir);
+    requireDirectory(parentOf(paths.contentDir), true);
+    const std::string problem = base::prepareDirectory(paths.contentDir);
     if (!problem.empty())
-        throw InputError("the content directory " + place.contentDir + " is refused: " + problem);
-    checkContentDir(place);
+        throw InputError("the content directory " + paths.contentDir + " is refused: " + problem);
+    checkContentDir(paths);
 }
 
-void prepareLooking(const Place& place) {
-    for (const std::string& folder :
-         {underSystemRoot(logFolder), parentOf(place.settings->values().logFile), place.installPath}) {
-        requireFolder(folder, place.belowRoot);
+void prepareForReading(const Paths& paths) {
+    for (const std::string& directory :
+         {underSystemRoot(kLogDirectory), parentOf(paths.settings->values().logFile), paths.installPath}) {
+        requireDirectory(directory, paths.belowRoot);
     }
 }
 
-JobLock::JobLock(const Place& place, const Waiting& waiting) {
-    const std::string& folder = place.settings->values().unzipFolder;
-    folder_ = base::openFile(folder, O_RDONLY | O_DIRECTORY);
-    if (!folder_) throw InputError("cannot open the folder " + folder + ": " + base::errorText(errno));
-    if (!take(folder)) await(folder, waiting);
+JobLock::JobLock(const Paths& paths, const Waiting& waiting) {
+    const std::string& directory = paths.settings->values().unzipDirectory;
+    directory_ = base::openFile(directory, O_RDONLY | O_DIRECTORY);
+    if (!directory_)
+        throw InputError("cannot open the directory " + directory + ": " + base::errorText(errno));
+    if (!take(directory)) await(directory, waiting);
 }
 
 /// False when another process has the lock.
-bool JobLock::take(const std::string& folder) const {
+bool JobLock::take(const std::string& directory) const {
     int result = 0;
     do {
-        result = ::flock(folder_.get(), LOCK_EX | LOCK_NB);
+        result = ::flock(directory_.get(), LOCK_EX | LOCK_NB);
     } while (result != 0 && errno == EINTR);
     if (result == 0) return true;
     if (errno == EWOULDBLOCK) return false;
-    throw InputError("cannot lock the folder " + folder + ": " + base::errorText(errno) +
+    throw InputError("cannot lock the directory " + directory + ": " + base::errorText(errno) +
                      "; put it on a disk that knows locks");
 }
 
-void JobLock::await(const std::string& folder, const Waiting& waiting) const {
+void JobLock::await(const std::string& directory, const Waiting& waiting) const {
     using Clock = std::chrono::steady_clock;
-    const std::string other = "another run or buffering job works at this place (it holds " + folder + ')';
+    const std::string other = "another run or buffering job works at this place (it holds " + directory + ')';
     const auto until = Clock::now() + waiting.longest;
     const bool wait = waiting.longest.count() > 0;
     if (wait && !waiting.quiet) std::cerr << "zelor-remediate: waiting, since " << other << '\n';
@@ -266,11 +267,11 @@ void JobLock::await(const std::string& folder, const Waiting& waiting) const {
     while (Clock::now() < until) {
         signals.wait(std::chrono::milliseconds(100));
         if (signals.endAsked())
-            throw CommandError(exitStatus::cancelled, "cancelled while it waited; nothing was changed");
-        if (take(folder)) return;
+            throw CommandError(exitStatus::kCancelled, "cancelled while it waited; nothing was changed");
+        if (take(directory)) return;
     }
     throw CommandError(
-        exitStatus::busy,
+        exitStatus::kBusy,
         other + (wait ? "; wait longer, or stop it" : "; wait for its end with --wait SECONDS, or stop it"));
 }
 

@@ -10,7 +10,7 @@
 namespace zelor::controller {
 
 /// Where a command works, as a person said it.
-struct PlaceOptions {
+struct PathOptions {
     std::string root;         ///< "": the system itself
     std::string tools;        ///< "": the system's own
     std::string installPath;  ///< below the root; "": the agent's own
@@ -29,13 +29,13 @@ struct SystemFacts {
 std::string systemProblem(const SystemFacts& facts, bool changes);
 
 /// Throws InputError when a command cannot work on this system. Call it first.
-void requireSystem(const PlaceOptions& options, bool changes);
+void requireSystem(const PathOptions& options, bool changes);
 
-/// What to do about a folder that cannot be written because of `error`, an errno value.
+/// What to do about a directory that cannot be written because of `error`, an errno value.
 std::string writeRemedy(int error, bool superuser);
 
 /// The same, ready to use: every path absolute and below the root.
-struct Place {
+struct Paths {
     bool belowRoot = false;
     std::string installPath;
     std::string contentDir;
@@ -45,22 +45,22 @@ struct Place {
 /// Sets the system root and the environment of every program that is started from now on (PATH; what makes a
 /// shell read files goes), and reads the agent's settings. Changes nothing on disk. Throws InputError. Call
 /// it before other threads run.
-Place enterPlace(const PlaceOptions& options);
+Paths resolvePaths(const PathOptions& options);
 
 /// Throws InputError when the settings do not let anything be fetched and verified. Changes nothing.
-void requireUsableSettings(const Place& place);
+void requireUsableSettings(const Paths& paths);
 
 /// Throws InputError when the content directory is one that must not be emptied, or is open to others.
 /// Changes nothing.
-void checkContentDir(const Place& place);
+void checkContentDir(const Paths& paths);
 
 /// Makes the directories that a command writes to where they are missing; on the system itself for their
 /// owner alone, and an InputError when another user could replace one. `contentDir` is made for its owner
 /// alone.
-void prepareFolders(const Place& place, bool contentDir);
+void prepareDirectories(const Paths& paths, bool contentDir);
 
 /// The same for a command that only looks: what it writes is the log and the cache of content.
-void prepareLooking(const Place& place);
+void prepareForReading(const Paths& paths);
 
 /// How long a command waits for another one at its place to end, and whether it says so on standard error.
 struct Waiting {
@@ -73,13 +73,13 @@ struct Waiting {
 /// ends the wait.
 class JobLock {
   public:
-    JobLock(const Place& place, const Waiting& waiting);
+    JobLock(const Paths& paths, const Waiting& waiting);
 
   private:
-    bool take(const std::string& folder) const;
-    void await(const std::string& folder, const Waiting& waiting) const;
+    bool take(const std::string& directory) const;
+    void await(const std::string& directory, const Waiting& waiting) const;
 
-    base::UniqueFd folder_;
+    base::UniqueFd directory_;
 };
 
 }  // namespace zelor::controller

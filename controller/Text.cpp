@@ -87,16 +87,16 @@ std::string folded(const std::string& printableText, std::size_t columns, std::s
 }
 
 std::string bytesText(std::uint64_t bytes) {
-    constexpr std::array<const char*, 5> units = {"B", "KB", "MB", "GB", "TB"};
+    constexpr std::array<const char*, 5> kUnits = {"B", "KB", "MB", "GB", "TB"};
     if (bytes < 1024) return std::to_string(bytes) + " B";
     auto amount = static_cast<double>(bytes);
     std::size_t unit = 0;
     // 1023.95 and more would be shown as "1024.0".
-    while (amount >= 1023.95 && unit + 1 < units.size()) {
+    while (amount >= 1023.95 && unit + 1 < kUnits.size()) {
         amount /= 1024;
         ++unit;
     }
-    return oneDecimal(amount) + ' ' + units.at(unit);
+    return oneDecimal(amount) + ' ' + kUnits.at(unit);
 }
 
 std::string clockText(double seconds) {

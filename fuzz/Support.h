@@ -32,7 +32,7 @@ inline std::string takeUntil(std::string& text, const std::string& separator) {
     return front;
 }
 
-/// A temporary folder that is the system root too; nothing is logged.
+/// A temporary directory that is the system root too; nothing is logged.
 struct QuietRoot : test::TempDir {
     QuietRoot() {
         setSystemRoot(path().string());

@@ -39,7 +39,7 @@ void fetchPatch(const zelor::test::RawServer& server, const zelor::fuzz::QuietRo
 
 // Answers of a repository, with 0x1e between them, to a download that is tried twice and to a content file.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static const zelor::fuzz::QuietRoot root;
+    static const zelor::fuzz::QuietRoot kRoot;
     static zelor::test::RawServer server;
     static zelor::agent::HttpClient client;
     std::string text = zelor::fuzz::textOf(data, size);
@@ -48,8 +48,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     while (!text.empty())
         answers.push_back(takeUntil(text, "\x1e"));
     server.setAnswers(answers);
-    fs::remove_all(root / "partial");
-    fetchPatch(server, root, client);
+    fs::remove_all(kRoot / "partial");
+    fetchPatch(server, kRoot, client);
     // Redirects are followed here, and must not lead out of this machine.
     if (redirects) return 0;
     server.setAnswers(answers);
@@ -58,6 +58,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     using Kind = zelor::agent::ContentAnswer::Kind;
     const bool good = answer.kind == Kind::fresh || answer.kind == Kind::unchanged;
     require(good == answer.problem.empty(), "a failure is explained");
-    require(answer.content.xml.size() <= zelor::agent::contentBytesLimit, "content is bounded");
+    require(answer.content.xml.size() <= zelor::agent::kContentBytesLimit, "content is bounded");
     return 0;
 }

@@ -5,10 +5,10 @@
 
 namespace fs = boost::filesystem;
 
-// Nothing stands beside the destination afterwards; what does came out of the archive.
+// Nothing may be beside the destination afterwards.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static const zelor::test::TempDir place;
-    const std::string archive = place / "a.zip", inside = place / "inside";
+    static const zelor::test::TempDir kPlace;
+    const std::string archive = kPlace / "a.zip", inside = kPlace / "inside";
     zelor::test::writeFile(archive, zelor::fuzz::textOf(data, size));
     try {
         zelor::agent::ArchiveExtractor().extract(archive, inside);
@@ -18,6 +18,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     boost::system::error_code ignored;
     fs::remove_all(inside, ignored);
     fs::remove(archive);
-    zelor::fuzz::require(fs::is_empty(place.path()), "everything is inside");
+    zelor::fuzz::require(fs::is_empty(kPlace.path()), "everything is inside");
     return 0;
 }

@@ -17,10 +17,10 @@ void compare(const zelor::authoring::ContentEri& one, const zelor::authoring::Co
 
 // A manifest without a fault makes content that agents read, and read as it was meant.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static const zelor::test::TempDir folder;
+    static const zelor::test::TempDir kDirectory;
     zelor::authoring::Findings findings;
     const zelor::authoring::Manifest manifest = zelor::authoring::parseManifest(
-        zelor::fuzz::textOf(data, size), folder.path().string(), "manifest", findings);
+        zelor::fuzz::textOf(data, size), kDirectory.path().string(), "manifest", findings);
     if (!zelor::authoring::anyError(findings)) findings = zelor::authoring::manifestFindings(manifest);
     (void)zelor::authoring::findingsText(findings);
     if (zelor::authoring::anyError(findings)) return 0;

@@ -8,7 +8,7 @@ namespace {
 using zelor::fuzz::require;
 using zelor::fuzz::takeUntil;
 
-constexpr std::time_t now = 1'700'000'000;
+constexpr std::time_t kNow = 1'700'000'000;
 
 /// What the agent reads out of an answer.
 void readAnswer(const std::string& one, const std::string& two) {
@@ -17,7 +17,7 @@ void readAnswer(const std::string& one, const std::string& two) {
         require(range.first <= range.last, "a range runs forward");
         require(range.total == 0 || range.last < range.total, "a range ends within its file");
     }
-    const auto pause = zelor::agent::retryAfter(one, now);
+    const auto pause = zelor::agent::retryAfter(one, kNow);
     require(pause.count() >= 0 && pause <= std::chrono::hours(24), "a pause is at most a day");
     const zelor::agent::HttpHead head{200, {{"etag", one}, {"last-modified", two}, {"date", one}}};
     const std::string validator = zelor::agent::resumptionValidator(head);
@@ -27,7 +27,7 @@ void readAnswer(const std::string& one, const std::string& two) {
 
 /// What the author's server reads out of a request.
 void readRequest(const std::string& one, const std::string& two) {
-    const zelor::authoring::FileVersion file{1000, now, "\"tag\""};
+    const zelor::authoring::FileVersion file{1000, kNow, "\"tag\""};
     for (const zelor::authoring::RequestConditions& conditions :
          {zelor::authoring::RequestConditions{one, two, "", ""},
           zelor::authoring::RequestConditions{"", "", one, two}}) {

@@ -59,24 +59,24 @@ std::string judge(const std::string& line, const fs::path& bundle) {
     std::string name = unescaped(line.substr(blank + 1));
     const fs::file_type type = fs::symlink_status(name == "." ? bundle : bundle / name).type();
     const std::string kind = line.substr(0, line.find(' '));
-    require(kind == (type == fs::directory_file ? "folder"
+    require(kind == (type == fs::directory_file ? "directory"
                      : type == fs::symlink_file ? "link"
                                                 : "file"),
-            "a line tells the kind of an entry that is there");
+            "a line gives the kind of an entry that is there");
     if (type == fs::symlink_file) {
         require(unescaped(line.substr(5, blank - 5)) == fs::read_symlink(bundle / name).string(),
-                "a line tells where a link leads");
+                "a line gives a link's target");
     }
     return name;
 }
 
 }  // namespace
 
-// Entries, each "KIND NAME NUL CONTENT NUL", become a bundle; its manifest must tell of each, once, and
+// Entries, each "KIND NAME NUL CONTENT NUL", become a bundle; its manifest must list each, once, and
 // truly.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static const zelor::test::TempDir place;
-    const fs::path bundle = place.path() / "b.app";
+    static const zelor::test::TempDir kPlace;
+    const fs::path bundle = kPlace.path() / "b.app";
     fs::create_directory(bundle);
     const std::string zero(1, '\0');
     std::string text = zelor::fuzz::textOf(data, size);
@@ -90,7 +90,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (fs::recursive_directory_iterator it(bundle), end; it != end; ++it)
         ++expected;
     std::string manifest = zelor::agent::bundleManifest(bundle.string());
-    require(takeUntil(manifest, "\n") == "zelor-bundle-manifest 1", "the first line tells the version");
+    require(takeUntil(manifest, "\n") == "zelor-bundle-manifest 1", "the first line gives the version");
     std::set<std::string> seen;
     while (!manifest.empty())
         seen.insert(judge(takeUntil(manifest, "\n"), bundle));

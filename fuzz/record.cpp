@@ -39,8 +39,8 @@ void compare(const zelor::remediation::InstalledRecord& record, const std::strin
 // ('!'), into the same file in front of what it has ('='), or as a line of the record's own ('+'). A record
 // that is read at each step says what one read at the end would.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static const zelor::fuzz::QuietRoot place;
-    const std::string file = place / "record";
+    static const zelor::fuzz::QuietRoot kPlace;
+    const std::string file = kPlace / "record";
     std::string text = zelor::fuzz::textOf(data, size);
     std::string whole;
     zelor::remediation::InstalledRecord record;
@@ -49,8 +49,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         const std::string piece = zelor::fuzz::takeUntil(text, std::string(1, '\0'));
         if (!piece.empty() && piece.front() == '!') {
             whole = piece;
-            zelor::test::writeFile(place / "new", whole);
-            boost::filesystem::rename(place / "new", file);
+            zelor::test::writeFile(kPlace / "new", whole);
+            boost::filesystem::rename(kPlace / "new", file);
         } else if (!piece.empty() && piece.front() == '=') {
             whole = piece + whole;
             zelor::test::writeFile(file, whole);

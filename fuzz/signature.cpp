@@ -10,14 +10,14 @@ namespace {
 using zelor::fuzz::require;
 using zelor::test::SigningKey;
 
-const std::string signedText = "what the author signed";
+const std::string kSignedText = "what the author signed";
 
 struct Keys {
     Keys() {
         for (const SigningKey& key : {SigningKey::rsa(), SigningKey::ec()}) {
             files[count] = dir / ("key" + std::to_string(count) + ".pem");
             zelor::test::writeFile(files[count], key.publicPem());
-            signatures[count++] = key.sign(signedText);
+            signatures[count++] = key.sign(kSignedText);
         }
     }
     zelor::test::TempDir dir;
@@ -35,22 +35,22 @@ std::string changed(std::string signature, const std::string& changes) {
 
 }  // namespace
 
-// The first byte tells what the rest is: changes of a good signature, a signature, or the text of a key.
+// The first byte says what the rest is: changes of a good signature, a signature, or the text of a key.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static const Keys keys;
+    static const Keys kEys;
     if (size == 0) return 0;
     const std::string text = zelor::fuzz::textOf(data + 1, size - 1);
     if (data[0] == 'k') {
-        const std::string file = keys.dir / "hostile.pem";
+        const std::string file = kEys.dir / "hostile.pem";
         zelor::test::writeFile(file, text);
-        const auto verdict = zelor::agent::verifyBytes(signedText, keys.signatures[0], file);
+        const auto verdict = zelor::agent::verifyBytes(kSignedText, kEys.signatures[0], file);
         require(!verdict.good && !verdict.reason.empty(), "no other key accepts the signature");
         return 0;
     }
-    for (std::size_t i = 0; i < keys.count; ++i) {
-        const std::string signature = data[0] == 'c' ? changed(keys.signatures[i], text) : text;
-        const auto verdict = zelor::agent::verifyBytes(signedText, signature, keys.files[i]);
-        require(verdict.good == (signature == keys.signatures[i]), "the one signature is good, no other");
+    for (std::size_t i = 0; i < kEys.count; ++i) {
+        const std::string signature = data[0] == 'c' ? changed(kEys.signatures[i], text) : text;
+        const auto verdict = zelor::agent::verifyBytes(kSignedText, signature, kEys.files[i]);
+        require(verdict.good == (signature == kEys.signatures[i]), "the one signature is good, no other");
         require(verdict.good == verdict.reason.empty(), "a refusal has a reason");
     }
     return 0;

@@ -25,7 +25,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (!kept.empty() && kept.back() != '\n') std::abort();
     if (kept.find("foo.pkg") != std::string::npos) std::abort();
     zelor::remediation::bufferedLineMatches(text, "foo.pkg", "00");
-    // Inside quotes no quote may stand alone: taking out the escaped ones leaves none.
+    // Inside quotes no quote may be left unescaped: taking out the escaped ones leaves none.
     std::string quoted = zelor::base::insideSingleQuotes(text);
     for (auto at = quoted.find("'\\''"); at != std::string::npos; at = quoted.find("'\\''", at))
         quoted.erase(at, 4);

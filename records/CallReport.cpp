@@ -24,13 +24,13 @@ CallReport::~CallReport() {
 
 void CallReport::addReason(const std::string& reason) {
     CallReport* report = innermost();
-    if (report != nullptr && report->reason_.empty()) report->reason_ = reason.substr(0, reasonBytes);
+    if (report != nullptr && report->reason_.empty()) report->reason_ = reason.substr(0, kReasonBytes);
 }
 
 void CallReport::setOutput(const std::string& output) {
     CallReport* report = innermost();
     if (report != nullptr)
-        report->output_ = output.substr(output.size() - std::min(output.size(), outputBytes));
+        report->output_ = output.substr(output.size() - std::min(output.size(), kOutputBytes));
 }
 
 void CallReport::askForRestart() {

@@ -6,7 +6,7 @@ namespace zelor::rehearsal {
 
 namespace {
 
-constexpr std::size_t blockBytes = 1U << 16U;
+constexpr std::size_t kBlockBytes = 1U << 16U;
 
 void supportKind(archive* reader, ArchiveReader::Kind kind) {
     switch (kind) {
@@ -31,7 +31,7 @@ ArchiveReader::ArchiveReader(Kind kind, const std::string& path)
     : file_(base::openRegularFile(path, base::Links::follow)), reader_(archive_read_new()) {
     if (!reader_) throw std::bad_alloc();
     supportKind(reader_.get(), kind);
-    if (archive_read_open_fd(reader_.get(), file_.get(), blockBytes) != ARCHIVE_OK) throw NoArchive(cause());
+    if (archive_read_open_fd(reader_.get(), file_.get(), kBlockBytes) != ARCHIVE_OK) throw NoArchive(cause());
     // The kind is recognised at the first header.
     const int result = archive_read_next_header(reader_.get(), &pending_);
     if (result == ARCHIVE_EOF) {

@@ -19,24 +19,25 @@ namespace zelor::rehearsal {
 
 namespace {
 
-constexpr off_t volumeNameAt = 0x8000 + 40;
-constexpr std::size_t volumeNameBytes = 32;
+constexpr off_t kVolumeNameAt = 0x8000 + 40;
+constexpr std::size_t kVolumeNameBytes = 32;
 
-constexpr mode_t plainFile = S_IFREG | 0644;
-constexpr mode_t plainFolder = S_IFDIR | 0755;
+constexpr mode_t kPlainFile = S_IFREG | 0644;
+constexpr mode_t kPlainDirectory = S_IFDIR | 0755;
 
-std::vector<std::string> sortedNames(const std::string& folder) {
+std::vector<std::string> sortedNames(const std::string& directory) {
     std::vector<std::string> names;
-    for (const fs::directory_entry& entry : fs::directory_iterator(folder)) {
+    for (const fs::directory_entry& entry : fs::directory_iterator(directory)) {
         names.push_back(entry.path().filename().string());
     }
     std::sort(names.begin(), names.end());
     return names;
 }
 
-/// A folder may not take in the archive that is being made of it.
-bool isInside(const std::string& path, const std::string& folder) {
-    const auto relative = fs::weakly_canonical(fs::absolute(path)).lexically_relative(fs::canonical(folder));
+/// A directory may not take in the archive that is being made of it.
+bool isInside(const std::string& path, const std::string& directory) {
+    const auto relative =
+        fs::weakly_canonical(fs::absolute(path)).lexically_relative(fs::canonical(directory));
     return !relative.empty() && *relative.begin() != "..";
 }
 
@@ -104,19 +105,19 @@ void ArchiveWriter::writeData(const void* data, std::size_t size) {
 }
 
 void ArchiveWriter::addText(const std::string& name, const std::string& text) {
-    const Entry entry = newEntry(name, plainFile, std::time(nullptr));
+    const Entry entry = newEntry(name, kPlainFile, std::time(nullptr));
     archive_entry_set_size(entry.get(), static_cast<la_int64_t>(text.size()));
     writeEntry(entry.get());
     writeData(text.data(), text.size());
 }
 
-void ArchiveWriter::addFolderEntry(const std::string& name) {
-    writeEntry(newEntry(name, plainFolder, std::time(nullptr)).get());
+void ArchiveWriter::addDirectoryEntry(const std::string& name) {
+    writeEntry(newEntry(name, kPlainDirectory, std::time(nullptr)).get());
 }
 
 void ArchiveWriter::addFile(const std::string& name, const std::string& path) {
     const auto size = fs::file_size(path);
-    const Entry entry = newEntry(name, plainFile, fs::last_write_time(path));
+    const Entry entry = newEntry(name, kPlainFile, fs::last_write_time(path));
     archive_entry_set_size(entry.get(), static_cast<la_int64_t>(size));
     writeEntry(entry.get());
     writeFileData(path, size);
@@ -129,17 +130,17 @@ void ArchiveWriter::writeFileData(const std::string& path, std::uint64_t size) {
     if (read != size) throw std::runtime_error(path + " changed while it was read");
 }
 
-FolderCount ArchiveWriter::addFolder(const std::string& folder, const std::string& prefix) {
-    if (!fs::is_directory(folder)) throw std::runtime_error(folder + " is no folder");
-    if (isInside(path_, folder))
-        throw std::runtime_error(path_ + " is inside of " + folder + "; write it elsewhere");
-    FolderCount count;
-    for (const std::string& name : sortedNames(folder))
-        addPath(folder + "/" + name, prefix + name, count);
+DirectoryCount ArchiveWriter::addDirectory(const std::string& directory, const std::string& prefix) {
+    if (!fs::is_directory(directory)) throw std::runtime_error(directory + " is no directory");
+    if (isInside(path_, directory))
+        throw std::runtime_error(path_ + " is inside of " + directory + "; write it elsewhere");
+    DirectoryCount count;
+    for (const std::string& name : sortedNames(directory))
+        addPath(directory + "/" + name, prefix + name, count);
     return count;
 }
 
-void ArchiveWriter::addPath(const std::string& path, const std::string& name, FolderCount& count) {
+void ArchiveWriter::addPath(const std::string& path, const std::string& name, DirectoryCount& count) {
     struct stat status {};
     if (::lstat(path.c_str(), &status) != 0) throw std::runtime_error(path + ": " + base::errorText(errno));
     const Entry entry = newEntry(name, status.st_mode & (S_IFMT | 0777U), status.st_mtime);
@@ -158,17 +159,17 @@ void ArchiveWriter::addPath(const std::string& path, const std::string& name, Fo
         writeFileData(path, size);
         count.bytes += size;
     } else {
-        throw std::runtime_error(path + " is no file, folder or symbolic link");
+        throw std::runtime_error(path + " is no file, directory or symbolic link");
     }
 }
 
 void ArchiveWriter::commit() {
     require(archive_write_close(writer_.get()));
     if (!volume_.empty()) {
-        // The format's writer knows capitals alone here; Macs show the name as it stands.
+        // The format's writer knows capitals alone here; Macs show the name unchanged.
         std::string name = volume_;
-        name.resize(volumeNameBytes, ' ');
-        if (::pwrite(staged_.descriptor(), name.data(), name.size(), volumeNameAt) !=
+        name.resize(kVolumeNameBytes, ' ');
+        if (::pwrite(staged_.descriptor(), name.data(), name.size(), kVolumeNameAt) !=
             static_cast<ssize_t>(name.size())) {
             throw std::runtime_error("cannot write " + path_ + ": " + base::errorText(errno));
         }

@@ -14,7 +14,7 @@
 namespace zelor::rehearsal {
 
 /// What an archive took in.
-struct FolderCount {
+struct DirectoryCount {
     std::uint64_t files = 0;
     std::uint64_t bytes = 0;
 };
@@ -30,10 +30,10 @@ class ArchiveWriter {
 
     void addText(const std::string& name, const std::string& text);
     void addFile(const std::string& name, const std::string& path);
-    void addFolderEntry(const std::string& name);
-    /// Adds everything in `folder` in the order of its names; `prefix` stands before each. Modes, times and
-    /// symbolic links are kept; anything but files, folders and links is refused.
-    FolderCount addFolder(const std::string& folder, const std::string& prefix);
+    void addDirectoryEntry(const std::string& name);
+    /// Adds everything in `directory` in the order of its names; `prefix` goes before each. Modes, times and
+    /// symbolic links are kept; anything but files, directories and links is refused.
+    DirectoryCount addDirectory(const std::string& directory, const std::string& prefix);
     void commit();
 
   private:
@@ -45,7 +45,7 @@ class ArchiveWriter {
     void writeEntry(archive_entry* entry);
     void writeData(const void* data, std::size_t size);
     void writeFileData(const std::string& path, std::uint64_t size);
-    void addPath(const std::string& path, const std::string& name, FolderCount& count);
+    void addPath(const std::string& path, const std::string& name, DirectoryCount& count);
 
     std::string path_;
     std::string volume_;

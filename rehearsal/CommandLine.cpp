@@ -19,16 +19,16 @@ namespace zelor::rehearsal {
 
 namespace {
 
-std::string ownFolder(const std::string& name) {
+std::string ownDirectory(const std::string& name) {
     const char* searchPath = std::getenv("PATH");
-    return folderOfName(name, searchPath == nullptr ? "" : searchPath);
+    return directoryOfName(name, searchPath == nullptr ? "" : searchPath);
 }
 
 /// The options of all subcommands; each subcommand's callback sets what is to be done.
 struct Options {
     std::string program;
     std::string tools;
-    std::string folder;
+    std::string directory;
     std::string root;
     std::string version = "10.10.5";
     std::string build;
@@ -39,11 +39,11 @@ struct Options {
     std::string faultTool;
     std::string faultLabel;
     Update update;
-    PackageOrder package;
-    ImageOrder image;
+    PackageOptions package;
+    ImageOptions image;
     std::function<void()> action;
 
-    StateFolder state() const { return StateFolder(tools.empty() ? ownFolder(program) : tools); }
+    StateDirectory state() const { return StateDirectory(tools.empty() ? ownDirectory(program) : tools); }
 };
 
 CLI::App* addCommand(CLI::App& app, Options& options, const char* name, const char* what,
@@ -68,13 +68,13 @@ void addOsOptions(CLI::App* command, Options& options) {
 void addMacCommands(CLI::App& app, Options& options) {
     CLI::App* init =
         addCommand(app, options, "init", "Make a tools directory with a Mac of its own", [&options] {
-            makeMac(options.folder,
-                    fs::canonical(ownFolder(options.program) + "/" +
+            makeMac(options.directory,
+                    fs::canonical(ownDirectory(options.program) + "/" +
                                   fs::path(options.program).filename().string())
                         .string(),
                     {options.root, options.version, options.build, options.product});
         });
-    init->add_option("DIR", options.folder, "The tools directory")->required();
+    init->add_option("DIR", options.directory, "The tools directory")->required();
     init->add_option("--root", options.root,
                      "The Mac's disk: everything is installed below it (default: DIR/root)");
     init->add_option("--os", options.version, "Version, from 10.9 on")->capture_default_str();
@@ -160,7 +160,7 @@ void addFaultCommand(CLI::App& app, Options& options) {
 }
 
 void addBuilders(CLI::App& app, Options& options) {
-    PackageOrder& order = options.package;
+    PackageOptions& order = options.package;
     CLI::App* package = addCommand(app, options, "build-pkg", "Make a flat package of a directory",
                                    [&order] { buildPackage(order); });
     package->add_option("--id", order.info.id, "Package identifier, such as com.example.editor")->required();
@@ -171,15 +171,15 @@ void addBuilders(CLI::App& app, Options& options) {
         ->add_option("--install-location", order.info.installLocation, "Where the directory's content goes")
         ->capture_default_str();
     package->add_flag("--restart", order.info.restart, "Asks for a restart");
-    package->add_option("--scripts", order.scripts, "Folder with preinstall, postinstall or both");
-    package->add_option("FOLDER", order.folder, "What to install")->required();
+    package->add_option("--scripts", order.scripts, "Directory with preinstall, postinstall or both");
+    package->add_option("DIRECTORY", order.directory, "What to install")->required();
     package->add_option("OUT", order.output, "The package file")->required();
 
-    ImageOrder& image = options.image;
+    ImageOptions& image = options.image;
     CLI::App* disk = addCommand(app, options, "build-dmg", "Make a disk image (ISO 9660) of a directory",
                                 [&image] { buildImage(image); });
     disk->add_option("--volume", image.volume, "Volume name")->required();
-    disk->add_option("FOLDER", image.folder, "What the volume holds")->required();
+    disk->add_option("DIRECTORY", image.directory, "What the volume holds")->required();
     disk->add_option("OUT", image.output, "The image file")->required();
 }
 
@@ -213,15 +213,15 @@ int runCommandLine(int count, char** words) {
     return 0;
 }
 
-std::string folderOfName(const std::string& name, const std::string& searchPath) {
+std::string directoryOfName(const std::string& name, const std::string& searchPath) {
     if (name.find('/') != std::string::npos) return fs::absolute(name).parent_path().string();
     for (std::size_t begin = 0; begin <= searchPath.size();) {
         const std::size_t end = std::min(searchPath.find(':', begin), searchPath.size());
-        const fs::path folder = fs::absolute(searchPath.substr(begin, end - begin));
-        const fs::path candidate = folder / name;
+        const fs::path directory = fs::absolute(searchPath.substr(begin, end - begin));
+        const fs::path candidate = directory / name;
         boost::system::error_code ignored;
         if (fs::is_regular_file(candidate, ignored) && ::access(candidate.c_str(), X_OK) == 0) {
-            return fs::absolute(folder).string();
+            return fs::absolute(directory).string();
         }
         begin = end + 1;
     }

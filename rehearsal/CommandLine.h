@@ -8,9 +8,9 @@ namespace zelor::rehearsal {
 /// exit status: 0, or 2 for unusable arguments and 1 for anything that failed, with a message.
 int runCommandLine(int count, char** words);
 
-/// The folder of the name that this program was called by: of `name` itself when it holds a slash, else of
+/// The directory of the name that this program was called by: of `name` itself when it holds a slash, else of
 /// the first executable of that name in `searchPath`, as the shell looked it up. Throws std::runtime_error
 /// when there is none.
-std::string folderOfName(const std::string& name, const std::string& searchPath);
+std::string directoryOfName(const std::string& name, const std::string& searchPath);
 
 }  // namespace zelor::rehearsal

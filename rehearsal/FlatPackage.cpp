@@ -19,10 +19,10 @@ namespace zelor::rehearsal {
 
 namespace {
 
-constexpr std::size_t textLimit = 4U << 20U;
-constexpr std::size_t memberLimit = 1000;
+constexpr std::size_t kTextLimit = 4U << 20U;
+constexpr std::size_t kMemberLimit = 1000;
 
-/// Files that hold a package's members: by folder in the package ("" is its top), then by member name.
+/// Files that hold a package's members: by directory in the package ("" is its top), then by member name.
 using Members = std::map<std::string, std::map<std::string, std::string>>;
 
 void writeMember(ArchiveReader& reader, const std::string& path) {
@@ -35,18 +35,18 @@ void writeMember(ArchiveReader& reader, const std::string& path) {
     }
 }
 
-Members takeMembers(const std::string& path, const std::string& workFolder) {
-    static const std::set<std::string> wanted{"Distribution", "PackageInfo", "Payload", "Scripts"};
+Members takeMembers(const std::string& path, const std::string& workDirectory) {
+    static const std::set<std::string> kWanted{"Distribution", "PackageInfo", "Payload", "Scripts"};
     ArchiveReader reader(ArchiveReader::Kind::xar, path);
     Members members;
     std::size_t count = 0;
     while (archive_entry* entry = reader.next()) {
         const char* name = archive_entry_pathname(entry);
         const auto components = agent::pathComponents(name == nullptr ? "" : name);
-        if (components.empty() || components.size() > 2 || wanted.count(components.back()) == 0) continue;
+        if (components.empty() || components.size() > 2 || kWanted.count(components.back()) == 0) continue;
         if (archive_entry_filetype(entry) != AE_IFREG) continue;
-        if (++count > memberLimit) throw std::runtime_error("the package has too many parts");
-        const std::string file = workFolder + "/" + std::to_string(count);
+        if (++count > kMemberLimit) throw std::runtime_error("the package has too many parts");
+        const std::string file = workDirectory + "/" + std::to_string(count);
         writeMember(reader, file);
         members[components.size() == 1 ? "" : components.front()][components.back()] = file;
     }
@@ -59,12 +59,12 @@ PackageComponent componentFrom(const std::map<std::string, std::string>& files, 
         return it == files.end() ? std::string() : it->second;
     };
     if (fileOf("PackageInfo").empty()) throw std::runtime_error(name + " has no PackageInfo");
-    return {name, parsePackageInfo(base::readBounded(fileOf("PackageInfo"), textLimit)), fileOf("Payload"),
+    return {name, parsePackageInfo(base::readBounded(fileOf("PackageInfo"), kTextLimit)), fileOf("Payload"),
             fileOf("Scripts")};
 }
 
 FlatPackage product(const Members& members, const std::string& distributionFile) {
-    const Distribution distribution = parseDistribution(base::readBounded(distributionFile, textLimit));
+    const Distribution distribution = parseDistribution(base::readBounded(distributionFile, kTextLimit));
     FlatPackage package;
     package.title = distribution.title;
     package.restart = distribution.restart;
@@ -78,7 +78,7 @@ FlatPackage product(const Members& members, const std::string& distributionFile)
 }
 
 [[noreturn]] void becomeScript(const PackageScript& script, int input, int log) {
-    const bool ready = chdir(script.folder.c_str()) == 0 && dup2(input, STDIN_FILENO) >= 0 &&
+    const bool ready = chdir(script.directory.c_str()) == 0 && dup2(input, STDIN_FILENO) >= 0 &&
                        dup2(log, STDOUT_FILENO) >= 0 && dup2(log, STDERR_FILENO) >= 0 &&
                        setenv("PACKAGE_PATH", script.packagePath.c_str(), 1) == 0 &&
                        setenv("DSTROOT", script.targetLocation.c_str(), 1) == 0 &&
@@ -93,8 +93,8 @@ FlatPackage product(const Members& members, const std::string& distributionFile)
 
 }  // namespace
 
-FlatPackage openPackage(const std::string& path, const std::string& workFolder) {
-    const Members members = takeMembers(path, workFolder);
+FlatPackage openPackage(const std::string& path, const std::string& workDirectory) {
+    const Members members = takeMembers(path, workDirectory);
     const boost::filesystem::path file(path);
     FlatPackage package;
     const auto top = members.find("");

@@ -22,13 +22,13 @@ struct FlatPackage {
     bool restart = false;
 };
 
-/// Opens a flat package: a single one or a product of several. Its members are written into `workFolder`,
+/// Opens a flat package: a single one or a product of several. Its members are written into `workDirectory`,
 /// which must outlive the use of their paths. Throws std::runtime_error that names the cause.
-FlatPackage openPackage(const std::string& path, const std::string& workFolder);
+FlatPackage openPackage(const std::string& path, const std::string& workDirectory);
 
-/// A script of a package and what it is told.
+/// A script of a package and its arguments.
 struct PackageScript {
-    std::string folder;  ///< where it runs, and where its file is
+    std::string directory;  ///< where it runs, and where its file is
     std::string name;
     std::string packagePath;
     std::string targetLocation;

@@ -18,7 +18,7 @@ namespace zelor::rehearsal {
 
 namespace {
 
-constexpr int busyStatus = 16;
+constexpr int kBusyStatus = 16;
 
 struct Command {
     std::string verb;
@@ -68,9 +68,9 @@ std::string requireBelowRoot(const std::string& mountPoint, const std::string& r
 
 /// Adds the mount to the state, so that no other process takes its number or place. Disk 0 and 1 are the
 /// Mac's.
-std::optional<Mount> reserve(const StateFolder& folder, Mount mount) {
+std::optional<Mount> reserve(const StateDirectory& directory, Mount mount) {
     bool taken = false;
-    folder.update([&](MacState& state) {
+    directory.update([&](MacState& state) {
         mount.disk = 2;
         for (const Mount& other : state.mounts) {
             mount.disk = std::max(mount.disk, other.disk + 1);
@@ -82,8 +82,8 @@ std::optional<Mount> reserve(const StateFolder& folder, Mount mount) {
     return mount;
 }
 
-void forget(const StateFolder& folder, int disk) {
-    folder.update([&](MacState& state) {
+void forget(const StateDirectory& directory, int disk) {
+    directory.update([&](MacState& state) {
         auto& mounts = state.mounts;
         mounts.erase(std::remove_if(mounts.begin(), mounts.end(),
                                     [&](const Mount& mount) { return mount.disk == disk; }),
@@ -101,7 +101,8 @@ std::string imageProblem(const std::string& image) {
     return size > 0 && size % 512 == 0 ? "no mountable file systems" : "image not recognized";
 }
 
-int attach(const StateFolder& folder, const MacState& state, const Command& command, Outcome toolFault) {
+int attach(const StateDirectory& directory, const MacState& state, const Command& command,
+           Outcome toolFault) {
     const std::string problem = imageProblem(command.subject);
     if (!problem.empty()) return say(attachFailed(problem));
     Mount mount;
@@ -118,12 +119,12 @@ int attach(const StateFolder& folder, const MacState& state, const Command& comm
         state.root);
     const bool occupied = fs::exists(mount.mountPoint) &&
                           (!fs::is_directory(mount.mountPoint) || !fs::is_empty(mount.mountPoint));
-    const auto reserved = occupied ? std::nullopt : reserve(folder, mount);
+    const auto reserved = occupied ? std::nullopt : reserve(directory, mount);
     if (!reserved) return say(attachFailed("Resource busy"));
     try {
         unpack(ArchiveReader::Kind::iso9660, mount.image, mount.mountPoint, verbatimLinks());
     } catch (const std::exception& e) {
-        forget(folder, reserved->disk);
+        forget(directory, reserved->disk);
         ToolText text = attachFailed("no mountable file systems");
         text.err = std::string("zelor-rehearsal: ") + e.what() + "\n" + text.err;
         return say(text);
@@ -146,16 +147,16 @@ std::optional<Mount> findMount(const MacState& state, const std::string& subject
 
 /// 0, or the errno value of what failed.
 int emptyMountPoint(const Mount& mount, const std::string& root) {
-    const std::string folder = requireBelowRoot(mount.mountPoint, root);
-    base::removeTree(folder);
+    const std::string directory = requireBelowRoot(mount.mountPoint, root);
+    base::removeTree(directory);
     boost::system::error_code error;
-    fs::remove(folder, error);  // it is there no more, or says why
+    fs::remove(directory, error);  // it is there no more, or says why
     if (error) return error.value();
-    return base::makeDirectories(folder) ? 0 : errno;
+    return base::makeDirectories(directory) ? 0 : errno;
 }
 
-void markUnmounted(const StateFolder& folder, int disk) {
-    folder.update([&](MacState& state) {
+void markUnmounted(const StateDirectory& directory, int disk) {
+    directory.update([&](MacState& state) {
         for (Mount& mount : state.mounts) {
             if (mount.disk == disk) mount.mounted = false;
         }
@@ -170,40 +171,42 @@ Outcome busyFault(const MacState& state, const Mount& mount, Outcome toolFault) 
     return toolFault;
 }
 
-int detach(const StateFolder& folder, const MacState& state, const Command& command, Outcome toolFault) {
+int detach(const StateDirectory& directory, const MacState& state, const Command& command,
+           Outcome toolFault) {
     const auto mount = findMount(state, command.subject);
     if (!mount) return say({"", "hdiutil: " + command.verb + " failed - No such file or directory\n", 1});
     const std::string disk = "\"disk" + std::to_string(mount->disk) + "\"";
     const Outcome fault = command.force ? Outcome::ok : busyFault(state, *mount, toolFault);
     if (fault == Outcome::busy) {
-        return say({"", "hdiutil: couldn't unmount " + disk + " - Resource busy\n", busyStatus});
+        return say({"", "hdiutil: couldn't unmount " + disk + " - Resource busy\n", kBusyStatus});
     }
     const int error = mount->mounted ? emptyMountPoint(*mount, state.root) : 0;
     if (error != 0)
         throw std::runtime_error("hdiutil: cannot empty " + mount->mountPoint + ": " +
                                  base::errorText(error));
     if (fault == Outcome::busyEject) {
-        markUnmounted(folder, mount->disk);
+        markUnmounted(directory, mount->disk);
         return say(
-            {disk + " unmounted.\n", "hdiutil: couldn't eject " + disk + " - Resource busy\n", busyStatus});
+            {disk + " unmounted.\n", "hdiutil: couldn't eject " + disk + " - Resource busy\n", kBusyStatus});
     }
-    forget(folder, mount->disk);
+    forget(directory, mount->disk);
     return say({disk + " ejected.\n", "", 0});
 }
 
 }  // namespace
 
-int runHdiutil(const StateFolder& folder, const Arguments& arguments) {
+int runHdiutil(const StateDirectory& directory, const Arguments& arguments) {
     const auto command = parse(arguments);
     if (!command) {
         return say(
             {"", "Usage: hdiutil attach [-nobrowse] [-mountPoint DIR] IMAGE | detach [-force] DEVICE\n", 1});
     }
-    const MacState state = folder.load();
+    const MacState state = directory.load();
     const Outcome fault = faultFor(state, FaultScope::tool, nameOf(Tool::hdiutil));
     disturb(fault);
-    if (command->verb == "attach" || command->verb == "mount") return attach(folder, state, *command, fault);
-    return detach(folder, state, *command, fault);
+    if (command->verb == "attach" || command->verb == "mount")
+        return attach(directory, state, *command, fault);
+    return detach(directory, state, *command, fault);
 }
 
 }  // namespace zelor::rehearsal

@@ -39,11 +39,11 @@ std::optional<Command> parse(const Arguments& arguments) {
 /// Installs the packages of one file below the root.
 class Installation {
   public:
-    Installation(const StateFolder& folder, const MacState& state, std::string packagePath)
-        : folder_(folder),
+    Installation(const StateDirectory& directory, const MacState& state, std::string packagePath)
+        : directory_(directory),
           root_(fs::canonical(state.root).string()),
           packagePath_(std::move(packagePath)),
-          work_(folder.path(), "work") {}
+          work_(directory.path(), "work") {}
 
     int run(const MacState& state) {
         FlatPackage package;
@@ -86,7 +86,7 @@ class Installation {
             const InstallEnd end = installOne(component);
             if (end != InstallEnd::success) return fail(end, component);
             const PackageInfo& info = component.info;
-            folder_.update([&](MacState& state) {
+            directory_.update([&](MacState& state) {
                 recordReceipt(state, {info.id, info.version, info.installLocation});
             });
         }
@@ -120,7 +120,7 @@ class Installation {
     InstallEnd installOne(const PackageComponent& component) {
         try {
             if (!component.scripts.empty()) {
-                unpack(ArchiveReader::Kind::cpio, component.scripts, scriptFolder(component),
+                unpack(ArchiveReader::Kind::cpio, component.scripts, scriptDirectory(component),
                        linksInside("", {}));
             }
             if (!runScript(component.info.preinstall, component)) return InstallEnd::scriptFailed;
@@ -135,24 +135,25 @@ class Installation {
         }
     }
 
-    static std::string scriptFolder(const PackageComponent& component) {
+    static std::string scriptDirectory(const PackageComponent& component) {
         return component.scripts + "-unpacked";
     }
 
     bool runScript(const std::string& name, const PackageComponent& component) const {
         if (name.empty()) return true;
         std::string location = root_;
-        for (const std::string& folder : agent::pathComponents(component.info.installLocation))
-            location += "/" + folder;
+        for (const std::string& directory : agent::pathComponents(component.info.installLocation))
+            location += "/" + directory;
         return runPackageScript(
-            {scriptFolder(component), name, fs::absolute(packagePath_).string(), location, root_}, logFile());
+            {scriptDirectory(component), name, fs::absolute(packagePath_).string(), location, root_},
+            logFile());
     }
 
-    std::string logFile() const { return folder_.path() + "/install.log"; }
-    /// As on a Mac, the log tells more than the tool.
+    std::string logFile() const { return directory_.path() + "/install.log"; }
+    /// As on a Mac, the log says more than the tool.
     void explain(const std::string& what) const { base::appendLine(logFile(), what); }
 
-    const StateFolder& folder_;
+    const StateDirectory& directory_;
     std::string root_;
     std::string packagePath_;
     base::TemporaryDirectory work_;
@@ -161,10 +162,10 @@ class Installation {
 
 }  // namespace
 
-int runInstaller(const StateFolder& folder, const Arguments& arguments) {
+int runInstaller(const StateDirectory& directory, const Arguments& arguments) {
     const auto command = parse(arguments);
     if (!command) return say({"", "Usage: installer -pkg <path> -target <volume>\n", 1});
-    const MacState state = folder.load();
+    const MacState state = directory.load();
     const Outcome fault = faultFor(state, FaultScope::tool, nameOf(Tool::installer));
     disturb(fault);
     if (fault == Outcome::notRoot) {
@@ -175,7 +176,7 @@ int runInstaller(const StateFolder& folder, const Arguments& arguments) {
         return say(
             {"", "installer: Error - the target volume is not known here: '" + command->target + "'.\n", 1});
     }
-    return Installation(folder, state, command->package).run(state);
+    return Installation(directory, state, command->package).run(state);
 }
 
 }  // namespace zelor::rehearsal

@@ -7,9 +7,9 @@
 namespace zelor::rehearsal {
 
 OsVersion parseOsVersion(const std::string& text) {
-    static const std::regex shape("([0-9]{2})(?:\\.([0-9]{1,2}))?(?:\\.[0-9]{1,2})?");
+    static const std::regex kShape("([0-9]{2})(?:\\.([0-9]{1,2}))?(?:\\.[0-9]{1,2})?");
     std::smatch parts;
-    if (!std::regex_match(text, parts, shape)) {
+    if (!std::regex_match(text, parts, kShape)) {
         throw std::invalid_argument("\"" + text + "\" is no version such as 10.9.5 or 13.2.1");
     }
     OsVersion version;
@@ -22,9 +22,9 @@ OsVersion parseOsVersion(const std::string& text) {
 }
 
 std::string reportedVersion(const std::string& text) {
-    static const std::regex withZero("([0-9]+\\.[0-9]+)\\.0+");
+    static const std::regex kWithZero("([0-9]+\\.[0-9]+)\\.0+");
     std::smatch parts;
-    return std::regex_match(text, parts, withZero) ? parts[1].str() : text;
+    return std::regex_match(text, parts, kWithZero) ? parts[1].str() : text;
 }
 
 std::string productNameOf(const OsVersion& version) {
@@ -32,12 +32,12 @@ std::string productNameOf(const OsVersion& version) {
 }
 
 std::string buildOf(const std::string& version) {
-    static const std::map<std::string, std::string> known{
+    static const std::map<std::string, std::string> kNown{
         {"10.9.5", "13F34"},  {"10.10.5", "14F1021"}, {"10.11.6", "15G31"}, {"10.12.6", "16G29"},
         {"10.13.6", "17G65"}, {"10.14.6", "18G84"},   {"10.15.7", "19H2"},  {"11.6", "20G165"},
         {"12.6", "21G115"},   {"13.2.1", "22D68"}};
-    const auto it = known.find(version);
-    if (it != known.end()) return it->second;
+    const auto it = kNown.find(version);
+    if (it != kNown.end()) return it->second;
     const OsVersion parsed = parseOsVersion(version);
     const int train = parsed.major == 10 ? parsed.minor + 4 : parsed.major + 9;
     return std::to_string(train) + "A100";

@@ -12,15 +12,15 @@ struct ToolName {
     Tool tool;
     const char* name;
 };
-constexpr std::array<ToolName, 4> toolNames{{{Tool::softwareupdate, "softwareupdate"},
-                                             {Tool::swVers, "sw_vers"},
-                                             {Tool::installer, "installer"},
-                                             {Tool::hdiutil, "hdiutil"}}};
+constexpr std::array<ToolName, 4> kToolNames{{{Tool::softwareupdate, "softwareupdate"},
+                                              {Tool::swVers, "sw_vers"},
+                                              {Tool::installer, "installer"},
+                                              {Tool::hdiutil, "hdiutil"}}};
 
 constexpr unsigned bit(Tool tool) {
     return 1U << static_cast<unsigned>(tool);
 }
-constexpr unsigned everyTool =
+constexpr unsigned kEveryTool =
     bit(Tool::softwareupdate) | bit(Tool::swVers) | bit(Tool::installer) | bit(Tool::hdiutil);
 
 struct Behaviour {
@@ -28,31 +28,31 @@ struct Behaviour {
     const char* name;
     unsigned tools;
 };
-constexpr std::array<Behaviour, 12> behaviours{{
-    {Outcome::ok, "ok", everyTool},
-    {Outcome::fail, "fail", everyTool},
-    {Outcome::hang, "hang", everyTool},
+constexpr std::array<Behaviour, 12> kBehaviours{{
+    {Outcome::ok, "ok", kEveryTool},
+    {Outcome::fail, "fail", kEveryTool},
+    {Outcome::hang, "hang", kEveryTool},
     {Outcome::doneThenError, "done-then-error", bit(Tool::softwareupdate)},
     {Outcome::noNetwork, "no-network", bit(Tool::softwareupdate)},
     {Outcome::notFound, "not-found", bit(Tool::softwareupdate)},
     {Outcome::notRoot, "not-root", bit(Tool::softwareupdate) | bit(Tool::installer)},
     {Outcome::busy, "busy", bit(Tool::hdiutil)},
     {Outcome::busyEject, "busy-eject", bit(Tool::hdiutil)},
-    {Outcome::flood, "flood", everyTool},
-    {Outcome::binary, "binary", everyTool},
-    {Outcome::signal, "signal", everyTool},
+    {Outcome::flood, "flood", kEveryTool},
+    {Outcome::binary, "binary", kEveryTool},
+    {Outcome::signal, "signal", kEveryTool},
 }};
 
 }  // namespace
 
 std::string nameOf(Tool tool) {
-    const auto* it = std::find_if(toolNames.begin(), toolNames.end(),
+    const auto* it = std::find_if(kToolNames.begin(), kToolNames.end(),
                                   [&](const ToolName& entry) { return entry.tool == tool; });
     return it->name;
 }
 
 std::optional<Tool> toolNamed(const std::string& name) {
-    for (const ToolName& entry : toolNames) {
+    for (const ToolName& entry : kToolNames) {
         if (name == entry.name) return entry.tool;
     }
     return std::nullopt;
@@ -60,20 +60,20 @@ std::optional<Tool> toolNamed(const std::string& name) {
 
 std::vector<Tool> allTools() {
     std::vector<Tool> tools;
-    tools.reserve(toolNames.size());
-    for (const ToolName& entry : toolNames)
+    tools.reserve(kToolNames.size());
+    for (const ToolName& entry : kToolNames)
         tools.push_back(entry.tool);
     return tools;
 }
 
 std::string nameOf(Outcome outcome) {
-    const auto* it = std::find_if(behaviours.begin(), behaviours.end(),
+    const auto* it = std::find_if(kBehaviours.begin(), kBehaviours.end(),
                                   [&](const Behaviour& entry) { return entry.outcome == outcome; });
     return it->name;
 }
 
 std::optional<Outcome> outcomeNamed(const std::string& name) {
-    for (const Behaviour& entry : behaviours) {
+    for (const Behaviour& entry : kBehaviours) {
         if (name == entry.name) return entry.outcome;
     }
     return std::nullopt;
@@ -81,7 +81,7 @@ std::optional<Outcome> outcomeNamed(const std::string& name) {
 
 std::vector<Outcome> outcomesOf(Tool tool) {
     std::vector<Outcome> outcomes;
-    for (const Behaviour& entry : behaviours) {
+    for (const Behaviour& entry : kBehaviours) {
         if ((entry.tools & bit(tool)) != 0) outcomes.push_back(entry.outcome);
     }
     return outcomes;

@@ -6,7 +6,7 @@
 
 namespace zelor::rehearsal {
 
-/// The tools that the rehearsal Mac stands in for.
+/// The tools that the rehearsal Mac replaces.
 enum class Tool { softwareupdate, swVers, installer, hdiutil };
 
 /// What a tool does when its turn comes; everything but `ok` is a fault.

@@ -33,7 +33,7 @@ std::string scriptName(const pugi::xml_node& node) {
     const auto components = agent::pathComponents(node.attribute("file").value());
     if (!node) return "";
     if (components.size() != 1 || components.front() == "..") {
-        throw std::runtime_error("PackageInfo names a script that is not in the top folder");
+        throw std::runtime_error("PackageInfo names a script that is not in the top directory");
     }
     return components.front();
 }

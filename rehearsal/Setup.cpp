@@ -20,7 +20,7 @@ namespace zelor::rehearsal {
 namespace {
 
 std::string usableRoot(const std::string& root) {
-    if (!base::makeDirectories(root)) throw std::runtime_error("cannot make the root folder " + root);
+    if (!base::makeDirectories(root)) throw std::runtime_error("cannot make the root directory " + root);
     std::string path = fs::canonical(root).string();
     if (path == "/") throw std::invalid_argument("the root of a rehearsal cannot be this machine's own root");
     return path;
@@ -35,10 +35,10 @@ void makeName(const fs::path& link, const std::string& program) {
 
 /// What the agent on this Mac reads about it; files of the root's own stay.
 void describeMac(const MacState& state) {
-    const std::string folder = state.root + "/etc/zelor";
-    if (!base::makeDirectories(folder)) throw std::runtime_error("cannot make the folder " + folder);
+    const std::string directory = state.root + "/etc/zelor";
+    if (!base::makeDirectories(directory)) throw std::runtime_error("cannot make the directory " + directory);
     const auto place = [&](const std::string& name, const std::string& text) {
-        const std::string path = folder + '/' + name;
+        const std::string path = directory + '/' + name;
         const base::UniqueFd file = base::openFile(path, O_WRONLY | O_CREAT | O_EXCL);
         if (file ? !base::writeAll(file.get(), text) : errno != EEXIST)
             throw std::runtime_error("cannot write " + path + ": " + base::errorText(errno));
@@ -49,29 +49,29 @@ void describeMac(const MacState& state) {
 
 }  // namespace
 
-void makeMac(const std::string& toolsFolder, const std::string& program, const MacOrder& order) {
+void makeMac(const std::string& toolsDirectory, const std::string& program, const MacOptions& options) {
     MacState state;
-    setSystem(state, order);
-    if (!base::makeDirectories(toolsFolder))
-        throw std::runtime_error("cannot make the folder " + toolsFolder);
-    const std::string tools = fs::canonical(toolsFolder).string();
-    state.root = usableRoot(order.root.empty() ? tools + "/root" : order.root);
-    StateFolder(tools).create(state);
+    setSystem(state, options);
+    if (!base::makeDirectories(toolsDirectory))
+        throw std::runtime_error("cannot make the directory " + toolsDirectory);
+    const std::string tools = fs::canonical(toolsDirectory).string();
+    state.root = usableRoot(options.root.empty() ? tools + "/root" : options.root);
+    StateDirectory(tools).create(state);
     describeMac(state);
     for (const Tool tool : allTools())
         makeName(fs::path(tools) / nameOf(tool), program);
     makeName(fs::path(tools) / "zelor-rehearsal", program);
 }
 
-void setSystem(MacState& state, const MacOrder& order) {
-    const OsVersion version = parseOsVersion(order.version);
-    state.productVersion = order.version;
-    state.productName = order.product.empty() ? productNameOf(version) : order.product;
-    state.buildVersion = order.build.empty() ? buildOf(order.version) : order.build;
+void setSystem(MacState& state, const MacOptions& options) {
+    const OsVersion version = parseOsVersion(options.version);
+    state.productVersion = options.version;
+    state.productName = options.product.empty() ? productNameOf(version) : options.product;
+    state.buildVersion = options.build.empty() ? buildOf(options.version) : options.build;
 }
 
-void resetMac(const StateFolder& folder) {
-    folder.update([](MacState& state) {
+void resetMac(const StateDirectory& directory) {
+    directory.update([](MacState& state) {
         for (const Mount& mount : state.mounts) {
             if (mount.mounted && !base::removeTree(mount.mountPoint)) {
                 throw std::runtime_error("cannot empty " + mount.mountPoint);
@@ -83,7 +83,7 @@ void resetMac(const StateFolder& folder) {
         state.faults.clear();
         state.receipts.clear();
     });
-    for (const fs::directory_entry& entry : fs::directory_iterator(folder.path())) {
+    for (const fs::directory_entry& entry : fs::directory_iterator(directory.path())) {
         if (base::hasBeginning(entry.path().filename().string(), "work-"))
             base::removeTree(entry.path().string());
     }

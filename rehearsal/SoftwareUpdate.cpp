@@ -85,7 +85,8 @@ void recordInstalled(MacState& state, const std::vector<Update>& updates) {
     }
 }
 
-int install(const StateFolder& folder, const MacState& state, Outcome fault, const UpdateChoice& choice) {
+int install(const StateDirectory& directory, const MacState& state, Outcome fault,
+            const UpdateChoice& choice) {
     std::vector<Update> updates = state.updates;
     applyToolFault(updates, fault);
     const ChosenUpdates chosen = chooseUpdates(updates, choice);
@@ -99,13 +100,13 @@ int install(const StateFolder& folder, const MacState& state, Outcome fault, con
     for (const Update& update : chosen.updates)
         disturb(update.outcome);
     writePayloads(chosen.updates, state.root);
-    folder.update([&](MacState& now) { recordInstalled(now, chosen.updates); });
+    directory.update([&](MacState& now) { recordInstalled(now, chosen.updates); });
     return say(installTranscript(chosen, parseOsVersion(state.productVersion)));
 }
 
 }  // namespace
 
-int runSoftwareUpdate(const StateFolder& folder, const Arguments& arguments) {
+int runSoftwareUpdate(const StateDirectory& directory, const Arguments& arguments) {
     const auto command = parse(arguments);
     const bool chooses =
         command && (command->choice.all || command->choice.recommended || !command->choice.labels.empty());
@@ -113,11 +114,11 @@ int runSoftwareUpdate(const StateFolder& folder, const Arguments& arguments) {
         (command->verb == Command::Verb::install && !chooses)) {
         return say({"", "usage: softwareupdate -l | -i <label> ... | -i -a | -i -r\n", 1});
     }
-    const MacState state = folder.load();
+    const MacState state = directory.load();
     const Outcome fault = faultFor(state, FaultScope::tool, nameOf(Tool::softwareupdate));
     disturb(fault);
     if (command->verb == Command::Verb::list) return say(list(state, fault));
-    return install(folder, state, fault, command->choice);
+    return install(directory, state, fault, command->choice);
 }
 
 }  // namespace zelor::rehearsal

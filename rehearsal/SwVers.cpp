@@ -22,8 +22,8 @@ ToolText versionText(const MacState& state, const std::string& option) {
 
 }  // namespace
 
-int runSwVers(const StateFolder& folder, const Arguments& arguments) {
-    const MacState state = folder.load();
+int runSwVers(const StateDirectory& directory, const Arguments& arguments) {
+    const MacState state = directory.load();
     const Outcome fault = faultFor(state, FaultScope::tool, nameOf(Tool::swVers));
     disturb(fault);
     if (fault == Outcome::fail) return 1;

@@ -11,11 +11,11 @@ namespace zelor::rehearsal {
 namespace {
 
 void printFlood() {
-    constexpr std::size_t floodBytes = 100U << 20U;
+    constexpr std::size_t kFloodBytes = 100U << 20U;
     std::string block;
     while (block.size() < (1U << 20U))
         block += "The update service repeats itself to see who is listening.\n";
-    for (std::size_t sent = 0; sent < floodBytes; sent += block.size())
+    for (std::size_t sent = 0; sent < kFloodBytes; sent += block.size())
         std::fwrite(block.data(), 1, block.size(), stdout);
 }
 
@@ -29,18 +29,18 @@ void printNoise() {
 
 }  // namespace
 
-int runTool(Tool tool, const StateFolder& folder, const Arguments& arguments) {
+int runTool(Tool tool, const StateDirectory& directory, const Arguments& arguments) {
     switch (tool) {
         case Tool::softwareupdate:
-            return runSoftwareUpdate(folder, arguments);
+            return runSoftwareUpdate(directory, arguments);
         case Tool::swVers:
-            return runSwVers(folder, arguments);
+            return runSwVers(directory, arguments);
         case Tool::installer:
-            return runInstaller(folder, arguments);
+            return runInstaller(directory, arguments);
         case Tool::hdiutil:
             break;
     }
-    return runHdiutil(folder, arguments);
+    return runHdiutil(directory, arguments);
 }
 
 int say(const ToolText& text) {

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "rehearsal/MacState.h"
-#include "rehearsal/StateFolder.h"
+#include "rehearsal/StateDirectory.h"
 #include "rehearsal/UpdateText.h"
 
 /// The tools of the rehearsal Mac. Each takes its arguments without its name, prints on the process's own
@@ -14,12 +14,12 @@ namespace zelor::rehearsal {
 
 using Arguments = std::vector<std::string>;
 
-int runTool(Tool tool, const StateFolder& folder, const Arguments& arguments);
+int runTool(Tool tool, const StateDirectory& directory, const Arguments& arguments);
 
-int runSoftwareUpdate(const StateFolder& folder, const Arguments& arguments);
-int runSwVers(const StateFolder& folder, const Arguments& arguments);
-int runInstaller(const StateFolder& folder, const Arguments& arguments);
-int runHdiutil(const StateFolder& folder, const Arguments& arguments);
+int runSoftwareUpdate(const StateDirectory& directory, const Arguments& arguments);
+int runSwVers(const StateDirectory& directory, const Arguments& arguments);
+int runInstaller(const StateDirectory& directory, const Arguments& arguments);
+int runHdiutil(const StateDirectory& directory, const Arguments& arguments);
 
 /// Prints both texts and returns the status.
 int say(const ToolText& text);

@@ -14,7 +14,7 @@ namespace zelor::rehearsal {
 
 namespace {
 
-constexpr std::size_t pieceBytes = 1U << 18U;
+constexpr std::size_t kPieceBytes = 1U << 18U;
 
 agent::ExtractionTree::Time timeOf(archive_entry* entry) {
     if (archive_entry_mtime_is_set(entry) == 0) return std::nullopt;
@@ -22,7 +22,7 @@ agent::ExtractionTree::Time timeOf(archive_entry* entry) {
 }
 
 mode_t modeOf(archive_entry* entry) {
-    return static_cast<mode_t>(archive_entry_perm(entry) & agent::keptModeBits);
+    return static_cast<mode_t>(archive_entry_perm(entry) & agent::kEptModeBits);
 }
 
 std::string textOrNone(const char* text) {
@@ -34,9 +34,9 @@ class Pass {
   public:
     Pass(ArchiveReader::Kind kind, const std::string& path, const UnpackRules& rules,
          agent::ExtractionTree* tree, const std::string& destination)
-        : reader_(kind, path), rules_(rules), tree_(tree), destination_(destination), buffer_(pieceBytes) {
-        constexpr std::uint64_t margin = 64ULL << 20U;
-        if (tree != nullptr) room_ = tree->freeBytes() > margin ? tree->freeBytes() - margin : 0;
+        : reader_(kind, path), rules_(rules), tree_(tree), destination_(destination), buffer_(kPieceBytes) {
+        constexpr std::uint64_t kMargin = 64ULL << 20U;
+        if (tree != nullptr) room_ = tree->freeBytes() > kMargin ? tree->freeBytes() - kMargin : 0;
     }
 
     void run() {
@@ -63,13 +63,13 @@ class Pass {
 
     void take(archive_entry* entry, const std::string& name) {
         const auto path = below(name);
-        if (path.size() == rules_.prefix.size()) return;  // the top folder itself
+        if (path.size() == rules_.prefix.size()) return;  // the top directory itself
         const std::string twin = textOrNone(archive_entry_hardlink(entry));
         const auto type = archive_entry_filetype(entry);
         if (!twin.empty()) {
             takeTwin(entry, path, below(twin));
         } else if (type == AE_IFDIR) {
-            if (tree_ != nullptr) takeFolder(entry, path);
+            if (tree_ != nullptr) takeDirectory(entry, path);
         } else if (type == AE_IFLNK) {
             const auto target = rules_.linkTarget(path, textOrNone(archive_entry_symlink(entry)));
             if (tree_ != nullptr) tree_->addLink(path, target, timeOf(entry));
@@ -80,13 +80,13 @@ class Pass {
         }
     }
 
-    void takeFolder(archive_entry* entry, const agent::ExtractionTree::Path& path) {
-        tree_->addFolder(path, modeOf(entry), timeOf(entry));
+    void takeDirectory(archive_entry* entry, const agent::ExtractionTree::Path& path) {
+        tree_->addDirectory(path, modeOf(entry), timeOf(entry));
         // One from an earlier unpacking may be closed to its owner, whom no root rights help here.
         struct stat status {};
         const std::string place = placeOf(path);
         if (::lstat(place.c_str(), &status) == 0 && (status.st_mode & S_IRWXU) != S_IRWXU) {
-            ::chmod(place.c_str(), (status.st_mode & agent::keptModeBits) | S_IRWXU);
+            ::chmod(place.c_str(), (status.st_mode & agent::kEptModeBits) | S_IRWXU);
         }
     }
 

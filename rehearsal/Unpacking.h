@@ -10,7 +10,7 @@ namespace zelor::rehearsal {
 
 /// Where an archive's entries go and which symbolic links it may make.
 struct UnpackRules {
-    /// Folders below the destination that the entries' names are taken from.
+    /// Directories below the destination that the entries' names are taken from.
     agent::ExtractionTree::Path prefix;
     /// The target to write for a link at that path; throws std::runtime_error to refuse it.
     std::function<std::string(const agent::ExtractionTree::Path& link, const std::string& target)> linkTarget;

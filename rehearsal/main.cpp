@@ -19,8 +19,9 @@ void useUtf8() {
 
 int runAs(zelor::rehearsal::Tool tool, const std::string& name, const std::vector<std::string>& arguments) {
     const char* searchPath = std::getenv("PATH");
-    const std::string folder = zelor::rehearsal::folderOfName(name, searchPath == nullptr ? "" : searchPath);
-    return runTool(tool, zelor::rehearsal::StateFolder(folder), arguments);
+    const std::string directory =
+        zelor::rehearsal::directoryOfName(name, searchPath == nullptr ? "" : searchPath);
+    return runTool(tool, zelor::rehearsal::StateDirectory(directory), arguments);
 }
 
 }  // namespace

@@ -2,7 +2,7 @@
 
 #include <exception>
 
-#include "base/TrustedFolder.h"
+#include "base/TrustedDirectory.h"
 #include "platform/Log.h"
 
 namespace zelor::remediation {
@@ -165,7 +165,7 @@ void RunDriver::endAfterException(const std::string& what) {
 }
 
 void RunDriver::emptyContentDirectory() {
-    const std::string problem = base::folderProblem(state_.contentDirectory);
+    const std::string problem = base::directoryProblem(state_.contentDirectory);
     if (!problem.empty()) {
         log::error(" [Remediation Manager] The content directory '", state_.contentDirectory,
                    "' is not emptied: ", problem);

@@ -16,7 +16,7 @@ namespace zelor::agent {
 
 namespace {
 
-constexpr std::size_t readBytes = 1U << 20U;
+constexpr std::size_t kReadBytes = 1U << 20U;
 
 using Reader = std::unique_ptr<archive, base::Deleter<archive_read_free>>;
 
@@ -44,7 +44,7 @@ class Utf8Names {
     locale_t previous_ = locale_t();
 };
 
-/// One archive on its way into one folder.
+/// One archive on its way into one directory.
 class Extraction {
   public:
     Extraction(const std::string& archivePath, ExtractionTree& tree, const ExtractionLimits& limits)
@@ -53,10 +53,10 @@ class Extraction {
         file_ = base::openRegularFile(archivePath, base::Links::refuse, &archiveBytes);
         allowance_ = unpackedAllowance(archiveBytes, tree.freeBytes(), limits);
         reader_.reset(archive_read_new());
-        // The directory at the archive's end alone tells modes, links and whether the archive is whole.
+        // Only the central directory says modes, links and whether the archive is complete.
         if (!reader_ || archive_read_support_format_zip_seekable(reader_.get()) != ARCHIVE_OK) failRead();
         archive_read_set_format_option(reader_.get(), "zip", "mac-ext", nullptr);
-        if (archive_read_open_fd(reader_.get(), file_.get(), readBytes) != ARCHIVE_OK) failRead();
+        if (archive_read_open_fd(reader_.get(), file_.get(), kReadBytes) != ARCHIVE_OK) failRead();
     }
 
     void run() {
@@ -83,8 +83,8 @@ class Extraction {
     }
 
     void takeEntry(archive_entry* entry) {
-        constexpr const char* tooMany = "is one more than the entries allowed";
-        if (++entries_ > limits_.entries) throw std::runtime_error(tooMany);
+        constexpr const char* kTooMany = "is one more than the entries allowed";
+        if (++entries_ > limits_.entries) throw std::runtime_error(kTooMany);
         const std::string problem = entryNameProblem(name_, limits_);
         if (!problem.empty()) throw std::runtime_error(problem);
         if (archive_entry_is_encrypted(entry) != 0) throw std::runtime_error("is encrypted");
@@ -97,19 +97,19 @@ class Extraction {
         }
         const std::string twin = names_.add(path);
         if (!twin.empty()) throw std::runtime_error(twin);
-        if (names_.size() > limits_.entries) throw std::runtime_error(tooMany);
+        if (names_.size() > limits_.entries) throw std::runtime_error(kTooMany);
         create(entry, path, type);
     }
 
     void create(archive_entry* entry, const ExtractionTree::Path& path, unsigned type) {
-        const unsigned kept = type == AE_IFREG && path.size() == 1 ? keptModeBitsOfLoneFile : keptModeBits;
+        const unsigned kept = type == AE_IFREG && path.size() == 1 ? kEptModeBitsOfLoneFile : kEptModeBits;
         const auto mode = static_cast<mode_t>(archive_entry_perm(entry) & kept);
         ExtractionTree::Time time;
         if (archive_entry_mtime_is_set(entry) != 0) {
             time = timespec{archive_entry_mtime(entry), archive_entry_mtime_nsec(entry)};
         }
         if (type == AE_IFDIR) {
-            tree_.addFolder(path, mode, time);
+            tree_.addDirectory(path, mode, time);
         } else if (type == AE_IFLNK) {
             const char* target = archive_entry_symlink(entry);
             const std::string problem = linkTargetProblem(path, target == nullptr ? "" : target, limits_);

@@ -26,7 +26,7 @@ std::string entryNameProblem(const std::string& name, const ExtractionLimits& li
     if (std::find(components.begin(), components.end(), "..") != components.end()) {
         return "has \"..\" in its path";
     }
-    if (components.size() > limits.depth) return "lies too deep in folders";
+    if (components.size() > limits.depth) return "lies too deep in directories";
     return "";
 }
 
@@ -67,9 +67,9 @@ Allowance unpackedAllowance(std::uint64_t archiveBytes, std::uint64_t freeBytes,
     Allowance allowance{limits.unpackedBytes, "the limit on unpacked archives"};
     const std::uint64_t available = freeBytes > limits.freeMargin ? freeBytes - limits.freeMargin : 0;
     if (available < allowance.bytes) allowance = {available, "the room on the destination's file system"};
-    constexpr std::uint64_t most = std::numeric_limits<std::uint64_t>::max();
-    const bool wide = limits.ratio != 0 && archiveBytes > (most - limits.ratioAllowance) / limits.ratio;
-    const std::uint64_t byRatio = wide ? most : archiveBytes * limits.ratio + limits.ratioAllowance;
+    constexpr std::uint64_t kMost = std::numeric_limits<std::uint64_t>::max();
+    const bool wide = limits.ratio != 0 && archiveBytes > (kMost - limits.ratioAllowance) / limits.ratio;
+    const std::uint64_t byRatio = wide ? kMost : archiveBytes * limits.ratio + limits.ratioAllowance;
     if (byRatio < allowance.bytes) allowance = {byRatio, "what an archive of its size plausibly holds"};
     return allowance;
 }

@@ -17,8 +17,8 @@ namespace zelor::agent {
 
 namespace {
 
-constexpr int folderFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
-constexpr mode_t impliedFolderMode = 0755;
+constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+constexpr mode_t kImpliedDirectoryMode = 0755;
 
 [[noreturn]] void fail(const std::string& what) {
     throw std::runtime_error(what + ": " + base::errorText(errno));
@@ -35,9 +35,9 @@ std::array<timespec, 2> timesFor(const timespec& modified) {
 }  // namespace
 
 ExtractionTree::ExtractionTree(const std::string& destination) {
-    if (!base::makeDirectories(destination)) fail("cannot make the folder " + destination);
-    root_ = base::openFile(destination, folderFlags);
-    if (!root_) fail("cannot open the folder " + destination);
+    if (!base::makeDirectories(destination)) fail("cannot make the directory " + destination);
+    root_ = base::openFile(destination, kDirectoryFlags);
+    if (!root_) fail("cannot open the directory " + destination);
 }
 
 std::uint64_t ExtractionTree::freeBytes() const {
@@ -46,22 +46,22 @@ std::uint64_t ExtractionTree::freeBytes() const {
     return bytes;
 }
 
-void ExtractionTree::makeFolder(const base::UniqueFd& parent, const Path& path) {
+void ExtractionTree::makeDirectory(const base::UniqueFd& parent, const Path& path) {
     if (::mkdirat(parent.get(), path.back().c_str(), 0700) == 0) {
         created_.push_back({path, true});
-        folders_[path] = {impliedFolderMode, std::nullopt};
+        directories_[path] = {kImpliedDirectoryMode, std::nullopt};
     } else if (errno != EEXIST) {
-        fail("cannot make a folder for it");
+        fail("cannot make a directory for it");
     }
 }
 
-base::UniqueFd ExtractionTree::walk(const Path& folder, bool make) {
-    base::UniqueFd here(::openat(root_.get(), ".", folderFlags));
-    for (auto it = folder.begin(); here && it != folder.end(); ++it) {
-        if (make) makeFolder(here, Path(folder.begin(), it + 1));
-        here = base::UniqueFd(::openat(here.get(), it->c_str(), folderFlags | O_NOFOLLOW));
+base::UniqueFd ExtractionTree::walk(const Path& directory, bool make) {
+    base::UniqueFd here(::openat(root_.get(), ".", kDirectoryFlags));
+    for (auto it = directory.begin(); here && it != directory.end(); ++it) {
+        if (make) makeDirectory(here, Path(directory.begin(), it + 1));
+        here = base::UniqueFd(::openat(here.get(), it->c_str(), kDirectoryFlags | O_NOFOLLOW));
     }
-    if (!here) fail("a file, a link or a closed folder is where a folder is needed");
+    if (!here) fail("a file, a link or a closed directory is where a directory is needed");
     return here;
 }
 
@@ -80,16 +80,16 @@ void ExtractionTree::makeRoomFor(int parent, const Path& path) {
     }
 }
 
-void ExtractionTree::addFolder(const Path& path, mode_t mode, const Time& time) {
+void ExtractionTree::addDirectory(const Path& path, mode_t mode, const Time& time) {
     walk(path, true);
-    folders_[path] = {mode, time};
+    directories_[path] = {mode, time};
 }
 
 base::UniqueFd ExtractionTree::createFile(const Path& path) {
     const int parent = parentOf(path);
     makeRoomFor(parent, path);
-    constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
-    base::UniqueFd file(::openat(parent, path.back().c_str(), flags, 0600));
+    constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+    base::UniqueFd file(::openat(parent, path.back().c_str(), kFlags, 0600));
     if (!file) fail("cannot create the file");
     created_.push_back({path, false});
     return file;
@@ -113,12 +113,13 @@ void ExtractionTree::addLink(const Path& path, const std::string& target, const 
 }
 
 void ExtractionTree::finish() {
-    // A folder sorts before what is in it.
-    for (auto it = folders_.rbegin(); it != folders_.rend(); ++it) {
-        const base::UniqueFd folder = walk(it->first, false);
-        if (::fchmod(folder.get(), it->second.mode) != 0) fail("cannot set a folder's mode");
+    // A directory sorts before what is in it.
+    for (auto it = directories_.rbegin(); it != directories_.rend(); ++it) {
+        const base::UniqueFd directory = walk(it->first, false);
+        if (::fchmod(directory.get(), it->second.mode) != 0) fail("cannot set a directory's mode");
         const Time& time = it->second.time;
-        if (time && ::futimens(folder.get(), timesFor(*time).data()) != 0) fail("cannot set a folder's time");
+        if (time && ::futimens(directory.get(), timesFor(*time).data()) != 0)
+            fail("cannot set a directory's time");
     }
 }
 
@@ -126,13 +127,13 @@ void ExtractionTree::rollBack() noexcept {
     for (auto it = created_.rbegin(); it != created_.rend(); ++it) {
         try {
             const base::UniqueFd parent = walk(Path(it->path.begin(), it->path.end() - 1), false);
-            ::unlinkat(parent.get(), it->path.back().c_str(), it->isFolder ? AT_REMOVEDIR : 0);
+            ::unlinkat(parent.get(), it->path.back().c_str(), it->isDirectory ? AT_REMOVEDIR : 0);
         } catch (const std::exception&) {
             continue;  // gone already, or not ours to reach
         }
     }
     created_.clear();
-    folders_.clear();
+    directories_.clear();
 }
 
 }  // namespace zelor::agent

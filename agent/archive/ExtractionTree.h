@@ -28,7 +28,7 @@ class ExtractionTree {
     std::uint64_t freeBytes() const;
 
     /// Makes the directory, or uses the one that exists; it gets its mode and time in `finish`.
-    void addFolder(const Path& path, mode_t mode, const Time& time);
+    void addDirectory(const Path& path, mode_t mode, const Time& time);
     /// Makes an empty file for writing in place of a file or link that exists; makes the directories that
     /// lead to it.
     base::UniqueFd createFile(const Path& path);
@@ -43,24 +43,24 @@ class ExtractionTree {
     void rollBack() noexcept;
 
   private:
-    struct Folder {
+    struct Directory {
         mode_t mode;
         Time time;
     };
     struct Created {
         Path path;
-        bool isFolder;
+        bool isDirectory;
     };
 
-    void makeFolder(const base::UniqueFd& parent, const Path& path);
-    base::UniqueFd walk(const Path& folder, bool make);
+    void makeDirectory(const base::UniqueFd& parent, const Path& path);
+    base::UniqueFd walk(const Path& directory, bool make);
     int parentOf(const Path& path);
     void makeRoomFor(int parent, const Path& path);
 
     base::UniqueFd root_;
     Path parentPath_;
     base::UniqueFd parent_;
-    std::map<Path, Folder> folders_;
+    std::map<Path, Directory> directories_;
     std::vector<Created> created_;
 };
 

@@ -13,8 +13,8 @@ std::optional<CachedContent> ContentCache::get(const std::string& identifier) {
 }
 
 void ContentCache::put(const std::string& identifier, CachedContent content) {
-    constexpr std::size_t bookkeeping = 256;
-    const std::size_t bytes = sizeof(Entry) + bookkeeping + 2 * identifier.size() +
+    constexpr std::size_t kBookkeeping = 256;
+    const std::size_t bytes = sizeof(Entry) + kBookkeeping + 2 * identifier.size() +
                               (content.document ? content.document->bytes() : 0);
     const std::lock_guard<std::mutex> lock(mutex_);
     const auto found = byIdentifier_.find(identifier);

@@ -13,21 +13,22 @@ namespace zelor::agent {
 
 namespace {
 
-constexpr std::size_t entriesLimit = 1000;
-constexpr std::size_t blocksLimit = 1000;       // of one entry
-constexpr std::size_t allBlocksLimit = 10'000;  // a block takes sixty times the room of its shortest spelling
-constexpr int depthLimit = 32;
-constexpr std::size_t identifierLimit = 128;
+constexpr std::size_t kEntriesLimit = 1000;
+constexpr std::size_t kBlocksLimit = 1000;  // of one entry
+constexpr std::size_t kAllBlocksLimit =
+    10'000;  // a block takes sixty times the room of its shortest spelling
+constexpr int kDepthLimit = 32;
+constexpr std::size_t kIdentifierLimit = 128;
 
 bool isControl(unsigned char c) {
     return c < 0x20 || c == 0x7f;
 }
 
-/// What no content file has any use for, wherever it stands; "" for none.
+/// What no content file needs, anywhere in it; "" for none.
 class Survey : public pugi::xml_tree_walker {
   public:
     bool for_each(pugi::xml_node& node) override {
-        if (depth() >= depthLimit) problem = "elements more than " + std::to_string(depthLimit) + " deep";
+        if (depth() >= kDepthLimit) problem = "elements more than " + std::to_string(kDepthLimit) + " deep";
         if (node.type() == pugi::node_doctype) problem = "a document type; leave it out";
         if (!problem.empty()) offset = node.offset_debug();
         return problem.empty();
@@ -42,7 +43,7 @@ bool isContentIdentifier(const std::string& text) {
     const auto alphanumeric = [](char c) {
         return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
     };
-    return !text.empty() && text.size() <= identifierLimit && alphanumeric(text.front()) &&
+    return !text.empty() && text.size() <= kIdentifierLimit && alphanumeric(text.front()) &&
            std::all_of(text.begin(), text.end(),
                        [&](char c) { return alphanumeric(c) || c == '.' || c == '_' || c == '-'; });
 }
@@ -61,10 +62,10 @@ class ContentReader {
         ContentDocument document;
         std::size_t blocks = 0;
         for (const pugi::xml_node cre : root.children("cre")) {
-            if (document.entries_.size() == entriesLimit) fail(cre, "more than 1000 cre elements");
+            if (document.entries_.size() == kEntriesLimit) fail(cre, "more than 1000 cre elements");
             document.entries_.push_back(entry(cre));
             blocks += RecordAccess::blocks(document.entries_.back().data).size();
-            if (blocks > allBlocksLimit) fail(cre, "more than 10000 eri elements in all");
+            if (blocks > kAllBlocksLimit) fail(cre, "more than 10000 eri elements in all");
         }
         document.bytes_ = xml_.size() + sizeof document +
                           document.entries_.size() * sizeof(ContentDocument::Entry) +
@@ -84,7 +85,7 @@ class ContentReader {
     }
 
     void load() {
-        if (xml_.size() > contentBytesLimit) throw std::runtime_error("the file is larger than 4 MiB");
+        if (xml_.size() > kContentBytesLimit) throw std::runtime_error("the file is larger than 4 MiB");
         const auto zero = xml_.find('\0');
         if (zero != std::string_view::npos) failAt(static_cast<std::ptrdiff_t>(zero), "a zero byte");
         const pugi::xml_parse_result result = document_.load_buffer(
@@ -144,7 +145,7 @@ class ContentReader {
         RecordAccess::creId(entry.data) = attribute(cre, "id");
         auto& blocks = RecordAccess::blocks(entry.data);
         for (const pugi::xml_node eri : cre.children("eri")) {
-            if (blocks.size() == blocksLimit) fail(eri, "more than 1000 eri elements in one cre");
+            if (blocks.size() == kBlocksLimit) fail(eri, "more than 1000 eri elements in one cre");
             blocks.push_back(block(eri));
             RecordAccess::eriIds(entry.data).push_back(RecordAccess::eriId(blocks.back()));
         }
@@ -154,7 +155,7 @@ class ContentReader {
     parsedEriData block(const pugi::xml_node& eri) const {
         parsedEriData data;
         RecordAccess::eriId(data) = attribute(eri, "id");
-        // Installed patches are recorded by this name; an empty one would stand for every other empty one.
+        // Installed patches are recorded by this name; an empty one would match every other empty one.
         if (RecordAccess::eriId(data).empty()) fail(eri, "an eri element without an id");
         const std::string reboot = attribute(eri, "reboot");
         RecordAccess::reboot(data) = reboot == "true" || reboot == "1";

@@ -11,7 +11,7 @@
 namespace zelor::agent {
 
 /// The most bytes of a content file.
-inline constexpr std::size_t contentBytesLimit = 4U << 20U;
+inline constexpr std::size_t kContentBytesLimit = 4U << 20U;
 
 /// Whether the text may name content: it becomes a file name and a piece of a URL.
 bool isContentIdentifier(const std::string& text);

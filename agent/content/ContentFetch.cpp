@@ -12,7 +12,7 @@ namespace {
 
 using Kind = ContentAnswer::Kind;
 
-constexpr std::size_t signatureLimit = 16U << 10U;
+constexpr std::size_t kSignatureLimit = 16U << 10U;
 
 struct Fetched {
     HttpResult result;
@@ -46,7 +46,7 @@ Fetched fetch(HttpClient& client, const HttpRequest& request, std::size_t limit,
     }
 }
 
-/// Everything but a good answer; `unchanged` stands for a good one.
+/// Everything but a good answer; `unchanged` means a good one.
 ContentAnswer judge(const Fetched& fetched, const std::string& url, std::size_t limit) {
     const std::string shown = withoutCredentials(url);
     const HttpResult& result = fetched.result;
@@ -87,8 +87,8 @@ ContentAnswer fetchContent(HttpClient& client, const std::string& repository, co
     if (!known.etag.empty()) request.headers.push_back("If-None-Match: " + known.etag);
     if (!known.lastModified.empty()) request.headers.push_back("If-Modified-Since: " + known.lastModified);
     const bool conditional = !request.headers.empty();
-    Fetched xml = fetch(client, request, contentBytesLimit, retry);
-    ContentAnswer answer = judge(xml, request.url, contentBytesLimit);
+    Fetched xml = fetch(client, request, kContentBytesLimit, retry);
+    ContentAnswer answer = judge(xml, request.url, kContentBytesLimit);
     if (answer.kind != Kind::unchanged) return answer;
     if (xml.result.head.status == 304) {
         if (conditional) return answer;
@@ -97,8 +97,8 @@ ContentAnswer fetchContent(HttpClient& client, const std::string& repository, co
 
     request.url += ".sig";
     request.headers.clear();
-    Fetched signature = fetch(client, request, signatureLimit, retry);
-    answer = judge(signature, request.url, signatureLimit);
+    Fetched signature = fetch(client, request, kSignatureLimit, retry);
+    answer = judge(signature, request.url, kSignatureLimit);
     if (answer.kind == Kind::none) answer.kind = Kind::refused;  // content without a signature is no removal
     if (answer.kind != Kind::unchanged) return answer;
     answer.kind = Kind::fresh;

@@ -19,9 +19,9 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Kind = ContentAnswer::Kind;
 
-constexpr std::chrono::minutes trustedTime{10};
-constexpr std::chrono::seconds missingTime{5};  ///< how long "there is none" is believed within a run
-constexpr std::chrono::seconds silentTime{30};
+constexpr std::chrono::minutes kTrustedTime{10};
+constexpr std::chrono::seconds kMissingTime{5};  ///< how long "there is none" is believed within a run
+constexpr std::chrono::seconds kSilentTime{30};
 
 std::atomic<std::uint64_t>& runNumber() {
     static std::atomic<std::uint64_t> number{1};
@@ -30,7 +30,7 @@ std::atomic<std::uint64_t>& runNumber() {
 
 bool isFresh(const CachedContent& cached, std::uint64_t run) {
     const Clock::duration trusted =
-        cached.document ? Clock::duration(trustedTime) : Clock::duration(missingTime);
+        cached.document ? Clock::duration(kTrustedTime) : Clock::duration(kMissingTime);
     return cached.run == run && Clock::now() - cached.confirmed < trusted;
 }
 
@@ -147,7 +147,7 @@ ContentAnswer ContentLibrary::ask(const std::string& identifier, std::uint64_t r
     if (answer.kind == Kind::noAnswer) {
         const std::lock_guard<std::mutex> lock(mutex_);
         silentRun_ = run;
-        silentUntil_ = Clock::now() + silentTime;
+        silentUntil_ = Clock::now() + kSilentTime;
     }
     return answer;
 }
@@ -172,7 +172,7 @@ ContentLibrary::Document ContentLibrary::accept(const std::string& identifier, c
         store_.write(identifier, content);
     } catch (const std::exception& e) {
         log::error("[CreCacher] cannot keep the content for ", identifier, ": ", e.what(),
-                   "; make room or mend its rights");
+                   "; free space or correct its permissions");
     }
     return document;
 }

@@ -23,9 +23,9 @@ namespace zelor::agent {
 /// is fetched anew. Failures go to the log.
 class ContentLibrary {
   public:
-    /// Keeps files in `folder`, which is made when it is first needed.
-    explicit ContentLibrary(const std::string& folder, RetryPolicy retry = contentRetryPolicy())
-        : store_(folder), retry_(retry) {}
+    /// Keeps files in `directory`, which is made when it is first needed.
+    explicit ContentLibrary(const std::string& directory, RetryPolicy retry = contentRetryPolicy())
+        : store_(directory), retry_(retry) {}
 
     /// Null when there is no usable content for that identifier.
     std::shared_ptr<const ContentDocument> get(const std::string& identifier);
@@ -48,11 +48,11 @@ class ContentLibrary {
     /// Null for content that is not good, with the reason in `problem`.
     Document accept(const std::string& identifier, const SignedContent& content, std::string& problem);
 
-    static constexpr std::size_t cacheBytes = 64U << 20U;
+    static constexpr std::size_t kCacheBytes = 64U << 20U;
 
     ContentStore store_;
     RetryPolicy retry_;
-    ContentCache cache_{cacheBytes};
+    ContentCache cache_{kCacheBytes};
     HttpClientPool clients_;
     std::mutex mutex_;
     std::uint64_t silentRun_ = 0;  ///< the run in which the repository did not answer

@@ -15,11 +15,11 @@ namespace zelor::agent {
 
 namespace {
 
-constexpr std::size_t signatureLimit = 16U << 10U;
-constexpr std::size_t versionLimit = 8U << 10U;
-constexpr const char* xmlSuffix = ".xml";
-constexpr const char* signatureSuffix = ".xml.sig";
-constexpr const char* versionSuffix = ".xml.version";
+constexpr std::size_t kSignatureLimit = 16U << 10U;
+constexpr std::size_t kVersionLimit = 8U << 10U;
+constexpr const char* kXmlSuffix = ".xml";
+constexpr const char* kSignatureSuffix = ".xml.sig";
+constexpr const char* kVersionSuffix = ".xml.version";
 
 bool oneLine(const std::string& text) {
     return text.find('\n') == std::string::npos;
@@ -51,50 +51,50 @@ std::optional<std::string> readIfUsable(const std::string& path, std::size_t lim
 }  // namespace
 
 std::string ContentStore::path(const std::string& identifier, const char* suffix) const {
-    return folder_ + "/" + identifier + suffix;
+    return directory_ + "/" + identifier + suffix;
 }
 
 std::optional<SignedContent> ContentStore::read(const std::string& identifier) const {
     const std::lock_guard<std::mutex> lock(mutex_);
-    const auto xml = readIfUsable(path(identifier, xmlSuffix), contentBytesLimit);
+    const auto xml = readIfUsable(path(identifier, kXmlSuffix), kContentBytesLimit);
     const auto signature =
-        xml ? readIfUsable(path(identifier, signatureSuffix), signatureLimit) : std::nullopt;
+        xml ? readIfUsable(path(identifier, kSignatureSuffix), kSignatureLimit) : std::nullopt;
     if (!signature) return std::nullopt;
     SignedContent content{*xml, *signature, "", ""};
-    const auto version = readIfUsable(path(identifier, versionSuffix), versionLimit);
+    const auto version = readIfUsable(path(identifier, kVersionSuffix), kVersionLimit);
     if (version) takeVersion(*version, content);
     return content;
 }
 
 void ContentStore::write(const std::string& identifier, const SignedContent& content) {
     const std::lock_guard<std::mutex> lock(mutex_);
-    openFolder();
-    removeFile(identifier + versionSuffix);
-    replace(identifier + xmlSuffix, content.xml);
-    replace(identifier + signatureSuffix, content.signature);
-    replace(identifier + versionSuffix, versionText(content));
+    openDirectory();
+    removeFile(identifier + kVersionSuffix);
+    replace(identifier + kXmlSuffix, content.xml);
+    replace(identifier + kSignatureSuffix, content.signature);
+    replace(identifier + kVersionSuffix, versionText(content));
 }
 
 void ContentStore::remove(const std::string& identifier) {
     const std::lock_guard<std::mutex> lock(mutex_);
-    if (::access(folder_.c_str(), F_OK) != 0) return;
-    openFolder();
-    for (const char* suffix : {versionSuffix, xmlSuffix, signatureSuffix})
+    if (::access(directory_.c_str(), F_OK) != 0) return;
+    openDirectory();
+    for (const char* suffix : {kVersionSuffix, kXmlSuffix, kSignatureSuffix})
         removeFile(identifier + suffix);
 }
 
-void ContentStore::openFolder() {
-    // Opened for each change: the folder may have been removed and made again meanwhile.
-    handle_ = base::openPrivateDirectory(folder_);
+void ContentStore::openDirectory() {
+    // Opened for each change: the directory may have been removed and made again meanwhile.
+    handle_ = base::openPrivateDirectory(directory_);
 }
 
 void ContentStore::replace(const std::string& name, const std::string& bytes) const {
-    base::replaceFileIn(handle_, name, folder_ + "/" + name, bytes);
+    base::replaceFileIn(handle_, name, directory_ + "/" + name, bytes);
 }
 
 void ContentStore::removeFile(const std::string& name) const {
     if (::unlinkat(handle_.get(), name.c_str(), 0) != 0 && errno != ENOENT) {
-        throw std::runtime_error("cannot remove " + folder_ + "/" + name + ": " + base::errorText(errno));
+        throw std::runtime_error("cannot remove " + directory_ + "/" + name + ": " + base::errorText(errno));
     }
 }
 

@@ -16,14 +16,14 @@ struct SignedContent {
     std::string lastModified;
 };
 
-/// Content files kept on disk: `<identifier>.xml`, `.xml.sig` and `.xml.version` in one folder of mode 0700.
-/// Nothing read from it is to be trusted before its signature was checked: a crash between the renames of a
-/// pair leaves two that do not match, and no version, so that the next use fetches both anew. Files are not
-/// flushed for the same reason. Any thread; failures are std::runtime_error that names the file.
+/// Content files kept on disk: `<identifier>.xml`, `.xml.sig` and `.xml.version` in one directory of mode
+/// 0700. Nothing read from it is to be trusted before its signature was checked: a crash between the renames
+/// of a pair leaves two that do not match, and no version, so that the next use fetches both anew. Files are
+/// not flushed for the same reason. Any thread; failures are std::runtime_error that names the file.
 class ContentStore {
   public:
     /// Touches nothing on the disk yet.
-    explicit ContentStore(std::string folder) : folder_(std::move(folder)) {}
+    explicit ContentStore(std::string directory) : directory_(std::move(directory)) {}
 
     /// Nothing when there is no pair for that identifier, or none that can be read.
     std::optional<SignedContent> read(const std::string& identifier) const;
@@ -34,11 +34,11 @@ class ContentStore {
 
   private:
     std::string path(const std::string& identifier, const char* suffix) const;
-    void openFolder();
+    void openDirectory();
     void replace(const std::string& name, const std::string& bytes) const;
     void removeFile(const std::string& name) const;
 
-    std::string folder_;
+    std::string directory_;
     mutable std::mutex mutex_;
     base::UniqueFd handle_;
 };

@@ -13,8 +13,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::seconds longest{5};
-constexpr std::uint64_t most = 32U << 20U;
+constexpr std::chrono::seconds kLongest{5};
+constexpr std::uint64_t kMost = 32U << 20U;
 
 /// Counts bytes from the first ones on, until there are enough to judge.
 struct Measurement {
@@ -30,7 +30,7 @@ struct Measurement {
             firstBytes = piece.size();
         }
         total += piece.size();
-        return total < most && now - *first < longest;
+        return total < kMost && now - *first < kLongest;
     }
 
     /// A file that came in one piece is measured with the time of the whole request.
@@ -53,8 +53,8 @@ unsigned long DownloadManager::GetDownloadSpeed(int& status) {
         Measurement measured;
         zelor::agent::HttpRequest request;
         request.url = url;
-        request.limits.connectTimeout = longest;
-        request.limits.stallTime = longest;
+        request.limits.connectTimeout = kLongest;
+        request.limits.stallTime = kLongest;
         request.onBody = [&](std::string_view piece) { return measured.take(piece); };
         const zelor::agent::HttpResult result = zelor::agent::HttpClient().perform(request);
         const double speed = measured.bytesPerSecond(Clock::now());

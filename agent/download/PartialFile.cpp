@@ -22,9 +22,9 @@ namespace zelor::agent {
 
 namespace {
 
-constexpr mode_t fileMode = 0600;
-constexpr std::size_t versionBytesLimit = 16U << 10U;
-constexpr std::size_t copyPiece = 1U << 20U;
+constexpr mode_t kFileMode = 0600;
+constexpr std::size_t kVersionBytesLimit = 16U << 10U;
+constexpr std::size_t kCopyPiece = 1U << 20U;
 
 void write(const base::UniqueFd& file, const std::string& path, std::string_view bytes) {
     if (!base::writeAll(file.get(), bytes))
@@ -62,11 +62,11 @@ PartialFile::Version parseVersion(const std::string& text) {
 
 }  // namespace
 
-PartialFile::PartialFile(const std::string& folder, const std::string& name)
-    : folder_(base::openPrivateDirectory(folder)),
+PartialFile::PartialFile(const std::string& directory, const std::string& name)
+    : directory_(base::openPrivateDirectory(directory)),
       name_(name + ".part"),
       versionName_(name_ + ".version"),
-      path_(folder + "/" + name_) {
+      path_(directory + "/" + name_) {
     openLocked();
     readVersion();
 }
@@ -77,9 +77,9 @@ void PartialFile::fail(const std::string& what) const {
 
 void PartialFile::openLocked() {
     for (;;) {
-        file_ = base::UniqueFd(
-            ::openat(folder_.get(), name_.c_str(),
-                     O_RDWR | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, fileMode));
+        file_ = base::UniqueFd(::openat(
+            directory_.get(), name_.c_str(),
+            O_RDWR | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, kFileMode));
         struct stat mine {};
         if (!file_.valid() || ::fstat(file_.get(), &mine) != 0) fail("open");
         if (!S_ISREG(mine.st_mode) || mine.st_nlink > 1) {
@@ -92,7 +92,7 @@ void PartialFile::openLocked() {
         }
         // Whoever held the lock before may have moved the file away meanwhile.
         struct stat named {};
-        const bool there = ::fstatat(folder_.get(), name_.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0;
+        const bool there = ::fstatat(directory_.get(), name_.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0;
         if (there && named.st_ino == mine.st_ino && named.st_dev == mine.st_dev) {
             size_ = static_cast<std::uint64_t>(mine.st_size);
             return;
@@ -102,7 +102,7 @@ void PartialFile::openLocked() {
 
 void PartialFile::readVersion() {
     try {
-        version_ = parseVersion(base::readBounded(path_ + ".version", versionBytesLimit));
+        version_ = parseVersion(base::readBounded(path_ + ".version", kVersionBytesLimit));
     } catch (const std::exception&) {
         version_ = {};  // without it nothing is resumed, which is the safe way
     }
@@ -110,7 +110,7 @@ void PartialFile::readVersion() {
 
 void PartialFile::writeVersion() const {
     base::replaceFileIn(
-        folder_, versionName_, path_ + ".version",
+        directory_, versionName_, path_ + ".version",
         version_.url + '\n' + version_.validator + '\n' + std::to_string(version_.total) + '\n');
 }
 
@@ -135,7 +135,7 @@ void PartialFile::restart(const Version& version) {
     const bool plain = (version.url + version.validator).find('\n') == std::string::npos;
     if (!plain) version_.validator.clear();
     if (version_.validator.empty()) {
-        (void)::unlinkat(folder_.get(), versionName_.c_str(), 0);
+        (void)::unlinkat(directory_.get(), versionName_.c_str(), 0);
     } else {
         writeVersion();
     }
@@ -147,32 +147,32 @@ void PartialFile::append(std::string_view bytes) {
 }
 
 void PartialFile::discard() {
-    (void)::unlinkat(folder_.get(), versionName_.c_str(), 0);
-    (void)::unlinkat(folder_.get(), name_.c_str(), 0);
+    (void)::unlinkat(directory_.get(), versionName_.c_str(), 0);
+    (void)::unlinkat(directory_.get(), name_.c_str(), 0);
     version_ = {};
 }
 
 bool PartialFile::moveTo(const std::string& destination, bool durable, const std::function<bool()>& goOn) {
-    const std::string folder = base::directoryOf(destination);
-    if (!base::makeDirectories(folder)) {
-        throw std::runtime_error("cannot make the folder " + folder + ": " + base::errorText(errno));
+    const std::string directory = base::directoryOf(destination);
+    if (!base::makeDirectories(directory)) {
+        throw std::runtime_error("cannot make the directory " + directory + ": " + base::errorText(errno));
     }
     if (durable) flush(file_, path_);
-    if (::renameat(folder_.get(), name_.c_str(), AT_FDCWD, destination.c_str()) != 0) {
+    if (::renameat(directory_.get(), name_.c_str(), AT_FDCWD, destination.c_str()) != 0) {
         if (errno != EXDEV) fail("move to " + destination + " the file");
         if (!copyTo(destination, durable, goOn)) return false;
-        (void)::unlinkat(folder_.get(), name_.c_str(), 0);
+        (void)::unlinkat(directory_.get(), name_.c_str(), 0);
     }
     // After a rename another process may have begun the file anew: its name is no longer ours to remove.
-    (void)::unlinkat(folder_.get(), versionName_.c_str(), 0);
-    if (durable) base::flushDirectory(folder);
+    (void)::unlinkat(directory_.get(), versionName_.c_str(), 0);
+    if (durable) base::flushDirectory(directory);
     return true;
 }
 
 bool PartialFile::copyTo(const std::string& destination, bool durable,
                          const std::function<bool()>& goOn) const {
-    base::StagedFile copy(destination, ".incoming", fileMode);
-    std::vector<char> buffer(copyPiece);
+    base::StagedFile copy(destination, ".incoming", kFileMode);
+    std::vector<char> buffer(kCopyPiece);
     std::uint64_t done = 0;
     while (done < size_) {
         if (!goOn()) return false;

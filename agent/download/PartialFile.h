@@ -22,9 +22,9 @@ class PartialFile {
         std::uint64_t total = 0;  ///< 0: not known
     };
 
-    /// Opens or begins `<folder>/<name>.part`; the folder is made with mode 0700. Symbolic links, special
-    /// files and a file that someone else works on are refused.
-    PartialFile(const std::string& folder, const std::string& name);
+    /// Opens or begins `<directory>/<name>.part`; the directory is made with mode 0700. Symbolic links,
+    /// special files and a file that someone else works on are refused.
+    PartialFile(const std::string& directory, const std::string& name);
 
     /// Where the bytes are, how many there are, and which version they belong to.
     const std::string& path() const { return path_; }
@@ -55,7 +55,7 @@ class PartialFile {
     bool copyTo(const std::string& destination, bool durable, const std::function<bool()>& goOn) const;
     [[noreturn]] void fail(const std::string& what) const;
 
-    base::UniqueFd folder_;
+    base::UniqueFd directory_;
     base::UniqueFd file_;
     std::string name_;
     std::string versionName_;
@@ -64,10 +64,11 @@ class PartialFile {
     Version version_;
 };
 
-/// The free bytes of the file system that holds `path`, or its nearest folder that exists; for this process.
+/// The free bytes of the file system that holds `path`, or its nearest directory that exists; for this
+/// process.
 std::uint64_t freeBytes(const std::string& path);
 
-/// True when both paths, or their nearest folders that exist, are on one file system.
+/// True when both paths, or their nearest directories that exist, are on one file system.
 bool onOneFileSystem(const std::string& one, const std::string& other);
 
 }  // namespace zelor::agent

@@ -18,7 +18,7 @@ namespace zelor::agent {
 
 namespace {
 
-constexpr std::uint64_t spareBytes = 64U << 20U;
+constexpr std::uint64_t kSpareBytes = 64U << 20U;
 
 bool wanted() {
     return !stopRequested();
@@ -98,7 +98,7 @@ DownloadResult PatchDownload::run() {
 }
 
 DownloadResult PatchDownload::fetchAndMove() {
-    PartialFile& partial = partial_.emplace(job_.partialFolder, job_.name);
+    PartialFile& partial = partial_.emplace(job_.partialDirectory, job_.name);
     int failures = 0;
     Step step = Step::again;
     for (int attempts = 1; step != Step::done; ++attempts) {
@@ -109,7 +109,7 @@ DownloadResult PatchDownload::fetchAndMove() {
             best_ = std::max(best_, partial.size());
             if (failures >= policy_.retry.attempts || attempts >= policy_.retry.attemptsInAll) {
                 problem_ += "; gave up after " + std::to_string(attempts) +
-                            " attempts, the next run goes on where this one stopped";
+                            " attempts, the next run continues where this one stopped";
                 step = Step::failed;
             } else {
                 log::info("[Downloader] trying ", withoutCredentials(job_.url), " again: ", problem_);
@@ -240,8 +240,8 @@ bool PatchDownload::roomFor(std::uint64_t total) {
         return refuse(path + " needs " + std::to_string(need) + " free bytes and has " +
                       std::to_string(room) + "; make room there");
     };
-    if (!check(job_.partialFolder, missing)) return false;
-    return onOneFileSystem(job_.partialFolder, job_.destination) || check(job_.destination, total);
+    if (!check(job_.partialDirectory, missing)) return false;
+    return onOneFileSystem(job_.partialDirectory, job_.destination) || check(job_.destination, total);
 }
 
 bool PatchDownload::takeBody(std::string_view piece) {
@@ -251,7 +251,7 @@ bool PatchDownload::takeBody(std::string_view piece) {
     }
     // A body of no announced length may have no end: it does not get the last of the disk, nor keeps what it
     // has.
-    if (expected_ == 0 && !roomFor(partial_->size() + piece.size() + spareBytes)) {
+    if (expected_ == 0 && !roomFor(partial_->size() + piece.size() + kSpareBytes)) {
         partial_->restart({});
         return false;
     }

@@ -23,7 +23,7 @@ struct DownloadPolicy {
 struct DownloadJob {
     std::string url;
     std::string name;  ///< of the archive, "editor-2.1.zip"; also names the partial file
-    std::string partialFolder;
+    std::string partialDirectory;
     std::string destination;
     std::uint64_t bytesPerSecond = 0;  ///< 0: as fast as it goes
     bool durable = true;               ///< whole at its destination even after a power loss

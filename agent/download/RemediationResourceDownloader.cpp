@@ -13,9 +13,9 @@
 
 namespace {
 
-constexpr int failed = -1;
-constexpr int interrupted = -2;
-constexpr unsigned long leastRate = 1024;  ///< a transfer needs some rate to end at all
+constexpr int kFailed = -1;
+constexpr int kInterrupted = -2;
+constexpr unsigned long kLeastRate = 1024;  ///< a transfer needs some rate to end at all
 
 zelor::agent::HttpClientPool& clients() {
     // Kept to the very end of the process: a run's thread may outlive main().
@@ -28,7 +28,7 @@ std::string stemProblem(const std::string& stem) {
     const bool control =
         std::any_of(stem.begin(), stem.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; });
     if (stem.empty()) return "it is empty";
-    if (stem == "." || stem == "..") return "it names a folder";
+    if (stem == "." || stem == "..") return "it names a directory";
     if (stem.find('/') != std::string::npos) return "it holds a path separator";
     if (control) return "it holds a control character";
     return stem.size() > 200 ? "it is longer than 200 bytes" : "";
@@ -59,7 +59,7 @@ int RemediationResourceDownloader::getResource(std::string stem, std::string& ar
                                                bool rateLimited, unsigned long bytesPerSecond) {
     try {
         zelor::agent::DownloadJob job = jobFor(stem, archivePath, installPath);
-        if (rateLimited) job.bytesPerSecond = std::max(bytesPerSecond, leastRate);
+        if (rateLimited) job.bytesPerSecond = std::max(bytesPerSecond, kLeastRate);
         // What is buffered has to last; what a run fetches is unpacked, checked and removed by that run.
         job.durable = rateLimited;
         const auto client = clients().lend();
@@ -67,12 +67,12 @@ int RemediationResourceDownloader::getResource(std::string stem, std::string& ar
             case zelor::agent::DownloadResult::done:
                 return 0;
             case zelor::agent::DownloadResult::interrupted:
-                return interrupted;
+                return kInterrupted;
             case zelor::agent::DownloadResult::failed:
-                return failed;
+                return kFailed;
         }
     } catch (const std::exception& e) {
         zelor::agent::logFailure(std::string("[Downloader] ") + e.what());
     }
-    return failed;
+    return kFailed;
 }

@@ -16,7 +16,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-constexpr milliseconds reaction{50};  ///< how late an interruption may be seen
+constexpr milliseconds kReaction{50};  ///< how late an interruption may be seen
 
 void initialise() {
     static std::once_flag once;
@@ -33,10 +33,10 @@ bool hasScheme(const std::string& url, const std::string& scheme) {
 }  // namespace
 
 const std::string& HttpHead::header(const std::string& name) const {
-    static const std::string none;
+    static const std::string kNone;
     const auto found =
         std::find_if(headers.begin(), headers.end(), [&](const auto& one) { return one.first == name; });
-    return found == headers.end() ? none : found->second;
+    return found == headers.end() ? kNone : found->second;
 }
 
 HttpClient::HttpClient() {
@@ -108,7 +108,7 @@ bool sleepUnlessInterrupted(milliseconds time) {
         if (stopRequested()) return false;
         const auto left = until - Clock::now();
         if (left <= Clock::duration::zero()) return true;
-        std::this_thread::sleep_for(std::min<Clock::duration>(left, reaction));
+        std::this_thread::sleep_for(std::min<Clock::duration>(left, kReaction));
     }
 }
 

@@ -17,16 +17,16 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-constexpr milliseconds reaction{50};  ///< how late an interruption may be seen
-constexpr std::uint64_t leastBytesPerSecond = 1;
-constexpr std::size_t headerLimit = 200;
-constexpr std::size_t headBytesLimit = 128U << 10U;
-constexpr std::uint64_t discardLimit = 64U << 10U;
-constexpr long leastBuffer = 1024;
-constexpr long largestBuffer = 512L << 10;
-constexpr std::uint64_t readsPerSecond = 50;
-constexpr int leastWindow = 16 << 10;
-constexpr std::uint64_t windowsPerSecond = 8;
+constexpr milliseconds kReaction{50};  ///< how late an interruption may be seen
+constexpr std::uint64_t kLeastBytesPerSecond = 1;
+constexpr std::size_t kHeaderLimit = 200;
+constexpr std::size_t kHeadBytesLimit = 128U << 10U;
+constexpr std::uint64_t kDiscardLimit = 64U << 10U;
+constexpr long kLeastBuffer = 1024;
+constexpr long kLargestBuffer = 512L << 10;
+constexpr std::uint64_t kReadsPerSecond = 50;
+constexpr int kLeastWindow = 16 << 10;
+constexpr std::uint64_t kWindowsPerSecond = 8;
 
 using HeaderList = std::unique_ptr<curl_slist, base::Deleter<curl_slist_free_all>>;
 
@@ -140,14 +140,14 @@ class Transfer {
     void setUpRate() {
         const std::uint64_t rate = request_.bytesPerSecond;
         if (rate == 0) {
-            set(easy_, CURLOPT_BUFFERSIZE, largestBuffer);
+            set(easy_, CURLOPT_BUFFERSIZE, kLargestBuffer);
             return;
         }
         const std::uint64_t buffer =
-            std::clamp<std::uint64_t>(rate / readsPerSecond, leastBuffer, largestBuffer);
+            std::clamp<std::uint64_t>(rate / kReadsPerSecond, kLeastBuffer, kLargestBuffer);
         set(easy_, CURLOPT_BUFFERSIZE, static_cast<long>(buffer));
         window_ = static_cast<int>(
-            std::clamp<std::uint64_t>(rate / windowsPerSecond, leastWindow, 4 * largestBuffer));
+            std::clamp<std::uint64_t>(rate / kWindowsPerSecond, kLeastWindow, 4 * kLargestBuffer));
         set(easy_, CURLOPT_SOCKOPTFUNCTION, &limitWindow);
         set(easy_, CURLOPT_SOCKOPTDATA, &window_);
         // The window is set as a connection is made, and is wrong for any other transfer.
@@ -162,7 +162,7 @@ class Transfer {
         }
         const auto now = Clock::now();
         if (pacer_.due() > now) {
-            std::this_thread::sleep_for(std::min<Clock::duration>(pacer_.due() - now, reaction));
+            std::this_thread::sleep_for(std::min<Clock::duration>(pacer_.due() - now, kReaction));
             progressed_ = Clock::now();
             return false;
         }
@@ -176,7 +176,7 @@ class Transfer {
         if (curl_multi_perform(multi_, &running) != CURLM_OK) {
             return end(result, HttpOutcome::permanent, "libcurl failed");
         }
-        if (headBytes_ > headBytesLimit) {
+        if (headBytes_ > kHeadBytesLimit) {
             return end(result, HttpOutcome::permanent, "the answer's headers are larger than 128 KiB");
         }
         if (stopped_) return end(result, HttpOutcome::stopped, "stopped");
@@ -185,7 +185,7 @@ class Transfer {
             return end(result, HttpOutcome::transient, "the transfer stalled: nothing came for too long");
         }
         if (pacer_.due() <= Clock::now()) {
-            curl_multi_poll(multi_, nullptr, 0, static_cast<int>(reaction.count()), nullptr);
+            curl_multi_poll(multi_, nullptr, 0, static_cast<int>(kReaction.count()), nullptr);
         }
         return false;
     }
@@ -243,8 +243,8 @@ class Transfer {
     bool takeHeader(std::string_view line) {
         countBytes(line.size());
         headBytes_ += line.size();
-        if (headBytes_ > headBytesLimit) return false;  // a server may go on with them for ever
-        if (headEnded_) return true;                    // a trailer
+        if (headBytes_ > kHeadBytesLimit) return false;  // a server may go on with them for ever
+        if (headEnded_) return true;                     // a trailer
         if (line.substr(0, 5) == "HTTP/") {
             head_ = {};
             return true;
@@ -252,7 +252,7 @@ class Transfer {
         const std::string_view text = base::trimmedView(line);
         if (text.empty()) return endHead();
         const auto colon = text.find(':');
-        if (colon != std::string_view::npos && head_.headers.size() < headerLimit) {
+        if (colon != std::string_view::npos && head_.headers.size() < kHeaderLimit) {
             head_.headers.emplace_back(
                 base::lowerCased(std::string(base::trimmedView(text.substr(0, colon)))),
                 base::trimmedView(text.substr(colon + 1)));
@@ -271,7 +271,7 @@ class Transfer {
     /// Reads a short error page to its end, so that the connection can be used again.
     std::size_t discard(std::size_t size) {
         discarded_ += size;
-        return discarded_ > discardLimit ? 0 : size;
+        return discarded_ > kDiscardLimit ? 0 : size;
     }
 
     void countBytes(std::size_t size) {
@@ -280,7 +280,7 @@ class Transfer {
         recent_ += size;
         const auto seconds =
             std::chrono::duration_cast<std::chrono::seconds>(request_.limits.stallTime).count();
-        if (recent_ < leastBytesPerSecond * static_cast<std::uint64_t>(seconds)) return;
+        if (recent_ < kLeastBytesPerSecond * static_cast<std::uint64_t>(seconds)) return;
         recent_ = 0;
         progressed_ = now;
     }

@@ -18,7 +18,7 @@ class RatePacer {
     /// `bytes` were taken at `now`.
     void took(std::uint64_t bytes, Time now) {
         if (rate_ <= 0) return;
-        const Time earliest = due_ == Time() ? now : now - allowance;
+        const Time earliest = due_ == Time() ? now : now - kAllowance;
         if (due_ < earliest) due_ = earliest;
         due_ += std::chrono::duration_cast<Time::duration>(
             std::chrono::duration<double>(static_cast<double>(bytes) / rate_));
@@ -28,7 +28,7 @@ class RatePacer {
     Time due() const { return due_; }
 
   private:
-    static constexpr std::chrono::milliseconds allowance{100};
+    static constexpr std::chrono::milliseconds kAllowance{100};
     double rate_;
     Time due_{};
 };

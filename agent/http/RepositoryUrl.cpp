@@ -19,7 +19,7 @@ std::string repositoryUrl(const AgentSettings& settings) {
     const bool http = boost::istarts_with(url, "http://") || boost::istarts_with(url, "https://");
     if (!http || url.find_first_of("?# ") != std::string::npos || base::hasControlCharacter(url)) {
         throw std::runtime_error("Repository.Url \"" + withoutCredentials(url) +
-                                 "\" is not an http or https URL of a folder; correct it in " +
+                                 "\" is not an http or https URL of a directory; correct it in " +
                                  settings.iniFile());
     }
     while (url.back() == '/')
@@ -28,11 +28,11 @@ std::string repositoryUrl(const AgentSettings& settings) {
 }
 
 std::string urlSegment(const std::string& text) {
-    constexpr std::string_view unreserved =
+    constexpr std::string_view kUnreserved =
         "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~";
     std::string out;
     for (const char c : text) {
-        if (unreserved.find(c) != std::string_view::npos) {
+        if (kUnreserved.find(c) != std::string_view::npos) {
             out += c;
             continue;
         }

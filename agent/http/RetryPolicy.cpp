@@ -16,17 +16,17 @@ bool statusIsTransient(long status) {
 }
 
 milliseconds retryAfter(const std::string& header, std::time_t now) {
-    constexpr long longest = 24L * 60 * 60;
+    constexpr long kLongest = 24L * 60 * 60;
     long seconds = 0;
     const char* end = header.data() + header.size();
     const auto [stopped, error] = std::from_chars(header.data(), end, seconds);
     const bool number = !header.empty() && stopped == end;
-    if (number && error == std::errc::result_out_of_range) seconds = longest;
+    if (number && error == std::errc::result_out_of_range) seconds = kLongest;
     if (!number) {
         const std::time_t time = header.empty() ? -1 : curl_getdate(header.c_str(), nullptr);
         seconds = time < 0 ? 0 : static_cast<long>(time - now);
     }
-    return std::chrono::seconds(std::clamp(seconds, 0L, longest));
+    return std::chrono::seconds(std::clamp(seconds, 0L, kLongest));
 }
 
 milliseconds pauseAfter(int failures, milliseconds asked, const RetryPolicy& policy, double chance) {

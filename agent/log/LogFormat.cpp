@@ -32,7 +32,7 @@ void appendEscaped(std::string& out, unsigned char byte) {
 /// UTF-8.
 bool showsAsItIs(char32_t code) {
     if (code < 0x80) return code >= 0x20 && code != 0x7f;
-    return code >= 0xa0 && code != 0x2028 && code != 0x2029 && code != base::invalidCharacter &&
+    return code >= 0xa0 && code != 0x2028 && code != 0x2029 && code != base::kInvalidCharacter &&
            !base::reordersText(code);
 }
 

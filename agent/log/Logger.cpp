@@ -23,10 +23,10 @@ namespace {
 
 using log4cpp::Priority;
 
-constexpr std::size_t fileBytesLimit = 10U << 20U;
-constexpr unsigned int backups = 5;
-constexpr mode_t fileMode = 0640;
-constexpr Priority::Value errorsOnly = Priority::ERROR;
+constexpr std::size_t kFileBytesLimit = 10U << 20U;
+constexpr unsigned int kBackups = 5;
+constexpr mode_t kFileMode = 0640;
+constexpr Priority::Value kErrorsOnly = Priority::ERROR;
 
 class LineLayout : public log4cpp::Layout {
   public:
@@ -40,7 +40,7 @@ class LineLayout : public log4cpp::Layout {
 class LogFile : public log4cpp::RollingFileAppender {
   public:
     explicit LogFile(const std::string& path)
-        : RollingFileAppender("file", path, fileBytesLimit, backups, true, fileMode) {
+        : RollingFileAppender("file", path, kFileBytesLimit, kBackups, true, kFileMode) {
         _flags |= O_CLOEXEC;
         LogFile::reopen();
     }
@@ -50,10 +50,10 @@ class LogFile : public log4cpp::RollingFileAppender {
     void _append(const log4cpp::LoggingEvent& event) override {
         try {
             const std::string line = _getLayout().format(event);
-            if (!zelor::base::writeAll(_fd, line) && event.priority <= errorsOnly)
+            if (!zelor::base::writeAll(_fd, line) && event.priority <= kErrorsOnly)
                 std::cerr << line << std::flush;
             const off_t size = ::lseek(_fd, 0, SEEK_END);
-            if (size >= static_cast<off_t>(fileBytesLimit)) rollOver();
+            if (size >= static_cast<off_t>(kFileBytesLimit)) rollOver();
         } catch (const std::exception&) {
             // log4cpp lets nothing through: better a line less than no process.
             return;
@@ -119,12 +119,12 @@ class Outputs {
     /// Opens the log file; the text of what went wrong otherwise.
     std::string attach(const std::string& path) {
         const auto slash = path.rfind('/');
-        const bool folder = zelor::base::makeDirectories(path.substr(0, slash));
-        const int folderError = errno;
+        const bool directory = zelor::base::makeDirectories(path.substr(0, slash));
+        const int directoryError = errno;
         auto file = std::make_unique<LogFile>(path);
         if (!file->isOpen()) {
             return "[Logger] cannot write the log file " + path + ": " +
-                   zelor::base::errorText(folder ? errno : folderError) +
+                   zelor::base::errorText(directory ? errno : directoryError) +
                    "; errors go to standard error until Log.File names a file that can be written";
         }
         file->setLayout(std::make_unique<LineLayout>().release());
@@ -136,7 +136,7 @@ class Outputs {
 
     /// Standard error shows what was asked for, and errors at least while there is no file.
     std::optional<Priority::Value> standardErrorLevel() const {
-        return file_ == nullptr ? std::max(verbose_.value_or(errorsOnly), errorsOnly) : verbose_;
+        return file_ == nullptr ? std::max(verbose_.value_or(kErrorsOnly), kErrorsOnly) : verbose_;
     }
 
     void setLevels() {
@@ -150,7 +150,7 @@ class Outputs {
             standardError_ = appender.get();
             category_.addAppender(appender.release());
         }
-        const Priority::Value toFile = file_ == nullptr ? errorsOnly : fileLevel_;
+        const Priority::Value toFile = file_ == nullptr ? kErrorsOnly : fileLevel_;
         category_.setPriority(std::max(shown.value_or(toFile), toFile));
     }
 

@@ -18,15 +18,15 @@ namespace zelor::agent {
 
 namespace {
 
-constexpr std::size_t iniBytesLimit = 1U << 20U;
+constexpr std::size_t kIniBytesLimit = 1U << 20U;
 
 // A file that is something else altogether has thousands.
-constexpr std::size_t warningsLimit = 20;
+constexpr std::size_t kWarningsLimit = 20;
 
 /// The tree of a well-formed ini text; throws std::runtime_error otherwise.
 boost::property_tree::ptree readTree(const std::string& iniFile) {
     // Managed machines often link their configuration into place, so a link is followed here.
-    std::istringstream text(base::readBounded(iniFile, iniBytesLimit, base::Links::follow));
+    std::istringstream text(base::readBounded(iniFile, kIniBytesLimit, base::Links::follow));
     boost::property_tree::ptree tree;
     try {
         boost::property_tree::read_ini(text, tree);
@@ -52,9 +52,9 @@ std::vector<std::string> unknownKeys(const boost::property_tree::ptree& tree) {
             if (!isKnownKey(top.first, inner.first)) add(top.first, inner.first);
         }
     }
-    if (unknown.size() > warningsLimit) {
-        const std::size_t more = unknown.size() - warningsLimit;
-        unknown.resize(warningsLimit);
+    if (unknown.size() > kWarningsLimit) {
+        const std::size_t more = unknown.size() - kWarningsLimit;
+        unknown.resize(kWarningsLimit);
         unknown.push_back(std::to_string(more) + " more keys are not known");
     }
     return unknown;
@@ -105,11 +105,11 @@ std::shared_ptr<const AgentSettings> AgentSettings::cached(const std::string& in
 }
 
 std::shared_ptr<const AgentSettings> AgentSettings::current() {
-    return cached(underSystemRoot(agentIniFile));
+    return cached(underSystemRoot(kAgentIniFile));
 }
 
 std::shared_ptr<const AgentSettings> AgentSettings::currentUnreported() {
-    return cachedUnreported(underSystemRoot(agentIniFile));
+    return cachedUnreported(underSystemRoot(kAgentIniFile));
 }
 
 void AgentSettings::take(const SettingEntry& known, std::string value) {

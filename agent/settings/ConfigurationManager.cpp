@@ -33,7 +33,7 @@ ConfigurationManager* ConfigurationManager::GetInstance(std::string configFile) 
 }
 
 std::string ConfigurationManager::getUnzipFileFolder() {
-    return settingsOf(configFile_)->values().unzipFolder;
+    return settingsOf(configFile_)->values().unzipDirectory;
 }
 
 std::string ConfigurationManager::getBufferPatchesDir() {

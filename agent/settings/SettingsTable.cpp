@@ -12,7 +12,7 @@ namespace zelor::agent {
 namespace {
 
 /// Longer names are nobody's typing error.
-constexpr std::size_t nameBytesLimit = 64;
+constexpr std::size_t kNameBytesLimit = 64;
 
 /// Different enough to be another word altogether?
 bool isNear(const std::string& one, const std::string& other, std::size_t distance) {
@@ -45,7 +45,7 @@ const std::vector<SettingEntry>& settingsTable() {
         {"Repository", "TrustedKey", T::path, "",
          "PEM file with the public key or certificate that signatures are checked against.", &S::trustedKey},
         {"Buffer", "UnzipFolder", T::path, "/var/zelor/unzip",
-         "Directory that holds the list of buffered patches.", &S::unzipFolder},
+         "Directory that holds the list of buffered patches.", &S::unzipDirectory},
         {"Buffer", "PatchesDir", T::path, "/var/zelor/buffer", "Directory that holds the buffered archives.",
          &S::patchesDir},
         {"Buffer", "PatchesDirSizeMB", T::number, "2000",
@@ -105,7 +105,7 @@ bool isKnownKey(const std::string& section, const std::string& key) {
 }
 
 std::string nearestKey(const std::string& section, const std::string& key) {
-    if (key.size() > nameBytesLimit) return "";
+    if (key.size() > kNameBytesLimit) return "";
     std::string nearest;
     std::size_t least = 0;
     for (const SettingEntry& entry : settingsTable()) {

@@ -20,7 +20,7 @@ namespace zelor::agent {
 
 namespace {
 
-constexpr const char* firstLine = "zelor-bundle-manifest 1\n";
+constexpr const char* kFirstLine = "zelor-bundle-manifest 1\n";
 
 /// Everything but printable ASCII without blank and backslash becomes \xHH.
 std::string escapedName(const std::string& name) {
@@ -75,7 +75,7 @@ std::string manifestLine(const std::string& path, const std::string& name) {
         line = "link " + escapedName(boost::filesystem::read_symlink(path).string());
     } else if (!S_ISREG(status.st_mode)) {
         throw std::runtime_error(path +
-                                 " is neither file, folder nor symbolic link; remove it from the bundle");
+                                 " is neither file, directory nor symbolic link; remove it from the bundle");
     } else if ((status.st_mode & (S_ISUID | S_ISGID)) != 0) {
         throw std::runtime_error(path + " has its set-user-id or set-group-id bit; clear it (chmod ug-s)");
     } else {
@@ -95,12 +95,12 @@ std::vector<std::string> namesBelow(const std::string& prefix) {
 
 }  // namespace
 
-std::string bundleManifest(const std::string& folder) {
-    const auto last = folder.find_last_not_of('/');
-    if (last == std::string::npos) throw std::runtime_error("a bundle needs a folder of its own");
-    const std::string base = folder.substr(0, last + 1);
+std::string bundleManifest(const std::string& directory) {
+    const auto last = directory.find_last_not_of('/');
+    if (last == std::string::npos) throw std::runtime_error("a bundle needs a directory of its own");
+    const std::string base = directory.substr(0, last + 1);
     const std::string prefix = base + '/';
-    std::string manifest = firstLine;
+    std::string manifest = kFirstLine;
     manifest += manifestLine(base, ".");
     for (const std::string& name : namesBelow(prefix))
         manifest += manifestLine(prefix + name, name);

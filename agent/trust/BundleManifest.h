@@ -9,6 +9,6 @@ namespace zelor::agent {
 /// SHA-256 (files) or target (symbolic links), path. Names are escaped, so none can forge a line. Throws
 /// std::runtime_error when an entry cannot be read, is neither file, directory nor symbolic link, or is a
 /// file that would run as another user.
-std::string bundleManifest(const std::string& folder);
+std::string bundleManifest(const std::string& directory);
 
 }  // namespace zelor::agent

@@ -21,10 +21,10 @@ namespace zelor::agent {
 
 namespace {
 
-constexpr std::size_t keyBytesLimit = 64U << 10U;
-constexpr std::size_t signatureBytesLimit = 16U << 10U;
-constexpr int leastRsaBits = 2048;
-constexpr int leastEcBits = 224;
+constexpr std::size_t kEyBytesLimit = 64U << 10U;
+constexpr std::size_t kSignatureBytesLimit = 16U << 10U;
+constexpr int kLeastRsaBits = 2048;
+constexpr int kLeastEcBits = 224;
 
 using Bio = std::unique_ptr<BIO, base::Deleter<BIO_free>>;
 using Key = std::shared_ptr<EVP_PKEY>;
@@ -86,7 +86,7 @@ Key readKey(const std::string& keyFile) {
             ", so nothing is trusted; make sure of it and take that right away (chmod o-w)");
     }
     // The file is read each time: a key that was exchanged holds at once.
-    Key key = LastKey::instance().get(base::readBounded(keyFile, keyBytesLimit));
+    Key key = LastKey::instance().get(base::readBounded(keyFile, kEyBytesLimit));
     if (!key) throw std::runtime_error(keyFile + " holds neither a PEM public key nor a PEM certificate");
     return key;
 }
@@ -97,7 +97,7 @@ void requireStrength(const EVP_PKEY* key, const std::string& keyFile) {
         throw std::runtime_error("the key in " + keyFile + " is neither RSA nor EC");
     }
     const int bits = EVP_PKEY_bits(key);
-    const int least = type == EVP_PKEY_RSA ? leastRsaBits : leastEcBits;
+    const int least = type == EVP_PKEY_RSA ? kLeastRsaBits : kLeastEcBits;
     if (bits < least) {
         throw std::runtime_error("the key in " + keyFile + " has " + std::to_string(bits) +
                                  " bits, fewer than " + std::to_string(least));
@@ -138,7 +138,7 @@ class Check {
 SignatureVerdict judge(std::string_view signature, const std::string& keyFile,
                        const std::function<void(Check&)>& feed) {
     if (signature.empty()) return {false, "the signature is empty"};
-    if (signature.size() > signatureBytesLimit) return {false, "the signature is larger than any real one"};
+    if (signature.size() > kSignatureBytesLimit) return {false, "the signature is larger than any real one"};
     try {
         Check check(keyFile);
         feed(check);
@@ -162,7 +162,7 @@ SignatureVerdict verifyPath(const std::string& path, const std::string& signatur
         return {false, "cannot find " + path + ": " + base::errorText(errno)};
     std::string signature;
     try {
-        signature = base::readBounded(signatureFile, signatureBytesLimit);
+        signature = base::readBounded(signatureFile, kSignatureBytesLimit);
     } catch (const std::exception& e) {
         return {false, e.what()};
     }

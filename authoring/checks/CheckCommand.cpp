@@ -34,14 +34,14 @@ void printText(const CheckReport& report) {
 }  // namespace
 
 int runCheck(const CheckOptions& options) {
-    const CheckReport report = checkRepository(options.folder, options.key, options.manifests);
+    const CheckReport report = checkRepository(options.directory, options.key, options.manifests);
     if (options.json) {
         printJson(report);
     } else {
         printText(report);
     }
     const bool failed = anyError(report.findings) || (options.warningsAsErrors && !report.findings.empty());
-    return failed ? exitStatus::failed : exitStatus::good;
+    return failed ? exitStatus::kFailed : exitStatus::kGood;
 }
 
 }  // namespace zelor::authoring

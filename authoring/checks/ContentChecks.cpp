@@ -184,7 +184,7 @@ Findings repetitionFindings(const std::vector<ContentEntry>& entries) {
         const auto [same, fresh] = identifiers.emplace(entry.identifier, entry.place);
         if (!fresh && !entry.identifier.empty()) {
             findings.push_back({Severity::error, entry.place,
-                                "identifier " + entry.identifier + " stands at " + same->second + " already",
+                                "identifier " + entry.identifier + " is at " + same->second + " already",
                                 "put both into one entry with two cres"});
             continue;
         }
@@ -193,7 +193,7 @@ Findings repetitionFindings(const std::vector<ContentEntry>& entries) {
                 const auto [other, first] = eris.emplace(eri.id, entry.place);
                 if (first) continue;
                 findings.push_back({Severity::error, placeOf(entry, eri),
-                                    "its id stands at " + other->second +
+                                    "its id is at " + other->second +
                                         " already: installing one makes the other count as installed",
                                     "give each ERI an id of its own"});
             }
@@ -208,8 +208,8 @@ Findings patchNameFindings(const std::string& place, const std::string& patchId,
     const auto warn = [&](const std::string& what, const std::string& remedy) {
         findings.push_back({Severity::warning, place, "patch id " + quoted(patchId) + " " + what, remedy});
     };
-    constexpr std::size_t bufferedExtension = 4;
-    if (remediation::splitAtLastDot(patchId)->extension.size() != bufferedExtension) {
+    constexpr std::size_t kBufferedExtension = 4;
+    if (remediation::splitAtLastDot(patchId)->extension.size() != kBufferedExtension) {
         warn("has no three-letter extension, so it is never found in the buffer",
              "rename it, for example to " + remediation::splitAtLastDot(patchId)->stem +
                  (script ? ".bsh" : ".pkg"));

@@ -14,7 +14,7 @@ namespace zelor::authoring {
 /// patches.
 Findings entryFindings(const ContentEntry& entry);
 
-/// Between entries: identifiers and ERI ids that stand twice.
+/// Between entries: identifiers and ERI ids that are duplicated.
 Findings repetitionFindings(const std::vector<ContentEntry>& entries);
 
 /// The place of one ERI, for findings.
@@ -23,7 +23,7 @@ std::string placeOf(const ContentEntry& entry, const ContentEri& eri);
 /// On the id of one patch. `script`: it belongs to a configuration, so that no installer has to take it.
 Findings patchNameFindings(const std::string& place, const std::string& patchId, bool script);
 
-/// One for each name that is contained in another: the list of buffered patches cannot tell them apart.
+/// One for each name that is contained in another: the list of buffered patches cannot distinguish them.
 Findings containmentFindings(const std::set<std::string>& patchIds);
 
 /// On an identifier, which is both a request's value and a file name.

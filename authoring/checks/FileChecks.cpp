@@ -26,7 +26,7 @@ struct ImageMark {
     off_t at;
     std::string_view text;
 };
-constexpr ImageMark imageMarks[] = {
+constexpr ImageMark kImageMarks[] = {
     {-512, "koly"},     // UDIF, what hdiutil create makes
     {0x8001, "CD001"},  // ISO 9660
     {512, "EFI PART"},  // a raw disk with a GUID partition map
@@ -53,15 +53,15 @@ std::uint64_t bigEndian(const std::string& bytes, std::size_t at, std::size_t le
 
 /// Why the file cannot be a flat package, a xar archive, "" when it may be one: looks at the header alone.
 std::string packageProblem(const std::string& path) {
-    constexpr std::size_t headerBytes = 28, sizeAt = 4, tableAt = 8;
-    std::string header(headerBytes, '\0');
+    constexpr std::size_t kHeaderBytes = 28, kSizeAt = 4, kTableAt = 8;
+    std::string header(kHeaderBytes, '\0');
     std::uint64_t size = 0;
     const base::UniqueFd file = base::openRegularFile(path, base::Links::follow, &size);
     const ssize_t got = ::pread(file.get(), header.data(), header.size(), 0);
-    if (got != static_cast<ssize_t>(headerBytes) || header.compare(0, sizeAt, "xar!") != 0)
+    if (got != static_cast<ssize_t>(kHeaderBytes) || header.compare(0, kSizeAt, "xar!") != 0)
         return "it does not begin as a flat package does (\"xar!\")";
-    const std::uint64_t begin = bigEndian(header, sizeAt, 2), table = bigEndian(header, tableAt, 8);
-    const bool whole = begin >= headerBytes && begin <= size && table != 0 && table <= size - begin;
+    const std::uint64_t begin = bigEndian(header, kSizeAt, 2), table = bigEndian(header, kTableAt, 8);
+    const bool whole = begin >= kHeaderBytes && begin <= size && table != 0 && table <= size - begin;
     return whole ? "" : "its table of contents is cut off";
 }
 
@@ -77,32 +77,32 @@ Findings packageFindings(const std::string& place, const std::string& patchId, c
 }
 
 /// Rounding of the text, and the archive's own bytes around the patch.
-constexpr std::uint64_t slack = 128U << 10U;
-constexpr std::uint64_t toleranceShare = 20;  // a twentieth
+constexpr std::uint64_t kSlack = 128U << 10U;
+constexpr std::uint64_t kToleranceShare = 20;  // a twentieth
 
 }  // namespace
 
 Findings kindFindings(const std::string& place, const std::string& patchId, bool script,
                       const std::string& path) {
     boost::system::error_code ignored;
-    const bool folder = boost::filesystem::is_directory(path, ignored);
+    const bool directory = boost::filesystem::is_directory(path, ignored);
     const std::string kind = script ? "script" : remediation::installerKind(patchId);
-    if (folder && (kind == "script" || kind == "dmg")) {
-        return {{Severity::error, place, "\"" + patchId + "\" is a folder, but must be a file",
+    if (directory && (kind == "script" || kind == "dmg")) {
+        return {{Severity::error, place, "\"" + patchId + "\" is a directory, but must be a file",
                  script ? "publish the script itself" : "publish the disk image itself"}};
     }
-    if (!folder && kind == "app") {
+    if (!directory && kind == "app") {
         return {{Severity::error, place, "\"" + patchId + "\" is installed as a bundle, but is a file",
-                 "publish the bundle as a folder, or a .pkg or .dmg that holds it"}};
+                 "publish the bundle as a directory, or a .pkg or .dmg that holds it"}};
     }
-    if (!folder && kind == "pkg") return packageFindings(place, patchId, path);
+    if (!directory && kind == "pkg") return packageFindings(place, patchId, path);
     if (kind == "app" && boost::filesystem::is_directory(path + "/Contents", ignored)) {
         return {{Severity::warning, place,
                  "what \"" + patchId +
                      "\" holds is copied straight into /Applications/, so its Contents would land there "
                      "without a "
                      "bundle around them",
-                 "publish a folder " + patchId + " that holds the bundle " + patchId}};
+                 "publish a directory " + patchId + " that holds the bundle " + patchId}};
     }
     return {};
 }
@@ -110,7 +110,7 @@ Findings kindFindings(const std::string& place, const std::string& patchId, bool
 Findings imageFindings(const std::string& place, const std::string& patchId, const std::string& path) {
     const base::UniqueFd file = base::openRegularFile(path);
     const off_t size = ::lseek(file.get(), 0, SEEK_END);
-    const bool known = std::any_of(std::begin(imageMarks), std::end(imageMarks),
+    const bool known = std::any_of(std::begin(kImageMarks), std::end(kImageMarks),
                                    [&](const ImageMark& mark) { return hasMark(file.get(), size, mark); });
     if (known) return {};
     return {{Severity::warning, place,
@@ -121,8 +121,8 @@ Findings imageFindings(const std::string& place, const std::string& patchId, con
 }
 
 Findings scriptFindings(const std::string& place, const std::string& script) {
-    constexpr std::chrono::seconds limit{60};
-    const base::CommandResult result = base::runCommand({"/bin/bash", "--norc", "-n", script}, true, limit);
+    constexpr std::chrono::seconds kLimit{60};
+    const base::CommandResult result = base::runCommand({"/bin/bash", "--norc", "-n", script}, true, kLimit);
     if (!result.started) {
         return {{Severity::warning, place, "the script was not parsed: /bin/bash cannot be started here",
                  "check it on a machine with /bin/bash"}};
@@ -147,8 +147,8 @@ Findings sizeFindings(const std::string& place, const std::string& size, std::ui
     if (!whySizeMisleads(size).empty()) return {};
     const std::uint64_t least = std::min(archiveBytes, patchBytes), most = std::max(archiveBytes, patchBytes);
     const auto announced = static_cast<std::uint64_t>(std::max(0L, remediation::parsePatchSize(size).bytes));
-    const bool tooSmall = announced + announced / toleranceShare < least;
-    if (!tooSmall && announced <= most + most / toleranceShare + slack) return {};
+    const bool tooSmall = announced + announced / kToleranceShare < least;
+    if (!tooSmall && announced <= most + most / kToleranceShare + kSlack) return {};
     return {{Severity::warning, place,
              "size \"" + size + "\" is too " + (tooSmall ? "small" : "large") + ": the archive has " +
                  std::to_string(archiveBytes) + " bytes",

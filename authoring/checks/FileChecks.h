@@ -9,8 +9,8 @@
 namespace zelor::authoring {
 
 /// Whether what is at `path` is of the kind that the patch's name promises: scripts, packages and disk images
-/// are files (a package may be a folder; a file must have the header of one), bundles are folders that hold a
-/// bundle.
+/// are files (a package may be a directory; a file must have the header of one), bundles are directories that
+/// hold a bundle.
 Findings kindFindings(const std::string& place, const std::string& patchId, bool script,
                       const std::string& path);
 

@@ -121,18 +121,18 @@ class PatchCheck {
     }
 
     void checkAgainstContent() {
-        bool folder = false;
+        bool directory = false;
         Digests digests;
         try {
-            digests = digestsOfSource(path_, &folder);
+            digests = digestsOfSource(path_, &directory);
         } catch (const std::exception& e) {
             add(Severity::error, e.what(), "publish the patch again without it");
             return;
         }
         const std::uint64_t archiveBytes = fs::file_size(archive_);
         for (const PatchUse& use : uses_) {
-            append(
-                sizeFindings(use.place, use.eri.size, archiveBytes, folder ? archiveBytes : digests.bytes));
+            append(sizeFindings(use.place, use.eri.size, archiveBytes,
+                                directory ? archiveBytes : digests.bytes));
             if (use.eri.md5 == digests.md5) continue;
             findings_.push_back({Severity::error, use.place,
                                  "md5 \"" + use.eri.md5 + "\" is not that of \"" + patchId_ + "\", " +

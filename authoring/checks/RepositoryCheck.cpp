@@ -24,10 +24,10 @@ namespace {
 
 namespace fs = boost::filesystem;
 
-std::set<std::string> namesIn(const std::string& folder) {
+std::set<std::string> namesIn(const std::string& directory) {
     std::set<std::string> names;
     boost::system::error_code none;
-    for (fs::directory_iterator it(folder, none), end; it != end; ++it) {
+    for (fs::directory_iterator it(directory, none), end; it != end; ++it) {
         const std::string name = it->path().filename().string();
         if (name[0] != '.') names.insert(name);
     }
@@ -100,7 +100,7 @@ Findings withdrawnFindings(const std::string& repository, const std::set<std::st
     std::set<std::string> given;
     for (const std::string& manifest : manifests) {
         const Names names = manifestIdentifiers(manifest);
-        if (!names) throw UsageError(manifest + " cannot be read as a manifest; mend it, or name another");
+        if (!names) throw UsageError(manifest + " cannot be read as a manifest; correct it, or name another");
         given.insert(names->begin(), names->end());
     }
     const PublishState state = readPublishState(publishStateFile(repository));
@@ -133,15 +133,15 @@ Findings withdrawnFindings(const std::string& repository, const std::set<std::st
 
 namespace fs = boost::filesystem;
 
-constexpr std::size_t xmlSuffix = 4;
+constexpr std::size_t kXmlSuffix = 4;
 
 std::set<std::string> contentFiles(const std::string& repository) {
     std::set<std::string> names;
     boost::system::error_code error;
     fs::directory_iterator it(repository + "/content", error);
     if (error) {
-        throw UsageError(repository + " holds no content folder: " + error.message() +
-                         "; name the folder that zelor-content publish wrote");
+        throw UsageError(repository + " holds no content directory: " + error.message() +
+                         "; name the directory that zelor-content publish wrote");
     }
     for (const fs::directory_iterator end; it != end; ++it) {
         const std::string name = it->path().filename().string();
@@ -170,12 +170,12 @@ ContentEntry readEntry(const std::string& repository, const std::string& name, c
     }
     std::string xml;
     try {
-        xml = base::readBounded(path, agent::contentBytesLimit + 1);
+        xml = base::readBounded(path, agent::kContentBytesLimit + 1);
     } catch (const std::exception& e) {
         error(e.what(), "remove it and publish the entry again");
         return {};
     }
-    ContentEntry entry = readContentXml(xml, place, name.substr(0, name.size() - xmlSuffix), findings);
+    ContentEntry entry = readContentXml(xml, place, name.substr(0, name.size() - kXmlSuffix), findings);
     if (entry.place.empty()) return entry;
     for (Finding& finding : entryFindings(entry))
         findings.push_back(std::move(finding));
@@ -231,7 +231,7 @@ CheckReport checkRepository(const std::string& repository, const std::string& ke
     std::set<std::string> identifiers;
     for (const std::string& name : contentFiles(repository)) {
         ++report.entries;
-        identifiers.insert(name.substr(0, name.size() - xmlSuffix));
+        identifiers.insert(name.substr(0, name.size() - kXmlSuffix));
         ContentEntry entry = readEntry(repository, name, keyFile, report.findings);
         if (!entry.place.empty()) entries.push_back(std::move(entry));
     }

@@ -14,8 +14,8 @@ struct CheckReport {
 };
 
 /// Verifies a repository as agents that trust the public key in `keyFile` would see it. Archives are unpacked
-/// one after the other below the system's temporary folder. `manifests`: all that should be published, when
-/// the caller knows. Throws UsageError when there is no repository, no usable key or no such manifest.
+/// one after the other below the system's temporary directory. `manifests`: all that should be published,
+/// when the caller knows. Throws UsageError when there is no repository, no usable key or no such manifest.
 CheckReport checkRepository(const std::string& repository, const std::string& keyFile,
                             const std::vector<std::string>& manifests = {});
 

@@ -29,7 +29,7 @@ struct ContentCre {
 
 /// The content of one CVE or CCE identifier.
 struct ContentEntry {
-    std::string place;  ///< where it stands, for findings
+    std::string place;  ///< where it is, for findings
     std::string identifier;
     std::vector<ContentCre> cres;
 };

@@ -15,7 +15,7 @@ struct ManifestPatch {
     std::string place;
     std::string identifier;
     std::string patchId;
-    std::string file;  ///< the file or bundle folder
+    std::string file;  ///< the file or bundle directory
     std::string size;  ///< as given, "" to compute it
     std::string md5;   ///< as given, "" to compute it
     bool omitArchive = false;
@@ -29,9 +29,9 @@ struct Manifest {
     std::set<std::string> unread;  ///< the places of entries that have a field which could not be read
 };
 
-/// Reads a manifest; relative files are taken below `folder`. Each field that is unknown, of the wrong type
-/// or missing is a finding that names entry and field. `place` names the manifest in findings.
-Manifest parseManifest(const std::string& json, const std::string& folder, const std::string& place,
+/// Reads a manifest; relative files are taken below `directory`. Each field that is unknown, of the wrong
+/// type or missing is a finding that names entry and field. `place` names the manifest in findings.
+Manifest parseManifest(const std::string& json, const std::string& directory, const std::string& place,
                        Findings& findings);
 
 /// The findings on a manifest's entries: names, identifiers, sizes, files that are missing or of the wrong

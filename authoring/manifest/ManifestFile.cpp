@@ -12,13 +12,13 @@ namespace zelor::authoring {
 
 namespace {
 
-constexpr std::size_t manifestBytesLimit = 256U << 20U;
+constexpr std::size_t kManifestBytesLimit = 256U << 20U;
 
 Manifest parsedFile(const std::string& path, Findings& findings) {
     const boost::filesystem::path file(path);
-    const std::string folder = file.parent_path().string();
-    return parseManifest(base::readBounded(path, manifestBytesLimit, base::Links::follow),
-                         folder.empty() ? "." : folder, file.filename().string(), findings);
+    const std::string directory = file.parent_path().string();
+    return parseManifest(base::readBounded(path, kManifestBytesLimit, base::Links::follow),
+                         directory.empty() ? "." : directory, file.filename().string(), findings);
 }
 
 void append(Findings& findings, const Findings& more) {

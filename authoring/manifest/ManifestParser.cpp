@@ -8,8 +8,8 @@ namespace {
 
 using Json = nlohmann::json;
 
-const std::set<std::string> eriFields = {"product", "impact", "instructions", "file", "patchId",    "reboot",
-                                         "silent",  "mskb",   "size",         "md5",  "omitArchive"};
+const std::set<std::string> kEriFields = {"product", "impact", "instructions", "file", "patchId",    "reboot",
+                                          "silent",  "mskb",   "size",         "md5",  "omitArchive"};
 
 std::set<std::string> joined(std::set<std::string> one, const std::set<std::string>& other) {
     one.insert(other.begin(), other.end());
@@ -27,8 +27,8 @@ std::string withoutPrefix(const std::string& text, const std::string& prefix) {
 
 class ManifestParser {
   public:
-    ManifestParser(std::string folder, Findings& findings)
-        : folder_(std::move(folder)), findings_(findings) {}
+    ManifestParser(std::string directory, Findings& findings)
+        : directory_(std::move(directory)), findings_(findings) {}
 
     void addEntry(const Json& object, const std::string& place) {
         ManifestFields fields(object, place, findings_);
@@ -66,12 +66,12 @@ class ManifestParser {
             for (const Json& eri : fields.list("eris")) {
                 const std::string eriNumber = std::to_string(cre.eris.size() + 1);
                 ManifestFields eriObject(eri, fields.place() + ", eri " + eriNumber, findings_);
-                eriObject.refuseOthers(joined(eriFields, {"id"}));
+                eriObject.refuseOthers(joined(kEriFields, {"id"}));
                 addEri(entry, cre, eriObject, eriObject.text("id"));
             }
         } else {
             fields.refuseOthers(
-                joined(joined(known, eriFields),
+                joined(joined(known, kEriFields),
                        own ? std::set<std::string>{"eris"} : std::set<std::string>{"cres", "eris"}));
             addEri(entry, cre, fields, "");
         }
@@ -109,13 +109,13 @@ class ManifestParser {
                           "name the file to publish, or say \"omitArchive\": true");
         }
         patch.file.erase(patch.file.find_last_not_of('/') + 1);
-        if (!patch.file.empty() && patch.file[0] != '/') patch.file = folder_ + '/' + patch.file;
+        if (!patch.file.empty() && patch.file[0] != '/') patch.file = directory_ + '/' + patch.file;
         if (patch.patchId.empty()) return "";
         result_.patches.push_back(patch);
         return patch.patchId;
     }
 
-    std::string folder_;
+    std::string directory_;
     Findings& findings_;
     Manifest result_;
 };
@@ -138,7 +138,7 @@ bool anyErrorSince(const Findings& findings, std::size_t begin) {
 
 }  // namespace
 
-Manifest parseManifest(const std::string& json, const std::string& folder, const std::string& place,
+Manifest parseManifest(const std::string& json, const std::string& directory, const std::string& place,
                        Findings& findings) {
     Json document;
     try {
@@ -154,7 +154,7 @@ Manifest parseManifest(const std::string& json, const std::string& folder, const
                             R"(write it as [{"identifier": "CVE-...", ...}, ...])"});
         return {};
     }
-    ManifestParser parser(folder, findings);
+    ManifestParser parser(directory, findings);
     std::size_t number = 0;
     for (const Json& entry : list) {
         const std::string entryPlace = place + ": entry " + std::to_string(++number);

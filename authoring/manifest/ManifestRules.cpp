@@ -21,11 +21,11 @@ void checkFile(const ManifestPatch& patch, Findings& findings) {
     if (patch.file.empty()) return;
     boost::system::error_code ignored;
     const fs::file_status status = fs::status(patch.file, ignored);
-    const bool folder = status.type() == fs::directory_file;
-    if (!folder && status.type() != fs::regular_file) {
+    const bool directory = status.type() == fs::directory_file;
+    if (!directory && status.type() != fs::regular_file) {
         findings.push_back({Severity::error, patch.place,
-                            "field \"file\": there is no file or folder " + patch.file,
-                            "write its path relative to the manifest's folder"});
+                            "field \"file\": there is no file or directory " + patch.file,
+                            "write its path relative to the manifest's directory"});
         return;
     }
     for (Finding& finding :
@@ -40,7 +40,7 @@ void checkContent(const ContentEntry& entry, Findings& findings) {
     } catch (const std::exception& e) {
         findings.push_back({Severity::error, entry.place,
                             std::string("agents could not use its content: ") + e.what(),
-                            "mend that in the manifest"});
+                            "correct that in the manifest"});
     }
 }
 
@@ -52,7 +52,7 @@ void checkSize(const ManifestPatch& patch, Findings& findings) {
                         "leave it out; publish computes it"});
 }
 
-/// Patches share one folder of archives, named by their stems alone; some file systems ignore case.
+/// Patches share one directory of archives, named by their stems alone; some file systems ignore case.
 void checkCollisions(const std::vector<ManifestPatch>& patches, Findings& findings) {
     std::map<std::string, const ManifestPatch*> stems;
     for (const ManifestPatch& patch : patches) {

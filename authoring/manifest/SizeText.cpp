@@ -9,8 +9,8 @@ namespace zelor::authoring {
 
 namespace {
 
-constexpr std::uint64_t kilobyte = 1024;
-constexpr std::uint64_t megabyte = 1024 * kilobyte;
+constexpr std::uint64_t kIlobyte = 1024;
+constexpr std::uint64_t kMegabyte = 1024 * kIlobyte;
 
 bool isDigits(const std::string& text) {
     return !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
@@ -19,10 +19,11 @@ bool isDigits(const std::string& text) {
 }  // namespace
 
 std::string sizeText(std::uint64_t bytes) {
-    if (bytes <= megabyte - kilobyte) {
-        return std::to_string(std::max<std::uint64_t>(1, (bytes + kilobyte - 1) / kilobyte)) + " KB";
+    if (bytes <= kMegabyte - kIlobyte) {
+        return std::to_string(std::max<std::uint64_t>(1, (bytes + kIlobyte - 1) / kIlobyte)) + " KB";
     }
-    const std::uint64_t tenths = bytes / megabyte * 10 + (bytes % megabyte * 10 + megabyte - 1) / megabyte;
+    const std::uint64_t tenths =
+        bytes / kMegabyte * 10 + (bytes % kMegabyte * 10 + kMegabyte - 1) / kMegabyte;
     std::string text = std::to_string(tenths / 10);
     if (tenths % 10 != 0) text += '.' + std::to_string(tenths % 10);
     return text + " MB";
@@ -37,8 +38,8 @@ std::string whySizeMisleads(const std::string& size) {
     const std::string fraction = dot == std::string::npos ? "1" : number.substr(dot + 1);
     if (!isDigits(number.substr(0, dot)) || !isDigits(fraction))
         return asRead + ": its number is not a plain one";
-    constexpr std::size_t longestFraction = 3;
-    if (dot != std::string::npos && (fraction[0] == '0' || fraction.size() > longestFraction)) {
+    constexpr std::size_t kLongestFraction = 3;
+    if (dot != std::string::npos && (fraction[0] == '0' || fraction.size() > kLongestFraction)) {
         return asRead + ": a fraction is read without its leading zeros and up to three digits";
     }
     return "";

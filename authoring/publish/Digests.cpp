@@ -64,11 +64,11 @@ Digests digestsOfFile(const std::string& path) {
     return pair.finish(bytes);
 }
 
-Digests digestsOfSource(const std::string& path, bool* folder) {
+Digests digestsOfSource(const std::string& path, bool* directory) {
     boost::system::error_code ignored;
-    const bool isFolder = boost::filesystem::is_directory(path, ignored);
-    if (folder != nullptr) *folder = isFolder;
-    return isFolder ? digestsOfText(agent::bundleManifest(path)) : digestsOfFile(path);
+    const bool isDirectory = boost::filesystem::is_directory(path, ignored);
+    if (directory != nullptr) *directory = isDirectory;
+    return isDirectory ? digestsOfText(agent::bundleManifest(path)) : digestsOfFile(path);
 }
 
 }  // namespace zelor::authoring

@@ -6,7 +6,7 @@
 
 namespace zelor::authoring {
 
-/// What identifies a file, or the text over which a bundle folder is signed.
+/// What identifies a file, or the text over which a bundle directory is signed.
 struct Digests {
     std::string sha256;  ///< 32 raw bytes
     std::string md5;     ///< lower-case hexadecimal
@@ -18,8 +18,8 @@ Digests digestsOfText(std::string_view text);
 /// Reads the file once, in pieces. Throws std::runtime_error naming the path and the cause.
 Digests digestsOfFile(const std::string& path);
 
-/// The digests of a patch to publish: of a file its own bytes, of a bundle folder its manifest. `folder`,
-/// when given, tells which it is. A symbolic link is followed. Throws std::runtime_error.
-Digests digestsOfSource(const std::string& path, bool* folder = nullptr);
+/// The digests of a patch to publish: of a file its own bytes, of a bundle directory its manifest.
+/// `directory`, when given, is set to which it is. A symbolic link is followed. Throws std::runtime_error.
+Digests digestsOfSource(const std::string& path, bool* directory = nullptr);
 
 }  // namespace zelor::authoring

@@ -23,7 +23,7 @@ int runKeygen(const KeygenOptions& options) {
                  options.out);
     std::cout << options.out << "/repository.key  keep this secret; publish signs with it\n"
               << options.out << "/repository.pem  give this to agents as TrustedKey\n";
-    return exitStatus::good;
+    return exitStatus::kGood;
 }
 
 int runPublish(const PublishOptions& options) {
@@ -40,7 +40,7 @@ int runPublish(const PublishOptions& options) {
               << written(amount(summary.patches, "patch", "patches"), summary.patchesWritten,
                          summary.patchesRemoved, " removed")
               << '\n';
-    return exitStatus::good;
+    return exitStatus::kGood;
 }
 
 }  // namespace zelor::authoring

@@ -26,7 +26,7 @@ namespace zelor::authoring {
 
 namespace {
 
-constexpr unsigned permissionBits = 0777;
+constexpr unsigned kPermissionBits = 0777;
 
 /// The status of what is at `path`; a link at the top is followed, one inside a bundle is kept.
 struct stat statusOf(const std::string& path, bool follow) {
@@ -62,8 +62,8 @@ class ZipWriter {
 
     void addText(const std::string& name, const std::string& text, const struct stat& like) {
         struct stat status = like;
-        constexpr mode_t readable = 0644;
-        status.st_mode = readable;
+        constexpr mode_t kReadable = 0644;
+        status.st_mode = kReadable;
         begin(name, status, AE_IFREG, static_cast<la_int64_t>(text.size()));
         write(text);
     }
@@ -84,7 +84,7 @@ class ZipWriter {
         require(entry ? ARCHIVE_OK : ARCHIVE_FATAL);
         archive_entry_set_pathname(entry.get(), name.c_str());
         archive_entry_set_filetype(entry.get(), type);
-        archive_entry_set_perm(entry.get(), status.st_mode & permissionBits);
+        archive_entry_set_perm(entry.get(), status.st_mode & kPermissionBits);
         archive_entry_set_mtime(entry.get(), status.st_mtime, 0);
         archive_entry_set_size(entry.get(), size);
         if (target != nullptr) archive_entry_set_symlink(entry.get(), target->c_str());
@@ -103,10 +103,10 @@ class ZipWriter {
     std::unique_ptr<archive, base::Deleter<archive_write_free>> archive_;
 };
 
-std::vector<std::string> pathsBelow(const std::string& folder) {
+std::vector<std::string> pathsBelow(const std::string& directory) {
     std::vector<std::string> names;
-    for (boost::filesystem::recursive_directory_iterator it(folder), end; it != end; ++it)
-        names.push_back(it->path().string().substr(folder.size() + 1));
+    for (boost::filesystem::recursive_directory_iterator it(directory), end; it != end; ++it)
+        names.push_back(it->path().string().substr(directory.size() + 1));
     std::sort(names.begin(), names.end());
     return names;
 }
@@ -132,20 +132,20 @@ void writePatchArchive(int descriptor, const std::string& source, const std::str
 }
 
 // Flushed together; a group's bytes are on the disk a second time until it is shown.
-constexpr std::size_t groupPatches = 500;
-constexpr std::uint64_t groupBytes = 256U << 20U;
+constexpr std::size_t kGroupPatches = 500;
+constexpr std::uint64_t kGroupBytes = 256U << 20U;
 
 }  // namespace
 
 PatchPublisher::PatchPublisher(const std::string& repository, const SigningKey& key, PublishedPatches& state)
-    : folder_(repository + "/patches/"), key_(key), fingerprint_(key.fingerprint()), state_(state) {}
+    : directory_(repository + "/patches/"), key_(key), fingerprint_(key.fingerprint()), state_(state) {}
 
 std::string PatchPublisher::archiveOf(const std::string& patchId) const {
-    return folder_ + remediation::splitAtLastDot(patchId)->stem + ".zip";
+    return directory_ + remediation::splitAtLastDot(patchId)->stem + ".zip";
 }
 
 PublishedPatch PatchPublisher::stamped(const std::string& patchId, const std::string& sha256) const {
-    const std::string signatureFile = folder_ + remediation::splitAtLastDot(patchId)->stem + ".sig";
+    const std::string signatureFile = directory_ + remediation::splitAtLastDot(patchId)->stem + ".sig";
     return {base::hexadecimal(sha256), fingerprint_, fileStamp(archiveOf(patchId)), fileStamp(signatureFile)};
 }
 
@@ -179,7 +179,7 @@ std::uint64_t PatchPublisher::write(const ManifestPatch& patch) {
                                  " changed while it was published; publish again once it is at rest");
     }
     zip.close();
-    base::StagedFile& detached = group_.add(folder_ + name.stem + ".sig");
+    base::StagedFile& detached = group_.add(directory_ + name.stem + ".sig");
     detached.write(signature);
     detached.close();
     waiting_.emplace_back(patch.patchId, patch.digests.sha256);
@@ -189,7 +189,7 @@ std::uint64_t PatchPublisher::write(const ManifestPatch& patch) {
 }
 
 bool PatchPublisher::groupIsFull() const {
-    return waiting_.size() >= groupPatches || waitingBytes_ >= groupBytes;
+    return waiting_.size() >= kGroupPatches || waitingBytes_ >= kGroupBytes;
 }
 
 void PatchPublisher::commit(const std::function<void(const std::string&)>& shown) {

@@ -13,7 +13,7 @@ namespace zelor::authoring {
 
 /// What content says of a published patch.
 struct PatchFacts {
-    std::string md5;   ///< of the file, or of a bundle folder's manifest
+    std::string md5;   ///< of the file, or of a bundle directory's manifest
     std::string size;  ///< of the archive, which is what is downloaded and buffered
 };
 
@@ -23,7 +23,7 @@ class PatchPublisher {
     /// `state` is read and brought up to date.
     PatchPublisher(const std::string& repository, const SigningKey& key, PublishedPatches& state);
 
-    /// Writes the patch's archive; `commit` shows it. An archive that stands there as this key published it
+    /// Writes the patch's archive; `commit` shows it. An archive that is there as this key published it
     /// from the same bytes is left alone. With `omitArchive` none is written. Throws std::runtime_error, also
     /// when the source is no longer what was read with the manifest.
     PatchFacts publish(const ManifestPatch& patch);
@@ -37,7 +37,7 @@ class PatchPublisher {
     std::string archiveOf(const std::string& patchId) const;
     PublishedPatch stamped(const std::string& patchId, const std::string& sha256) const;
 
-    std::string folder_;
+    std::string directory_;
     const SigningKey& key_;
     std::string fingerprint_;
     PublishedPatches& state_;

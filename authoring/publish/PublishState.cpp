@@ -11,8 +11,8 @@ namespace zelor::authoring {
 
 namespace {
 
-constexpr std::size_t stateBytesLimit = 256U << 20U;
-constexpr int version = 1;
+constexpr std::size_t kStateBytesLimit = 256U << 20U;
+constexpr int kVersion = 1;
 
 }  // namespace
 
@@ -36,8 +36,8 @@ std::string fileStamp(const std::string& path) {
 PublishState readPublishState(const std::string& path) {
     PublishState state;
     try {
-        const nlohmann::json json = nlohmann::json::parse(base::readBounded(path, stateBytesLimit));
-        if (json.at("version") != version) return {};
+        const nlohmann::json json = nlohmann::json::parse(base::readBounded(path, kStateBytesLimit));
+        if (json.at("version") != kVersion) return {};
         for (const auto& [patchId, patch] : json.at("patches").items()) {
             state.patches[patchId] = {patch.at("source"), patch.at("key"), patch.at("archive"),
                                       patch.at("signature"), patch.value("unnamedSince", std::int64_t{0})};
@@ -60,7 +60,7 @@ void writePublishState(const std::string& path, const PublishState& state) {
         if (patch.unnamedSince != 0) patches[patchId]["unnamedSince"] = patch.unnamedSince;
     }
     const nlohmann::json json = {
-        {"version", version}, {"patches", patches}, {"entries", state.entries}, {"eris", state.eris}};
+        {"version", kVersion}, {"patches", patches}, {"entries", state.entries}, {"eris", state.eris}};
     base::replaceFile(path, json.dump(1, ' ', false, nlohmann::json::error_handler_t::replace) + '\n');
 }
 

@@ -6,7 +6,7 @@
 
 namespace zelor::authoring {
 
-/// How one archive was published: from what, with which key, and what then stood in the repository.
+/// How one archive was published: from what, with which key, and what the repository then held.
 struct PublishedPatch {
     std::string source;        ///< hexadecimal SHA-256 of what was signed
     std::string key;           ///< fingerprint

@@ -13,7 +13,7 @@
 
 #include "authoring/UsageError.h"
 #include "authoring/checks/ChangedFileCheck.h"
-#include "authoring/publish/ContentFolder.h"
+#include "authoring/publish/ContentDirectory.h"
 #include "authoring/publish/ContentXml.h"
 #include "authoring/publish/PatchPublisher.h"
 #include "authoring/publish/RetiredPatches.h"
@@ -28,11 +28,12 @@ namespace {
 
 namespace fs = boost::filesystem;
 
-constexpr std::size_t speedBytes = 2U << 20U;
+constexpr std::size_t kSpeedBytes = 2U << 20U;
 
-void requireFolder(const std::string& folder) {
-    if (!base::makeDirectories(folder)) {
-        throw UsageError("cannot make " + folder + ": " + base::errorText(errno) + "; choose another --out");
+void requireDirectory(const std::string& directory) {
+    if (!base::makeDirectories(directory)) {
+        throw UsageError("cannot make " + directory + ": " + base::errorText(errno) +
+                         "; choose another --out");
     }
 }
 
@@ -47,8 +48,8 @@ base::UniqueFd lockRepository(const std::string& repository) {
     return lock;
 }
 
-void removeLeftovers(const std::string& folder) {
-    for (fs::directory_iterator it(folder), end; it != end; ++it) {
+void removeLeftovers(const std::string& directory) {
+    for (fs::directory_iterator it(directory), end; it != end; ++it) {
         if (base::isStagedName(it->path().filename().string())) fs::remove(it->path());
     }
 }
@@ -56,8 +57,8 @@ void removeLeftovers(const std::string& folder) {
 /// Random, so that no proxy makes it smaller on the way.
 bool writeSpeedFile(const std::string& path) {
     boost::system::error_code ignored;
-    if (fs::file_size(path, ignored) == speedBytes) return false;
-    std::string bytes(speedBytes, '\0');
+    if (fs::file_size(path, ignored) == kSpeedBytes) return false;
+    std::string bytes(kSpeedBytes, '\0');
     if (RAND_bytes(reinterpret_cast<unsigned char*>(bytes.data()), static_cast<int>(bytes.size())) != 1) {
         throw std::runtime_error("OpenSSL has no random bytes for " + path);
     }
@@ -104,17 +105,17 @@ void fillIn(ContentEntry& entry, const FactsByPatch& facts) {
 class Publisher {
   public:
     Publisher(Manifest manifest, const SigningKey& key, const Publication& publication,
-              const std::function<void(const std::string&)>& tell)
+              const std::function<void(const std::string&)>& report)
         : manifest_(std::move(manifest)),
           key_(key),
           publication_(publication),
-          tell_(tell),
+          report_(report),
           state_(publishStateFile(publication.repository)),
           content_(publication.repository) {}
 
     PublishSummary run() {
         publishPatches();
-        if (writeSpeedFile(publication_.repository + "/speed.bin")) tell_("wrote speed.bin");
+        if (writeSpeedFile(publication_.repository + "/speed.bin")) report_("wrote speed.bin");
         collectContent();
         const std::set<std::string> withdrawn = collectWithdrawals();
         noteFiles(manifest_, state_.get());
@@ -126,7 +127,7 @@ class Publisher {
         summary_.entriesWithdrawn = withdrawn.size();
         summary_.patchesRemoved =
             removeRetiredPatches(publication_.repository, publication_.prune, state_.get().patches,
-                                 [this](const std::string& name) { tell_("removed " + name); });
+                                 [this](const std::string& name) { report_("removed " + name); });
         return summary_;
     }
 
@@ -135,7 +136,7 @@ class Publisher {
         PatchPublisher publisher(publication_.repository, key_, state_.get().patches);
         const auto shown = [this](const std::string& patchId) {
             ++summary_.patchesWritten;
-            tell_("wrote patches/" + remediation::splitAtLastDot(patchId)->stem + ".zip");
+            report_("wrote patches/" + remediation::splitAtLastDot(patchId)->stem + ".zip");
         };
         for (const ManifestPatch& patch : manifest_.patches) {
             if (facts_.count(patch.patchId) != 0) continue;
@@ -153,7 +154,7 @@ class Publisher {
             state_.get().entries[entry.identifier] = publication_.manifest;
             if (!content_.put(entry.identifier, contentXml(entry), key_)) continue;
             ++summary_.entriesWritten;
-            tell_("wrote content/" + entry.identifier + ".xml");
+            report_("wrote content/" + entry.identifier + ".xml");
         }
     }
 
@@ -169,7 +170,7 @@ class Publisher {
         }
         for (const std::string& identifier : withdrawn) {
             content_.withdraw(identifier);
-            tell_("withdrew content/" + identifier + ".xml");
+            report_("withdrew content/" + identifier + ".xml");
         }
         return withdrawn;
     }
@@ -177,9 +178,9 @@ class Publisher {
     Manifest manifest_;
     const SigningKey& key_;
     const Publication& publication_;
-    const std::function<void(const std::string&)>& tell_;
+    const std::function<void(const std::string&)>& report_;
     SavedState state_;
-    ContentFolder content_;
+    ContentDirectory content_;
     FactsByPatch facts_;
     PublishSummary summary_;
 };
@@ -187,13 +188,13 @@ class Publisher {
 }  // namespace
 
 PublishSummary publish(Manifest manifest, const SigningKey& key, const Publication& publication,
-                       const std::function<void(const std::string&)>& tell) {
+                       const std::function<void(const std::string&)>& report) {
     const std::string& repository = publication.repository;
-    requireFolder(repository + "/patches");
+    requireDirectory(repository + "/patches");
     const base::UniqueFd lock = lockRepository(repository);
     removeLeftovers(repository);
     removeLeftovers(repository + "/patches");
-    return Publisher(std::move(manifest), key, publication, tell).run();
+    return Publisher(std::move(manifest), key, publication, report).run();
 }
 
 }  // namespace zelor::authoring

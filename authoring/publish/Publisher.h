@@ -30,9 +30,9 @@ struct PublishSummary {
 /// whose archives are not there yet, nor an entry without its signature. In that step goes also what this
 /// manifest published before and names no more; what other manifests published stays. Archives that it
 /// published and no content names are removed a day after, when no run that read the old content is under way
-/// any more. What is unchanged is not written. `tell` gets a line for each file. One publication at a time:
+/// any more. What is unchanged is not written. `report` gets a line for each file. One publication at a time:
 /// throws UsageError when another is under way, std::runtime_error when something cannot be read or written.
 PublishSummary publish(Manifest manifest, const SigningKey& key, const Publication& publication,
-                       const std::function<void(const std::string&)>& tell);
+                       const std::function<void(const std::string&)>& report);
 
 }  // namespace zelor::authoring

@@ -6,7 +6,7 @@
 #include <set>
 
 #include "agent/content/ContentDocument.h"
-#include "authoring/publish/ContentFolder.h"
+#include "authoring/publish/ContentDirectory.h"
 #include "authoring/publish/ContentXml.h"
 #include "base/Files.h"
 #include "base/Strings.h"
@@ -18,7 +18,7 @@ namespace {
 
 namespace fs = boost::filesystem;
 
-constexpr std::int64_t graceSeconds = 24L * 60 * 60;
+constexpr std::int64_t kGraceSeconds = 24L * 60 * 60;
 
 std::string stemOf(const std::string& patchId) {
     const auto name = remediation::splitAtLastDot(patchId);
@@ -28,12 +28,12 @@ std::string stemOf(const std::string& patchId) {
 /// The stems, in lower case as some file systems see them, of all archives that content names.
 std::optional<std::set<std::string>> namedStems(const std::string& repository) {
     std::set<std::string> stems;
-    for (const std::string& identifier : ContentFolder(repository).identifiers()) {
+    for (const std::string& identifier : ContentDirectory(repository).identifiers()) {
         Findings findings;
         try {
             const std::string file = repository + "/content/" + identifier + ".xml";
-            const ContentEntry entry =
-                readContentXml(base::readBounded(file, agent::contentBytesLimit), file, identifier, findings);
+            const ContentEntry entry = readContentXml(base::readBounded(file, agent::kContentBytesLimit),
+                                                      file, identifier, findings);
             if (entry.place.empty()) return std::nullopt;
             for (const ContentCre& cre : entry.cres) {
                 for (const ContentEri& eri : cre.eris)
@@ -46,8 +46,8 @@ std::optional<std::set<std::string>> namedStems(const std::string& repository) {
     return stems;
 }
 
-bool asPublished(const std::string& folder, const std::string& stem, const PublishedPatch& patch) {
-    return fileStamp(folder + stem + ".zip") == patch.archiveStamp;
+bool asPublished(const std::string& directory, const std::string& stem, const PublishedPatch& patch) {
+    return fileStamp(directory + stem + ".zip") == patch.archiveStamp;
 }
 
 }  // namespace
@@ -56,7 +56,7 @@ std::size_t removeRetiredPatches(const std::string& repository, bool atOnce, Pub
                                  const std::function<void(const std::string&)>& removed) {
     const auto named = namedStems(repository);
     if (!named) return 0;
-    const std::string folder = repository + "/patches/";
+    const std::string directory = repository + "/patches/";
     const std::int64_t now = std::time(nullptr);
     std::size_t count = 0;
     for (auto it = patches.begin(); it != patches.end();) {
@@ -68,13 +68,13 @@ std::size_t removeRetiredPatches(const std::string& repository, bool atOnce, Pub
             continue;
         }
         if (patch.unnamedSince == 0) patch.unnamedSince = now;
-        if (!atOnce && now - patch.unnamedSince < graceSeconds) {
+        if (!atOnce && now - patch.unnamedSince < kGraceSeconds) {
             ++it;
             continue;
         }
-        if (asPublished(folder, stem, patch)) {
-            fs::remove(folder + stem + ".zip");
-            fs::remove(folder + stem + ".sig");
+        if (asPublished(directory, stem, patch)) {
+            fs::remove(directory + stem + ".zip");
+            fs::remove(directory + stem + ".sig");
             removed("patches/" + stem + ".zip");
             ++count;
         }

@@ -8,8 +8,8 @@
 namespace zelor::authoring {
 
 /// Notes which published archives no content names any more, and removes those that nobody has named for a
-/// day (with `atOnce`: all of them) and that stand there as they were published. Nothing is removed while
-/// some content cannot be read. Returns how many were; `removed` is told the path of each.
+/// day (with `atOnce`: all of them) and that are there as they were published. Nothing is removed while
+/// some content cannot be read. Returns how many were; `removed` is called with the path of each.
 std::size_t removeRetiredPatches(const std::string& repository, bool atOnce, PublishedPatches& patches,
                                  const std::function<void(const std::string&)>& removed);
 

@@ -24,11 +24,11 @@ namespace zelor::authoring {
 
 namespace {
 
-constexpr std::size_t keyBytesLimit = 64U << 10U;
-constexpr int newRsaBits = 3072;
+constexpr std::size_t kEyBytesLimit = 64U << 10U;
+constexpr int kNewRsaBits = 3072;
 // Agents refuse weaker keys.
-constexpr int leastRsaBits = 2048;
-constexpr int leastEcBits = 224;
+constexpr int kLeastRsaBits = 2048;
+constexpr int kLeastEcBits = 224;
 
 using Bio = std::unique_ptr<BIO, base::Deleter<BIO_free>>;
 using KeyContext = std::unique_ptr<EVP_PKEY_CTX, base::Deleter<EVP_PKEY_CTX_free>>;
@@ -68,7 +68,7 @@ const unsigned char* bytesOf(std::string_view text) {
 void requireUsable(const EVP_PKEY* key, const std::string& keyFile) {
     const int type = EVP_PKEY_base_id(key);
     const bool rsa = type == EVP_PKEY_RSA;
-    if ((!rsa && type != EVP_PKEY_EC) || EVP_PKEY_bits(key) < (rsa ? leastRsaBits : leastEcBits)) {
+    if ((!rsa && type != EVP_PKEY_EC) || EVP_PKEY_bits(key) < (rsa ? kLeastRsaBits : kLeastEcBits)) {
         throw UsageError("agents refuse signatures of the key in " + keyFile +
                          ": it must be EC of 224 bits or more, or RSA of 2048 bits or more; make one with "
                          "zelor-content keygen");
@@ -91,7 +91,7 @@ SigningKey SigningKey::generate(Type type) {
     const KeyContext context(EVP_PKEY_CTX_new_id(type == Type::ec ? EVP_PKEY_EC : EVP_PKEY_RSA, nullptr));
     require(context && EVP_PKEY_keygen_init(context.get()) == 1, "prepare a key");
     require((type == Type::ec ? EVP_PKEY_CTX_set_ec_paramgen_curve_nid(context.get(), NID_X9_62_prime256v1)
-                              : EVP_PKEY_CTX_set_rsa_keygen_bits(context.get(), newRsaBits)) == 1,
+                              : EVP_PKEY_CTX_set_rsa_keygen_bits(context.get(), kNewRsaBits)) == 1,
             "prepare a key");
     EVP_PKEY* key = nullptr;
     require(EVP_PKEY_keygen(context.get(), &key) == 1, "make a key");
@@ -101,7 +101,7 @@ SigningKey SigningKey::generate(Type type) {
 SigningKey SigningKey::load(const std::string& keyFile) {
     std::string pem;
     try {
-        pem = base::readBounded(keyFile, keyBytesLimit, base::Links::follow);
+        pem = base::readBounded(keyFile, kEyBytesLimit, base::Links::follow);
     } catch (const std::exception& e) {
         throw UsageError(std::string(e.what()) + "; name the private key that zelor-content keygen wrote");
     }
@@ -157,8 +157,8 @@ bool SigningKey::accepts(std::string_view sha256, std::string_view signature) co
     return good;
 }
 
-void writeKeyPair(const SigningKey& key, const std::string& folder) {
-    const std::string privateFile = folder + "/repository.key", publicFile = folder + "/repository.pem";
+void writeKeyPair(const SigningKey& key, const std::string& directory) {
+    const std::string privateFile = directory + "/repository.key", publicFile = directory + "/repository.pem";
     for (const std::string& path : {privateFile, publicFile}) {
         struct stat status {};
         if (::lstat(path.c_str(), &status) == 0) {
@@ -167,8 +167,8 @@ void writeKeyPair(const SigningKey& key, const std::string& folder) {
                              "move the old pair away once no agent trusts it");
         }
     }
-    if (!base::makeDirectories(folder))
-        throw UsageError("cannot make " + folder + ": " + base::errorText(errno));
+    if (!base::makeDirectories(directory))
+        throw UsageError("cannot make " + directory + ": " + base::errorText(errno));
     createFile(publicFile, key.publicPem(), 0644);
     createFile(privateFile, key.privatePem(), 0600);
 }

@@ -22,7 +22,7 @@ class SigningKey {
 
     std::string privatePem() const;
     std::string publicPem() const;
-    /// Hexadecimal SHA-256 of the public key; tells keys apart.
+    /// Hexadecimal SHA-256 of the public key; identifies the key.
     std::string fingerprint() const;
 
     /// Signs what has this SHA-256 (32 raw bytes).
@@ -36,8 +36,8 @@ class SigningKey {
     std::unique_ptr<EVP_PKEY, base::Deleter<EVP_PKEY_free>> key_;
 };
 
-/// Writes `folder`/repository.key (mode 0600) and `folder`/repository.pem, neither of which may be there yet.
-/// Throws UsageError when one is, std::runtime_error when it cannot be written.
-void writeKeyPair(const SigningKey& key, const std::string& folder);
+/// Writes `directory`/repository.key (mode 0600) and `directory`/repository.pem, neither of which may be
+/// there yet. Throws UsageError when one is, std::runtime_error when it cannot be written.
+void writeKeyPair(const SigningKey& key, const std::string& directory);
 
 }  // namespace zelor::authoring

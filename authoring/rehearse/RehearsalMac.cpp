@@ -19,11 +19,11 @@ namespace {
 
 namespace fs = boost::filesystem;
 
-/// Runs zelor-rehearsal; its own message tells what was wrong.
+/// Runs zelor-rehearsal; its own message says what was wrong.
 std::string rehearsal(std::vector<std::string> words) {
-    constexpr std::chrono::minutes limit{1};
+    constexpr std::chrono::minutes kLimit{1};
     words.insert(words.begin(), siblingProgram("zelor-rehearsal"));
-    const base::CommandResult result = base::runCommand(words, true, limit);
+    const base::CommandResult result = base::runCommand(words, true, kLimit);
     if (result.waited && WIFEXITED(result.status) && WEXITSTATUS(result.status) == 0) return result.output;
     throw UsageError("the rehearsal Mac cannot be set up: " + base::trimmed(result.output));
 }
@@ -33,7 +33,8 @@ std::string rehearsal(std::vector<std::string> words) {
 std::string siblingProgram(const std::string& name) {
     std::string path = (boost::dll::program_location().parent_path() / name).string();
     if (fs::exists(path)) return path;
-    throw UsageError(path + " is missing; a rehearsal needs the programs of one installation in one folder");
+    throw UsageError(path +
+                     " is missing; a rehearsal needs the programs of one installation in one directory");
 }
 
 PlacedFile::PlacedFile(std::string path, const std::string& text)
@@ -50,12 +51,12 @@ PlacedFile::~PlacedFile() {
     fs::rename(aside_, path_, ignored);
 }
 
-RehearsalMac::RehearsalMac(const std::string& scratch, const RehearsalMacOrder& order) {
-    tools_ = order.tools.empty() ? scratch + "/tools" : fs::absolute(order.tools).string();
-    if (order.tools.empty()) {
-        rehearsal({"init", tools_, "--root", order.root.empty() ? scratch + "/mac" : order.root, "--os",
-                   order.version});
-        for (const std::string& label : order.updates)
+RehearsalMac::RehearsalMac(const std::string& scratch, const RehearsalMacOptions& options) {
+    tools_ = options.tools.empty() ? scratch + "/tools" : fs::absolute(options.tools).string();
+    if (options.tools.empty()) {
+        rehearsal({"init", tools_, "--root", options.root.empty() ? scratch + "/mac" : options.root, "--os",
+                   options.version});
+        for (const std::string& label : options.updates)
             rehearsal(
                 {"add-update", "--tools", tools_, "--label=" + label, "--version", "1.0", "--size", "1000"});
     }
@@ -65,19 +66,19 @@ RehearsalMac::RehearsalMac(const std::string& scratch, const RehearsalMacOrder& 
         system_ =
             state.at("productName").get<std::string>() + ' ' + state.at("productVersion").get<std::string>();
     } catch (const nlohmann::json::exception&) {
-        throw UsageError(tools_ + " is no tools folder; make one with zelor-rehearsal init");
+        throw UsageError(tools_ + " is no tools directory; make one with zelor-rehearsal init");
     }
 }
 
 void RehearsalMac::configure(const std::string& url, const std::string& publicPem) {
-    const std::string folder = root_ + "/etc/zelor";
-    if (!base::makeDirectories(folder))
-        throw UsageError("cannot make " + folder + ": " + base::errorText(errno));
-    settings_.emplace_back(folder + "/repository.pem", publicPem);
-    settings_.emplace_back(folder + "/build", "platform = macos\n");
-    settings_.emplace_back(folder + "/zelor.ini", "[ScanManager]\nProfileId = " + system_ +
-                                                      "\n[Repository]\nUrl = " + url +
-                                                      "\nTrustedKey = /etc/zelor/repository.pem\n");
+    const std::string directory = root_ + "/etc/zelor";
+    if (!base::makeDirectories(directory))
+        throw UsageError("cannot make " + directory + ": " + base::errorText(errno));
+    settings_.emplace_back(directory + "/repository.pem", publicPem);
+    settings_.emplace_back(directory + "/build", "platform = macos\n");
+    settings_.emplace_back(directory + "/zelor.ini", "[ScanManager]\nProfileId = " + system_ +
+                                                         "\n[Repository]\nUrl = " + url +
+                                                         "\nTrustedKey = /etc/zelor/repository.pem\n");
 }
 
 void RehearsalMac::keepSettings() {

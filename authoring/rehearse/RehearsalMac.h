@@ -6,11 +6,11 @@
 
 namespace zelor::authoring {
 
-/// A program of this installation: the file `name` in the folder of the running program. Throws UsageError
+/// A program of this installation: the file `name` in the directory of the running program. Throws UsageError
 /// when it is not there.
 std::string siblingProgram(const std::string& name);
 
-/// A file that is there for as long as this object; what stood there before is put aside meanwhile, also
+/// A file that is there for as long as this object; what was there before is put aside meanwhile, also
 /// when an earlier object's process was killed.
 class PlacedFile {
   public:
@@ -27,9 +27,9 @@ class PlacedFile {
     bool kept_ = false;
 };
 
-struct RehearsalMacOrder {
-    std::string tools;                 ///< an existing tools folder; "" makes one
-    std::string root;                  ///< the disk of a new Mac; "" takes one in the scratch folder
+struct RehearsalMacOptions {
+    std::string tools;                 ///< an existing tools directory; "" makes one
+    std::string root;                  ///< the disk of a new Mac; "" takes one in the scratch directory
     std::string version;               ///< of a new Mac's system
     std::vector<std::string> updates;  ///< labels that a new Mac is offered
 };
@@ -38,7 +38,7 @@ struct RehearsalMacOrder {
 class RehearsalMac {
   public:
     /// Throws UsageError when the order cannot be carried out.
-    RehearsalMac(const std::string& scratch, const RehearsalMacOrder& order);
+    RehearsalMac(const std::string& scratch, const RehearsalMacOptions& options);
 
     const std::string& tools() const { return tools_; }
     const std::string& root() const { return root_; }

@@ -18,16 +18,16 @@ namespace {
 
 namespace fs = boost::filesystem;
 
-constexpr const char* agentFolders[] = {"etc/zelor", "opt/zelor", "var/log/zelor", "var/zelor"};
+constexpr const char* kAgentDirectories[] = {"etc/zelor", "opt/zelor", "var/log/zelor", "var/zelor"};
 
-bool isAgentFolder(const std::string& path) {
-    for (const char* folder : agentFolders) {
-        if (path == folder) return true;
+bool isAgentDirectory(const std::string& path) {
+    for (const char* directory : kAgentDirectories) {
+        if (path == directory) return true;
     }
     return false;
 }
 
-/// What stands after the "||": system updates are chosen by it, elsewhere it is for people.
+/// What follows the "||": system updates are chosen by it, elsewhere it is for people.
 std::string packageName(const ContentEntry& entry, const ContentCre& cre) {
     std::string product = cre.product;
     for (const ContentEri& eri : cre.eris) {
@@ -42,13 +42,13 @@ std::string packageName(const ContentEntry& entry, const ContentCre& cre) {
         else
             parts.back() += letter == '_' ? ' ' : letter;
     }
-    constexpr std::size_t vendorAt = 2;
-    if (parts.size() <= vendorAt + 1) {
+    constexpr std::size_t kVendorAt = 2;
+    if (parts.size() <= kVendorAt + 1) {
         const auto name =
             cre.eris.empty() ? std::nullopt : remediation::splitAtLastDot(cre.eris.front().patchId);
         return name ? name->stem : entry.identifier;
     }
-    return parts[vendorAt] + ' ' + parts[vendorAt + 1];
+    return parts[kVendorAt] + ' ' + parts[kVendorAt + 1];
 }
 
 }  // namespace
@@ -70,7 +70,7 @@ DiskState diskState(const std::string& root) {
         const std::string path = it->path().string().substr(root.size() + 1);
         const fs::file_type type = it->symlink_status().type();
         if (type == fs::directory_file) {
-            if (isAgentFolder(path)) it.disable_recursion_pending();
+            if (isAgentDirectory(path)) it.disable_recursion_pending();
         } else {
             state[path] = type == fs::symlink_file ? "-> " + fs::read_symlink(it->path(), error).string()
                                                    : fileStamp(it->path().string());

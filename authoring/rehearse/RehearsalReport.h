@@ -10,8 +10,8 @@ namespace zelor::authoring {
 /// The requests that ask for everything an entry offers: key to identifier, one for each of its CREs.
 std::map<std::string, std::string> requestsFor(const ContentEntry& entry);
 
-/// Path below a rehearsal Mac's root to what tells one state of that file from another; the agent's own
-/// folders are left out.
+/// Path below a rehearsal Mac's root to what distinguishes one state of that file from another; the agent's
+/// own directories are left out.
 using DiskState = std::map<std::string, std::string>;
 DiskState diskState(const std::string& root);
 

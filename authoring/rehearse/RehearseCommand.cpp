@@ -22,16 +22,16 @@ namespace {
 
 namespace fs = boost::filesystem;
 
-constexpr std::size_t shownChanges = 40;
-constexpr std::size_t shownLogLines = 12;
-constexpr std::size_t reportBytesLimit = 256U << 20U;
+constexpr std::size_t kShownChanges = 40;
+constexpr std::size_t kShownLogLines = 12;
+constexpr std::size_t kReportBytesLimit = 256U << 20U;
 
 /// The identifier asked for, or the manifest's only one.
 std::string chosenIdentifier(const RehearseOptions& options) {
     if (!options.identifier.empty()) return options.identifier;
     const auto identifiers = manifestIdentifiers(options.manifest);
     if (!identifiers) {
-        readManifest(options.manifest);  // tells what is wrong with it
+        readManifest(options.manifest);  // reports what is wrong with it
     } else if (identifiers->size() == 1) {
         return *identifiers->begin();
     }
@@ -77,8 +77,8 @@ class Rehearsal {
         std::cout << "Rehearsal Mac: " << mac.system() << ", its disk is " << mac.root() << std::endl;
         const DiskState before = diskState(mac.root());
         const int status = runController(mac);
-        if (status != exitStatus::unusable) {
-            tellChanges(diskChanges(before, diskState(mac.root()), shownChanges), status == 0 && hasFiles);
+        if (status != exitStatus::kUnusable) {
+            tellChanges(diskChanges(before, diskState(mac.root()), kShownChanges), status == 0 && hasFiles);
             if (status != 0) tellLogs(mac);
         }
         if (options_.keep) {
@@ -86,8 +86,9 @@ class Rehearsal {
         } else {
             std::cout << "What is in " << scratch_.path() << " is removed now; --keep leaves it there.\n";
         }
-        const bool told = status == 0 || status == exitStatus::interrupted || status == exitStatus::unusable;
-        return told ? status : exitStatus::failed;
+        const bool reported =
+            status == 0 || status == exitStatus::kInterrupted || status == exitStatus::kUnusable;
+        return reported ? status : exitStatus::kFailed;
     }
 
   private:
@@ -141,7 +142,7 @@ class Rehearsal {
         const int status = relay_.run(sandbox.words(command));
         if (fs::exists(report()))
             base::replaceFile(options_.report,
-                              base::readBounded(report(), reportBytesLimit, base::Links::refuse));
+                              base::readBounded(report(), kReportBytesLimit, base::Links::refuse));
         return status;
     }
 
@@ -159,8 +160,8 @@ class Rehearsal {
     }
 
     static void tellLogs(const RehearsalMac& mac) {
-        const std::string log = indentedTail(mac.root() + "/var/log/zelor/remediation.log", shownLogLines);
-        const std::string installer = indentedTail(mac.tools() + "/state/install.log", shownLogLines);
+        const std::string log = indentedTail(mac.root() + "/var/log/zelor/remediation.log", kShownLogLines);
+        const std::string installer = indentedTail(mac.tools() + "/state/install.log", kShownLogLines);
         if (!log.empty()) std::cout << "The end of the log:\n" << log;
         if (!installer.empty()) std::cout << "The end of the installer's log:\n" << installer;
     }
@@ -178,7 +179,7 @@ class Rehearsal {
 
     const RehearseOptions& options_;
     std::string identifier_;
-    SignalRelay relay_;  // ends last, so that no signal comes between a folder and its removal
+    SignalRelay relay_;  // ends last, so that no signal comes between a directory and its removal
     base::TemporaryDirectory scratch_{"zelor-rehearse"};
     std::string repository_;
     std::string requests_;
@@ -192,7 +193,7 @@ int runRehearse(const RehearseOptions& options) {
         return Rehearsal(options).run();
     } catch (const Interrupted&) {
         std::cerr << "zelor-content: interrupted before the run began\n";
-        return exitStatus::interrupted;
+        return exitStatus::kInterrupted;
     }
 }
 

@@ -18,23 +18,23 @@ namespace fs = boost::filesystem;
 
 /// Top directories of this machine that are not shown: a Mac's disk has its own of that name, they are made
 /// for each sandbox, or they hold sockets through which services could be reached.
-const std::set<std::string> hidden = {"Applications", "Library", "System", "Users",      "Volumes", "boot",
-                                      "cores",        "dev",     "etc",    "lost+found", "opt",     "private",
-                                      "proc",         "run",     "sys",    "tmp",        "var"};
+const std::set<std::string> kHidden = {
+    "Applications", "Library", "System",  "Users", "Volumes", "boot", "cores", "dev", "etc",
+    "lost+found",   "opt",     "private", "proc",  "run",     "sys",  "tmp",   "var"};
 
 /// What programs of this machine need below /etc, where the disk has no such file of its own.
-constexpr const char* sharedSettings[] = {"/etc/alternatives", "/etc/group", "/etc/ld.so.cache",
-                                          "/etc/nsswitch.conf", "/etc/passwd"};
+constexpr const char* kSharedSettings[] = {"/etc/alternatives", "/etc/group", "/etc/ld.so.cache",
+                                           "/etc/nsswitch.conf", "/etc/passwd"};
 
 // The signals are ignored for bwrap here, and env lets the command handle them again.
-constexpr const char* start =
+constexpr const char* kStart =
     R"(trap "" INT TERM HUP
 command -v bwrap >/dev/null || { echo "bwrap is not installed" >&2; exit 127; }
 exec bwrap "$@")";
 
 std::vector<std::string> wrapped(const std::vector<std::string>& options,
                                  const std::vector<std::string>& command) {
-    std::vector<std::string> words = {"/bin/bash", "--norc", "-c", start, "bwrap"};
+    std::vector<std::string> words = {"/bin/bash", "--norc", "-c", kStart, "bwrap"};
     words.insert(words.end(), {"--unshare-user", "--uid", "0", "--gid", "0"});
     words.insert(words.end(), {"--unshare-pid", "--unshare-ipc", "--die-with-parent"});
     // Of what root may do elsewhere only what concerns files of his own, which is all that a Mac's disk
@@ -56,38 +56,38 @@ bool isDirectory(const std::string& path) {
 }  // namespace
 
 std::string whyNoSandbox() {
-    constexpr std::chrono::seconds limit{20};
+    constexpr std::chrono::seconds kLimit{20};
     const base::CommandResult result = base::runCommand(
         wrapped({"--ro-bind", "/", "/", "--dev", "/dev", "--proc", "/proc"}, {"/bin/bash", "-c", ":"}), true,
-        limit);
+        kLimit);
     if (result.waited && WIFEXITED(result.status) && WEXITSTATUS(result.status) == 0) return "";
     const std::string said = base::trimmed(result.output);
     return said.empty() ? "bwrap does not work here" : said;
 }
 
-Sandbox::Sandbox(SandboxOrder order) : order_(std::move(order)) {
-    options_ = {"--bind", order_.disk, "/"};
+Sandbox::Sandbox(SandboxOptions options) : options_(std::move(options)) {
+    arguments_ = {"--bind", options_.disk, "/"};
     for (fs::directory_iterator it("/"), end; it != end; ++it) {
         const std::string name = it->path().filename().string();
-        if (hidden.count(name) == 0 && isDirectory(it->path().string()))
+        if (kHidden.count(name) == 0 && isDirectory(it->path().string()))
             bind("--ro-bind", it->path().string());
     }
-    for (const char* path : sharedSettings) {
+    for (const char* path : kSharedSettings) {
         boost::system::error_code ignored;
-        if (fs::exists(path, ignored) && !fs::exists(fs::symlink_status(order_.disk + path, ignored)))
+        if (fs::exists(path, ignored) && !fs::exists(fs::symlink_status(options_.disk + path, ignored)))
             bind("--ro-bind", path);
     }
     for (const auto& [option, path] :
          {std::pair{"--dev", "/dev"}, {"--proc", "/proc"}, {"--tmpfs", "/tmp"}}) {
         rememberMissing(path);
-        options_.insert(options_.end(), {option, path});
+        arguments_.insert(arguments_.end(), {option, path});
     }
-    for (const std::string& path : order_.readable)
+    for (const std::string& path : options_.readable)
         bind("--ro-bind", path);
-    for (const std::string& path : order_.writable)
+    for (const std::string& path : options_.writable)
         bind("--bind", path);
-    bind("--bind", order_.disk);
-    options_.insert(options_.end(), {"--unsetenv", "TMPDIR", "--chdir", "/"});
+    bind("--bind", options_.disk);
+    arguments_.insert(arguments_.end(), {"--unsetenv", "TMPDIR", "--chdir", "/"});
 }
 
 Sandbox::~Sandbox() {
@@ -100,12 +100,12 @@ Sandbox::~Sandbox() {
 
 void Sandbox::bind(const std::string& how, const std::string& path) {
     rememberMissing(path);
-    options_.insert(options_.end(), {how, path, path});
+    arguments_.insert(arguments_.end(), {how, path, path});
 }
 
 void Sandbox::rememberMissing(const std::string& path) {
     for (auto end = path.find('/', 1);; end = path.find('/', end + 1)) {
-        const std::string place = order_.disk + path.substr(0, end);
+        const std::string place = options_.disk + path.substr(0, end);
         boost::system::error_code ignored;
         const fs::file_type type = fs::symlink_status(place, ignored).type();
         if (type == fs::file_not_found) {
@@ -118,7 +118,7 @@ void Sandbox::rememberMissing(const std::string& path) {
 }
 
 std::vector<std::string> Sandbox::words(const std::vector<std::string>& command) const {
-    return wrapped(options_, command);
+    return wrapped(arguments_, command);
 }
 
 }  // namespace zelor::authoring

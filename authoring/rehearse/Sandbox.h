@@ -9,7 +9,7 @@ namespace zelor::authoring {
 /// namespaces of its own, made by bubblewrap. The Mac's disk is the root there, so that absolute paths lead
 /// to it. The directories of this machine that a Mac's disk does not have, and those of the system (/usr,
 /// /bin, /lib), are there to be read. /tmp is empty and forgotten at the end.
-struct SandboxOrder {
+struct SandboxOptions {
     std::string disk;                   ///< the rehearsal Mac's root, canonical
     std::vector<std::string> writable;  ///< further directories, absolute
     std::vector<std::string> readable;  ///< the same, to be read alone; what is writable may lie below
@@ -22,7 +22,7 @@ std::string whyNoSandbox();
 class Sandbox {
   public:
     /// Throws UsageError when something on the disk is in the way of a mount point.
-    explicit Sandbox(SandboxOrder order);
+    explicit Sandbox(SandboxOptions options);
     ~Sandbox();
     Sandbox(const Sandbox&) = delete;
     Sandbox& operator=(const Sandbox&) = delete;
@@ -35,8 +35,8 @@ class Sandbox {
     void bind(const std::string& how, const std::string& path);
     void rememberMissing(const std::string& path);
 
-    SandboxOrder order_;
-    std::vector<std::string> options_;
+    SandboxOptions options_;
+    std::vector<std::string> arguments_;
     std::vector<std::string> missing_;  // on the disk, outermost first
 };
 

@@ -12,7 +12,7 @@ namespace zelor::authoring {
 
 namespace {
 
-constexpr std::string_view blanks = " \t";
+constexpr std::string_view kBlanks = " \t";
 
 std::optional<std::uint64_t> number(std::string_view text) {
     std::uint64_t value = 0;
@@ -24,7 +24,7 @@ std::optional<std::uint64_t> number(std::string_view text) {
 bool listHolds(std::string_view list, std::string_view etag) {
     while (!list.empty()) {
         const auto comma = list.find(',');
-        std::string_view tag = base::trimmedView(list.substr(0, comma), blanks);
+        std::string_view tag = base::trimmedView(list.substr(0, comma), kBlanks);
         if (tag == "*") return true;
         if (tag.substr(0, 2) == "W/") tag.remove_prefix(2);
         if (tag == etag) return true;
@@ -40,19 +40,19 @@ bool unchanged(const RequestConditions& conditions, const FileVersion& file) {
 }
 
 bool rangeApplies(const RequestConditions& conditions, const FileVersion& file) {
-    const std::string_view validator = base::trimmedView(conditions.ifRange, blanks);
+    const std::string_view validator = base::trimmedView(conditions.ifRange, kBlanks);
     return validator.empty() || validator == file.etag || validator == httpDate(file.modified);
 }
 
 Answer part(std::string_view range, const FileVersion& file) {
     const Answer whole{Selection::whole, 0, file.size};
-    constexpr std::string_view unit = "bytes=";
-    range = base::trimmedView(range, blanks);
+    constexpr std::string_view kUnit = "bytes=";
+    range = base::trimmedView(range, kBlanks);
     const auto dash = range.find('-');
-    if (range.substr(0, unit.size()) != unit || dash == std::string_view::npos) return whole;
+    if (range.substr(0, kUnit.size()) != kUnit || dash == std::string_view::npos) return whole;
     const std::string_view firstText =
-        base::trimmedView(range.substr(unit.size(), dash - unit.size()), blanks);
-    const std::string_view lastText = base::trimmedView(range.substr(dash + 1), blanks);
+        base::trimmedView(range.substr(kUnit.size(), dash - kUnit.size()), kBlanks);
+    const std::string_view lastText = base::trimmedView(range.substr(dash + 1), kBlanks);
     const auto first = number(firstText);
     const auto last = number(lastText);
     if ((!first && !firstText.empty()) || (!last && !lastText.empty()) || (!first && !last)) return whole;

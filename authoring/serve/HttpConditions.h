@@ -16,7 +16,7 @@ struct FileVersion {
     std::string etag;  ///< strong, with its quotes
 };
 
-/// The conditional headers of one request; "" stands for an absent one.
+/// The conditional headers of one request; "" is an absent one.
 struct RequestConditions {
     std::string range;
     std::string ifRange;
@@ -41,8 +41,8 @@ std::string httpDate(std::time_t time);
 /// Nothing for a text of another form.
 std::optional<std::time_t> parseHttpDate(const std::string& text);
 
-/// The file names that a request's path leads through, percent-decoded; nothing for one that no folder served
-/// may answer: a bad escape, a zero byte, an encoded separator, a name that begins with a dot.
+/// The file names that a request's path leads through, percent-decoded; nothing for one that no directory
+/// served may answer: a bad escape, a zero byte, an encoded separator, a name that begins with a dot.
 std::optional<std::vector<std::string>> servedPathComponents(const std::string& path);
 
 }  // namespace zelor::authoring

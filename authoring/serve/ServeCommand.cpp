@@ -36,7 +36,7 @@ int runServe(const ServeOptions& options) {
     const EndSignals end;
     std::mutex output;
     StaticServerOptions server;
-    server.folder = options.folder;
+    server.directory = options.directory;
     server.address = options.address;
     server.port = options.port;
     if (options.verbose) {
@@ -50,11 +50,11 @@ int runServe(const ServeOptions& options) {
     try {
         running = std::make_unique<StaticServer>(server);
     } catch (const std::exception& e) {
-        throw UsageError(std::string(e.what()) + "; choose another folder, --address or --port");
+        throw UsageError(std::string(e.what()) + "; choose another directory, --address or --port");
     }
     std::cout << running->url() << std::endl;
     end.wait();
-    return exitStatus::good;
+    return exitStatus::kGood;
 }
 
 }  // namespace zelor::authoring

@@ -26,9 +26,9 @@ namespace zelor::authoring {
 
 namespace {
 
-constexpr unsigned int connectionLimit = 512;
-constexpr unsigned int idleSeconds = 120;
-constexpr std::size_t pieceBytes = 64U << 10U;
+constexpr unsigned int kConnectionLimit = 512;
+constexpr unsigned int kIdleSeconds = 120;
+constexpr std::size_t kPieceBytes = 64U << 10U;
 
 using Response = std::unique_ptr<MHD_Response, base::Deleter<MHD_destroy_response>>;
 
@@ -141,9 +141,9 @@ std::size_t keepEncoded(void* /*closure*/, MHD_Connection* /*connection*/, char*
 class StaticServer::Running {
   public:
     explicit Running(StaticServerOptions options) : options_(std::move(options)) {
-        folder_ = base::UniqueFd(::open(options_.folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-        if (folder_.get() < 0) {
-            throw std::runtime_error("cannot serve " + options_.folder + ": " +
+        directory_ = base::UniqueFd(::open(options_.directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        if (directory_.get() < 0) {
+            throw std::runtime_error("cannot serve " + options_.directory + ": " +
                                      std::generic_category().message(errno));
         }
         start();
@@ -166,10 +166,10 @@ class StaticServer::Running {
         if (inet_pton(AF_INET, options_.address.c_str(), &address.sin_addr) != 1) {
             throw std::runtime_error("\"" + options_.address + "\" is not a numeric IPv4 address");
         }
-        constexpr unsigned int flags = MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_THREAD_PER_CONNECTION;
-        daemon_.reset(MHD_start_daemon(flags, options_.port, nullptr, nullptr, &Running::handle, this,
+        constexpr unsigned int kFlags = MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_THREAD_PER_CONNECTION;
+        daemon_.reset(MHD_start_daemon(kFlags, options_.port, nullptr, nullptr, &Running::handle, this,
                                        MHD_OPTION_SOCK_ADDR, &address, MHD_OPTION_CONNECTION_LIMIT,
-                                       connectionLimit, MHD_OPTION_CONNECTION_TIMEOUT, idleSeconds,
+                                       kConnectionLimit, MHD_OPTION_CONNECTION_TIMEOUT, kIdleSeconds,
                                        MHD_OPTION_UNESCAPE_CALLBACK, &keepEncoded, nullptr, MHD_OPTION_END));
         if (!daemon_) {
             throw std::runtime_error("cannot listen on " + options_.address + " port " +
@@ -286,21 +286,21 @@ class StaticServer::Running {
         const std::uint64_t length =
             fault.withoutLength ? MHD_SIZE_UNKNOWN : fault.announcedLength.value_or(chosen.length);
         return Response(
-            MHD_create_response_from_callback(length, pieceBytes, &readBody, state.release(), &freeBody));
+            MHD_create_response_from_callback(length, kPieceBytes, &readBody, state.release(), &freeBody));
     }
 
     /// Walks down one name at a time, so that no symbolic link on the way leads out.
     base::UniqueFd openBelow(const std::string& path, struct stat& found) const {
         const auto names = servedPathComponents(path);
         if (!names || names->empty()) return base::UniqueFd();
-        base::UniqueFd folder;
-        int at = folder_.get();
+        base::UniqueFd directory;
+        int at = directory_.get();
         for (std::size_t i = 0; i + 1 < names->size(); ++i) {
             base::UniqueFd next(
                 ::openat(at, (*names)[i].c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
             if (next.get() < 0) return next;
-            folder = std::move(next);
-            at = folder.get();
+            directory = std::move(next);
+            at = directory.get();
         }
         base::UniqueFd file(
             ::openat(at, names->back().c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
@@ -310,7 +310,7 @@ class StaticServer::Running {
     }
 
     StaticServerOptions options_;
-    base::UniqueFd folder_;
+    base::UniqueFd directory_;
     Stopping stopping_;
     std::unique_ptr<MHD_Daemon, base::Deleter<MHD_stop_daemon>> daemon_;
 };

@@ -36,7 +36,7 @@ struct ServerFault {
 };
 
 struct StaticServerOptions {
-    std::string folder;                 ///< served; nothing outside it ever is
+    std::string directory;              ///< served; nothing outside it ever is
     std::string address = "127.0.0.1";  ///< a numeric IPv4 address
     std::uint16_t port = 0;             ///< 0: any free one
     /// Asked once per request, on the connection's thread; may block.
@@ -45,12 +45,12 @@ struct StaticServerOptions {
     std::function<void(const ServerRequest&, int status)> answered;
 };
 
-/// A web server for the files of one folder: GET and HEAD, single ranges, ETag and Last-Modified with their
-/// conditions, persistent connections. It follows no symbolic link and serves neither folders nor names that
-/// begin with a dot. It runs on threads of its own from construction to destruction.
+/// A web server for the files of one directory: GET and HEAD, single ranges, ETag and Last-Modified with
+/// their conditions, persistent connections. It follows no symbolic link and serves neither directories nor
+/// names that begin with a dot. It runs on threads of its own from construction to destruction.
 class StaticServer {
   public:
-    /// Throws std::runtime_error that names the folder or address when it cannot be served.
+    /// Throws std::runtime_error that names the directory or address when it cannot be served.
     explicit StaticServer(StaticServerOptions options);
     ~StaticServer();
     StaticServer(const StaticServer&) = delete;

@@ -10,11 +10,11 @@ namespace {
 
 using Kind = BufferOutcome;
 
-constexpr double frameTime = 0.08;
-constexpr std::size_t stateColumns = 16;
+constexpr double kFrameTime = 0.08;
+constexpr std::size_t kStateColumns = 16;
 
 std::string plainText(const LiveRow& row) {
-    return fitToColumns(row.state, stateColumns, "") + "  " + row.name +
+    return fitToColumns(row.state, kStateColumns, "") + "  " + row.name +
            (row.identifier.empty() ? "" : " (" + row.identifier + ")") +
            (row.reason.empty() ? "" : ": " + row.reason);
 }
@@ -51,7 +51,7 @@ void BufferProgress::settle(const LiveRow& row) {
 
 void BufferProgress::changed(const ResultTable& table, const std::vector<Change>& changes, double /*time*/) {
     for (const Change& change : changes) {
-        if (change.value != contentFailedValue && change.value != invalidRequestValue) continue;
+        if (change.value != kContentFailedValue && change.value != kInvalidRequestValue) continue;
         const Result& result = table.results()[change.request];
         settle({requestLabel(*result.key), base::printable(*result.identifier), stateName(change.value),
                 Tone::bad, 0, std::nullopt, record_.reason(result)});
@@ -79,7 +79,7 @@ void BufferProgress::ticked(const ResultTable& /*table*/, double time) {
         if (news.kind != Kind::downloading || !terminal_) settle(row);
     }
     view_.seconds = time;
-    if (terminal_ && time - drawn_ >= frameTime) draw(time);
+    if (terminal_ && time - drawn_ >= kFrameTime) draw(time);
 }
 
 void BufferProgress::draw(double time) {

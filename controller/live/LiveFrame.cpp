@@ -11,45 +11,45 @@ namespace zelor::controller {
 
 namespace {
 
-constexpr std::size_t mostIdentifier = 20;
-constexpr std::size_t stateColumns = 16;
-constexpr std::size_t fullWidth = 72;  ///< below it the identifier is left out
-constexpr std::size_t leastBar = 6;
-constexpr std::size_t mostBar = 28;
+constexpr std::size_t kMostIdentifier = 20;
+constexpr std::size_t kStateColumns = 16;
+constexpr std::size_t kFullWidth = 72;  ///< below it the identifier is left out
+constexpr std::size_t kLeastBar = 6;
+constexpr std::size_t kMostBar = 28;
 
-constexpr char plain[] = "";
-constexpr char dim[] = "\x1b[2m";
-constexpr char bold[] = "\x1b[1m";
-constexpr char red[] = "\x1b[31m";
-constexpr char green[] = "\x1b[32m";
-constexpr char yellow[] = "\x1b[33m";
-constexpr char cyan[] = "\x1b[36m";
+constexpr char kPlain[] = "";
+constexpr char kDim[] = "\x1b[2m";
+constexpr char kBold[] = "\x1b[1m";
+constexpr char kRed[] = "\x1b[31m";
+constexpr char kGreen[] = "\x1b[32m";
+constexpr char kYellow[] = "\x1b[33m";
+constexpr char kCyan[] = "\x1b[36m";
 
 const char* colourOf(Tone tone) {
     switch (tone) {
         case Tone::waiting:
-            return dim;
+            return kDim;
         case Tone::busy:
-            return cyan;
+            return kCyan;
         case Tone::good:
-            return green;
+            return kGreen;
         case Tone::bad:
-            return red;
+            return kRed;
         case Tone::stopped:
-            return yellow;
+            return kYellow;
     }
-    return plain;
+    return kPlain;
 }
 
 std::string markOf(Tone tone, double seconds, bool unicode) {
-    static constexpr std::array<const char*, 10> dots = {"⠋", "⠙", "⠹", "⠸", "⠼", "⠴", "⠦", "⠧", "⠇", "⠏"};
-    static constexpr std::array<const char*, 4> strokes = {"|", "/", "-", "\\"};
+    static constexpr std::array<const char*, 10> kDots = {"⠋", "⠙", "⠹", "⠸", "⠼", "⠴", "⠦", "⠧", "⠇", "⠏"};
+    static constexpr std::array<const char*, 4> kStrokes = {"|", "/", "-", "\\"};
     switch (tone) {
         case Tone::waiting:
             return unicode ? "·" : ".";
         case Tone::busy: {
             const auto turn = static_cast<std::size_t>(std::max(seconds, 0.0) * 10);
-            return unicode ? dots.at(turn % dots.size()) : strokes.at(turn % strokes.size());
+            return unicode ? kDots.at(turn % kDots.size()) : kStrokes.at(turn % kStrokes.size());
         }
         case Tone::good:
             return unicode ? "✓" : "+";
@@ -72,7 +72,7 @@ class LineBuilder {
 
     /// Adds what fits of the text. Blanks at its end wait for what follows: at the end of a line they would
     /// wrap with it when the terminal shrinks.
-    void add(const std::string& text, const char* colour = plain) {
+    void add(const std::string& text, const char* colour = kPlain) {
         const std::string fitting = cutToColumns(text, left(), ellipsis());
         const auto last = fitting.find_last_not_of(' ');
         const std::size_t size = last == std::string::npos ? 0 : last + 1;
@@ -85,7 +85,7 @@ class LineBuilder {
         }
         blanks_ += fitting.size() - size;
     }
-    void addColumn(const std::string& text, std::size_t columns, const char* colour = plain) {
+    void addColumn(const std::string& text, std::size_t columns, const char* colour = kPlain) {
         add(fitToColumns(text, columns, ellipsis()) + "  ", colour);
     }
     void addBar(double share, std::size_t columns) {
@@ -95,8 +95,8 @@ class LineBuilder {
         std::string rest;
         for (std::size_t i = 0; i < columns; ++i)
             (i < full ? filled : rest) += style_.unicode ? (i < full ? "━" : "─") : (i < full ? "#" : "-");
-        add(filled, green);
-        add(rest, dim);
+        add(filled, kGreen);
+        add(rest, kDim);
         add("  ");
     }
     FrameLine finish() { return std::move(line_); }
@@ -123,11 +123,11 @@ Columns columnsFor(const LiveView& view, const LiveStyle& style) {
         columns.identifier = std::max(columns.identifier, columnsOf(row.identifier));
     }
     columns.name = std::min(columns.name, std::max<std::size_t>(style.columns * 2 / 5, 8));
-    columns.identifier = style.columns < fullWidth ? 0 : std::min(columns.identifier, mostIdentifier);
+    columns.identifier = style.columns < kFullWidth ? 0 : std::min(columns.identifier, kMostIdentifier);
     return columns;
 }
 
-/// "4.2/12.5 MB"; the unit stands twice only where it differs.
+/// "4.2/12.5 MB"; the unit is repeated only where it differs.
 std::string amountText(const Transfer& transfer) {
     if (transfer.total == 0) return bytesText(transfer.done);
     const std::string done = bytesText(transfer.done);
@@ -149,9 +149,9 @@ void addTransfer(LineBuilder& line, const Transfer& transfer) {
         }
     }
     const std::size_t taken = columnsOf(tail) + 2;
-    if (transfer.total > 0 && line.left() >= taken + leastBar) {
+    if (transfer.total > 0 && line.left() >= taken + kLeastBar) {
         const double share = static_cast<double>(transfer.done) / static_cast<double>(transfer.total);
-        line.addBar(share, std::min(line.left() - taken, mostBar));
+        line.addBar(share, std::min(line.left() - taken, kMostBar));
     }
     line.add(tail);
 }
@@ -159,9 +159,9 @@ void addTransfer(LineBuilder& line, const Transfer& transfer) {
 FrameLine rowLine(const LiveRow& row, const Columns& columns, const LiveStyle& style) {
     LineBuilder line(style);
     line.add(markOf(row.tone, row.seconds, style.unicode) + " ", colourOf(row.tone));
-    line.addColumn(row.name, columns.name, row.tone == Tone::waiting ? dim : plain);
-    if (columns.identifier > 0) line.addColumn(row.identifier, columns.identifier, dim);
-    line.addColumn(row.state, stateColumns, colourOf(row.tone));
+    line.addColumn(row.name, columns.name, row.tone == Tone::waiting ? kDim : kPlain);
+    if (columns.identifier > 0) line.addColumn(row.identifier, columns.identifier, kDim);
+    line.addColumn(row.state, kStateColumns, colourOf(row.tone));
     if (row.transfer) {
         addTransfer(line, *row.transfer);
     } else if (row.tone == Tone::busy) {
@@ -179,7 +179,7 @@ std::string countsText(const LiveView& view) {
 
 std::string shortCountsText(const LiveView& view) {
     const auto good = std::find_if(view.counts.begin(), view.counts.end(),
-                                   [](const auto& one) { return one.first == stateName(successValue); });
+                                   [](const auto& one) { return one.first == stateName(kSuccessValue); });
     const std::size_t succeeded = good == view.counts.end() ? 0 : good->second;
     return std::to_string(succeeded) + " good, " +
            std::to_string(view.done - std::min(succeeded, view.done)) + " not";
@@ -189,16 +189,16 @@ FrameLine totalLine(const LiveView& view, const LiveStyle& style) {
     LineBuilder line(style);
     const std::string progress =
         std::to_string(view.done) + (view.total > 0 ? " of " + std::to_string(view.total) : "") + " done  ";
-    line.add(progress, bold);
+    line.add(progress, kBold);
     const std::string time = clockText(view.seconds);
     std::string counts = countsText(view);
-    if (line.left() < columnsOf(counts) + columnsOf(time) + 4 + leastBar) counts = shortCountsText(view);
+    if (line.left() < columnsOf(counts) + columnsOf(time) + 4 + kLeastBar) counts = shortCountsText(view);
     const std::size_t taken = columnsOf(counts) + columnsOf(time) + 4;
-    if (view.total > 0 && line.left() >= taken + leastBar) {
+    if (view.total > 0 && line.left() >= taken + kLeastBar) {
         line.addBar(static_cast<double>(view.done) / static_cast<double>(view.total),
-                    std::min(line.left() - taken, mostBar));
+                    std::min(line.left() - taken, kMostBar));
     }
-    line.add(time + (counts.empty() ? "" : "  "), dim);
+    line.add(time + (counts.empty() ? "" : "  "), kDim);
     line.add(counts);
     return line.finish();
 }
@@ -210,13 +210,13 @@ FrameLine oneLine(const std::string& text, const char* colour, const LiveStyle& 
 }
 
 /// Lines below the rows: the total, and perhaps what is left out and that the end was asked for.
-constexpr std::size_t linesBelow = 3;
+constexpr std::size_t kLinesBelow = 3;
 
 }  // namespace
 
 std::size_t rowsThatFit(const LiveStyle& style) {
     // One line stays free for the cursor.
-    return style.lines > linesBelow + 1 ? style.lines - linesBelow - 1 : 0;
+    return style.lines > kLinesBelow + 1 ? style.lines - kLinesBelow - 1 : 0;
 }
 
 std::vector<FrameLine> liveFrame(const LiveView& view, const LiveStyle& style) {
@@ -226,34 +226,34 @@ std::vector<FrameLine> liveFrame(const LiveView& view, const LiveStyle& style) {
     for (std::size_t i = 0; i < shown; ++i)
         frame.push_back(rowLine(view.rows[i], columns, style));
     const std::size_t more = view.moreWaiting + view.rows.size() - shown;
-    if (style.lines > linesBelow && more > 0) {
-        frame.push_back(oneLine("  and " + std::to_string(more) + " more", dim, style));
+    if (style.lines > kLinesBelow && more > 0) {
+        frame.push_back(oneLine("  and " + std::to_string(more) + " more", kDim, style));
     }
     frame.push_back(totalLine(view, style));
-    if (view.cancelling && style.lines > linesBelow) {
+    if (view.cancelling && style.lines > kLinesBelow) {
         frame.push_back(oneLine("Cancelling; waiting for the step in hand. A second Ctrl-C leaves at once.",
-                                yellow, style));
+                                kYellow, style));
     }
     return frame;
 }
 
 std::vector<FrameLine> settledLines(const LiveRow& row, const LiveView& view, const LiveStyle& style) {
-    constexpr char indent[] = "    ";
+    constexpr char kIndent[] = "    ";
     const Columns columns = columnsFor(view, style);
     LineBuilder line(style);
     line.add(markOf(row.tone, 0, style.unicode) + " ", colourOf(row.tone));
     line.addColumn(row.name, std::max(columns.name, columnsOf(row.name)));
-    if (columns.identifier > 0) line.addColumn(row.identifier, columns.identifier, dim);
-    line.addColumn(row.state, stateColumns, colourOf(row.tone));
-    if (row.seconds >= 0.05) line.add(durationText(row.seconds) + "  ", dim);
+    if (columns.identifier > 0) line.addColumn(row.identifier, columns.identifier, kDim);
+    line.addColumn(row.state, kStateColumns, colourOf(row.tone));
+    if (row.seconds >= 0.05) line.add(durationText(row.seconds) + "  ", kDim);
     if (columnsOf(row.reason) <= line.left()) {
-        line.add(row.reason, dim);
+        line.add(row.reason, kDim);
         return {line.finish()};
     }
     std::vector<FrameLine> lines = {line.finish()};
-    const std::size_t room = style.columns > sizeof indent ? style.columns - sizeof indent : 1;
+    const std::size_t room = style.columns > sizeof kIndent ? style.columns - sizeof kIndent : 1;
     for (const std::string& text : wrapToColumns(row.reason, room))
-        lines.push_back(oneLine(indent + text, dim, style));
+        lines.push_back(oneLine(kIndent + text, kDim, style));
     return lines;
 }
 

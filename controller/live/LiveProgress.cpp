@@ -9,13 +9,13 @@ namespace zelor::controller {
 
 namespace {
 
-constexpr double restTime = 0.4;
-constexpr std::size_t measuredRequests = 2000;
-constexpr double frameTime = 0.08;
+constexpr double kRestTime = 0.4;
+constexpr std::size_t kMeasuredRequests = 2000;
+constexpr double kFrameTime = 0.08;
 
 Tone toneOf(ProgressValue value) {
-    if (value == successValue) return Tone::good;
-    if (value == abortedValue) return Tone::stopped;
+    if (value == kSuccessValue) return Tone::good;
+    if (value == kAbortedValue) return Tone::stopped;
     if (isResult(value)) return Tone::bad;
     return isActive(value) ? Tone::busy : Tone::waiting;
 }
@@ -24,7 +24,7 @@ Tone toneOf(ProgressValue value) {
 
 std::vector<std::pair<std::string, std::size_t>> countsByState(const ResultTable& table) {
     std::vector<std::pair<std::string, std::size_t>> counts;
-    for (ProgressValue value = successValue; value <= abortedValue; ++value) {
+    for (ProgressValue value = kSuccessValue; value <= kAbortedValue; ++value) {
         const std::size_t count = table.count(value);
         if (count == 0) continue;
         const std::string state = stateName(value);
@@ -46,8 +46,8 @@ LiveModel::LiveModel(std::size_t requests, ReasonOf reasonOf) : reasonOf_(std::m
 
 void LiveModel::changed(const ResultTable& /*table*/, const std::vector<Change>& changes, double time) {
     for (const Change& change : changes) {
-        const auto [spell, isNew] = spells_.emplace(change.request, Spell{time, time});
-        spell->second.changed = time;
+        const auto [interval, isNew] = intervals_.emplace(change.request, Interval{time, time});
+        interval->second.changed = time;
         waiting_.erase(change.request);
         busy_.erase(change.request);
         resting_.erase(change.request);
@@ -57,7 +57,7 @@ void LiveModel::changed(const ResultTable& /*table*/, const std::vector<Change>&
             busy_.insert(change.request);
         } else {
             waiting_.insert(change.request);
-            spells_.erase(spell);
+            intervals_.erase(interval);
         }
     }
 }
@@ -69,13 +69,13 @@ LiveRow LiveModel::row(const ResultTable& table, std::size_t request, double tim
     row.identifier = base::printable(*result.identifier);
     row.state = stateName(result.value);
     row.tone = toneOf(result.value);
-    const auto spell = spells_.find(request);
-    if (spell == spells_.end()) return row;
+    const auto interval = intervals_.find(request);
+    if (interval == intervals_.end()) return row;
     if (isResult(result.value)) {
-        row.seconds = spell->second.changed - spell->second.begun;
+        row.seconds = interval->second.changed - interval->second.begun;
         if (reasonOf_) row.reason = reasonOf_(result);
     } else {
-        row.seconds = time - spell->second.changed;
+        row.seconds = time - interval->second.changed;
     }
     return row;
 }
@@ -84,19 +84,19 @@ std::vector<LiveRow> LiveModel::takeSettled(const ResultTable& table, double tim
     std::vector<LiveRow> rows;
     std::set<std::size_t> still;
     for (const std::size_t request : resting_) {
-        if (!atEnd && time - spells_[request].changed < restTime) {
+        if (!atEnd && time - intervals_[request].changed < kRestTime) {
             still.insert(still.end(), request);
             continue;
         }
         rows.push_back(row(table, request, time));
-        spells_.erase(request);
+        intervals_.erase(request);
     }
     resting_.swap(still);
     return rows;
 }
 
 void LiveModel::measure(const ResultTable& table) {
-    const std::size_t most = std::min(table.results().size(), measuredRequests);
+    const std::size_t most = std::min(table.results().size(), kMeasuredRequests);
     for (std::size_t request = 0; request < most; ++request) {
         const LiveRow shown = row(table, request, 0);
         nameColumns_ = std::max(nameColumns_, columnsOf(shown.name));
@@ -142,7 +142,7 @@ void LiveProgress::changed(const ResultTable& table, const std::vector<Change>& 
 }
 
 void LiveProgress::ticked(const ResultTable& table, double time) {
-    if (time - drawn_ >= frameTime) draw(table, time, false);
+    if (time - drawn_ >= kFrameTime) draw(table, time, false);
 }
 
 void LiveProgress::cancelling(double /*time*/) {

@@ -29,7 +29,7 @@ class LiveModel {
                   const agent::DownloadSnapshot& download);
 
   private:
-    struct Spell {
+    struct Interval {
         double begun = 0;    ///< of the request's first work
         double changed = 0;  ///< of the present value
     };
@@ -41,8 +41,9 @@ class LiveModel {
     ReasonOf reasonOf_;
     std::set<std::size_t> waiting_;
     std::set<std::size_t> busy_;
-    std::map<std::size_t, Spell> spells_;  ///< of the requests that are being worked on or have just ended
-    std::set<std::size_t> resting_;        ///< with a result that is not settled
+    std::map<std::size_t, Interval>
+        intervals_;                  ///< of the requests that are being worked on or have just ended
+    std::set<std::size_t> resting_;  ///< with a result that is not settled
     RateMeter meter_;
     std::string resource_;
     std::size_t nameColumns_ = 0;

@@ -13,12 +13,12 @@ namespace zelor::controller {
 namespace {
 
 // A terminal that knows the first and last of these shows a frame only when it is whole.
-constexpr char beginFrame[] = "\x1b[?2026h";
-constexpr char endFrame[] = "\x1b[?2026l";
-constexpr char hideCursor[] = "\x1b[?25l";
-constexpr char showCursor[] = "\x1b[?25h";
-constexpr char eraseRestOfLine[] = "\x1b[K";
-constexpr char eraseBelow[] = "\x1b[J";
+constexpr char kBeginFrame[] = "\x1b[?2026h";
+constexpr char kEndFrame[] = "\x1b[?2026l";
+constexpr char kHideCursor[] = "\x1b[?25l";
+constexpr char kShowCursor[] = "\x1b[?25h";
+constexpr char kEraseRestOfLine[] = "\x1b[K";
+constexpr char kEraseBelow[] = "\x1b[J";
 
 std::string environmentText(const char* name) {
     const char* value = ::getenv(name);
@@ -35,7 +35,7 @@ bool localeIsUtf8() {
 
 void appendLines(std::string& out, const std::vector<FrameLine>& lines) {
     for (const FrameLine& line : lines)
-        out += line.text + eraseRestOfLine + '\n';
+        out += line.text + kEraseRestOfLine + '\n';
 }
 
 }  // namespace
@@ -54,11 +54,11 @@ std::size_t terminalColumns(int fd) {
 LiveTerminal::LiveTerminal(int fd)
     : fd_(fd), colour_(environmentText("NO_COLOR").empty()), unicode_(localeIsUtf8()) {
     Signals::setHiddenCursor(fd);
-    base::writeAll(fd_, hideCursor);
+    base::writeAll(fd_, kHideCursor);
 }
 
 LiveTerminal::~LiveTerminal() {
-    base::writeAll(fd_, eraseLast(style()) + eraseBelow + showCursor);
+    base::writeAll(fd_, eraseLast(style()) + kEraseBelow + kShowCursor);
     Signals::setHiddenCursor(-1);
 }
 
@@ -80,10 +80,10 @@ std::string LiveTerminal::eraseLast(const LiveStyle& style) const {
 }
 
 void LiveTerminal::draw(const std::vector<FrameLine>& settled, const std::vector<FrameLine>& frame) {
-    std::string out = beginFrame + eraseLast(style());
+    std::string out = kBeginFrame + eraseLast(style());
     appendLines(out, settled);
     appendLines(out, frame);
-    out += std::string(eraseBelow) + endFrame;
+    out += std::string(kEraseBelow) + kEndFrame;
     base::writeAll(fd_, out);
     last_ = frame;
 }

@@ -11,13 +11,13 @@ namespace zelor::controller {
 
 namespace {
 
-constexpr std::size_t timeColumns = 22;  ///< "2026-11-21T10:15:02Z  "
+constexpr std::size_t kTimeColumns = 22;  ///< "2026-11-21T10:15:02Z  "
 
 }  // namespace
 
 void writePlainLine(int fd, const std::string& text) {
     const std::string line = utcText(std::chrono::system_clock::now()) + "  " + text;
-    base::writeAll(fd, folded(line, terminalColumns(fd), timeColumns) + '\n');
+    base::writeAll(fd, folded(line, terminalColumns(fd), kTimeColumns) + '\n');
 }
 
 void PlainLines::changed(const ResultTable& table, const std::vector<Change>& changes, double /*time*/) {
@@ -31,7 +31,7 @@ void PlainLines::changed(const ResultTable& table, const std::vector<Change>& ch
         const std::string line = now + "  " + fitToColumns(stateName(change.value), 16, "") + "  " +
                                  requestLabel(*result.key) + " (" + base::printable(*result.identifier) +
                                  ')' + (reason.empty() ? "" : ": " + reason);
-        lines += folded(line, columns, timeColumns) + '\n';
+        lines += folded(line, columns, kTimeColumns) + '\n';
     }
     if (!lines.empty()) base::writeAll(fd_, lines);
 }

@@ -9,21 +9,21 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-constexpr milliseconds shortestPause{2};
-constexpr milliseconds longestPause{50};
-constexpr int lookShare = 20;  ///< looking takes at most one part in so many
+constexpr milliseconds kShortestPause{2};
+constexpr milliseconds kLongestPause{50};
+constexpr int kLookShare = 20;  ///< looking takes at most one part in so many
 
 }  // namespace
 
 milliseconds LookPacer::next(bool changed, std::chrono::nanoseconds lookCost) {
-    pause_ = changed ? shortestPause : std::min(pause_ * 2, longest_);
-    const auto least = std::chrono::duration_cast<milliseconds>(lookCost * lookShare);
+    pause_ = changed ? kShortestPause : std::min(pause_ * 2, longest_);
+    const auto least = std::chrono::duration_cast<milliseconds>(lookCost * kLookShare);
     return std::max(pause_, least);
 }
 
 namespace {
 
-constexpr milliseconds tickTime{80};
+constexpr milliseconds kTickTime{80};
 
 class Watcher {
   public:
@@ -64,7 +64,7 @@ class Watcher {
             if (signals_.endAsked() && !cancelled_) cancel();
             const auto left = std::chrono::ceil<milliseconds>(until - Clock::now());
             if (left.count() <= 0 || run_.done()) return;
-            signals_.wait(std::min(left, tickTime));
+            signals_.wait(std::min(left, kTickTime));
             for (RunListener* listener : listeners_)
                 listener->ticked(table_, now());
         }
@@ -82,7 +82,7 @@ class Watcher {
     Signals& signals_;
     const std::vector<RunListener*>& listeners_;
     Clock::time_point start_ = Clock::now();
-    LookPacer pacer_{longestPause};
+    LookPacer pacer_{kLongestPause};
     Clock::duration cost_{};
     bool changed_ = false;
     bool cancelled_ = false;

@@ -97,7 +97,7 @@ struct PlanFacts {
 
 Plan makePlan(const RequestMap& requests, const PlanFacts& facts);
 
-/// 0: nothing stands in the way of any request; 1: of some; 3: of none is that so.
+/// 0: every request can succeed; 1: some can; 3: none can.
 int planExitStatus(const Plan& plan);
 
 }  // namespace zelor::controller

@@ -29,7 +29,7 @@
 #include "platform/macos/MacPatchManager.h"
 #include "remediation/CallReport.h"
 #include "remediation/apply/InstalledRecord.h"
-#include "remediation/buffer/BufferFolders.h"
+#include "remediation/buffer/BufferDirectories.h"
 #include "remediation/fetch/PatchName.h"
 
 namespace zelor::controller {
@@ -45,11 +45,11 @@ struct Stopped {};
 std::string signatureProblem(const std::string& archive, const std::string& fileName,
                              const agent::AgentSettings& settings) {
     try {
-        const base::TemporaryDirectory folder("zelor-plan");
-        agent::ArchiveExtractor().extract(archive, folder.path());
+        const base::TemporaryDirectory directory("zelor-plan");
+        agent::ArchiveExtractor().extract(archive, directory.path());
         const std::string signature =
             remediation::signaturePath(fileName, remediation::splitAtLastDot(fileName)->extension);
-        return agent::verifyPath(folder.path() + '/' + fileName, folder.path() + '/' + signature,
+        return agent::verifyPath(directory.path() + '/' + fileName, directory.path() + '/' + signature,
                                  settings.values().trustedKey)
             .reason;
     } catch (const std::exception& e) {
@@ -65,22 +65,23 @@ std::map<std::string, std::uint64_t> sizesByName(const std::vector<SizedFile>& f
 }
 
 /// Looks at the place for what a plan needs.
-class Looker {
+class Collector {
   public:
-    Looker(const PlanOptions& options, const Place& place) : options_(options), place_(place) {}
+    Collector(const PlanOptions& options, const Paths& paths) : options_(options), paths_(paths) {}
 
     Plan plan(const Requests& requests) {
         agent::startNewRun();
-        status_ = gatherStatus(place_);
-        const bool buffer = remediation::bufferFoldersAreOurs();
+        status_ = gatherStatus(paths_);
+        const bool buffer = remediation::bufferDirectoriesAreOurs();
         PlanFacts known = facts(buffer);
         known.invalid = requests.invalid;
         Plan plan = makePlan(requests.all, known);
-        const auto& unknown = place_.settings->warnings();
+        const auto& unknown = paths_.settings->warnings();
         plan.warnings.insert(plan.warnings.end(), unknown.begin(), unknown.end());
         if (!buffer) {
             plan.warnings.emplace_back(
-                "the buffered patches are not used, since others have a hand in their folders; the log says "
+                "the buffered patches are not used, since other users can modify their directories; the log "
+                "says "
                 "in "
                 "which");
         }
@@ -95,10 +96,10 @@ class Looker {
         PlanFacts facts;
         facts.platformCpe = status_.platformCpe;
         facts.specialCases = CacheStore::GetSplCaseCPEs();
-        facts.vendorInstallation = place_.settings->values().vendorProducts;
-        facts.contentDir = place_.contentDir;
+        facts.vendorInstallation = paths_.settings->values().vendorProducts;
+        facts.contentDir = paths_.contentDir;
         facts.applications = underSystemRoot(APPFOLDER);
-        facts.mountPoint = underSystemRoot(platform::diskImageMountPoint);
+        facts.mountPoint = underSystemRoot(platform::kDiskImageMountPoint);
         boost::system::error_code unreadable;
         const fs::directory_iterator mounted(facts.mountPoint, unreadable);
         facts.mountPointInUse = !unreadable && mounted != fs::directory_iterator();
@@ -112,7 +113,7 @@ class Looker {
                                const std::string& identifier) {
             stopIfAsked();
             CallReport report;
-            parseOnlyMetadata content = CreCacher::GetInstance(place_.installPath, status_.platformCpe)
+            parseOnlyMetadata content = CreCacher::GetInstance(paths_.installPath, status_.platformCpe)
                                             ->getCre(platform, product, identifier);
             contentProblem_ = report.reason();
             return content;
@@ -121,12 +122,12 @@ class Looker {
         facts.contentProblem = [this](const std::string& /*key*/, const std::string& /*identifier*/) {
             return base::printable(contentProblem_);
         };
-        facts.updateListing = [] { return MacPatchManager().getOsCmdline(platform::listUpdatesCommand); };
+        facts.updateListing = [] { return MacPatchManager().getOsCmdline(platform::kListUpdatesCommand); };
         facts.productVersion = [this] { return status_.productVersion; };
         facts.signatureProblem = [this](const std::string& archive, const std::string& fileName) {
             stopIfAsked();
-            return signatureProblem(place_.settings->values().patchesDir + '/' + archive, fileName,
-                                    *place_.settings);
+            return signatureProblem(paths_.settings->values().patchesDir + '/' + archive, fileName,
+                                    *paths_.settings);
         };
         return facts;
     }
@@ -136,7 +137,7 @@ class Looker {
     }
 
     const PlanOptions& options_;
-    const Place& place_;
+    const Paths& paths_;
     Signals signals_;
     std::string contentProblem_;
     Status status_;
@@ -151,25 +152,25 @@ bool wantsColour() {
 }  // namespace
 
 int planCommand(const PlanOptions& options) {
-    requireSystem(options.place, true);
+    requireSystem(options.paths, true);
     const Requests requests = loadRequests(options.requests);
     checkOutputs({{"--json", options.json}}, options.requests);
-    const Place place = enterPlace(options.place);
-    requireUsableSettings(place);
-    checkContentDir(place);
-    prepareLooking(place);
+    const Paths paths = resolvePaths(options.paths);
+    requireUsableSettings(paths);
+    checkContentDir(paths);
+    prepareForReading(paths);
     if (options.verbose) agent::logToStandardError("debug");
     try {
-        const Plan plan = Looker(options, place).plan(requests);
+        const Plan plan = Collector(options, paths).plan(requests);
         const bool text = options.json.empty();
         const std::string problem = writeOutput(text ? "-" : options.json, [&](std::ostream& out) {
             text ? writePlanText(out, plan, wantsColour(), terminalColumns(STDOUT_FILENO))
                  : writePlanJson(out, plan);
         });
-        if (!problem.empty()) throw CommandError(exitStatus::outputFailed, problem);
+        if (!problem.empty()) throw CommandError(exitStatus::kOutputFailed, problem);
         return planExitStatus(plan);
     } catch (const Stopped&) {
-        return exitStatus::cancelled;
+        return exitStatus::kCancelled;
     }
 }
 

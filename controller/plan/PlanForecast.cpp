@@ -18,8 +18,8 @@ namespace zelor::controller {
 
 namespace {
 
-constexpr ProgressValue failedValue = 5;
-constexpr ProgressValue unavailableValue = 12;
+constexpr ProgressValue kFailedValue = 5;
+constexpr ProgressValue kUnavailableValue = 12;
 
 struct Row {
     PlannedRequest request;
@@ -123,14 +123,14 @@ void Forecast::take(const std::string& key, const std::string& identifier) {
     const remediation::CpeCount names = remediation::cpeCount(parsed);
     if (names == remediation::CpeCount::usable) warn(request, keyWarnings(parsed.cpes, facts_.platformCpe));
     if (invalid != facts_.invalid.end() || names != remediation::CpeCount::usable) {
-        decide(request, invalidRequestValue, PlanAction::fail,
+        decide(request, kInvalidRequestValue, PlanAction::fail,
                invalid != facts_.invalid.end() ? invalid->second : keyProblem(names));
     } else if (findContent(row, parsed.cpes)) {
         if (configuration) request.kind = PlanKind::configuration;
         rows_.push_back(std::move(row));
         return;
     } else {
-        decide(request, contentFailedValue, PlanAction::fail, facts_.contentProblem(key, identifier));
+        decide(request, kContentFailedValue, PlanAction::fail, facts_.contentProblem(key, identifier));
     }
     refused_.push_back(std::move(request));
 }
@@ -148,7 +148,7 @@ bool Forecast::findContent(Row& row, const std::vector<std::string>& cpes) const
     return true;
 }
 
-/// Why an ERI counts as applied; one that counts so by another of its CRE is told of.
+/// Why an ERI counts as applied; one that counts so by another of its CRE is reported.
 std::string Forecast::whyApplied(Row& row, const std::string& eri) const {
     if (isRecorded(eri)) return eri + " is recorded as applied";
     const std::vector<std::string>& eris = RecordAccess::eriIds(row.entry);
@@ -169,17 +169,17 @@ void Forecast::configure(Row& row) {
             const std::string& eri = RecordAccess::eriId(block);
             request.steps.push_back({eri, PlanAction::applied, whyApplied(row, eri), {}, {}, ""});
         }
-        decide(request, successValue, PlanAction::applied,
+        decide(request, kSuccessValue, PlanAction::applied,
                request.steps.empty() ? "" : request.steps.front().reason);
     } else {
-        decide(request, successValue, PlanAction::apply, "");
-        if (row.blocks().empty()) decide(request, invalidRequestValue, PlanAction::fail, "it has no ERI");
+        decide(request, kSuccessValue, PlanAction::apply, "");
+        if (row.blocks().empty()) decide(request, kInvalidRequestValue, PlanAction::fail, "it has no ERI");
         for (parsedEriData& block : row.blocks()) {
             request.steps.push_back(script(row, block));
-            if (request.expected != successValue) break;
+            if (request.expected != kSuccessValue) break;
         }
     }
-    if (request.expected == successValue && request.reboot) rebootNeeded_ = true;
+    if (request.expected == kSuccessValue && request.reboot) rebootNeeded_ = true;
 }
 
 PlannedStep Forecast::script(Row& row, parsedEriData& block) {
@@ -188,7 +188,7 @@ PlannedStep Forecast::script(Row& row, parsedEriData& block) {
     if (!remediation::namesPatchFile(name)) {
         step.action = PlanAction::fail;
         step.reason = "its content names no script with an extension";
-        decide(row.request, invalidRequestValue, PlanAction::fail, step.reason);
+        decide(row.request, kInvalidRequestValue, PlanAction::fail, step.reason);
         return step;
     }
     step.file = fetch(row, block, true);
@@ -198,7 +198,7 @@ PlannedStep Forecast::script(Row& row, parsedEriData& block) {
     } else {
         step.action = PlanAction::fail;
         step.reason = step.file->problem;
-        decide(row.request, unavailableValue, PlanAction::fail, step.reason);
+        decide(row.request, kUnavailableValue, PlanAction::fail, step.reason);
     }
     return step;
 }
@@ -210,7 +210,7 @@ void Forecast::patch(Row& row) {
     bool installs = false;
     bool failsBefore = false;
     for (parsedEriData& block : row.blocks()) {
-        if (request.expected > successValue) failsBefore = true;
+        if (request.expected > kSuccessValue) failsBefore = true;
         request.steps.push_back(patchBlock(row, block, request.expected));
         const PlannedStep& step = request.steps.back();
         if (step.action == PlanAction::apply) installs = true;
@@ -219,7 +219,7 @@ void Forecast::patch(Row& row) {
         if (good && request.reboot) rebootNeeded_ = true;
     }
     if (request.steps.empty()) request.reason = "its content has no ERI";
-    if (request.expected == successValue) {
+    if (request.expected == kSuccessValue) {
         request.action = installs ? PlanAction::apply : PlanAction::applied;
         if (failsBefore) warn(request, {"an ERI before the last fails, and the last one decides"});
         if (installs) request.reason.clear();
@@ -237,16 +237,16 @@ PlannedStep Forecast::patchBlock(Row& row, parsedEriData& block, ProgressValue& 
     }
     switch (remediation::patchStep(block, [&] { return isApplied(row.entry); })) {
         case remediation::PatchStep::nameless:
-            value = failedValue;
+            value = kFailedValue;
             step.reason = "its content names no patch";
             break;
         case remediation::PatchStep::applied:
-            value = successValue;
+            value = kSuccessValue;
             step.action = PlanAction::applied;
             step.reason = whyApplied(row, step.eri);
             break;
         case remediation::PatchStep::misnamed:
-            value = invalidRequestValue;
+            value = kInvalidRequestValue;
             step.reason = "the name of its patch has no extension";
             break;
         case remediation::PatchStep::install:
@@ -259,17 +259,17 @@ PlannedStep Forecast::patchBlock(Row& row, parsedEriData& block, ProgressValue& 
 void Forecast::installFile(Row& row, parsedEriData& block, PlannedStep& step, ProgressValue& value) {
     step.file = fetch(row, block, false);
     if (!step.file->problem.empty()) {
-        value = unavailableValue;
+        value = kUnavailableValue;
         step.reason = step.file->problem;
         return;
     }
     const platform::InstallerKind* const kind = platform::installerKindOf(pathOf(step.file->name));
     if (kind == nullptr) {
-        value = failedValue;
+        value = kFailedValue;
         step.reason = "no installer takes it: it is no " + platform::installableText();
         return;
     }
-    value = successValue;
+    value = kSuccessValue;
     step.action = PlanAction::apply;
     describeInstaller(row, block, *kind, step);
     succeed(block, *step.file);
@@ -301,7 +301,7 @@ void Forecast::update(Row& row) {
         platform::selectUpdates(*listing_, row.packageName, facts_.productVersion);
     const std::vector<platform::UpdateStep> steps = platform::updateSteps(selection);
     if (steps.empty()) {
-        decide(request, failedValue, PlanAction::fail,
+        decide(request, kFailedValue, PlanAction::fail,
                listing_->empty() ? "softwareupdate lists no update"
                                  : "softwareupdate lists no update that belongs to it");
         return;
@@ -317,7 +317,8 @@ void Forecast::update(Row& row) {
         if (!step.command.empty()) request.commands.push_back(step.command);
     }
     const bool good = problem.empty();
-    decide(request, good ? successValue : failedValue, good ? PlanAction::apply : PlanAction::fail, problem);
+    decide(request, good ? kSuccessValue : kFailedValue, good ? PlanAction::apply : PlanAction::fail,
+           problem);
 }
 
 /// Why a step would not succeed, "" when it would. An update that is installed is listed no more.

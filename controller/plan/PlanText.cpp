@@ -11,16 +11,16 @@ namespace zelor::controller {
 
 namespace {
 
-constexpr std::size_t mostLabel = 40;
-constexpr std::size_t mostIdentifier = 20;
-constexpr std::size_t actionColumns = 16;
-constexpr char indent[] = "      ";
+constexpr std::size_t kMostLabel = 40;
+constexpr std::size_t kMostIdentifier = 20;
+constexpr std::size_t kActionColumns = 16;
+constexpr char kIndent[] = "      ";
 
-constexpr char bold[] = "1";
-constexpr char dim[] = "2";
-constexpr char red[] = "31";
-constexpr char green[] = "32";
-constexpr char yellow[] = "33";
+constexpr char kBold[] = "1";
+constexpr char kDim[] = "2";
+constexpr char kRed[] = "31";
+constexpr char kGreen[] = "32";
+constexpr char kYellow[] = "33";
 
 struct Look {
     const char* mark;
@@ -30,15 +30,15 @@ struct Look {
 Look lookOf(PlanAction action) {
     switch (action) {
         case PlanAction::apply:
-            return {"+", green};
+            return {"+", kGreen};
         case PlanAction::applied:
-            return {"=", dim};
+            return {"=", kDim};
         case PlanAction::fail:
-            return {"x", red};
+            return {"x", kRed};
         case PlanAction::nothing:
             break;
     }
-    return {"-", dim};
+    return {"-", kDim};
 }
 
 std::string sourceText(const PlannedFile& file) {
@@ -60,8 +60,8 @@ class Writer {
             label_ = std::max(label_, columnsOf(requestLabel(request.key)));
             identifier_ = std::max(identifier_, columnsOf(base::printable(request.identifier)));
         }
-        label_ = std::min(label_, mostLabel);
-        identifier_ = std::min(identifier_, mostIdentifier);
+        label_ = std::min(label_, kMostLabel);
+        identifier_ = std::min(identifier_, kMostIdentifier);
     }
 
     void write() {
@@ -86,7 +86,7 @@ class Writer {
         bool begun = false;
         for (const PlannedRequest& request : plan_.requests) {
             if (request.kind != kind) continue;
-            if (!begun) out_ << '\n' << tinted(heading, bold) << '\n';
+            if (!begun) out_ << '\n' << tinted(heading, kBold) << '\n';
             begun = true;
             writeRequest(request);
         }
@@ -99,11 +99,12 @@ class Writer {
         std::string tail = base::printable(request.reason);
         if (request.reboot && request.action == PlanAction::apply)
             tail += tail.empty() ? "reboot" : "; reboot";
-        const std::size_t before = 2 + label_ + 2 + identifier_ + 2 + actionColumns + 2;
+        const std::size_t before = 2 + label_ + 2 + identifier_ + 2 + kActionColumns + 2;
         const bool fits = columns_ == 0 || before + columnsOf(tail) <= columns_;
         out_ << tinted(look.mark, look.colour) << ' ' << fitToColumns(requestLabel(request.key), label_, "~")
              << "  " << fitToColumns(base::printable(request.identifier), identifier_, "~") << "  "
-             << tinted(tail.empty() || !fits ? action : fitToColumns(action, actionColumns, "~"), look.colour)
+             << tinted(tail.empty() || !fits ? action : fitToColumns(action, kActionColumns, "~"),
+                       look.colour)
              << (tail.empty() || !fits ? "" : "  " + tail) << '\n';
         if (!fits) writeFolded(tail, nullptr);
         for (const std::string& command : request.commands)
@@ -111,20 +112,20 @@ class Writer {
         for (const PlannedStep& step : request.steps)
             writeStep(request, step);
         for (const std::string& warning : request.warnings)
-            writeFolded("! " + base::printable(warning), yellow);
+            writeFolded("! " + base::printable(warning), kYellow);
     }
 
-    /// Below a request. The lines that follow the first stand behind the mark.
+    /// Below a request. The lines after the first are indented behind the mark.
     void writeFolded(const std::string& text, const char* colour) {
-        const std::size_t margin = sizeof indent - 1;
+        const std::size_t margin = sizeof kIndent - 1;
         const std::size_t room = columns_ > margin + 10 ? columns_ - margin : columns_;
         std::istringstream lines(folded(text, room, 2));
         for (std::string line; std::getline(lines, line);)
-            out_ << indent << (colour == nullptr ? line : tinted(line, colour)) << '\n';
+            out_ << kIndent << (colour == nullptr ? line : tinted(line, colour)) << '\n';
     }
 
     void writeCommand(const std::string& command) {
-        out_ << indent << tinted("$ " + base::printable(command), dim) << '\n';
+        out_ << kIndent << tinted("$ " + base::printable(command), kDim) << '\n';
     }
 
     /// A step that says no more than its request is left out.
@@ -141,7 +142,7 @@ class Writer {
         writeFolded(text, nullptr);
         for (const std::string& command : step.commands)
             writeCommand(command);
-        if (!step.note.empty()) writeFolded("> " + base::printable(step.note), dim);
+        if (!step.note.empty()) writeFolded("> " + base::printable(step.note), kDim);
     }
 
     void totals() {
@@ -160,7 +161,7 @@ class Writer {
             }
         }
         out_ << '\n'
-             << tinted(countText(plan_.requests.size(), "request"), bold) << ": "
+             << tinted(countText(plan_.requests.size(), "request"), kBold) << ": "
              << plan_.count(PlanAction::apply) << " to apply, " << plan_.count(PlanAction::applied)
              << " applied already, " << plan_.count(PlanAction::fail) << " that will fail, "
              << plan_.count(PlanAction::nothing) << " passed over.\n"
@@ -177,8 +178,8 @@ class Writer {
                     "restart.\n";
         }
         for (const std::string& warning : plan_.warnings)
-            out_ << tinted(folded("! " + base::printable(warning), columns_, 2), yellow) << '\n';
-        if (warnings > 0) out_ << tinted(countText(warnings, "warning") + '.', yellow) << '\n';
+            out_ << tinted(folded("! " + base::printable(warning), columns_, 2), kYellow) << '\n';
+        if (warnings > 0) out_ << tinted(countText(warnings, "warning") + '.', kYellow) << '\n';
         out_ << "Nothing was installed. Downloads and installers can still fail in a run.\n";
     }
 

@@ -20,9 +20,9 @@ std::string quoted(const std::string& text) {
 }
 
 bool beginsLikeASystemUpdate(const std::string& label) {
-    static constexpr std::array<const char*, 4> beginnings = {"osx", "os x", "secupd", "security update"};
+    static constexpr std::array<const char*, 4> kBeginnings = {"osx", "os x", "secupd", "security update"};
     const std::string lower = base::lowerCased(label);
-    return std::any_of(beginnings.begin(), beginnings.end(),
+    return std::any_of(kBeginnings.begin(), kBeginnings.end(),
                        [&](const char* beginning) { return base::hasBeginning(lower, beginning); });
 }
 
@@ -70,7 +70,7 @@ void addSharedKeyWarnings(std::vector<PlannedRequest>& requests) {
         if (others == 0) continue;
         request.warnings.push_back("its result is reported under " + quoted(key) + " together with " +
                                    std::to_string(others) + " other" + (others == 1 ? "" : "s") +
-                                   "; the last one stands");
+                                   "; the last one counts");
     }
 }
 
@@ -118,16 +118,16 @@ std::vector<std::string> imageWarnings(const std::string& name, bool runsNothing
 }
 
 std::string listedLabel(const std::string& line) {
-    constexpr char labelled[] = "Label: ";
+    constexpr char kLabelled[] = "Label: ";
     const std::string text = line.substr(0, line.find_last_not_of("\r\n") + 1);
     const std::string label = platform::candidateLabel(text) + text.substr(text.find_last_not_of(" \t") + 1);
-    return base::hasBeginning(label, labelled) ? label.substr(sizeof labelled - 1) : label;
+    return base::hasBeginning(label, kLabelled) ? label.substr(sizeof kLabelled - 1) : label;
 }
 
 bool isListed(const std::string& label, const std::vector<std::string>& listing) {
     bool inside = false;  // of a line that was cut
     for (const std::string& line : listing) {
-        const bool cut = line.size() == platform::listingPiece && line.back() != '\n';
+        const bool cut = line.size() == platform::kListingPiece && line.back() != '\n';
         if (!inside && !cut && listedLabel(line) == label) return true;
         inside = cut;
     }

@@ -32,7 +32,7 @@ void addDetails(ordered_json& entry, const RequestDetails& details) {
 }
 
 void addHead(ordered_json& object, const RunFacts& facts) {
-    object["schema"] = resultSchema;
+    object["schema"] = kResultSchema;
     object["version"] = ZELOR_VERSION_STRING;
     object["host"] = facts.host;
     object["platform"] = {

@@ -12,7 +12,7 @@
 namespace zelor::controller {
 
 /// The version of the format; it grows when something that was there changes or goes.
-inline constexpr int resultSchema = 1;
+inline constexpr int kResultSchema = 1;
 
 /// What the run says beside the values.
 struct RunFlags {

@@ -15,8 +15,8 @@ namespace zelor::controller {
 
 namespace {
 
-constexpr std::size_t labelColumns = 34;
-constexpr std::size_t openTimelineRows = 40;
+constexpr std::size_t kLabelColumns = 34;
+constexpr std::size_t kOpenTimelineRows = 40;
 
 std::string escaped(const std::string& printableText) {
     std::string html;
@@ -54,8 +54,8 @@ std::string dateText(std::chrono::system_clock::time_point time) {
 /// The mark of a state as a picture of twelve units, the same shapes as in the timeline.
 std::string markSvg(ProgressValue value) {
     const char* shape = "<path d=\"M2.5 2.5L9.5 9.5M2.5 9.5L9.5 2.5\"/>";
-    if (value == successValue) shape = "<circle cx=\"6\" cy=\"6\" r=\"4.5\"/>";
-    if (value == abortedValue || !isResult(value))
+    if (value == kSuccessValue) shape = "<circle cx=\"6\" cy=\"6\" r=\"4.5\"/>";
+    if (value == kAbortedValue || !isResult(value))
         shape = "<rect x=\"2\" y=\"2\" width=\"8\" height=\"8\" rx=\"1\"/>";
     return std::string("<svg viewBox=\"0 0 12 12\" aria-hidden=\"true\">") + shape + "</svg>";
 }
@@ -67,7 +67,7 @@ std::vector<std::size_t> chosenRequests(const RunReport& report, std::size_t mos
     if (chosen.size() <= most) return chosen;
     std::vector<double> weight(chosen.size());
     for (const std::size_t request : chosen) {
-        const bool good = report.table.results()[request].value == successValue;
+        const bool good = report.table.results()[request].value == kSuccessValue;
         weight[request] = busySeconds(report.spans[request]) + (good ? 0 : report.facts.seconds + 1);
     }
     std::nth_element(chosen.begin(), chosen.begin() + static_cast<std::ptrdiff_t>(most), chosen.end(),
@@ -99,7 +99,7 @@ class Page {
                 "<meta name=\"viewport\" content=\"width=device-width, "
                 "initial-scale=1\"/>\n<title>Remediation "
                 "of "
-             << htmlText(report_.facts.host) << ", " << when << "</title>\n<style>" << reportStyle
+             << htmlText(report_.facts.host) << ", " << when << "</title>\n<style>" << kReportStyle
              << "</style>\n</head>\n<body>\n<header>\n<h1>Remediation of " << htmlText(report_.facts.host)
              << "</h1>\n";
         facts(when);
@@ -129,7 +129,7 @@ class Page {
     /// Counts by state; 0 to 3 are left when a run ends before its time.
     std::vector<std::pair<std::string, std::size_t>> stateCounts() const {
         auto counts = countsByState(report_.table);
-        for (ProgressValue value = 0; value < successValue; ++value) {
+        for (ProgressValue value = 0; value < kSuccessValue; ++value) {
             if (report_.table.count(value) > 0)
                 counts.emplace_back(stateName(value), report_.table.count(value));
         }
@@ -161,14 +161,14 @@ class Page {
 
     /// The states that occur in the rows, in the order of their values.
     std::vector<ProgressValue> statesOf(const std::vector<std::size_t>& rows) const {
-        std::vector<bool> seen(abortedValue + 1);
+        std::vector<bool> seen(kAbortedValue + 1);
         for (const std::size_t row : rows) {
             for (const StateSpan& span : report_.spans[row]) {
-                if (span.value <= abortedValue && span.value != 0) seen[span.value] = true;
+                if (span.value <= kAbortedValue && span.value != 0) seen[span.value] = true;
             }
         }
         std::vector<ProgressValue> values;
-        for (ProgressValue value = 0; value <= abortedValue; ++value) {
+        for (ProgressValue value = 0; value <= kAbortedValue; ++value) {
             if (seen[value]) values.push_back(value);
         }
         return values;
@@ -187,11 +187,11 @@ class Page {
     }
 
     void timeline() {
-        std::vector<std::size_t> shown = chosenRequests(report_, reportTimelineRows);
+        std::vector<std::size_t> shown = chosenRequests(report_, kReportTimelineRows);
         sortByBegin(shown);
         const std::size_t total = report_.table.results().size();
         // Many rows come behind one line, which opens without a script.
-        const bool many = total > openTimelineRows;
+        const bool many = total > kOpenTimelineRows;
         out_ << "<details" << (many ? "" : " open=\"open\"") << ">\n<summary><h2>Timeline</h2></summary>\n";
         if (shown.size() < total) {
             out_ << "<p class=\"note\">All " << total
@@ -210,7 +210,7 @@ class Page {
             const Result& result = report_.table.results()[request];
             const std::string label = requestLabel(*result.key);
             rows.push_back(
-                {escaped(cutToColumns(label, labelColumns, "…")),
+                {escaped(cutToColumns(label, kLabelColumns, "…")),
                  escaped(label) + " (" + htmlText(*result.identifier) + "): " + stateName(result.value),
                  &report_.spans[request]});
         }
@@ -220,17 +220,17 @@ class Page {
     }
 
     void requests() {
-        std::vector<std::size_t> shown = chosenRequests(report_, reportTableRows);
+        std::vector<std::size_t> shown = chosenRequests(report_, kReportTableRows);
         sortByBegin(shown);
         std::stable_partition(shown.begin(), shown.end(), [&](std::size_t request) {
-            return report_.table.results()[request].value != successValue;
+            return report_.table.results()[request].value != kSuccessValue;
         });
         out_ << "<section>\n<h2>Requests</h2>\n";
         if (shown.size() < report_.table.results().size()) {
             out_ << "<p class=\"note\">The table has " << shown.size() << " of "
                  << report_.table.results().size()
                  << " requests: those that did not succeed first, then those that took longest. All of them "
-                    "stand in the results that --json writes.</p>\n";
+                    "are in the results that --json writes.</p>\n";
         }
         out_ << "<div class=\"scroll\"><table>\n<thead><tr><th>State</th><th>Identifier</th><th>Product</th>"
                 "<th>Reason</th><th class=\"time\">Duration</th></tr></thead>\n<tbody>\n";

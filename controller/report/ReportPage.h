@@ -28,8 +28,8 @@ struct RunReport {
 
 /// Rows of the table and of the timeline; of more requests, those that did not succeed come first, then
 /// those that took longest.
-inline constexpr std::size_t reportTableRows = 20000;
-inline constexpr std::size_t reportTimelineRows = 300;
+inline constexpr std::size_t kReportTableRows = 20000;
+inline constexpr std::size_t kReportTimelineRows = 300;
 
 /// Writes the whole page. Errors are the stream's.
 void writeReportPage(std::ostream& out, const RunReport& report);

@@ -2,7 +2,7 @@
 
 namespace zelor::controller {
 
-const char* const reportStyle = R"css(
+const char* const kReportStyle = R"css(
 :root {
   color-scheme: light dark;
   --page: #ffffff; --card: #f6f8fa; --text: #1f2328; --muted: #59636e; --line: #d1d9e0; --grid: #e7ebef;

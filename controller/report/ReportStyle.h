@@ -3,6 +3,6 @@
 namespace zelor::controller {
 
 /// The style sheet of a report: light and dark by the reader's preference, light on paper.
-extern const char* const reportStyle;
+extern const char* const kReportStyle;
 
 }  // namespace zelor::controller

@@ -12,11 +12,11 @@ namespace zelor::controller {
 
 namespace {
 
-constexpr double width = 1080;
-constexpr double labelWidth = 250;
-constexpr double tailWidth = 70;  ///< for the duration behind a row
-constexpr double axisHeight = 26;
-constexpr double leastSpan = 2;
+constexpr double kWidth = 1080;
+constexpr double kLabelWidth = 250;
+constexpr double kTailWidth = 70;  ///< for the duration behind a row
+constexpr double kAxisHeight = 26;
+constexpr double kLeastSpan = 2;
 
 /// A number for an attribute, whatever the locale.
 std::string number(double value) {
@@ -38,13 +38,13 @@ struct Scale {
     double seconds;
     double at(double time) const {
         const double share = seconds > 0 ? std::min(std::max(time / seconds, 0.0), 1.0) : 0;
-        return labelWidth + share * (width - labelWidth - tailWidth);
+        return kLabelWidth + share * (kWidth - kLabelWidth - kTailWidth);
     }
 };
 
 void openPicture(std::ostream& out, double height, const std::string& title) {
     out << "<svg class=\"timeline\" xmlns=\"http://www.w3.org/2000/svg\" role=\"img\" viewBox=\"0 0 "
-        << number(width) << ' ' << number(height) << "\"><title>" << title << "</title>\n";
+        << number(kWidth) << ' ' << number(height) << "\"><title>" << title << "</title>\n";
 }
 
 void writeAxis(std::ostream& out, const Scale& scale, double height) {
@@ -52,7 +52,7 @@ void writeAxis(std::ostream& out, const Scale& scale, double height) {
     const double step = times.size() > 1 ? times[1] : 1;
     for (const double time : times) {
         const std::string x = number(scale.at(time));
-        out << "<line class=\"grid\" x1=\"" << x << "\" x2=\"" << x << "\" y1=\"" << number(axisHeight - 6)
+        out << "<line class=\"grid\" x1=\"" << x << "\" x2=\"" << x << "\" y1=\"" << number(kAxisHeight - 6)
             << "\" y2=\"" << number(height) << "\"/><text class=\"axis\" x=\"" << x << "\" y=\"14\">"
             << axisText(time, step) << "</text>\n";
     }
@@ -60,16 +60,16 @@ void writeAxis(std::ostream& out, const Scale& scale, double height) {
 
 void writeBar(std::ostream& out, const std::string& kind, double from, double to, double y, double height) {
     out << "<rect class=\"" << kind << "\" x=\"" << number(from) << "\" y=\"" << number(y) << "\" width=\""
-        << number(std::max(to - from, leastSpan)) << "\" height=\"" << number(height) << "\" rx=\"1.5\"/>";
+        << number(std::max(to - from, kLeastSpan)) << "\" height=\"" << number(height) << "\" rx=\"1.5\"/>";
 }
 
 /// A dot for success, a cross for failure, a square for what was stopped: shapes beside colours.
 void writeEndMark(std::ostream& out, ProgressValue value, double x, double y, double size) {
     const std::string kind = stateClass(value);
-    if (value == successValue) {
+    if (value == kSuccessValue) {
         out << "<circle class=\"" << kind << "\" cx=\"" << number(x) << "\" cy=\"" << number(y) << "\" r=\""
             << number(size) << "\"/>";
-    } else if (value == abortedValue || !isResult(value)) {
+    } else if (value == kAbortedValue || !isResult(value)) {
         writeBar(out, kind, x - size, x + size, y - size, size * 2);
     } else {
         const std::string left = number(x - size), right = number(x + size), top = number(y - size),
@@ -97,7 +97,7 @@ void writeSpans(std::ostream& out, const std::vector<StateSpan>& spans, const Sc
 void writeRow(std::ostream& out, const TimelineRow& row, const Scale& scale, double y, double height) {
     const double middle = y + height / 2;
     const double bar = std::min(height * 0.55, 12.0);
-    out << "<g><title>" << row.title << "</title><text class=\"label\" x=\"" << number(labelWidth - 14)
+    out << "<g><title>" << row.title << "</title><text class=\"label\" x=\"" << number(kLabelWidth - 14)
         << "\" y=\"" << number(middle + height * 0.18) << "\" font-size=\""
         << number(std::min(height * 0.62, 12.5)) << "\">" << row.label << "</text>";
     writeSpans(out, *row.spans, scale, middle, bar);
@@ -127,12 +127,12 @@ std::string stateClass(ProgressValue value) {
 }
 
 std::vector<double> axisTimes(double seconds, std::size_t most) {
-    static constexpr std::array<double, 22> steps = {0.001, 0.002, 0.005, 0.01, 0.02, 0.05, 0.1, 0.2,
-                                                     0.5,   1,     2,     5,    10,   20,   30,  60,
-                                                     120,   300,   600,   1200, 1800, 3600};
+    static constexpr std::array<double, 22> kSteps = {0.001, 0.002, 0.005, 0.01, 0.02, 0.05, 0.1, 0.2,
+                                                      0.5,   1,     2,     5,    10,   20,   30,  60,
+                                                      120,   300,   600,   1200, 1800, 3600};
     const auto fits = [&](double step) { return seconds / step + 1 <= static_cast<double>(most); };
-    const auto found = std::find_if(steps.begin(), steps.end(), fits);
-    double step = found == steps.end() ? steps.back() : *found;
+    const auto found = std::find_if(kSteps.begin(), kSteps.end(), fits);
+    double step = found == kSteps.end() ? kSteps.back() : *found;
     while (!fits(step))
         step *= 2;
     std::vector<double> times;
@@ -143,61 +143,61 @@ std::vector<double> axisTimes(double seconds, std::size_t most) {
 
 void writeTimeline(std::ostream& out, const std::vector<TimelineRow>& rows, double seconds) {
     const double row = rows.size() <= 40 ? 24 : rows.size() <= 120 ? 17 : 12;
-    const double height = axisHeight + row * static_cast<double>(rows.size()) + 8;
+    const double height = kAxisHeight + row * static_cast<double>(rows.size()) + 8;
     const Scale scale{seconds};
     openPicture(out, height, "States of the requests over time");
     writeAxis(out, scale, height);
     for (std::size_t i = 0; i < rows.size(); ++i)
-        writeRow(out, rows[i], scale, axisHeight + row * static_cast<double>(i), row);
+        writeRow(out, rows[i], scale, kAxisHeight + row * static_cast<double>(i), row);
     out << "</svg>\n";
 }
 
 void writeStateAreas(std::ostream& out, const std::vector<std::vector<StateSpan>>& spans, double seconds) {
-    constexpr std::size_t columns = 240;
-    constexpr double height = 190;
-    constexpr double floor = height - 8;
+    constexpr std::size_t kColumns = 240;
+    constexpr double kHeight = 190;
+    constexpr double kFloor = kHeight - 8;
     // Counts at the end of each column, by area: a request adds itself from the moment that it changes.
     std::array<std::vector<double>, 3> counts;
     for (std::vector<double>& count : counts)
-        count.assign(columns + 2, 0);
+        count.assign(kColumns + 2, 0);
     const auto column = [&](double time) {
         const double share = seconds > 0 ? std::min(std::max(time / seconds, 0.0), 1.0) : 1;
-        return static_cast<std::size_t>(std::ceil(share * columns));
+        return static_cast<std::size_t>(std::ceil(share * kColumns));
     };
     for (const std::vector<StateSpan>& own : spans) {
         for (const StateSpan& span : own) {
             if (span.value == 0) continue;
-            const Area area = span.value == successValue ? Area::succeeded
-                              : isActive(span.value)     ? Area::busy
-                                                         : Area::stopped;
+            const Area area = span.value == kSuccessValue ? Area::succeeded
+                              : isActive(span.value)      ? Area::busy
+                                                          : Area::stopped;
             std::vector<double>& count = counts.at(static_cast<std::size_t>(area));
             count[column(span.begin)] += 1;
             if (&span != &own.back()) count[column(span.end)] -= 1;
         }
     }
     const Scale scale{seconds};
-    openPicture(out, height, "Requests by state over time");
-    writeAxis(out, scale, floor);
+    openPicture(out, kHeight, "Requests by state over time");
+    writeAxis(out, scale, kFloor);
     const double perRequest =
-        (floor - axisHeight) / static_cast<double>(std::max<std::size_t>(spans.size(), 1));
-    std::vector<double> base(columns + 1, 0);
-    static constexpr std::array<const char*, 3> kinds = {"s-success", "s-failed", "s-installing"};
+        (kFloor - kAxisHeight) / static_cast<double>(std::max<std::size_t>(spans.size(), 1));
+    std::vector<double> base(kColumns + 1, 0);
+    static constexpr std::array<const char*, 3> kInds = {"s-success", "s-failed", "s-installing"};
     for (std::size_t area = 0; area < counts.size(); ++area) {
         std::string upper;
         std::string lower;
         double sum = 0;
-        for (std::size_t i = 0; i <= columns; ++i) {
+        for (std::size_t i = 0; i <= kColumns; ++i) {
             sum += counts.at(area)[i];
-            const std::string x = number(scale.at(seconds * static_cast<double>(i) / columns));
-            lower.insert(0, ' ' + x + ',' + number(floor - base[i] * perRequest));
+            const std::string x = number(scale.at(seconds * static_cast<double>(i) / kColumns));
+            lower.insert(0, ' ' + x + ',' + number(kFloor - base[i] * perRequest));
             base[i] += sum;
-            upper += ' ' + x + ',' + number(floor - base[i] * perRequest);
+            upper += ' ' + x + ',' + number(kFloor - base[i] * perRequest);
         }
-        out << "<polygon class=\"" << kinds.at(area) << "\" points=\"" << upper.substr(1) << lower
+        out << "<polygon class=\"" << kInds.at(area) << "\" points=\"" << upper.substr(1) << lower
             << "\"/>\n";
     }
     out << "<line class=\"base\" x1=\"" << number(scale.at(0)) << "\" x2=\"" << number(scale.at(seconds))
-        << "\" y1=\"" << number(floor) << "\" y2=\"" << number(floor) << "\"/></svg>\n";
+        << "\" y1=\"" << number(kFloor) << "\" y2=\"" << number(kFloor) << "\"/></svg>\n";
 }
 
 }  // namespace zelor::controller

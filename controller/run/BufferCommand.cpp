@@ -25,12 +25,12 @@ using Kind = BufferOutcome;
 /// One buffering job from its inputs to its results.
 class Job {
   public:
-    Job(const BufferOptions& options, const Requests& requests, const Place& place)
+    Job(const BufferOptions& options, const Requests& requests, const Paths& paths)
         : options_(options),
           talkFd_(options.json == "-" ? STDERR_FILENO : STDOUT_FILENO),
           usable_(requests.usable()),
           table_(requests.all),
-          manager_(place.installPath) {
+          manager_(paths.installPath) {
         table_.setInvalid(requests.invalid);
         record_.setInvalid(requests);
         manager_.setRunObserver(&record_);
@@ -50,10 +50,10 @@ class Job {
         }
         if (!options_.talk.quiet) problem += writeTalk(talkFd_, summary(counts));
         if (!problem.empty()) std::cerr << "zelor-remediate: " << problem << '\n';
-        if (cancelled) return exitStatus::cancelled;
-        if (!problem.empty()) return exitStatus::outputFailed;
-        if (counts.missing == 0) return exitStatus::allSucceeded;
-        return counts.there > 0 ? exitStatus::someSucceeded : exitStatus::noneSucceeded;
+        if (cancelled) return exitStatus::kCancelled;
+        if (!problem.empty()) return exitStatus::kOutputFailed;
+        if (counts.missing == 0) return exitStatus::kAllSucceeded;
+        return counts.there > 0 ? exitStatus::kSomeSucceeded : exitStatus::kNoneSucceeded;
     }
 
   private:
@@ -98,7 +98,7 @@ class Job {
     }
 
     static bool isUnusable(const Result& result) {
-        return result.value == contentFailedValue || result.value == invalidRequestValue;
+        return result.value == kContentFailedValue || result.value == kInvalidRequestValue;
     }
     static bool isThere(const PatchOutcome& outcome) {
         return outcome.kind == Kind::buffered || outcome.kind == Kind::alreadyBuffered;
@@ -108,7 +108,7 @@ class Job {
         Counts counts;
         for (const PatchOutcome& outcome : record_.outcomes())
             ++(isThere(outcome) ? counts.there : counts.missing);
-        counts.missing += table_.count(contentFailedValue) + table_.count(invalidRequestValue);
+        counts.missing += table_.count(kContentFailedValue) + table_.count(kInvalidRequestValue);
         return counts;
     }
 
@@ -137,7 +137,7 @@ class Job {
     }
 
     std::string summary(const Counts& counts) const {
-        const std::size_t unusable = table_.count(contentFailedValue) + table_.count(invalidRequestValue);
+        const std::size_t unusable = table_.count(kContentFailedValue) + table_.count(kInvalidRequestValue);
         std::string text = std::to_string(counts.there) + (counts.there == 1 ? " patch is" : " patches are") +
                            " in the buffer";
         if (counts.missing > unusable) text += ", " + std::to_string(counts.missing - unusable) + " skipped";
@@ -156,15 +156,15 @@ class Job {
 }  // namespace
 
 int bufferCommand(const BufferOptions& options) {
-    requireSystem(options.place, true);
+    requireSystem(options.paths, true);
     const Requests requests = loadRequests(options.requests);
     checkOutputs({{"--json", options.json}}, options.requests);
-    const Place place = enterPlace(options.place);
-    requireUsableSettings(place);
-    prepareFolders(place, false);
-    const JobLock lock(place, {std::chrono::seconds(options.waitSeconds), options.talk.quiet});
+    const Paths paths = resolvePaths(options.paths);
+    requireUsableSettings(paths);
+    prepareDirectories(paths, false);
+    const JobLock lock(paths, {std::chrono::seconds(options.waitSeconds), options.talk.quiet});
     if (options.talk.verbose) agent::logToStandardError("debug");
-    return Job(options, requests, place).execute();
+    return Job(options, requests, paths).execute();
 }
 
 }  // namespace zelor::controller

@@ -18,8 +18,8 @@ namespace zelor::controller {
 
 namespace {
 
-constexpr std::size_t bufferBytes = std::size_t{1} << 16U;
-constexpr unsigned fileMode = 0644;
+constexpr std::size_t kBufferBytes = std::size_t{1} << 16U;
+constexpr unsigned kFileMode = 0644;
 
 /// Devices, pipes and the like are written in place.
 bool isSpecial(const std::string& path) {
@@ -41,7 +41,7 @@ std::string fill(int fd, const std::string& path, const std::function<void(std::
 }
 
 base::StagedFile stagedFile(const std::string& path) {
-    return base::StagedFile(path, '.' + std::to_string(::getpid()) + ".tmp", fileMode);
+    return base::StagedFile(path, '.' + std::to_string(::getpid()) + ".tmp", kFileMode);
 }
 
 std::string replaceFile(const std::string& path, const std::function<void(std::ostream&)>& write) {
@@ -55,7 +55,8 @@ std::string replaceFile(const std::string& path, const std::function<void(std::o
     }
 }
 
-/// Tells one file from another by device and inode; one that is not there yet by its folder's and its name.
+/// Tells one file from another by device and inode; one that is not there yet by its directory's and its
+/// name.
 using Identity = std::tuple<dev_t, ino_t, std::string>;
 
 /// None for what is no regular file: devices and pipes may be used twice.
@@ -94,7 +95,7 @@ void checkOutput(const std::string& path, const std::string& option) {
 
 }  // namespace
 
-FdBuffer::FdBuffer(int fd) : fd_(fd), room_(bufferBytes, '\0') {
+FdBuffer::FdBuffer(int fd) : fd_(fd), room_(kBufferBytes, '\0') {
     setp(room_.data(), room_.data() + room_.size());
 }
 
@@ -151,7 +152,7 @@ std::string writeTalk(int fd, const std::string& text) {
 
 LineOutput::LineOutput(const std::string& path, const std::string& option) : path_(path), fd_(STDOUT_FILENO) {
     if (path == "-") return;
-    file_ = base::openFile(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOCTTY, fileMode);
+    file_ = base::openFile(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOCTTY, kFileMode);
     if (!file_) throw InputError(option + ": " + cannotWrite(path, errno) + "; choose another file");
     fd_ = file_.get();
 }

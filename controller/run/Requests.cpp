@@ -18,9 +18,9 @@ namespace {
 
 using nlohmann::json;
 
-constexpr std::size_t fileBytesLimit = std::size_t{1} << 30U;
+constexpr std::size_t kFileBytesLimit = std::size_t{1} << 30U;
 
-/// Reads a text and keeps count of its lines, since the parser tells of them in syntax errors alone.
+/// Reads a text and keeps count of its lines, since the parser names them in syntax errors alone.
 class CountingIterator {
   public:
     using iterator_category = std::input_iterator_tag;
@@ -163,7 +163,7 @@ Requests loadRequests(const std::string& path) {
         if (got < 0) throw InputError("cannot read " + name + ": " + base::errorText(errno));
         if (got == 0) break;
         text.append(piece, 0, static_cast<std::size_t>(got));
-        if (text.size() > fileBytesLimit) {
+        if (text.size() > kFileBytesLimit) {
             throw InputError(name + " is larger than 1 GiB; split the requests into several runs");
         }
     }

@@ -21,7 +21,7 @@ struct Requests {
 };
 
 /// The requests in `text`, a JSON object from keys to identifiers. A blank key, a blank identifier and one
-/// that is no string make that request invalid. `name` stands for the text in messages. Throws InputError
+/// that is no string make that request invalid. `name` is the text's name in messages. Throws InputError
 /// that names the line and the remedy for a text of another form and for a key that occurs twice.
 Requests parseRequests(const std::string& text, const std::string& name);
 

@@ -10,12 +10,12 @@ namespace zelor::controller {
 
 namespace {
 
-constexpr std::size_t definedValues = 14;
-constexpr ProgressValue failedValue = 5;
+constexpr std::size_t kDefinedValues = 14;
+constexpr ProgressValue kFailedValue = 5;
 
 }  // namespace
 
-ResultTable::ResultTable(RequestMap requests) : requests_(std::move(requests)), counts_(definedValues) {
+ResultTable::ResultTable(RequestMap requests) : requests_(std::move(requests)), counts_(kDefinedValues) {
     results_.reserve(requests_.size());
     reportKeys_.reserve(requests_.size());
     for (const auto& [key, identifier] : requests_) {
@@ -38,7 +38,7 @@ void ResultTable::setInvalid(const InvalidRequests& invalid) {
 }
 
 std::size_t ResultTable::slot(ProgressValue value) {
-    return value < definedValues ? value : failedValue;
+    return value < kDefinedValues ? value : kFailedValue;
 }
 
 std::size_t ResultTable::count(ProgressValue value) const {
@@ -46,7 +46,7 @@ std::size_t ResultTable::count(ProgressValue value) const {
 }
 
 std::size_t ResultTable::finished() const {
-    return std::accumulate(counts_.begin() + static_cast<std::ptrdiff_t>(successValue), counts_.end(),
+    return std::accumulate(counts_.begin() + static_cast<std::ptrdiff_t>(kSuccessValue), counts_.end(),
                            std::size_t{0});
 }
 
@@ -62,7 +62,7 @@ std::vector<Change> ResultTable::apply(const ProgressMap& progress) {
         changes.push_back({request, value});
     };
     for (const std::size_t request : invalid_)
-        set(request, invalidRequestValue);
+        set(request, kInvalidRequestValue);
     auto reported = progress.begin();
     for (const std::size_t request : byReportKey_) {
         const std::string_view key = reportKeys_[request];

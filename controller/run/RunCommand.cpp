@@ -47,13 +47,13 @@ bool isWritten(const std::string& problem) {
 /// One run from its inputs to its results.
 class Run {
   public:
-    Run(const RunOptions& options, const Requests& requests, const Place& place)
+    Run(const RunOptions& options, const Requests& requests, const Paths& paths)
         : options_(options),
-          place_(place),
+          paths_(paths),
           talkFd_(keepsStandardOutput(options) ? STDERR_FILENO : STDOUT_FILENO),
           usable_(requests.usable()),
           table_(requests.all),
-          manager_(place.installPath) {
+          manager_(paths.installPath) {
         table_.setInvalid(requests.invalid);
         record_.setInvalid(requests);
         manager_.setRunObserver(&record_);
@@ -68,7 +68,7 @@ class Run {
         addProgress();
         agent::startNewRun();
         manager_.setovalIdMap(usable_);
-        manager_.setContentDownloadDir(place_.contentDir);
+        manager_.setContentDownloadDir(paths_.contentDir);
         manager_.setFirstRemediationAfterScan(options_.afterScan);
         std::vector<RunListener*> listeners;
         for (const auto& listener : listeners_)
@@ -84,8 +84,8 @@ class Run {
         listeners_.clear();
         facts_.finished = std::chrono::system_clock::now();
         facts_.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        if (!finish() && !cancelled_) return exitStatus::outputFailed;
-        return runExitStatus(table_.results().size(), table_.count(successValue), cancelled_);
+        if (!finish() && !cancelled_) return exitStatus::kOutputFailed;
+        return runExitStatus(table_.results().size(), table_.count(kSuccessValue), cancelled_);
     }
 
   private:
@@ -124,7 +124,7 @@ class Run {
         facts_.productName = system.productName;
         facts_.productVersion = system.productVersion;
         facts_.platformCpe = system.platformCpe;
-        facts_.repository = agent::withoutCredentials(place_.settings->values().repositoryUrl);
+        facts_.repository = agent::withoutCredentials(paths_.settings->values().repositoryUrl);
         facts_.started = std::chrono::system_clock::now();
     }
 
@@ -138,7 +138,7 @@ class Run {
         if (eventOutput_) written &= isWritten(eventOutput_->problem());
         if (!options_.talk.quiet) {
             const std::string summary = runSummary(table_, valuesBeforeCancel(), flags,
-                                                   place_.settings->values().logFile, facts_.seconds);
+                                                   paths_.settings->values().logFile, facts_.seconds);
             written &= isWritten(writeTalk(talkFd_, summary));
         }
         return written;
@@ -147,7 +147,7 @@ class Run {
     std::vector<ProgressValue> valuesBeforeCancel() const {
         std::vector<ProgressValue> values;
         for (const Result& result : table_.results()) {
-            if (result.value != abortedValue) continue;
+            if (result.value != kAbortedValue) continue;
             const auto before = record_.outcome(result).beforeCancel;
             if (before) values.push_back(before->value);
         }
@@ -164,7 +164,7 @@ class Run {
         });
     }
 
-    /// What was applied stands, whatever becomes of the report.
+    /// What was applied counts, whatever happens to the report.
     std::string writeReport(const RunFlags& flags) const {
         try {
             return makeReport(flags);
@@ -175,14 +175,14 @@ class Run {
 
     std::string makeReport(const RunFlags& flags) const {
         RunReport report{table_, timeline_.spans(table_.results().size()), flags, cancelled_,
-                         facts_, place_.settings->values().logFile,        {},    {}};
+                         facts_, paths_.settings->values().logFile,        {},    {}};
         report.reasonOf = [this](const Result& result) { return record_.reason(result); };
         report.outcomeOf = [this](const Result& result) { return record_.outcome(result); };
         return writeOutput(options_.report, [&](std::ostream& out) { writeReportPage(out, report); });
     }
 
     const RunOptions& options_;
-    const Place& place_;
+    const Paths& paths_;
     int talkFd_;
     RequestMap usable_;
     ResultTable table_;
@@ -198,17 +198,17 @@ class Run {
 }  // namespace
 
 int runCommand(const RunOptions& options) {
-    requireSystem(options.place, true);
+    requireSystem(options.paths, true);
     const Requests requests = loadRequests(options.requests);
     checkOutputs({{"--json", options.json}, {"--events", options.events}, {"--report", options.report}},
                  options.requests);
-    const Place place = enterPlace(options.place);
-    requireUsableSettings(place);
-    checkContentDir(place);
-    prepareFolders(place, true);
-    const JobLock lock(place, {std::chrono::seconds(options.waitSeconds), options.talk.quiet});
+    const Paths paths = resolvePaths(options.paths);
+    requireUsableSettings(paths);
+    checkContentDir(paths);
+    prepareDirectories(paths, true);
+    const JobLock lock(paths, {std::chrono::seconds(options.waitSeconds), options.talk.quiet});
     if (options.talk.verbose) agent::logToStandardError("debug");
-    return Run(options, requests, place).execute();
+    return Run(options, requests, paths).execute();
 }
 
 }  // namespace zelor::controller

@@ -10,7 +10,7 @@ namespace zelor::controller {
 
 namespace {
 
-constexpr std::size_t outputLines = 40;
+constexpr std::size_t kOutputLines = 40;
 
 std::string lastLines(const std::string& text, std::size_t lines) {
     auto start = text.size();
@@ -20,7 +20,7 @@ std::string lastLines(const std::string& text, std::size_t lines) {
 }
 
 bool isFailure(ProgressValue value) {
-    return isResult(value) && value != successValue && value != abortedValue;
+    return isResult(value) && value != kSuccessValue && value != kAbortedValue;
 }
 
 }  // namespace
@@ -28,9 +28,9 @@ bool isFailure(ProgressValue value) {
 void RunRecord::settled(const RequestResult& result) {
     const std::lock_guard<std::mutex> lock(mutex_);
     Entry& entry = entries_[result.key];
-    const bool cancelled = result.value == abortedValue;
+    const bool cancelled = result.value == kAbortedValue;
     if (!cancelled) entry.beforeCancel.reset();
-    if (cancelled && isResult(entry.last.value) && entry.last.value != abortedValue)
+    if (cancelled && isResult(entry.last.value) && entry.last.value != kAbortedValue)
         entry.beforeCancel = EarlierResult{entry.last.value, base::printable(entry.last.reason)};
     std::string output = cancelled ? entry.last.output : result.output;
     entry.last = result;
@@ -43,7 +43,7 @@ void RunRecord::setInvalid(const Requests& requests) {
         RequestResult result;
         result.key = key;
         result.identifier = requests.all.at(key);
-        result.value = invalidRequestValue;
+        result.value = kInvalidRequestValue;
         result.reason = reason;
         settled(result);
     }
@@ -66,7 +66,7 @@ Outcome RunRecord::outcome(const Result& result) const {
     }
     const bool failed =
         isFailure(result.value) || (outcome.beforeCancel && isFailure(outcome.beforeCancel->value));
-    if (failed) outcome.output = lastLines(base::trimmed(entry.last.output), outputLines);
+    if (failed) outcome.output = lastLines(base::trimmed(entry.last.output), kOutputLines);
     return outcome;
 }
 

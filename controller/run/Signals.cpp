@@ -23,8 +23,8 @@ std::atomic<int> wakeFd{-1};
 std::atomic<int> cursorFd{-1};
 static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free);
 
-constexpr std::array<int, 6> handled = {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGTSTP, SIGWINCH};
-std::array<struct sigaction, handled.size()> oldActions;
+constexpr std::array<int, 6> kHandled = {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGTSTP, SIGWINCH};
+std::array<struct sigaction, kHandled.size()> oldActions;
 std::array<int, 2> pipeEnds = {-1, -1};
 
 // Fixed sizes: nothing here may allocate.
@@ -45,7 +45,7 @@ extern "C" void zelorHandleSignal(int signal) {
     if (signal == SIGINT || signal == SIGTERM || signal == SIGHUP) {
         if (endsAsked.fetch_add(1) > 0) {
             showCursor(true);
-            ::_exit(exitStatus::cancelled);
+            ::_exit(exitStatus::kCancelled);
         }
     } else if (signal == SIGTSTP) {
         showCursor(true);
@@ -77,16 +77,16 @@ Signals::Signals() {
     action.sa_handler = &zelorHandleSignal;
     action.sa_flags = SA_RESTART;
     sigemptyset(&action.sa_mask);
-    for (std::size_t i = 0; i < handled.size(); ++i) {
-        ::sigaction(handled.at(i), nullptr, &oldActions.at(i));
-        if (oldActions.at(i).sa_handler == SIG_IGN && handled.at(i) != SIGPIPE) continue;
-        ::sigaction(handled.at(i), &action, nullptr);
+    for (std::size_t i = 0; i < kHandled.size(); ++i) {
+        ::sigaction(kHandled.at(i), nullptr, &oldActions.at(i));
+        if (oldActions.at(i).sa_handler == SIG_IGN && kHandled.at(i) != SIGPIPE) continue;
+        ::sigaction(kHandled.at(i), &action, nullptr);
     }
 }
 
 Signals::~Signals() {
-    for (std::size_t i = 0; i < handled.size(); ++i)
-        ::sigaction(handled.at(i), &oldActions.at(i), nullptr);
+    for (std::size_t i = 0; i < kHandled.size(); ++i)
+        ::sigaction(kHandled.at(i), &oldActions.at(i), nullptr);
     wakeFd = -1;
     for (int& end : pipeEnds) {
         ::close(end);

@@ -21,26 +21,27 @@ namespace {
 
 namespace fs = boost::filesystem;
 
-constexpr char installedRecord[] = "/var/log/zelor/ZelorInstalledPatches.txt";
-constexpr char bufferedList[] = "/bufferdPatchesList.txt";
-constexpr std::size_t listBytesLimit = std::size_t{256} << 20U;
-constexpr std::chrono::seconds toolLimit{30};
+constexpr char kInstalledRecord[] = "/var/log/zelor/ZelorInstalledPatches.txt";
+constexpr char kBufferedList[] = "/bufferdPatchesList.txt";
+constexpr std::size_t kListBytesLimit = std::size_t{256} << 20U;
+constexpr std::chrono::seconds kToolLimit{30};
 
 std::string systemSays(const std::string& option) {
     return base::trimmed(
-        base::runCommand({"/bin/sh", "-c", "sw_vers " + option + " 2>/dev/null"}, false, toolLimit).output);
+        base::runCommand({"/bin/sh", "-c", "sw_vers " + option + " 2>/dev/null"}, false, kToolLimit).output);
 }
 
 std::string textOf(const std::string& path) {
     boost::system::error_code error;
-    return fs::exists(path, error) ? base::readBounded(path, listBytesLimit, base::Links::follow) : "";
+    return fs::exists(path, error) ? base::readBounded(path, kListBytesLimit, base::Links::follow) : "";
 }
 
-/// The files directly inside a folder, by name.
-std::vector<SizedFile> filesIn(const std::string& folder) {
+/// The files directly inside a directory, by name.
+std::vector<SizedFile> filesIn(const std::string& directory) {
     std::vector<SizedFile> files;
     boost::system::error_code error;
-    for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
+    for (fs::directory_iterator entry(directory, error), end; !error && entry != end;
+         entry.increment(error)) {
         boost::system::error_code unreadable;
         if (!fs::is_regular_file(entry->symlink_status(unreadable))) continue;
         const auto bytes = fs::file_size(entry->path(), unreadable);
@@ -51,12 +52,12 @@ std::vector<SizedFile> filesIn(const std::string& folder) {
     return files;
 }
 
-void lookAtBuffer(const Place& place, Status& status) {
-    status.bufferedList = textOf(place.settings->values().unzipFolder + bufferedList);
+void readBuffer(const Paths& paths, Status& status) {
+    status.bufferedList = textOf(paths.settings->values().unzipDirectory + kBufferedList);
     status.buffered = parseBufferedList(status.bufferedList);
-    status.bufferFiles = filesIn(place.settings->values().patchesDir);
+    status.bufferFiles = filesIn(paths.settings->values().patchesDir);
     status.unlisted = status.bufferFiles;
-    status.budgetBytes = remediation::budgetBytes(std::to_string(place.settings->values().patchesDirSizeMB));
+    status.budgetBytes = remediation::budgetBytes(std::to_string(paths.settings->values().patchesDirSizeMB));
     for (const SizedFile& file : status.unlisted)
         status.bufferBytes += file.bytes;
     std::set<std::string> listed;
@@ -91,29 +92,29 @@ SystemIdentity systemIdentity() {
             MacPatchManager::getSystemPlatformCpe()};
 }
 
-Status gatherStatus(const Place& place) {
+Status gatherStatus(const Paths& paths) {
     Status status;
     const SystemIdentity system = systemIdentity();
     status.productName = system.productName;
     status.productVersion = system.productVersion;
     status.platformCpe = system.platformCpe;
-    status.iniFile = place.settings->iniFile();
-    status.settings = place.settings->all();
+    status.iniFile = paths.settings->iniFile();
+    status.settings = paths.settings->all();
     for (agent::Setting& setting : status.settings) {
         if (setting.key == "Repository.Url") setting.value = agent::withoutCredentials(setting.value);
     }
-    status.problems = place.settings->problems();
-    const auto& warnings = place.settings->warnings();
+    status.problems = paths.settings->problems();
+    const auto& warnings = paths.settings->warnings();
     status.problems.insert(status.problems.end(), warnings.begin(), warnings.end());
     status.buildFile = underSystemRoot(MPMBUILDFILE);
     if (const auto build = platform::readIniFile(status.buildFile))
         status.buildPlatform = build->get(MPMPLATFORM, std::string());
-    status.recordFile = underSystemRoot(installedRecord);
+    status.recordFile = underSystemRoot(kInstalledRecord);
     std::istringstream record(textOf(status.recordFile));
     for (std::string line; std::getline(record, line);)
         status.recorded.push_back(line);
-    lookAtBuffer(place, status);
-    status.partial = filesIn(place.installPath + "/partial");
+    readBuffer(paths, status);
+    status.partial = filesIn(paths.installPath + "/partial");
     const auto isNote = [](const SizedFile& file) { return !base::hasEnding(file.name, ".part"); };
     status.partial.erase(std::remove_if(status.partial.begin(), status.partial.end(), isNote),
                          status.partial.end());

@@ -55,7 +55,7 @@ struct Status {
 };
 
 /// Looks at the place and asks the system for its name. Writes nothing but lines of the log.
-Status gatherStatus(const Place& place);
+Status gatherStatus(const Paths& paths);
 
 /// The entries of a buffered-patches list, without their archives.
 std::vector<BufferedPatch> parseBufferedList(const std::string& text);

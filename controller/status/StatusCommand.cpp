@@ -10,9 +10,9 @@ namespace zelor::controller {
 
 int statusCommand(const StatusOptions& options) {
     using nlohmann::ordered_json;
-    requireSystem(options.place, false);
+    requireSystem(options.paths, false);
     checkOutputs({{"--json", options.json}}, "");
-    const Status status = gatherStatus(enterPlace(options.place));
+    const Status status = gatherStatus(resolvePaths(options.paths));
     const bool text = options.json.empty();
     const std::string problem = writeOutput(text ? "-" : options.json, [&](std::ostream& out) {
         if (text) {
@@ -21,8 +21,8 @@ int statusCommand(const StatusOptions& options) {
             out << statusJson(status).dump(2, ' ', false, ordered_json::error_handler_t::replace) << '\n';
         }
     });
-    if (!problem.empty()) throw CommandError(exitStatus::outputFailed, problem);
-    return exitStatus::allSucceeded;
+    if (!problem.empty()) throw CommandError(exitStatus::kOutputFailed, problem);
+    return exitStatus::kAllSucceeded;
 }
 
 }  // namespace zelor::controller

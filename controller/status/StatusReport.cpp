@@ -9,7 +9,7 @@ namespace {
 
 using nlohmann::ordered_json;
 
-constexpr std::size_t recordedShown = 20;
+constexpr std::size_t kRecordedShown = 20;
 
 std::string row(const std::string& name, std::size_t columns, const std::string& value) {
     return "  " + base::printable(name) +
@@ -47,7 +47,7 @@ std::string recordText(const Status& status) {
     std::string text = "\nInstalled: " + countText(status.recorded.size(), "entry") + " in " +
                        base::printable(status.recordFile) + '\n';
     const std::size_t first =
-        status.recorded.size() > recordedShown ? status.recorded.size() - recordedShown : 0;
+        status.recorded.size() > kRecordedShown ? status.recorded.size() - kRecordedShown : 0;
     if (first > 0) text += "  ... " + std::to_string(first) + " before (all with --json)\n";
     for (std::size_t i = first; i < status.recorded.size(); ++i)
         text += "  " + base::printable(status.recorded[i]) + '\n';

@@ -92,8 +92,8 @@ void printChanges(const std::map<std::string, unsigned long>& now,
 int remediate(const Arguments& arguments) {
     const std::string contentDir = underSystemRoot("/var/zelor/content");
     const std::string installPath = underSystemRoot("/opt/zelor");
-    for (const auto& folder : {installPath, underSystemRoot("/var/log/zelor")}) {
-        boost::filesystem::create_directories(folder);
+    for (const auto& directory : {installPath, underSystemRoot("/var/log/zelor")}) {
+        boost::filesystem::create_directories(directory);
     }
 
     Reasons reasons;  // outlives the run

@@ -1,4 +1,4 @@
-// An agent of one's own: every collaborator that the library calls, with a plain folder for a repository.
+// An agent of one's own: every collaborator that the library calls, with a plain directory for a repository.
 //
 // Below the system root:
 //   /srv/repository/content/<identifier>.ini   what remediates one finding: keys platform, product, eri,
@@ -6,8 +6,8 @@
 //   /srv/repository/patches/<stem>.tar         the file that `patch` names, and <stem>.sig beside it
 //   /etc/zelor/repository.pem                  the key that the signatures are checked with
 //
-// Content is taken as trusted here, since the folder is local and root's. An agent that fetches it checks a
-// signature on it as well.
+// Content is taken as trusted here, since the directory is local and root's. An agent that fetches it checks
+// a signature on it as well.
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -109,7 +109,7 @@ parseOnlyMetadata readContent(const std::string& platform, const std::string& pr
     return metadata;
 }
 
-// Copies in pieces, so that the library can interrupt it and a rate can be kept; 0 stands for no rate. A
+// Copies in pieces, so that the library can interrupt it and a rate can be kept; 0 means no rate. A
 // piece of a limited copy takes a tenth of a second.
 bool copyAtRate(const std::string& source, const std::string& destination, unsigned long bytesPerSecond) {
     std::ifstream from(source, std::ios::binary);
@@ -226,7 +226,7 @@ int RemediationResourceDownloader::getResource(std::string stem, std::string& ar
 
 DownloadManager::DownloadManager(std::string /*installPath*/, bool /*useProxy*/) {}
 
-// The repository is a local folder: there is no line to share, and a disk's usual speed stands for one.
+// The repository is a local directory: there is no line to share, so a disk's usual speed is used.
 unsigned long DownloadManager::GetDownloadSpeed(int& status) {
     status = 200;
     return 100000000UL;
@@ -235,7 +235,7 @@ unsigned long DownloadManager::GetDownloadSpeed(int& status) {
 ZipUtils::ZipUtils() = default;
 ZipUtils::~ZipUtils() = default;
 
-// tar refuses names that leave the folder.
+// tar refuses names that leave the directory.
 bool ZipUtils::Unzip(char* archivePath, char* destinationDir) {
     return succeeds({"tar", "-x", "-f", archivePath, "-C", destinationDir});
 }

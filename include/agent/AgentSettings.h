@@ -12,7 +12,7 @@
 namespace zelor::agent {
 
 /// The agent's own ini file, before the system root.
-inline constexpr const char* agentIniFile = "/etc/zelor/zelor.ini";
+inline constexpr const char* kAgentIniFile = "/etc/zelor/zelor.ini";
 
 struct SettingEntry;
 
@@ -25,7 +25,7 @@ struct Settings {
     std::string installPath;
     std::string repositoryUrl;  ///< as in the file, "" when it names none
     std::string trustedKey;     ///< "" when the file names none
-    std::string unzipFolder;
+    std::string unzipDirectory;
     std::string patchesDir;
     std::uint32_t patchesDirSizeMB = 0;
     std::uint32_t speedPercent = 0;

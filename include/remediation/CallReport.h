@@ -17,8 +17,8 @@ namespace zelor {
 class ZELOR_API CallReport {
   public:
     /// The most bytes that are kept of a reason (its start) and of an output (its end).
-    static constexpr std::size_t reasonBytes = 4096;
-    static constexpr std::size_t outputBytes = 4096;
+    static constexpr std::size_t kReasonBytes = 4096;
+    static constexpr std::size_t kOutputBytes = 4096;
 
     /// Bytes of a download so far and in all (0: not known).
     using TransferSink = std::function<void(std::uint64_t done, std::uint64_t total)>;

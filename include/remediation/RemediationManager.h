@@ -101,7 +101,8 @@ class ZELOR_API RemediationManager {
     bool getScanNeeded();
     /// True when a remediation failed and none succeeded.
     bool getAllRemFailed();
-    /// A snapshot of every request's progress, by key. A key "X||Y" whose Y contains "oval:" stands under X.
+    /// A snapshot of every request's progress, by key. A key "X||Y" whose Y contains "oval:" is stored under
+    /// X.
     std::map<std::string, unsigned long> getRemediationProgressMap();
     /// Replaces every progress entry.
     void setRemediationProgressMap(std::map<std::string, unsigned long> progress);
@@ -132,7 +133,7 @@ class ZELOR_API RemediationManager {
 
     /// Records a state. 4 and 5 to 11 pass through the collective rule first.
     void insertRemProgressInMap(std::string key, REM_PROGRESS progress);
-    /// For a CPE that needs several remediations: `store` tells whether there is a result to record, `result`
+    /// For a CPE that needs several remediations: `store` says whether there is a result to record, `result`
     /// which.
     void evaluateCollectiveResult(std::string key, REM_PROGRESS progress, bool* store, REM_PROGRESS* result);
     /// Gives 7 to every request that became a row of the run.
@@ -165,7 +166,7 @@ class ZELOR_API RemediationManager {
     // Fetch, records, buffering (steps of the run, except bufferPatches)
 
     /// Gets the named file into the content directory, from the buffer or the repository, and checks its
-    /// signature. Returns its path, or "" on any failure. `usedBufferedCopy` tells whether the buffered
+    /// signature. Returns its path, or "" on any failure. `usedBufferedCopy` says whether the buffered
     /// archive was taken.
     std::string getFileFromRepo(std::string fileName, std::string remKey, std::string bufferMatch,
                                 bool& usedBufferedCopy);

@@ -5,10 +5,10 @@
 /// The shell commands that install, as text.
 namespace zelor::platform {
 
-inline constexpr char listUpdatesCommand[] = "softwareupdate -l 2>&1";
-inline constexpr char productVersionCommand[] = "sw_vers -productVersion";
+inline constexpr char kListUpdatesCommand[] = "softwareupdate -l 2>&1";
+inline constexpr char kProductVersionCommand[] = "sw_vers -productVersion";
 /// Where disk images are mounted, below the system root.
-inline constexpr char diskImageMountPoint[] = "/var/zelor/mountpoint";
+inline constexpr char kDiskImageMountPoint[] = "/var/zelor/mountpoint";
 
 std::string installUpdateCommand(const std::string& label);
 std::string installPackageCommand(const std::string& packagePath);
@@ -19,7 +19,7 @@ std::string silentInstallerCommand(const std::string& bundlePath, const std::str
 /// Runs the installer that was found in a bundle.
 std::string bundleInstallerCommand(const std::string& installerPath);
 
-/// How each of them went, by its output: the exit statuses do not tell.
+/// How each of them went, by its output: the exit statuses do not say.
 bool packageWasInstalled(const std::string& output);
 bool bundleInstallerSucceeded(const std::string& output);
 bool imageWasEjected(const std::string& output);

@@ -10,7 +10,7 @@ namespace zelor::platform {
 
 namespace {
 
-constexpr std::array installerKinds = {
+constexpr std::array kInstallerKinds = {
     InstallerKind{"app", ".app", InstallMethod::copyBundle, false},
     InstallerKind{"pkg", ".pkg", InstallMethod::installPackage, true},
     InstallerKind{"dmg", ".dmg", InstallMethod::mountImage, true},
@@ -18,8 +18,8 @@ constexpr std::array installerKinds = {
 
 template <class Condition>
 const InstallerKind* firstKind(Condition condition) {
-    const auto* const found = std::find_if(installerKinds.begin(), installerKinds.end(), condition);
-    return found == installerKinds.end() ? nullptr : found;
+    const auto* const found = std::find_if(kInstallerKinds.begin(), kInstallerKinds.end(), condition);
+    return found == kInstallerKinds.end() ? nullptr : found;
 }
 
 std::string joined(const std::vector<std::string>& words) {
@@ -55,15 +55,15 @@ const InstallerKind* kindOnImage(const std::string& fileName) {
 
 std::string installableText() {
     std::vector<std::string> markers;
-    markers.reserve(installerKinds.size());
-    for (const InstallerKind& kind : installerKinds)
+    markers.reserve(kInstallerKinds.size());
+    for (const InstallerKind& kind : kInstallerKinds)
         markers.emplace_back(kind.marker);
     return joined(markers);
 }
 
 std::string installableOnImageText() {
     std::vector<std::string> markers;
-    for (const InstallerKind& kind : installerKinds)
+    for (const InstallerKind& kind : kInstallerKinds)
         if (kind.method != InstallMethod::mountImage) markers.emplace_back(kind.marker);
     return joined(markers);
 }

@@ -81,5 +81,5 @@ std::string MacPatchManager::getCmdlineOutput(std::string command) {
 std::vector<std::string> MacPatchManager::getOsCmdline(std::string command) {
     const zelor::base::CommandResult result = zelor::platform::runShell(command);
     if (!result.started) zlog::debug("[MacPatchManager] (getOsCmdline) Invalid Command");
-    return zelor::platform::starredLines(result.output, zelor::platform::listingPiece);
+    return zelor::platform::starredLines(result.output, zelor::platform::kListingPiece);
 }

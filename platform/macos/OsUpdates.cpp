@@ -65,9 +65,9 @@ bool hasEmptyCandidate(const UpdateSelection& selection) {
 
 int MacPatchManager::installOSPatch(std::string packageName) {
     zlog::info(" [MacPatchManager] Install OS Patch, PackageName = ", zelor::base::trimmed(packageName));
-    const std::vector<std::string> listing = getOsCmdline(zelor::platform::listUpdatesCommand);
+    const std::vector<std::string> listing = getOsCmdline(zelor::platform::kListUpdatesCommand);
     const UpdateSelection selection = zelor::platform::selectUpdates(
-        listing, packageName, [this] { return getCmdlineOutput(zelor::platform::productVersionCommand); });
+        listing, packageName, [this] { return getCmdlineOutput(zelor::platform::kProductVersionCommand); });
     const std::vector<UpdateStep> steps = zelor::platform::updateSteps(selection);
     if (steps.empty()) {
         zlog::error("[MacPatchManager] Cant get os application name!!!");

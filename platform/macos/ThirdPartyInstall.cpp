@@ -5,7 +5,7 @@
 
 #include "base/Strings.h"
 #include "base/SystemRoot.h"
-#include "base/TrustedFolder.h"
+#include "base/TrustedDirectory.h"
 #include "platform/Log.h"
 #include "platform/macos/InstallCommands.h"
 #include "platform/macos/InstallerKinds.h"
@@ -31,7 +31,7 @@ std::string mountPointProblem(const std::string& mountPoint) {
     const bool known =
         lstat(mountPoint.c_str(), &here) == 0 && stat((mountPoint + "/..").c_str(), &above) == 0;
     if (known && S_ISDIR(here.st_mode) && here.st_dev != above.st_dev) return "";  // an image still in use
-    return zelor::base::prepareFolder(mountPoint);
+    return zelor::base::prepareDirectory(mountPoint);
 }
 
 void reportFailure(const std::string& output) {
@@ -76,7 +76,7 @@ int MacPatchManager::pkgInstallation(std::string pkgPath) {
 int MacPatchManager::dmgInstallation(std::string dmgPath, std::string packageName) {
     (void)packageName;
     const std::lock_guard<std::mutex> lock(mountPointMutex());
-    const std::string mountPoint = underSystemRoot(zelor::platform::diskImageMountPoint);
+    const std::string mountPoint = underSystemRoot(zelor::platform::kDiskImageMountPoint);
     const std::string detach = zelor::platform::detachCommand(mountPoint);
     getCmdlineOutput(detach);  // clears what an earlier run left mounted
     const std::string problem = mountPointProblem(mountPoint);
@@ -130,16 +130,16 @@ int MacPatchManager::appInstaller(std::string appPath) {
     zlog::info("[MacPatchManager] (Install3rdParty) Installing .app Application");
     std::string command;
     if (silentModeOption_.empty()) {
-        const std::string folder = appPath + "/Contents/MacOS/";
-        const std::vector<std::string> names = listFilesInDirectory(folder);
+        const std::string directory = appPath + "/Contents/MacOS/";
+        const std::vector<std::string> names = listFilesInDirectory(directory);
         const auto first = std::find_if(names.begin(), names.end(),
                                         [](const std::string& name) { return name != "." && name != ".."; });
         if (first == names.end()) {
-            zlog::error("[MacPatchManager] (Install3rdParty) The bundle has no installer in ", folder);
-            zelor::CallReport::addReason("the bundle has no installer in " + folder);
+            zlog::error("[MacPatchManager] (Install3rdParty) The bundle has no installer in ", directory);
+            zelor::CallReport::addReason("the bundle has no installer in " + directory);
             return -1;
         }
-        command = zelor::platform::bundleInstallerCommand(folder + *first);
+        command = zelor::platform::bundleInstallerCommand(directory + *first);
     } else {
         command = zelor::platform::silentInstallerCommand(appPath, silentModeOption_);
     }

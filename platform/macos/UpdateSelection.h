@@ -50,7 +50,7 @@ std::vector<UpdateStep> updateSteps(const UpdateSelection& selection);
 UpdateOutcome updateOutcome(const std::string& output);
 
 /// The listing is judged in the pieces that a line buffer of 2,000 bytes with its terminator holds.
-inline constexpr std::size_t listingPiece = 1999;
+inline constexpr std::size_t kListingPiece = 1999;
 
 /// The lines of `output` that contain "*", line ends included, a line in pieces of at most `pieceSize` bytes.
 std::vector<std::string> starredLines(const std::string& output, std::size_t pieceSize);

@@ -47,7 +47,7 @@ bool ConfigurationPhase::applyRequest(remediateMetadata& row) {
     return true;
 }
 
-// The first block that does not succeed decides. False when there is no result to record; `stop` then tells
+// The first block that does not succeed decides. False when there is no result to record; `stop` then says
 // whether that is because the whole run was cancelled.
 bool ConfigurationPhase::fetchAndRunScripts(remediateMetadata& row, int& result, bool& stop) {
     const std::string key = row.getCombinedCpes();

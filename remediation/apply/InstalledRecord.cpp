@@ -11,7 +11,7 @@
 
 #include "base/Files.h"
 #include "base/Strings.h"
-#include "base/TrustedFolder.h"
+#include "base/TrustedDirectory.h"
 #include "platform/Log.h"
 
 namespace zelor::remediation {

@@ -9,7 +9,7 @@
 namespace zelor::remediation {
 
 /// The lines of the installed-patches record. They are kept as long as the file is as this object read or
-/// left it, which one stat(2) tells; a file that anybody else changed is read whole again. One thread at a
+/// left it, which one stat(2) shows; a file that anybody else changed is read whole again. One thread at a
 /// time.
 class InstalledRecord {
   public:

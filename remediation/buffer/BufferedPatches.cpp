@@ -17,7 +17,7 @@
 #include "collaborators/ConfigurationManager.h"
 #include "platform/Log.h"
 #include "remediation/CallReport.h"
-#include "remediation/buffer/BufferFolders.h"
+#include "remediation/buffer/BufferDirectories.h"
 #include "remediation/fetch/PatchName.h"
 
 namespace zelor::remediation {
@@ -29,7 +29,7 @@ namespace {
 constexpr char kSeparator = fs::path::preferred_separator;
 constexpr char kTemporaryName[] = "newTempFile";
 
-std::string unzipFolderFile(const std::string& name) {
+std::string unzipDirectoryFile(const std::string& name) {
     return ConfigurationManager::GetInstance("")->getUnzipFileFolder() + kSeparator + name;
 }
 
@@ -44,8 +44,8 @@ std::string archiveOf(const std::string& patchName) {
 void replaceList(const std::string& listPath, const std::string& temporaryPath, const std::string& lines) {
     const base::UniqueFd temporary = base::openFile(temporaryPath, O_RDWR | O_APPEND | O_CREAT | O_NOFOLLOW);
     if (!temporary) fail("cannot open the temporary list");
-    // A rewrite that was killed may have left a torn last line; its line still stands in the list.
-    if (!base::cutTornEnd(temporary.get())) fail("cannot mend the temporary list");
+    // A rewrite that was killed may have left a torn last line; its line is still in the list.
+    if (!base::cutTornEnd(temporary.get())) fail("cannot repair the temporary list");
     const off_t before = lseek(temporary.get(), 0, SEEK_END);
     if (base::writeAll(temporary.get(), lines) && base::flushToDisk(temporary.get()) &&
         std::rename(temporaryPath.c_str(), listPath.c_str()) == 0) {
@@ -53,7 +53,7 @@ void replaceList(const std::string& listPath, const std::string& temporaryPath, 
         return;
     }
     const int error = errno;
-    // The lines still stand in the list, and must not stand there twice after the next rewrite.
+    // The lines are still in the list, and must not be duplicated by the next rewrite.
     const int undone = before > 0 ? ftruncate(temporary.get(), before) : unlink(temporaryPath.c_str());
     errno = error;
     fail(undone == 0 ? "cannot rewrite the list" : "cannot rewrite the list, nor take the attempt back");
@@ -68,7 +68,7 @@ std::string wholeFile(const std::string& path) {
 }  // namespace
 
 std::string BufferedPatches::listPath() const {
-    return unzipFolderFile(listName_);
+    return unzipDirectoryFile(listName_);
 }
 
 std::string BufferedPatches::archivePath(const std::string& stem) {
@@ -81,11 +81,11 @@ bool BufferedPatches::has(const std::string& patchName, const std::string& md5su
     try {
         // The directories are judged before what they hold is read, and before it is used.
         if (!list_.isCurrent(listPath)) {
-            if (!bufferFoldersAreOurs()) return false;
+            if (!bufferDirectoriesAreOurs()) return false;
             list_.read(listPath);
         }
         return list_.hasEntry(patchName, md5sum) && fs::exists(archiveOf(patchName)) &&
-               bufferFoldersAreOurs();
+               bufferDirectoriesAreOurs();
     } catch (const std::exception&) {
         log::debug(
             "[Remediation Manager] (patchIsAlreadyBuffered) Reading bufferedPatchesList.txt threw "
@@ -96,7 +96,7 @@ bool BufferedPatches::has(const std::string& patchName, const std::string& md5su
 
 void BufferedPatches::add(const std::string& patchName, const std::string& md5sum,
                           const std::string& listPath) {
-    if (!bufferFoldersAreOurs()) {
+    if (!bufferDirectoriesAreOurs()) {
         CallReport::addReason("the buffer's directories can be changed by other users");
         return;
     }
@@ -128,7 +128,7 @@ void BufferedPatches::removeEntry(const std::string& patchName) {
                        " has no end; it counts as it stands.");
         if (damage.damagedLines)
             log::error("[Remediation Manager] ", path, " had damaged lines; they are left out.");
-        replaceList(path, unzipFolderFile(kTemporaryName), lines);
+        replaceList(path, unzipDirectoryFile(kTemporaryName), lines);
     } catch (const std::exception& problem) {
         log::debug(
             "[Remediation Manager] (removeEntryFromBufferedPatchesFile) Exception while removing entry from "
@@ -140,7 +140,7 @@ void BufferedPatches::removeEntry(const std::string& patchName) {
 void BufferedPatches::discard(const std::string& patchName, const std::string& installedFile) {
     log::debug("[Remediation Manager] Inside cleanupBufferedPatch: patchName = ", patchName,
                ", patchfiledownloaded = ", installedFile);
-    if (!bufferFoldersAreOurs()) return;
+    if (!bufferDirectoriesAreOurs()) return;
     if (whyUnsafeFileName(patchName).empty()) {
         boost::system::error_code error;
         fs::remove(archiveOf(patchName), error);

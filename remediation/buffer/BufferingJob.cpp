@@ -9,7 +9,7 @@
 #include "remediation/CallReport.h"
 #include "remediation/RecordAccess.h"
 #include "remediation/buffer/BufferBudget.h"
-#include "remediation/buffer/BufferFolders.h"
+#include "remediation/buffer/BufferDirectories.h"
 #include "remediation/fetch/PatchName.h"
 
 namespace zelor::remediation {
@@ -57,7 +57,7 @@ void BufferingJob::buffer(std::vector<remediateMetadata>& rows) {
 
 // False when the job is to end. A collaborator may throw boost::thread_interrupted.
 bool BufferingJob::bufferRows(std::vector<remediateMetadata>& rows) {
-    if (!bufferFoldersAreOurs()) return true;
+    if (!bufferDirectoriesAreOurs()) return true;
     for (remediateMetadata& request : rows) {
         // The system's own updater fetches OS updates; they have no archive.
         if (!RecordAccess::creEriDataPresent(request) || RecordAccess::osRemediation(request)) continue;

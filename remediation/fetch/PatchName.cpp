@@ -22,7 +22,7 @@ PatchName cutFourCharacters(const std::string& fileName) {
 }
 
 std::string whyUnsafeFileName(const std::string& fileName) {
-    if (fileName == "." || fileName == "..") return "it names a folder";
+    if (fileName == "." || fileName == "..") return "it names a directory";
     if (base::contains(fileName, "/")) return "it holds a path separator";
     if (base::hasControlCharacter(fileName)) return "it holds a control character";
     return "";

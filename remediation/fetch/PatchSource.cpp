@@ -5,7 +5,7 @@
 #include <memory>
 #include <vector>
 
-#include "base/TrustedFolder.h"
+#include "base/TrustedDirectory.h"
 #include "collaborators/FileSignVerifier.h"
 #include "collaborators/ZipUtils.h"
 #include "platform/Log.h"
@@ -50,7 +50,7 @@ FetchedFile PatchSource::fetch(const std::string& fileName, const std::string& k
         events_.failed(key, "the file name '" + fileName + "' is refused: " + unsafe);
         return file;
     }
-    const std::string problem = base::prepareFolder(contentDirectory_);
+    const std::string problem = base::prepareDirectory(contentDirectory_);
     if (!problem.empty()) {
         log::error(" [Remediation Manager] Inside getFileFromRepo: The content directory '",
                    contentDirectory_, "' is refused: ", problem);

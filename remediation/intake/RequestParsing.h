@@ -7,7 +7,7 @@
 /// Decisions on the text of a request's key.
 namespace zelor::remediation {
 
-/// The key under which progress is stored: "X||Y" stands under X when Y contains "oval:", else as it is.
+/// The key under which progress is stored: "X||Y" is stored under X when Y contains "oval:", else as it is.
 std::string progressKey(const std::string& requestKey);
 
 /// What the (trimmed) key of a request names.

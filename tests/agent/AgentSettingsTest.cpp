@@ -87,7 +87,7 @@ TEST_F(AgentSettingsTest, UnusableFilesGiveAllDefaultsAndOneProblem) {
     struct Case {
         const char* name;
         std::string text;
-        const char* told;
+        const char* reported;
     };
     const Case cases[] = {
         {"no section end", "[Buffer\nSpeedPercent = 40\n", "line 1"},
@@ -101,8 +101,8 @@ TEST_F(AgentSettingsTest, UnusableFilesGiveAllDefaultsAndOneProblem) {
         EXPECT_EQ(valueOf(*settings, "Buffer.SpeedPercent"), "25");
         const std::string problems = problemsOf(*settings);
         EXPECT_THAT(problems, HasSubstr(settings->iniFile()));
-        EXPECT_THAT(problems, HasSubstr(c.told));
-        EXPECT_THAT(problemsOf(*settings), IsEmpty()) << "told once";
+        EXPECT_THAT(problems, HasSubstr(c.reported));
+        EXPECT_THAT(problemsOf(*settings), IsEmpty()) << "reported once";
     }
     EXPECT_THAT(problemsOf(*AgentSettings::load(root / "none.ini")), HasSubstr("No such file"));
     EXPECT_THAT(problemsOf(*AgentSettings::load(root / "etc")), HasSubstr("not a regular file"));
@@ -218,9 +218,9 @@ TEST_F(AgentSettingsTest, CurrentFollowsTheFileAndTheRootAndLogsAProblemOnce) {
     AgentSettings::current();
     AgentSettings::current();
     const std::string log = logText();
-    const auto told = log.find("[AgentSettings]");
-    EXPECT_NE(told, std::string::npos);
-    EXPECT_EQ(log.find("[AgentSettings]", told + 1), std::string::npos) << log;
+    const auto reported = log.find("[AgentSettings]");
+    EXPECT_NE(reported, std::string::npos);
+    EXPECT_EQ(log.find("[AgentSettings]", reported + 1), std::string::npos) << log;
 
     const TempDir other;
     writeFile(other / "etc/zelor/zelor.ini", "[Buffer]\nSpeedPercent = 60\n");

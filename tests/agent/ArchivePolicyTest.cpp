@@ -56,7 +56,7 @@ TEST(ArchivePolicy, LinksLeadInside) {
         {"l", "../a", false},
         {"d/l", "../../a", false},
         {"d/l", "./.././../a", false},
-        // The folder may be a link itself, and ".." starts from where that leads.
+        // The directory may be a link itself, and ".." starts from where that leads.
         {"l", "d/..", false},
         {"d/l", "../e/../../a", false},
         {"l", std::string(5000, 'n'), false},
@@ -73,12 +73,12 @@ TEST(ArchivePolicy, TheTightestRuleBoundsTheUnpackedSize) {
     limits.freeMargin = 100;
     limits.ratio = 10;
     limits.ratioAllowance = 5;
-    constexpr std::uint64_t huge = ~0ULL;
-    EXPECT_EQ(unpackedAllowance(huge, huge, limits).bytes, 1000000U);
-    EXPECT_EQ(unpackedAllowance(7, huge, limits).bytes, 75U);
+    constexpr std::uint64_t kHuge = ~0ULL;
+    EXPECT_EQ(unpackedAllowance(kHuge, kHuge, limits).bytes, 1000000U);
+    EXPECT_EQ(unpackedAllowance(7, kHuge, limits).bytes, 75U);
     EXPECT_EQ(unpackedAllowance(100, 300, limits).bytes, 200U);
     EXPECT_EQ(unpackedAllowance(100, 99, limits).bytes, 0U);
-    EXPECT_NE(unpackedAllowance(7, huge, limits).rule, unpackedAllowance(100, 300, limits).rule);
+    EXPECT_NE(unpackedAllowance(7, kHuge, limits).rule, unpackedAllowance(100, 300, limits).rule);
 }
 
 }  // namespace

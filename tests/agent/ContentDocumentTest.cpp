@@ -9,15 +9,15 @@ namespace {
 
 using testing::HasSubstr;
 
-const std::string id = "CVE-2014-4459";
+const std::string kId = "CVE-2014-4459";
 
 std::string wrap(const std::string& inside) {
-    return "<remediation identifier=\"" + id + "\">" + inside + "</remediation>";
+    return "<remediation identifier=\"" + kId + "\">" + inside + "</remediation>";
 }
 
 std::string problemOf(const std::string& xml) {
     try {
-        ContentDocument::parse(xml, id);
+        ContentDocument::parse(xml, kId);
         return "";
     } catch (const std::runtime_error& e) {
         return e.what();
@@ -48,11 +48,11 @@ TEST(ContentDocumentTest, EveryFieldFindsItsPlace) {
     </eri>
     <eri id="ERI-2" reboot="yes"/>
   </cre>)"),
-                               id);
+                               kId);
     const creEriParsedData* found = document.find("cpe:/o:apple:mac_os_x", "cpe:/a:example:editor");
     ASSERT_NE(found, nullptr);
     creEriParsedData entry = *found;
-    EXPECT_EQ(entry.getCve(), id);
+    EXPECT_EQ(entry.getCve(), kId);
     EXPECT_EQ(entry.getCce(), "");
     EXPECT_EQ(entry.getCreId(), "CRE-7001");
     EXPECT_EQ(entry.getEriIds(), (std::vector<std::string>{"ERI-1", "ERI-2"}));
@@ -77,7 +77,7 @@ TEST(ContentDocumentTest, TheFirstEntryThatFitsIsTaken) {
     const ContentDocument document =
         ContentDocument::parse(wrap("<cre id='1' platform='o1' product='a1'/><cre id='2' platform='o1'/>"
                                     "<cre id='3' product='a3'/><cre id='4' platform='o4' product=''/>"),
-                               id);
+                               kId);
     const auto creFor = [&](const std::string& platform, const std::string& product) {
         const creEriParsedData* entry = document.find(platform, product);
         return entry == nullptr ? "none" : creEriParsedData(*entry).getCreId();

@@ -17,7 +17,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-const std::string id = "CVE-2014-4459";
+const std::string kId = "CVE-2014-4459";
 
 struct CreCacherTest : testing::Test {
     test::TempDir root;
@@ -31,23 +31,23 @@ struct CreCacherTest : testing::Test {
                         "[Repository]\nUrl = " + server.url() + "/\nTrustedKey = /etc/zelor/key.pem\n");
     }
 
-    static std::string content(const std::string& cre, const std::string& identifier = id) {
+    static std::string content(const std::string& cre, const std::string& identifier = kId) {
         return "<remediation identifier=\"" + identifier + "\"><cre id=\"" + cre +
                "\" platform=\"o\"><eri id=\"E\"/></cre></remediation>";
     }
     void publish(const std::string& xml) {
-        server.publish("content/" + id + ".xml", xml);
-        server.publish("content/" + id + ".xml.sig", key.sign(xml));
+        server.publish("content/" + kId + ".xml", xml);
+        server.publish("content/" + kId + ".xml.sig", key.sign(xml));
     }
     /// The CRE that the cache hands out, "failed" when none.
-    std::string creOf(const std::string& identifier = id, const std::string& platform = "o") {
+    std::string creOf(const std::string& identifier = kId, const std::string& platform = "o") {
         parseOnlyMetadata metadata = cacher()->getCre(platform, "a", identifier);
         return metadata.getParsingFailed() ? "failed" : metadata.getcreEriData().getCreId();
     }
     CreCacher* cacher() { return CreCacher::GetInstance(root / "opt/zelor/", "o"); }
-    void forget() { cacher()->removeCreFromCache("o", "a", id); }
+    void forget() { cacher()->removeCreFromCache("o", "a", kId); }
     std::string kept(const std::string& suffix = ".xml") {
-        return root / ("opt/zelor/content/" + id + suffix);
+        return root / ("opt/zelor/content/" + kId + suffix);
     }
     std::vector<int> statuses() {
         std::vector<int> all;
@@ -63,7 +63,7 @@ TEST_F(CreCacherTest, ContentIsFetchedOnceAndConfirmedOncePerRun) {
     EXPECT_EQ(creOf(), "one");
     EXPECT_THAT(statuses(), ElementsAre(200, 200));
     EXPECT_EQ(creOf(), "one");
-    EXPECT_EQ(creOf(id, "other"), "failed");
+    EXPECT_EQ(creOf(kId, "other"), "failed");
     EXPECT_THAT(statuses(), IsEmpty());
     EXPECT_THAT(logText(), HasSubstr("no cre for platform 'other'"));
     startNewRun();
@@ -87,8 +87,8 @@ TEST_F(CreCacherTest, EveryCallThatFailsSaysWhy) {
     const struct {
         std::string identifier, platform, reason;
     } calls[] = {
-        {id, "o", ""},
-        {id, "other", "no cre for platform 'other'"},
+        {kId, "o", ""},
+        {kId, "other", "no cre for platform 'other'"},
         {"CVE-404", "o", "the repository answered 404; publish the content there"},
         {"CVE-404", "o", "the repository answered 404; publish the content there"},  // from memory
         {"CVE/1", "o", "an identifier has at most"},
@@ -121,7 +121,7 @@ TEST_F(CreCacherTest, TheCopyOnDiskSparesTheTransferAndServesWhenNobodyAnswers) 
     server.stop();
     EXPECT_EQ(creOf(), "one");
     forget();
-    cacher()->removeCreFile("o", "a", id);
+    cacher()->removeCreFile("o", "a", kId);
     EXPECT_FALSE(boost::filesystem::exists(kept()));
     EXPECT_FALSE(boost::filesystem::exists(kept(".xml.sig")));
     EXPECT_EQ(creOf(), "failed");
@@ -152,7 +152,7 @@ TEST_F(CreCacherTest, WithdrawnContentIsForgotten) {
     publish(content("one"));
     EXPECT_EQ(creOf(), "one");
     startNewRun();
-    server.withdraw("content/" + id + ".xml");
+    server.withdraw("content/" + kId + ".xml");
     EXPECT_EQ(creOf(), "failed");
     EXPECT_FALSE(boost::filesystem::exists(kept()));
     EXPECT_EQ(creOf(), "failed");
@@ -179,16 +179,16 @@ TEST_F(CreCacherTest, WhatIsNotSignedAsPublishedIsNeverUsed) {
     };
     for (const Case& one : cases) {
         startNewRun();
-        server.publish("content/" + id + ".xml", one.xml);
-        server.publish("content/" + id + ".xml.sig", one.signature);
+        server.publish("content/" + kId + ".xml", one.xml);
+        server.publish("content/" + kId + ".xml.sig", one.signature);
         EXPECT_EQ(creOf(), "failed") << one.what;
         EXPECT_FALSE(boost::filesystem::exists(kept())) << one.what;
     }
     startNewRun();
-    server.withdraw("content/" + id + ".xml.sig");
+    server.withdraw("content/" + kId + ".xml.sig");
     EXPECT_EQ(creOf(), "failed");
     startNewRun();
-    server.publish("content/" + id + ".xml", std::string(5U << 20U, ' '));
+    server.publish("content/" + kId + ".xml", std::string(5U << 20U, ' '));
     EXPECT_EQ(creOf(), "failed");
     EXPECT_THAT(logText(), HasSubstr("is larger than the 4194304 bytes allowed"));
     startNewRun();

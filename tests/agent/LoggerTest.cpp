@@ -94,7 +94,7 @@ TEST_F(LoggerTest, KeepsToTheLevelAndFollowsTheRoot) {
     EXPECT_THAT(readFile(root / "logs/agent.log"), Not(HasSubstr("moved")));
 }
 
-TEST_F(LoggerTest, AMalformedIniIsToldByTheFirstLine) {
+TEST_F(LoggerTest, AMalformedIniIsReportedByTheFirstLine) {
     useIni("rubbish\n");
     log::debug("work goes on");
     EXPECT_THAT(readFile(logFile()),

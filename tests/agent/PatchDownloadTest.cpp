@@ -150,7 +150,7 @@ TEST_F(PatchDownloadTest, ProgressBuysMoreAttemptsThanStandingStill) {
 TEST_F(PatchDownloadTest, ATransferThatCannotBeResumedIsNotBegunWithoutEnd) {
     const std::string file = server.path("patches/editor 2.1.zip");
     boost::filesystem::last_write_time(file,
-                                       std::time(nullptr) + 3600);  // too young to tell two versions apart
+                                       std::time(nullptr) + 3600);  // too recent to distinguish two versions
     authoring::ServerFault weak = dropAfter(20'000);
     weak.etag = "W/\"v1\"";
     server.onRequest([=](const authoring::ServerRequest&, int) { return weak; });

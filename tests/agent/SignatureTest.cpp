@@ -121,8 +121,8 @@ struct BundleTest : SignatureTest {
         writeFile(bundle + "/Contents/Info.plist", "plist");
         writeFile(bundle + "/Contents-old", "x");
         fs::create_symlink("MacOS/editor", bundle + "/Contents/Current");
-        for (const char* folder : {"", "/Contents", "/Contents/MacOS"})
-            chmod((bundle + folder).c_str(), 0755);
+        for (const char* directory : {"", "/Contents", "/Contents/MacOS"})
+            chmod((bundle + directory).c_str(), 0755);
         chmod((bundle + "/Contents/MacOS/editor").c_str(), 0755);
         chmod((bundle + "/Contents/Info.plist").c_str(), 0644);
         chmod((bundle + "/Contents-old").c_str(), 0600);
@@ -166,7 +166,8 @@ TEST_F(BundleTest, ASignedBundleStandsUntilAnythingChanges) {
     const Case cases[] = {
         {"a byte", [&] { writeFile(inner, "Program"); }, [&] { writeFile(inner, "program"); }},
         {"an added file", [&] { writeFile(bundle + "/n", ""); }, [&] { fs::remove(bundle + "/n"); }},
-        {"an added folder", [&] { fs::create_directory(bundle + "/n"); }, [&] { fs::remove(bundle + "/n"); }},
+        {"an added directory", [&] { fs::create_directory(bundle + "/n"); },
+         [&] { fs::remove(bundle + "/n"); }},
         {"a mode", [&] { chmod(inner.c_str(), 0777); }, [&] { chmod(inner.c_str(), 0755); }},
         {"its own mode", [&] { chmod(bundle.c_str(), 0777); }, [&] { chmod(bundle.c_str(), 0755); }},
         {"a set-user-id bit", [&] { chmod(inner.c_str(), 04755); }, [&] { chmod(inner.c_str(), 0755); }},

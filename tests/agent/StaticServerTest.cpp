@@ -73,7 +73,7 @@ struct StaticServerTest : testing::Test {
     }
 };
 
-TEST_F(StaticServerTest, NothingOutsideTheFolderIsServed) {
+TEST_F(StaticServerTest, NothingOutsideTheDirectoryIsServed) {
     test::writeFile(outside / "secret", "secret");
     server.publish("a b/plain", "plain");
     server.publish(".hidden", "hidden");

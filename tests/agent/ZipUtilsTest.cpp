@@ -49,12 +49,12 @@ TEST_F(ZipUtilsTest, KeepsContentModesTimesAndInnerLinks) {
                           .file("lone.sh", "", 0777)
                           .file("Editor.app/open", "", 0666)
                           .file("Editor.app/Contents/MacOS/editor", large, 0755)
-                          .folder("Editor.app/Contents/Locked", 0555)
+                          .directory("Editor.app/Contents/Locked", 0555)
                           .file("Editor.app/Contents/Locked/read", "only", 0444)
                           .link("Editor.app/Contents/Current", "MacOS/editor")
                           .link("Editor.app/Contents/MacOS/up", "../Locked")
                           .file("caf\xc3\xa9 \n.txt", "")
-                          .folder("./")
+                          .directory("./")
                           .finish()))
         << lastLine();
     EXPECT_EQ(readFile(out + "/patch.sig"), "signature");
@@ -66,7 +66,7 @@ TEST_F(ZipUtilsTest, KeepsContentModesTimesAndInnerLinks) {
     EXPECT_EQ(modeOf("Editor.app/open"), 0666U) << "a bundle's covers its modes";
     EXPECT_EQ(modeOf("Editor.app/Contents/MacOS/editor"), 0755U);
     EXPECT_EQ(modeOf("Editor.app/Contents/Locked"), 0555U);
-    EXPECT_EQ(modeOf("Editor.app"), 0755U) << "a folder that the archive does not list";
+    EXPECT_EQ(modeOf("Editor.app"), 0755U) << "a directory that the archive does not list";
     for (const char* name : {"patch.sig", "Editor.app/Contents/Locked", "Editor.app/Contents/Current"}) {
         EXPECT_EQ(statusOf(name).st_mtime, 1500000000) << name;
     }
@@ -100,9 +100,9 @@ TEST_F(ZipUtilsTest, OverwritesFilesAndLinksInPlaceWithoutFollowingThem) {
     writeFile(dir / "outside", "untouched");
     writeFile(out + "/file", "old and longer");
     fs::create_symlink(dir / "outside", out + "/link");
-    fs::create_directories(out + "/folder");
-    ASSERT_TRUE(
-        unzip(ArchiveBuilder().file("file", "new").file("link", "new").folder("folder", 0700).finish()));
+    fs::create_directories(out + "/directory");
+    ASSERT_TRUE(unzip(
+        ArchiveBuilder().file("file", "new").file("link", "new").directory("directory", 0700).finish()));
     EXPECT_EQ(readFile(out + "/file"), "new");
     EXPECT_EQ(readFile(out + "/link"), "new");
     EXPECT_FALSE(fs::is_symlink(out + "/link"));
@@ -115,12 +115,12 @@ TEST_F(ZipUtilsTest, RefusesHostileArchivesAndLeavesNothing) {
     const std::string text = "some text that deflate can shorten, shorten, shorten, shorten";
     const std::string stored = ArchiveBuilder("compression=store").file("a", "1").file("crc", text).finish();
     const std::string good = ArchiveBuilder().file("a", "1").file("b", text).finish();
-    // The last of the compressed bytes stand just before the data descriptor or the directory.
+    // The last compressed bytes are just before the data descriptor or the directory.
     const std::string inside = good.substr(good.find("PK\x01\x02") - 40, 8);
     struct Case {
         const char* name;
         std::string bytes;
-        const char* told;
+        const char* reported;
     };
     std::string deep;
     for (int i = 0; i < 64; ++i)
@@ -131,15 +131,16 @@ TEST_F(ZipUtilsTest, RefusesHostileArchivesAndLeavesNothing) {
         {"absolute", patched(two, "name-one", "/escaped"), "absolute"},
         {"link out", ArchiveBuilder().file("a", "1").link("l", "../outside").finish(), "leads out"},
         {"absolute link", ArchiveBuilder().file("a", "1").link("l", "/etc").finish(), "absolute path"},
-        {"through a link", ArchiveBuilder().folder("d").link("l", "d").file("l/f", "1").finish(), "\"l/f\""},
-        {"a file as folder", ArchiveBuilder().file("f", "1").file("f/g", "2").finish(), "\"f/g\""},
-        {"a folder as file", ArchiveBuilder().file("d/g", "1").file("d", "2").finish(), "replace"},
+        {"through a link", ArchiveBuilder().directory("d").link("l", "d").file("l/f", "1").finish(),
+         "\"l/f\""},
+        {"a file as directory", ArchiveBuilder().file("f", "1").file("f/g", "2").finish(), "\"f/g\""},
+        {"a directory as file", ArchiveBuilder().file("d/g", "1").file("d", "2").finish(), "replace"},
         {"device", withMode(file, S_IFCHR | 0644), "device"},
         {"socket", withMode(file, S_IFSOCK | 0644), "device"},
         {"repeated", ArchiveBuilder().file("a", "1").file("a", "2").finish(), "twice"},
         {"repeated otherwise", ArchiveBuilder().file("a/b", "1").file("./a//b", "2").finish(), "twice"},
         {"another case", ArchiveBuilder().file("a", "1").file("A", "2").finish(), "only in case"},
-        {"folders' case", ArchiveBuilder().file("d/a", "1").file("D/b", "2").finish(), "only in case"},
+        {"directories' case", ArchiveBuilder().file("d/a", "1").file("D/b", "2").finish(), "only in case"},
         {"deep", ArchiveBuilder().file("a", "1").file(deep + "f", "2").finish(), "too deep"},
         {"encrypted", ArchiveBuilder("encryption=traditional").file("a", "1").finish(), "encrypted"},
         {"changed content", patched(stored, "some text", "SOME text"), "CRC"},
@@ -152,7 +153,7 @@ TEST_F(ZipUtilsTest, RefusesHostileArchivesAndLeavesNothing) {
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         EXPECT_FALSE(unzip(c.bytes));
-        EXPECT_THAT(lastLine(), HasSubstr(c.told));
+        EXPECT_THAT(lastLine(), HasSubstr(c.reported));
         EXPECT_THAT(lastLine(), HasSubstr("[ZipUtils] " + archive));
         EXPECT_TRUE(fs::is_empty(out)) << "what had been created is removed again";
         EXPECT_FALSE(fs::exists(dir / "escap"));
@@ -202,11 +203,13 @@ TEST_F(ZipUtilsTest, KeepsToTheLimits) {
             return e.what();
         }
     };
-    EXPECT_EQ(refusal(ArchiveBuilder().folder("1").file("1/2", "").file("3", std::string(900, 'z')).finish()),
-              "");
+    EXPECT_EQ(
+        refusal(ArchiveBuilder().directory("1").file("1/2", "").file("3", std::string(900, 'z')).finish()),
+        "");
     fs::remove_all(out);
-    EXPECT_THAT(refusal(ArchiveBuilder().folder("1").file("1/2", "").folder("3").folder("4").finish()),
-                HasSubstr("\"4/\" is one more"));
+    EXPECT_THAT(
+        refusal(ArchiveBuilder().directory("1").file("1/2", "").directory("3").directory("4").finish()),
+        HasSubstr("\"4/\" is one more"));
     EXPECT_THAT(refusal(ArchiveBuilder().file("1", "").file("bomb", std::string(1U << 20U, 'z')).finish()),
                 HasSubstr("plausibly"));
     limits.ratio = 1U << 20U;

@@ -1,5 +1,5 @@
-// Works on the buffered-patches list below a root folder until it is killed: adds, replaces and removes the
-// entries of its own patches ("churn-<n>.pkg") and their archives, and never touches another's. usage:
+// Works on the buffered-patches list below a root directory until it is killed: adds, replaces and removes
+// the entries of its own patches ("churn-<n>.pkg") and their archives, and never touches another's. usage:
 // zelor_list_operations ROOT SEED
 
 #include <cstdio>

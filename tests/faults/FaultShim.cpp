@@ -53,9 +53,9 @@ enum Kind {
     Memory,
     Kinds
 };
-constexpr const char* names[Kinds] = {"write",  "torn",  "read",     "open",   "create",  "rename", "mkdir",
-                                      "unlink", "fsync", "truncate", "mode",   "copy",    "list",   "lock",
-                                      "spawn",  "pipe",  "thread",   "socket", "connect", "memory"};
+constexpr const char* kNames[Kinds] = {"write",  "torn",  "read",     "open",   "create",  "rename", "mkdir",
+                                       "unlink", "fsync", "truncate", "mode",   "copy",    "list",   "lock",
+                                       "spawn",  "pipe",  "thread",   "socket", "connect", "memory"};
 
 std::atomic<long> counts[Kinds];
 std::atomic<bool> started{false};
@@ -110,7 +110,7 @@ struct Start {
         const char* fault = getenv("ZELOR_FAULT");
         if (fault != nullptr && sscanf(fault, "%31s %ld %ld %d", name, &first, &count, &faultErrno) == 4) {
             for (int kind = 0; kind < Kinds; ++kind) {
-                if (strcmp(name, names[kind]) == 0) faulty = kind;
+                if (strcmp(name, kNames[kind]) == 0) faulty = kind;
             }
             if (faulty == Kinds) abort();
         }
@@ -127,7 +127,7 @@ struct Start {
         FILE* out = countsFile[0] == '\0' ? nullptr : fopen(countsFile, "w");
         if (out == nullptr) return;
         for (int kind = 0; kind < Kinds; ++kind)
-            fprintf(out, "%s %ld\n", names[kind], counts[kind].load());
+            fprintf(out, "%s %ld\n", kNames[kind], counts[kind].load());
         fclose(out);
     }
 } start;
@@ -162,13 +162,13 @@ ssize_t pread64(int fd, void* bytes, size_t size, off64_t at) {
     return pread(fd, bytes, size, at);
 }
 
-int openat(int folder, const char* path, int flags, ...) {
+int openat(int directory, const char* path, int flags, ...) {
     REAL(openat);
     va_list more;
     va_start(more, flags);
     const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(more, mode_t) : 0;
     va_end(more);
-    return failsToOpen(path, flags) ? -1 : next(folder, path, flags, mode);
+    return failsToOpen(path, flags) ? -1 : next(directory, path, flags, mode);
 }
 int open(const char* path, int flags, ...) {
     va_list more;
@@ -212,17 +212,17 @@ int mkdir(const char* path, mode_t mode) {
     REAL(mkdir);
     return fails(Mkdir) ? -1 : next(path, mode);
 }
-int mkdirat(int folder, const char* path, mode_t mode) {
+int mkdirat(int directory, const char* path, mode_t mode) {
     REAL(mkdirat);
-    return fails(Mkdir) ? -1 : next(folder, path, mode);
+    return fails(Mkdir) ? -1 : next(directory, path, mode);
 }
 int unlink(const char* path) {
     REAL(unlink);
     return fails(Unlink) ? -1 : next(path);
 }
-int unlinkat(int folder, const char* path, int flags) {
+int unlinkat(int directory, const char* path, int flags) {
     REAL(unlinkat);
-    return fails(Unlink) ? -1 : next(folder, path, flags);
+    return fails(Unlink) ? -1 : next(directory, path, flags);
 }
 int remove(const char* path) {
     REAL(remove);
@@ -251,8 +251,8 @@ ssize_t copy_file_range(int from, off64_t* at, int to, off64_t* toAt, size_t siz
 // Its own name would hide a type.
 int lockFile(int fd, int operation) __asm__("flock");
 int lockFile(int fd, int operation) {
-    static const auto next = real<int (*)(int, int)>("flock");
-    return fails(Lock) ? -1 : next(fd, operation);
+    static const auto kNext = real<int (*)(int, int)>("flock");
+    return fails(Lock) ? -1 : kNext(fd, operation);
 }
 
 int posix_spawn(pid_t* pid, const char* path, const posix_spawn_file_actions_t* actions,

@@ -5,11 +5,11 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "tests/faults/Rig.h"
+#include "tests/faults/FaultFixture.h"
 
 using zelor::test::Ended;
+using zelor::test::FaultFixture;
 using zelor::test::readFile;
-using zelor::test::Rig;
 
 namespace {
 
@@ -46,11 +46,11 @@ std::vector<long> positions(long calls) {
 class Faults : public testing::TestWithParam<Sweep> {
   protected:
     long calls() {
-        rig.reset();
+        faults.reset();
         const Ended good =
-            rig.run(GetParam().command, {"ZELOR_FAULT_COUNTS=" + (rig.road.dir / "counts"), fast});
-        EXPECT_EQ(good.exit(), 0) << good.told << rig.log();
-        for (const std::string& line : Rig::lines(rig.road.dir / "counts")) {
+            faults.run(GetParam().command, {"ZELOR_FAULT_COUNTS=" + (faults.fixture.dir / "counts"), fast});
+        EXPECT_EQ(good.exit(), 0) << good.errors << faults.log();
+        for (const std::string& line : FaultFixture::lines(faults.fixture.dir / "counts")) {
             if (line.rfind(std::string(GetParam().kind) + " ", 0) == 0)
                 return std::stol(line.substr(line.find(' ')));
         }
@@ -59,30 +59,31 @@ class Faults : public testing::TestWithParam<Sweep> {
 
     static void checkLines(const std::string& path, const std::set<std::string>& allowed,
                            std::string& wrong) {
-        for (const std::string& line : Rig::lines(path)) {
+        for (const std::string& line : FaultFixture::lines(path)) {
             if (allowed.count(line) == 0) wrong += "a line in " + path + ": " + line + "\n";
         }
     }
     void checkList(std::string& wrong) {
-        checkLines(rig.list, {"first-.bsh=00\n", "second-.bsh=00\n", "editor-.pkg=00\n", "Notes-.app=00\n"},
-                   wrong);
+        checkLines(faults.list,
+                   {"first-.bsh=00\n", "second-.bsh=00\n", "editor-.pkg=00\n", "Notes-.app=00\n"}, wrong);
     }
 
     /// The record and the results against what was really installed.
     void checkTruth(const Ended& ended, std::string& wrong) {
-        const std::set<std::string> installed = rig.installed();
+        const std::set<std::string> installed = faults.installed();
         std::set<std::string> allowed;
         for (const std::string& id : installed)
             allowed.insert(id + "\n");
-        checkLines(rig.record, allowed, wrong);
-        const std::string recorded = readFile(rig.record);
-        const bool toldOfRecord = (rig.log() + ended.told).find("cannot be noted in") != std::string::npos;
+        checkLines(faults.record, allowed, wrong);
+        const std::string recorded = readFile(faults.record);
+        const bool recordReported =
+            (faults.log() + ended.errors).find("cannot be noted in") != std::string::npos;
         for (const auto& [key, value] : ended.values) {
-            const std::string& id = rig.keys().at(key);
+            const std::string& id = faults.keys().at(key);
             if (value != 4) continue;
             if (installed.count(id) == 0) wrong += key + " reads 4 and is not installed\n";
-            if (recorded.find(id + "\n") == std::string::npos && !toldOfRecord)
-                wrong += key + " reads 4, is not in the record, and nothing tells why\n";
+            if (recorded.find(id + "\n") == std::string::npos && !recordReported)
+                wrong += key + " reads 4, is not in the record, and nothing says why\n";
         }
     }
 
@@ -90,9 +91,10 @@ class Faults : public testing::TestWithParam<Sweep> {
     /// results.
     static void checkReasons(const Ended& ended, std::string& wrong) {
         const bool ownError = ended.exit() == 2 || ended.exit() == 4;
-        if (ownError && ended.told.find("zelor-remediate: ") == std::string::npos) wrong += "says nothing\n";
-        std::istringstream told(ended.told);
-        for (std::string line; std::getline(told, line);) {
+        if (ownError && ended.errors.find("zelor-remediate: ") == std::string::npos)
+            wrong += "says nothing\n";
+        std::istringstream errors(ended.errors);
+        for (std::string line; std::getline(errors, line);) {
             for (const char* state : {"  failed ", "-failed ", "  file-unavailable ", "  invalid-request "}) {
                 if (line.find(state) != std::string::npos && line.find("): ") == std::string::npos)
                     wrong += "no reason: " + line + "\n";
@@ -102,7 +104,7 @@ class Faults : public testing::TestWithParam<Sweep> {
 
     std::string faultyRun(long position) {
         const Sweep& sweep = GetParam();
-        const Ended ended = rig.run(
+        const Ended ended = faults.run(
             sweep.command, {"ZELOR_FAULT=" + std::string(sweep.kind) + " " + std::to_string(position) + " " +
                                 std::to_string(sweep.count) + " " + std::to_string(sweep.error),
                             fast});
@@ -113,44 +115,45 @@ class Faults : public testing::TestWithParam<Sweep> {
         // true.
         const bool noMemory = std::string(sweep.kind) == "memory" && WIFSIGNALED(ended.status) &&
                               WTERMSIG(ended.status) == SIGABRT &&
-                              ended.told.find("bad_alloc") != std::string::npos;
+                              ended.errors.find("bad_alloc") != std::string::npos;
         aborted += noMemory ? 1 : 0;
         if (statuses.count(ended.exit()) == 0 && !noMemory)
             wrong += "ended with wait status " + std::to_string(ended.status) + "\n";
         checkTruth(ended, wrong);
         checkReasons(ended, wrong);
         checkList(wrong);
-        return wrong.empty() ? "" : wrong + ended.told + rig.log();
+        return wrong.empty() ? "" : wrong + ended.errors + faults.log();
     }
 
     /// The next run finds nothing in its way.
     std::string recoveringRun() {
-        const Ended ended = rig.run(GetParam().command);
+        const Ended ended = faults.run(GetParam().command);
         std::string wrong;
         if (ended.exit() != 0) wrong += "the next run ended with " + std::to_string(ended.exit()) + "\n";
         if (std::string(GetParam().command) == "run") {
             checkTruth(ended, wrong);
-            if (rig.installed().size() != rig.keys().size()) wrong += "the next run did not install all\n";
+            if (faults.installed().size() != faults.keys().size())
+                wrong += "the next run did not install all\n";
         } else {
-            const auto lines = Rig::lines(rig.list);
-            if (std::set<std::string>(lines.begin(), lines.end()).size() != rig.keys().size())
-                wrong += "the next job did not buffer all: " + readFile(rig.list) + "\n";
+            const auto lines = FaultFixture::lines(faults.list);
+            if (std::set<std::string>(lines.begin(), lines.end()).size() != faults.keys().size())
+                wrong += "the next job did not buffer all: " + readFile(faults.list) + "\n";
             for (const char* stem : {"first-", "second-", "editor-", "Notes-"}) {
                 const std::string name = std::string(stem) + ".zip";
-                if (readFile(rig.road.dir / ("var/zelor/buffer/" + name)) !=
-                    readFile(rig.road.dir / ("repo/patches/" + name)))
+                if (readFile(faults.fixture.dir / ("var/zelor/buffer/" + name)) !=
+                    readFile(faults.fixture.dir / ("repo/patches/" + name)))
                     wrong += name + " is not whole in the buffer\n";
             }
         }
         checkList(wrong);
         for (const char* left : {"var/zelor/unzip/newTempFile", "opt/zelor/partial/second-.zip.part"}) {
-            if (boost::filesystem::exists(rig.road.dir.path() / left))
+            if (boost::filesystem::exists(faults.fixture.dir.path() / left))
                 wrong += std::string(left) + " is left over\n";
         }
-        return wrong.empty() ? "" : wrong + ended.told + rig.log();
+        return wrong.empty() ? "" : wrong + ended.errors + faults.log();
     }
 
-    Rig rig;
+    FaultFixture faults;
     std::size_t aborted = 0;
     const std::string fast = "ZELOR_CLOCK_FACTOR=100";
 };
@@ -159,7 +162,7 @@ TEST_P(Faults, EndSayWhyAndLeaveNothingWrong) {
     const std::vector<long> all = positions(calls());
     std::size_t survived = 0;
     for (const long position : all) {
-        rig.reset();
+        faults.reset();
         const std::string faulty = faultyRun(position);
         EXPECT_EQ(faulty, "") << "call " << position;
         const std::string next = recoveringRun();

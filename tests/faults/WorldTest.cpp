@@ -1,4 +1,4 @@
-// What the world around a run does to it: repositories, tools, folders, limits and clocks.
+// What the world around a run does to it: repositories, tools, directories, limits and clocks.
 
 #include <sys/file.h>
 
@@ -6,44 +6,44 @@
 #include <fstream>
 
 #include "base/Files.h"
-#include "tests/faults/Rig.h"
+#include "tests/faults/FaultFixture.h"
 
 using zelor::authoring::ServerFault;
 using zelor::test::Ended;
+using zelor::test::FaultFixture;
 using zelor::test::readFile;
-using zelor::test::Rig;
 using zelor::test::writeFile;
 namespace fs = boost::filesystem;
 
 namespace {
 
-constexpr const char* fast = "ZELOR_CLOCK_FACTOR=100";
-constexpr const char* all = "";
+constexpr const char* kFast = "ZELOR_CLOCK_FACTOR=100";
+constexpr const char* kAll = "";
 
 class World : public testing::Test {
   protected:
-    World() { rig.reset(); }
+    World() { faults.reset(); }
 
     /// One faulty run that has to end by itself with a reason, then one without the fault that installs all.
     void survives(const std::string& name, const std::string& reason, const Ended& ended,
                   bool recovers = true) {
         EXPECT_TRUE(ended.inTime && ended.exit() >= 0 && ended.exit() <= 3)
-            << name << ended.status << ended.told;
-        EXPECT_NE((ended.told + rig.log()).find(reason), std::string::npos)
-            << name << ended.told << rig.log();
+            << name << ended.status << ended.errors;
+        EXPECT_NE((ended.errors + faults.log()).find(reason), std::string::npos)
+            << name << ended.errors << faults.log();
         checkRecord(name);
-        rig.road.clearFaults();
+        faults.fixture.clearFaults();
         if (recovers) {
-            const Ended next = rig.run("run");
-            EXPECT_EQ(next.exit(), 0) << "after " << name << next.told << rig.log();
-            EXPECT_EQ(rig.installed().size(), rig.keys().size()) << "after " << name;
+            const Ended next = faults.run("run");
+            EXPECT_EQ(next.exit(), 0) << "after " << name << next.errors << faults.log();
+            EXPECT_EQ(faults.installed().size(), faults.keys().size()) << "after " << name;
         }
         checkRecord("after " + name);
         ++tried;
     }
     void checkRecord(const std::string& name) {
-        const auto installed = rig.installed();
-        for (std::string line : Rig::lines(rig.record)) {
+        const auto installed = faults.installed();
+        for (std::string line : FaultFixture::lines(faults.record)) {
             EXPECT_EQ(line.back(), '\n') << name;
             line.pop_back();
             EXPECT_EQ(installed.count(line), 1U) << name << ": " << line;
@@ -55,7 +55,7 @@ class World : public testing::Test {
                     HasFailure() ? 0 : tried);
     }
 
-    Rig rig;
+    FaultFixture faults;
     int tried = 0;
 };
 
@@ -85,26 +85,26 @@ TEST_F(World, RepositoriesThatMisbehave) {
                 {"file", redirect("file:///etc/passwd"), "only http and https are fetched"},
                 {"nowhere", redirect("http://127.0.0.1:1/"), "cannot fetch"}};
     for (const auto& row : rows) {
-        rig.reset();
+        faults.reset();
         for (int i = 0; i < 20; ++i)
-            rig.road.addFault("/patches/second-.zip", row.fault);
-        const Ended ended = rig.run("run", {fast});
-        EXPECT_EQ(ended.values.at("cpe:/o:b||"), 12U) << row.name << rig.log();
+            faults.fixture.addFault("/patches/second-.zip", row.fault);
+        const Ended ended = faults.run("run", {kFast});
+        EXPECT_EQ(ended.values.at("cpe:/o:b||"), 12U) << row.name << faults.log();
         survives(row.name, row.reason, ended);
     }
 }
 
 TEST_F(World, AConnectionThatBreaksAtEveryTenthByte) {
-    const auto size = fs::file_size(rig.road.dir.path() / "repo/patches/second-.zip");
+    const auto size = fs::file_size(faults.fixture.dir.path() / "repo/patches/second-.zip");
     for (std::uint64_t at = 0; at < size; at += 10) {
         ServerFault cut;
         cut.dropAfter = 10;  // of each answer: the next attempt goes on where this one stopped
-        rig.road.addFault("/patches/second-.zip", cut);
+        faults.fixture.addFault("/patches/second-.zip", cut);
     }
-    const Ended ended = rig.run("run", {"ZELOR_CLOCK_FACTOR=1000"});
-    EXPECT_EQ(ended.exit(), 0) << ended.told << rig.log();
-    EXPECT_GE(rig.road.countAnswers("GET /patches/second-.zip 206"), static_cast<int>(size / 10) - 2);
-    survives("cut", all, ended);
+    const Ended ended = faults.run("run", {"ZELOR_CLOCK_FACTOR=1000"});
+    EXPECT_EQ(ended.exit(), 0) << ended.errors << faults.log();
+    EXPECT_GE(faults.fixture.countAnswers("GET /patches/second-.zip 206"), static_cast<int>(size / 10) - 2);
+    survives("cut", kAll, ended);
 }
 
 TEST_F(World, ToolsThatMisbehave) {
@@ -114,16 +114,16 @@ TEST_F(World, ToolsThatMisbehave) {
         unsigned long value;
     } rows[] = {{"hang", "Stopped at the limit of [Limits] CommandMinutes", 5},
                 {"flood", "The output had ", 4},
-                {"binary", all, 4},
+                {"binary", kAll, 4},
                 {"signal", "remediation failed", 5},
                 {"fail", "failed. (The Installer", 5}};
-    rig.setUp("[Log]\nLevel = error\n[Limits]\nCommandMinutes = 10\n");
+    faults.setUp("[Log]\nLevel = error\n[Limits]\nCommandMinutes = 10\n");
     for (const auto& row : rows) {
-        rig.reset();
-        rig.mac({"fault", "--tools", rig.tools, "--package", "com.example.editor", row.outcome});
-        const Ended ended = rig.run("run", {fast});
-        EXPECT_EQ(ended.values.at("cpe:/a:example:editor||Editor"), row.value) << row.outcome << rig.log();
-        rig.mac({"fault", "--tools", rig.tools, "--package", "com.example.editor", "ok"});
+        faults.reset();
+        faults.mac({"fault", "--tools", faults.tools, "--package", "com.example.editor", row.outcome});
+        const Ended ended = faults.run("run", {kFast});
+        EXPECT_EQ(ended.values.at("cpe:/a:example:editor||Editor"), row.value) << row.outcome << faults.log();
+        faults.mac({"fault", "--tools", faults.tools, "--package", "com.example.editor", "ok"});
         survives(row.outcome, row.reason, ended);
     }
 }
@@ -137,20 +137,20 @@ TEST_F(World, LimitsOfTheProcess) {
                 {"-f", {0, 1, 2, 4, 8}}};                 // KiB of a file
     for (const auto& row : rows) {
         for (const long value : row.values) {
-            rig.reset();
+            faults.reset();
             const std::string limit = std::string(row.limit) + " " + std::to_string(value);
-            const Ended ended =
-                rig.run("run", {},
-                        {"/bin/bash", "-c", "trap '' XFSZ; ulimit " + limit + " && exec \"$@\"", "limited"});
+            const Ended ended = faults.run(
+                "run", {},
+                {"/bin/bash", "-c", "trap '' XFSZ; ulimit " + limit + " && exec \"$@\"", "limited"});
             // The loader, the shell and the C++ runtime have words of their own for the tightest ones.
             const bool began = ended.exit() >= 0 && ended.exit() <= 3;
             EXPECT_TRUE(ended.inTime) << limit;
-            EXPECT_TRUE(began || ended.told.find("error") != std::string::npos ||
-                        ended.told.find("terminate called") != std::string::npos)
-                << limit << " " << ended.status << ended.told;
+            EXPECT_TRUE(began || ended.errors.find("error") != std::string::npos ||
+                        ended.errors.find("terminate called") != std::string::npos)
+                << limit << " " << ended.status << ended.errors;
             checkRecord(limit);
-            const Ended next = rig.run("run");
-            EXPECT_EQ(next.exit(), 0) << "after " << limit << next.told << rig.log();
+            const Ended next = faults.run("run");
+            EXPECT_EQ(next.exit(), 0) << "after " << limit << next.errors << faults.log();
             checkRecord("after " + limit);
             ++tried;
         }
@@ -159,50 +159,50 @@ TEST_F(World, LimitsOfTheProcess) {
 
 TEST_F(World, ClocksThatAreSetBack) {
     for (const char* back : {"1 100000000", "20 86400", "40 1000000000"}) {
-        rig.reset();
-        const Ended ended = rig.run("run", {std::string("ZELOR_CLOCK_BACK=") + back});
-        EXPECT_EQ(ended.exit(), 0) << back << ended.told << rig.log();
-        survives(back, all, ended);
+        faults.reset();
+        const Ended ended = faults.run("run", {std::string("ZELOR_CLOCK_BACK=") + back});
+        EXPECT_EQ(ended.exit(), 0) << back << ended.errors << faults.log();
+        survives(back, kAll, ended);
     }
 }
 
-TEST_F(World, FoldersThatAreNotThere) {
-    for (const char* folder :
+TEST_F(World, DirectoriesThatAreNotThere) {
+    for (const char* directory :
          {"opt", "var/zelor/unzip", "var/zelor/buffer", "var/log", "var", "Applications"}) {
-        rig.reset();
-        fs::remove_all(rig.road.dir.path() / folder);
-        writeFile(rig.road.dir / folder, "a file in its place");
-        const Ended ended = rig.run("run");
-        EXPECT_NE(ended.exit(), 0) << folder;
-        fs::remove(rig.road.dir.path() / folder);
-        rig.reset();
-        survives(folder, all, ended);
+        faults.reset();
+        fs::remove_all(faults.fixture.dir.path() / directory);
+        writeFile(faults.fixture.dir / directory, "a file in its place");
+        const Ended ended = faults.run("run");
+        EXPECT_NE(ended.exit(), 0) << directory;
+        fs::remove(faults.fixture.dir.path() / directory);
+        faults.reset();
+        survives(directory, kAll, ended);
     }
 }
 
 // Held by a process that lives: refused. Held by one that died: no obstacle.
 TEST_F(World, TwoAtOnce) {
-    const std::string place = rig.road.dir / "var/zelor/unzip";
+    const std::string place = faults.fixture.dir / "var/zelor/unzip";
     for (const char* command : {"run", "buffer"}) {
         const zelor::base::UniqueFd held = zelor::base::openFile(place, O_RDONLY | O_DIRECTORY);
         ASSERT_EQ(::flock(held.get(), LOCK_EX | LOCK_NB), 0);
-        const Ended second = rig.run(command);
-        EXPECT_EQ(second.exit(), 5) << second.told;
-        EXPECT_NE(second.told.find("another run or buffering job works at this place"), std::string::npos)
-            << second.told;
-        EXPECT_FALSE(fs::exists(rig.record));
+        const Ended second = faults.run(command);
+        EXPECT_EQ(second.exit(), 5) << second.errors;
+        EXPECT_NE(second.errors.find("another run or buffering job works at this place"), std::string::npos)
+            << second.errors;
+        EXPECT_FALSE(fs::exists(faults.record));
         ++tried;
     }
-    const Ended killed = rig.run("run", {}, {"timeout", "-s", "KILL", "0.05"});
-    survives("a dead holder", all, killed.exit() < 0 || killed.exit() > 3 ? Ended{true, 0, "", {}} : killed);
-    // A link in place of the folder leads to the folder that is locked, wherever it is called from.
-    rig.reset();
-    fs::rename(place, rig.road.dir / "var/zelor/elsewhere");
+    const Ended killed = faults.run("run", {}, {"timeout", "-s", "KILL", "0.05"});
+    survives("a dead holder", kAll, killed.exit() < 0 || killed.exit() > 3 ? Ended{true, 0, "", {}} : killed);
+    // A link in place of the directory leads to the directory that is locked, wherever it is called from.
+    faults.reset();
+    fs::rename(place, faults.fixture.dir / "var/zelor/elsewhere");
     fs::create_directory_symlink("elsewhere", place);
     const zelor::base::UniqueFd held =
-        zelor::base::openFile(rig.road.dir / "var/zelor/elsewhere", O_RDONLY | O_DIRECTORY);
+        zelor::base::openFile(faults.fixture.dir / "var/zelor/elsewhere", O_RDONLY | O_DIRECTORY);
     ASSERT_EQ(::flock(held.get(), LOCK_EX | LOCK_NB), 0);
-    EXPECT_EQ(rig.run("run").exit(), 5);
+    EXPECT_EQ(faults.run("run").exit(), 5);
 }
 
 }  // namespace

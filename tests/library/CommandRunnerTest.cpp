@@ -227,7 +227,7 @@ TEST(OutputBuffers, KeepBothEndsHoweverTheBytesCome) {
     }
 }
 
-TEST(CommandLimit, ComesFromTheIniAndIsToldWhenItCuts) {
+TEST(CommandLimit, ComesFromTheIniAndIsReportedWhenItCuts) {
     zelor::test::FakeAgent agent;
     struct {
         std::string ini;

@@ -75,7 +75,7 @@ TEST_F(DirectoryCopy, ReplacesWhatItBringsAndLeavesTheRest) {
     ASSERT_TRUE(copy(applications + "/Editor.app"));
     EXPECT_EQ(readFile(applications + "/Editor.app/Contents/Info.plist"), "plist");
     EXPECT_EQ(readFile(applications + "/Editor.app/Contents/user.db"), "kept");
-    EXPECT_TRUE(fs::is_empty(agent.dir / "elsewhere")) << "a link in a folder's place is not followed";
+    EXPECT_TRUE(fs::is_empty(agent.dir / "elsewhere")) << "a link in a directory's place is not followed";
     EXPECT_FALSE(fs::is_symlink(applications + "/Editor.app/Contents/MacOS"));
     for (const auto& entry : tree(applications))
         EXPECT_EQ(entry.first.find(".zelor-copy"), std::string::npos);
@@ -151,7 +151,7 @@ TEST_F(DirectoryCopy, ContentIsEmptiedOneLevelDeep) {
     MacPatchManager mac;
     mac.emptyTheContentDirectory(agent.contentDir());
     EXPECT_EQ(mac.listFilesInDirectory(agent.contentDir()).size(), 3U)
-        << ". and .. and the folder that is not empty";
+        << ". and .. and the directory that is not empty";
     EXPECT_TRUE(agent.logged(
         "DEBUG", " [MacPatchManager] Inside emptyTheContentDirectory for dir \"" + agent.contentDir()));
     EXPECT_TRUE(agent.logged("ERROR", " [MacPatchManager] Deletion of the file : '" + agent.contentDir() +

@@ -180,7 +180,7 @@ ConfigurationManager* ConfigurationManager::GetInstance(std::string /*configFile
     return &manager;
 }
 std::string ConfigurationManager::getUnzipFileFolder() {
-    return FakeAgent::get().unzipFolder();
+    return FakeAgent::get().unzipDirectory();
 }
 std::string ConfigurationManager::getBufferPatchesDir() {
     return FakeAgent::get().bufferDir();

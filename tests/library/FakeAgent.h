@@ -32,7 +32,7 @@ struct Eri {
 parsedEriData makeEri(const Eri& eri);
 creEriParsedData makeCre(const std::string& id, const std::vector<Eri>& eris);
 
-/// A small agent in memory and below one temporary folder: content by identifier, archives that are plain
+/// A small agent in memory and below one temporary directory: content by identifier, archives that are plain
 /// text files, signatures that are the word "good". Every hook is a place for one fault.
 class FakeAgent {
   public:
@@ -53,7 +53,7 @@ class FakeAgent {
 
     std::string contentDir() const { return dir / "content"; }
     std::string installPath() const { return dir / "opt"; }
-    std::string unzipFolder() const { return dir / "unzip"; }
+    std::string unzipDirectory() const { return dir / "unzip"; }
     std::string listPath() const { return dir / "unzip/bufferdPatchesList.txt"; }
     std::string bufferDir() const { return dir / "buffer"; }
     std::string recordPath() const { return dir / "var/log/zelor/ZelorInstalledPatches.txt"; }

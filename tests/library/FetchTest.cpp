@@ -141,7 +141,7 @@ TEST_F(BufferedPatches, HaveOneLineEachTheNewestLast) {
     manager.addPatchBufferedEntry("bar.pkg", "02", agent.listPath());
     manager.addPatchBufferedEntry("foo.pkg", "03", agent.listPath());
     EXPECT_EQ(readFile(agent.listPath()), "bar.pkg=02\nfoo.pkg=03\n");
-    EXPECT_FALSE(boost::filesystem::exists(agent.unzipFolder() + "/newTempFile"));
+    EXPECT_FALSE(boost::filesystem::exists(agent.unzipDirectory() + "/newTempFile"));
 }
 
 TEST_F(BufferedPatches, ShareTheFateOfNamesThatContainThem) {
@@ -153,7 +153,7 @@ TEST_F(BufferedPatches, ShareTheFateOfNamesThatContainThem) {
 }
 
 TEST_F(BufferedPatches, KeepWhatAnInterruptedRewriteLeft) {
-    writeFile(agent.unzipFolder() + "/newTempFile", "left.pkg=01\ntorn.p");
+    writeFile(agent.unzipDirectory() + "/newTempFile", "left.pkg=01\ntorn.p");
     writeFile(agent.listPath(), std::string("k\xe9pt.pkg=02\ngone.pkg=03\n\0\0\nalso to", 34));
     manager.removeEntryFromBufferedPatchesFile("gone.pkg");
     EXPECT_EQ(readFile(agent.listPath()), "left.pkg=01\nk\xe9pt.pkg=02\nalso to\n")
@@ -168,7 +168,7 @@ TEST_F(BufferedPatches, AMissingListIsNoHarm) {
         agent.logged("DEBUG",
                      "[Remediation Manager] (removeEntryFromBufferedPatchesFile) Exception while removing "
                      "entry from bufferedPatchesList.txt "));
-    boost::filesystem::remove_all(agent.unzipFolder());
+    boost::filesystem::remove_all(agent.unzipDirectory());
     manager.addPatchBufferedEntry("foo.pkg", "01", agent.listPath());
     EXPECT_TRUE(
         agent.logged("DEBUG",

@@ -147,7 +147,7 @@ TEST_F(InstallationPhase, AnInternalErrorAfterTheFetchReads7) {
     EXPECT_EQ(agent.countLogged("Internal error occured in applying the remediation"), 1);
 }
 
-TEST_F(InstallationPhase, BundlesGoToTheApplicationsFolder) {
+TEST_F(InstallationPhase, BundlesGoToTheApplicationsDirectory) {
     MacPatchManager mac;
     writeFile(agent.dir / "mnt/Editor.app/Contents/Info.plist", "new");
     writeFile(agent.dir / "Applications/Other.app/x", "other");
@@ -175,7 +175,7 @@ TEST_F(InstallationPhase, ABundlesOwnInstallerIsRun) {
     EXPECT_TRUE(agent.logged(
         "DEBUG", "[MacPatchManager] Executing " + bundle + "/Contents/MacOS/setup' -install 2>&1"));
     boost::filesystem::remove(bundle + "/Contents/MacOS/setup");
-    EXPECT_EQ(mac.appInstaller(bundle), -1) << "an empty folder holds no installer";
+    EXPECT_EQ(mac.appInstaller(bundle), -1) << "an empty directory holds no installer";
 }
 
 TEST_F(InstallationPhase, HostileNamesStayInTheirPlace) {

@@ -73,7 +73,7 @@ TEST_F(InstalledPatches, LinesAreComparedWhole) {
 }
 
 // The record is only ever appended to, whatever a power loss or a hand left in it.
-TEST_F(InstalledPatches, DamageOfAnOlderCrashIsToldAndDoesNotSpread) {
+TEST_F(InstalledPatches, DamageOfAnOlderCrashIsReportedAndDoesNotSpread) {
     const std::string path = agent.recordPath();
     const std::string lone(1, '\xc3');  // half of a letter
     const std::string nul(1, '\0');
@@ -209,7 +209,7 @@ TEST_F(InstalledPatches, TheTrailSaysWhatWasAskedOncePerCall) {
     EXPECT_EQ(agent.countLogged("verifyIfAlreadyAppliedRem"), 1);
 }
 
-TEST_F(InstalledPatches, AMissingFolderStaysSilent) {
+TEST_F(InstalledPatches, AMissingDirectoryStaysSilent) {
     boost::filesystem::remove_all(boost::filesystem::path(agent.recordPath()).parent_path());
     manager.addEntryInInstalledPatchesFile(0, "ERI-1");
     EXPECT_TRUE(agent.logged("DEBUG",

@@ -42,8 +42,8 @@ class Recorder : public zelor::RunObserver {
     }
     void buffered(const std::string& patch, zelor::BufferOutcome outcome,
                   const std::string& reason) override {
-        static const char* const names[] = {"downloading", "buffered", "already", "skipped", "too large"};
-        add("", patch + " " + names[static_cast<int>(outcome)] + (reason.empty() ? "" : ": " + reason));
+        static const char* const kNames[] = {"downloading", "buffered", "already", "skipped", "too large"};
+        add("", patch + " " + kNames[static_cast<int>(outcome)] + (reason.empty() ? "" : ": " + reason));
     }
     void ended(const zelor::RunEnd& end) override {
         add("", std::string("ended") + (end.rebootNeeded ? " reboot" : "") +
@@ -262,13 +262,13 @@ TEST(CallReports, KeepTheFirstReasonAndTheEndOfTheLastOutputOfTheirOwnCall) {
         EXPECT_TRUE(inner.restartAsked());
     }
     EXPECT_TRUE(outer.reason().empty() && transfers.empty() && !outer.restartAsked());
-    CallReport::addReason(std::string(2 * CallReport::reasonBytes, 'r'));
+    CallReport::addReason(std::string(2 * CallReport::kReasonBytes, 'r'));
     CallReport::addReason("second");
     CallReport::setOutput("first");
-    CallReport::setOutput(std::string(CallReport::outputBytes, 'a') + "end");
+    CallReport::setOutput(std::string(CallReport::kOutputBytes, 'a') + "end");
     CallReport::transferred(3, 4);
-    EXPECT_EQ(outer.reason(), std::string(CallReport::reasonBytes, 'r'));
-    EXPECT_EQ(outer.output(), std::string(CallReport::outputBytes - 3, 'a') + "end");
+    EXPECT_EQ(outer.reason(), std::string(CallReport::kReasonBytes, 'r'));
+    EXPECT_EQ(outer.output(), std::string(CallReport::kOutputBytes - 3, 'a') + "end");
     EXPECT_EQ(transfers.size(), 1U);
 }
 

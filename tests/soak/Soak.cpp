@@ -18,10 +18,10 @@
 #include <random>
 #include <thread>
 
-#include "tests/faults/Rig.h"
+#include "tests/faults/FaultFixture.h"
 
 using zelor::authoring::ServerFault;
-using zelor::test::Rig;
+using zelor::test::FaultFixture;
 
 namespace {
 
@@ -32,9 +32,9 @@ struct Sample {
     long rss, descriptors, threads, children;
 };
 
-long entries(const char* folder) {
+long entries(const char* directory) {
     long count = 0;
-    for (const auto& entry : boost::filesystem::directory_iterator(folder))
+    for (const auto& entry : boost::filesystem::directory_iterator(directory))
         count += entry.path().empty() ? 0 : 1;
     return count;
 }
@@ -79,21 +79,21 @@ bool flat(const char* name, const std::vector<Sample>& samples, long Sample::*me
 class Soak {
   public:
     explicit Soak(unsigned seed) : engine_(seed) {
-        setenv("PATH", (rig_.tools + ":" + getenv("PATH")).c_str(), 1);
-        setenv("ZELOR_REHEARSAL_ROOT", rig_.root.c_str(), 1);
+        setenv("PATH", (fixture_.tools + ":" + getenv("PATH")).c_str(), 1);
+        setenv("ZELOR_REHEARSAL_ROOT", fixture_.root.c_str(), 1);
         signal(SIGXFSZ, SIG_IGN);
-        rig_.reset();
-        boost::filesystem::create_directories(rig_.road.dir.path() / "content");
+        fixture_.reset();
+        boost::filesystem::create_directories(fixture_.fixture.dir.path() / "content");
         // Long enough on the wire to be cancelled there.
         std::string text = ": ";
         while (text.size() < 300000)
             text += static_cast<char>('a' + random() % 26);
-        rig_.road.addScript("CCE-3", "long-", text + "\n");
+        fixture_.fixture.addScript("CCE-3", "long-", text + "\n");
     }
 
     void step() {
         const unsigned choice = random() % 10;
-        if (random() % 4 == 0) rig_.reset();
+        if (random() % 4 == 0) fixture_.reset();
         if (random() % 3 == 0) addFault();
         const bool fullDisk = random() % 12 == 0;
         if (fullDisk) limitFiles(random() % 30000);
@@ -105,8 +105,8 @@ class Soak {
             process();
         }
         if (fullDisk) limitFiles(RLIM_INFINITY);
-        rig_.road.clearFaults();
-        rig_.road.takeAnswers();
+        fixture_.fixture.clearFaults();
+        fixture_.fixture.takeAnswers();
         checkRecord();
     }
 
@@ -126,7 +126,7 @@ class Soak {
     }
 
     void addFault() {
-        static const char* const paths[] = {"/content/", "/patches/", "/patches/long-", "/speed.bin"};
+        static const char* const kPaths[] = {"/content/", "/patches/", "/patches/long-", "/speed.bin"};
         ServerFault fault;
         switch (random() % 6) {
             case 0:
@@ -149,7 +149,7 @@ class Soak {
                 fault.headers = {{"Location", "file:///etc/passwd"}};
                 break;
         }
-        rig_.road.addFault(paths[random() % 4], fault);
+        fixture_.fixture.addFault(kPaths[random() % 4], fault);
         ++faults_;
     }
 
@@ -168,8 +168,8 @@ class Soak {
 
     void run() {
         zelor::agent::startNewRun();
-        RemediationManager manager(rig_.road.dir / "opt/zelor");
-        manager.setContentDownloadDir(rig_.road.dir / "content");
+        RemediationManager manager(fixture_.fixture.dir / "opt/zelor");
+        manager.setContentDownloadDir(fixture_.fixture.dir / "content");
         manager.setFirstRemediationAfterScan(random() % 2 == 0);
         auto requests = requests_;
         if (random() % 5 == 0) requests["cpe:/o:none||"] = "CVE-404";
@@ -194,7 +194,7 @@ class Soak {
     }
 
     void buffer() {
-        RemediationManager manager(rig_.road.dir / "opt/zelor");
+        RemediationManager manager(fixture_.fixture.dir / "opt/zelor");
         const auto cancel = cancelTime();
         std::atomic<bool> done{false};
         boost::thread job([&] {
@@ -219,8 +219,8 @@ class Soak {
     void process() {
         ++processes_;
         const auto time = random() % 3 == 0 ? "0." + std::to_string(100 + random() % 300) : std::string("60");
-        const auto ended = rig_.run(random() % 2 == 0 ? "run" : "buffer", {},
-                                    {"timeout", "-s", random() % 2 == 0 ? "KILL" : "INT", time});
+        const auto ended = fixture_.run(random() % 2 == 0 ? "run" : "buffer", {},
+                                        {"timeout", "-s", random() % 2 == 0 ? "KILL" : "INT", time});
         kills_ += time == "60" ? 0 : 1;
         if (!ended.inTime) wrong("a process did not end");
         // A killed process leaves its tools to themselves; the next step must not race with them.
@@ -229,15 +229,15 @@ class Soak {
 
     void checkRecord() {
         std::set<std::string> allowed = {"ERI-CCE-3\n"};
-        for (const std::string& id : rig_.installed())
+        for (const std::string& id : fixture_.installed())
             allowed.insert(id + "\n");
-        for (const std::string& line : Rig::lines(rig_.record)) {
+        for (const std::string& line : FaultFixture::lines(fixture_.record)) {
             if (allowed.count(line) == 0) wrong("a line in the record: " + line);
         }
     }
 
     std::mt19937 engine_;
-    Rig rig_;
+    FaultFixture fixture_;
     const std::map<std::string, std::string> requests_ = {{"cpe:/o:a||", "CCE-1"},
                                                           {"cpe:/o:b||", "CCE-2"},
                                                           {"cpe:/o:c||", "CCE-3"},

@@ -34,7 +34,7 @@ class ArchiveBuilder {
         if (written != static_cast<la_ssize_t>(content.size())) throw std::runtime_error("short write");
         return *this;
     }
-    ArchiveBuilder& folder(const std::string& name, mode_t mode = 0755) {
+    ArchiveBuilder& directory(const std::string& name, mode_t mode = 0755) {
         require(archive_write_header(writer_.get(), newEntry(name, S_IFDIR | mode).get()));
         return *this;
     }

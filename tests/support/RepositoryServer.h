@@ -23,9 +23,9 @@ class RepositoryServer {
 
     std::string url() const { return server_->url(); }
     void stop() { server_.reset(); }
-    std::string path(const std::string& name) const { return folder_ / name; }
-    void publish(const std::string& path, const std::string& bytes) { writeFile(folder_ / path, bytes); }
-    void withdraw(const std::string& path) { boost::filesystem::remove(folder_ / path); }
+    std::string path(const std::string& name) const { return directory_ / name; }
+    void publish(const std::string& path, const std::string& bytes) { writeFile(directory_ / path, bytes); }
+    void withdraw(const std::string& path) { boost::filesystem::remove(directory_ / path); }
 
     /// Sets what becomes of each later request; `number` counts them from 0.
     void onRequest(std::function<authoring::ServerFault(const authoring::ServerRequest&, int number)> fault) {
@@ -52,7 +52,7 @@ class RepositoryServer {
   private:
     authoring::StaticServerOptions options() {
         authoring::StaticServerOptions options;
-        options.folder = folder_.path().string();
+        options.directory = directory_.path().string();
         options.fault = [this](const authoring::ServerRequest& request) {
             const std::lock_guard<std::mutex> lock(mutex_);
             return fault_ ? fault_(request, number_++) : authoring::ServerFault();
@@ -64,7 +64,7 @@ class RepositoryServer {
         return options;
     }
 
-    TempDir folder_;
+    TempDir directory_;
     std::mutex mutex_;
     std::function<authoring::ServerFault(const authoring::ServerRequest&, int)> fault_;
     int number_ = 0;

@@ -27,7 +27,7 @@ class TempDir {
     boost::filesystem::path path_{directory_.path()};
 };
 
-/// Writes a whole file, making its folders.
+/// Writes a whole file, making its directories.
 inline void writeFile(const std::string& path, const std::string& text) {
     boost::filesystem::create_directories(boost::filesystem::path(path).parent_path());
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
@@ -35,7 +35,7 @@ inline void writeFile(const std::string& path, const std::string& text) {
     if (!out.flush()) throw std::runtime_error("cannot write " + path);
 }
 
-/// Another text of the same length under the time of the last change: only who reads the file again can tell.
+/// Another text of the same length under the time of the last change: only reading the file again shows it.
 inline void replaceUnseen(const std::string& path, const std::string& text) {
     const std::time_t time = boost::filesystem::last_write_time(path);
     if (boost::filesystem::file_size(path) != text.size())

@@ -54,7 +54,7 @@ TEST_F(CheckTest, AGoodRepositoryHasNoFindings) {
     EXPECT_EQ(run.out, "4 entries, 4 patches: 0 errors, 0 warnings\n");
 }
 
-TEST_F(CheckTest, FindsEachPlantedFaultAndTellsItsRemedy) {
+TEST_F(CheckTest, FindsEachPlantedFaultAndSaysItsRemedy) {
     struct Fault {
         const char* name;
         std::function<void()> plant;
@@ -100,7 +100,7 @@ TEST_F(CheckTest, FindsEachPlantedFaultAndTellsItsRemedy) {
              writeFile(path("patches/lock.zip"), zip.file("lock.sig", sign(good())).finish());
          },
          "error", "patches/lock.zip", "does not hold \"lock.bsh\"", "publish the patch again"},
-        {"archive leaves the folder",
+        {"archive leaves the directory",
          [&] { script(good(), [](auto& zip) { zip.file("../../etc/x", "x"); }); }, "error",
          "patches/lock.zip", "refuse to unpack", "find out who changed it"},
         {"archive is none", [&] { writeFile(path("patches/lock.zip"), "no zip"); }, "error",
@@ -147,7 +147,7 @@ TEST_F(CheckTest, FindsEachPlantedFaultAndTellsItsRemedy) {
          },
          "warning", "content/CVE-3.xml, CRE-CVE-3", "has 2 ERIs", "one ERI for each identifier"},
         {"one ERI id twice", [&] { edit("CVE-3", "\"ERI-CVE-3-1\"", "\"ERI-8\""); }, "error",
-         "content/CVE-3.xml, ERI-8", "its id stands at content/CVE-1.xml", "id of its own"},
+         "content/CVE-3.xml, ERI-8", "its id is at content/CVE-1.xml", "id of its own"},
         {"knowledge-base number", [&] { edit("CVE-1", "<mskb></mskb>", "<mskb>KB1</mskb>"); }, "warning",
          "content/CVE-1.xml, ERI-7-1", "passes it over", "leave mskb out", true},
         {"own installer without silent",
@@ -229,7 +229,7 @@ TEST_F(CheckTest, HostileContentCannotWriteToTheTerminal) {
     EXPECT_EQ(check().out.find('\x1b'), std::string::npos);
 }
 
-TEST_F(CheckTest, ABareBundleWouldLoseItsFolder) {
+TEST_F(CheckTest, ABareBundleWouldLoseItsDirectory) {
     ASSERT_EQ(publish(R"([{"identifier": "CVE-2", "product": "cpe:/a:x", "file": "Bundle.app/Bundle.app"}])")
                   .status,
               0);
@@ -255,7 +255,7 @@ TEST(NameChecksTest, PatchNames) {
         const char* patchId;
         const char* what;
     };
-    for (const Case& c : {Case{"..", "names a folder"},
+    for (const Case& c : {Case{"..", "names a directory"},
                           {"a\nb.pkg", "control character"},
                           {".pkg", "lacks a name"},
                           {"a.", "lacks a name"},
@@ -301,13 +301,13 @@ TEST(ContentChecksTest, CresCompeteUnlessTheLaterOneIsTheGeneralCase) {
 }
 
 TEST(SizeCheckTest, AllowsTheArchiveTheFileAndRounding) {
-    constexpr std::uint64_t mb = 1048576;
-    EXPECT_THAT(sizeFindings("p", "10 MB", 10 * mb, 10 * mb), IsEmpty());
-    EXPECT_THAT(sizeFindings("p", "10.1 MB", 10 * mb + 1, 10 * mb), IsEmpty());
-    EXPECT_THAT(sizeFindings("p", "30 MB", 10 * mb, 30 * mb), IsEmpty()) << "compressed in the archive";
-    EXPECT_EQ(sizeFindings("p", "9 MB", 10 * mb, 10 * mb).size(), 1U);
-    EXPECT_EQ(sizeFindings("p", "12 MB", 10 * mb, 10 * mb).size(), 1U);
-    EXPECT_EQ(sizeFindings("p", "", 10 * mb, 10 * mb).size(), 1U);
+    constexpr std::uint64_t kMb = 1048576;
+    EXPECT_THAT(sizeFindings("p", "10 MB", 10 * kMb, 10 * kMb), IsEmpty());
+    EXPECT_THAT(sizeFindings("p", "10.1 MB", 10 * kMb + 1, 10 * kMb), IsEmpty());
+    EXPECT_THAT(sizeFindings("p", "30 MB", 10 * kMb, 30 * kMb), IsEmpty()) << "compressed in the archive";
+    EXPECT_EQ(sizeFindings("p", "9 MB", 10 * kMb, 10 * kMb).size(), 1U);
+    EXPECT_EQ(sizeFindings("p", "12 MB", 10 * kMb, 10 * kMb).size(), 1U);
+    EXPECT_EQ(sizeFindings("p", "", 10 * kMb, 10 * kMb).size(), 1U);
 }
 
 }  // namespace

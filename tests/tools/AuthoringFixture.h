@@ -20,8 +20,8 @@ namespace zelor::test {
 
 /// A file with the header of a flat package.
 inline std::string flatPackage(const std::string& rest) {
-    constexpr char header[] = "xar!\0\34\0\1\0\0\0\0\0\0\0\1\0\0\0\0\0\0\0\1\0\0\0\1";
-    return std::string(header, sizeof header - 1) + rest;
+    constexpr char kHeader[] = "xar!\0\34\0\1\0\0\0\0\0\0\0\1\0\0\0\0\0\0\0\1\0\0\0\1";
+    return std::string(kHeader, sizeof kHeader - 1) + rest;
 }
 
 /// What one run of the author's tool said and how it ended.
@@ -96,7 +96,7 @@ class ToolProcess {
     std::FILE* output_ = nullptr;
 };
 
-/// An author's folder: keys, sources of every kind and a manifest of them.
+/// An author's directory: keys, sources of every kind and a manifest of them.
 struct Authoring : testing::Test {
     TempDir dir;
     std::string repository = dir / "repository", source = dir / "source";
@@ -136,7 +136,7 @@ struct Authoring : testing::Test {
         return contentTool(more);
     }
     ToolRun check() { return contentTool({"check", repository, "--key", publicKey}); }
-    /// Runs a shell command in the author's folder; its exit status.
+    /// Runs a shell command in the author's directory; its exit status.
     int shell(const std::string& command) const {
         const int status =
             std::system(("cd '" + dir.path().string() + "' && { " + command + "; } >/dev/null 2>&1").c_str());

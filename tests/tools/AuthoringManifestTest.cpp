@@ -43,7 +43,7 @@ TEST_F(ManifestTest, ErrorsNameEntryFieldAndRemedyAndPublishNothing) {
         {"identifier of no kind", R"([{"identifier": "oval-1", )" + pkg + "}]", {"neither \"CVE-\" nor"}},
         {"repeated identifier",
          "[{" + entry + "," + pkg + "},{" + entry + "," + pkg + "}]",
-         {"CVE-1", "stands at"}},
+         {"CVE-1", "is at"}},
         {"not a CPE",
          R"([{"identifier": "CVE-1", "platform": "mac", )" + pkg + "}]",
          {"platform \"mac\"", "cpe:/o"}},
@@ -54,8 +54,8 @@ TEST_F(ManifestTest, ErrorsNameEntryFieldAndRemedyAndPublishNothing) {
         {"path in patch id", with(pkg + R"(, "patchId": "../x.pkg")"), {"path separator"}},
         {"archive's own name", with(pkg + R"(, "patchId": "x.zip")"), {"collides with its own archive"}},
         {"no installer", with(script), {"no installer takes", ".app, .pkg or .dmg"}},
-        {"bundle as file", with(pkg + R"(, "patchId": "x.app")"), {"is a file", "folder"}},
-        {"image as folder", with(R"("file": "Bundle.app", "patchId": "x.dmg")"), {"must be a file"}},
+        {"bundle as file", with(pkg + R"(, "patchId": "x.app")"), {"is a file", "directory"}},
+        {"image as directory", with(R"("file": "Bundle.app", "patchId": "x.dmg")"), {"must be a file"}},
         {"misleading size", with(pkg + R"(, "size": "2 GB")"), {"\"size\"", "2 bytes", "leave it out"}},
         {"same stem",
          with(R"("eris": [{"file": "image.dmg"}, {"file": "image.dmg", "patchId": "IMAGE.pkg"}])"),
@@ -72,7 +72,7 @@ TEST_F(ManifestTest, ErrorsNameEntryFieldAndRemedyAndPublishNothing) {
         {"bundle with a set-user-id program", with(R"("file": "Setuid.app")"), {"chmod ug-s"}},
         {"same ERI id",
          with(R"("eris": [{"id": "E", "file": "image.dmg"}, {"id": "E", "file": "image.dmg"}])"),
-         {"its id stands at", "id of its own"}},
+         {"its id is at", "id of its own"}},
         {"competing CREs",
          R"([{"identifier": "CVE-1", "cres": [{"product": "cpe:/a:x", )" + pkg +
              R"(}, {"product": "cpe:/a:x", )" + pkg + "}]}]",
@@ -96,7 +96,7 @@ TEST_F(ManifestTest, ErrorsNameEntryFieldAndRemedyAndPublishNothing) {
     }
 }
 
-TEST_F(ManifestTest, EveryErrorIsToldAtOnce) {
+TEST_F(ManifestTest, EveryErrorIsReportedAtOnce) {
     writeFile(source + "/bad.bsh", "if true; then\n");
     const std::string err = publish(R"([
         {"identifier": "x", "file": "none.pkg"}, {"identifier": "y"},

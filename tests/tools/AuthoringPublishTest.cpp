@@ -212,7 +212,7 @@ TEST_F(PublishTest, WhatAManifestNoLongerNamesIsWithdrawn) {
     EXPECT_THAT(check().out, HasSubstr("patches/image.zip: no content names it"));
 }
 
-/// Every entry is signed, and every archive that it names is there and good. Warnings tell of what agents
+/// Every entry is signed, and every archive that it names is there and good. Warnings name what agents
 /// never ask for; an MD5 that differs, of an archive that is newer than the content.
 void expectWhole(const std::string& repository, const std::string& key) {
     for (const Finding& finding : checkRepository(repository, key).findings) {
@@ -234,11 +234,11 @@ TEST_F(PublishTest, KilledAtAnyMomentItShowsNothingHalfDone) {
         return json + ']';
     };
     const auto shownNow = [&] {
-        struct stat folder {
+        struct stat directory {
         }, file{};
-        ::stat((repository + "/content").c_str(), &folder);
+        ::stat((repository + "/content").c_str(), &directory);
         ::stat((repository + "/content/CVE-1.xml.sig").c_str(), &file);
-        return std::make_pair(folder.st_ino, file.st_ino);
+        return std::make_pair(directory.st_ino, file.st_ino);
     };
     std::minstd_rand random(7);
     int killed = 0;
@@ -274,8 +274,8 @@ TEST_F(PublishTest, KilledAtAnyMomentItShowsNothingHalfDone) {
     EXPECT_EQ(check().out, "22 entries, 2 patches: 0 errors, 0 warnings\n");
 }
 
-std::string readBelow(const base::UniqueFd& folder, const char* name) {
-    const base::UniqueFd file(::openat(folder.get(), name, O_RDONLY | O_CLOEXEC));
+std::string readBelow(const base::UniqueFd& directory, const char* name) {
+    const base::UniqueFd file(::openat(directory.get(), name, O_RDONLY | O_CLOEXEC));
     std::string text(4096, '\0');
     const ssize_t got = ::read(file.get(), text.data(), text.size());
     text.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
@@ -288,12 +288,12 @@ TEST_F(PublishTest, ReadersNeverSeeContentWithoutItsSignature) {
     std::atomic<int> torn{0}, looks{0};
     std::thread reader([&] {
         while (!done) {
-            // The folder is opened once: both files come from one state of it.
-            const base::UniqueFd folder = base::openFile(repository + "/content", O_RDONLY | O_DIRECTORY);
-            const std::string text = readBelow(folder, "CVE-3.xml");
-            const std::string signature = readBelow(folder, "CVE-3.xml.sig");
-            torn += folder.valid() ? 0 : 1;
-            // A folder that was exchanged while it was open is emptied.
+            // The directory is opened once: both files come from one state of it.
+            const base::UniqueFd directory = base::openFile(repository + "/content", O_RDONLY | O_DIRECTORY);
+            const std::string text = readBelow(directory, "CVE-3.xml");
+            const std::string signature = readBelow(directory, "CVE-3.xml.sig");
+            torn += directory.valid() ? 0 : 1;
+            // A directory that was exchanged while it was open is emptied.
             if (!text.empty() && !signature.empty()) {
                 torn += agent::verifyBytes(text, signature, publicKey).good ? 0 : 1;
                 ++looks;
@@ -309,7 +309,7 @@ TEST_F(PublishTest, ReadersNeverSeeContentWithoutItsSignature) {
     EXPECT_EQ(torn, 0);
 }
 
-TEST_F(PublishTest, WhereFoldersCannotBeExchangedFilesAreRenamed) {
+TEST_F(PublishTest, WhereDirectoriesCannotBeExchangedFilesAreRenamed) {
     ASSERT_EQ(publish().status, 0);
     fs::rename(repository + "/content", dir / "elsewhere");
     fs::create_symlink(dir / "elsewhere", repository + "/content");
@@ -363,8 +363,8 @@ TEST_F(PublishTest, AnotherFileUnderAPublishedEriIdIsAWarning) {
 /// More files than are flushed one by one, and more than one group of them.
 TEST_F(PublishTest, ManyEntriesArePublishedInGroups) {
     std::string many = "[";
-    constexpr int count = 510;
-    for (int i = 0; i < count; ++i) {
+    constexpr int kCount = 510;
+    for (int i = 0; i < kCount; ++i) {
         const std::string number = std::to_string(1000 + i);
         writeFile(source + "/p" + number + ".dmg", image(number));
         many += (i == 0 ? "" : ",") + (R"({"identifier": "CVE-)" + number) + R"(", "product": "cpe:/a:x:)" +
@@ -448,7 +448,7 @@ TEST(SizeTextTest, AgentsReadEverySizeAtLeastAsLargeAndHardlyLarger) {
     EXPECT_EQ(sizeText(3 * 1024), "3 KB");
 }
 
-TEST(SizeTextTest, TellsWhatMisleads) {
+TEST(SizeTextTest, SaysWhatMisleads) {
     for (const char* good : {"12.5 MB", "3 KB", "2.25mb", "0.125 MB", " 7 kb "})
         EXPECT_EQ(whySizeMisleads(good), "") << good;
     EXPECT_THAT(whySizeMisleads("2 GB"), HasSubstr("reads as 2 bytes"));

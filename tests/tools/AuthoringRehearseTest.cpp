@@ -21,7 +21,8 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::Pair;
 
-/// A manifest of a script, a package and a system update; temporary folders are made where they can be seen.
+/// A manifest of a script, a package and a system update; temporary directories are made where they can be
+/// seen.
 struct RehearseTest : test::Authoring {
     std::string temporary = dir / "tmp", root = dir / "mac", order = source + "/manifest.json";
 
@@ -49,8 +50,8 @@ struct RehearseTest : test::Authoring {
 
     /// A rehearsal in a sandbox, where this machine has one.
     static std::vector<std::string> anySandbox() {
-        static const bool none = !whyNoSandbox().empty();
-        return none ? std::vector<std::string>{"--no-sandbox"} : std::vector<std::string>{};
+        static const bool kNone = !whyNoSandbox().empty();
+        return kNone ? std::vector<std::string>{"--no-sandbox"} : std::vector<std::string>{};
     }
     ToolRun rehearse(const std::string& identifier, std::vector<std::string> more = {}) {
         for (const std::string& option : anySandbox())
@@ -62,7 +63,7 @@ struct RehearseTest : test::Authoring {
     }
 };
 
-TEST_F(RehearseTest, TellsWhatBecameOfAnEntry) {
+TEST_F(RehearseTest, SaysWhatBecameOfAnEntry) {
     ToolRun run = rehearse("CCE-1");
     EXPECT_EQ(run.status, 0) << run.out << run.err;
     EXPECT_THAT(run.out, AllOf(HasSubstr("Published CCE-1 with 1 patch"), HasSubstr("Mac OS X 10.10.5"),
@@ -233,7 +234,7 @@ TEST(RehearsalReportTest, MakesARequestForEachCre) {
                     Pair("cpe:/o:apple:mac_os_x||apple safari", "CVE-1")));
 }
 
-TEST(RehearsalReportTest, TellsChangesUpToALimit) {
+TEST(RehearsalReportTest, SaysChangesUpToALimit) {
     const DiskState before = {{"a", "1"}, {"b", "1"}, {"c", "1"}},
                     after = {{"b", "2"}, {"c", "1"}, {"d\n", "1"}};
     EXPECT_EQ(diskChanges(before, after, 9), "  changed  /b\n  new      /d?\n  removed  /a\n");

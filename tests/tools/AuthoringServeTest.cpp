@@ -13,7 +13,7 @@ using testing::StartsWith;
 
 struct ServeTest : test::Authoring {};
 
-TEST_F(ServeTest, ServesUntilASignalAndTellsOfRequests) {
+TEST_F(ServeTest, ServesUntilASignalAndSaysOfRequests) {
     if (shell("curl --version") != 0) GTEST_SKIP() << "the curl command is not installed";
     ASSERT_EQ(publish().status, 0);
     for (const int signal : {SIGTERM, SIGINT}) {
@@ -31,7 +31,7 @@ TEST_F(ServeTest, ServesUntilASignalAndTellsOfRequests) {
     }
 }
 
-TEST_F(ServeTest, AMissingFolderIsUnusable) {
+TEST_F(ServeTest, AMissingDirectoryIsUnusable) {
     const test::ToolRun run = test::contentTool({"serve", dir / "none", "--port", "0"});
     EXPECT_EQ(run.status, 2);
     EXPECT_THAT(run.err, HasSubstr("none"));
@@ -55,9 +55,9 @@ TEST_F(ServeTest, SampleScriptsRunOnAMacAndOnARehearsalMac) {
     for (const char* disk : {"mac", "variable"})
         boost::filesystem::create_directory(dir / disk);
     std::size_t count = 0;
-    for (const char* folder : {"/scripts", "/../demo/scripts"}) {
+    for (const char* directory : {"/scripts", "/../demo/scripts"}) {
         for (const auto& entry :
-             boost::filesystem::directory_iterator(ZELOR_REHEARSAL_CONTENT + std::string(folder))) {
+             boost::filesystem::directory_iterator(ZELOR_REHEARSAL_CONTENT + std::string(directory))) {
             const std::string script = entry.path().string();
             SCOPED_TRACE(script);
             ++count;

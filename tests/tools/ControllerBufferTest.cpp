@@ -36,10 +36,10 @@ TEST(ControllerBufferRecord, HasEachPatchOnceWithItsLastOutcome) {
     EXPECT_TRUE(record.takeNews().empty());
 }
 
-TEST_F(ControllerTest, BuffersAndTellsWhatItHas) {
-    road.addContent("CCE-1", "one.pkg");
-    road.addArchive("one", "what is buffered is not looked into");
-    road.addContent("CCE-2", "none.pkg");
+TEST_F(ControllerTest, BuffersAndSaysWhatItHas) {
+    fixture.addContent("CCE-1", "one.pkg");
+    fixture.addArchive("one", "what is buffered is not looked into");
+    fixture.addContent("CCE-2", "none.pkg");
     const json map = {{"cpe:/o:x", "CCE-1"}, {"cpe:/o:y", "CCE-2"}, {"cpe:/o:z", "CCE-9"}};
     const ControllerRun first = on("buffer", map, {"--json", "-"});
     EXPECT_EQ(first.status, 1);
@@ -53,37 +53,37 @@ TEST_F(ControllerTest, BuffersAndTellsWhatItHas) {
     EXPECT_THAT(first.err,
                 HasSubstr("1 patch is in the buffer, 1 skipped; 1 request without usable content."));
 
-    const ControllerRun second = on("buffer", {{"cpe:/o:x", "CCE-1"}}, {"--json", road.dir / "out.json"});
+    const ControllerRun second = on("buffer", {{"cpe:/o:x", "CCE-1"}}, {"--json", fixture.dir / "out.json"});
     EXPECT_EQ(second.status, 0);
     EXPECT_EQ(readJson("out.json")["alreadyBuffered"], json::parse(R"(["one.pkg"])"));
     EXPECT_THAT(second.out, HasSubstr("already-buffered  one.pkg"));
     EXPECT_EQ(on("buffer", {{"cpe:/o:y", "CCE-2"}}, {"--quiet"}).status, 3);
-    EXPECT_FALSE(boost::filesystem::exists(road.dir / "var/zelor/content"));
+    EXPECT_FALSE(boost::filesystem::exists(fixture.dir / "var/zelor/content"));
 }
 
 TEST_F(ControllerTest, ASignalStopsADownloadIntoTheBuffer) {
-    road.addContent("CCE-1", "big.pkg");
+    fixture.addContent("CCE-1", "big.pkg");
     const std::string bytes(200000, 'b');
-    road.addArchive("big", bytes);
+    fixture.addArchive("big", bytes);
     authoring::ServerFault stall;
     stall.stallAfter = 100000;
-    road.addFault("patches/big.zip", stall);
+    fixture.addFault("patches/big.zip", stall);
     std::atomic<bool> over{false};
     std::thread user([&] {
-        while (road.countAnswers("/patches/big.zip") == 0 && !over)
+        while (fixture.countAnswers("/patches/big.zip") == 0 && !over)
             std::this_thread::yield();
         ::kill(::getpid(), over ? 0 : SIGTERM);
     });
-    const ControllerRun run = on("buffer", {{"cpe:/o:x", "CCE-1"}}, {"--json", road.dir / "out.json"});
+    const ControllerRun run = on("buffer", {{"cpe:/o:x", "CCE-1"}}, {"--json", fixture.dir / "out.json"});
     over = true;
     user.join();
     EXPECT_EQ(run.status, 130);
     EXPECT_EQ(readJson("out.json")["cancelled"], true);
     EXPECT_EQ(readJson("out.json")["buffered"], json::array());
-    EXPECT_EQ(readFile(road.dir / "var/zelor/unzip/bufferdPatchesList.txt"), "");
-    EXPECT_FALSE(boost::filesystem::exists(road.dir / "var/zelor/buffer/big.zip"));
+    EXPECT_EQ(readFile(fixture.dir / "var/zelor/unzip/bufferdPatchesList.txt"), "");
+    EXPECT_FALSE(boost::filesystem::exists(fixture.dir / "var/zelor/buffer/big.zip"));
     EXPECT_EQ(on("buffer", {{"cpe:/o:x", "CCE-1"}}).status, 0);
-    EXPECT_EQ(readFile(road.dir / "var/zelor/buffer/big.zip"), bytes);
+    EXPECT_EQ(readFile(fixture.dir / "var/zelor/buffer/big.zip"), bytes);
 }
 
 }  // namespace

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "controller/CommandLine.h"
-#include "tests/road/Road.h"
+#include "tests/integration/IntegrationFixture.h"
 #include "tests/support/TempDir.h"
 
 namespace zelor::test {
@@ -31,11 +31,11 @@ inline ControllerRun controller(const std::vector<std::string>& arguments) {
     return run;
 }
 
-/// A root with settings and a key, a repository with scripts behind it, and a folder of tools.
+/// A root with settings and a key, a repository with scripts behind it, and a directory of tools.
 struct ControllerTest : testing::Test {
-    Road road;
-    std::string root = road.dir.path().string();
-    std::string requests = road.dir / "requests.json";
+    IntegrationFixture fixture;
+    std::string root = fixture.dir.path().string();
+    std::string requests = fixture.dir / "requests.json";
 
     ControllerTest() {
         tool("sw_vers", "case $1 in -productName) echo Mac OS X ;; *) echo 10.10.5 ;; esac");
@@ -44,7 +44,7 @@ struct ControllerTest : testing::Test {
     }
 
     void tool(const std::string& name, const std::string& script) {
-        const std::string path = road.dir / ("tools/" + name);
+        const std::string path = fixture.dir / ("tools/" + name);
         writeFile(path, "#!/bin/sh\n" + script + "\n");
         ::chmod(path.c_str(), 0755);
     }
@@ -57,12 +57,12 @@ struct ControllerTest : testing::Test {
     ControllerRun at(const std::string& command, const std::vector<std::string>& more = {},
                      std::vector<std::string> first = {}) {
         first.insert(first.begin(), command);
-        first.insert(first.end(), {"--root", root, "--tools", road.dir / "tools"});
+        first.insert(first.end(), {"--root", root, "--tools", fixture.dir / "tools"});
         first.insert(first.end(), more.begin(), more.end());
         return controller(first);
     }
     nlohmann::json readJson(const std::string& name) {
-        return nlohmann::json::parse(readFile(road.dir / name));
+        return nlohmann::json::parse(readFile(fixture.dir / name));
     }
 };
 

@@ -41,10 +41,10 @@ std::string problemOf(const std::string& text) {
 TEST(ControllerSetup, MakesWhatIsMissingOnTheSystemWhereNobodyElseCanReplaceIt) {
     const test::TempDir dir;
     setSystemRoot(dir.path().string());
-    Place place;
-    place.settings = agent::AgentSettings::load(dir / "etc/zelor/zelor.ini");
-    place.installPath = dir / "opt/zelor";
-    prepareFolders(place, false);
+    Paths paths;
+    paths.settings = agent::AgentSettings::load(dir / "etc/zelor/zelor.ini");
+    paths.installPath = dir / "opt/zelor";
+    prepareDirectories(paths, false);
     for (const char* made : {"opt/zelor", "var/log/zelor", "var/zelor/unzip", "var/zelor/buffer"}) {
         struct stat info {};
         EXPECT_EQ(::stat((dir / made).c_str(), &info), 0) << made;
@@ -52,7 +52,7 @@ TEST(ControllerSetup, MakesWhatIsMissingOnTheSystemWhereNobodyElseCanReplaceIt) 
     }
     boost::filesystem::remove(dir / "opt/zelor");
     ::chmod((dir / "opt").c_str(), 0777);
-    EXPECT_THROW(prepareFolders(place, false), InputError);
+    EXPECT_THROW(prepareDirectories(paths, false), InputError);
     EXPECT_FALSE(boost::filesystem::exists(dir / "opt/zelor"));
     setSystemRoot("");
 }
@@ -63,10 +63,10 @@ TEST(ControllerRequests, ReadsAnObjectOfStrings) {
     EXPECT_EQ(map, (RequestMap{{"a\xc3\xa9", "CCE-2"}, {"b||P", "CVE-1"}}));
 }
 
-TEST(ControllerRequests, TellsWhatIsWrongAndWhere) {
+TEST(ControllerRequests, SaysWhatIsWrongAndWhere) {
     const struct {
         const char* text;
-        std::vector<std::string> told;
+        std::vector<std::string> reported;
     } cases[] = {
         {"", {"r.json, line 1", "byte 1", "not valid JSON"}},
         {"{\n\"a\": \"CVE-1\",\n}", {"line 3", "not valid JSON"}},
@@ -80,7 +80,7 @@ TEST(ControllerRequests, TellsWhatIsWrongAndWhere) {
         {"{\"\\u001b[2Ja\": \"\", \"\\u001b[2Ja\": \"\"}", {"\"?[2Ja\""}},
     };
     for (const auto& one : cases) {
-        for (const std::string& part : one.told)
+        for (const std::string& part : one.reported)
             EXPECT_THAT(problemOf(one.text), HasSubstr(part)) << one.text;
     }
 }

@@ -14,7 +14,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
-/// Everything below a folder but the log and the cache of content: path, kind, time and bytes.
+/// Everything below a directory but the log and the cache of content: path, kind, time and bytes.
 std::map<std::string, std::string> snapshot(const std::string& root) {
     std::map<std::string, std::string> all;
     for (const auto& entry : fs::recursive_directory_iterator(root)) {
@@ -30,51 +30,52 @@ std::map<std::string, std::string> snapshot(const std::string& root) {
 struct ControllerPlanTest : ControllerTest {
     /// softwareupdate lists the file "listing", and installing a label takes its line away.
     void listUpdates(const std::string& listing) {
-        const std::string file = road.dir / "tools/listing";
+        const std::string file = fixture.dir / "tools/listing";
         writeFile(file, listing);
         tool("softwareupdate", "f='" + file + "'\nif [ \"$1\" = -l ]; then cat \"$f\"; exit; fi\n" +
-                                   "echo \"$2\" >>'" + (road.dir / "tools/asked") + "'\n" +
+                                   "echo \"$2\" >>'" + (fixture.dir / "tools/asked") + "'\n" +
                                    "grep -qF \"* $2\" \"$f\" || { echo No updates are available.; exit; }\n" +
                                    "grep -vF \"* $2\" \"$f\" >\"$f.new\"; mv \"$f.new\" \"$f\"; echo Done.");
     }
     std::string patch(const std::string& name, const std::string& text) {
         const std::string stem = name.substr(0, name.rfind('.'));
-        return ArchiveBuilder().file(name, text).file(stem + ".sig", road.key.sign(text)).finish();
+        return ArchiveBuilder().file(name, text).file(stem + ".sig", fixture.key.sign(text)).finish();
     }
     void buffer(const std::string& name, const std::string& archive) {
-        writeFile(road.dir / ("var/zelor/buffer/" + name.substr(0, name.size() - 4) + ".zip"), archive);
-        const std::string list = road.dir / "var/zelor/unzip/bufferdPatchesList.txt";
+        writeFile(fixture.dir / ("var/zelor/buffer/" + name.substr(0, name.size() - 4) + ".zip"), archive);
+        const std::string list = fixture.dir / "var/zelor/unzip/bufferdPatchesList.txt";
         writeFile(list, (fs::exists(list) ? readFile(list) : "") + name + "=00\n");
     }
     void addOsUpdate(const std::string& identifier, const std::string& product) {
-        road.addContentText(identifier, "<remediation identifier=\"" + identifier + "\"><cre><eri id=\"ERI-" +
-                                            identifier + "\"><product>" + product +
-                                            "</product><instructions>OS remediation</instructions>"
-                                            "</eri></cre></remediation>");
+        fixture.addContentText(identifier, "<remediation identifier=\"" + identifier +
+                                               "\"><cre><eri id=\"ERI-" + identifier + "\"><product>" +
+                                               product +
+                                               "</product><instructions>OS remediation</instructions>"
+                                               "</eri></cre></remediation>");
     }
 };
 
 TEST_F(ControllerPlanTest, ChangesNothingAndForetellsTheRun) {
     listUpdates("   * OSXUpd10.10.5-10.10.5\n   * Command Line Tools (OS X 10.10)-6.0\n   * Safari9.0-9.0\n");
-    road.addScript("CCE-1", "good", "exit 0\n");
-    road.addScript("CCE-2", "before", "exit 1\n");
+    fixture.addScript("CCE-1", "good", "exit 0\n");
+    fixture.addScript("CCE-2", "before", "exit 1\n");
     addOsUpdate("CVE-1", "cpe:/o:apple:mac_os_x");
     addOsUpdate("CVE-2", "cpe:/a:apple:safari");
-    road.addContent("CVE-3", "ready.pkg");
+    fixture.addContent("CVE-3", "ready.pkg");
     buffer("ready.pkg", patch("ready.pkg", "ready"));
-    road.addContent("CVE-4", "forged.pkg");
+    fixture.addContent("CVE-4", "forged.pkg");
     buffer("forged.pkg", ArchiveBuilder().file("forged.pkg", "x").file("forged.sig", "y").finish());
-    road.addContent("CVE-5", "fetched.pkg");
-    road.addArchive("fetched", patch("fetched.pkg", "fetched"));
-    road.addContent("CVE-6", "nothing");
-    road.addContent("CVE-7", "odd.exe");
-    road.addArchive("odd", patch("odd.exe", "odd"));
-    road.addContentText(
+    fixture.addContent("CVE-5", "fetched.pkg");
+    fixture.addArchive("fetched", patch("fetched.pkg", "fetched"));
+    fixture.addContent("CVE-6", "nothing");
+    fixture.addContent("CVE-7", "odd.exe");
+    fixture.addArchive("odd", patch("odd.exe", "odd"));
+    fixture.addContentText(
         "CVE-8",
         "<remediation identifier=\"CVE-8\"><cre id=\"C\"><eri id=\"E-1\"><patch id=\"fetched.pkg\" "
         "size=\"2 GB\" md5=\"1\"/></eri><eri id=\"E-2\"><patch id=\"never.pkg\" size=\"1 KB\" "
         "md5=\"1\"/></eri></cre></remediation>");
-    writeFile(road.dir / "var/log/zelor/ZelorInstalledPatches.txt", "ERI-CCE-2\n");
+    writeFile(fixture.dir / "var/log/zelor/ZelorInstalledPatches.txt", "ERI-CCE-2\n");
     const json map = {{"cpe:/o:a", "CCE-1"},
                       {"cpe:/o:b", "CCE-2"},
                       {"cpe:/o:c||Apple Mac OS X", "CVE-1"},
@@ -94,7 +95,7 @@ TEST_F(ControllerPlanTest, ChangesNothingAndForetellsTheRun) {
     auto after = snapshot(root);
     after.erase(requests);
     EXPECT_EQ(after, before);
-    EXPECT_FALSE(fs::exists(road.dir / "tools/asked"));
+    EXPECT_FALSE(fs::exists(fixture.dir / "tools/asked"));
     EXPECT_EQ(shown.status, 1);
     EXPECT_EQ(shown.err, "");
     EXPECT_THAT(shown.out, Not(HasSubstr("\x1b")));
@@ -105,7 +106,7 @@ TEST_F(ControllerPlanTest, ChangesNothingAndForetellsTheRun) {
           "\"Command Line Tools (OS X 10.10)-6.0\" is taken by a word", "6 to apply, 1 applied already"})
         EXPECT_THAT(shown.out, HasSubstr(part));
     const json plan = json::parse(planned.out);
-    on("run", map, {"--json", road.dir / "out.json"});
+    on("run", map, {"--json", fixture.dir / "out.json"});
     const json results = readJson("out.json");
     for (const auto& [key, result] : results["requests"].items())
         EXPECT_EQ(plan["requests"][key]["value"], result["value"]) << key;
@@ -115,9 +116,9 @@ TEST_F(ControllerPlanTest, ChangesNothingAndForetellsTheRun) {
         for (const json& label : plan["requests"][key]["labels"])
             labels += label.get<std::string>() + '\n';
     }
-    EXPECT_EQ(readFile(road.dir / "tools/asked"), labels);
+    EXPECT_EQ(readFile(fixture.dir / "tools/asked"), labels);
     EXPECT_EQ(plan["requests"]["cpe:/a:e"]["steps"][0]["file"]["source"], "buffer");
-    EXPECT_EQ(road.countAnswers("ready.zip"), 0);
+    EXPECT_EQ(fixture.countAnswers("ready.zip"), 0);
     const json again = json::parse(on("plan", map, {"--json"}).out);
     EXPECT_EQ(again["requests"]["cpe:/a:g"]["action"], "already-applied");
     EXPECT_EQ(json::parse(on("plan", map, {"--json", "--after-scan"}).out)["requests"]["cpe:/a:g"]["action"],
@@ -125,23 +126,23 @@ TEST_F(ControllerPlanTest, ChangesNothingAndForetellsTheRun) {
 }
 
 TEST_F(ControllerPlanTest, SeesAnImageThatIsStillAttached) {
-    road.addContent("CVE-1", "player.dmg");
+    fixture.addContent("CVE-1", "player.dmg");
     EXPECT_THAT(on("plan", {{"cpe:/a:a", "CVE-1"}}).out, Not(HasSubstr("hdiutil detach first")));
-    writeFile(road.dir / "var/zelor/mountpoint/Old.app/Contents/version", "1");
+    writeFile(fixture.dir / "var/zelor/mountpoint/Old.app/Contents/version", "1");
     EXPECT_THAT(on("plan", {{"cpe:/a:a", "CVE-1"}}).out, HasSubstr("hdiutil detach first"));
 }
 
 TEST_F(ControllerPlanTest, EndsByWhatStandsInTheWay) {
-    road.addScript("CCE-1", "good", "exit 0\n");
+    fixture.addScript("CCE-1", "good", "exit 0\n");
     EXPECT_EQ(on("plan", {{"cpe:/o:a", "CCE-1"}}).status, 0);
     EXPECT_EQ(on("plan", {{"cpe:/o:a", "CCE-9"}}).status, 3);
     EXPECT_EQ(on("plan", {{"cpe:/o:a", "CCE-1"}}, {"--content-dir", "/var"}).status, 2);
 }
 
 TEST_F(ControllerPlanTest, WritesJsonWhereItIsAsked) {
-    road.addScript("CCE-1", "good", "exit 0\n");
+    fixture.addScript("CCE-1", "good", "exit 0\n");
     writeFile(requests, R"({"cpe:/o:a": "CCE-1"})");
-    const std::string file = road.dir / "plan.json";
+    const std::string file = fixture.dir / "plan.json";
     using Words = std::vector<std::string>;
     for (const Words& arguments :
          {Words{requests, "--json", file}, {"--json", file, requests}, {"--json=" + file, requests}}) {
@@ -220,7 +221,7 @@ struct PlanDecisions : testing::Test {
 TEST_F(PlanDecisions, ForeseeUpdatesOfTheSystem) {
     contents["CVE-1"] = {block("E", "", "OS Remediation")};
     std::string cut = " * OS X Tools";  // the first piece of a longer line
-    cut.resize(platform::listingPiece, 's');
+    cut.resize(platform::kListingPiece, 's');
     const struct {
         std::vector<std::string> listing;
         std::string name, version;
@@ -285,15 +286,15 @@ TEST_F(PlanDecisions, TellWhatSurprises) {
                                                         {"cpe:/a:6||oval:1", "CVE-6"},
                                                         {"cpe:/a:6||oval:2", "CVE-6"}},
                                                        facts);
-    const std::map<std::string, std::string> told = {
+    const std::map<std::string, std::string> reported = {
         {"cpe:/a:1", "\"foo.pkg\" is part of the name \"barfoo.pkg\""},
         {"cpe:/a:2", "\"foo.pkg\" is part of the name \"barfoo.pkg\""},
         {"cpe:/a:3", "installed as .app"},
         {"cpe:/a:4", "never found in the buffer"},
         {"cpe:/a:6||oval:1", "reported under \"cpe:/a:6\" together with 1 other"}};
     for (const controller::PlannedRequest& request : plan.requests) {
-        const auto expected = told.find(request.key);
-        if (expected != told.end()) {
+        const auto expected = reported.find(request.key);
+        if (expected != reported.end()) {
             EXPECT_THAT(warnings(request), HasSubstr(expected->second));
         }
         if (request.key == "cpe:/a:5") {
@@ -324,13 +325,13 @@ TEST_F(PlanDecisions, WarnOfImagesThatReadSuccessUninstalled) {
 TEST_F(PlanDecisions, WarnOfNamesThatARunIgnores) {
     contents["CCE-1"] = {block("E1", "set.bsh")};
     facts.platformCpe = "cpe:/o:this";
-    const std::map<std::string, std::string> told = {
+    const std::map<std::string, std::string> reported = {
         {"hello", "\"hello\" is no CPE 2.2 name"},
         {"cpe:/h:x", "it counts for cpe:/o:this, without a product"},
         {"cpe:/o:x,Editor||Editor", "\"Editor\" is no CPE 2.2 name"},
         {"cpe:/o:x,cpe:2.3:a:y:z:1:*:*:*:*:*:*:*", "write it in CPE 2.2, \"cpe:/a:y:z:1\""},
         {"cpe:2.3:x", "write it in CPE 2.2, \"cpe:/a:vendor:product:version\""}};
-    for (const auto& [key, warning] : told) {
+    for (const auto& [key, warning] : reported) {
         const controller::PlannedRequest request = only(key, "CCE-1");
         EXPECT_EQ(request.expected, 4U) << key;
         EXPECT_THAT(warnings(request), HasSubstr(warning));
@@ -364,11 +365,11 @@ TEST_F(PlanDecisions, KeepAccountOfTheBuffer) {
 }
 
 TEST_F(ControllerTest, ThePlanWarnsOfSettingsThatAreNotKnown) {
-    const std::string ini = road.dir / "etc/zelor/zelor.ini";
+    const std::string ini = fixture.dir / "etc/zelor/zelor.ini";
     writeFile(ini, readFile(ini) + "SpedPercent = 1\n");
-    const ControllerRun told = on("plan", {{"cpe:/o:apple:mac_os_x", "CCE-1"}});
-    EXPECT_THAT(told.out, HasSubstr("[Buffer] SpedPercent is not a known key"));
-    EXPECT_THAT(readFile(road.dir / "var/log/zelor/remediation.log"),
+    const ControllerRun reported = on("plan", {{"cpe:/o:apple:mac_os_x", "CCE-1"}});
+    EXPECT_THAT(reported.out, HasSubstr("[Buffer] SpedPercent is not a known key"));
+    EXPECT_THAT(readFile(fixture.dir / "var/log/zelor/remediation.log"),
                 HasSubstr("nearest one is [Buffer] SpeedPercent"));
 }
 

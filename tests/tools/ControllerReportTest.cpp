@@ -10,7 +10,7 @@ namespace {
 
 using testing::HasSubstr;
 
-constexpr char hostile[] = "cpe:/o:x||</td><script>alert('1')</script>\x1b[31m\"& \xe2\x80\xae";
+constexpr char kHostile[] = "cpe:/o:x||</td><script>alert('1')</script>\x1b[31m\"& \xe2\x80\xae";
 
 /// Parses the page as XML; fails when it is not well-formed.
 pugi::xml_document parsed(const std::string& page) {
@@ -30,10 +30,10 @@ struct Elements : pugi::xml_tree_walker {
 };
 
 TEST_F(ControllerTest, WritesAReport) {
-    road.addScript("CCE-1", "good", "exit 0\n");
-    road.addScript("CCE-2", "bad", "printf 'first\\n<b>&\\033[2J ]]> last\\n'; exit 3\n");
-    const nlohmann::json map = {{hostile, "CCE-2"}, {"cpe:/o:y", "CCE-1"}, {"cpe:/o:z", "CCE-<i>"}};
-    const std::string file = road.dir / "report.html";
+    fixture.addScript("CCE-1", "good", "exit 0\n");
+    fixture.addScript("CCE-2", "bad", "printf 'first\\n<b>&\\033[2J ]]> last\\n'; exit 3\n");
+    const nlohmann::json map = {{kHostile, "CCE-2"}, {"cpe:/o:y", "CCE-1"}, {"cpe:/o:z", "CCE-<i>"}};
+    const std::string file = fixture.dir / "report.html";
     EXPECT_EQ(on("run", map, {"--report", file, "--quiet"}).status, 1);
     const std::string page = readFile(file);
     for (const char* raw : {"<script", "<b>&", "<i>", "\x1b", "\xe2\x80\xae", "href", "src=", "url("})
@@ -55,7 +55,7 @@ TEST_F(ControllerTest, WritesAReport) {
 
 TEST(ReportPage, StaysLegibleForManyRequests) {
     for (const std::size_t size :
-         {std::size_t{1}, std::size_t{300}, std::size_t{10000}, controller::reportTableRows + 5}) {
+         {std::size_t{1}, std::size_t{300}, std::size_t{10000}, controller::kReportTableRows + 5}) {
         controller::RequestMap requests;
         for (std::size_t i = 0; i < size; ++i)
             requests.emplace("cpe:/a:" + std::to_string(i), "CVE-1");
@@ -81,12 +81,12 @@ TEST(ReportPage, StaysLegibleForManyRequests) {
         Elements elements;
         pugi::xml_document document = parsed(page.str());
         document.traverse(elements);
-        EXPECT_EQ(elements.count["g"], static_cast<int>(std::min(size, controller::reportTimelineRows)));
-        EXPECT_EQ(elements.count["tr"], static_cast<int>(std::min(size, controller::reportTableRows)) + 1);
-        EXPECT_EQ(elements.count["polygon"], size > controller::reportTimelineRows ? 3 : 0);
+        EXPECT_EQ(elements.count["g"], static_cast<int>(std::min(size, controller::kReportTimelineRows)));
+        EXPECT_EQ(elements.count["tr"], static_cast<int>(std::min(size, controller::kReportTableRows)) + 1);
+        EXPECT_EQ(elements.count["polygon"], size > controller::kReportTimelineRows ? 3 : 0);
         EXPECT_EQ(page.str().find("most telling") != std::string::npos,
-                  size > controller::reportTimelineRows);
-        EXPECT_EQ(page.str().find("The table has") != std::string::npos, size > controller::reportTableRows);
+                  size > controller::kReportTimelineRows);
+        EXPECT_EQ(page.str().find("The table has") != std::string::npos, size > controller::kReportTableRows);
         EXPECT_THAT(page.str(), HasSubstr("Cancelled by a signal"));
         EXPECT_THAT(page.str(), HasSubstr("https://repository.example"));
         EXPECT_LT(page.str().find("<tbody>"), page.str().find("class=\"timeline\""));

@@ -17,13 +17,14 @@ using nlohmann::json;
 using testing::HasSubstr;
 using testing::Not;
 
-constexpr char editor[] = "cpe:/o:apple:mac_os_x,cpe:/a:example:editor||Example Editor";
+constexpr char kEditor[] = "cpe:/o:apple:mac_os_x,cpe:/a:example:editor||Example Editor";
 
 TEST_F(ControllerTest, RunsAndReports) {
-    road.addScript("CCE-1", "good", "exit 0\n");
-    road.addScript("CCE-2", "bad", "echo no firewall here; exit 3\n");
+    fixture.addScript("CCE-1", "good", "exit 0\n");
+    fixture.addScript("CCE-2", "bad", "echo no firewall here; exit 3\n");
     const json map = {{"cpe:/o:x,||", "CCE-1"}, {"cpe:/o:y||", "CCE-2"}, {"cpe:/o:z||oval:org:1", "CVE-3"}};
-    const ControllerRun run = on("run", map, {"--json", road.dir / "out.json", "--events", road.dir / "ev"});
+    const ControllerRun run =
+        on("run", map, {"--json", fixture.dir / "out.json", "--events", fixture.dir / "ev"});
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(run.err, "");
     EXPECT_THAT(run.out, HasSubstr("failed            cpe:/o:y (CCE-2): exit status 3: no firewall here"));
@@ -41,7 +42,7 @@ TEST_F(ControllerTest, RunsAndReports) {
          "cpe:/o:y||": {"identifier": "CCE-2", "value": 5, "state": "failed",
                         "reason": "exit status 3: no firewall here"},
          "cpe:/o:z||oval:org:1": {"identifier": "CVE-3", "value": 6, "state": "content-failed"}})"));
-    std::istringstream events(readFile(road.dir / "ev"));
+    std::istringstream events(readFile(fixture.dir / "ev"));
     std::map<std::string, int> last;
     double time = 0;
     for (std::string line; std::getline(events, line);) {
@@ -54,12 +55,12 @@ TEST_F(ControllerTest, RunsAndReports) {
     EXPECT_EQ(last, (std::map<std::string, int>{
                         {"cpe:/o:x,||", 4}, {"cpe:/o:y||", 5}, {"cpe:/o:z||oval:org:1", 6}}));
     struct stat info {};
-    ASSERT_EQ(::stat((road.dir / "var/zelor/content").c_str(), &info), 0);
+    ASSERT_EQ(::stat((fixture.dir / "var/zelor/content").c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 0777U, 0700U);
 }
 
 TEST_F(ControllerTest, KeepsStandardOutputForJson) {
-    road.addScript("CCE-1", "good", "echo noise\n");
+    fixture.addScript("CCE-1", "good", "echo noise\n");
     const ControllerRun run = on("run", {{"cpe:/o:x", "CCE-1"}}, {"--json", "-"});
     EXPECT_EQ(run.status, 0);
     EXPECT_EQ(json::parse(run.out)["requests"]["cpe:/o:x"]["value"], 4);
@@ -71,28 +72,28 @@ TEST_F(ControllerTest, KeepsStandardOutputForJson) {
 }
 
 TEST_F(ControllerTest, AppliesAgainAfterAScan) {
-    road.addScript("CCE-1", "count", "echo x >> '" + (road.dir / "count") + "'\n");
+    fixture.addScript("CCE-1", "count", "echo x >> '" + (fixture.dir / "count") + "'\n");
     for (const std::vector<std::string>& more : {std::vector<std::string>{}, {}, {"--after-scan"}})
         EXPECT_EQ(on("run", {{"cpe:/o:x", "CCE-1"}}, more).status, 0);
-    EXPECT_EQ(readFile(road.dir / "count"), "x\nx\n");
+    EXPECT_EQ(readFile(fixture.dir / "count"), "x\nx\n");
 }
 
 TEST_F(ControllerTest, EndsByWhatWasReached) {
     EXPECT_EQ(on("run", {{"cpe:/o:x", "CCE-9"}}).status, 3);
     tool("installer", "echo broken");
-    EXPECT_EQ(on("run", {{editor, "CVE-9"}}, {"--json", road.dir / "o"}).status, 3);
+    EXPECT_EQ(on("run", {{kEditor, "CVE-9"}}, {"--json", fixture.dir / "o"}).status, 3);
     EXPECT_EQ(readJson("o")["allFailed"], true);
 }
 
 TEST_F(ControllerTest, RefusesWhatCannotWorkAndChangesNothing) {
-    const std::string ini = road.dir / "etc/zelor/zelor.ini";
+    const std::string ini = fixture.dir / "etc/zelor/zelor.ini";
     const std::string good = readFile(ini);
     const std::string url = good.substr(0, good.find("TrustedKey"));
-    boost::filesystem::create_directory(road.dir / "content");
+    boost::filesystem::create_directory(fixture.dir / "content");
     const struct {
         std::string ini;
         std::vector<std::string> more;
-        std::string told;
+        std::string reported;
     } cases[] = {
         {"[Repository]\nTrustedKey = /etc/zelor/repository.pem\n", {}, "Url"},
         {url, {}, "TrustedKey is missing"},
@@ -106,37 +107,37 @@ TEST_F(ControllerTest, RefusesWhatCannotWorkAndChangesNothing) {
         {good, {"--content-dir", "/content"}, "nobody else may enter"},
         {good, {"--install-path", "/"}, "root itself"},
         {good, {"--json", "-", "--events", "-"}, "cannot share standard output"},
-        {good, {"--json", road.dir / "no/such/folder"}, "--json"},
+        {good, {"--json", fixture.dir / "no/such/directory"}, "--json"},
         {good, {"--events", root}, "is a directory"},
         {good, {"--frobnicate"}, "--frobnicate"},
         {good, {"--quiet", "--verbose"}, "excludes"},
         {good, {"--jsno", "x"}, "zelor-remediate run: there is no option --jsno; did you mean --json?"},
         {good, {"--wait", "soon"}, "zelor-remediate run --help"},
         {good, {"--json", requests}, "is the file of the requests"},
-        {good, {"--events", road.dir / "link"}, "is the file of the requests"},
-        {good, {"--report", road.dir / "hard"}, "is the file of the requests"},
-        {good, {"--json", road.dir / "new", "--report", road.dir / "content/../new"}, "the same file"},
-        {good, {"--report", road.dir / "socket"}, "--report: cannot write"},
+        {good, {"--events", fixture.dir / "link"}, "is the file of the requests"},
+        {good, {"--report", fixture.dir / "hard"}, "is the file of the requests"},
+        {good, {"--json", fixture.dir / "new", "--report", fixture.dir / "content/../new"}, "the same file"},
+        {good, {"--report", fixture.dir / "socket"}, "--report: cannot write"},
     };
     writeFile(requests, "");
-    ASSERT_EQ(::symlink(requests.c_str(), (road.dir / "link").c_str()), 0);
-    ASSERT_EQ(::link(requests.c_str(), (road.dir / "hard").c_str()), 0);
-    ASSERT_EQ(::mknod((road.dir / "socket").c_str(), S_IFSOCK | 0600, 0), 0);
+    ASSERT_EQ(::symlink(requests.c_str(), (fixture.dir / "link").c_str()), 0);
+    ASSERT_EQ(::link(requests.c_str(), (fixture.dir / "hard").c_str()), 0);
+    ASSERT_EQ(::mknod((fixture.dir / "socket").c_str(), S_IFSOCK | 0600, 0), 0);
     for (const auto& one : cases) {
         writeFile(ini, one.ini);
         const ControllerRun run = on("run", {{"cpe:/o:x", "CCE-1"}}, one.more);
-        EXPECT_EQ(run.status, 2) << one.told;
-        EXPECT_THAT(run.err, HasSubstr(one.told));
+        EXPECT_EQ(run.status, 2) << one.reported;
+        EXPECT_THAT(run.err, HasSubstr(one.reported));
         EXPECT_EQ(run.out, "");
         EXPECT_EQ(readFile(requests), R"({"cpe:/o:x":"CCE-1"})");
     }
-    EXPECT_FALSE(boost::filesystem::exists(road.dir / "new"));
-    EXPECT_FALSE(boost::filesystem::exists(road.dir / "var/log"));
-    EXPECT_FALSE(boost::filesystem::exists(road.dir / "var/zelor/content"));
+    EXPECT_FALSE(boost::filesystem::exists(fixture.dir / "new"));
+    EXPECT_FALSE(boost::filesystem::exists(fixture.dir / "var/log"));
+    EXPECT_FALSE(boost::filesystem::exists(fixture.dir / "var/zelor/content"));
     boost::filesystem::remove(ini);
     EXPECT_THAT(on("run", {{"cpe:/o:x", "CCE-1"}}).err, HasSubstr("zelor.ini cannot be read"));
-    EXPECT_EQ(controller({"run", road.dir / "none.json"}).status, 2);
-    EXPECT_EQ(controller({"run", requests, "--root", road.dir / "none"}).status, 2);
+    EXPECT_EQ(controller({"run", fixture.dir / "none.json"}).status, 2);
+    EXPECT_EQ(controller({"run", requests, "--root", fixture.dir / "none"}).status, 2);
     EXPECT_THAT(controller({"frob"}).err, HasSubstr("there is no command \"frob\""));
 }
 
@@ -155,9 +156,9 @@ TEST_F(ControllerTest, NeedsARootWhereThereIsNoMac) {
 }
 
 TEST_F(ControllerTest, RunsTheOthersOfAnInvalidRequest) {
-    road.addScript("CCE-1", "good", "exit 0\n");
+    fixture.addScript("CCE-1", "good", "exit 0\n");
     const json map = {{"cpe:/o:x", "CCE-1"}, {"cpe:/o:y", ""}, {"cpe:/o:z", nullptr}, {" ", "CCE-1"}};
-    const ControllerRun run = on("run", map, {"--json", road.dir / "out.json"});
+    const ControllerRun run = on("run", map, {"--json", fixture.dir / "out.json"});
     EXPECT_EQ(run.status, 1);
     EXPECT_THAT(run.out, HasSubstr("invalid-request   cpe:/o:z (): line 1: its identifier is null; write"));
     const json plan = json::parse(on("plan", map, {"--json"}).out);
@@ -176,7 +177,7 @@ TEST_F(ControllerTest, RunsTheOthersOfAnInvalidRequest) {
 }
 
 TEST_F(ControllerTest, SaysSoWhenItsResultsAreLost) {
-    road.addScript("CCE-1", "good", "exit 0\n");
+    fixture.addScript("CCE-1", "good", "exit 0\n");
     const json map = {{"cpe:/o:x", "CCE-1"}};
     for (const std::string option : {"--json", "--events", "--report"}) {
         const ControllerRun run = on("run", map, {option, "/dev/full"});
@@ -194,12 +195,12 @@ TEST_F(ControllerTest, SaysSoWhenItsResultsAreLost) {
         EXPECT_THAT(result.output, HasSubstr("cannot write standard output")) << arguments;
         EXPECT_THAT(result.output, HasSubstr("status=4")) << arguments;
     }
-    EXPECT_THAT(readFile(road.dir / "events"), Not(HasSubstr("1 request")));
+    EXPECT_THAT(readFile(fixture.dir / "events"), Not(HasSubstr("1 request")));
     EXPECT_EQ(platform::runShell(program + "run requests.json --quiet --root . >&-").status, 0);
 }
 
 TEST_F(ControllerTest, WorksAloneAtItsPlace) {
-    const base::UniqueFd other = base::openFile(road.dir / "var/zelor/unzip", O_RDONLY | O_DIRECTORY);
+    const base::UniqueFd other = base::openFile(fixture.dir / "var/zelor/unzip", O_RDONLY | O_DIRECTORY);
     ASSERT_EQ(::flock(other.get(), LOCK_EX | LOCK_NB), 0);
     for (const std::vector<std::string>& more : {std::vector<std::string>{}, {"--wait", "1"}}) {
         const ControllerRun run = on("run", {{"cpe:/o:x", "CCE-1"}}, more);
@@ -210,8 +211,8 @@ TEST_F(ControllerTest, WorksAloneAtItsPlace) {
 }
 
 TEST_F(ControllerTest, WaitsForAnotherRun) {
-    road.addScript("CCE-1", "good", "exit 0\n");
-    base::UniqueFd other = base::openFile(road.dir / "var/zelor/unzip", O_RDONLY | O_DIRECTORY);
+    fixture.addScript("CCE-1", "good", "exit 0\n");
+    base::UniqueFd other = base::openFile(fixture.dir / "var/zelor/unzip", O_RDONLY | O_DIRECTORY);
     ASSERT_EQ(::flock(other.get(), LOCK_EX | LOCK_NB), 0);
     std::thread otherRun([&] {
         std::this_thread::sleep_for(std::chrono::milliseconds(200));
@@ -222,7 +223,7 @@ TEST_F(ControllerTest, WaitsForAnotherRun) {
     EXPECT_EQ(run.status, 0);
     EXPECT_THAT(run.err, HasSubstr("waiting, since another run"));
 
-    other = base::openFile(road.dir / "var/zelor/unzip", O_RDONLY | O_DIRECTORY);
+    other = base::openFile(fixture.dir / "var/zelor/unzip", O_RDONLY | O_DIRECTORY);
     ASSERT_EQ(::flock(other.get(), LOCK_EX | LOCK_NB), 0);
     std::thread user([&] {
         // Before its handler is there, the signal would end the test.
@@ -238,19 +239,19 @@ TEST_F(ControllerTest, WaitsForAnotherRun) {
 
 TEST_F(ControllerTest, ASignalCancelsAndWaitsForTheStepInHand) {
     // The script says that it began, and goes on once the signal was sent.
-    ASSERT_EQ(::mkfifo((road.dir / "began").c_str(), 0600), 0);
-    ASSERT_EQ(::mkfifo((road.dir / "goOn").c_str(), 0600), 0);
-    road.addScript(
+    ASSERT_EQ(::mkfifo((fixture.dir / "began").c_str(), 0600), 0);
+    ASSERT_EQ(::mkfifo((fixture.dir / "goOn").c_str(), 0600), 0);
+    fixture.addScript(
         "CCE-1", "slow",
-        "echo > '" + (road.dir / "began") + "'; read -r x < '" + (road.dir / "goOn") + "'; exit 0\n");
-    road.addScript("CCE-2", "next", "exit 0\n");
+        "echo > '" + (fixture.dir / "began") + "'; read -r x < '" + (fixture.dir / "goOn") + "'; exit 0\n");
+    fixture.addScript("CCE-2", "next", "exit 0\n");
     std::thread user([this] {
-        readFile(road.dir / "began");
+        readFile(fixture.dir / "began");
         ::kill(::getpid(), SIGINT);
-        writeFile(road.dir / "goOn", "\n");
+        writeFile(fixture.dir / "goOn", "\n");
     });
     const ControllerRun run =
-        on("run", {{"cpe:/o:a", "CCE-1"}, {"cpe:/o:b", "CCE-2"}}, {"--json", road.dir / "out.json"});
+        on("run", {{"cpe:/o:a", "CCE-1"}, {"cpe:/o:b", "CCE-2"}}, {"--json", fixture.dir / "out.json"});
     user.join();
     EXPECT_EQ(run.status, 130);
     EXPECT_EQ(readJson("out.json")["requests"]["cpe:/o:a"]["value"], 4);
@@ -260,13 +261,13 @@ TEST_F(ControllerTest, ASignalCancelsAndWaitsForTheStepInHand) {
 
 TEST_F(ControllerTest, ResultsHoldToTheirSchemaAndTellCausesApart) {
     const JsonSchema schema(json::parse(readFile(ZELOR_RESULTS_SCHEMA)));
-    road.addScript("CCE-1", "good", "exit 0\n");
-    road.addScript("CCE-2", "forged", "exit 0\n");
-    road.addArchive("forged",
-                    ArchiveBuilder().file("forged.sh", "x").file("forged.sig", "no signature").finish());
-    road.addContent("CCE-3", "none.sh");
+    fixture.addScript("CCE-1", "good", "exit 0\n");
+    fixture.addScript("CCE-2", "forged", "exit 0\n");
+    fixture.addArchive("forged",
+                       ArchiveBuilder().file("forged.sh", "x").file("forged.sig", "no signature").finish());
+    fixture.addContent("CCE-3", "none.sh");
     const json map = {{"a", "CCE-1"}, {"b", "CCE-2"}, {"c", "CCE-3"}, {"d", "CCE-9"}, {"e,f,g", "CCE-1"}};
-    const std::vector<std::string> files = {"--json", road.dir / "out", "--events", road.dir / "ev"};
+    const std::vector<std::string> files = {"--json", fixture.dir / "out", "--events", fixture.dir / "ev"};
     EXPECT_EQ(on("run", map, files).status, 1);
     const json first = readJson("out");
     EXPECT_EQ(schema.problem(first), "");
@@ -278,10 +279,11 @@ TEST_F(ControllerTest, ResultsHoldToTheirSchemaAndTellCausesApart) {
     EXPECT_THAT(reason(first, "c"), HasSubstr("patches/none.zip: the repository answered 404"));
     EXPECT_THAT(reason(first, "d"), HasSubstr("the repository answered 404; publish the content there"));
     EXPECT_EQ(reason(first, "e,f,g"), "the request names more than two CPEs");
-    const json event = json::parse(readFile(road.dir / "ev").substr(0, readFile(road.dir / "ev").find('\n')));
+    const json event =
+        json::parse(readFile(fixture.dir / "ev").substr(0, readFile(fixture.dir / "ev").find('\n')));
     for (const char* name : {"schema", "version", "host", "platform", "started"})
         EXPECT_EQ(event[name], first[name]) << name;
-    EXPECT_THAT(readFile(road.dir / "ev"), HasSubstr("forged.sh is not accepted: "));
+    EXPECT_THAT(readFile(fixture.dir / "ev"), HasSubstr("forged.sh is not accepted: "));
 
     json broken = first;
     broken["requests"]["a"]["value"] = "4";
@@ -293,7 +295,7 @@ TEST_F(ControllerTest, ResultsHoldToTheirSchemaAndTellCausesApart) {
     authoring::ServerFault outage;
     outage.status = 503;
     for (int attempt = 0; attempt < 3; ++attempt)
-        road.addFault("content/CCE-9", outage);
+        fixture.addFault("content/CCE-9", outage);
     EXPECT_EQ(on("run", {{"a", "CCE-1"}, {"d", "CCE-9"}}, files).status, 1);
     const json second = readJson("out");
     EXPECT_EQ(schema.problem(second), "");
@@ -303,13 +305,13 @@ TEST_F(ControllerTest, ResultsHoldToTheirSchemaAndTellCausesApart) {
 }
 
 TEST_F(ControllerTest, ACancelKeepsTheFailuresBeforeIt) {
-    road.addScript("CCE-1", "forged", "exit 0\n");
-    road.addArchive("forged",
-                    ArchiveBuilder().file("forged.sh", "x").file("forged.sig", "no signature").finish());
-    road.addScript("CCE-2", "last", "kill -INT " + std::to_string(::getpid()) + "; sleep 1\n");
-    const ControllerRun run =
-        on("run", {{"a", "CCE-1"}, {"b", "CCE-2"}, {"c", "CCE-3"}},
-           {"--json", road.dir / "out", "--events", road.dir / "ev", "--report", road.dir / "report.html"});
+    fixture.addScript("CCE-1", "forged", "exit 0\n");
+    fixture.addArchive("forged",
+                       ArchiveBuilder().file("forged.sh", "x").file("forged.sig", "no signature").finish());
+    fixture.addScript("CCE-2", "last", "kill -INT " + std::to_string(::getpid()) + "; sleep 1\n");
+    const ControllerRun run = on("run", {{"a", "CCE-1"}, {"b", "CCE-2"}, {"c", "CCE-3"}},
+                                 {"--json", fixture.dir / "out", "--events", fixture.dir / "ev", "--report",
+                                  fixture.dir / "report.html"});
     EXPECT_EQ(run.status, 130);
     const json result = readJson("out")["requests"]["a"];
     EXPECT_EQ(result["value"], 13) << "the library's";
@@ -317,8 +319,8 @@ TEST_F(ControllerTest, ACancelKeepsTheFailuresBeforeIt) {
     EXPECT_EQ(result["beforeCancel"]["state"], "file-unavailable");
     EXPECT_THAT(result["beforeCancel"]["reason"].get<std::string>(), HasSubstr("is not accepted"));
     EXPECT_EQ(JsonSchema(json::parse(readFile(ZELOR_RESULTS_SCHEMA))).problem(readJson("out")), "");
-    EXPECT_THAT(readFile(road.dir / "ev"), HasSubstr("\"beforeCancel\":{\"value\":12"));
-    EXPECT_THAT(readFile(road.dir / "report.html"), HasSubstr("before the cancel file-unavailable: "));
+    EXPECT_THAT(readFile(fixture.dir / "ev"), HasSubstr("\"beforeCancel\":{\"value\":12"));
+    EXPECT_THAT(readFile(fixture.dir / "report.html"), HasSubstr("before the cancel file-unavailable: "));
     EXPECT_THAT(run.out, HasSubstr("had a result before the cancel: "));
 }
 
@@ -327,26 +329,27 @@ TEST_F(ControllerTest, TheRestartOfAnUpdateThatThisRunInstalled) {
          "case $1 in -l) printf '   * Safari9.0-9.0\\n';; *) printf 'Done.\\nPlease restart "
          "immediately.\\n';; "
          "esac");
-    road.addContentText("CVE-1",
-                        "<remediation identifier=\"CVE-1\"><cre id=\"CRE-1\"><eri id=\"ERI-1\">"
-                        "<product>cpe:/o:apple:mac_os_x</product><instructions>OS remediation</instructions>"
-                        "</eri></cre></remediation>");
+    fixture.addContentText(
+        "CVE-1",
+        "<remediation identifier=\"CVE-1\"><cre id=\"CRE-1\"><eri id=\"ERI-1\">"
+        "<product>cpe:/o:apple:mac_os_x</product><instructions>OS remediation</instructions>"
+        "</eri></cre></remediation>");
     const ControllerRun run =
-        on("run", {{"cpe:/o:apple:mac_os_x||Apple Safari", "CVE-1"}}, {"--json", road.dir / "out"});
-    EXPECT_EQ(run.status, 0) << road.log();
+        on("run", {{"cpe:/o:apple:mac_os_x||Apple Safari", "CVE-1"}}, {"--json", fixture.dir / "out"});
+    EXPECT_EQ(run.status, 0) << fixture.log();
     EXPECT_EQ(readJson("out")["rebootNeeded"], false) << "the library's";
     EXPECT_EQ(readJson("out")["restartNeededByThisRun"], true);
     EXPECT_THAT(run.out, HasSubstr("A restart is needed to complete what this run applied."));
 }
 
 TEST_F(ControllerTest, TheLogKeepsToTheLevelOfTheIni) {
-    const std::string ini = road.dir / "etc/zelor/zelor.ini";
+    const std::string ini = fixture.dir / "etc/zelor/zelor.ini";
     writeFile(ini, readFile(ini) + "\n[Log]\nLevel = error\n");
-    road.addScript("CCE-2", "bad", "echo no firewall here; exit 3\n");
+    fixture.addScript("CCE-2", "bad", "echo no firewall here; exit 3\n");
     const ControllerRun run = on("run", {{"cpe:/o:y||", "CCE-2"}});
     EXPECT_THAT(run.out, HasSubstr("exit status 3: no firewall here"));
     EXPECT_FALSE(Logger::GetInstance()->GetLogger().isInfoEnabled());
-    EXPECT_THAT(road.log(), Not(HasSubstr("DEBUG")));
+    EXPECT_THAT(fixture.log(), Not(HasSubstr("DEBUG")));
 }
 
 }  // namespace

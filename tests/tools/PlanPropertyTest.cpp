@@ -45,8 +45,8 @@ struct FakeMac {
     }
     std::string answer(const std::string& command) {
         if (command == "sw_vers -productName") return "Mac OS X\n";
-        if (command == platform::productVersionCommand) return version;
-        if (command == platform::listUpdatesCommand) return listing();
+        if (command == platform::kProductVersionCommand) return version;
+        if (command == platform::kListUpdatesCommand) return listing();
         trace.push_back(command);
         if (base::hasBeginning(command, "installer ")) return "installer: The install was successful.";
         if (!base::hasBeginning(command, "softwareupdate -i ")) return "";
@@ -61,53 +61,53 @@ struct FakeMac {
 
 FakeMac* mac = nullptr;
 
-const std::vector<std::string> patchNames = {"editor.pkg",
-                                             "player.dmg",
-                                             "tool.app",
-                                             "my.apps-1.0.pkg",
-                                             "x.framework.app.tgz",
-                                             "foo.pkg",
-                                             "barfoo.pkg",
-                                             "set.sh",
-                                             "lock.bsh",
-                                             "img.dmg.pkg",
-                                             "odd.exe",
-                                             "nodot",
-                                             "a.b",
-                                             "end.",
-                                             ".pkg",
-                                             ".",
-                                             "..",
-                                             "up/../load.pkg",
-                                             "c\x01ntrol.pkg",
-                                             "li\nne.pkg",
-                                             "twice.pkg.pkg",
-                                             "eq=1.pkg",
-                                             " lead.pkg",
-                                             "trail.pkg ",
-                                             "it's.dmg",
-                                             "EDITOR-2.PKG",
-                                             ""};
-const std::vector<std::string> eriIds = {"ERI-1", "ERI-2", "ERI-3",  "ERI-4", "ERI-5",    "ERI-6", "ERI-7",
-                                         "ERI-8", "ERI-9", "ERI-1 ", "E\x01", "E\nERI-9", ""};
-const std::vector<std::string> identifiers = {"CVE-1", "CVE-2", "CVE-3", "CVE-4", "CVE-5",  "CVE-6",
-                                              "CVE-7", "CCE-1", "CCE-2", "CCE-3", " CVE-4", "CCE-1\t"};
-const std::vector<std::string> packages = {"",       "Apple Mac OS X", "apple mac os x", "Apple Safari",
-                                           "Safari", "Apple Apple TV", "apple",          "OSXUpd-1",
-                                           "Editor", "oval:1",         "oval:2",         "-1",
-                                           "10.9"};
-const std::vector<std::string> cpes = {"cpe:/a:v:one",
-                                       "cpe:/a:v:two",
-                                       "cpe:/o:x,cpe:/a:v:three",
-                                       "cpe:/o:y",
-                                       "cpe:/o:special",
-                                       " cpe:/a:v:four",
-                                       "hello",
-                                       "a,b,c",
-                                       ",",
-                                       "",
-                                       "cpe:/a:v:five,"};
-const std::vector<std::string> updateLabels = {
+const std::vector<std::string> kPatchNames = {"editor.pkg",
+                                              "player.dmg",
+                                              "tool.app",
+                                              "my.apps-1.0.pkg",
+                                              "x.framework.app.tgz",
+                                              "foo.pkg",
+                                              "barfoo.pkg",
+                                              "set.sh",
+                                              "lock.bsh",
+                                              "img.dmg.pkg",
+                                              "odd.exe",
+                                              "nodot",
+                                              "a.b",
+                                              "end.",
+                                              ".pkg",
+                                              ".",
+                                              "..",
+                                              "up/../load.pkg",
+                                              "c\x01ntrol.pkg",
+                                              "li\nne.pkg",
+                                              "twice.pkg.pkg",
+                                              "eq=1.pkg",
+                                              " lead.pkg",
+                                              "trail.pkg ",
+                                              "it's.dmg",
+                                              "EDITOR-2.PKG",
+                                              ""};
+const std::vector<std::string> kEriIds = {"ERI-1", "ERI-2", "ERI-3",  "ERI-4", "ERI-5",    "ERI-6", "ERI-7",
+                                          "ERI-8", "ERI-9", "ERI-1 ", "E\x01", "E\nERI-9", ""};
+const std::vector<std::string> kIdentifiers = {"CVE-1", "CVE-2", "CVE-3", "CVE-4", "CVE-5",  "CVE-6",
+                                               "CVE-7", "CCE-1", "CCE-2", "CCE-3", " CVE-4", "CCE-1\t"};
+const std::vector<std::string> kPackages = {"",       "Apple Mac OS X", "apple mac os x", "Apple Safari",
+                                            "Safari", "Apple Apple TV", "apple",          "OSXUpd-1",
+                                            "Editor", "oval:1",         "oval:2",         "-1",
+                                            "10.9"};
+const std::vector<std::string> kCpes = {"cpe:/a:v:one",
+                                        "cpe:/a:v:two",
+                                        "cpe:/o:x,cpe:/a:v:three",
+                                        "cpe:/o:y",
+                                        "cpe:/o:special",
+                                        " cpe:/a:v:four",
+                                        "hello",
+                                        "a,b,c",
+                                        ",",
+                                        "",
+                                        "cpe:/a:v:five,"};
+const std::vector<std::string> kUpdateLabels = {
     "Safari9-9",     "Safari9-9 ",   "NotSafari-1", "OSXUpd-1", "OSXUpd-1\t",
     "OS X SecUpd-7", "SecUpd2015-1", "-OS X-1",     "-1Safari", "Apple TV-2",
     "TV's-2",        "  OS X  A",    "Done OS X-3", "*OS X*-4", "Tools (OS X 10.10)-6"};
@@ -155,7 +155,7 @@ class World {
             return CreCacher::GetInstance(agent_.installPath(), "")->getCre(platform, product, identifier);
         };
         facts.contentProblem = [](const std::string&, const std::string&) { return "none"; };
-        facts.updateListing = [] { return MacPatchManager().getOsCmdline(platform::listUpdatesCommand); };
+        facts.updateListing = [] { return MacPatchManager().getOsCmdline(platform::kListUpdatesCommand); };
         facts.productVersion = [this] { return mac_.version; };
         facts.signatureProblem = [this](const std::string& archive, const std::string& name) {
             const bool good = readFile(agent_.bufferDir() + "/" + archive) == name + "\ngood\nx";
@@ -231,19 +231,19 @@ class World {
     void addUpdates() {
         mac_.labelled = chance(30);
         mac_.version = pick<std::string>({"10.10.5\n", "10.10\n", "10.9.5\n", "10.14.6\n", ""});
-        for (const std::string& label : updateLabels)
+        for (const std::string& label : kUpdateLabels)
             if (chance(30)) mac_.labels.push_back(label);
         if (chance(5)) mac_.labels.push_back("OS X Safari" + std::string(2500, '*'));
         std::shuffle(mac_.labels.begin(), mac_.labels.end(), random_);
     }
     void addContents() {
-        for (const std::string& identifier : identifiers) {
+        for (const std::string& identifier : kIdentifiers) {
             if (chance(10)) continue;
             std::vector<Eri> blocks(chance(5) ? 0 : 1 + below(3));
             const bool update = chance(20);
             for (Eri& block : blocks) {
-                block.id = pick(eriIds);
-                block.patchId = pick(patchNames);
+                block.id = pick(kEriIds);
+                block.patchId = pick(kPatchNames);
                 block.reboot = chance(20);
                 block.md5 = pick<std::string>({"00", "00", "11", "", "00 "});
                 if (chance(10)) block.mskb = "KB1";
@@ -252,11 +252,11 @@ class World {
             }
             agent_.addContent(identifier, blocks);
         }
-        for (const std::string& name : patchNames)
+        for (const std::string& name : kPatchNames)
             if (isFetchable(name)) agent_.addFile(name, "x");
         agent_.beforeDownload = [this](const std::string& stem) {
             mac_.trace.push_back("download " + stem);
-            for (const std::string& name : patchNames) {  // the author names a signature by the run's rule
+            for (const std::string& name : kPatchNames) {  // the author names a signature by the run's rule
                 const auto split = remediation::splitAtLastDot(name);
                 if (isFetchable(name) && split->stem == stem)
                     writeFile(contentDir_ + '/' + remediation::signaturePath(name, split->extension), "good");
@@ -265,14 +265,14 @@ class World {
     }
     void addRecord() {
         std::string text;
-        for (const std::string& eri : eriIds)
+        for (const std::string& eri : kEriIds)
             if (chance(8)) text += eri + '\n';
-        if (chance(10)) text += pick(eriIds);
+        if (chance(10)) text += pick(kEriIds);
         if (chance(80)) writeFile(agent_.recordPath(), text);
     }
     void addBuffer() {
         std::string list;
-        for (const std::string& name : patchNames) {
+        for (const std::string& name : kPatchNames) {
             if (!remediation::whyUnsafeFileName(name).empty() || name.empty() || name == "twice.pkg.pkg" ||
                 name == "end.")
                 continue;
@@ -288,9 +288,9 @@ class World {
     void addRequests() {
         const std::size_t count = 1 + below(9);
         for (std::size_t i = 0; i < count; ++i) {
-            const std::string package = pick(packages);
-            const std::string key = pick(cpes) + (chance(80) ? "||" + package : "") + (chance(5) ? " " : "");
-            if (!base::trimmed(key).empty()) requests_[key] = pick(identifiers);
+            const std::string package = pick(kPackages);
+            const std::string key = pick(kCpes) + (chance(80) ? "||" + package : "") + (chance(5) ? " " : "");
+            if (!base::trimmed(key).empty()) requests_[key] = pick(kIdentifiers);
         }
     }
 
@@ -356,7 +356,7 @@ class World {
     bool reboot_ = false;
 };
 
-constexpr unsigned worlds = 2000;
+constexpr unsigned kWorlds = 2000;
 
 struct PlanProperty : testing::Test {
     PlanProperty() {  // in memory where there is such a directory: a world makes some 30 files
@@ -366,7 +366,7 @@ struct PlanProperty : testing::Test {
 
 TEST_F(PlanProperty, ForetellsEveryRequestOfRandomWorlds) {
     std::set<std::string> foreseen;
-    for (unsigned seed = 1; seed <= worlds && !HasFailure(); ++seed) {
+    for (unsigned seed = 1; seed <= kWorlds && !HasFailure(); ++seed) {
         World world(seed);
         const std::string before = world.describe();
         EXPECT_EQ(world.difference(world.facts()), "") << "seed " << seed << '\n' << before;
@@ -376,7 +376,7 @@ TEST_F(PlanProperty, ForetellsEveryRequestOfRandomWorlds) {
                 testing::ElementsAre("configuration 12", "configuration 4", "configuration 8", "os-update 0",
                                      "os-update 4", "os-update 5", "patch 0", "patch 12", "patch 4",
                                      "patch 5", "patch 8", "unknown 6", "unknown 8"));
-    std::cout << worlds << " worlds\n";
+    std::cout << kWorlds << " worlds\n";
 }
 
 // The test above would see it: each of these turns one decision of the plan round.
@@ -394,7 +394,7 @@ TEST_F(PlanProperty, DetectsAPlanThatDecidesOtherwise) {
         {"products among systems", [](auto& facts) { facts.specialCases.clear(); }}};
     for (const auto& [name, turn] : turns) {
         bool seen = false;
-        for (unsigned seed = 1; seed <= worlds / 4 && !seen; ++seed) {
+        for (unsigned seed = 1; seed <= kWorlds / 4 && !seen; ++seed) {
             World world(seed);
             controller::PlanFacts facts = world.facts();
             turn(facts);

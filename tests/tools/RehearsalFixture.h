@@ -36,7 +36,7 @@ inline std::string wholeFile(const std::string& path) {
     return text.str();
 }
 
-/// A rehearsal Mac in a temporary folder, its tools run as processes.
+/// A rehearsal Mac in a temporary directory, its tools run as processes.
 struct RehearsalMac : testing::Test {
     TempDir dir;
     std::string tools = dir / "mac", root = dir / "root";
@@ -81,7 +81,7 @@ struct RehearsalMac : testing::Test {
         return run(arguments, "", limit);
     }
 
-    /// The program under its own name in the tools folder; must succeed.
+    /// The program under its own name in the tools directory; must succeed.
     MacRun mac(const Words& arguments) {
         MacRun result = tool("zelor-rehearsal", arguments);
         EXPECT_EQ(result.exit, 0) << result.err;
@@ -98,14 +98,14 @@ struct RehearsalMac : testing::Test {
     nlohmann::json state() { return nlohmann::json::parse(readFile(tools + "/state/state.json")); }
 };
 
-/// A folder's entries with type, mode, time, and content or target: equal for equal trees.
-inline std::map<std::string, std::string> treeOf(const std::string& folder) {
+/// A directory's entries with type, mode, time, and content or target: equal for equal trees.
+inline std::map<std::string, std::string> treeOf(const std::string& directory) {
     namespace fs = boost::filesystem;
     std::map<std::string, std::string> tree;
-    for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+    for (const auto& entry : fs::recursive_directory_iterator(directory)) {
         struct stat status {};
         lstat(entry.path().c_str(), &status);
-        std::string& text = tree[entry.path().lexically_relative(folder).string()];
+        std::string& text = tree[entry.path().lexically_relative(directory).string()];
         if (S_ISLNK(status.st_mode)) {
             text = "-> " + fs::read_symlink(entry.path()).string();
             continue;
@@ -118,21 +118,21 @@ inline std::map<std::string, std::string> treeOf(const std::string& folder) {
     return tree;
 }
 
-/// A source folder with what bundles hold: nested links, modes, blanks, other letters, deep folders.
-inline void makeSource(const std::string& folder) {
+/// A source directory with what bundles hold: nested links, modes, blanks, other letters, deep directories.
+inline void makeSource(const std::string& directory) {
     namespace fs = boost::filesystem;
-    const std::string framework = folder + "/Ex ample.app/Contents/Frameworks/X.framework";
+    const std::string framework = directory + "/Ex ample.app/Contents/Frameworks/X.framework";
     writeFile(
         framework + "/Versions/A/Resources/en.lproj/deep/er/f\xc3\xa9 with a long name, blanks and more.txt",
         "deep");
     writeFile(framework + "/Versions/A/X", std::string(300'000, 'x'));
     fs::create_symlink("A", framework + "/Versions/Current");
     fs::create_symlink("Versions/Current/X", framework + "/X");
-    writeFile(folder + "/Ex ample.app/Contents/MacOS/run", "#!/bin/bash\n");
-    writeFile(folder + "/empty", "");
-    writeFile(folder + "/empty too", "");
-    chmod((folder + "/Ex ample.app/Contents/MacOS/run").c_str(), 0750);
-    chmod((folder + "/Ex ample.app/Contents/MacOS").c_str(), 0555);
+    writeFile(directory + "/Ex ample.app/Contents/MacOS/run", "#!/bin/bash\n");
+    writeFile(directory + "/empty", "");
+    writeFile(directory + "/empty too", "");
+    chmod((directory + "/Ex ample.app/Contents/MacOS/run").c_str(), 0750);
+    chmod((directory + "/Ex ample.app/Contents/MacOS").c_str(), 0555);
 }
 
 }  // namespace zelor::test

@@ -84,8 +84,8 @@ TEST_F(RehearsalPackage, FailsWithItsScripts) {
 TEST_F(RehearsalPackage, RefusesWhatIsNoPackage) {
     writeFile(dir / "text.pkg", "no package at all");
     writeFile(dir / "empty.pkg", "");
-    fs::create_directory(dir / "folder.pkg");
-    for (const std::string name : {"text.pkg", "empty.pkg", "folder.pkg", "missing.pkg"}) {
+    fs::create_directory(dir / "directory.pkg");
+    for (const std::string name : {"text.pkg", "empty.pkg", "directory.pkg", "missing.pkg"}) {
         const MacRun run = tool("installer", {"-pkg", dir / name, "-target", "/"});
         EXPECT_EQ(run.exit, 1) << name;
         EXPECT_EQ(run.out, "") << name;

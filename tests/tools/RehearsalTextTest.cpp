@@ -29,7 +29,7 @@ std::vector<Update> threeUpdates() {
     return updates;
 }
 
-constexpr char starred[] =
+constexpr char kStarred[] =
     "Finding available software\n"
     "Software Update found the following new or updated software:\n"
     "   * SecUpd2014-005\n"
@@ -38,7 +38,7 @@ constexpr char starred[] =
     "\tiTunes (12.0), 160725K [recommended]\n"
     "   - Fonts\n"
     "\tFonts (2), 7K\n";
-constexpr char labelled[] =
+constexpr char kLabelled[] =
     "Finding available software\n"
     "Software Update found the following new or updated software:\n"
     "* Label: SecUpd2014-005\n"
@@ -47,9 +47,9 @@ constexpr char labelled[] =
     "\tTitle: iTunes, Version: 12.0, Size: 160725K, Recommended: YES, \n"
     "- Label: Fonts\n"
     "\tTitle: Fonts, Version: 2, Size: 7K, Recommended: NO, \n";
-constexpr char header2012[] = "Software Update Tool\nCopyright 2002-2012 Apple Inc.\n\n";
-constexpr char header2015[] = "Software Update Tool\nCopyright 2002-2015 Apple Inc.\n\n";
-constexpr char bareHeader[] = "Software Update Tool\n\n";
+constexpr char kHeader2012[] = "Software Update Tool\nCopyright 2002-2012 Apple Inc.\n\n";
+constexpr char kHeader2015[] = "Software Update Tool\nCopyright 2002-2015 Apple Inc.\n\n";
+constexpr char kBareHeader[] = "Software Update Tool\n\n";
 
 TEST(RehearsalText, ListsUpdatesInTheStyleOfTheSystem) {
     struct Case {
@@ -57,17 +57,17 @@ TEST(RehearsalText, ListsUpdatesInTheStyleOfTheSystem) {
         const char* header;
         const char* items;
     };
-    const std::vector<Case> cases{{"10.9", header2012, starred},    {"10.10.5", header2012, starred},
-                                  {"10.12.6", header2015, starred}, {"10.13.6", bareHeader, starred},
-                                  {"10.14.6", bareHeader, starred}, {"10.15.7", bareHeader, labelled},
-                                  {"13.2.1", bareHeader, labelled}};
+    const std::vector<Case> cases{{"10.9", kHeader2012, kStarred},    {"10.10.5", kHeader2012, kStarred},
+                                  {"10.12.6", kHeader2015, kStarred}, {"10.13.6", kBareHeader, kStarred},
+                                  {"10.14.6", kBareHeader, kStarred}, {"10.15.7", kBareHeader, kLabelled},
+                                  {"13.2.1", kBareHeader, kLabelled}};
     for (const Case& c : cases) {
         const ToolText text = listing(threeUpdates(), parseOsVersion(c.version));
         EXPECT_EQ(text.out, std::string(c.header) + c.items) << c.version;
         EXPECT_EQ(text.err, "");
     }
     const ToolText none = listing({}, parseOsVersion("10.10.3"));
-    EXPECT_EQ(none.out, std::string(header2012) + "Finding available software\n");
+    EXPECT_EQ(none.out, std::string(kHeader2012) + "Finding available software\n");
     EXPECT_EQ(none.err, "No new software available.\n");
 }
 
@@ -127,22 +127,22 @@ std::vector<InstallCase> installCases() {
     };
 }
 
-TEST(RehearsalText, TellsOfInstallations) {
+TEST(RehearsalText, SaysOfInstallations) {
     for (const InstallCase& c : installCases()) {
         const OsVersion version = parseOsVersion(c.version);
         const ToolText text = installTranscript({c.updates, {}}, version);
-        EXPECT_EQ(text.out, (version.atLeast(10, 13) ? bareHeader : header2012) + std::string(c.out))
+        EXPECT_EQ(text.out, (version.atLeast(10, 13) ? kBareHeader : kHeader2012) + std::string(c.out))
             << c.name;
         EXPECT_EQ(text.status, c.status) << c.name;
     }
     const ToolText unknown = installTranscript({{}, {""}}, parseOsVersion("10.9.5"));
-    EXPECT_EQ(unknown.out, std::string(header2012) + "Finding available software\n: No such update\n");
+    EXPECT_EQ(unknown.out, std::string(kHeader2012) + "Finding available software\n: No such update\n");
     EXPECT_EQ(unknown.err, "No updates are available.\n");
 }
 
 TEST(RehearsalText, ChoosesUpdatesByLabelOrKind) {
     std::vector<Update> updates = threeUpdates();
-    updates.push_back(updates[1]);  // a label may stand twice
+    updates.push_back(updates[1]);  // a label may be duplicated
     updates.push_back(update("Withdrawn", "Withdrawn", "1", 1));
     updates.back().outcome = Outcome::notFound;
     struct Case {
@@ -173,7 +173,7 @@ TEST(RehearsalText, KnowsSystems) {
         EXPECT_THROW(parseOsVersion(bad), std::invalid_argument) << bad;
 }
 
-TEST(RehearsalText, TellsOfPackagesAndImages) {
+TEST(RehearsalText, SaysOfPackagesAndImages) {
     InstallReport report;
     report.title = "maxonapp-2024.1.0";
     report.end = InstallEnd::scriptFailed;

@@ -143,24 +143,24 @@ TEST_F(RehearsalTools, HangsDiesAndFloods) {
 }
 
 TEST_F(RehearsalTools, SharesItsStateBetweenProcesses) {
-    constexpr int count = 12;
+    constexpr int kCount = 12;
     std::vector<pid_t> children;
-    for (int i = 0; i < count; ++i) {
+    for (int i = 0; i < kCount; ++i) {
         const std::string number = std::to_string(i);
         children.push_back(start({tools + "/zelor-rehearsal", "add-update", "--label", "U" + number,
                                   "--version", "1", "--size", "1"},
                                  "", dir / number, 0));
     }
-    for (int i = 0; i < count; ++i)
+    for (int i = 0; i < kCount; ++i)
         EXPECT_EQ(finish(children[static_cast<std::size_t>(i)], dir / std::to_string(i)).exit, 0);
     EXPECT_EQ(state().at("updates").size(), 12U);
 
     children.clear();
-    for (int i = 0; i < count; ++i) {
+    for (int i = 0; i < kCount; ++i) {
         const std::string number = std::to_string(i);
         children.push_back(start({tools + "/softwareupdate", "-i", "U" + number, "U0"}, "", dir / number, 0));
     }
-    for (int i = 0; i < count; ++i)
+    for (int i = 0; i < kCount; ++i)
         EXPECT_EQ(finish(children[static_cast<std::size_t>(i)], dir / std::to_string(i)).exit, 0);
     EXPECT_TRUE(state().at("updates").empty());
     EXPECT_EQ(state().at("installedUpdates").size(), 12U);

@@ -1,4 +1,4 @@
-#include "authoring/publish/ContentFolder.h"
+#include "authoring/publish/ContentDirectory.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -22,7 +22,7 @@ namespace fs = boost::filesystem;
 
 std::string present(const std::string& path) {
     try {
-        return base::readBounded(path, agent::contentBytesLimit);
+        return base::readBounded(path, agent::kContentBytesLimit);
     } catch (const std::exception&) {
         return "";
     }
@@ -36,39 +36,39 @@ void stage(base::StagedFiles& files, const std::string& path, const std::string&
 
 }  // namespace
 
-ContentFolder::ContentFolder(const std::string& repository)
-    : folder_(repository + "/content"), next_(repository + "/.content-next") {
+ContentDirectory::ContentDirectory(const std::string& repository)
+    : directory_(repository + "/content"), next_(repository + "/.content-next") {
     fs::remove_all(next_);
 }
 
-bool ContentFolder::put(const std::string& identifier, const std::string& xml, const SigningKey& key) {
+bool ContentDirectory::put(const std::string& identifier, const std::string& xml, const SigningKey& key) {
     const std::string name = identifier + ".xml", digest = digestsOfText(xml).sha256;
-    const std::string signature = present(folder_ + '/' + name + ".sig");
-    if (present(folder_ + '/' + name) == xml && key.accepts(digest, signature)) return false;
+    const std::string signature = present(directory_ + '/' + name + ".sig");
+    if (present(directory_ + '/' + name) == xml && key.accepts(digest, signature)) return false;
     changed_[name] = xml;
     changed_[name + ".sig"] = key.sign(digest);
     return true;
 }
 
-void ContentFolder::withdraw(const std::string& identifier) {
+void ContentDirectory::withdraw(const std::string& identifier) {
     removed_.insert(identifier + ".xml");
     removed_.insert(identifier + ".xml.sig");
 }
 
-std::set<std::string> ContentFolder::identifiers() const {
+std::set<std::string> ContentDirectory::identifiers() const {
     std::set<std::string> found;
     boost::system::error_code none;
-    for (fs::directory_iterator it(folder_, none), end; it != end; ++it) {
+    for (fs::directory_iterator it(directory_, none), end; it != end; ++it) {
         const fs::path name = it->path().filename();
         if (name.extension() == ".xml" && name.string()[0] != '.') found.insert(name.stem().string());
     }
     return found;
 }
 
-void ContentFolder::commit() {
+void ContentDirectory::commit() {
     if (changed_.empty() && removed_.empty()) return;
-    if (!base::makeDirectories(folder_))
-        throw std::runtime_error("cannot make " + folder_ + ": " + base::errorText(errno));
+    if (!base::makeDirectories(directory_))
+        throw std::runtime_error("cannot make " + directory_ + ": " + base::errorText(errno));
     if (!exchange()) renameEach();
     boost::system::error_code ignored;
     fs::remove_all(next_, ignored);
@@ -76,11 +76,11 @@ void ContentFolder::commit() {
     removed_.clear();
 }
 
-bool ContentFolder::exchange() {
-    // A folder that is a link, or that holds more than plain files, is somebody's own arrangement.
-    if (fs::is_symlink(folder_)) return false;
+bool ContentDirectory::exchange() {
+    // A directory that is a link, or that holds more than plain files, is somebody's own arrangement.
+    if (fs::is_symlink(directory_)) return false;
     fs::create_directory(next_);
-    for (fs::directory_iterator it(folder_), end; it != end; ++it) {
+    for (fs::directory_iterator it(directory_), end; it != end; ++it) {
         const std::string name = it->path().filename().string();
         if (changed_.count(name) + removed_.count(name) != 0 || base::isStagedName(name)) continue;
         if (it->symlink_status().type() != fs::regular_file) return false;
@@ -90,18 +90,18 @@ bool ContentFolder::exchange() {
     for (const auto& [name, bytes] : changed_)
         stage(files, next_ + '/' + name, bytes);
     files.commit();
-    if (!base::exchangePaths(next_, folder_)) return false;
-    base::flushDirectory(fs::path(folder_).parent_path().string());
+    if (!base::exchangePaths(next_, directory_)) return false;
+    base::flushDirectory(fs::path(directory_).parent_path().string());
     return true;
 }
 
-void ContentFolder::renameEach() {
+void ContentDirectory::renameEach() {
     base::StagedFiles files;
     for (auto it = changed_.rbegin(); it != changed_.rend(); ++it)
-        stage(files, folder_ + '/' + it->first, it->second);
+        stage(files, directory_ + '/' + it->first, it->second);
     files.commit();
     for (const std::string& name : removed_)
-        fs::remove(folder_ + '/' + name);
+        fs::remove(directory_ + '/' + name);
 }
 
 }  // namespace zelor::authoring

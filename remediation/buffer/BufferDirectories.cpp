@@ -1,18 +1,18 @@
-#include "remediation/buffer/BufferFolders.h"
+#include "remediation/buffer/BufferDirectories.h"
 
-#include "base/TrustedFolder.h"
+#include "base/TrustedDirectory.h"
 #include "collaborators/ConfigurationManager.h"
 #include "platform/Log.h"
 
 namespace zelor::remediation {
 
-bool bufferFoldersAreOurs() {
+bool bufferDirectoriesAreOurs() {
     ConfigurationManager* configuration = ConfigurationManager::GetInstance("");
-    for (const std::string& folder :
+    for (const std::string& directory :
          {configuration->getUnzipFileFolder(), configuration->getBufferPatchesDir()}) {
-        const std::string problem = folder.empty() ? "" : base::folderProblem(folder);
+        const std::string problem = directory.empty() ? "" : base::directoryProblem(directory);
         if (problem.empty()) continue;
-        log::error("[Remediation Manager] Buffered patches are not used. The folder '", folder,
+        log::error("[Remediation Manager] Buffered patches are not used. The directory '", directory,
                    "' is refused: ", problem);
         return false;
     }

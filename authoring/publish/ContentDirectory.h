@@ -8,14 +8,14 @@
 
 namespace zelor::authoring {
 
-/// The content/ folder of a repository. Changes are collected and then shown all at once: a complete next
-/// folder (what stays is hard-linked) is exchanged with the old one in one step. Where the file system cannot
-/// do that, each file is renamed into place, signature first.
-class ContentFolder {
+/// The content/ directory of a repository. Changes are collected and then shown all at once: a complete next
+/// directory (what stays is hard-linked) is exchanged with the old one in one step. Where the file system
+/// cannot do that, each file is renamed into place, signature first.
+class ContentDirectory {
   public:
-    explicit ContentFolder(const std::string& repository);
+    explicit ContentDirectory(const std::string& repository);
 
-    /// Collects a content file and its signature. False when exactly this, signed by this key, stands there
+    /// Collects a content file and its signature. False when exactly this, signed by this key, is there
     /// already.
     bool put(const std::string& identifier, const std::string& xml, const SigningKey& key);
     /// Collects the removal of a content file and its signature.
@@ -29,7 +29,7 @@ class ContentFolder {
     bool exchange();
     void renameEach();
 
-    std::string folder_;
+    std::string directory_;
     std::string next_;
     std::map<std::string, std::string> changed_;  // file name to bytes; a signature sorts after its content
     std::set<std::string> removed_;               // file names, in the same order

@@ -7,13 +7,13 @@
 
 #include "agent/trust/BundleManifest.h"
 #include "base/CommandRunner.h"
-#include "tests/road/Road.h"
-#include "tests/road/Snapshot.h"
+#include "tests/integration/IntegrationFixture.h"
+#include "tests/integration/Snapshot.h"
 
 using zelor::test::ArchiveBuilder;
 using zelor::test::changes;
+using zelor::test::IntegrationFixture;
 using zelor::test::readFile;
-using zelor::test::Road;
 using zelor::test::snapshotOf;
 using zelor::test::writeFile;
 namespace fs = boost::filesystem;
@@ -40,7 +40,7 @@ struct Cell {
 };
 
 /// State and what the log has to say of it; nothing when the state alone refuses nothing.
-const std::vector<std::pair<std::string, std::string>> archiveStates = {
+const std::vector<std::pair<std::string, std::string>> kArchiveStates = {
     {"good", ""},
     {"truncated", "damaged or no zip archive"},
     {"corrupt", "is damaged"},
@@ -54,7 +54,7 @@ const std::vector<std::pair<std::string, std::string>> archiveStates = {
     {"swapped", ""},
     {"casetwin", "differs from another only in case"},
 };
-const std::vector<std::pair<std::string, std::string>> signatureStates = {
+const std::vector<std::pair<std::string, std::string>> kSignatureStates = {
     {"good", ""},
     {"missing", ".sig: No such file"},
     {"wrongkey", "does not match"},
@@ -78,25 +78,25 @@ void setNumber(std::string& bytes, std::size_t at, int size, std::uint32_t numbe
 
 /// One zip archive with the entries of two.
 std::string joined(const std::string& one, const std::string& other) {
-    constexpr std::size_t endSize = 22, countAt = 10, sizeAt = 12, offsetAt = 16, localAt = 42;
+    constexpr std::size_t kEndSize = 22, kCountAt = 10, kSizeAt = 12, kOffsetAt = 16, kLocalAt = 42;
     const auto parts = [&](const std::string& zip) {
-        const std::size_t offset = numberAt(zip, zip.size() - endSize + offsetAt, 4);
-        return std::pair{zip.substr(0, offset), zip.substr(offset, zip.size() - endSize - offset)};
+        const std::size_t offset = numberAt(zip, zip.size() - kEndSize + kOffsetAt, 4);
+        return std::pair{zip.substr(0, offset), zip.substr(offset, zip.size() - kEndSize - offset)};
     };
     const auto [oneFiles, oneDirectory] = parts(one);
     auto [otherFiles, otherDirectory] = parts(other);
     for (std::size_t at = 0; at < otherDirectory.size();) {
-        const auto local = numberAt(otherDirectory, at + localAt, 4);
-        setNumber(otherDirectory, at + localAt, 4, local + static_cast<std::uint32_t>(oneFiles.size()));
+        const auto local = numberAt(otherDirectory, at + kLocalAt, 4);
+        setNumber(otherDirectory, at + kLocalAt, 4, local + static_cast<std::uint32_t>(oneFiles.size()));
         at += 46 + numberAt(otherDirectory, at + 28, 2) + numberAt(otherDirectory, at + 30, 2) +
               numberAt(otherDirectory, at + 32, 2);
     }
-    std::string end = one.substr(one.size() - endSize);
-    const auto count = numberAt(end, countAt, 2) + numberAt(other, other.size() - endSize + countAt, 2);
-    setNumber(end, countAt - 2, 2, count);
-    setNumber(end, countAt, 2, count);
-    setNumber(end, sizeAt, 4, static_cast<std::uint32_t>(oneDirectory.size() + otherDirectory.size()));
-    setNumber(end, offsetAt, 4, static_cast<std::uint32_t>(oneFiles.size() + otherFiles.size()));
+    std::string end = one.substr(one.size() - kEndSize);
+    const auto count = numberAt(end, kCountAt, 2) + numberAt(other, other.size() - kEndSize + kCountAt, 2);
+    setNumber(end, kCountAt - 2, 2, count);
+    setNumber(end, kCountAt, 2, count);
+    setNumber(end, kSizeAt, 4, static_cast<std::uint32_t>(oneDirectory.size() + otherDirectory.size()));
+    setNumber(end, kOffsetAt, 4, static_cast<std::uint32_t>(oneFiles.size() + otherFiles.size()));
     return oneFiles + otherFiles + oneDirectory + otherDirectory + end;
 }
 
@@ -121,16 +121,16 @@ std::string upperCased(std::string text) {
 class TrustMatrix : public testing::Test {
   protected:
     TrustMatrix() {
-        mac({"init", road.dir / "tools", "--root", road.dir.path().string(), "--os", "10.10.5"});
-        setenv("PATH", (road.dir / "tools:" + getenv("PATH")).c_str(), 1);
-        const std::string applications = road.dir / "Applications/";
+        mac({"init", fixture.dir / "tools", "--root", fixture.dir.path().string(), "--os", "10.10.5"});
+        setenv("PATH", (fixture.dir / "tools:" + getenv("PATH")).c_str(), 1);
+        const std::string applications = fixture.dir / "Applications/";
         kinds.push_back({"script",
                          ".sh",
                          "CCE-",
-                         {{"", "#!/bin/bash\ntouch '" + road.dir / "ran" + "'\n"}},
-                         {{"", "#!/bin/bash\ntouch '" + road.dir / "evil" + "'\n"}},
+                         {{"", "#!/bin/bash\ntouch '" + fixture.dir / "ran" + "'\n"}},
+                         {{"", "#!/bin/bash\ntouch '" + fixture.dir / "evil" + "'\n"}},
                          "",
-                         road.dir / "ran"});
+                         fixture.dir / "ran"});
         kinds.push_back({"package", ".pkg", "CVE-", package("Good"), package("Evil"), "",
                          applications + "GoodPackage/file"});
         kinds.push_back({"image", ".dmg", "CVE-", image("Good"), image("Evil"), "",
@@ -147,30 +147,30 @@ class TrustMatrix : public testing::Test {
         ASSERT_EQ(result.status, 0) << result.output;
     }
     Payload package(const std::string& name) {
-        const std::string folder = scratch / (name + "Package"), path = scratch / (name + ".pkg");
-        writeFile(folder + "/" + name + "Package/file", name);
+        const std::string directory = scratch / (name + "Package"), path = scratch / (name + ".pkg");
+        writeFile(directory + "/" + name + "Package/file", name);
         mac({"build-pkg", "--id", "com.example." + name, "--version", "1", "--install-location",
-             "/Applications", folder, path});
+             "/Applications", directory, path});
         return {{"", readFile(path)}};
     }
     Payload image(const std::string& name) {
-        const std::string folder = scratch / (name + "Image"), path = scratch / (name + ".dmg");
-        writeFile(folder + "/" + name + "Image.app/Contents/file", name);
-        mac({"build-dmg", "--volume", name, folder, path});
+        const std::string directory = scratch / (name + "Image"), path = scratch / (name + ".dmg");
+        writeFile(directory + "/" + name + "Image.app/Contents/file", name);
+        mac({"build-dmg", "--volume", name, directory, path});
         return {{"", readFile(path)}};
     }
     static Payload bundle(const std::string& name) {
         return {{"/Contents/Info.plist", name}, {"/Contents/MacOS/" + name, "binary"}};
     }
     std::string manifestOf(const Payload& payload) {
-        const std::string folder = scratch / "manifest.app";
+        const std::string directory = scratch / "manifest.app";
         for (const auto& [name, bytes] : payload) {
-            writeFile(folder + name, bytes);
-            chmod((folder + name).c_str(), 0755);
+            writeFile(directory + name, bytes);
+            chmod((directory + name).c_str(), 0755);
         }
         for (const char* name : {"", "/Contents", "/Contents/MacOS"})
-            chmod((folder + name).c_str(), 0755);
-        return zelor::agent::bundleManifest(folder);
+            chmod((directory + name).c_str(), 0755);
+        return zelor::agent::bundleManifest(directory);
     }
 
     static void add(ArchiveBuilder& zip, const std::string& name, const Payload& payload, mode_t mode) {
@@ -179,9 +179,9 @@ class TrustMatrix : public testing::Test {
     }
 
     std::string signature(const Cell& cell) {
-        const std::string good = road.key.sign(cell.kind->signedText);
+        const std::string good = fixture.key.sign(cell.kind->signedText);
         if (cell.signatureState == "wrongkey") return otherKey.sign(cell.kind->signedText);
-        if (cell.signatureState == "anothers") return road.key.sign("another file");
+        if (cell.signatureState == "anothers") return fixture.key.sign("another file");
         if (cell.signatureState == "truncated") return good.substr(0, good.size() - 1);
         if (cell.signatureState == "empty") return "";
         if (cell.signatureState == "huge") return good + std::string(16384, '\0');
@@ -196,8 +196,8 @@ class TrustMatrix : public testing::Test {
             state == "setuid" ? 06755 : 0755);
         if (cell.signatureState != "missing") zip.file(cell.stem() + ".sig", signature(cell));
         if (state == "traversal") zip.file("../escaped-" + cell.stem(), "x");
-        if (state == "absolute") zip.file(road.dir / ("escaped-" + cell.stem()), "x");
-        if (state == "linkout") zip.link("out-" + cell.stem(), road.dir / "var");
+        if (state == "absolute") zip.file(fixture.dir / ("escaped-" + cell.stem()), "x");
+        if (state == "linkout") zip.link("out-" + cell.stem(), fixture.dir / "var");
         if (state == "device") zip.file("device-" + cell.stem(), "");
         if (state == "duplicate") add(zip, name, cell.kind->evil, 0755);
         if (state == "duplicate") add(zip, name, cell.kind->good, 0755);
@@ -213,8 +213,8 @@ class TrustMatrix : public testing::Test {
     std::vector<Cell> cells() const {
         std::vector<Cell> all;
         for (const Kind& kind : kinds) {
-            for (const auto& [archiveState, archiveCause] : archiveStates) {
-                for (const auto& [signatureState, signatureCause] : signatureStates) {
+            for (const auto& [archiveState, archiveCause] : kArchiveStates) {
+                for (const auto& [signatureState, signatureCause] : kSignatureStates) {
                     std::string cause = archiveCause.empty() ? signatureCause : archiveCause;
                     if (cause.empty() && archiveState == "swapped") cause = "does not match";
                     all.push_back({&kind, archiveState, signatureState, cause});
@@ -224,15 +224,15 @@ class TrustMatrix : public testing::Test {
         return all;
     }
 
-    Road::Map run(const std::vector<Cell>& cells) {
+    IntegrationFixture::Map run(const std::vector<Cell>& cells) {
         std::map<std::string, std::string> requests;
         for (const Cell& cell : cells) {
-            road.addContent(cell.identifier(), cell.stem() + cell.kind->extension);
-            road.addArchive(cell.stem(), archive(cell));
+            fixture.addContent(cell.identifier(), cell.stem() + cell.kind->extension);
+            fixture.addArchive(cell.stem(), archive(cell));
             requests[cell.key()] = cell.identifier();
         }
-        before = snapshotOf(road.dir.path(), own);
-        return road.run(requests);
+        before = snapshotOf(fixture.dir.path(), own);
+        return fixture.run(requests);
     }
 
     /// True when an error line names both.
@@ -244,7 +244,7 @@ class TrustMatrix : public testing::Test {
     }
 
     std::vector<std::string> errorLines() const {
-        std::ifstream log(road.dir / "var/log/zelor/remediation.log");
+        std::ifstream log(fixture.dir / "var/log/zelor/remediation.log");
         std::vector<std::string> errors;
         for (std::string line; std::getline(log, line);) {
             if (line.find(" ERROR ") != std::string::npos) errors.push_back(line);
@@ -252,12 +252,12 @@ class TrustMatrix : public testing::Test {
         return errors;
     }
 
-    Road road;
+    IntegrationFixture fixture;
     zelor::test::TempDir scratch;
     zelor::test::SigningKey otherKey = zelor::test::SigningKey::ec();
     std::string bomb = ArchiveBuilder().file("bomb", std::string(96U << 20U, '\0')).finish();
     std::vector<Kind> kinds;
-    /// What a run may write: the content directory, log and record, the agent's own folder.
+    /// What a run may write: the content directory, log and record, the agent's own directory.
     const std::vector<std::string> own = {"content", "var/log", "opt"};
     zelor::test::Snapshot before;
 };
@@ -269,10 +269,10 @@ TEST_F(TrustMatrix, OnlyAGoodArchiveWithAGoodSignatureIsRunOrCopied) {
     ASSERT_EQ(accepted.size(), 2 * kinds.size()) << "good, and good but for set-id bits";
 
     int survived = 0;
-    const Road::Map results = run(refused);
-    EXPECT_THAT(changes(before, snapshotOf(road.dir.path(), own)), testing::IsEmpty());
-    EXPECT_TRUE(fs::is_empty(road.dir / "opt/partial"));
-    EXPECT_EQ(road.record(), "");
+    const IntegrationFixture::Map results = run(refused);
+    EXPECT_THAT(changes(before, snapshotOf(fixture.dir.path(), own)), testing::IsEmpty());
+    EXPECT_TRUE(fs::is_empty(fixture.dir / "opt/partial"));
+    EXPECT_EQ(fixture.record(), "");
     const std::vector<std::string> errors = errorLines();
     for (const Cell& cell : refused) {
         const bool held = results.at(cell.key()) == 12 && named(errors, cell);
@@ -284,7 +284,7 @@ TEST_F(TrustMatrix, OnlyAGoodArchiveWithAGoodSignatureIsRunOrCopied) {
         std::vector<Cell> now;
         std::copy_if(accepted.begin(), accepted.end(), std::back_inserter(now),
                      [&](const Cell& cell) { return cell.archiveState == state; });
-        const Road::Map good = run(now);
+        const IntegrationFixture::Map good = run(now);
         for (const Cell& cell : now) {
             const bool held = good.at(cell.key()) == 4 && fs::exists(cell.kind->mark);
             EXPECT_TRUE(held) << cell.stem() << " reads " << good.at(cell.key());
@@ -292,7 +292,7 @@ TEST_F(TrustMatrix, OnlyAGoodArchiveWithAGoodSignatureIsRunOrCopied) {
             fs::remove(cell.kind->mark);
         }
     }
-    for (const auto& entry : fs::recursive_directory_iterator(road.dir.path()))
+    for (const auto& entry : fs::recursive_directory_iterator(fixture.dir.path()))
         EXPECT_EQ(entry.status().permissions() & 06000, 0) << entry.path() << " kept a set-id bit";
     std::printf("trust matrix: %zu tried, %d survived\n", refused.size() + accepted.size(), survived);
 }

@@ -6,21 +6,21 @@
 #include <regex>
 
 #include "platform/macos/MacPatchManager.h"
-#include "tests/road/Road.h"
-#include "tests/road/Snapshot.h"
+#include "tests/integration/IntegrationFixture.h"
+#include "tests/integration/Snapshot.h"
 
 using zelor::test::ArchiveBuilder;
 using zelor::test::changes;
+using zelor::test::IntegrationFixture;
 using zelor::test::readFile;
-using zelor::test::Road;
 using zelor::test::snapshotOf;
 using zelor::test::writeFile;
 namespace fs = boost::filesystem;
 
 namespace {
 
-/// "canary" is a command that leaves a mark, and stands wherever a text could become one.
-const std::vector<std::string> texts = {
+/// "canary" is a command that leaves a mark, and is put wherever a text could become one.
+const std::vector<std::string> kTexts = {
     "'; canary; '",
     "\"; canary; \"",
     "';canary;echo 'Success successful Done",
@@ -77,57 +77,58 @@ class HostileTexts : public testing::Test {
         addTool("installer", note + "cat '" + listing + "'; echo successful");
         addTool("hdiutil", note + "echo ejected");
         addTool("sw_vers", "[ -f '" + listing + "' ] && exec cat '" + listing + "'; echo 10.10");
-        setenv("PATH", (road.dir / "tools:" + getenv("PATH")).c_str(), 1);
-        for (const char* folder : {"work", "state", "var/zelor/mountpoint"})
-            fs::create_directories(road.dir / folder);
-        EXPECT_EQ(chdir((road.dir / "work").c_str()), 0);
-        before = snapshotOf(road.dir.path(), own);
+        setenv("PATH", (fixture.dir / "tools:" + getenv("PATH")).c_str(), 1);
+        for (const char* directory : {"work", "state", "var/zelor/mountpoint"})
+            fs::create_directories(fixture.dir / directory);
+        EXPECT_EQ(chdir((fixture.dir / "work").c_str()), 0);
+        before = snapshotOf(fixture.dir.path(), own);
     }
     ~HostileTexts() override { EXPECT_EQ(chdir("/"), 0); }
 
     void addTool(const std::string& name, const std::string& script) {
-        writeFile(road.dir / ("tools/" + name), "#!/bin/sh\n" + script + "\n");
-        chmod((road.dir / ("tools/" + name)).c_str(), 0755);
+        writeFile(fixture.dir / ("tools/" + name), "#!/bin/sh\n" + script + "\n");
+        chmod((fixture.dir / ("tools/" + name)).c_str(), 0755);
     }
     void list(const std::string& lines) { writeFile(listing, lines); }
 
     /// One run with a request for each text; what a text names is made by `add` under its identifier.
-    Road::Map runAll(const std::string& prefix,
-                     const std::function<void(const std::string& id, const std::string& text)>& add) {
+    IntegrationFixture::Map runAll(
+        const std::string& prefix,
+        const std::function<void(const std::string& id, const std::string& text)>& add) {
         std::map<std::string, std::string> requests;
-        for (std::size_t i = 0; i < texts.size(); ++i) {
+        for (std::size_t i = 0; i < kTexts.size(); ++i) {
             const std::string id = prefix + std::to_string(++count);
-            add(id, texts[i]);
+            add(id, kTexts[i]);
             requests["text " + std::to_string(i) + "||"] = id;
         }
-        return road.run(requests);
+        return fixture.run(requests);
     }
     void addPatch(const std::string& id, const std::string& name, const std::string& extension) {
-        road.addContent(id, xmlEscaped(name + extension));
+        fixture.addContent(id, xmlEscaped(name + extension));
         if (!namesAFile(name)) return;
-        road.addArchive(name, ArchiveBuilder()
-                                  .file(name + extension, "exit 0")
-                                  .file(name + ".sig", road.key.sign("exit 0"))
-                                  .finish());
+        fixture.addArchive(name, ArchiveBuilder()
+                                     .file(name + extension, "exit 0")
+                                     .file(name + ".sig", fixture.key.sign("exit 0"))
+                                     .finish());
     }
 
     /// A content directory, and a system root, of any name serve like others.
-    void expectToWorkIn(const std::string& folder) {
-        road.addScript("CCE-1", "one", "exit 0");
-        road.addContent("CVE-2", "two.pkg");
-        road.addArchive("two",
-                        ArchiveBuilder().file("two.pkg", "x").file("two.sig", road.key.sign("x")).finish());
+    void expectToWorkIn(const std::string& directory) {
+        fixture.addScript("CCE-1", "one", "exit 0");
+        fixture.addContent("CVE-2", "two.pkg");
+        fixture.addArchive(
+            "two", ArchiveBuilder().file("two.pkg", "x").file("two.sig", fixture.key.sign("x")).finish());
         fs::remove(words);
-        const auto results = road.run({{"1||", "CCE-1"}, {"2||", "CVE-2"}}, folder);
-        EXPECT_EQ(results, (Road::Map{{"1||", 4}, {"2||", 4}})) << folder;
-        std::string shown = folder;
+        const auto results = fixture.run({{"1||", "CCE-1"}, {"2||", "CVE-2"}}, directory);
+        EXPECT_EQ(results, (IntegrationFixture::Map{{"1||", 4}, {"2||", 4}})) << directory;
+        std::string shown = directory;
         std::replace(shown.begin(), shown.end(), '\n', '~');
         EXPECT_EQ(readFile(words), "-pkg\n" + shown + "/two.pkg\n-target\n/\n");
-        fs::remove(road.dir / "var/log/zelor/ZelorInstalledPatches.txt");
+        fs::remove(fixture.dir / "var/log/zelor/ZelorInstalledPatches.txt");
         fs::remove(words);
-        setSystemRoot(folder);
+        setSystemRoot(directory);
         MacPatchManager().dmgInstallation("x.dmg", "x");
-        setSystemRoot(road.dir.path().string());
+        setSystemRoot(fixture.dir.path().string());
         EXPECT_NE(readFile(words).find("-mountPoint\n" + shown + "/var/zelor/mountpoint\nx.dmg\n"),
                   std::string::npos)
             << readFile(words);
@@ -137,22 +138,22 @@ class HostileTexts : public testing::Test {
     void expectUntouched(const std::string& where) {
         EXPECT_FALSE(fs::exists(canary)) << where;
         fs::remove(canary);
-        EXPECT_THAT(changes(before, snapshotOf(road.dir.path(), own)), testing::IsEmpty()) << where;
-        static const std::regex line(
+        EXPECT_THAT(changes(before, snapshotOf(fixture.dir.path(), own)), testing::IsEmpty()) << where;
+        static const std::regex kLine(
             "2[0-9]{3}-[0-9]{2}-[0-9]{2}T[0-9:.]{12}Z (DEBUG|INFO|ERROR) [^\\x01-\\x1f\\x7f]*");
-        std::istringstream log(road.log().substr(std::min(read, road.log().size())));
+        std::istringstream log(fixture.log().substr(std::min(read, fixture.log().size())));
         for (std::string text; std::getline(log, text);) {
             // The expression's library recurses on each byte.
-            EXPECT_TRUE(std::regex_match(text.substr(0, 500), line)) << where << ": " << text;
+            EXPECT_TRUE(std::regex_match(text.substr(0, 500), kLine)) << where << ": " << text;
             EXPECT_EQ(text.find('\0'), std::string::npos) << where;
             EXPECT_EQ(text.find("\xe2\x80\xa8"), std::string::npos) << where;
         }
-        read = road.log().size();
+        read = fixture.log().size();
     }
 
-    Road road;
-    const std::string canary = road.dir / "canary-ran", words = road.dir / "state/words",
-                      listing = road.dir / "state/listing";
+    IntegrationFixture fixture;
+    const std::string canary = fixture.dir / "canary-ran", words = fixture.dir / "state/words",
+                      listing = fixture.dir / "state/listing";
     const std::vector<std::string> own = {"content", "var/log", "opt",         "repo",
                                           "state",   "etc",     "Applications"};
     zelor::test::Snapshot before;
@@ -161,24 +162,24 @@ class HostileTexts : public testing::Test {
 };
 
 TEST_F(HostileTexts, InRequestsAndListings) {
-    road.addContentText("CVE-1",
-                        "<remediation identifier=\"CVE-1\"><cre><eri id=\"E\"><product>cpe:/o:apple:x"
-                        "</product><instructions>OS remediation</instructions></eri></cre></remediation>");
-    for (const std::string& text : texts) {
+    fixture.addContentText("CVE-1",
+                           "<remediation identifier=\"CVE-1\"><cre><eri id=\"E\"><product>cpe:/o:apple:x"
+                           "</product><instructions>OS remediation</instructions></eri></cre></remediation>");
+    for (const std::string& text : kTexts) {
         list("Software Update found\n   * SecUpd" + text + "\n   * " + text + "\n\tOS X (" + text +
              "), 1K\n");
-        const auto results = road.run({{text, "CVE-1"},
-                                       {"cpe:/a:x||" + text, "CVE-1"},
-                                       {"cpe:/a:y||Apple SecUpd", "CVE-1"},
-                                       {"cpe:/o:apple:mac_os_x||Apple Mac OS X", "CVE-1"},
-                                       {"cpe:/a:z,cpe:/o:" + text + "||z", "CVE-1"},
-                                       {"i||", text},
-                                       {"j||", "CCE-" + text},
-                                       {"k||", "CVE-" + text}});
+        const auto results = fixture.run({{text, "CVE-1"},
+                                          {"cpe:/a:x||" + text, "CVE-1"},
+                                          {"cpe:/a:y||Apple SecUpd", "CVE-1"},
+                                          {"cpe:/o:apple:mac_os_x||Apple Mac OS X", "CVE-1"},
+                                          {"cpe:/a:z,cpe:/o:" + text + "||z", "CVE-1"},
+                                          {"i||", text},
+                                          {"j||", "CCE-" + text},
+                                          {"k||", "CVE-" + text}});
         EXPECT_EQ(results.at("i||"), 6U) << text;
         EXPECT_EQ(results.at("k||"), 6U) << text;
         expectUntouched("request " + text);
-        RemediationManager manager(road.dir / "opt");
+        RemediationManager manager(fixture.dir / "opt");
         manager.setCancelRemMap({{text, text}});
         EXPECT_TRUE(manager.thisRemIsAborted(text) || text.empty());
     }
@@ -204,12 +205,12 @@ TEST_F(HostileTexts, InContent) {
         {"size", "<cre><eri id=\"E\"><patch id=\"none.pkg\" size=\"", "\"/></eri></cre>"},
         {"md5", "<cre><eri id=\"E\"><patch id=\"none.pkg\" md5=\"", "\"/></eri></cre>"},
     };
-    road.addScript("CCE-done", "done", "exit 0");
+    fixture.addScript("CCE-done", "done", "exit 0");
     for (const auto& field : fields) {
         for (const char* prefix : {"CCE-", "CVE-"}) {
             runAll(prefix, [&](const std::string& id, const std::string& text) {
-                road.addContentText(id, "<remediation identifier=\"" + id + "\">" + field.head +
-                                            xmlEscaped(text) + field.tail + "</remediation>");
+                fixture.addContentText(id, "<remediation identifier=\"" + id + "\">" + field.head +
+                                               xmlEscaped(text) + field.tail + "</remediation>");
             });
             expectUntouched(field.name);
         }
@@ -221,53 +222,53 @@ TEST_F(HostileTexts, InContent) {
         expectUntouched(std::string("patch id, ") + extension);
     }
     const std::string all = readFile(words);
-    EXPECT_NE(all.find("-pkg\n" + road.dir / "content/'; canary; '.pkg\n-target\n/\n"), std::string::npos)
+    EXPECT_NE(all.find("-pkg\n" + fixture.dir / "content/'; canary; '.pkg\n-target\n/\n"), std::string::npos)
         << all;
 }
 
 TEST_F(HostileTexts, InArchives) {
     runAll("CCE-", [&](const std::string& id, const std::string& text) {
         ArchiveBuilder zip;
-        zip.file(id + ".sh", "exit 0").file(id + ".sig", road.key.sign("exit 0"));
-        if (!text.empty()) zip.file(text, "x").link(id + "-link", text).folder("d/" + text);
-        road.addContent(id, id + ".sh");
-        road.addArchive(id, zip.finish());
+        zip.file(id + ".sh", "exit 0").file(id + ".sig", fixture.key.sign("exit 0"));
+        if (!text.empty()) zip.file(text, "x").link(id + "-link", text).directory("d/" + text);
+        fixture.addContent(id, id + ".sh");
+        fixture.addArchive(id, zip.finish());
     });
     expectUntouched("entry name");
 }
 
 TEST_F(HostileTexts, InTheAgentsFiles) {
-    const std::string ini = road.dir / "etc/zelor/zelor.ini";
+    const std::string ini = fixture.dir / "etc/zelor/zelor.ini";
     const std::string good = readFile(ini);
-    road.addScript("CCE-1", "one", "exit 0");
-    for (const std::string& text : texts) {
+    fixture.addScript("CCE-1", "one", "exit 0");
+    for (const std::string& text : kTexts) {
         std::string whole = "[ScanManager]\nProfileId = " + text + "\n[Limits]\nCommandMinutes = " + text;
         whole += "\n[Installation]\nVendorProducts = " + text + "\n[Log]\nLevel = " + text + "\n";
         for (const char* key : {"UnzipFolder", "PatchesDir", "PatchesDirSizeMB", "SpeedPercent"}) {
             writeFile(ini, good.substr(0, good.find("[Buffer]")) + "[Buffer]\n" + key + " = " + text + "\n");
-            road.run({{"1||", "CCE-1"}});
+            fixture.run({{"1||", "CCE-1"}});
         }
         for (const std::string& more :
              {whole, "[Repository]\nUrl = " + text + "\nTrustedKey = " + text, text}) {
             writeFile(ini, more);
-            road.run({{"1||", "CCE-1"}});
+            fixture.run({{"1||", "CCE-1"}});
         }
         writeFile(ini, good);
-        writeFile(road.dir / "etc/zelor/build", "platform = " + text);
-        writeFile(road.dir / "var/log/zelor/ZelorInstalledPatches.txt", text + "\n");
-        writeFile(road.dir / "var/zelor/unzip/bufferdPatchesList.txt", text + "=00\none.sh=" + text);
-        road.run({{"1||", "CCE-1"}});
-        fs::remove(road.dir / "var/zelor/unzip/bufferdPatchesList.txt");
+        writeFile(fixture.dir / "etc/zelor/build", "platform = " + text);
+        writeFile(fixture.dir / "var/log/zelor/ZelorInstalledPatches.txt", text + "\n");
+        writeFile(fixture.dir / "var/zelor/unzip/bufferdPatchesList.txt", text + "=00\none.sh=" + text);
+        fixture.run({{"1||", "CCE-1"}});
+        fs::remove(fixture.dir / "var/zelor/unzip/bufferdPatchesList.txt");
         expectUntouched("file of the agent: " + text);
     }
 }
 
 TEST_F(HostileTexts, InWhatToolsPrintAndInPaths) {
-    const std::string odd = road.dir / "work";
+    const std::string odd = fixture.dir / "work";
     MacPatchManager manager;
-    for (const std::string& text : texts) {
+    for (const std::string& text : kTexts) {
         list(text + "\n");
-        RemediationManager runner(road.dir / "opt");
+        RemediationManager runner(fixture.dir / "opt");
         manager.pkgInstallation(odd + "/" + text + "/x.pkg");
         manager.dmgInstallation(odd + "/" + text + ".dmg", text);
         manager.install3rdPartyPatch(text, text, text);
@@ -286,10 +287,10 @@ TEST_F(HostileTexts, InWhatToolsPrintAndInPaths) {
 }
 
 TEST_F(HostileTexts, InTheLibrarysOwnOperations) {
-    const std::string list = road.dir / "var/zelor/unzip/bufferdPatchesList.txt";
-    for (const std::string& text : texts) {
-        RemediationManager manager(road.dir / "opt");
-        manager.setContentDownloadDir(road.dir / "content");
+    const std::string list = fixture.dir / "var/zelor/unzip/bufferdPatchesList.txt";
+    for (const std::string& text : kTexts) {
+        RemediationManager manager(fixture.dir / "opt");
+        manager.setContentDownloadDir(fixture.dir / "content");
         bool buffered = true;
         for (const char* extension : {"", ".sh"})
             EXPECT_EQ(manager.getFileFromRepo(text + extension, text, text, buffered), "");
@@ -299,7 +300,7 @@ TEST_F(HostileTexts, InTheLibrarysOwnOperations) {
         manager.removeEntryFromBufferedPatchesFile(text);
         manager.cleanupBufferedPatch(text, text);
         manager.downloadSizeExceedsAllotedSize(text);
-        const std::string lines = road.record() + readFile(list);
+        const std::string lines = fixture.record() + readFile(list);
         for (const char* forged : {"\ncanary\n", "\n1999"})
             EXPECT_EQ(lines.find(forged), std::string::npos) << "a line of the record or list is forged";
         fs::remove(list);

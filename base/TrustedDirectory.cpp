@@ -1,4 +1,4 @@
-#include "base/TrustedFolder.h"
+#include "base/TrustedDirectory.h"
 
 #include <fcntl.h>
 #include <stdlib.h>
@@ -18,7 +18,7 @@ namespace zelor::base {
 
 namespace {
 
-constexpr char noName[] = "it has no name; set one";
+constexpr char kNoName[] = "it has no name; set one";
 
 /// Absolute, without separators and "." at the end, through which a link would be followed.
 std::string plainPath(const std::string& path) {
@@ -46,7 +46,7 @@ std::string baseOf(const std::string& path) {
 
 std::string problemOnTheWay(const std::string& path);
 
-/// The same for one folder or symbolic link on the way.
+/// The same for one directory or symbolic link on the way.
 std::string problemOf(const std::string& step, const struct stat& link, const std::string& base) {
     if (!ownerIsTrusted(link, base)) return step + " on the way to it belongs to another user";
     if (S_ISLNK(link.st_mode)) {
@@ -54,7 +54,7 @@ std::string problemOf(const std::string& step, const struct stat& link, const st
         if (!real) return step + " on the way to it leads nowhere: " + std::strerror(errno);
         return problemOnTheWay(std::string(real.get()) + "/.");
     }
-    if (!S_ISDIR(link.st_mode)) return step + " on the way to it is no folder";
+    if (!S_ISDIR(link.st_mode)) return step + " on the way to it is no directory";
     const bool open = (link.st_mode & S_IWOTH) != 0 && (link.st_mode & S_ISVTX) == 0;
     return open ? "everybody may replace it, since " + step + " is writable by all (chmod o-w)" : "";
 }
@@ -74,13 +74,13 @@ std::string problemOnTheWay(const std::string& path) {
     return "";
 }
 
-std::string problemOfFolder(const std::string& path) {
+std::string problemOfDirectory(const std::string& path) {
     struct stat info {};
     if (::lstat(path.c_str(), &info) != 0) {
         return errno == ENOENT ? "" : std::string("cannot look at it: ") + std::strerror(errno);
     }
-    if (S_ISLNK(info.st_mode)) return "it is a symbolic link; put a folder in its place";
-    if (!S_ISDIR(info.st_mode)) return "it is no folder; remove it";
+    if (S_ISLNK(info.st_mode)) return "it is a symbolic link; put a directory in its place";
+    if (!S_ISDIR(info.st_mode)) return "it is no directory; remove it";
     if (info.st_uid != ::geteuid()) return "it belongs to another user; choose another, or remove it";
     if ((info.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
         return "others may write to it; take that right away (chmod go-w) if it holds nothing of theirs";
@@ -137,15 +137,15 @@ std::string cannotMake(const std::string& path) {
 
 }  // namespace
 
-std::string folderProblem(const std::string& path) {
-    if (path.empty()) return noName;
+std::string directoryProblem(const std::string& path) {
+    if (path.empty()) return kNoName;
     const std::string plain = plainPath(path);
     std::string problem = problemOnTheWay(plain);
-    return problem.empty() ? problemOfFolder(plain) : problem;
+    return problem.empty() ? problemOfDirectory(plain) : problem;
 }
 
-std::string prepareFolder(const std::string& path) {
-    if (path.empty()) return noName;
+std::string prepareDirectory(const std::string& path) {
+    if (path.empty()) return kNoName;
     const std::string plain = plainPath(path);
     std::string problem = problemOnTheWay(plain);
     if (!problem.empty()) return problem;
@@ -156,7 +156,7 @@ std::string prepareFolder(const std::string& path) {
             return cannotMake(above);
     }
     if (::mkdir(plain.c_str(), 0700) != 0 && errno != EEXIST && errno != EISDIR) return cannotMake(plain);
-    return problemOfFolder(plain);
+    return problemOfDirectory(plain);
 }
 
 UniqueFd openOwnFile(const std::string& path, int flags, std::string& problem) {

@@ -12,7 +12,7 @@
 
 namespace zelor::test {
 
-/// What lies below a folder: relative path to type, mode and content.
+/// What lies below a directory: relative path to type, mode and content.
 using Snapshot = std::map<std::string, std::string>;
 
 /// Everything below `root` but what is `except` or lies below one of those.

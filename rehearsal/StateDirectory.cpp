@@ -1,4 +1,4 @@
-#include "rehearsal/StateFolder.h"
+#include "rehearsal/StateDirectory.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -23,12 +23,12 @@ namespace {
 
 class Lock {
   public:
-    explicit Lock(const std::string& folder)
-        : file_(base::openFile(folder + "/lock", O_RDWR | O_CREAT, 0600)) {
-        if (!file_) throw std::runtime_error("cannot open " + folder + "/lock: " + base::errorText(errno));
+    explicit Lock(const std::string& directory)
+        : file_(base::openFile(directory + "/lock", O_RDWR | O_CREAT, 0600)) {
+        if (!file_) throw std::runtime_error("cannot open " + directory + "/lock: " + base::errorText(errno));
         while (::flock(file_.get(), LOCK_EX) != 0) {
             if (errno != EINTR)
-                throw std::runtime_error("cannot lock " + folder + ": " + base::errorText(errno));
+                throw std::runtime_error("cannot lock " + directory + ": " + base::errorText(errno));
         }
     }
 
@@ -38,13 +38,13 @@ class Lock {
 
 }  // namespace
 
-StateFolder::StateFolder(const std::string& toolsFolder) : path_(toolsFolder + "/state") {}
+StateDirectory::StateDirectory(const std::string& toolsDirectory) : path_(toolsDirectory + "/state") {}
 
-bool StateFolder::exists() const {
+bool StateDirectory::exists() const {
     return fs::exists(file());
 }
 
-void StateFolder::create(const MacState& state) const {
+void StateDirectory::create(const MacState& state) const {
     if (!base::makeDirectories(path_))
         throw std::runtime_error("cannot make " + path_ + ": " + base::errorText(errno));
     const Lock lock(path_);
@@ -52,7 +52,7 @@ void StateFolder::create(const MacState& state) const {
     write(state);
 }
 
-MacState StateFolder::load() const {
+MacState StateDirectory::load() const {
     if (!exists()) {
         throw std::runtime_error("no rehearsal Mac at " + path_ + "; \"zelor-rehearsal init\" makes one");
     }
@@ -60,7 +60,7 @@ MacState StateFolder::load() const {
     return read();
 }
 
-void StateFolder::update(const std::function<void(MacState&)>& change) const {
+void StateDirectory::update(const std::function<void(MacState&)>& change) const {
     if (!exists()) {
         throw std::runtime_error("no rehearsal Mac at " + path_ + "; \"zelor-rehearsal init\" makes one");
     }
@@ -70,7 +70,7 @@ void StateFolder::update(const std::function<void(MacState&)>& change) const {
     write(state);
 }
 
-MacState StateFolder::read() const {
+MacState StateDirectory::read() const {
     std::ifstream in(file(), std::ios::binary);
     const std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
     try {
@@ -80,7 +80,7 @@ MacState StateFolder::read() const {
     }
 }
 
-void StateFolder::write(const MacState& state) const {
+void StateDirectory::write(const MacState& state) const {
     const std::string text = toJson(state).dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
     base::StagedFile out(file(), ".new", 0644);
     out.write(text + '\n');

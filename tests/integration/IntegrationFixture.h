@@ -18,21 +18,21 @@
 
 namespace zelor::test {
 
-/// The whole road of a request: the library and the default agent below a temporary root, and a repository
-/// with real signatures behind a real web server that can be told to misbehave.
-class Road {
+/// The whole fixture of a request: the library and the default agent below a temporary root, and a repository
+/// with real signatures behind a real web server that can be made to misbehave.
+class IntegrationFixture {
   public:
     using Map = std::map<std::string, unsigned long>;
 
-    Road() : oldRoot_(getSystemRoot()) {
+    IntegrationFixture() : oldRoot_(getSystemRoot()) {
         setSystemRoot(dir.path().string());
         writeFile(dir / "repo/speed.bin", std::string(65536, 's'));
         writeFile(dir / "etc/zelor/repository.pem", key.publicPem());
-        for (const char* folder : {"opt", "var/zelor/unzip", "var/zelor/buffer", "Applications"}) {
-            boost::filesystem::create_directories(dir.path() / folder);
+        for (const char* directory : {"opt", "var/zelor/unzip", "var/zelor/buffer", "Applications"}) {
+            boost::filesystem::create_directories(dir.path() / directory);
         }
         authoring::StaticServerOptions options;
-        options.folder = dir / "repo";
+        options.directory = dir / "repo";
         options.fault = [this](const authoring::ServerRequest& request) { return faultFor(request); };
         options.answered = [this](const authoring::ServerRequest& request, int status) {
             note(request, status);
@@ -43,12 +43,12 @@ class Road {
                       "\nTrustedKey = /etc/zelor/repository.pem\n[Buffer]\nSpeedPercent = "
                       "100\n");
     }
-    ~Road() {
+    ~IntegrationFixture() {
         server_.reset();
         setSystemRoot(oldRoot_);
     }
-    Road(const Road&) = delete;
-    Road& operator=(const Road&) = delete;
+    IntegrationFixture(const IntegrationFixture&) = delete;
+    IntegrationFixture& operator=(const IntegrationFixture&) = delete;
 
     /// Content for one identifier with one ERI ("ERI-<identifier>") that names `patchId`.
     void addContent(const std::string& identifier, const std::string& patchId, const std::string& more = "") {

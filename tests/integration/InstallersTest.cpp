@@ -6,10 +6,10 @@
 
 #include "base/CommandRunner.h"
 #include "platform/macos/MacPatchManager.h"
-#include "tests/road/Road.h"
+#include "tests/integration/IntegrationFixture.h"
 
+using zelor::test::IntegrationFixture;
 using zelor::test::readFile;
-using zelor::test::Road;
 using zelor::test::writeFile;
 namespace fs = boost::filesystem;
 
@@ -22,9 +22,9 @@ class Installers : public testing::Test {
         mac({"init", tools, "--root", root, "--os", "10.10.5"});
         oldPath = getenv("PATH");
         setenv("PATH", (tools + ":" + oldPath).c_str(), 1);
-        writeFile(road.dir / "src/package/Example Editor/about.txt", "2.1");
+        writeFile(fixture.dir / "src/package/Example Editor/about.txt", "2.1");
         mac({"build-pkg", "--id", "com.example.editor", "--version", "2.1", "--install-location",
-             "/Applications", road.dir / "src/package", road.dir / "src/editor.pkg"});
+             "/Applications", fixture.dir / "src/package", fixture.dir / "src/editor.pkg"});
     }
     ~Installers() override { setenv("PATH", oldPath.c_str(), 1); }
 
@@ -37,20 +37,20 @@ class Installers : public testing::Test {
     void fault(const std::string& subject, const std::string& name, const std::string& outcome) {
         mac({"fault", "--tools", tools, subject, name, outcome});
     }
-    /// A disk image of the folder "src/NAME".
+    /// A disk image of the directory "src/NAME".
     std::string image(const std::string& name) {
-        const std::string path = road.dir / ("src/" + name + ".dmg");
-        fs::create_directories(road.dir / ("src/" + name));
-        mac({"build-dmg", "--volume", name, road.dir / ("src/" + name), path});
+        const std::string path = fixture.dir / ("src/" + name + ".dmg");
+        fs::create_directories(fixture.dir / ("src/" + name));
+        mac({"build-dmg", "--volume", name, fixture.dir / ("src/" + name), path});
         return path;
     }
     int dmg(const std::string& path) { return manager.install3rdPartyPatch(path, "Example", "dmg"); }
 
-    Road road;
-    std::string root = road.dir.path().string();
-    std::string tools = road.dir / "tools";
-    std::string package = road.dir / "src/editor.pkg";
-    std::string installed = road.dir / "Applications/Example Editor/about.txt";
+    IntegrationFixture fixture;
+    std::string root = fixture.dir.path().string();
+    std::string tools = fixture.dir / "tools";
+    std::string package = fixture.dir / "src/editor.pkg";
+    std::string installed = fixture.dir / "Applications/Example Editor/about.txt";
     std::string oldPath;
     MacPatchManager manager;
 };
@@ -61,14 +61,14 @@ TEST_F(Installers, PackagesByOutcome) {
         int result;
     } rows[] = {{"fail", -1}, {"not-root", -1}, {"signal", -1}, {"binary", 0}, {"flood", 0}, {"ok", 0}};
     for (const auto& row : rows) {
-        fs::remove_all(road.dir / "Applications/Example Editor");
+        fs::remove_all(fixture.dir / "Applications/Example Editor");
         fault("--package", "com.example.editor", row.outcome);
         EXPECT_EQ(manager.install3rdPartyPatch(package, "Example Editor", "pkg"), row.result) << row.outcome;
         EXPECT_EQ(fs::exists(installed), row.result == 0) << row.outcome;
     }
-    EXPECT_EQ(manager.pkgInstallation(road.dir / "none.pkg"), -1);
-    EXPECT_TRUE(road.logged("[MacPatchManager] The pkg remediation failed = "));
-    EXPECT_TRUE(road.logged("(runCommand) The output had "));
+    EXPECT_EQ(manager.pkgInstallation(fixture.dir / "none.pkg"), -1);
+    EXPECT_TRUE(fixture.logged("[MacPatchManager] The pkg remediation failed = "));
+    EXPECT_TRUE(fixture.logged("(runCommand) The output had "));
 }
 
 TEST_F(Installers, AHangingInstallerIsCutOffAtTheLimit) {
@@ -80,67 +80,67 @@ TEST_F(Installers, AHangingInstallerIsCutOffAtTheLimit) {
 }
 
 TEST_F(Installers, ImagesWithAPackageABundleOrNeither) {
-    fs::create_directories(road.dir / "src/WithPackage");
-    fs::copy_file(package, road.dir / "src/WithPackage/Editor.pkg");
+    fs::create_directories(fixture.dir / "src/WithPackage");
+    fs::copy_file(package, fixture.dir / "src/WithPackage/Editor.pkg");
     EXPECT_EQ(dmg(image("WithPackage")), 0);
     EXPECT_EQ(readFile(installed), "2.1");
-    EXPECT_TRUE(fs::is_empty(road.dir / "var/zelor/mountpoint")) << "detached";
+    EXPECT_TRUE(fs::is_empty(fixture.dir / "var/zelor/mountpoint")) << "detached";
 
-    const std::string bundle = road.dir / "src/WithBundle/Player.app/Contents";
+    const std::string bundle = fixture.dir / "src/WithBundle/Player.app/Contents";
     writeFile(bundle + "/MacOS/player", "binary");
     fs::create_directory_symlink("MacOS", bundle + "/Current");
     EXPECT_EQ(dmg(image("WithBundle")), 0);
-    EXPECT_EQ(readFile(road.dir / "Applications/Player.app/Contents/MacOS/player"), "binary");
-    EXPECT_TRUE(fs::is_symlink(road.dir / "Applications/Player.app/Contents/Current"));
+    EXPECT_EQ(readFile(fixture.dir / "Applications/Player.app/Contents/MacOS/player"), "binary");
+    EXPECT_TRUE(fs::is_symlink(fixture.dir / "Applications/Player.app/Contents/Current"));
 
-    writeFile(road.dir / "src/Neither/readme.txt", "x");
+    writeFile(fixture.dir / "src/Neither/readme.txt", "x");
     EXPECT_EQ(dmg(image("Neither")), 0) << "an image without either counts as installed";
-    writeFile(road.dir / "src/broken.dmg", "no image");
-    EXPECT_EQ(dmg(road.dir / "src/broken.dmg"), 0) << "so does one that cannot be attached";
-    EXPECT_TRUE(road.logged("[MacPatchManager] Installation SUCCESS!! Error in disk unmounting!!"));
+    writeFile(fixture.dir / "src/broken.dmg", "no image");
+    EXPECT_EQ(dmg(fixture.dir / "src/broken.dmg"), 0) << "so does one that cannot be attached";
+    EXPECT_TRUE(fixture.logged("[MacPatchManager] Installation SUCCESS!! Error in disk unmounting!!"));
 
     fault("--package", "com.example.editor", "fail");
-    EXPECT_EQ(dmg(road.dir / "src/WithPackage.dmg"), -1);
-    EXPECT_TRUE(fs::is_empty(road.dir / "var/zelor/mountpoint")) << "detached after a failure too";
+    EXPECT_EQ(dmg(fixture.dir / "src/WithPackage.dmg"), -1);
+    EXPECT_TRUE(fs::is_empty(fixture.dir / "var/zelor/mountpoint")) << "detached after a failure too";
 }
 
 TEST_F(Installers, ABusyImageStaysAndIsClearedByTheNextOne) {
-    fs::create_directories(road.dir / "src/Busy");
-    fs::copy_file(package, road.dir / "src/Busy/Editor.pkg");
+    fs::create_directories(fixture.dir / "src/Busy");
+    fs::copy_file(package, fixture.dir / "src/Busy/Editor.pkg");
     const std::string path = image("Busy");
     fault("--image", "Busy", "busy");
     EXPECT_EQ(dmg(path), 0);
-    EXPECT_TRUE(road.logged("[MacPatchManager] Installation SUCCESS!! Error in disk unmounting!!"));
+    EXPECT_TRUE(fixture.logged("[MacPatchManager] Installation SUCCESS!! Error in disk unmounting!!"));
     fault("--image", "Busy", "ok");
     EXPECT_EQ(dmg(path), 0);
-    EXPECT_TRUE(road.logged("[MacPatchManager] Installation SUCCESS!! Disk unmounted successfully!!"));
+    EXPECT_TRUE(fixture.logged("[MacPatchManager] Installation SUCCESS!! Disk unmounted successfully!!"));
 }
 
 TEST_F(Installers, ABusyImageIsInstalledInPlaceOfTheNextOne) {
     for (const std::string name : {"Old", "New"})
-        writeFile(road.dir / ("src/" + name + "/Player.app/Contents/version"), name);
+        writeFile(fixture.dir / ("src/" + name + "/Player.app/Contents/version"), name);
     fault("--image", "Old", "busy");
     EXPECT_EQ(dmg(image("Old")), 0);
-    fs::remove_all(road.dir / "Applications/Player.app");
+    fs::remove_all(fixture.dir / "Applications/Player.app");
     EXPECT_EQ(dmg(image("New")), 0);
-    EXPECT_EQ(readFile(road.dir / "Applications/Player.app/Contents/version"), "Old");
+    EXPECT_EQ(readFile(fixture.dir / "Applications/Player.app/Contents/version"), "Old");
 }
 
 TEST_F(Installers, ABundlesOwnInstallerOnAnImage) {
-    const std::string setup = road.dir / "src/Setup/Setup.app/Contents/MacOS/setup";
-    writeFile(setup, "#!/bin/sh\necho \"$1\" > '" + road.dir / "ran" + "'\n");
+    const std::string setup = fixture.dir / "src/Setup/Setup.app/Contents/MacOS/setup";
+    writeFile(setup, "#!/bin/sh\necho \"$1\" > '" + fixture.dir / "ran" + "'\n");
     chmod(setup.c_str(), 0755);
     const std::string path = image("Setup");
     manager.setInstallOption(true);
     manager.setSilentModeOption("Contents/MacOS/setup --quiet");
     EXPECT_EQ(dmg(path), 0);
-    EXPECT_EQ(readFile(road.dir / "ran"), "--quiet\n");
-    EXPECT_FALSE(fs::exists(road.dir / "Applications/Setup.app"));
+    EXPECT_EQ(readFile(fixture.dir / "ran"), "--quiet\n");
+    EXPECT_FALSE(fs::exists(fixture.dir / "Applications/Setup.app"));
 
-    fs::remove(road.dir / "ran");
+    fs::remove(fixture.dir / "ran");
     manager.setSilentModeOption("");
     EXPECT_EQ(dmg(path), 0) << "the shell refuses the command, and no output counts as success";
-    EXPECT_FALSE(fs::exists(road.dir / "ran"));
+    EXPECT_FALSE(fs::exists(fixture.dir / "ran"));
 }
 
 TEST_F(Installers, OsUpdatesByOutcome) {

@@ -7,18 +7,18 @@
 
 namespace zelor::rehearsal {
 
-/// The folder that holds a tools folder's state.json. Tools of one Mac may run at the same time: every read
-/// and every change happens under a lock, and the file is replaced whole. Operations throw
+/// The directory that holds a tools directory's state.json. Tools of one Mac may run at the same time: every
+/// read and every change happens under a lock, and the file is replaced whole. Operations throw
 /// std::runtime_error that names the file.
-class StateFolder {
+class StateDirectory {
   public:
-    /// `toolsFolder`: the folder of the tools' names; the state is in its folder "state".
-    explicit StateFolder(const std::string& toolsFolder);
+    /// `toolsDirectory`: the directory of the tools' names; the state is in its directory "state".
+    explicit StateDirectory(const std::string& toolsDirectory);
 
     const std::string& path() const { return path_; }
     bool exists() const;
 
-    /// Writes the first state; makes the folder.
+    /// Writes the first state; makes the directory.
     void create(const MacState& state) const;
     MacState load() const;
     /// Reads, changes and writes under one lock; an exception from `change` writes nothing.
