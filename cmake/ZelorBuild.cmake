@@ -25,7 +25,7 @@ add_library(zelor_build INTERFACE)
 target_include_directories(zelor_build INTERFACE ${PROJECT_SOURCE_DIR})
 target_compile_options(zelor_build INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast
-    -Werror -fno-omit-frame-pointer)
+    $<$<CXX_COMPILER_ID:Clang,AppleClang>:-Wthread-safety> -Werror -fno-omit-frame-pointer)
 if(ZELOR_SANITIZE)
     target_compile_options(zelor_build INTERFACE -fsanitize=${ZELOR_SANITIZE} -fno-sanitize-recover=all)
     target_link_options(zelor_build INTERFACE -fsanitize=${ZELOR_SANITIZE})

@@ -38,11 +38,11 @@ void judge(const zelor::agent::Setting& setting, const std::string& root) {
 // The agent's ini file, as the agent and as the library read it.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const zelor::fuzz::QuietRoot kRoot;
-    static const std::size_t kNown = zelor::agent::AgentSettings::load(kRoot / "none")->all().size();
+    static const std::size_t kKnown = zelor::agent::AgentSettings::load(kRoot / "none")->all().size();
     const std::string file = underSystemRoot(zelor::agent::kAgentIniFile);
     zelor::test::writeFile(file, zelor::fuzz::textOf(data, size));
     const auto settings = zelor::agent::AgentSettings::load(file);
-    require(settings->all().size() == kNown, "every setting is there");
+    require(settings->all().size() == kKnown, "every setting is there");
     require(settings->warnings().size() <= 22, "warnings are bounded");
     for (const zelor::agent::Setting& setting : settings->all())
         judge(setting, getSystemRoot());

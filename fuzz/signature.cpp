@@ -37,20 +37,20 @@ std::string changed(std::string signature, const std::string& changes) {
 
 // The first byte says what the rest is: changes of a good signature, a signature, or the text of a key.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static const Keys kEys;
+    static const Keys kKeys;
     if (size == 0) return 0;
     const std::string text = zelor::fuzz::textOf(data + 1, size - 1);
     if (data[0] == 'k') {
-        const std::string file = kEys.dir / "hostile.pem";
+        const std::string file = kKeys.dir / "hostile.pem";
         zelor::test::writeFile(file, text);
-        const auto verdict = zelor::agent::verifyBytes(kSignedText, kEys.signatures[0], file);
+        const auto verdict = zelor::agent::verifyBytes(kSignedText, kKeys.signatures[0], file);
         require(!verdict.good && !verdict.reason.empty(), "no other key accepts the signature");
         return 0;
     }
-    for (std::size_t i = 0; i < kEys.count; ++i) {
-        const std::string signature = data[0] == 'c' ? changed(kEys.signatures[i], text) : text;
-        const auto verdict = zelor::agent::verifyBytes(kSignedText, signature, kEys.files[i]);
-        require(verdict.good == (signature == kEys.signatures[i]), "the one signature is good, no other");
+    for (std::size_t i = 0; i < kKeys.count; ++i) {
+        const std::string signature = data[0] == 'c' ? changed(kKeys.signatures[i], text) : text;
+        const auto verdict = zelor::agent::verifyBytes(kSignedText, signature, kKeys.files[i]);
+        require(verdict.good == (signature == kKeys.signatures[i]), "the one signature is good, no other");
         require(verdict.good == verdict.reason.empty(), "a refusal has a reason");
     }
     return 0;

@@ -2,9 +2,9 @@
 
 #include <boost/property_tree/ini_parser.hpp>
 #include <map>
-#include <mutex>
 
 #include "base/Files.h"
+#include "base/Mutex.h"
 #include "platform/Log.h"
 
 namespace zelor::platform {
@@ -30,8 +30,8 @@ struct Cache {
         base::FileStamp stamp;
         std::shared_ptr<const ptree> tree;
     };
-    std::mutex mutex;
-    std::map<std::string, Entry> byPath;
+    base::Mutex mutex;
+    std::map<std::string, Entry> byPath ZELOR_GUARDED_BY(mutex);
 };
 
 constexpr std::size_t kFilesKept = 8;
@@ -44,12 +44,12 @@ std::shared_ptr<const ptree> readIniFile(const std::string& path) {
     const base::FileStamp stamp = base::stampOf(path);
     if (!stamp.exists) return nullptr;
     {
-        const std::lock_guard<std::mutex> lock(cache.mutex);
+        const base::MutexLock lock(cache.mutex);
         const auto found = cache.byPath.find(path);
         if (found != cache.byPath.end() && found->second.stamp == stamp) return found->second.tree;
     }
     auto tree = parse(path);
-    const std::lock_guard<std::mutex> lock(cache.mutex);
+    const base::MutexLock lock(cache.mutex);
     if (cache.byPath.size() >= kFilesKept) cache.byPath.clear();
     // A second change at the same moment would look like the first.
     cache.byPath[path] = {base::changedRecently(stamp) ? base::FileStamp() : stamp, tree};

@@ -32,12 +32,12 @@ std::string productNameOf(const OsVersion& version) {
 }
 
 std::string buildOf(const std::string& version) {
-    static const std::map<std::string, std::string> kNown{
+    static const std::map<std::string, std::string> kKnown{
         {"10.9.5", "13F34"},  {"10.10.5", "14F1021"}, {"10.11.6", "15G31"}, {"10.12.6", "16G29"},
         {"10.13.6", "17G65"}, {"10.14.6", "18G84"},   {"10.15.7", "19H2"},  {"11.6", "20G165"},
         {"12.6", "21G115"},   {"13.2.1", "22D68"}};
-    const auto it = kNown.find(version);
-    if (it != kNown.end()) return it->second;
+    const auto it = kKnown.find(version);
+    if (it != kKnown.end()) return it->second;
     const OsVersion parsed = parseOsVersion(version);
     const int train = parsed.major == 10 ? parsed.minor + 4 : parsed.major + 9;
     return std::to_string(train) + "A100";

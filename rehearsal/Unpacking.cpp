@@ -22,7 +22,7 @@ agent::ExtractionTree::Time timeOf(archive_entry* entry) {
 }
 
 mode_t modeOf(archive_entry* entry) {
-    return static_cast<mode_t>(archive_entry_perm(entry) & agent::kEptModeBits);
+    return static_cast<mode_t>(archive_entry_perm(entry) & agent::kKeptModeBits);
 }
 
 std::string textOrNone(const char* text) {
@@ -86,7 +86,7 @@ class Pass {
         struct stat status {};
         const std::string place = placeOf(path);
         if (::lstat(place.c_str(), &status) == 0 && (status.st_mode & S_IRWXU) != S_IRWXU) {
-            ::chmod(place.c_str(), (status.st_mode & agent::kEptModeBits) | S_IRWXU);
+            ::chmod(place.c_str(), (status.st_mode & agent::kKeptModeBits) | S_IRWXU);
         }
     }
 

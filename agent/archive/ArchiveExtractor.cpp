@@ -102,7 +102,7 @@ class Extraction {
     }
 
     void create(archive_entry* entry, const ExtractionTree::Path& path, unsigned type) {
-        const unsigned kept = type == AE_IFREG && path.size() == 1 ? kEptModeBitsOfLoneFile : kEptModeBits;
+        const unsigned kept = type == AE_IFREG && path.size() == 1 ? kKeptModeBitsOfLoneFile : kKeptModeBits;
         const auto mode = static_cast<mode_t>(archive_entry_perm(entry) & kept);
         ExtractionTree::Time time;
         if (archive_entry_mtime_is_set(entry) != 0) {

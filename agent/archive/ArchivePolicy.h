@@ -53,10 +53,10 @@ class EntryNames {
 };
 
 /// What is kept of an entry's mode: set-user-id, set-group-id and sticky bits are dropped.
-inline constexpr unsigned kEptModeBits = 0777;
+inline constexpr unsigned kKeptModeBits = 0777;
 /// The same for a file directly in the destination, whose mode no signature covers: nobody but its owner may
 /// write to it, also where others may enter the destination.
-inline constexpr unsigned kEptModeBitsOfLoneFile = 0755;
+inline constexpr unsigned kKeptModeBitsOfLoneFile = 0755;
 
 /// How many bytes an archive may unpack to, and the rule that sets the bound.
 struct Allowance {

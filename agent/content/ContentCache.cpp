@@ -2,10 +2,12 @@
 
 #include <utility>
 
+#include "base/Mutex.h"
+
 namespace zelor::agent {
 
 std::optional<CachedContent> ContentCache::get(const std::string& identifier) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const base::MutexLock lock(mutex_);
     const auto found = byIdentifier_.find(identifier);
     if (found == byIdentifier_.end()) return std::nullopt;
     entries_.splice(entries_.begin(), entries_, found->second);
@@ -16,7 +18,7 @@ void ContentCache::put(const std::string& identifier, CachedContent content) {
     constexpr std::size_t kBookkeeping = 256;
     const std::size_t bytes = sizeof(Entry) + kBookkeeping + 2 * identifier.size() +
                               (content.document ? content.document->bytes() : 0);
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const base::MutexLock lock(mutex_);
     const auto found = byIdentifier_.find(identifier);
     if (found != byIdentifier_.end()) erase(found->second);
     entries_.push_front({identifier, std::move(content), bytes});
@@ -27,7 +29,7 @@ void ContentCache::put(const std::string& identifier, CachedContent content) {
 }
 
 void ContentCache::remove(const std::string& identifier) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const base::MutexLock lock(mutex_);
     const auto found = byIdentifier_.find(identifier);
     if (found != byIdentifier_.end()) erase(found->second);
 }

@@ -4,12 +4,12 @@
 #include <cstdint>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <unordered_map>
 
 #include "agent/content/ContentDocument.h"
+#include "base/Mutex.h"
 
 namespace zelor::agent {
 
@@ -44,13 +44,13 @@ class ContentCache {
     };
     using Entries = std::list<Entry>;
 
-    void erase(Entries::iterator entry);
+    void erase(Entries::iterator entry) ZELOR_REQUIRES(mutex_);
 
-    std::mutex mutex_;
+    base::Mutex mutex_;
     std::size_t limit_;
-    std::size_t bytes_ = 0;
-    Entries entries_;  ///< most recently used first
-    std::unordered_map<std::string, Entries::iterator> byIdentifier_;
+    std::size_t bytes_ ZELOR_GUARDED_BY(mutex_) = 0;
+    Entries entries_ ZELOR_GUARDED_BY(mutex_);  ///< most recently used first
+    std::unordered_map<std::string, Entries::iterator> byIdentifier_ ZELOR_GUARDED_BY(mutex_);
 };
 
 }  // namespace zelor::agent

@@ -9,6 +9,7 @@
 #include "agent/http/RepositoryUrl.h"
 #include "agent/log/FailureLine.h"
 #include "agent/trust/Signature.h"
+#include "base/Mutex.h"
 #include "platform/Log.h"
 #include "remediation/CallReport.h"
 
@@ -130,7 +131,7 @@ ContentLibrary::Kept ContentLibrary::readKept(const std::string& identifier) con
 ContentAnswer ContentLibrary::ask(const std::string& identifier, std::uint64_t run, const Kept& kept) {
     RetryPolicy retry = retry_;
     {
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const base::MutexLock lock(mutex_);
         if (silentRun_ == run && Clock::now() < silentUntil_) {
             if (kept.document) return {Kind::noAnswer, {}, "the repository did not answer a moment ago"};
             retry.attempts = 1;
@@ -145,7 +146,7 @@ ContentAnswer ContentLibrary::ask(const std::string& identifier, std::uint64_t r
         return {Kind::noAnswer, {}, e.what()};
     }
     if (answer.kind == Kind::noAnswer) {
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const base::MutexLock lock(mutex_);
         silentRun_ = run;
         silentUntil_ = Clock::now() + kSilentTime;
     }

@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 
@@ -11,6 +10,7 @@
 #include "agent/content/ContentStore.h"
 #include "agent/http/HttpClient.h"
 #include "agent/http/RetryPolicy.h"
+#include "base/Mutex.h"
 
 namespace zelor::agent {
 
@@ -54,9 +54,10 @@ class ContentLibrary {
     RetryPolicy retry_;
     ContentCache cache_{kCacheBytes};
     HttpClientPool clients_;
-    std::mutex mutex_;
-    std::uint64_t silentRun_ = 0;  ///< the run in which the repository did not answer
-    std::chrono::steady_clock::time_point silentUntil_;
+    base::Mutex mutex_;
+    std::uint64_t silentRun_ ZELOR_GUARDED_BY(mutex_) =
+        0;  ///< the run in which the repository did not answer
+    std::chrono::steady_clock::time_point silentUntil_ ZELOR_GUARDED_BY(mutex_);
 };
 
 }  // namespace zelor::agent

@@ -9,6 +9,7 @@
 #include "agent/content/ContentDocument.h"
 #include "base/Directories.h"
 #include "base/Files.h"
+#include "base/Mutex.h"
 #include "base/StagedFile.h"
 
 namespace zelor::agent {
@@ -55,7 +56,7 @@ std::string ContentStore::path(const std::string& identifier, const char* suffix
 }
 
 std::optional<SignedContent> ContentStore::read(const std::string& identifier) const {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const base::MutexLock lock(mutex_);
     const auto xml = readIfUsable(path(identifier, kXmlSuffix), kContentBytesLimit);
     const auto signature =
         xml ? readIfUsable(path(identifier, kSignatureSuffix), kSignatureLimit) : std::nullopt;
@@ -67,7 +68,7 @@ std::optional<SignedContent> ContentStore::read(const std::string& identifier) c
 }
 
 void ContentStore::write(const std::string& identifier, const SignedContent& content) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const base::MutexLock lock(mutex_);
     openDirectory();
     removeFile(identifier + kVersionSuffix);
     replace(identifier + kXmlSuffix, content.xml);
@@ -76,7 +77,7 @@ void ContentStore::write(const std::string& identifier, const SignedContent& con
 }
 
 void ContentStore::remove(const std::string& identifier) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const base::MutexLock lock(mutex_);
     if (::access(directory_.c_str(), F_OK) != 0) return;
     openDirectory();
     for (const char* suffix : {kVersionSuffix, kXmlSuffix, kSignatureSuffix})

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <mutex>
 #include <optional>
 #include <string>
 
 #include "base/Files.h"
+#include "base/Mutex.h"
 
 namespace zelor::agent {
 
@@ -34,13 +34,13 @@ class ContentStore {
 
   private:
     std::string path(const std::string& identifier, const char* suffix) const;
-    void openDirectory();
-    void replace(const std::string& name, const std::string& bytes) const;
-    void removeFile(const std::string& name) const;
+    void openDirectory() ZELOR_REQUIRES(mutex_);
+    void replace(const std::string& name, const std::string& bytes) const ZELOR_REQUIRES(mutex_);
+    void removeFile(const std::string& name) const ZELOR_REQUIRES(mutex_);
 
     std::string directory_;
-    mutable std::mutex mutex_;
-    base::UniqueFd handle_;
+    mutable base::Mutex mutex_;
+    base::UniqueFd handle_ ZELOR_GUARDED_BY(mutex_);
 };
 
 }  // namespace zelor::agent

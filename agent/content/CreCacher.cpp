@@ -2,11 +2,11 @@
 
 #include <map>
 #include <memory>
-#include <mutex>
 #include <stdexcept>
 
 #include "agent/content/ContentLibrary.h"
 #include "agent/log/FailureLine.h"
+#include "base/Mutex.h"
 #include "collaborators/Common.h"
 #include "remediation/RecordAccess.h"
 
@@ -14,9 +14,9 @@ namespace {
 
 /// One cache and one interface to it for each install path; never removed.
 struct Cachers {
-    std::mutex mutex;
-    std::map<std::string, std::unique_ptr<CreCacher>> interfaces;
-    std::map<std::string, std::unique_ptr<zelor::agent::ContentLibrary>> libraries;
+    zelor::base::Mutex mutex;
+    std::map<std::string, std::unique_ptr<CreCacher>> interfaces ZELOR_GUARDED_BY(mutex);
+    std::map<std::string, std::unique_ptr<zelor::agent::ContentLibrary>> libraries ZELOR_GUARDED_BY(mutex);
 };
 
 Cachers& cachers() {
@@ -26,7 +26,7 @@ Cachers& cachers() {
 }
 
 zelor::agent::ContentLibrary& libraryAt(const std::string& installPath) {
-    const std::lock_guard<std::mutex> lock(cachers().mutex);
+    const zelor::base::MutexLock lock(cachers().mutex);
     auto& library = cachers().libraries[installPath];
     if (!library) library = std::make_unique<zelor::agent::ContentLibrary>(installPath + "/content");
     return *library;
@@ -48,7 +48,7 @@ parseOnlyMetadata failure(const std::string& line) {
 CreCacher* CreCacher::GetInstance(std::string installPath, std::string /*platformCpe*/) {
     // Content is kept by identifier, whatever platform asks for it.
     const std::string path = Common::StripTrailingSeparators(installPath);
-    const std::lock_guard<std::mutex> lock(cachers().mutex);
+    const zelor::base::MutexLock lock(cachers().mutex);
     auto& cacher = cachers().interfaces[path];
     if (!cacher) {
         cacher = std::make_unique<CreCacher>();

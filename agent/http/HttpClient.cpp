@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "agent/http/HttpTransfer.h"
+#include "base/Mutex.h"
 #include "base/Strings.h"
 #include "remediation/CallReport.h"
 
@@ -72,13 +73,13 @@ HttpResult HttpClient::perform(const HttpRequest& request) {
 
 void HttpClientPool::Return::operator()(HttpClient* client) const {
     std::unique_ptr<HttpClient> owned(client);
-    const std::lock_guard<std::mutex> lock(pool->mutex_);
+    const base::MutexLock lock(pool->mutex_);
     pool->idle_.push_back(std::move(owned));
 }
 
 HttpClientPool::Lease HttpClientPool::lend() {
     {
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const base::MutexLock lock(mutex_);
         if (!idle_.empty()) {
             Lease lease(idle_.back().release(), Return{this});
             idle_.pop_back();

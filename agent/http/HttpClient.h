@@ -4,12 +4,13 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
+
+#include "base/Mutex.h"
 
 namespace zelor::agent {
 
@@ -94,8 +95,8 @@ class HttpClientPool {
     Lease lend();
 
   private:
-    std::mutex mutex_;
-    std::vector<std::unique_ptr<HttpClient>> idle_;
+    base::Mutex mutex_;
+    std::vector<std::unique_ptr<HttpClient>> idle_ ZELOR_GUARDED_BY(mutex_);
 };
 
 /// `url` without the user name and password that it may hold, for messages.

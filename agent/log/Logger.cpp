@@ -10,13 +10,13 @@
 #include <log4cpp/OstreamAppender.hh>
 #include <log4cpp/RollingFileAppender.hh>
 #include <memory>
-#include <mutex>
 #include <optional>
 
 #include "agent/AgentSettings.h"
 #include "agent/LogControl.h"
 #include "base/Directories.h"
 #include "base/Files.h"
+#include "base/Mutex.h"
 #include "base/SystemRoot.h"
 
 namespace {
@@ -73,7 +73,7 @@ Priority::Value priorityOf(zelor::agent::LogLevel level) {
     return level == zelor::agent::LogLevel::info ? Priority::INFO : Priority::DEBUG;
 }
 
-/// What the log writes to; every member is guarded by `mutex`.
+/// What the log writes to; log4cpp guards the category itself.
 class Outputs {
   public:
     static Outputs& instance() {
@@ -83,13 +83,13 @@ class Outputs {
     }
 
     log4cpp::Category& category() {
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const zelor::base::MutexLock lock(mutex_);
         followRoot();
         return category_;
     }
 
     void addStandardError(Priority::Value level) {
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const zelor::base::MutexLock lock(mutex_);
         followRoot();
         verbose_ = std::max(verbose_.value_or(level), level);
         setLevels();
@@ -98,14 +98,14 @@ class Outputs {
   private:
     Outputs() { category_.setAdditivity(false); }
 
-    void followRoot() {
+    void followRoot() ZELOR_REQUIRES(mutex_) {
         const std::string root = getSystemRoot();
         if (root_ == root) return;
         root_ = root;
         openFile();
     }
 
-    void openFile() {
+    void openFile() ZELOR_REQUIRES(mutex_) {
         if (file_ != nullptr) category_.removeAppender(file_);
         file_ = nullptr;
         const auto settings = zelor::agent::AgentSettings::currentUnreported();
@@ -117,7 +117,7 @@ class Outputs {
     }
 
     /// Opens the log file; the text of what went wrong otherwise.
-    std::string attach(const std::string& path) {
+    std::string attach(const std::string& path) ZELOR_REQUIRES(mutex_) {
         const auto slash = path.rfind('/');
         const bool directory = zelor::base::makeDirectories(path.substr(0, slash));
         const int directoryError = errno;
@@ -135,11 +135,11 @@ class Outputs {
     }
 
     /// Standard error shows what was asked for, and errors at least while there is no file.
-    std::optional<Priority::Value> standardErrorLevel() const {
+    std::optional<Priority::Value> standardErrorLevel() const ZELOR_REQUIRES(mutex_) {
         return file_ == nullptr ? std::max(verbose_.value_or(kErrorsOnly), kErrorsOnly) : verbose_;
     }
 
-    void setLevels() {
+    void setLevels() ZELOR_REQUIRES(mutex_) {
         const auto shown = standardErrorLevel();
         if (standardError_ != nullptr) category_.removeAppender(standardError_);
         standardError_ = nullptr;
@@ -154,13 +154,13 @@ class Outputs {
         category_.setPriority(std::max(shown.value_or(toFile), toFile));
     }
 
-    std::mutex mutex_;
-    std::optional<std::string> root_;
+    zelor::base::Mutex mutex_;
+    std::optional<std::string> root_ ZELOR_GUARDED_BY(mutex_);
     log4cpp::Category& category_ = log4cpp::Category::getInstance("zelor");
-    log4cpp::Appender* file_ = nullptr;           ///< owned by the category
-    log4cpp::Appender* standardError_ = nullptr;  ///< owned by the category
-    Priority::Value fileLevel_ = Priority::DEBUG;
-    std::optional<Priority::Value> verbose_;
+    log4cpp::Appender* file_ ZELOR_GUARDED_BY(mutex_) = nullptr;           ///< owned by the category
+    log4cpp::Appender* standardError_ ZELOR_GUARDED_BY(mutex_) = nullptr;  ///< owned by the category
+    Priority::Value fileLevel_ ZELOR_GUARDED_BY(mutex_) = Priority::DEBUG;
+    std::optional<Priority::Value> verbose_ ZELOR_GUARDED_BY(mutex_);
 };
 
 }  // namespace

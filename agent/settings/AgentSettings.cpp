@@ -5,12 +5,12 @@
 #include <boost/property_tree/ini_parser.hpp>
 #include <boost/property_tree/ptree.hpp>
 #include <map>
-#include <mutex>
 #include <sstream>
 #include <stdexcept>
 
 #include "agent/settings/SettingsTable.h"
 #include "base/Files.h"
+#include "base/Mutex.h"
 #include "base/SystemRoot.h"
 #include "platform/Log.h"
 
@@ -65,15 +65,15 @@ struct Cache {
         base::FileStamp stamp;
         std::shared_ptr<const AgentSettings> settings;
     };
-    std::mutex mutex;
-    std::map<std::string, Entry> byRootAndFile;
+    base::Mutex mutex;
+    std::map<std::string, Entry> byRootAndFile ZELOR_GUARDED_BY(mutex);
 };
 
 std::shared_ptr<const AgentSettings> cachedUnreported(const std::string& iniFile) {
     // Kept to the very end of the process: a run's thread may outlive main().
     static Cache& cache = *new Cache;
     const base::FileStamp stamp = base::stampOf(iniFile);
-    const std::lock_guard<std::mutex> lock(cache.mutex);
+    const base::MutexLock lock(cache.mutex);
     Cache::Entry& entry = cache.byRootAndFile[getSystemRoot() + '\0' + iniFile];
     if (!entry.settings || entry.stamp != stamp) entry = {stamp, AgentSettings::load(iniFile)};
     return entry.settings;

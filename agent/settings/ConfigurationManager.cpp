@@ -2,9 +2,9 @@
 
 #include <map>
 #include <memory>
-#include <mutex>
 
 #include "agent/AgentSettings.h"
+#include "base/Mutex.h"
 
 namespace {
 
@@ -14,8 +14,8 @@ std::shared_ptr<const zelor::agent::AgentSettings> settingsOf(const std::string&
 }
 
 struct Instances {
-    std::mutex mutex;
-    std::map<std::string, std::unique_ptr<ConfigurationManager>> byFile;
+    zelor::base::Mutex mutex;
+    std::map<std::string, std::unique_ptr<ConfigurationManager>> byFile ZELOR_GUARDED_BY(mutex);
 };
 
 }  // namespace
@@ -23,7 +23,7 @@ struct Instances {
 ConfigurationManager* ConfigurationManager::GetInstance(std::string configFile) {
     // Kept to the very end of the process: a run's thread may outlive main().
     static Instances& instances = *new Instances;
-    const std::lock_guard<std::mutex> lock(instances.mutex);
+    const zelor::base::MutexLock lock(instances.mutex);
     auto& instance = instances.byFile[configFile];
     if (!instance) {
         instance = std::make_unique<ConfigurationManager>();

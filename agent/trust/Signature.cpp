@@ -10,18 +10,18 @@
 #include <cerrno>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <stdexcept>
 
 #include "agent/trust/BundleManifest.h"
 #include "base/Deleter.h"
 #include "base/Files.h"
+#include "base/Mutex.h"
 
 namespace zelor::agent {
 
 namespace {
 
-constexpr std::size_t kEyBytesLimit = 64U << 10U;
+constexpr std::size_t kKeyBytesLimit = 64U << 10U;
 constexpr std::size_t kSignatureBytesLimit = 16U << 10U;
 constexpr int kLeastRsaBits = 2048;
 constexpr int kLeastEcBits = 224;
@@ -63,7 +63,7 @@ class LastKey {
     }
 
     Key get(const std::string& pem) {
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const base::MutexLock lock(mutex_);
         if (!key_ || pem != pem_) {
             key_ = decodeKey(pem);
             pem_ = pem;
@@ -72,9 +72,9 @@ class LastKey {
     }
 
   private:
-    std::mutex mutex_;
-    std::string pem_;
-    Key key_;
+    base::Mutex mutex_;
+    std::string pem_ ZELOR_GUARDED_BY(mutex_);
+    Key key_ ZELOR_GUARDED_BY(mutex_);
 };
 
 Key readKey(const std::string& keyFile) {
@@ -86,7 +86,7 @@ Key readKey(const std::string& keyFile) {
             ", so nothing is trusted; make sure of it and take that right away (chmod o-w)");
     }
     // The file is read each time: a key that was exchanged holds at once.
-    Key key = LastKey::instance().get(base::readBounded(keyFile, kEyBytesLimit));
+    Key key = LastKey::instance().get(base::readBounded(keyFile, kKeyBytesLimit));
     if (!key) throw std::runtime_error(keyFile + " holds neither a PEM public key nor a PEM certificate");
     return key;
 }

@@ -9,8 +9,8 @@ namespace zelor::authoring {
 
 namespace {
 
-constexpr std::uint64_t kIlobyte = 1024;
-constexpr std::uint64_t kMegabyte = 1024 * kIlobyte;
+constexpr std::uint64_t kKilobyte = 1024;
+constexpr std::uint64_t kMegabyte = 1024 * kKilobyte;
 
 bool isDigits(const std::string& text) {
     return !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
@@ -19,8 +19,8 @@ bool isDigits(const std::string& text) {
 }  // namespace
 
 std::string sizeText(std::uint64_t bytes) {
-    if (bytes <= kMegabyte - kIlobyte) {
-        return std::to_string(std::max<std::uint64_t>(1, (bytes + kIlobyte - 1) / kIlobyte)) + " KB";
+    if (bytes <= kMegabyte - kKilobyte) {
+        return std::to_string(std::max<std::uint64_t>(1, (bytes + kKilobyte - 1) / kKilobyte)) + " KB";
     }
     const std::uint64_t tenths =
         bytes / kMegabyte * 10 + (bytes % kMegabyte * 10 + kMegabyte - 1) / kMegabyte;

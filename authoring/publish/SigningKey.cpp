@@ -24,7 +24,7 @@ namespace zelor::authoring {
 
 namespace {
 
-constexpr std::size_t kEyBytesLimit = 64U << 10U;
+constexpr std::size_t kKeyBytesLimit = 64U << 10U;
 constexpr int kNewRsaBits = 3072;
 // Agents refuse weaker keys.
 constexpr int kLeastRsaBits = 2048;
@@ -101,7 +101,7 @@ SigningKey SigningKey::generate(Type type) {
 SigningKey SigningKey::load(const std::string& keyFile) {
     std::string pem;
     try {
-        pem = base::readBounded(keyFile, kEyBytesLimit, base::Links::follow);
+        pem = base::readBounded(keyFile, kKeyBytesLimit, base::Links::follow);
     } catch (const std::exception& e) {
         throw UsageError(std::string(e.what()) + "; name the private key that zelor-content keygen wrote");
     }

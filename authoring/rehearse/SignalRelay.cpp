@@ -6,6 +6,7 @@
 #include <cerrno>
 
 #include "base/Files.h"
+#include "base/Mutex.h"
 #include "base/Spawn.h"
 #include "base/SystemCalls.h"
 
@@ -21,7 +22,7 @@ SignalRelay::SignalRelay() {
 
 SignalRelay::~SignalRelay() {
     {
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const base::MutexLock lock(mutex_);
         ended_ = true;
     }
     ::pthread_kill(thread_.native_handle(), SIGWINCH);
@@ -33,7 +34,7 @@ void SignalRelay::relay() {
     for (;;) {
         int signal = 0;
         if (::sigwait(&signals_, &signal) != 0) return;
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const base::MutexLock lock(mutex_);
         if (ended_) return;
         received_ = received_ || signal != SIGWINCH;
         if (program_ > 0) ::kill(-program_, signal);
@@ -41,7 +42,7 @@ void SignalRelay::relay() {
 }
 
 void SignalRelay::requireNone() {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const base::MutexLock lock(mutex_);
     if (received_) throw Interrupted();
 }
 
@@ -52,7 +53,7 @@ int SignalRelay::run(std::vector<std::string> argv) {
     const base::SpawnAttributes attributes(none, signals_, POSIX_SPAWN_SETPGROUP);
     pid_t program = 0;
     {
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const base::MutexLock lock(mutex_);
         if (received_) throw Interrupted();
         const int error = ::posix_spawn(&program, argv[0].c_str(), nullptr, attributes.get(),
                                         base::argumentPointers(argv).data(), base::processEnvironment());
@@ -63,7 +64,7 @@ int SignalRelay::run(std::vector<std::string> argv) {
     siginfo_t info{};
     while (::waitid(P_PID, static_cast<id_t>(program), &info, WEXITED | WNOWAIT) != 0 && errno == EINTR) {
     }
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const base::MutexLock lock(mutex_);
     program_ = 0;
     int status = 0;
     ::waitpid(program, &status, 0);

@@ -3,11 +3,12 @@
 #include <signal.h>
 #include <sys/types.h>
 
-#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "base/Mutex.h"
 
 namespace zelor::authoring {
 
@@ -39,10 +40,10 @@ class SignalRelay {
 
     sigset_t signals_{};
     sigset_t before_{};
-    std::mutex mutex_;
-    bool received_ = false;
-    bool ended_ = false;
-    pid_t program_ = 0;
+    base::Mutex mutex_;
+    bool received_ ZELOR_GUARDED_BY(mutex_) = false;
+    bool ended_ ZELOR_GUARDED_BY(mutex_) = false;
+    pid_t program_ ZELOR_GUARDED_BY(mutex_) = 0;
     std::thread thread_;
 };
 

@@ -2,11 +2,11 @@
 #include <signal.h>
 
 #include <iostream>
-#include <mutex>
 
 #include "authoring/Commands.h"
 #include "authoring/UsageError.h"
 #include "authoring/serve/StaticServer.h"
+#include "base/Mutex.h"
 
 namespace zelor::authoring {
 
@@ -34,14 +34,14 @@ class EndSignals {
 
 int runServe(const ServeOptions& options) {
     const EndSignals end;
-    std::mutex output;
+    base::Mutex output;
     StaticServerOptions server;
     server.directory = options.directory;
     server.address = options.address;
     server.port = options.port;
     if (options.verbose) {
         server.answered = [&output](const ServerRequest& request, int status) {
-            const std::lock_guard<std::mutex> lock(output);
+            const base::MutexLock lock(output);
             std::cerr << status << ' ' << request.method << ' ' << request.path
                       << (request.range.empty() ? "" : ' ' + request.range) << std::endl;
         };

@@ -11,15 +11,14 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
-#include <condition_variable>
 #include <cstdio>
-#include <mutex>
 #include <stdexcept>
 #include <system_error>
 
 #include "authoring/serve/HttpConditions.h"
 #include "base/Deleter.h"
 #include "base/Files.h"
+#include "base/Mutex.h"
 #include "base/SystemCalls.h"
 
 namespace zelor::authoring {
@@ -36,23 +35,25 @@ using Response = std::unique_ptr<MHD_Response, base::Deleter<MHD_destroy_respons
 class Stopping {
   public:
     void stop() {
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const base::MutexLock lock(mutex_);
         stopping_ = true;
-        changed_.notify_all();
+        changed_.notifyAll();
     }
     void wait() {
-        std::unique_lock<std::mutex> lock(mutex_);
-        changed_.wait(lock, [this] { return stopping_; });
+        const base::MutexLock lock(mutex_);
+        while (!stopping_)
+            changed_.wait(mutex_);
     }
     void waitUntil(std::chrono::steady_clock::time_point time) {
-        std::unique_lock<std::mutex> lock(mutex_);
-        changed_.wait_until(lock, time, [this] { return stopping_; });
+        const base::MutexLock lock(mutex_);
+        while (!stopping_ && changed_.waitUntil(mutex_, time)) {
+        }
     }
 
   private:
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    bool stopping_ = false;
+    base::Mutex mutex_;
+    base::Condition changed_;
+    bool stopping_ ZELOR_GUARDED_BY(mutex_) = false;
 };
 
 /// A body that is sent otherwise than the file has it.

@@ -181,7 +181,7 @@ void writeStateAreas(std::ostream& out, const std::vector<std::vector<StateSpan>
     const double perRequest =
         (kFloor - kAxisHeight) / static_cast<double>(std::max<std::size_t>(spans.size(), 1));
     std::vector<double> base(kColumns + 1, 0);
-    static constexpr std::array<const char*, 3> kInds = {"s-success", "s-failed", "s-installing"};
+    static constexpr std::array<const char*, 3> kKinds = {"s-success", "s-failed", "s-installing"};
     for (std::size_t area = 0; area < counts.size(); ++area) {
         std::string upper;
         std::string lower;
@@ -193,7 +193,7 @@ void writeStateAreas(std::ostream& out, const std::vector<std::vector<StateSpan>
             base[i] += sum;
             upper += ' ' + x + ',' + number(kFloor - base[i] * perRequest);
         }
-        out << "<polygon class=\"" << kInds.at(area) << "\" points=\"" << upper.substr(1) << lower
+        out << "<polygon class=\"" << kKinds.at(area) << "\" points=\"" << upper.substr(1) << lower
             << "\"/>\n";
     }
     out << "<line class=\"base\" x1=\"" << number(scale.at(0)) << "\" x2=\"" << number(scale.at(seconds))

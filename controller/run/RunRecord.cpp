@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "base/Mutex.h"
 #include "base/Strings.h"
 #include "controller/Text.h"
 
@@ -26,7 +27,7 @@ bool isFailure(ProgressValue value) {
 }  // namespace
 
 void RunRecord::settled(const RequestResult& result) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const base::MutexLock lock(mutex_);
     Entry& entry = entries_[result.key];
     const bool cancelled = result.value == kAbortedValue;
     if (!cancelled) entry.beforeCancel.reset();
@@ -50,7 +51,7 @@ void RunRecord::setInvalid(const Requests& requests) {
 }
 
 Outcome RunRecord::outcome(const Result& result) const {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const base::MutexLock lock(mutex_);
     const auto found = entries_.find(*result.key);
     if (found == entries_.end()) return {};
     const Entry& entry = found->second;
@@ -79,18 +80,18 @@ std::string RunRecord::reason(const Result& result) const {
 }
 
 bool RunRecord::restartNeeded() const {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const base::MutexLock lock(mutex_);
     return restartNeeded_;
 }
 
 void BufferRecord::buffered(const std::string& patch, BufferOutcome outcome, const std::string& reason) {
-    const std::lock_guard<std::mutex> lock(patchMutex_);
+    const base::MutexLock lock(patchMutex_);
     set(patch, outcome,
         outcome == BufferOutcome::tooLarge ? reason + "; raise PatchesDirSizeMB in section Buffer" : reason);
 }
 
 void BufferRecord::end(const std::string& reason) {
-    const std::lock_guard<std::mutex> lock(patchMutex_);
+    const base::MutexLock lock(patchMutex_);
     for (std::size_t i = 0; i < outcomes_.size(); ++i) {
         const std::string patch = outcomes_[i].patch;
         if (outcomes_[i].kind == BufferOutcome::downloading) set(patch, BufferOutcome::skipped, reason);
@@ -109,12 +110,12 @@ void BufferRecord::set(const std::string& patch, BufferOutcome kind, const std::
 }
 
 std::vector<PatchOutcome> BufferRecord::outcomes() const {
-    const std::lock_guard<std::mutex> lock(patchMutex_);
+    const base::MutexLock lock(patchMutex_);
     return outcomes_;
 }
 
 std::vector<PatchOutcome> BufferRecord::takeNews() {
-    const std::lock_guard<std::mutex> lock(patchMutex_);
+    const base::MutexLock lock(patchMutex_);
     return std::exchange(news_, {});
 }
 

@@ -1,11 +1,11 @@
 #pragma once
 
 #include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "base/Mutex.h"
 #include "controller/run/Requests.h"
 #include "controller/run/ResultTable.h"
 #include "remediation/RunObserver.h"
@@ -46,9 +46,9 @@ class RunRecord : public RunObserver {
         std::optional<EarlierResult> beforeCancel;
     };
 
-    mutable std::mutex mutex_;
-    std::map<std::string, Entry> entries_;  ///< by request key
-    bool restartNeeded_ = false;
+    mutable base::Mutex mutex_;
+    std::map<std::string, Entry> entries_ ZELOR_GUARDED_BY(mutex_);  ///< by request key
+    bool restartNeeded_ ZELOR_GUARDED_BY(mutex_) = false;
 };
 
 /// What became of one patch of a buffering job.
@@ -71,12 +71,14 @@ class BufferRecord : public RunRecord {
     std::vector<PatchOutcome> takeNews();
 
   private:
-    void set(const std::string& patch, BufferOutcome kind, const std::string& reason);
+    void set(const std::string& patch, BufferOutcome kind, const std::string& reason)
+        ZELOR_REQUIRES(patchMutex_);
 
-    mutable std::mutex patchMutex_;
-    std::vector<PatchOutcome> outcomes_;
-    std::map<std::string, std::size_t> places_;  ///< of the patches in the outcomes
-    std::vector<PatchOutcome> news_;
+    mutable base::Mutex patchMutex_;
+    std::vector<PatchOutcome> outcomes_ ZELOR_GUARDED_BY(patchMutex_);
+    std::map<std::string, std::size_t> places_
+        ZELOR_GUARDED_BY(patchMutex_);  ///< of the patches in the outcomes
+    std::vector<PatchOutcome> news_ ZELOR_GUARDED_BY(patchMutex_);
 };
 
 }  // namespace zelor::controller

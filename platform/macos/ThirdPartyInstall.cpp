@@ -1,8 +1,8 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <mutex>
 
+#include "base/Mutex.h"
 #include "base/Strings.h"
 #include "base/SystemRoot.h"
 #include "base/TrustedDirectory.h"
@@ -19,8 +19,8 @@ namespace {
 using zelor::platform::InstallMethod;
 
 // There is one mount point, whatever the number of managers: held from the first detach to the last.
-std::mutex& mountPointMutex() {
-    static std::mutex mutex;
+zelor::base::Mutex& mountPointMutex() {
+    static zelor::base::Mutex mutex;
     return mutex;
 }
 
@@ -75,7 +75,7 @@ int MacPatchManager::pkgInstallation(std::string pkgPath) {
 
 int MacPatchManager::dmgInstallation(std::string dmgPath, std::string packageName) {
     (void)packageName;
-    const std::lock_guard<std::mutex> lock(mountPointMutex());
+    const zelor::base::MutexLock lock(mountPointMutex());
     const std::string mountPoint = underSystemRoot(zelor::platform::kDiskImageMountPoint);
     const std::string detach = zelor::platform::detachCommand(mountPoint);
     getCmdlineOutput(detach);  // clears what an earlier run left mounted

@@ -4,6 +4,7 @@
 #include <exception>
 #include <utility>
 
+#include "base/Mutex.h"
 #include "collaborators/RemediationResourceDownloader.h"
 #include "platform/Log.h"
 #include "remediation/CallReport.h"
@@ -50,8 +51,9 @@ bool Download::start(const std::string& key, const std::function<void()>& work) 
 void Download::join() {
     const boost::this_thread::disable_interruption whole;
     {
-        boost::unique_lock<boost::mutex> lock(endMutex_);
-        end_.wait(lock, [this] { return done_.load(); });
+        const base::MutexLock lock(endMutex_);
+        while (!done_)
+            end_.wait(endMutex_);
     }
     boost::thread ended = cancellation_.takeDownload();
     if (ended.joinable()) ended.join();
@@ -81,9 +83,9 @@ int Download::transfer(std::string stem, std::string& archivePath, std::string e
         CallReport::addReason("the download ended with an error of an unknown kind");
     }
     events_.endDownload(result == 0 ? "" : report.reason());
-    const boost::unique_lock<boost::mutex> lock(endMutex_);
+    const base::MutexLock lock(endMutex_);
     done_ = true;
-    end_.notify_all();
+    end_.notifyAll();
     return result;
 }
 

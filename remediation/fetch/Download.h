@@ -1,10 +1,10 @@
 #pragma once
 
 #include <atomic>
-#include <boost/thread/condition_variable.hpp>
 #include <boost/thread/mutex.hpp>
 #include <string>
 
+#include "base/Mutex.h"
 #include "remediation/fetch/PatchName.h"
 #include "remediation/progress/Cancellation.h"
 #include "remediation/progress/RunEvents.h"
@@ -50,8 +50,8 @@ class Download {
     std::atomic<bool> stopped_{false};  ///< the buffer's last download; a run's thread may set it in vain
     // The end of the transfer is awaited here, so that the thread's handle is used under the cancels' lock
     // alone.
-    boost::mutex endMutex_;
-    boost::condition_variable end_;
+    base::Mutex endMutex_;
+    base::Condition end_;
 };
 
 }  // namespace zelor::remediation

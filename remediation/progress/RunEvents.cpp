@@ -3,6 +3,7 @@
 #include <exception>
 #include <utility>
 
+#include "base/Mutex.h"
 #include "platform/Log.h"
 #include "remediation/RemediationManager.h"
 
@@ -26,7 +27,7 @@ void RunEvents::notify(const Call& call) {
 
 void RunEvents::took(const std::string& key, const std::string& identifier) {
     if (observer_ == nullptr) return;
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const base::MutexLock lock(mutex_);
     Notes notes;
     notes.identifier = identifier;
     notes_[key] = std::move(notes);
@@ -36,7 +37,7 @@ void RunEvents::started(const std::string& key) {
     if (observer_ == nullptr) return;
     std::string identifier;
     {
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const base::MutexLock lock(mutex_);
         identifier = notes_[key].identifier;
     }
     notify([&](RunObserver& observer) { observer.started(key, identifier); });
@@ -44,7 +45,7 @@ void RunEvents::started(const std::string& key) {
 
 void RunEvents::failed(const std::string& key, const std::string& reason, const std::string& output) {
     if (observer_ == nullptr) return;
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const base::MutexLock lock(mutex_);
     Notes& notes = notes_[key];
     if (!notes.reason.empty()) return;
     notes.reason = reason;
@@ -58,7 +59,7 @@ void RunEvents::failed(const std::string& key, const CallReport& report, const s
 void RunEvents::applied(const std::string& key, Applied when, bool asksForRestart,
                         const std::string& output) {
     if (observer_ == nullptr) return;
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const base::MutexLock lock(mutex_);
     Notes& notes = notes_[key];
     if (!output.empty()) notes.output = output;
     // One ERI of an entry that was applied now makes the whole entry count as recorded.
@@ -73,7 +74,7 @@ void RunEvents::recorded(const std::string& key, unsigned long value, const std:
     result.value = value;
     const bool isResult = value >= RemediationManager::REM_SUCCESS;
     {
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const base::MutexLock lock(mutex_);
         Notes& shown = notes_[result.key];
         // A cancelled request is marked at every look.
         const bool repeated = shown.value == value && (!isResult || value == RemediationManager::REM_ABORTED);
@@ -98,7 +99,7 @@ void RunEvents::recorded(const std::string& key, unsigned long value, const std:
 
 void RunEvents::beginDownload(const std::string& key, const std::string& patch) {
     if (observer_ == nullptr) return;
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const base::MutexLock lock(mutex_);
     download_ = {key, patch, 0, 0};
     nextTransfer_ = {};
     downloadProblem_.clear();
@@ -108,7 +109,7 @@ void RunEvents::transferred(std::uint64_t done, std::uint64_t total) {
     if (observer_ == nullptr) return;
     DownloadState state;
     {
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const base::MutexLock lock(mutex_);
         const auto now = std::chrono::steady_clock::now();
         if (now < nextTransfer_ && done != total) return;
         nextTransfer_ = now + kTransferInterval;
@@ -120,12 +121,12 @@ void RunEvents::transferred(std::uint64_t done, std::uint64_t total) {
 }
 
 void RunEvents::endDownload(const std::string& problem) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const base::MutexLock lock(mutex_);
     downloadProblem_ = problem;
 }
 
 std::string RunEvents::downloadProblem() const {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const base::MutexLock lock(mutex_);
     return downloadProblem_;
 }
 

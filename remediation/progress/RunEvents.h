@@ -3,9 +3,9 @@
 #include <chrono>
 #include <cstdint>
 #include <map>
-#include <mutex>
 #include <string>
 
+#include "base/Mutex.h"
 #include "remediation/CallReport.h"
 #include "remediation/RunObserver.h"
 
@@ -55,11 +55,11 @@ class RunEvents {
     void notify(const Call& call);
 
     RunObserver* observer_ = nullptr;
-    mutable std::mutex mutex_;  ///< guards all below; not held during an event
-    std::map<std::string, Notes> notes_;
-    DownloadState download_;
-    std::chrono::steady_clock::time_point nextTransfer_;
-    std::string downloadProblem_;
+    mutable base::Mutex mutex_;  ///< not held during an event
+    std::map<std::string, Notes> notes_ ZELOR_GUARDED_BY(mutex_);
+    DownloadState download_ ZELOR_GUARDED_BY(mutex_);
+    std::chrono::steady_clock::time_point nextTransfer_ ZELOR_GUARDED_BY(mutex_);
+    std::string downloadProblem_ ZELOR_GUARDED_BY(mutex_);
 };
 
 }  // namespace zelor::remediation
