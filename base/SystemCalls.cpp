@@ -97,18 +97,16 @@ struct timespec modificationTime(const struct stat& info) {
     return info.st_mtimespec;
 }
 
-bool availableBytes(const std::string& path, std::uint64_t& bytes) {
+Result<std::uint64_t> availableBytes(const std::string& path) {
     struct statfs info {};
-    if (statfs(path.c_str(), &info) != 0) return false;
-    bytes = info.f_bavail * info.f_bsize;
-    return true;
+    if (statfs(path.c_str(), &info) != 0) return systemFailure("cannot read the free space");
+    return info.f_bavail * info.f_bsize;
 }
 
-bool availableBytes(int fd, std::uint64_t& bytes) {
+Result<std::uint64_t> availableBytes(int fd) {
     struct statfs info {};
-    if (fstatfs(fd, &info) != 0) return false;
-    bytes = info.f_bavail * info.f_bsize;
-    return true;
+    if (fstatfs(fd, &info) != 0) return systemFailure("cannot read the free space");
+    return info.f_bavail * info.f_bsize;
 }
 
 bool releaseBeginning(int fd, off_t bytes) {
@@ -202,18 +200,16 @@ struct timespec modificationTime(const struct stat& info) {
     return info.st_mtim;
 }
 
-bool availableBytes(const std::string& path, std::uint64_t& bytes) {
+Result<std::uint64_t> availableBytes(const std::string& path) {
     struct statvfs info {};
-    if (statvfs(path.c_str(), &info) != 0) return false;
-    bytes = info.f_bavail * info.f_frsize;
-    return true;
+    if (statvfs(path.c_str(), &info) != 0) return systemFailure("cannot read the free space");
+    return info.f_bavail * info.f_frsize;
 }
 
-bool availableBytes(int fd, std::uint64_t& bytes) {
+Result<std::uint64_t> availableBytes(int fd) {
     struct statvfs info {};
-    if (fstatvfs(fd, &info) != 0) return false;
-    bytes = info.f_bavail * info.f_frsize;
-    return true;
+    if (fstatvfs(fd, &info) != 0) return systemFailure("cannot read the free space");
+    return info.f_bavail * info.f_frsize;
 }
 
 bool releaseBeginning(int fd, off_t bytes) {

@@ -13,6 +13,8 @@
 #include <cstdint>
 #include <string>
 
+#include "base/Result.h"
+
 /// What differs between Linux and macOS. No other file of the library asks which system it is built for.
 namespace zelor::base {
 
@@ -55,10 +57,9 @@ bool copyFileData(int source, int target);
 bool copyFileAttributes(int source, int target);
 struct timespec accessTime(const struct stat& info);
 struct timespec modificationTime(const struct stat& info);
-/// How many bytes this process may still write to the file system of `path`, or of an open file. False on
-/// failure, errno set.
-bool availableBytes(const std::string& path, std::uint64_t& bytes);
-bool availableBytes(int fd, std::uint64_t& bytes);
+/// How many bytes this process may still write to the file system of `path`, or of an open file.
+Result<std::uint64_t> availableBytes(const std::string& path);
+Result<std::uint64_t> availableBytes(int fd);
 /// Gives the disk space of a file's first `bytes` bytes back, as far as whole blocks go; they read as zero
 /// from then on, and the file keeps its size. False where the system or the file system cannot.
 bool releaseBeginning(int fd, off_t bytes);

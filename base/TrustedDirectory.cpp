@@ -131,50 +131,54 @@ UniqueFd openTarget(const std::string& target, int flags, std::string& problem) 
     return fd;
 }
 
-std::string cannotMake(const std::string& path) {
-    return "cannot make " + path + ": " + std::strerror(errno);
+/// Success for "".
+Check checkOf(std::string problem) {
+    if (problem.empty()) return {};
+    return failure(std::move(problem));
 }
 
 }  // namespace
 
-std::string directoryProblem(const std::string& path) {
-    if (path.empty()) return kNoName;
+Check checkDirectory(const std::string& path) {
+    if (path.empty()) return failure(kNoName);
     const std::string plain = plainPath(path);
     std::string problem = problemOnTheWay(plain);
-    return problem.empty() ? problemOfDirectory(plain) : problem;
+    return checkOf(problem.empty() ? problemOfDirectory(plain) : problem);
 }
 
-std::string prepareDirectory(const std::string& path) {
-    if (path.empty()) return kNoName;
+Check prepareDirectory(const std::string& path) {
+    if (path.empty()) return failure(kNoName);
     const std::string plain = plainPath(path);
     std::string problem = problemOnTheWay(plain);
-    if (!problem.empty()) return problem;
+    if (!problem.empty()) return failure(problem);
     for (auto end = plain.find('/', 1); end != std::string::npos; end = plain.find('/', end + 1)) {
         const std::string above = plain.substr(0, end);
         struct stat info {};
         if (::stat(above.c_str(), &info) != 0 && ::mkdir(above.c_str(), 0755) != 0 && errno != EEXIST)
-            return cannotMake(above);
+            return systemFailure("cannot make " + above);
     }
-    if (::mkdir(plain.c_str(), 0700) != 0 && errno != EEXIST && errno != EISDIR) return cannotMake(plain);
-    return problemOfDirectory(plain);
+    if (::mkdir(plain.c_str(), 0700) != 0 && errno != EEXIST && errno != EISDIR)
+        return systemFailure("cannot make " + plain);
+    return checkOf(problemOfDirectory(plain));
 }
 
-UniqueFd openOwnFile(const std::string& path, int flags, std::string& problem) {
-    problem.clear();
+Result<UniqueFd> openOwnFile(const std::string& path, int flags) {
     UniqueFd fd = openFile(path, flags | O_NOFOLLOW);
     if (fd) return fd;
     const int error = errno;
     struct stat info {};
     if (::lstat(path.c_str(), &info) != 0 || !S_ISLNK(info.st_mode)) {
         errno = error;
-        return {};
+        return systemFailure();
     }
+    std::string problem;
     const std::string target = linkTarget(plainPath(path), problem);
     if (problem.empty()) fd = openTarget(target, flags, problem);
     if (!problem.empty()) {
-        problem = "it is a symbolic link, and " + problem +
-                  "; put the file itself there, or link to one that only root can change or replace";
+        return failure("it is a symbolic link, and " + problem +
+                       "; put the file itself there, or link to one that only root can change or replace");
     }
+    if (!fd) return systemFailure();
     return fd;
 }
 

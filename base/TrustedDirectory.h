@@ -3,26 +3,27 @@
 #include <string>
 
 #include "base/Files.h"
+#include "base/Result.h"
 
 /// Directories whose files are run, or written as root: no other user may be able to modify them.
 namespace zelor::base {
 
-/// Why files in the directory at `path` could be another user's doing, with the remedy; "" when they cannot,
-/// and when there is no such directory yet but nobody else can make it. Refused: a symbolic link in its
-/// place, another user's directory, one that its group or others may write to; on the way to it, a directory
-/// that everybody may write to without the sticky bit, and directories and symbolic links of other users. The
-/// group's right to write to a directory above is let pass: /Applications comes that way, for administrators.
-/// Nothing above the system root is looked at, and its owner counts as trusted.
-std::string directoryProblem(const std::string& path);
+/// Fails, with the remedy, when files in the directory at `path` could be another user's doing; not when
+/// there is no such directory yet but nobody else can make it. Refused: a symbolic link in its place, another
+/// user's directory, one that its group or others may write to; on the way to it, a directory that everybody
+/// may write to without the sticky bit, and directories and symbolic links of other users. The group's right
+/// to write to a directory above is let pass: /Applications comes that way, for administrators. Nothing above
+/// the system root is looked at, and its owner counts as trusted.
+Check checkDirectory(const std::string& path);
 
 /// Makes the directory for this user alone (0700; missing directories above it 0755) where there is none;
-/// then as `directoryProblem`.
-std::string prepareDirectory(const std::string& path);
+/// then as `checkDirectory`.
+Check prepareDirectory(const std::string& path);
 
 /// Opens the file at `path` as `openFile` does. A symbolic link in its place is followed only when nobody but
 /// root, this user and the owner of the system root can change the link or the regular file that it leads to,
-/// or replace one of them; otherwise there is no descriptor, and `problem` says why, with the remedy. For
-/// other failures `problem` is "" and errno is set. No file is made through a link.
-UniqueFd openOwnFile(const std::string& path, int flags, std::string& problem);
+/// or replace one of them; otherwise it is refused, with the remedy and no errno. Other failures are errno
+/// and its text. No file is made through a link.
+Result<UniqueFd> openOwnFile(const std::string& path, int flags);
 
 }  // namespace zelor::base

@@ -88,10 +88,9 @@ void requireDirectory(const std::string& path, bool belowRoot) {
     }
     struct stat info {};
     if (::stat(path.c_str(), &info) != 0 && errno == ENOENT) {
-        const std::string problem = base::prepareDirectory(path);
-        if (!problem.empty()) {
-            throw InputError("the directory " + path + " is missing and cannot be made: " + problem +
-                             "; run as root, or make it for root alone (mode 0700)");
+        if (const base::Check made = base::prepareDirectory(path); !made) {
+            throw InputError("the directory " + path + " is missing and cannot be made: " +
+                             made.error().text + "; run as root, or make it for root alone (mode 0700)");
         }
     } else if (!S_ISDIR(info.st_mode)) {
         throw InputError(path + " is no directory; move it away");
@@ -105,14 +104,15 @@ void requireDirectory(const std::string& path, bool belowRoot) {
 
 }  // namespace
 
-std::string systemProblem(const SystemFacts& facts, bool changes) {
-    if (facts.rootNamed) return "";
+base::Check checkSystem(const SystemFacts& facts, bool changes) {
+    if (facts.rootNamed) return {};
     if (!facts.mac)
-        return "this system is not a Mac; name a directory to work below with --root DIR, for example a "
-               "rehearsal Mac";
+        return base::failure(
+            "this system is not a Mac; name a directory to work below with --root DIR, for example a "
+            "rehearsal Mac");
     if (changes && !facts.superuser)
-        return "must run as root; use sudo, or name a directory of your own with --root DIR";
-    return "";
+        return base::failure("must run as root; use sudo, or name a directory of your own with --root DIR");
+    return {};
 }
 
 void requireSystem(const PathOptions& options, bool changes) {
@@ -122,8 +122,8 @@ void requireSystem(const PathOptions& options, bool changes) {
 #ifdef __APPLE__
     facts.mac = true;
 #endif
-    const std::string problem = systemProblem(facts, changes);
-    if (!problem.empty()) throw InputError(problem);
+    if (const base::Check usable = checkSystem(facts, changes); !usable)
+        throw InputError(usable.error().text);
 }
 
 std::string writeRemedy(int error, bool superuser) {
@@ -198,9 +198,8 @@ void checkContentDir(const Paths& paths) {
             "--content-dir " + paths.contentDir +
             " holds other files of the agent, and a run empties it; choose a directory of its own");
     }
-    const std::string problem = base::directoryProblem(paths.contentDir);
-    if (!problem.empty())
-        throw InputError("the content directory " + paths.contentDir + " is refused: " + problem);
+    if (const base::Check own = base::checkDirectory(paths.contentDir); !own)
+        throw InputError("the content directory " + paths.contentDir + " is refused: " + own.error().text);
     // The library lets others read a directory that they cannot change; a run of ours empties only a closed
     // one.
     struct stat info {};
@@ -224,9 +223,8 @@ void prepareDirectories(const Paths& paths, bool contentDir) {
     }
     if (!contentDir) return;
     requireDirectory(parentOf(paths.contentDir), true);
-    const std::string problem = base::prepareDirectory(paths.contentDir);
-    if (!problem.empty())
-        throw InputError("the content directory " + paths.contentDir + " is refused: " + problem);
+    if (const base::Check own = base::prepareDirectory(paths.contentDir); !own)
+        throw InputError("the content directory " + paths.contentDir + " is refused: " + own.error().text);
     checkContentDir(paths);
 }
 

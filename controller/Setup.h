@@ -6,6 +6,7 @@
 
 #include "agent/AgentSettings.h"
 #include "base/Files.h"
+#include "base/Result.h"
 
 namespace zelor::controller {
 
@@ -26,7 +27,7 @@ struct SystemFacts {
 
 /// Why a command cannot work there, with the remedy; "" when it can. `changes`: it writes more than lines of
 /// the log.
-std::string systemProblem(const SystemFacts& facts, bool changes);
+base::Check checkSystem(const SystemFacts& facts, bool changes);
 
 /// Throws InputError when a command cannot work on this system. Call it first.
 void requireSystem(const PathOptions& options, bool changes);

@@ -12,10 +12,9 @@ constexpr std::time_t kNow = 1'700'000'000;
 
 /// What the agent reads out of an answer.
 void readAnswer(const std::string& one, const std::string& two) {
-    zelor::agent::ContentRange range;
-    if (zelor::agent::parseContentRange(one, range)) {
-        require(range.first <= range.last, "a range runs forward");
-        require(range.total == 0 || range.last < range.total, "a range ends within its file");
+    if (const auto range = zelor::agent::parseContentRange(one)) {
+        require(range->first <= range->last, "a range runs forward");
+        require(range->total == 0 || range->last < range->total, "a range ends within its file");
     }
     const auto pause = zelor::agent::retryAfter(one, kNow);
     require(pause.count() >= 0 && pause <= std::chrono::hours(24), "a pause is at most a day");

@@ -21,7 +21,8 @@ void judge(const zelor::agent::Setting& setting, const std::string& root) {
     const bool path = entry->type == zelor::agent::SettingType::path && !setting.value.empty();
     const bool number = entry->type == zelor::agent::SettingType::number;
     if (!setting.value.empty()) {
-        require(path || zelor::agent::valueProblem(entry->type, setting.value).empty(), "a value is usable");
+        require(path || zelor::agent::checkValue(entry->type, setting.value).has_value(),
+                "a value is usable");
     }
     if (path) {
         require(setting.value.compare(0, root.size() + 1, root + "/") == 0, "a path is below the root");

@@ -165,10 +165,9 @@ void RunDriver::endAfterException(const std::string& what) {
 }
 
 void RunDriver::emptyContentDirectory() {
-    const std::string problem = base::directoryProblem(state_.contentDirectory);
-    if (!problem.empty()) {
+    if (const base::Check own = base::checkDirectory(state_.contentDirectory); !own) {
         log::error(" [Remediation Manager] The content directory '", state_.contentDirectory,
-                   "' is not emptied: ", problem);
+                   "' is not emptied: ", own.error().text);
         return;
     }
     parts_.installer.emptyTheContentDirectory(state_.contentDirectory);

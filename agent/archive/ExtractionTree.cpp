@@ -41,9 +41,9 @@ ExtractionTree::ExtractionTree(const std::string& destination) {
 }
 
 std::uint64_t ExtractionTree::freeBytes() const {
-    std::uint64_t bytes = 0;
-    if (!base::availableBytes(root_.get(), bytes)) fail("cannot examine the destination's file system");
-    return bytes;
+    const auto bytes = base::availableBytes(root_.get());
+    if (!bytes) fail("cannot examine the destination's file system");
+    return *bytes;
 }
 
 void ExtractionTree::makeDirectory(const base::UniqueFd& parent, const Path& path) {

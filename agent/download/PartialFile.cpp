@@ -188,9 +188,7 @@ bool PartialFile::copyTo(const std::string& destination, bool durable,
 }
 
 std::uint64_t freeBytes(const std::string& path) {
-    std::uint64_t bytes = 0;
-    return base::availableBytes(nearestExisting(path), bytes) ? bytes
-                                                              : std::numeric_limits<std::uint64_t>::max();
+    return base::availableBytes(nearestExisting(path)).value_or(std::numeric_limits<std::uint64_t>::max());
 }
 
 bool onOneFileSystem(const std::string& one, const std::string& other) {

@@ -57,15 +57,16 @@ std::string remedyFor(long status) {
 
 }  // namespace
 
-bool parseContentRange(const std::string& header, ContentRange& range) {
+base::Result<ContentRange> parseContentRange(const std::string& header) {
     std::string_view text = header;
-    range = {};
+    ContentRange range;
     if (!takeText(text, "bytes ") || !takeNumber(text, range.first) || !takeText(text, "-") ||
         !takeNumber(text, range.last) || !takeText(text, "/") || range.last < range.first) {
-        return false;
+        return base::failure("it is no range of bytes");
     }
-    if (text == "*") return true;
-    return takeNumber(text, range.total) && text.empty() && range.last < range.total;
+    if (text == "*") return range;
+    if (takeNumber(text, range.total) && text.empty() && range.last < range.total) return range;
+    return base::failure("its total is not possible");
 }
 
 std::string resumptionValidator(const HttpHead& head) {
@@ -212,10 +213,9 @@ bool PatchDownload::takeWhole(const HttpHead& head) {
 }
 
 bool PatchDownload::takePart(const HttpHead& head) {
-    ContentRange range;
     const PartialFile::Version& version = partial_->version();
-    const bool readable = parseContentRange(head.header("content-range"), range);
-    if (asked_ == 0 || !readable || range.first != asked_) {
+    const auto range = parseContentRange(head.header("content-range"));
+    if (asked_ == 0 || !range || range->first != asked_) {
         return refusePart("asked for bytes from " + std::to_string(asked_) + ", got \"" +
                           head.header("content-range") + "\"; look at the repository's handling of ranges");
     }
@@ -224,10 +224,10 @@ bool PatchDownload::takePart(const HttpHead& head) {
         !validator.empty() && (validator.front() == '"') == (version.validator.front() == '"');
     const std::uint64_t known = version.total;
     if ((sameKind && validator != version.validator) ||
-        (known != 0 && range.total != 0 && known != range.total)) {
+        (known != 0 && range->total != 0 && known != range->total)) {
         return refusePart("the repository sent a part of another version; look at its handling of If-Range");
     }
-    expected_ = range.total != 0 ? range.total : known;
+    expected_ = range->total != 0 ? range->total : known;
     advance(asked_, expected_);
     return roomFor(expected_);
 }

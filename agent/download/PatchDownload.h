@@ -8,6 +8,7 @@
 #include "agent/download/PartialFile.h"
 #include "agent/http/HttpClient.h"
 #include "agent/http/RetryPolicy.h"
+#include "base/Result.h"
 
 namespace zelor::agent {
 
@@ -74,13 +75,13 @@ class PatchDownload {
     std::string problem_;
 };
 
-/// The bytes that a Content-Range header announces; false for one that cannot be read.
+/// The bytes that a Content-Range header announces.
 struct ContentRange {
     std::uint64_t first = 0;
     std::uint64_t last = 0;
     std::uint64_t total = 0;  ///< 0: not known
 };
-bool parseContentRange(const std::string& header, ContentRange& range);
+base::Result<ContentRange> parseContentRange(const std::string& header);
 
 /// What a later request may bind a resumption to: a strong ETag, else a Last-Modified that is old enough to
 /// be one version's only, else "".

@@ -113,10 +113,10 @@ std::shared_ptr<const AgentSettings> AgentSettings::currentUnreported() {
 }
 
 void AgentSettings::take(const SettingEntry& known, std::string value) {
-    const std::string problem = value.empty() ? "" : valueProblem(known.type, value);
-    if (!problem.empty()) {
+    const base::Check usable = value.empty() ? base::Check() : checkValue(known.type, value);
+    if (!usable) {
         std::string line = "[AgentSettings] " + iniFile_ + ": " + known.name();
-        line.append(" = \"").append(value).append("\" ").append(problem);
+        line.append(" = \"").append(value).append("\" ").append(usable.error().text);
         line.append("; taking the default \"").append(known.fallback).append("\"");
         // The log works at any level.
         (known.type == SettingType::level ? warnings_ : problems_).push_back(line);

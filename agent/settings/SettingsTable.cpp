@@ -69,22 +69,22 @@ const std::vector<SettingEntry>& settingsTable() {
     return table;
 }
 
-std::string valueProblem(SettingType type, const std::string& value) {
+base::Check checkValue(SettingType type, const std::string& value) {
     if (type == SettingType::number) {
         const bool digits =
             std::all_of(value.begin(), value.end(), [](char c) { return c >= '0' && c <= '9'; });
-        return digits && value.size() <= 9 ? "" : "is not a whole number of at most nine digits";
+        if (!digits || value.size() > 9) return base::failure("is not a whole number of at most nine digits");
     }
     if (type == SettingType::level) {
         const bool known = value == "debug" || value == "info" || value == "error";
-        return known ? "" : "is not debug, info or error";
+        if (!known) return base::failure("is not debug, info or error");
     }
     if (type == SettingType::path) {
-        if (value.front() != '/') return "is not an absolute path";
-        if (base::hasControlCharacter(value)) return "is a path with a control character";
-        if (boost::contains(value + "/", "/../")) return "is a path with \"..\"";
+        if (value.front() != '/') return base::failure("is not an absolute path");
+        if (base::hasControlCharacter(value)) return base::failure("is a path with a control character");
+        if (boost::contains(value + "/", "/../")) return base::failure("is a path with \"..\"");
     }
-    return "";
+    return {};
 }
 
 void storeValue(const SettingEntry& entry, const std::string& value, Settings& settings) {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "agent/AgentSettings.h"
+#include "base/Result.h"
 
 /// The one list of what the agent's ini file may hold: the reader, `status`, the documentation's test and the
 /// fuzz target work through it.
@@ -31,7 +32,7 @@ struct SettingEntry {
 const std::vector<SettingEntry>& settingsTable();
 
 /// Why `value`, which is not empty, cannot be used for a setting of this type; "" when it can.
-std::string valueProblem(SettingType type, const std::string& value);
+base::Check checkValue(SettingType type, const std::string& value);
 
 /// Stores a usable value in its field; a path goes below the system root.
 void storeValue(const SettingEntry& entry, const std::string& value, Settings& settings);

@@ -25,12 +25,12 @@ zelor::base::Mutex& mountPointMutex() {
 }
 
 // What lies there would be installed in place of an image that cannot be attached.
-std::string mountPointProblem(const std::string& mountPoint) {
+zelor::base::Check checkMountPoint(const std::string& mountPoint) {
     struct stat here {};
     struct stat above {};
     const bool known =
         lstat(mountPoint.c_str(), &here) == 0 && stat((mountPoint + "/..").c_str(), &above) == 0;
-    if (known && S_ISDIR(here.st_mode) && here.st_dev != above.st_dev) return "";  // an image still in use
+    if (known && S_ISDIR(here.st_mode) && here.st_dev != above.st_dev) return {};  // an image still in use
     return zelor::base::prepareDirectory(mountPoint);
 }
 
@@ -79,8 +79,8 @@ int MacPatchManager::dmgInstallation(std::string dmgPath, std::string packageNam
     const std::string mountPoint = underSystemRoot(zelor::platform::kDiskImageMountPoint);
     const std::string detach = zelor::platform::detachCommand(mountPoint);
     getCmdlineOutput(detach);  // clears what an earlier run left mounted
-    const std::string problem = mountPointProblem(mountPoint);
-    if (!problem.empty()) {
+    if (const zelor::base::Check usable = checkMountPoint(mountPoint); !usable) {
+        const std::string& problem = usable.error().text;
         zlog::error("[MacPatchManager] (Install3rdParty) The mount point '", mountPoint,
                     "' is refused: ", problem);
         zelor::CallReport::addReason("the mount point '" + mountPoint + "' is refused: " + problem);

@@ -19,11 +19,11 @@ void AppliedRemediations::add(int result, const std::string& eriId) {
                    "' holds a control character, so it is not recorded");
         return;
     }
-    std::string problem;
+    const base::Check added = record_.append(path_, eriId);
     // A missing directory is the installer's business and is not logged.
-    if (!record_.append(path_, eriId, problem) && !problem.empty()) {
+    if (!added && added.error().error != ENOENT) {
         log::error("[Remediation Manager] ", eriId, " is installed, and cannot be noted in ", path_, ": ",
-                   problem, "; the next run will install it again");
+                   added.error().text, "; the next run will install it again");
     }
     log::debug(
         "[Remediation Manager] Inside addEntryInInstalledPatchesFile: Added entry for successfully installed "

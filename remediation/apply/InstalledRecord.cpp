@@ -29,14 +29,13 @@ void InstalledRecord::refresh(const std::string& path) {
     const base::FileStamp now = base::stampOf(path);
     if (now.exists && settled_ && path == path_ && now == stamp_) return;
     forget();
-    std::string problem;
-    const base::UniqueFd fd = base::openOwnFile(path, O_RDONLY | O_NONBLOCK, problem);
-    reportRefusal(path, problem);
+    const base::Result<base::UniqueFd> fd = base::openOwnFile(path, O_RDONLY | O_NONBLOCK);
+    reportRefusal(path, fd || fd.error().error != 0 ? "" : fd.error().text);
     struct stat info {};
-    if (!fd || fstat(fd.get(), &info) != 0) return;
+    if (!fd || fstat(fd->get(), &info) != 0) return;
     path_ = path;
     stamp_ = base::stampOf(info);
-    settled_ = readLines(fd.get()) == stamp_.size && !base::changedRecently(stamp_);
+    settled_ = readLines(fd->get()) == stamp_.size && !base::changedRecently(stamp_);
     reportDamage();
 }
 
@@ -83,17 +82,16 @@ void InstalledRecord::reportRefusal(const std::string& path, const std::string& 
     reportedRefusal_ = problem;
 }
 
-bool InstalledRecord::append(const std::string& path, const std::string& line, std::string& problem) {
-    base::UniqueFd fd = base::openOwnFile(path, O_RDWR | O_APPEND | O_CREAT, problem);
+base::Check InstalledRecord::append(const std::string& path, const std::string& line) {
+    base::Result<base::UniqueFd> file = base::openOwnFile(path, O_RDWR | O_APPEND | O_CREAT);
+    if (!file) return tl::unexpected(file.error());
+    base::UniqueFd& fd = *file;
     struct stat before {};
     struct stat after {};
-    bool done = fd && fstat(fd.get(), &before) == 0 && base::appendLine(fd.get(), line);
+    bool done = fstat(fd.get(), &before) == 0 && base::appendLine(fd.get(), line);
     const bool known = done && fstat(fd.get(), &after) == 0;
     done = done && fd.close();
-    if (!done) {
-        if (problem.empty() && errno != ENOENT) problem = std::strerror(errno);
-        return false;
-    }
+    if (!done) return base::systemFailure();
     if (before.st_size == 0) {
         forget();
         path_ = path;
@@ -107,7 +105,7 @@ bool InstalledRecord::append(const std::string& path, const std::string& line, s
         stamp_ = base::stampOf(after);
         settled_ = true;
     }
-    return true;
+    return {};
 }
 
 void InstalledRecord::takeAppended(const std::string& line) {

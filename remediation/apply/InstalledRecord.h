@@ -5,6 +5,7 @@
 #include <unordered_set>
 
 #include "base/Files.h"
+#include "base/Result.h"
 
 namespace zelor::remediation {
 
@@ -17,9 +18,9 @@ class InstalledRecord {
     /// error line for a symbolic link that is not followed, for a last line without its end, which counts,
     /// and for lines with control characters: once for each state of the file.
     void refresh(const std::string& path);
-    /// Appends a line to the file, which is made when there is none. False on failure: `problem` says why, ""
-    /// when the directory is missing.
-    bool append(const std::string& path, const std::string& line, std::string& problem);
+    /// Appends a line to the file, which is made when there is none. A refusal of the file has
+    /// no errno.
+    base::Check append(const std::string& path, const std::string& line);
     bool empty() const { return lines_.empty() && unfinished_.empty(); }
     /// True when some line equals `text` exactly.
     bool hasLine(const std::string& text) const {

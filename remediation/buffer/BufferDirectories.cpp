@@ -10,10 +10,11 @@ bool bufferDirectoriesAreOurs() {
     ConfigurationManager* configuration = ConfigurationManager::GetInstance("");
     for (const std::string& directory :
          {configuration->getUnzipFileFolder(), configuration->getBufferPatchesDir()}) {
-        const std::string problem = directory.empty() ? "" : base::directoryProblem(directory);
-        if (problem.empty()) continue;
+        if (directory.empty()) continue;
+        const base::Check own = base::checkDirectory(directory);
+        if (own) continue;
         log::error("[Remediation Manager] Buffered patches are not used. The directory '", directory,
-                   "' is refused: ", problem);
+                   "' is refused: ", own.error().text);
         return false;
     }
     return true;

@@ -50,8 +50,8 @@ FetchedFile PatchSource::fetch(const std::string& fileName, const std::string& k
         events_.failed(key, "the file name '" + fileName + "' is refused: " + unsafe);
         return file;
     }
-    const std::string problem = base::prepareDirectory(contentDirectory_);
-    if (!problem.empty()) {
+    if (const base::Check own = base::prepareDirectory(contentDirectory_); !own) {
+        const std::string& problem = own.error().text;
         log::error(" [Remediation Manager] Inside getFileFromRepo: The content directory '",
                    contentDirectory_, "' is refused: ", problem);
         events_.failed(key, "the content directory '" + contentDirectory_ + "' is refused: " + problem);

@@ -404,12 +404,12 @@ TEST(ControllerArguments, MisspeltOnesHaveANearWord) {
 }
 
 TEST(ControllerPlace, IsRefusedForItsRealCause) {
-    EXPECT_THAT(systemProblem({false, false, true}, true), HasSubstr("not a Mac"));
-    EXPECT_THAT(systemProblem({false, false, false}, false), HasSubstr("--root DIR"));
-    EXPECT_THAT(systemProblem({false, true, false}, true), HasSubstr("must run as root"));
-    EXPECT_EQ(systemProblem({false, true, false}, false), "");
-    EXPECT_EQ(systemProblem({false, true, true}, true), "");
-    EXPECT_EQ(systemProblem({true, false, false}, true), "");
+    EXPECT_THAT(checkSystem({false, false, true}, true).error().text, HasSubstr("not a Mac"));
+    EXPECT_THAT(checkSystem({false, false, false}, false).error().text, HasSubstr("--root DIR"));
+    EXPECT_THAT(checkSystem({false, true, false}, true).error().text, HasSubstr("must run as root"));
+    EXPECT_TRUE(checkSystem({false, true, false}, false));
+    EXPECT_TRUE(checkSystem({false, true, true}, true));
+    EXPECT_TRUE(checkSystem({true, false, false}, true));
     EXPECT_THAT(writeRemedy(EROFS, true), HasSubstr("disk"));
     EXPECT_THAT(writeRemedy(EROFS, false), Not(HasSubstr("run as root")));
     EXPECT_THAT(writeRemedy(EACCES, false), HasSubstr("run as root"));
