@@ -26,6 +26,7 @@ class ZELOR_THREAD_ANNOTATION(capability("mutex")) Mutex {
     void unlock() ZELOR_THREAD_ANNOTATION(release_capability()) { mutex_.unlock(); }
 
   private:
+    friend class Condition;
     std::mutex mutex_;
 };
 
@@ -47,15 +48,22 @@ class ZELOR_THREAD_ANNOTATION(scoped_lockable) MutexLock {
 /// loop: a wait may end early.
 class Condition {
   public:
-    void wait(Mutex& mutex) ZELOR_REQUIRES(mutex) { condition_.wait(mutex); }
+    void wait(Mutex& mutex) ZELOR_REQUIRES(mutex) {
+        std::unique_lock<std::mutex> held(mutex.mutex_, std::adopt_lock);
+        condition_.wait(held);
+        held.release();
+    }
     /// False when it is `time`.
     bool waitUntil(Mutex& mutex, std::chrono::steady_clock::time_point time) ZELOR_REQUIRES(mutex) {
-        return condition_.wait_until(mutex, time) == std::cv_status::no_timeout;
+        std::unique_lock<std::mutex> held(mutex.mutex_, std::adopt_lock);
+        const bool notified = condition_.wait_until(held, time) == std::cv_status::no_timeout;
+        held.release();
+        return notified;
     }
     void notifyAll() { condition_.notify_all(); }
 
   private:
-    std::condition_variable_any condition_;
+    std::condition_variable condition_;
 };
 
 }  // namespace zelor::base
