@@ -1,4 +1,3 @@
-#include "authoring/CommandLine.h"
 
 #include <CLI/CLI.hpp>
 #include <functional>

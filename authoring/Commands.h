@@ -66,4 +66,8 @@ struct RehearseOptions {
 /// SIGINT, SIGTERM and SIGHUP must not be handled elsewhere in the process.
 int runRehearse(const RehearseOptions& options);
 
+/// Runs the author's tool with the arguments after its name; messages go to standard error. Returns the exit
+/// status.
+int runContentTool(const std::vector<std::string>& arguments);
+
 }  // namespace zelor::authoring

@@ -7,7 +7,9 @@
 #include <cmath>
 #include <cstdio>
 
+#include "base/Strings.h"
 #include "base/Utf8.h"
+#include "remediation/intake/RequestParsing.h"
 
 namespace zelor::controller {
 
@@ -126,6 +128,19 @@ std::string countText(std::size_t count, const std::string& noun) {
     if (count == 1) return "1 " + noun;
     const bool entry = !noun.empty() && noun.back() == 'y';
     return std::to_string(count) + ' ' + (entry ? noun.substr(0, noun.size() - 1) + "ies" : noun + "s");
+}
+
+std::string packageNameOf(const std::string& key) {
+    const std::string name =
+        base::trimmed(remediation::parseRequestKey(base::trimmed(key), false).packageName);
+    return base::contains(name, "oval:") ? "" : name;
+}
+
+std::string requestLabel(const std::string& key) {
+    const std::string name = packageNameOf(key);
+    if (!name.empty()) return base::printable(name);
+    const remediation::RequestKey parsed = remediation::parseRequestKey(base::trimmed(key), false);
+    return base::printable(parsed.cpes.empty() ? key : parsed.cpes.back());
 }
 
 }  // namespace zelor::controller

@@ -1,4 +1,3 @@
-#include "rehearsal/CommandLine.h"
 
 #include <unistd.h>
 
@@ -11,6 +10,7 @@
 
 #include "rehearsal/Builders.h"
 #include "rehearsal/Setup.h"
+#include "rehearsal/Tools.h"
 #include "remediation/Version.h"
 
 namespace fs = boost::filesystem;

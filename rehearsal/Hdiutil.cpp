@@ -8,7 +8,6 @@
 
 #include "base/Directories.h"
 #include "base/Files.h"
-#include "rehearsal/DiskImage.h"
 #include "rehearsal/Tools.h"
 #include "rehearsal/Unpacking.h"
 

@@ -5,7 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "rehearsal/CommandLine.h"
 #include "rehearsal/Tools.h"
 
 namespace {

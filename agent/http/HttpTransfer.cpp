@@ -6,7 +6,6 @@
 #include <stdexcept>
 #include <thread>
 
-#include "agent/http/RatePacer.h"
 #include "base/Strings.h"
 #include "remediation/Version.h"
 

@@ -2,6 +2,8 @@
 
 #include <curl/curl.h>
 
+#include <chrono>
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -19,5 +21,33 @@ struct HttpHandles {
 /// its target is left in `redirect`. Throws what a callback throws, std::bad_alloc and std::runtime_error.
 HttpResult transferOnce(HttpHandles& handles, const HttpRequest& request, const std::string& url,
                         std::string& redirect);
+
+/// Spreads bytes over time: the mean is the rate asked for, and what an idle moment left unused is made good
+/// only up to a tenth of a second's worth, so that no second runs far over the rate.
+class RatePacer {
+  public:
+    /// The clock that is meant by `now` and `due`.
+    using Time = std::chrono::steady_clock::time_point;
+
+    /// 0 bytes per second paces nothing.
+    explicit RatePacer(std::uint64_t bytesPerSecond) : rate_(static_cast<double>(bytesPerSecond)) {}
+
+    /// `bytes` were taken at `now`.
+    void took(std::uint64_t bytes, Time now) {
+        if (rate_ <= 0) return;
+        const Time earliest = due_ == Time() ? now : now - kAllowance;
+        if (due_ < earliest) due_ = earliest;
+        due_ += std::chrono::duration_cast<Time::duration>(
+            std::chrono::duration<double>(static_cast<double>(bytes) / rate_));
+    }
+
+    /// When the next bytes may be taken; never later for a pacer without a rate.
+    Time due() const { return due_; }
+
+  private:
+    static constexpr std::chrono::milliseconds kAllowance{100};
+    double rate_;
+    Time due_{};
+};
 
 }  // namespace zelor::agent

@@ -6,7 +6,6 @@
 
 #include "agent/AgentSettings.h"
 #include "agent/http/HttpClient.h"
-#include "base/Hex.h"
 #include "base/Strings.h"
 
 namespace zelor::agent {

@@ -4,7 +4,7 @@
 #include <cstdio>
 
 #include "agent/LogControl.h"
-#include "base/Hex.h"
+#include "base/Strings.h"
 #include "base/Utf8.h"
 
 namespace zelor::agent {

@@ -14,7 +14,7 @@
 
 #include "base/Deleter.h"
 #include "base/Files.h"
-#include "base/Hex.h"
+#include "base/Strings.h"
 
 namespace zelor::agent {
 

@@ -3,7 +3,7 @@
 #include <functional>
 
 #include "authoring/checks/ContentChecks.h"
-#include "base/Hex.h"
+#include "base/Strings.h"
 
 namespace zelor::authoring {
 

@@ -6,7 +6,7 @@
 
 #include "authoring/checks/FileChecks.h"
 #include "authoring/manifest/Manifest.h"
-#include "base/Hex.h"
+#include "base/Strings.h"
 #include "remediation/intake/RequestParsing.h"
 
 namespace zelor::authoring {

@@ -10,7 +10,7 @@
 #include "agent/trust/BundleManifest.h"
 #include "base/Deleter.h"
 #include "base/Files.h"
-#include "base/Hex.h"
+#include "base/Strings.h"
 
 namespace zelor::authoring {
 

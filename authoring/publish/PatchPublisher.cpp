@@ -17,8 +17,8 @@
 #include "authoring/publish/Digests.h"
 #include "base/Deleter.h"
 #include "base/Files.h"
-#include "base/Hex.h"
 #include "base/StagedFile.h"
+#include "base/Strings.h"
 #include "platform/macos/InstallerKinds.h"
 #include "remediation/fetch/PatchName.h"
 

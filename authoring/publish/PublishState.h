@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 
@@ -38,5 +39,11 @@ std::string fileStamp(const std::string& path);
 /// A missing or damaged state reads as an empty one: everything is then written anew.
 PublishState readPublishState(const std::string& path);
 void writePublishState(const std::string& path, const PublishState& state);
+
+/// Notes which published archives no content names any more, and removes those that nobody has named for a
+/// day (with `atOnce`: all of them) and that are there as they were published. Nothing is removed while
+/// some content cannot be read. Returns how many were; `removed` is called with the path of each.
+std::size_t removeRetiredPatches(const std::string& repository, bool atOnce, PublishedPatches& patches,
+                                 const std::function<void(const std::string&)>& removed);
 
 }  // namespace zelor::authoring

@@ -16,7 +16,7 @@
 #include "authoring/publish/ContentDirectory.h"
 #include "authoring/publish/ContentXml.h"
 #include "authoring/publish/PatchPublisher.h"
-#include "authoring/publish/RetiredPatches.h"
+#include "authoring/publish/PublishState.h"
 #include "base/Directories.h"
 #include "base/Files.h"
 #include "base/StagedFile.h"

@@ -18,7 +18,7 @@
 #include "base/Deleter.h"
 #include "base/Directories.h"
 #include "base/Files.h"
-#include "base/Hex.h"
+#include "base/Strings.h"
 
 namespace zelor::authoring {
 

@@ -5,7 +5,6 @@
 #include <charconv>
 #include <string_view>
 
-#include "base/Hex.h"
 #include "base/Strings.h"
 
 namespace zelor::authoring {

@@ -2,7 +2,6 @@
 
 #include "agent/DownloadProgress.h"
 #include "controller/Text.h"
-#include "controller/live/RequestLabel.h"
 
 namespace zelor::controller {
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "controller/Text.h"
-#include "controller/live/RequestLabel.h"
 
 namespace zelor::controller {
 

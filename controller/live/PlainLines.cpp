@@ -5,7 +5,6 @@
 #include "base/Files.h"
 #include "controller/Text.h"
 #include "controller/live/LiveTerminal.h"
-#include "controller/live/RequestLabel.h"
 
 namespace zelor::controller {
 

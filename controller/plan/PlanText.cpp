@@ -4,7 +4,6 @@
 #include <sstream>
 
 #include "controller/Text.h"
-#include "controller/live/RequestLabel.h"
 #include "remediation/buffer/PatchSize.h"
 
 namespace zelor::controller {

@@ -6,8 +6,6 @@
 #include "controller/Text.h"
 #include "controller/live/LiveProgress.h"
 #include "controller/live/PlainLines.h"
-#include "controller/live/RequestLabel.h"
-#include "controller/report/ReportStyle.h"
 #include "controller/report/ReportTimeline.h"
 #include "remediation/Version.h"
 

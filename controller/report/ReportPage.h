@@ -37,4 +37,7 @@ void writeReportPage(std::ostream& out, const RunReport& report);
 /// The text for a place in HTML: control characters and the like become "?", line ends stay.
 std::string htmlText(const std::string& text);
 
+/// The style sheet of a report: light and dark by the reader's preference, light on paper.
+extern const char* const kReportStyle;
+
 }  // namespace zelor::controller

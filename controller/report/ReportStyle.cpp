@@ -1,4 +1,4 @@
-#include "controller/report/ReportStyle.h"
+#include "controller/report/ReportPage.h"
 
 namespace zelor::controller {
 

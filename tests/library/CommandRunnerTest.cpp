@@ -13,7 +13,6 @@
 #include <vector>
 
 #include "base/CommandRunner.h"
-#include "base/OutputBuffer.h"
 #include "platform/ShellCommand.h"
 #include "platform/macos/MacPatchManager.h"
 #include "tests/library/FakeAgent.h"

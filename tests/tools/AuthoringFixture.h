@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "authoring/CommandLine.h"
+#include "authoring/Commands.h"
 #include "support/TempDir.h"
 
 namespace zelor::test {

@@ -1,9 +1,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "rehearsal/DiskImage.h"
 #include "rehearsal/InstallText.h"
 #include "rehearsal/OsVersion.h"
+#include "rehearsal/Unpacking.h"
 #include "rehearsal/UpdateText.h"
 
 namespace zelor::rehearsal {
