@@ -77,6 +77,13 @@ void addSharedKeyWarnings(std::vector<PlannedRequest>& requests) {
 
 }  // namespace
 
+void addWarnings(PlannedRequest& request, std::vector<std::string> warnings) {
+    for (std::string& warning : warnings) {
+        std::vector<std::string>& all = request.warnings;
+        if (std::find(all.begin(), all.end(), warning) == all.end()) all.push_back(std::move(warning));
+    }
+}
+
 std::vector<std::string> patchWarnings(const std::string& name, const std::string& sizeText,
                                        const std::string& path, bool script) {
     std::vector<std::string> warnings;
@@ -183,12 +190,6 @@ std::vector<std::string> updateWarnings(const platform::UpdateSelection& selecti
                            "time finds nothing, and the last attempt of all decides on the request");
     }
     return warnings;
-}
-
-std::string keyProblem(remediation::CpeCount names) {
-    if (names == remediation::CpeCount::usable) return "";
-    return names == remediation::CpeCount::none ? "the request names no CPE"
-                                                : "the request names more than two CPEs";
 }
 
 std::vector<std::string> keyWarnings(const std::vector<std::string>& names, const std::string& platformCpe) {

@@ -11,6 +11,9 @@
 /// What of a plan would surprise whoever wrote the requests or the content.
 namespace zelor::controller {
 
+/// Adds the warnings that the request does not have yet.
+void addWarnings(PlannedRequest& request, std::vector<std::string> warnings);
+
 /// On a patch's name and the text of its size. `path` is where the file will be.
 std::vector<std::string> patchWarnings(const std::string& name, const std::string& sizeText,
                                        const std::string& path, bool script);
@@ -34,9 +37,6 @@ bool isListedWithBlanks(const std::string& label, const std::vector<std::string>
 /// On the choice of updates for a request.
 std::vector<std::string> updateWarnings(const platform::UpdateSelection& selection,
                                         const std::vector<std::string>& listing);
-
-/// Why a request's key cannot be used; "" when it can.
-std::string keyProblem(remediation::CpeCount names);
 
 /// On the names in a request's key, of which a run takes only those of CPE 2.2 for an operating system or an
 /// application; without one, the platform is `platformCpe`.

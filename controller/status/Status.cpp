@@ -62,7 +62,7 @@ void readBuffer(const Paths& paths, Status& status) {
         status.bufferBytes += file.bytes;
     std::set<std::string> listed;
     for (BufferedPatch& patch : status.buffered) {
-        const std::string archive = remediation::cutFourCharacters(patch.patch).stem + ".zip";
+        const std::string archive = remediation::bufferedArchiveName(patch.patch);
         const auto file =
             std::lower_bound(status.unlisted.begin(), status.unlisted.end(), archive,
                              [](const SizedFile& one, const std::string& name) { return one.name < name; });

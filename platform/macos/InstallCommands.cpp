@@ -4,6 +4,10 @@
 
 namespace zelor::platform {
 
+std::string scriptCommand(const std::string& path) {
+    return "/bin/bash " + base::shellWord(path);
+}
+
 std::string installUpdateCommand(const std::string& label) {
     return "softwareupdate -i '" + base::insideSingleQuotes(label) + "' 2>&1";
 }

@@ -10,6 +10,8 @@ inline constexpr char kProductVersionCommand[] = "sw_vers -productVersion";
 /// Where disk images are mounted, below the system root.
 inline constexpr char kDiskImageMountPoint[] = "/var/zelor/mountpoint";
 
+/// As a shell would run a hardening script.
+std::string scriptCommand(const std::string& path);
 std::string installUpdateCommand(const std::string& label);
 std::string installPackageCommand(const std::string& packagePath);
 std::string attachCommand(const std::string& mountPoint, const std::string& imagePath);

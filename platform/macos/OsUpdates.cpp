@@ -43,17 +43,16 @@ void reportOutcome(const std::string& output, UpdateOutcome outcome, bool succee
     }
 }
 
-bool execute(MacPatchManager& manager, const UpdateStep& step) {
+UpdateOutcome execute(MacPatchManager& manager, const UpdateStep& step) {
     if (step.command.empty()) {
         reportRefusal(step.label);
-        return false;
+        return UpdateOutcome::failed;
     }
     zlog::debug("[MacPatchManager] Installing ", step.command);
     const std::string output = manager.getCmdlineOutput(step.command);
     const UpdateOutcome outcome = zelor::platform::updateOutcome(output);
-    const bool succeeded = step.succeeds(outcome);
-    reportOutcome(output, outcome, succeeded);
-    return succeeded;
+    reportOutcome(output, outcome, step.succeeds(outcome));
+    return outcome;
 }
 
 bool hasEmptyCandidate(const UpdateSelection& selection) {
@@ -80,8 +79,7 @@ int MacPatchManager::installOSPatch(std::string packageName) {
         return -1;
     }
     if (selection.named) zlog::debug(" Package Name = ", selection.label);
-    bool succeeded = false;
-    for (const UpdateStep& step : steps)
-        succeeded = execute(*this, step);
+    const bool succeeded = zelor::platform::attemptUpdates(
+        steps, [this](const UpdateStep& step) { return execute(*this, step); });
     return succeeded ? 0 : -1;
 }

@@ -79,6 +79,14 @@ std::vector<UpdateStep> updateSteps(const UpdateSelection& selection) {
     return steps;
 }
 
+bool attemptUpdates(const std::vector<UpdateStep>& steps,
+                    const std::function<UpdateOutcome(const UpdateStep&)>& attempt) {
+    bool succeeded = false;
+    for (const UpdateStep& step : steps)
+        succeeded = step.succeeds(attempt(step));
+    return succeeded;
+}
+
 UpdateOutcome updateOutcome(const std::string& output) {
     if (base::contains(output, "Done")) return UpdateOutcome::installed;
     return base::contains(output, "No updates are available") ? UpdateOutcome::nothingToDo

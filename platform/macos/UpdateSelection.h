@@ -46,6 +46,11 @@ struct UpdateStep {
 /// A run's steps for the selection, and those that a plan shows.
 std::vector<UpdateStep> updateSteps(const UpdateSelection& selection);
 
+/// Makes every attempt in its order by `attempt`, which gives its outcome: `failed` for a refused label. True
+/// when the last one makes the request succeed.
+bool attemptUpdates(const std::vector<UpdateStep>& steps,
+                    const std::function<UpdateOutcome(const UpdateStep&)>& attempt);
+
 /// What softwareupdate did, by its output.
 UpdateOutcome updateOutcome(const std::string& output);
 

@@ -14,7 +14,7 @@ namespace zelor::remediation {
 
 void AppliedRemediations::add(int result, const std::string& eriId) {
     if (result != 0) return;
-    if (base::hasControlCharacter(eriId)) {
+    if (!isRecordable(eriId)) {
         log::error("[Remediation Manager] The eri id '", eriId,
                    "' holds a control character, so it is not recorded");
         return;

@@ -5,10 +5,115 @@
 #include "platform/Log.h"
 #include "platform/macos/MacPatchManager.h"
 #include "remediation/RecordAccess.h"
-#include "remediation/apply/InstallResult.h"
+#include "remediation/apply/ContentWalk.h"
 #include "remediation/intake/ContentRules.h"
 
 namespace zelor::remediation {
+
+namespace {
+
+/// Applies the content of one row.
+class Configurator : public ContentActor {
+  public:
+    Configurator(const PhaseParts& parts, remediateMetadata& row)
+        : parts_(parts), row_(row), key_(row.getCombinedCpes()) {}
+
+    /// True when the walk ended because the whole run was cancelled.
+    bool runCancelled() const { return runCancelled_; }
+
+    bool isApplied() override { return parts_.applied.covers(RecordAccess::creEriData(row_)); }
+    std::optional<FetchedFile> fetch(parsedEriData& block) override;
+    int apply(parsedEriData& block, const std::string& path, const platform::InstallerKind* kind) override;
+    void settle(const BlockResult& result) override;
+
+  private:
+    void refuse(RemediationManager::REM_PROGRESS state);
+    void recordResult(const BlockResult& result);
+
+    const PhaseParts& parts_;
+    remediateMetadata& row_;
+    const std::string key_;
+    bool runCancelled_ = false;
+};
+
+std::optional<FetchedFile> Configurator::fetch(parsedEriData& block) {
+    FetchedFile file;
+    const Next next = parts_.source.fetchBlock(key_, block, file);
+    runCancelled_ = next == Next::phaseEnd;
+    if (runCancelled_) return std::nullopt;
+    if (next == Next::aborted) {
+        parts_.record(key_, RemediationManager::REM_ABORTED);
+        return std::nullopt;
+    }
+    if (parts_.flags.internalError) {
+        parts_.record(key_, RemediationManager::REM_INTERNAL_FAILED);
+        return std::nullopt;
+    }
+    parts_.record(key_, RemediationManager::REM_INSTALLING);
+    log::debug(" [Remediation Manager] (applyConfigs) The config file path:", file.path);
+    boost::system::error_code error;
+    if (file.path.empty() || !boost::filesystem::exists(file.path, error)) {
+        log::error(" [Remediation Manager] (applyConfigs) The config file to harden the system '", file.path,
+                   "' does not exist OR it failed the signature verification.");
+        parts_.events.failed(key_, "the script could not be run");
+        file.path.clear();
+    }
+    return file;
+}
+
+int Configurator::apply(parsedEriData& /*block*/, const std::string& path,
+                        const platform::InstallerKind* /*kind*/) {
+    CallReport report;
+    const int code = MacPatchManager().applyConfig(path);
+    if (code == kInstalled) {
+        parts_.events.applied(key_, Applied::now, asksForReboot(RecordAccess::creEriData(row_)));
+    } else {
+        parts_.events.failed(key_, report, "the script could not be run");
+    }
+    return code;
+}
+
+void Configurator::settle(const BlockResult& result) {
+    if (result.outcome == BlockOutcome::misnamed) {
+        refuse(*result.state);
+        return;
+    }
+    if (result.outcome == BlockOutcome::appliedBefore) {
+        log::debug(
+            "[Remediation Manager] (applyConfigs) verifyIfAlreadyAppliedRem returned true for a config. CCE "
+            "is: ",
+            row_.getCveOrCceId());
+        parts_.events.applied(key_, Applied::before, false);
+        parts_.succeed(key_);
+    }
+    if (result.outcome == BlockOutcome::attempted)
+        parts_.applied.add(result.code, RecordAccess::eriId(*result.block));
+    if (result.dropsBuffered) parts_.buffered.discard(RecordAccess::patchId(*result.block), result.file.path);
+    if (result.state) recordResult(result);
+}
+
+void Configurator::refuse(RemediationManager::REM_PROGRESS state) {
+    log::error("[Remediation Manager] (applyConfigs) Patch id is empty for cpe = '", key_, "' and CCE = '",
+               row_.getCveOrCceId(), "'");
+    log::debug("[Remediation Manager] (applyConfigs) Patch name is not a valid patch .. Marking FAILED.");
+    parts_.events.failed(key_, "the content names no script");
+    parts_.fail(key_, state);
+}
+
+void Configurator::recordResult(const BlockResult& result) {
+    if (result.needsReboot) parts_.flags.rebootNeeded = true;
+    const bool succeeded = *result.state == RemediationManager::REM_SUCCESS;
+    if (succeeded) {
+        parts_.succeed(key_);
+        parts_.content.drop(row_);
+    } else {
+        parts_.fail(key_, *result.state);
+    }
+    log::info(" [Remediation Manager] The RESULT for Config apply for : CCE - ", row_.getCveOrCceId(),
+              " is : ", succeeded ? "Succeeded" : "Failed");
+}
+
+}  // namespace
 
 void ConfigurationPhase::apply(std::vector<remediateMetadata>& rows) {
     log::debug(" >>> [Remediation Manager] (applyConfigs) starting ...");
@@ -27,95 +132,10 @@ bool ConfigurationPhase::applyRequest(remediateMetadata& row) {
         return true;
     }
     if (!RecordAccess::creEriDataPresent(row)) return true;
-    const std::string cce = row.getCveOrCceId();
-    log::debug(" [Remediation Manager] (applyConfigs) Applying configs for CCE: ", cce);
-    int result = kInstalled;
-    if (parts_.applied.covers(RecordAccess::creEriData(row))) {
-        log::debug(
-            "[Remediation Manager] (applyConfigs) verifyIfAlreadyAppliedRem returned true for a config. CCE "
-            "is: ",
-            cce);
-        parts_.events.applied(key, Applied::before, false);
-        parts_.succeed(key);
-    } else {
-        bool stop = false;
-        if (!fetchAndRunScripts(row, result, stop)) return !stop;
-    }
-    recordResult(row, result);
-    log::info(" [Remediation Manager] The RESULT for Config apply for : CCE - ", cce,
-              " is : ", result == kInstalled ? "Succeeded" : "Failed");
-    return true;
-}
-
-// The first block that does not succeed decides. False when there is no result to record; `stop` then says
-// whether that is because the whole run was cancelled.
-bool ConfigurationPhase::fetchAndRunScripts(remediateMetadata& row, int& result, bool& stop) {
-    const std::string key = row.getCombinedCpes();
-    std::vector<parsedEriData>& blocks = RecordAccess::blocks(RecordAccess::creEriData(row));
-    std::size_t current = 0;
-    do {
-        if (blocks.empty() || !namesPatchFile(RecordAccess::patchId(blocks[current]))) {
-            log::error("[Remediation Manager] (applyConfigs) Patch id is empty for cpe = '", key,
-                       "' and CCE = '", row.getCveOrCceId(), "'");
-            log::debug(
-                "[Remediation Manager] (applyConfigs) Patch name is not a valid patch .. Marking FAILED.");
-            parts_.events.failed(key, "the content names no script");
-            parts_.fail(key, RemediationManager::REM_INVALID_REQUEST);
-            return false;
-        }
-        parsedEriData& block = blocks[current];
-        FetchedFile file;
-        const Next next = parts_.source.fetchBlock(key, block, file);
-        stop = next == Next::phaseEnd;
-        if (stop) return false;
-        if (next == Next::aborted) {
-            parts_.record(key, RemediationManager::REM_ABORTED);
-            return false;
-        }
-        if (parts_.flags.internalError) {
-            parts_.record(key, RemediationManager::REM_INTERNAL_FAILED);
-            return false;
-        }
-        parts_.record(key, RemediationManager::REM_INSTALLING);
-        CallReport report;
-        result = runScript(block, file);
-        if (result == kInstalled) {
-            parts_.events.applied(key, Applied::now, asksForReboot(RecordAccess::creEriData(row)));
-        } else {
-            parts_.events.failed(key, report, "the script could not be run");
-        }
-    } while (result == kInstalled && ++current < blocks.size());
-    return true;
-}
-
-int ConfigurationPhase::runScript(parsedEriData& block, const FetchedFile& file) {
-    const std::string& path = file.path;
-    log::debug(" [Remediation Manager] (applyConfigs) The config file path:", path);
-    boost::system::error_code error;
-    if (path.empty() || !boost::filesystem::exists(path, error)) {
-        log::error(" [Remediation Manager] (applyConfigs) The config file to harden the system '", path,
-                   "' does not exist OR it failed the signature verification.");
-        return kFileUnavailable;
-    }
-    const int result = MacPatchManager().applyConfig(path);
-    parts_.applied.add(result, RecordAccess::eriId(block));
-    if (result == kInstalled && file.usedBufferedCopy)
-        parts_.buffered.discard(RecordAccess::patchId(block), path);
-    return result;
-}
-
-void ConfigurationPhase::recordResult(remediateMetadata& row, int result) {
-    const std::string key = row.getCombinedCpes();
-    if (result == kInstalled) {
-        if (!parts_.flags.rebootNeeded)
-            parts_.flags.rebootNeeded = asksForReboot(RecordAccess::creEriData(row));
-        parts_.succeed(key);
-        parts_.content.drop(row);
-        return;
-    }
-    parts_.record(key, result == kFileUnavailable ? RemediationManager::REM_FILE_UNAVAILABLE
-                                                  : RemediationManager::REM_FAILED);
-    parts_.flags.allFailed = true;
+    log::debug(" [Remediation Manager] (applyConfigs) Applying configs for CCE: ", row.getCveOrCceId());
+    Configurator configurator(parts_, row);
+    walkConfiguration(RecordAccess::creEriData(row), configurator);
+    return !configurator.runCancelled();
 }
 
 }  // namespace zelor::remediation

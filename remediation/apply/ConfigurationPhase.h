@@ -1,6 +1,5 @@
 #pragma once
 
-#include <string>
 #include <vector>
 
 #include "remediation/apply/PhaseParts.h"
@@ -18,9 +17,6 @@ class ConfigurationPhase {
 
   private:
     bool applyRequest(remediateMetadata& row);
-    bool fetchAndRunScripts(remediateMetadata& row, int& result, bool& stop);
-    int runScript(parsedEriData& block, const FetchedFile& file);
-    void recordResult(remediateMetadata& row, int result);
 
     PhaseParts parts_;
 };

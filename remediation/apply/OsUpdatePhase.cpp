@@ -4,6 +4,7 @@
 #include "platform/Log.h"
 #include "platform/macos/MacPatchManager.h"
 #include "remediation/RecordAccess.h"
+#include "remediation/apply/ContentWalk.h"
 #include "remediation/intake/ContentRules.h"
 
 namespace zelor::remediation {
@@ -49,9 +50,10 @@ bool OsUpdatePhase::installRequest(remediateMetadata& row) {
     const std::string packageName = row.getPackageName();
     log::debug(" [Remediation Manager] (installOsPatches) Patching OS Package = ", packageName);
     CallReport report;
-    if (parts_.installer.installOSPatch(packageName) != 0) {
+    const bool installed = parts_.installer.installOSPatch(packageName) == 0;
+    if (!installed) {
         parts_.events.failed(key, report, "the update could not be installed");
-        parts_.fail(key, RemediationManager::REM_FAILED);
+        parts_.fail(key, stateOfUpdate(installed));
         return true;
     }
     parts_.events.applied(key, report.nothingToDo() ? Applied::before : Applied::now, report.restartAsked());

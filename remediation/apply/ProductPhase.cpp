@@ -1,17 +1,180 @@
 #include "remediation/apply/ProductPhase.h"
 
 #include <boost/filesystem/operations.hpp>
-#include <utility>
 
 #include "collaborators/ConfigurationManager.h"
 #include "platform/Log.h"
 #include "platform/macos/MacPatchManager.h"
 #include "remediation/RecordAccess.h"
-#include "remediation/apply/InstallResult.h"
-#include "remediation/fetch/PatchName.h"
+#include "remediation/apply/ContentWalk.h"
 #include "remediation/intake/ContentRules.h"
 
 namespace zelor::remediation {
+
+namespace {
+
+/// Installs the content of one row.
+class ProductInstaller : public ContentActor {
+  public:
+    ProductInstaller(const PhaseParts& parts, remediateMetadata& row)
+        : parts_(parts),
+          row_(row),
+          entry_(RecordAccess::creEriData(row)),
+          key_(RecordAccess::combinedCpes(row)),
+          installed_(entry_.getInstalledSuccessfully()) {}
+
+    /// Why the walk ended.
+    Next next() const { return next_; }
+    /// What the content is to say; a cancelled request keeps what it had.
+    bool installed() const { return installed_; }
+
+    void begin(parsedEriData& block) override;
+    bool isApplied() override { return parts_.applied.covers(entry_); }
+    std::optional<FetchedFile> fetch(parsedEriData& block) override;
+    int apply(parsedEriData& block, const std::string& path, const platform::InstallerKind* kind) override;
+    void settle(const BlockResult& result) override;
+
+  private:
+    void prepare(parsedEriData& block, FetchedFile& file);
+    void refuseNameless(RemediationManager::REM_PROGRESS state);
+    void refuseMisnamed(const std::string& patchId, RemediationManager::REM_PROGRESS state);
+    void reportUnattempted(const BlockResult& result);
+    void recordResult(const BlockResult& result);
+
+    const PhaseParts& parts_;
+    remediateMetadata& row_;
+    creEriParsedData& entry_;
+    const std::string& key_;
+    bool installed_;
+    Next next_ = Next::proceed;
+};
+
+void ProductInstaller::begin(parsedEriData& /*block*/) {
+    log::debug(" [Remediation Manager] (installNonOsPatches) Installing non-MS patch for CVE: ",
+               RecordAccess::cve(entry_));
+}
+
+std::optional<FetchedFile> ProductInstaller::fetch(parsedEriData& block) {
+    FetchedFile file;
+    next_ = parts_.source.fetchBlock(key_, block, file);
+    if (next_ != Next::proceed) return std::nullopt;
+    if (parts_.flags.internalError) {
+        parts_.record(key_, RemediationManager::REM_INTERNAL_FAILED);
+        next_ = Next::phaseEnd;
+        return std::nullopt;
+    }
+    prepare(block, file);
+    return file;
+}
+
+// Takes away the path of a file that is not there.
+void ProductInstaller::prepare(parsedEriData& block, FetchedFile& file) {
+    // Third-party products install unattended whatever this setting says.
+    ConfigurationManager::GetInstance("")->getThirdPartyProductInstallationType();
+    parts_.record(key_, RemediationManager::REM_INSTALLING);
+    boost::system::error_code error;
+    if (file.path.empty() || !boost::filesystem::exists(file.path, error)) {
+        parts_.events.failed(key_, "'" + RecordAccess::patchId(block) + "' is not there");
+        log::error(" [Remediation Manager] The patch file '", file.path,
+                   "' DOES NOT exist OR it failed signature verification.");
+        file.path.clear();
+        return;
+    }
+    log::debug(" [Remediation Manager] (installNonOsPatches) The patch file path: ", file.path);
+    parts_.installer.setSilentModeOption(RecordAccess::silentModeCmd(block));
+    parts_.installer.setInstallOption(usesBundleInstaller(block));
+    log::debug(
+        " [Remediation Manager] (installNonOsPatches) Installing in silent mode, third-party product patch "
+        "= ",
+        file.path);
+}
+
+int ProductInstaller::apply(parsedEriData& block, const std::string& path,
+                            const platform::InstallerKind* kind) {
+    CallReport report;
+    const int code = parts_.installer.install3rdPartyPatch(path, row_.getPackageName(), kind->name);
+    if (code == kInstalled) {
+        parts_.events.applied(key_, Applied::now, report.restartAsked() || asksForReboot(entry_));
+    } else {
+        parts_.events.failed(key_, report, "'" + RecordAccess::patchId(block) + "' was not installed");
+    }
+    return code;
+}
+
+void ProductInstaller::settle(const BlockResult& result) {
+    switch (result.outcome) {
+        case BlockOutcome::passedOver:
+            return;
+        case BlockOutcome::nameless:
+            refuseNameless(*result.state);
+            return;
+        case BlockOutcome::misnamed:
+            refuseMisnamed(RecordAccess::patchId(*result.block), *result.state);
+            return;
+        case BlockOutcome::appliedBefore:
+        case BlockOutcome::notInstallable:
+            reportUnattempted(result);
+            break;
+        case BlockOutcome::unavailable:
+        case BlockOutcome::attempted:
+            break;
+    }
+    recordResult(result);
+}
+
+// A block without a usable patch name fails.
+void ProductInstaller::refuseNameless(RemediationManager::REM_PROGRESS state) {
+    log::error(
+        " [Remediation Manager] (installNonOsPatches) No patchId (or empty patchId) present in CRE-ERI "
+        "xml for cpe = "
+        "'",
+        key_, "' and CVE = '", row_.getCveOrCceId(), "'");
+    parts_.events.failed(key_, "the content names no patch");
+    parts_.fail(key_, state);
+    entry_.setInstalledSuccessfully(installed_);
+}
+
+void ProductInstaller::refuseMisnamed(const std::string& patchId, RemediationManager::REM_PROGRESS state) {
+    log::debug(
+        "[Remediation Manager] (installNonOsPatches) Patch name is not a valid patch .. Marking FAILED.");
+    parts_.events.failed(key_, "the content's patch name '" + patchId + "' has no extension");
+    parts_.fail(key_, state);
+}
+
+void ProductInstaller::reportUnattempted(const BlockResult& result) {
+    if (result.outcome == BlockOutcome::notInstallable) {
+        parts_.events.failed(
+            key_, "'" + RecordAccess::patchId(*result.block) + "' is no " + platform::installableText());
+        return;
+    }
+    log::debug(
+        "[Remediation Manager] (installNonOsPatches) verifyIfAlreadyAppliedRem returned true for non-MS "
+        "patch CVE "
+        "is: ",
+        RecordAccess::cve(entry_));
+    parts_.events.applied(key_, Applied::before, false);
+    parts_.succeed(key_);
+}
+
+void ProductInstaller::recordResult(const BlockResult& result) {
+    if (result.outcome == BlockOutcome::attempted)
+        parts_.applied.add(result.code, RecordAccess::eriId(*result.block));
+    if (result.needsReboot) parts_.flags.rebootNeeded = true;
+    if (*result.state == RemediationManager::REM_SUCCESS) {
+        installed_ = true;
+        parts_.succeed(key_);
+        if (result.dropsBuffered)
+            parts_.buffered.discard(RecordAccess::patchId(*result.block), result.file.path);
+        parts_.content.drop(row_);
+    } else {
+        if (result.outcome != BlockOutcome::unavailable) installed_ = false;
+        parts_.fail(key_, *result.state);
+    }
+    log::info(" [Remediation Manager] (installNonOsPatches) The remediation result for cpe = ", key_,
+              " is \"", installed_ ? "Succeeded" : "Failed", "\"");
+}
+
+}  // namespace
 
 void ProductPhase::install(std::vector<remediateMetadata>& rows) {
     ConfigurationManager::GetInstance("")->getThirdPartyProductInstallationType();
@@ -42,142 +205,18 @@ Next ProductPhase::installRequest(remediateMetadata& row) {
         return Next::proceed;
     }
     creEriParsedData& entry = RecordAccess::creEriData(row);
-    std::vector<parsedEriData>& blocks = RecordAccess::blocks(entry);
-    log::debug(" [Remediation Manager] (installNonOsPatches) eriDataV.size = ", blocks.size());
-    // The one thing that the blocks change; a cancelled request keeps what it had.
-    bool installed = entry.getInstalledSuccessfully();
-    Next next = Next::proceed;
-    for (parsedEriData& block : blocks) {
-        next = installBlock(row, block, installed);
-        if (next == Next::phaseEnd) return next;
-        if (next == Next::aborted) break;
-    }
+    log::debug(" [Remediation Manager] (installNonOsPatches) eriDataV.size = ",
+               RecordAccess::blocks(entry).size());
+    ProductInstaller installer(parts_, row);
+    walkPatch(entry, installer);
+    if (installer.next() == Next::phaseEnd) return Next::phaseEnd;
     parts_.cancellation.markCancelled();
-    if (next == Next::aborted) {
+    if (installer.next() == Next::aborted) {
         parts_.record(key, RemediationManager::REM_ABORTED);
-        return next;
+        return Next::aborted;
     }
-    entry.setInstalledSuccessfully(installed);
-    return next;
-}
-
-Next ProductPhase::installBlock(remediateMetadata& row, parsedEriData& block, bool& installed) {
-    if (!isForThisPlatform(block)) return Next::proceed;
-    creEriParsedData& entry = RecordAccess::creEriData(row);
-    const std::string& key = RecordAccess::combinedCpes(row);
-    const std::string& patchId = RecordAccess::patchId(block);
-    log::debug(" [Remediation Manager] (installNonOsPatches) Installing non-MS patch for CVE: ",
-               RecordAccess::cve(entry));
-    const PatchStep step = patchStep(block, [&] { return parts_.applied.covers(entry); });
-    if (step == PatchStep::nameless || step == PatchStep::misnamed) {
-        failUnusable(row, step, patchId, installed);
-        return Next::proceed;
-    }
-    int result = kInstallFailed;
-    FetchedFile file;
-    if (step == PatchStep::applied) {
-        log::debug(
-            "[Remediation Manager] (installNonOsPatches) verifyIfAlreadyAppliedRem returned true for non-MS "
-            "patch CVE "
-            "is: ",
-            RecordAccess::cve(entry));
-        parts_.events.applied(key, Applied::before, false);
-        parts_.succeed(key);
-        result = kInstalled;
-    } else {
-        const Next next = parts_.source.fetchBlock(key, block, file);
-        if (next != Next::proceed) return next;
-        if (parts_.flags.internalError) {
-            parts_.record(key, RemediationManager::REM_INTERNAL_FAILED);
-            return Next::phaseEnd;
-        }
-        result = installFile(row, block, file.path);
-    }
-    recordResult(row, result, installed);
-    if (result == kInstalled) {
-        if (file.usedBufferedCopy) parts_.buffered.discard(patchId, file.path);
-        parts_.content.drop(row);
-    }
-    log::info(" [Remediation Manager] (installNonOsPatches) The remediation result for cpe = ", key, " is \"",
-              installed ? "Succeeded" : "Failed", "\"");
+    entry.setInstalledSuccessfully(installer.installed());
     return Next::proceed;
-}
-
-// A block without a usable patch name fails.
-void ProductPhase::failUnusable(remediateMetadata& row, PatchStep step, const std::string& patchId,
-                                bool installed) {
-    const std::string& key = RecordAccess::combinedCpes(row);
-    if (step == PatchStep::nameless) {
-        log::error(
-            " [Remediation Manager] (installNonOsPatches) No patchId (or empty patchId) present in CRE-ERI "
-            "xml for cpe = "
-            "'",
-            key, "' and CVE = '", row.getCveOrCceId(), "'");
-        parts_.events.failed(key, "the content names no patch");
-        parts_.fail(key, RemediationManager::REM_FAILED);
-        RecordAccess::creEriData(row).setInstalledSuccessfully(installed);
-        return;
-    }
-    log::debug(
-        "[Remediation Manager] (installNonOsPatches) Patch name is not a valid patch .. Marking FAILED.");
-    parts_.events.failed(key, "the content's patch name '" + patchId + "' has no extension");
-    parts_.fail(key, RemediationManager::REM_INVALID_REQUEST);
-}
-
-int ProductPhase::installFile(remediateMetadata& row, parsedEriData& block, const std::string& path) {
-    // Third-party products install unattended whatever this setting says.
-    ConfigurationManager::GetInstance("")->getThirdPartyProductInstallationType();
-    parts_.record(row.getCombinedCpes(), RemediationManager::REM_INSTALLING);
-    boost::system::error_code error;
-    if (path.empty() || !boost::filesystem::exists(path, error)) {
-        parts_.events.failed(RecordAccess::combinedCpes(row),
-                             "'" + RecordAccess::patchId(block) + "' is not there");
-        log::error(" [Remediation Manager] The patch file '", path,
-                   "' DOES NOT exist OR it failed signature verification.");
-        return kFileUnavailable;
-    }
-    log::debug(" [Remediation Manager] (installNonOsPatches) The patch file path: ", path);
-    parts_.installer.setSilentModeOption(RecordAccess::silentModeCmd(block));
-    parts_.installer.setInstallOption(usesBundleInstaller(block));
-    CallReport report;
-    log::debug(
-        " [Remediation Manager] (installNonOsPatches) Installing in silent mode, third-party product patch "
-        "= ",
-        path);
-    const std::string kind = installerKind(path);
-    const int result = kind.empty() ? kInstallFailed
-                                    : parts_.installer.install3rdPartyPatch(path, row.getPackageName(), kind);
-    parts_.applied.add(result, RecordAccess::eriId(block));
-    const std::string& key = RecordAccess::combinedCpes(row);
-    const std::string& name = RecordAccess::patchId(block);
-    if (result == kInstalled) {
-        parts_.events.applied(key, Applied::now,
-                              report.restartAsked() || asksForReboot(RecordAccess::creEriData(row)));
-    } else {
-        parts_.events.failed(
-            key, report,
-            kind.empty() ? "'" + name + "' is no .app, .pkg or .dmg" : "'" + name + "' was not installed");
-    }
-    return result;
-}
-
-void ProductPhase::recordResult(remediateMetadata& row, int result, bool& installed) {
-    const std::string key = row.getCombinedCpes();
-    if (result == kInstalled) {
-        installed = true;
-        if (!parts_.flags.rebootNeeded && asksForReboot(RecordAccess::creEriData(row)))
-            parts_.flags.rebootNeeded = true;
-        parts_.succeed(key);
-        return;
-    }
-    parts_.flags.allFailed = true;
-    if (result == kFileUnavailable) {
-        parts_.record(key, RemediationManager::REM_FILE_UNAVAILABLE);
-        return;
-    }
-    installed = false;
-    parts_.record(key, result == kInstallFailed ? RemediationManager::REM_FAILED
-                                                : static_cast<RemediationManager::REM_PROGRESS>(result));
 }
 
 }  // namespace zelor::remediation

@@ -1,10 +1,8 @@
 #pragma once
 
-#include <string>
 #include <vector>
 
 #include "remediation/apply/PhaseParts.h"
-#include "remediation/intake/ContentRules.h"
 
 namespace zelor::remediation {
 
@@ -19,10 +17,6 @@ class ProductPhase {
 
   private:
     Next installRequest(remediateMetadata& row);
-    Next installBlock(remediateMetadata& row, parsedEriData& block, bool& installed);
-    void failUnusable(remediateMetadata& row, PatchStep step, const std::string& patchId, bool installed);
-    int installFile(remediateMetadata& row, parsedEriData& block, const std::string& path);
-    void recordResult(remediateMetadata& row, int result, bool& installed);
 
     PhaseParts parts_;
 };

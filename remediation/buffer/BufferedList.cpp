@@ -17,6 +17,19 @@ bool bufferedLineMatches(const std::string& line, const std::string& patchName, 
     return fields.size() > 1 && fields[1] == md5sum;
 }
 
+bool hasBufferedLine(const std::string& list, const std::string& patchName, const std::string& md5sum) {
+    for (std::size_t from = 0; from < list.size();) {
+        const auto at = list.find(patchName, from);
+        if (at >= list.size()) return false;
+        const auto before = list.rfind('\n', at);
+        const std::size_t start = before == std::string::npos || before < from ? from : before + 1;
+        const std::size_t end = std::min(list.find('\n', start), list.size());
+        if (bufferedLineMatches(list.substr(start, end - start), patchName, md5sum)) return true;
+        from = end + 1;
+    }
+    return false;
+}
+
 bool BufferedList::isCurrent(const std::string& path) const {
     const base::FileStamp now = base::stampOf(path);
     return path == path_ && now == stamp_ && (settled_ || !now.exists);
@@ -39,19 +52,6 @@ void BufferedList::read(const std::string& path) {
         text_.append(chunk.data(), static_cast<std::size_t>(count));
     }
     settled_ = static_cast<off_t>(text_.size()) == stamp_.size && !base::changedRecently(stamp_);
-}
-
-bool BufferedList::hasEntry(const std::string& patchName, const std::string& md5sum) const {
-    for (std::size_t from = 0; from < text_.size();) {
-        const auto at = text_.find(patchName, from);
-        if (at >= text_.size()) return false;
-        const auto before = text_.rfind('\n', at);
-        const std::size_t start = before == std::string::npos || before < from ? from : before + 1;
-        const std::size_t end = std::min(text_.find('\n', start), text_.size());
-        if (bufferedLineMatches(text_.substr(start, end - start), patchName, md5sum)) return true;
-        from = end + 1;
-    }
-    return false;
 }
 
 std::string linesWithout(const std::string& list, const std::string& patchName, ListDamage& damage) {

@@ -9,6 +9,8 @@ namespace zelor::remediation {
 
 /// True when `line` contains `patchName` anywhere and its second field equals `md5sum`.
 bool bufferedLineMatches(const std::string& line, const std::string& patchName, const std::string& md5sum);
+/// True when a line of `list` matches so.
+bool hasBufferedLine(const std::string& list, const std::string& patchName, const std::string& md5sum);
 
 /// The list as it was read last, so that a look at an unchanged file costs one stat(2). One thread at a time.
 class BufferedList {
@@ -17,8 +19,7 @@ class BufferedList {
     bool isCurrent(const std::string& path) const;
     /// Reads the file; one that cannot be read counts as empty.
     void read(const std::string& path);
-    /// True when a line matches, by `bufferedLineMatches`.
-    bool hasEntry(const std::string& patchName, const std::string& md5sum) const;
+    const std::string& text() const { return text_; }
 
   private:
     std::string path_;

@@ -34,7 +34,7 @@ std::string unzipDirectoryFile(const std::string& name) {
 }
 
 std::string archiveOf(const std::string& patchName) {
-    return BufferedPatches::archivePath(cutFourCharacters(patchName).stem);
+    return BufferedPatches::archivePath(bufferedArchiveName(patchName));
 }
 
 [[noreturn]] void fail(const std::string& what) {
@@ -71,8 +71,8 @@ std::string BufferedPatches::listPath() const {
     return unzipDirectoryFile(listName_);
 }
 
-std::string BufferedPatches::archivePath(const std::string& stem) {
-    return ConfigurationManager::GetInstance("")->getBufferPatchesDir() + kSeparator + stem + ".zip";
+std::string BufferedPatches::archivePath(const std::string& archive) {
+    return ConfigurationManager::GetInstance("")->getBufferPatchesDir() + kSeparator + archive;
 }
 
 bool BufferedPatches::has(const std::string& patchName, const std::string& md5sum,
@@ -84,7 +84,7 @@ bool BufferedPatches::has(const std::string& patchName, const std::string& md5su
             if (!bufferDirectoriesAreOurs()) return false;
             list_.read(listPath);
         }
-        return list_.hasEntry(patchName, md5sum) && fs::exists(archiveOf(patchName)) &&
+        return hasBufferedLine(list_.text(), patchName, md5sum) && fs::exists(archiveOf(patchName)) &&
                bufferDirectoriesAreOurs();
     } catch (const std::exception&) {
         log::debug(

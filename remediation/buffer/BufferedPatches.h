@@ -18,8 +18,8 @@ class BufferedPatches {
 
     /// The list's path by the agent's settings.
     std::string listPath() const;
-    /// The path of a buffered archive by the agent's settings.
-    static std::string archivePath(const std::string& stem);
+    /// The path of the archive of that name by the agent's settings.
+    static std::string archivePath(const std::string& archive);
 
     /// True when the list at `listPath` has the patch with `md5sum`, and its archive is there.
     bool has(const std::string& patchName, const std::string& md5sum, const std::string& listPath);

@@ -87,7 +87,7 @@ bool BufferingJob::bufferBlock(parsedEriData& block) {
         return true;
     }
     const PatchName name = cutFourCharacters(patchId);
-    std::string archivePath = BufferedPatches::archivePath(name.stem);
+    std::string archivePath = BufferedPatches::archivePath(bufferedArchiveName(patchId));
     if (exceedsBudget(RecordAccess::patchSize(block))) {
         log::debug("[Remediation Manager] (downloadPatchForBuffering) Patch \"", patchId,
                    "\" buffering skipped as it is exceeding the alloted size for bufferedpatches dir");

@@ -32,6 +32,11 @@ std::string whyNotFetched(const std::string& fileName) {
     return splitAtLastDot(fileName) ? whyUnsafeFileName(fileName) : "it has no extension";
 }
 
+std::string archiveName(const std::string& fileName) {
+    const auto name = splitAtLastDot(fileName);
+    return name ? name->stem + ".zip" : "";
+}
+
 std::string bufferedArchiveName(const std::string& fileName) {
     return cutFourCharacters(fileName).stem + ".zip";
 }

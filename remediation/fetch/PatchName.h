@@ -29,6 +29,9 @@ std::string whyUnsafeFileName(const std::string& fileName);
 /// Why a file of that name is never fetched ("" when it is): it has no extension, or its name is unsafe.
 std::string whyNotFetched(const std::string& fileName);
 
+/// The archive in which a file is published; "" for a name without an extension.
+std::string archiveName(const std::string& fileName);
+
 /// The archive by which the buffer has a patch.
 std::string bufferedArchiveName(const std::string& fileName);
 

@@ -42,8 +42,7 @@ FetchedFile PatchSource::fetch(const std::string& fileName, const std::string& k
                                const std::string& md5sum) {
     log::debug(" [Remediation Manager] Inside getFileFromRepo: File to download is : ", fileName);
     FetchedFile file;
-    const auto name = splitAtLastDot(fileName);
-    const std::string unsafe = name ? whyUnsafeFileName(fileName) : "it has no extension";
+    const std::string unsafe = whyNotFetched(fileName);
     if (!unsafe.empty()) {
         log::error(" [Remediation Manager] Inside getFileFromRepo: The file name '", fileName,
                    "' is refused: ", unsafe, ". ");
@@ -63,7 +62,7 @@ FetchedFile PatchSource::fetch(const std::string& fileName, const std::string& k
     CallReport report;
     unpack(archivePath, contentDirectory_);
     const std::string filePath = contentDirectory_ + kSeparator + fileName;
-    if (verify(filePath, name->extension) == 0) {
+    if (verify(filePath, splitAtLastDot(fileName)->extension) == 0) {
         file.path = filePath;
     } else {
         events_.failed(key, report, "the signature of '" + fileName + "' is not good");
@@ -75,9 +74,9 @@ FetchedFile PatchSource::fetch(const std::string& fileName, const std::string& k
 bool PatchSource::obtainArchive(const std::string& fileName, const std::string& key,
                                 const std::string& md5sum, std::string& archivePath, FetchedFile& file) {
     const PatchName name = *splitAtLastDot(fileName);
-    archivePath = contentDirectory_ + kSeparator + name.stem + ".zip";
+    archivePath = contentDirectory_ + kSeparator + archiveName(fileName);
     if (buffered_.has(fileName, md5sum, buffered_.listPath())) {
-        archivePath = BufferedPatches::archivePath(name.stem);
+        archivePath = BufferedPatches::archivePath(archiveName(fileName));
         file.usedBufferedCopy = true;
     } else {
         events_.beginDownload(key, fileName);

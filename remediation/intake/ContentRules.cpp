@@ -40,13 +40,6 @@ bool isForThisPlatform(const parsedEriData& block) {
     return RecordAccess::mskbId(block).empty();
 }
 
-PatchStep patchStep(const parsedEriData& block, const std::function<bool()>& alreadyApplied) {
-    const std::string& patchId = RecordAccess::patchId(block);
-    if (patchId.empty()) return PatchStep::nameless;
-    if (alreadyApplied()) return PatchStep::applied;
-    return namesPatchFile(patchId) ? PatchStep::install : PatchStep::misnamed;
-}
-
 bool usesBundleInstaller(const parsedEriData& block) {
     return base::contains(base::lowerCased(RecordAccess::instructions(block)), "using install option");
 }

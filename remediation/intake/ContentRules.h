@@ -29,17 +29,6 @@ bool namesPatchFile(const std::string& patchId);
 /// False for a vendor's patch of another platform, which is passed over.
 bool isForThisPlatform(const parsedEriData& block);
 
-/// What becomes of one block of a product's patch.
-enum class PatchStep {
-    nameless,  ///< fails: no patch is named
-    applied,   ///< succeeds without being installed
-    misnamed,  ///< fails as an invalid request
-    install
-};
-
-/// `alreadyApplied` is asked only where it matters.
-PatchStep patchStep(const parsedEriData& block, const std::function<bool()>& alreadyApplied);
-
 /// True when a bundle on a disk image is run with its own installer.
 bool usesBundleInstaller(const parsedEriData& block);
 

@@ -89,14 +89,14 @@ void RequestIntake::parse(const std::string& key, const std::string& identifier,
     const CpeCount count = cpeCount(request);
     if (count == CpeCount::none) {
         log::error(" [Remediation Manager] No CPEs given by UI for CVE/CCE :", id);
-        events_.failed(key, "the request names no CPE");
+        events_.failed(key, whyUnusable(count));
         progress_.record(key, RemediationManager::REM_INVALID_REQUEST);
         return;
     }
     if (count == CpeCount::tooMany) {
         log::error(" [Remediation Manager] More than 2 CPEs given by UI for CVE/CCE :", id,
                    "and cpes are: ", trimmedKey);
-        events_.failed(key, "the request names more than two CPEs");
+        events_.failed(key, whyUnusable(count));
         progress_.record(key, RemediationManager::REM_INVALID_REQUEST);
         return;
     }

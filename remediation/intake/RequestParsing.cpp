@@ -33,6 +33,18 @@ CpeCount cpeCount(const RequestKey& request) {
     return request.cpes.size() > 2 ? CpeCount::tooMany : CpeCount::usable;
 }
 
+std::string whyUnusable(CpeCount count) {
+    switch (count) {
+        case CpeCount::none:
+            return "the request names no CPE";
+        case CpeCount::tooMany:
+            return "the request names more than two CPEs";
+        case CpeCount::usable:
+            break;
+    }
+    return "";
+}
+
 bool containsPatchId(const std::string& reference) {
     const std::vector<std::string> tokens = base::splitCompressed(reference, ' ');
     return std::any_of(tokens.begin(), tokens.end(), [](const std::string& token) {

@@ -22,6 +22,8 @@ bool isConfiguration(const std::string& identifier);
 /// A request names one or two CPEs.
 enum class CpeCount { none, usable, tooMany };
 CpeCount cpeCount(const RequestKey& request);
+/// Why a request with that many cannot be used; "" when it can.
+std::string whyUnusable(CpeCount count);
 
 RequestKey parseRequestKey(const std::string& trimmedKey, bool configuration);
 
