@@ -5,6 +5,7 @@
 #include <memory>
 #include <vector>
 
+#include "base/Directories.h"
 #include "base/TrustedDirectory.h"
 #include "collaborators/FileSignVerifier.h"
 #include "collaborators/ZipUtils.h"
@@ -59,9 +60,16 @@ FetchedFile PatchSource::fetch(const std::string& fileName, const std::string& k
     std::string archivePath;
     if (!obtainArchive(fileName, key, md5sum, archivePath, file)) return file;
     progress_.record(key, RemediationManager::REM_DOWNLOADED);
+    const std::string filePath = contentDirectory_ + kSeparator + fileName;
+    // An archive without the file must not pass for a file of that name that was left here before.
+    if (filePath != archivePath && !base::removeTree(filePath)) {
+        log::error(" [Remediation Manager] Inside getFileFromRepo: The leftover '", filePath,
+                   "' cannot be removed, so the archive is not used. Remove it.");
+        events_.failed(key, "the leftover '" + filePath + "' cannot be removed");
+        return file;
+    }
     CallReport report;
     unpack(archivePath, contentDirectory_);
-    const std::string filePath = contentDirectory_ + kSeparator + fileName;
     if (verify(filePath, splitAtLastDot(fileName)->extension) == 0) {
         file.path = filePath;
     } else {

@@ -73,6 +73,20 @@ TEST_F(Fetch, TakesABufferedCopyOfTheSameVersion) {
     EXPECT_FALSE(usedBuffer);
 }
 
+// What was verified before does not pass for the content of an archive that has another file.
+TEST_F(Fetch, TakesNoLeftoverForWhatAnArchiveShouldHold) {
+    agent.addFile("tool.pkg", "older");
+    ASSERT_EQ(readFile(fetch("tool.pkg")), "older");
+    writeFile(agent.contentDir() + "/Edit.app/Contents/older", "x");
+    writeFile(agent.contentDir() + "/Edit.sig", "good");
+    writeFile(agent.listPath(), "tool.pkg=0123\nEdit.app=0123\n");
+    for (const std::string stem : {"tool", "Edit"})
+        writeFile(agent.bufferDir() + "/" + stem + ".zip", "other.sh\ngood\nx");
+    EXPECT_EQ(fetch("tool.pkg"), "");
+    EXPECT_EQ(fetch("Edit.app"), "");
+    EXPECT_EQ(agent.countLogged("File Signature Verfication Failed"), 2);
+}
+
 TEST_F(Fetch, GivesUpWhenTheRunIsCancelled) {
     agent.addFile("tool.sh", "text");
     agent.beforeDownload = [this](const std::string&) { manager.setCancelAllRem(true); };
