@@ -77,8 +77,8 @@ void checkEri(const ContentEntry& entry, const ContentEri& eri, Findings& findin
         return;
     }
     append(findings, patchNameFindings(place, eri.patchId, remediation::isConfiguration(entry.identifier)));
-    const bool image =
-        !remediation::isConfiguration(entry.identifier) && remediation::installerKind(eri.patchId) == "dmg";
+    const bool image = !remediation::isConfiguration(entry.identifier) &&
+                       platform::isInstalledBy(platform::InstallMethod::mountImage, eri.patchId);
     if (image && usesBundleInstaller(eri) && eri.silent.empty()) {
         add(Severity::warning,
             "its instructions say \"using install option\" without silent: the shell refuses its command, so "
@@ -119,18 +119,19 @@ Finding unusableName(const std::string& place, const std::string& patchId) {
 }
 
 Findings installerFindings(const std::string& place, const std::string& patchId) {
-    const std::string kind = remediation::installerKind(patchId);
+    const platform::InstallerKind* const kind = platform::installerKindOf(patchId);
     const std::string extension = remediation::splitAtLastDot(patchId)->extension;
-    if (kind.empty()) {
+    if (kind == nullptr) {
         return {{Severity::error, place,
                  "no installer takes patch " + quoted(patchId) + ", so it always fails",
                  "publish a " + platform::installableText()}};
     }
-    if (extension == "." + kind) return {};
+    if (extension == kind->marker) return {};
+    const std::string marker = kind->marker;
     return {{Severity::warning, place,
-             "patch " + quoted(patchId) + " is installed as ." + kind +
+             "patch " + quoted(patchId) + " is installed as " + marker +
                  ", because that occurs in its name; its extension is " + extension,
-             "rename the patch so that ." + kind + " does not occur in it"}};
+             "rename the patch so that " + marker + " does not occur in it"}};
 }
 
 Findings scriptNameFindings(const std::string& place, const std::string& patchId) {

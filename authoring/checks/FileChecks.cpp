@@ -14,8 +14,8 @@
 #include "base/CommandRunner.h"
 #include "base/Files.h"
 #include "base/Strings.h"
+#include "platform/macos/InstallerKinds.h"
 #include "remediation/buffer/PatchSize.h"
-#include "remediation/fetch/PatchName.h"
 
 namespace zelor::authoring {
 
@@ -86,17 +86,22 @@ Findings kindFindings(const std::string& place, const std::string& patchId, bool
                       const std::string& path) {
     boost::system::error_code ignored;
     const bool directory = boost::filesystem::is_directory(path, ignored);
-    const std::string kind = script ? "script" : remediation::installerKind(patchId);
-    if (directory && (kind == "script" || kind == "dmg")) {
+    const auto isInstalledBy = [&](platform::InstallMethod method) {
+        return !script && platform::isInstalledBy(method, patchId);
+    };
+    const bool bundle = isInstalledBy(platform::InstallMethod::copyBundle);
+    if (directory && (script || isInstalledBy(platform::InstallMethod::mountImage))) {
         return {{Severity::error, place, "\"" + patchId + "\" is a directory, but must be a file",
                  script ? "publish the script itself" : "publish the disk image itself"}};
     }
-    if (!directory && kind == "app") {
+    if (!directory && bundle) {
         return {{Severity::error, place, "\"" + patchId + "\" is installed as a bundle, but is a file",
-                 "publish the bundle as a directory, or a .pkg or .dmg that holds it"}};
+                 "publish the bundle as a directory, or a " + platform::installableFileText() +
+                     " that holds it"}};
     }
-    if (!directory && kind == "pkg") return packageFindings(place, patchId, path);
-    if (kind == "app" && boost::filesystem::is_directory(path + "/Contents", ignored)) {
+    if (!directory && isInstalledBy(platform::InstallMethod::installPackage))
+        return packageFindings(place, patchId, path);
+    if (bundle && boost::filesystem::is_directory(path + "/Contents", ignored)) {
         return {{Severity::warning, place,
                  "what \"" + patchId +
                      "\" holds is copied straight into /Applications/, so its Contents would land there "

@@ -9,6 +9,7 @@
 #include "authoring/checks/FileChecks.h"
 #include "authoring/publish/Digests.h"
 #include "base/Directories.h"
+#include "platform/macos/InstallerKinds.h"
 #include "remediation/fetch/PatchName.h"
 
 namespace zelor::authoring {
@@ -116,7 +117,8 @@ class PatchCheck {
         }
         const bool installed =
             std::any_of(uses_.begin(), uses_.end(), [](const PatchUse& use) { return !use.script; });
-        if (installed && remediation::installerKind(patchId_) == "dmg" && fs::is_regular_file(path_))
+        if (installed && platform::isInstalledBy(platform::InstallMethod::mountImage, patchId_) &&
+            fs::is_regular_file(path_))
             append(imageFindings(place_, patchId_, path_));
     }
 

@@ -92,9 +92,10 @@ std::vector<std::string> patchWarnings(const std::string& name, const std::strin
         warnings.push_back(quoted(name) +
                            " has no three-letter extension, so it is never found in the buffer");
     }
-    const std::string kind = script ? "" : remediation::installerKind(path);
-    if (split && !kind.empty() && split->extension != "." + kind) {
-        warnings.push_back(quoted(name) + " is installed as ." + kind + ", because that occurs in its path");
+    const platform::InstallerKind* const kind = script ? nullptr : platform::installerKindOf(path);
+    if (split && kind != nullptr && split->extension != kind->marker) {
+        warnings.push_back(quoted(name) + " is installed as " + kind->marker +
+                           ", because that occurs in its path");
     }
     const std::string size = base::trimmed(sizeText);
     const remediation::PatchSize parsed = remediation::parsePatchSize(size);

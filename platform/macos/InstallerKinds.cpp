@@ -31,6 +31,14 @@ std::string joined(const std::vector<std::string>& words) {
     return text;
 }
 
+template <class Condition>
+std::string markersText(Condition condition) {
+    std::vector<std::string> markers;
+    for (const InstallerKind& kind : kInstallerKinds)
+        if (condition(kind)) markers.emplace_back(kind.marker);
+    return joined(markers);
+}
+
 std::string bundleOnImage(const Installation& installation) {
     if (!installation.usesBundleInstaller) return "copied to " + installation.applications;
     if (installation.silentOption.empty()) return "left alone";
@@ -41,6 +49,11 @@ std::string bundleOnImage(const Installation& installation) {
 
 const InstallerKind* installerKindOf(const std::string& path) {
     return firstKind([&](const InstallerKind& kind) { return base::contains(path, kind.marker); });
+}
+
+bool isInstalledBy(InstallMethod method, const std::string& path) {
+    const InstallerKind* const kind = installerKindOf(path);
+    return kind != nullptr && kind->method == method;
 }
 
 const InstallerKind* installerKindNamed(const std::string& name) {
@@ -54,18 +67,15 @@ const InstallerKind* kindOnImage(const std::string& fileName) {
 }
 
 std::string installableText() {
-    std::vector<std::string> markers;
-    markers.reserve(kInstallerKinds.size());
-    for (const InstallerKind& kind : kInstallerKinds)
-        markers.emplace_back(kind.marker);
-    return joined(markers);
+    return markersText([](const InstallerKind&) { return true; });
 }
 
 std::string installableOnImageText() {
-    std::vector<std::string> markers;
-    for (const InstallerKind& kind : kInstallerKinds)
-        if (kind.method != InstallMethod::mountImage) markers.emplace_back(kind.marker);
-    return joined(markers);
+    return markersText([](const InstallerKind& kind) { return kind.method != InstallMethod::mountImage; });
+}
+
+std::string installableFileText() {
+    return markersText([](const InstallerKind& kind) { return kind.method != InstallMethod::copyBundle; });
 }
 
 InstallerSteps installerSteps(const InstallerKind& kind, const Installation& installation) {

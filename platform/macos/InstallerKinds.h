@@ -21,6 +21,8 @@ struct InstallerKind {
 
 /// The kind of the first row whose marker occurs anywhere in the path; null when no installer takes it.
 const InstallerKind* installerKindOf(const std::string& path);
+/// True when the path is of a kind that is installed so.
+bool isInstalledBy(InstallMethod method, const std::string& path);
 /// Null for a name that no kind has.
 const InstallerKind* installerKindNamed(const std::string& name);
 /// The kind of a file on a mounted image, by its ending; null for what is not installed from there.
@@ -30,6 +32,8 @@ const InstallerKind* kindOnImage(const std::string& fileName);
 std::string installableText();
 /// ".app or .pkg"
 std::string installableOnImageText();
+/// ".pkg or .dmg": what is a file, not a bundle's directory.
+std::string installableFileText();
 
 /// What a plan is to show of an installation.
 struct Installation {

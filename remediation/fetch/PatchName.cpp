@@ -5,7 +5,6 @@
 #include <unordered_set>
 
 #include "base/Strings.h"
-#include "platform/macos/InstallerKinds.h"
 
 namespace zelor::remediation {
 
@@ -43,11 +42,6 @@ std::string bufferedArchiveName(const std::string& fileName) {
 
 std::string signaturePath(const std::string& filePath, const std::string& extension) {
     return boost::algorithm::replace_all_copy(filePath, extension, ".sig");
-}
-
-std::string installerKind(const std::string& path) {
-    const platform::InstallerKind* const kind = platform::installerKindOf(path);
-    return kind == nullptr ? "" : kind->name;
 }
 
 std::vector<std::pair<std::string, std::string>> containedNames(const std::set<std::string>& names) {

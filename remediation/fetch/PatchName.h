@@ -38,9 +38,6 @@ std::string bufferedArchiveName(const std::string& fileName);
 /// The path of the detached signature: every occurrence of `extension` in the whole path replaced by ".sig".
 std::string signaturePath(const std::string& filePath, const std::string& extension);
 
-/// The name of the path's `platform::InstallerKind`; "" when no installer takes it.
-std::string installerKind(const std::string& path);
-
 /// Names that contain another of the names, each with the one inside: the two share their fate in the
 /// buffered-patches list. In the order of the names.
 std::vector<std::pair<std::string, std::string>> containedNames(const std::set<std::string>& names);

@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 
+#include "platform/macos/InstallerKinds.h"
 #include "remediation/CallReport.h"
 #include "remediation/RemediationManager.h"
 #include "remediation/RunObserver.h"
@@ -166,7 +167,7 @@ TEST_F(RunObserver, HearsEveryResultWithItsReason) {
         {"v3", "settled v3 12: the repository answered 404"},
         {"v4", "settled v4 4 before"},
         {"v5", "settled v5 12: the file name '../up.pkg' is refused: it holds a path separator"},
-        {"v6", "settled v6 5: 'strange.tar' is no .app, .pkg or .dmg"},
+        {"v6", "settled v6 5: 'strange.tar' is no " + zelor::platform::installableText()},
         {"v7", "settled v7 8: the content's patch name 'nodot' has no extension"},
         {"v8", "settled v8 5: the content names no patch"},
         {"n1", "settled n1 6: nothing is published"},

@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <map>
 #include <string>
 #include <vector>
 
 #include "base/Strings.h"
+#include "platform/macos/InstallerKinds.h"
 #include "remediation/RemediationManager.h"
 #include "remediation/fetch/PatchName.h"
 #include "tests/library/FakeAgent.h"
@@ -84,10 +86,19 @@ TEST(PatchNames, AreCutAndRefused) {
     }
     EXPECT_EQ(zelor::remediation::whyUnsafeFileName("Editor 2.1 (final).pkg"), "");
     EXPECT_EQ(zelor::remediation::signaturePath("/d.pkg/foo.pkg", ".pkg"), "/d.sig/foo.sig");
-    EXPECT_EQ(zelor::remediation::installerKind("/c/foo.app.pkg"), "app");
-    EXPECT_EQ(zelor::remediation::installerKind("/c/foo.pkg"), "pkg");
-    EXPECT_EQ(zelor::remediation::installerKind("/c/foo.dmg"), "dmg");
-    EXPECT_EQ(zelor::remediation::installerKind("/c/foo.sh"), "");
+}
+
+TEST(InstallerKinds, AreKnownByTheirMarkerInTheOrderOfTheTable) {
+    namespace platform = zelor::platform;
+    const std::map<std::string, std::string> kinds = {
+        {"/c/foo.app.pkg", "app"}, {"/c/foo.pkg", "pkg"}, {"/c/foo.dmg", "dmg"}, {"/c/foo.sh", ""}};
+    for (const auto& [path, name] : kinds) {
+        const platform::InstallerKind* const kind = platform::installerKindOf(path);
+        EXPECT_EQ(kind == nullptr ? "" : kind->name, name) << path;
+    }
+    EXPECT_EQ(platform::installableText(), ".app, .pkg or .dmg");
+    EXPECT_EQ(platform::installableOnImageText(), ".app or .pkg");
+    EXPECT_EQ(platform::installableFileText(), ".pkg or .dmg");
 }
 
 TEST(ShellText, KeepsOrdinaryWordsAndHoldsHostileOnes) {

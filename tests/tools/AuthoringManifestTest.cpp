@@ -1,4 +1,5 @@
 #include "authoring/manifest/Manifest.h"
+#include "platform/macos/InstallerKinds.h"
 #include "tools/AuthoringFixture.h"
 
 namespace zelor::authoring {
@@ -21,7 +22,7 @@ TEST_F(ManifestTest, ErrorsNameEntryFieldAndRemedyAndPublishNothing) {
     struct Case {
         const char* name;
         std::string manifest;
-        std::vector<const char*> says;
+        std::vector<std::string> says;
     };
     const std::string pkg = R"("file": "editor-2.1.pkg")", script = R"("file": "lock.bsh")";
     const std::string entry = R"("identifier": "CVE-1", "product": "cpe:/a:x:y")";
@@ -53,7 +54,7 @@ TEST_F(ManifestTest, ErrorsNameEntryFieldAndRemedyAndPublishNothing) {
         {"no dot", with(pkg + R"(, "patchId": "editor")"), {"has no \".\""}},
         {"path in patch id", with(pkg + R"(, "patchId": "../x.pkg")"), {"path separator"}},
         {"archive's own name", with(pkg + R"(, "patchId": "x.zip")"), {"collides with its own archive"}},
-        {"no installer", with(script), {"no installer takes", ".app, .pkg or .dmg"}},
+        {"no installer", with(script), {"no installer takes", platform::installableText()}},
         {"bundle as file", with(pkg + R"(, "patchId": "x.app")"), {"is a file", "directory"}},
         {"image as directory", with(R"("file": "Bundle.app", "patchId": "x.dmg")"), {"must be a file"}},
         {"misleading size", with(pkg + R"(, "size": "2 GB")"), {"\"size\"", "2 bytes", "leave it out"}},
@@ -87,7 +88,7 @@ TEST_F(ManifestTest, ErrorsNameEntryFieldAndRemedyAndPublishNothing) {
         SCOPED_TRACE(c.name);
         const ToolRun run = publish(c.manifest);
         EXPECT_EQ(run.status, 2);
-        for (const char* said : c.says)
+        for (const std::string& said : c.says)
             EXPECT_THAT(run.err, HasSubstr(said));
         EXPECT_THAT(run.err, Not(HasSubstr("json.exception")));
         EXPECT_THAT(run.err, AllOf(HasSubstr("manifest.json"), HasSubstr("remedy: "),

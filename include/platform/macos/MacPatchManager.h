@@ -46,7 +46,7 @@ class ZELOR_API MacPatchManager {
     int applyConfig(std::string path);
     /// Installs the listed OS updates that belong to the package name.
     int installOSPatch(std::string packageName);
-    /// Installs a verified patch file; `kind` is "app", "pkg" or "dmg".
+    /// Installs a verified patch file; `kind` is that of its installer, like "pkg".
     int install3rdPartyPatch(std::string path, std::string packageName, std::string kind);
     int pkgInstallation(std::string pkgPath);
     /// Mounts, installs and unmounts. The images of a process take turns, since they share the mount point.
