@@ -115,9 +115,6 @@ void Forecast::update(Row& row) {
     std::string problem = listing.empty() ? "softwareupdate lists no update"
                                           : "softwareupdate lists no update that belongs to it";
     if (!steps.empty()) addWarnings(request, updateWarnings(selection, listing));
-    if (!steps.empty() && request.reboot)
-        addWarnings(request, {"an update of the system needs a restart, which rebootNeeded leaves out; see "
-                              "restartNeededByThisRun in the run's results"});
     const bool succeeds = platform::attemptUpdates(steps, [&](const platform::UpdateStep& step) {
         request.labels.push_back(step.label);
         if (!step.command.empty()) request.commands.push_back(step.command);

@@ -219,12 +219,14 @@ std::vector<std::string> keyWarnings(const std::vector<std::string>& names, cons
 
 std::vector<std::string> restartWarnings(const std::vector<PlannedRequest>& requests) {
     const bool updates = std::any_of(requests.begin(), requests.end(), [](const PlannedRequest& request) {
-        return request.kind == PlanKind::osUpdate && request.action == PlanAction::apply;
+        const bool succeeds = request.action == PlanAction::apply;
+        return request.kind == PlanKind::osUpdate &&
+               (succeeds || (request.reboot && !request.commands.empty()));
     });
     if (!updates) return {};
     return {
         "updates of the operating system may need a restart or start one, and rebootNeeded does not cover "
-        "them; softwareupdate -l marks those that do"};
+        "them: softwareupdate -l marks those that do, and the run's results have restartNeededByThisRun"};
 }
 
 void addMutualWarnings(std::vector<PlannedRequest>& requests, const std::string& bufferedList) {

@@ -347,9 +347,13 @@ TEST_F(PlanDecisions, WarnOfRestartsThatNoResultReports) {
                 IsEmpty())
         << "nothing is listed, so nothing is installed";
     listing = {" * Safari9-9\n"};
-    const controller::Plan plan = controller::makePlan({{"cpe:/o:x||Safari", "CVE-1"}}, facts);
-    EXPECT_FALSE(plan.rebootNeeded);
-    EXPECT_THAT(plan.warnings, testing::ElementsAre(HasSubstr("rebootNeeded does not cover")));
+    for (const bool reboot : {false, true}) {
+        RecordAccess::reboot(contents["CVE-1"][0]) = reboot;
+        const controller::Plan plan = controller::makePlan({{"cpe:/o:x||Safari", "CVE-1"}}, facts);
+        EXPECT_FALSE(plan.rebootNeeded);
+        EXPECT_THAT(plan.warnings, testing::ElementsAre(HasSubstr("rebootNeeded does not cover")));
+        EXPECT_THAT(plan.requests.at(0).warnings, IsEmpty()) << "one warning is enough";
+    }
 }
 
 TEST_F(PlanDecisions, KeepAccountOfTheBuffer) {
