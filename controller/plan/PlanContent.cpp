@@ -65,7 +65,7 @@ void Foresight::walk() {
         return std::any_of(request_.steps.begin(), request_.steps.end(),
                            [action](const PlannedStep& step) { return step.action == action; });
     };
-    if (request_.expected == successValue) {
+    if (request_.expected == kSuccessValue) {
         request_.action = has(PlanAction::apply) ? PlanAction::apply : PlanAction::applied;
         if (has(PlanAction::fail))
             addWarnings(request_, {"an ERI before the last fails, and the last one decides"});
