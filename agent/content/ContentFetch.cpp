@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "agent/content/ContentDocument.h"
+#include "agent/http/Deadline.h"
 #include "agent/http/RepositoryUrl.h"
 
 namespace zelor::agent {
@@ -37,12 +38,18 @@ bool worthAnotherAttempt(const HttpResult& result) {
            (result.outcome == HttpOutcome::answered && statusIsTransient(result.head.status));
 }
 
-Fetched fetch(HttpClient& client, const HttpRequest& request, std::size_t limit, const RetryPolicy& retry) {
+Fetched fetch(HttpClient& client, const HttpRequest& request, std::size_t limit, const RetryPolicy& retry,
+              const Deadline& deadline) {
     for (int failures = 1;; ++failures) {
         Fetched fetched = fetchOnce(client, request, limit);
         if (!worthAnotherAttempt(fetched.result) || failures >= retry.attempts) return fetched;
         const auto asked = retryAfter(fetched.result.head.header("retry-after"), std::time(nullptr));
-        if (!sleepUnlessInterrupted(pauseAfter(failures, asked, retry, randomChance()))) return fetched;
+        const auto pause = deadline.atMost(pauseAfter(failures, asked, retry, randomChance()));
+        if (!sleepUnlessInterrupted(pause)) {
+            fetched.result.outcome = HttpOutcome::interrupted;
+            return fetched;
+        }
+        if (deadline.passed()) return fetched;
     }
 }
 
@@ -53,7 +60,11 @@ ContentAnswer judge(const Fetched& fetched, const std::string& url, std::size_t 
     if (fetched.tooLarge) {
         return {Kind::refused, {}, shown + " is larger than the " + std::to_string(limit) + " bytes allowed"};
     }
+    if (result.outcome == HttpOutcome::interrupted) return {Kind::stopped, {}, shown + ": interrupted"};
     if (result.outcome == HttpOutcome::permanent) return {Kind::refused, {}, shown + ": " + result.error};
+    if (result.outcome == HttpOutcome::overdue) {
+        return {Kind::noAnswer, {}, shown + ": it takes longer than ContentSeconds in section Limits allows"};
+    }
     if (result.outcome != HttpOutcome::answered) return {Kind::noAnswer, {}, shown + ": " + result.error};
     const long status = result.head.status;
     if (status == 200 || status == 304) return {Kind::unchanged, {}, ""};
@@ -74,20 +85,22 @@ RetryPolicy contentRetryPolicy() {
 
 HttpLimits contentLimits() {
     HttpLimits limits;
-    limits.connectTimeout = std::chrono::seconds(10);
     limits.stallTime = std::chrono::seconds(20);
     return limits;
 }
 
 ContentAnswer fetchContent(HttpClient& client, const std::string& repository, const std::string& identifier,
-                           const SignedContent& known, const RetryPolicy& retry) {
+                           const SignedContent& known, const RetryPolicy& retry,
+                           std::chrono::milliseconds longest) {
+    const Deadline deadline(longest);
     HttpRequest request;
+    request.overdue = [&] { return deadline.passed(); };
     request.url = repository + "/content/" + urlSegment(identifier) + ".xml";
     request.limits = contentLimits();
     if (!known.etag.empty()) request.headers.push_back("If-None-Match: " + known.etag);
     if (!known.lastModified.empty()) request.headers.push_back("If-Modified-Since: " + known.lastModified);
     const bool conditional = !request.headers.empty();
-    Fetched xml = fetch(client, request, kContentBytesLimit, retry);
+    Fetched xml = fetch(client, request, kContentBytesLimit, retry, deadline);
     ContentAnswer answer = judge(xml, request.url, kContentBytesLimit);
     if (answer.kind != Kind::unchanged) return answer;
     if (xml.result.head.status == 304) {
@@ -97,7 +110,7 @@ ContentAnswer fetchContent(HttpClient& client, const std::string& repository, co
 
     request.url += ".sig";
     request.headers.clear();
-    Fetched signature = fetch(client, request, kSignatureLimit, retry);
+    Fetched signature = fetch(client, request, kSignatureLimit, retry, deadline);
     answer = judge(signature, request.url, kSignatureLimit);
     if (answer.kind == Kind::none) answer.kind = Kind::refused;  // content without a signature is no removal
     if (answer.kind != Kind::unchanged) return answer;

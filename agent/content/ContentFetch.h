@@ -16,7 +16,8 @@ struct ContentAnswer {
         fresh,      ///< `content` is its pair, not checked yet
         unchanged,  ///< the version asked about is still the one
         none,       ///< there is no such content
-        noAnswer,   ///< nobody answered, or the server is in trouble
+        noAnswer,   ///< nobody answered in time, or the server is in trouble
+        stopped,    ///< the call is to end early
         refused     ///< an answer that cannot be used
     };
     Kind kind = Kind::noAnswer;
@@ -29,8 +30,10 @@ RetryPolicy contentRetryPolicy();
 HttpLimits contentLimits();
 
 /// Asks `<repository>/content/<identifier>.xml` for the content when it differs from the version in `known`
-/// (empty etag and date: in any case), and for its signature.
+/// (empty etag and date: in any case), and for its signature. Both together, with all attempts and pauses,
+/// take at most `longest` (zero: no limit); later is no answer.
 ContentAnswer fetchContent(HttpClient& client, const std::string& repository, const std::string& identifier,
-                           const SignedContent& known, const RetryPolicy& retry);
+                           const SignedContent& known, const RetryPolicy& retry,
+                           std::chrono::milliseconds longest = std::chrono::minutes(2));
 
 }  // namespace zelor::agent

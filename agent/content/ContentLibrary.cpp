@@ -100,6 +100,9 @@ ContentLibrary::Document ContentLibrary::refresh(const std::string& identifier, 
                 return nullptr;
             }
             break;
+        case Kind::stopped:
+            log::info("[CreCacher] stopped asking for ", identifier);
+            return nullptr;
         case Kind::none:
             reportUnusable(identifier, answer.problem);
             removeFile(identifier);
@@ -139,9 +142,10 @@ ContentAnswer ContentLibrary::ask(const std::string& identifier, std::uint64_t r
     }
     ContentAnswer answer;
     try {
-        const std::string repository = repositoryUrl(*AgentSettings::current());
+        const auto settings = AgentSettings::current();
         const auto client = clients_.lend();
-        answer = fetchContent(*client, repository, identifier, kept.version, retry);
+        answer = fetchContent(*client, repositoryUrl(*settings), identifier, kept.version, retry,
+                              std::chrono::seconds(settings->values().contentSeconds));
     } catch (const std::exception& e) {
         return {Kind::noAnswer, {}, e.what()};
     }

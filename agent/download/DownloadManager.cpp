@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "agent/AgentSettings.h"
+#include "agent/http/Deadline.h"
 #include "agent/http/HttpClient.h"
 #include "agent/http/RepositoryUrl.h"
 #include "platform/Log.h"
@@ -55,6 +56,9 @@ unsigned long DownloadManager::GetDownloadSpeed(int& status) {
         request.url = url;
         request.limits.connectTimeout = kLongest;
         request.limits.stallTime = kLongest;
+        request.limits.firstAnswer = kLongest;
+        const zelor::agent::Deadline deadline(3 * kLongest);  // with redirects, and a body that never begins
+        request.overdue = [&] { return deadline.passed(); };
         request.onBody = [&](std::string_view piece) { return measured.take(piece); };
         const zelor::agent::HttpResult result = zelor::agent::HttpClient().perform(request);
         const double speed = measured.bytesPerSecond(Clock::now());

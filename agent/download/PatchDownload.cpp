@@ -80,7 +80,10 @@ std::string resumptionValidator(const HttpHead& head) {
 }
 
 PatchDownload::PatchDownload(DownloadJob job, DownloadPolicy policy, HttpClient& client)
-    : job_(std::move(job)), policy_(std::move(policy)), client_(client) {}
+    : job_(std::move(job)),
+      policy_(std::move(policy)),
+      client_(client),
+      pace_(policy_.pace, job_.bytesPerSecond, std::chrono::steady_clock::now()) {}
 
 DownloadResult PatchDownload::run() {
     DownloadProgress::instance().begin(job_.name);
@@ -100,6 +103,7 @@ DownloadResult PatchDownload::run() {
 
 DownloadResult PatchDownload::fetchAndMove() {
     PartialFile& partial = partial_.emplace(job_.partialDirectory, job_.name);
+    pace_.startAt(partial.resumeAt(job_.url));
     int failures = 0;
     Step step = Step::again;
     for (int attempts = 1; step != Step::done; ++attempts) {
@@ -108,15 +112,7 @@ DownloadResult PatchDownload::fetchAndMove() {
         if (step == Step::again) {
             failures = partial.size() > best_ ? 1 : failures + 1;
             best_ = std::max(best_, partial.size());
-            if (failures >= policy_.retry.attempts || attempts >= policy_.retry.attemptsInAll) {
-                problem_ += "; gave up after " + std::to_string(attempts) +
-                            " attempts, the next run continues where this one stopped";
-                step = Step::failed;
-            } else {
-                log::info("[Downloader] trying ", withoutCredentials(job_.url), " again: ", problem_);
-                const auto time = pauseAfter(failures, serverPause_, policy_.retry, randomChance());
-                if (!sleepUnlessInterrupted(time)) step = Step::interrupted;
-            }
+            step = pauseOrGiveUp(failures, attempts);
         }
         if (step == Step::failed || step == Step::interrupted) {
             if (partial.size() == 0) partial.discard();
@@ -125,6 +121,30 @@ DownloadResult PatchDownload::fetchAndMove() {
     }
     return partial.moveTo(job_.destination, job_.durable, wanted) ? DownloadResult::done
                                                                   : DownloadResult::interrupted;
+}
+
+/// After a failed attempt: `again`, or the end.
+PatchDownload::Step PatchDownload::pauseOrGiveUp(int failures, int attempts) {
+    if (isLate()) return late();
+    if (failures >= policy_.retry.attempts || attempts >= policy_.retry.attemptsInAll) {
+        problem_ += "; gave up after " + std::to_string(attempts) +
+                    " attempts, the next run continues where this one stopped";
+        return Step::failed;
+    }
+    log::info("[Downloader] trying ", withoutCredentials(job_.url), " again: ", problem_);
+    const auto time = pauseAfter(failures, serverPause_, policy_.retry, randomChance());
+    return sleepUnlessInterrupted(time) ? Step::again : Step::interrupted;
+}
+
+bool PatchDownload::isLate() const {
+    return pace_.isLate(std::chrono::steady_clock::now());
+}
+
+PatchDownload::Step PatchDownload::late() {
+    problem_ = "it is slower than " + std::to_string(pace_.pace()) +
+               " bytes a second (PatchKiBPerSecond and PatchMinutes in section Limits); the next run goes on "
+               "where this one stopped";
+    return Step::failed;
 }
 
 PatchDownload::Step PatchDownload::attempt() {
@@ -142,6 +162,7 @@ PatchDownload::Step PatchDownload::attempt() {
         request.headers = {"Range: bytes=" + std::to_string(asked_) + "-",
                            "If-Range: " + partial_->version().validator};
     }
+    request.overdue = [this] { return isLate(); };
     request.onHead = [this](const HttpHead& head) { return takeHead(head); };
     request.onBody = [this](std::string_view piece) { return takeBody(piece); };
     return judge(client_.perform(request));
@@ -155,6 +176,8 @@ PatchDownload::Step PatchDownload::judge(const HttpResult& result) {
             return afresh_ ? Step::afresh : Step::failed;  // takeHead or takeBody said why
         case HttpOutcome::interrupted:
             return Step::interrupted;
+        case HttpOutcome::overdue:
+            return late();
         case HttpOutcome::transient:
             problem_ = result.error + "; check that the repository can be reached";
             return Step::again;
@@ -208,6 +231,7 @@ bool PatchDownload::takeHead(const HttpHead& head) {
 bool PatchDownload::takeWhole(const HttpHead& head) {
     expected_ = contentLength(head);
     partial_->restart({job_.url, resumptionValidator(head), expected_});
+    pace_.startAt(0);
     advance(0, expected_);
     return roomFor(expected_);
 }
@@ -256,6 +280,7 @@ bool PatchDownload::takeBody(std::string_view piece) {
         return false;
     }
     partial_->append(piece);
+    pace_.reached(partial_->size());
     advance(partial_->size(), expected_);
     return true;
 }

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "agent/download/PartialFile.h"
+#include "agent/download/PatchPace.h"
 #include "agent/http/HttpClient.h"
 #include "agent/http/RetryPolicy.h"
 #include "base/Result.h"
@@ -16,6 +17,7 @@ namespace zelor::agent {
 struct DownloadPolicy {
     RetryPolicy retry;
     HttpLimits limits;
+    PaceLimit pace;
     /// The free bytes where that path is or will be.
     std::function<std::uint64_t(const std::string& path)> freeBytes = &zelor::agent::freeBytes;
 };
@@ -50,7 +52,9 @@ class PatchDownload {
     Step attempt();
     Step judge(const HttpResult& result);
     Step judgeAnswer(const HttpHead& head);
-    bool pause();
+    bool isLate() const;
+    Step late();
+    Step pauseOrGiveUp(int failures, int attempts);
 
     bool takeHead(const HttpHead& head);
     bool takeWhole(const HttpHead& head);
@@ -65,6 +69,7 @@ class PatchDownload {
     DownloadPolicy policy_;
     HttpClient& client_;
     std::optional<PartialFile> partial_;  ///< while running
+    PatchPace pace_;
 
     std::uint64_t asked_ = 0;     ///< the offset that this attempt asked for
     std::uint64_t expected_ = 0;  ///< size of the complete file; 0: not known

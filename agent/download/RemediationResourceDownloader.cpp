@@ -47,6 +47,14 @@ zelor::agent::DownloadJob jobFor(const std::string& stem, const std::string& arc
             archive, Common::StripTrailingSeparators(installPath) + "/partial", archivePath, 0};
 }
 
+zelor::agent::DownloadPolicy policyInForce() {
+    const auto settings = zelor::agent::AgentSettings::current();
+    zelor::agent::DownloadPolicy policy;
+    policy.pace.bytesPerSecond = std::uint64_t{settings->values().patchKiBPerSecond} << 10U;
+    policy.pace.grace = std::chrono::minutes(settings->values().patchMinutes);
+    return policy;
+}
+
 }  // namespace
 
 RemediationResourceDownloader* RemediationResourceDownloader::GetInstance() {
@@ -63,7 +71,7 @@ int RemediationResourceDownloader::getResource(std::string stem, std::string& ar
         // What is buffered has to last; what a run fetches is unpacked, checked and removed by that run.
         job.durable = rateLimited;
         const auto client = clients().lend();
-        switch (zelor::agent::PatchDownload(std::move(job), {}, *client).run()) {
+        switch (zelor::agent::PatchDownload(std::move(job), policyInForce(), *client).run()) {
             case zelor::agent::DownloadResult::done:
                 return 0;
             case zelor::agent::DownloadResult::interrupted:

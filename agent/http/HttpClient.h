@@ -18,7 +18,10 @@ struct HttpHandles;
 
 /// The bounds of one transfer.
 struct HttpLimits {
-    std::chrono::milliseconds connectTimeout{30'000};
+    std::chrono::milliseconds connectTimeout{10'000};
+    /// The whole head of a final answer is there in this time from the start of each request, a redirected
+    /// one too. What only announces an answer (100 Continue and the like) does not count.
+    std::chrono::milliseconds firstAnswer{10'000};
     /// A transfer that brings fewer than one byte a second over this long has stalled.
     std::chrono::milliseconds stallTime{60'000};
     int redirects = 5;
@@ -39,6 +42,8 @@ struct HttpRequest {
     std::vector<std::string> headers;  ///< "Name: value"
     std::uint64_t bytesPerSecond = 0;  ///< 0: as fast as it goes
     HttpLimits limits;
+    /// Asked several times a second; true ends the transfer as overdue.
+    std::function<bool()> overdue;
     /// Called once with the head of the final answer, before its body; false ends the transfer.
     std::function<bool(const HttpHead&)> onHead;
     /// Called with each piece of the body of a 2xx answer; false ends the transfer.
@@ -50,6 +55,7 @@ enum class HttpOutcome {
     answered,     ///< a whole answer of any status
     stopped,      ///< a callback ended it
     interrupted,  ///< the boost::thread was asked to stop; the request stays pending on the thread
+    overdue,      ///< its time was up
     transient,    ///< no answer or a broken one; another attempt may help
     permanent     ///< another attempt would end the same way
 };

@@ -159,10 +159,14 @@ class Transfer {
         if (stopRequested()) {
             return end(result, HttpOutcome::interrupted, "interrupted");
         }
+        if (request_.overdue && request_.overdue()) {
+            return end(result, HttpOutcome::overdue, "its time was up");
+        }
         const auto now = Clock::now();
         if (pacer_.due() > now) {
             std::this_thread::sleep_for(std::min<Clock::duration>(pacer_.due() - now, kReaction));
             progressed_ = Clock::now();
+            answerDue_ += progressed_ - now;  // our own waiting is not the server's
             return false;
         }
         if (paused_) {
@@ -180,6 +184,9 @@ class Transfer {
         }
         if (stopped_) return end(result, HttpOutcome::stopped, "stopped");
         if (running == 0) return finish(result);
+        if (!headEnded_ && Clock::now() > answerDue_) {
+            return end(result, HttpOutcome::transient, "no answer came in time");
+        }
         if (Clock::now() - progressed_ > request_.limits.stallTime) {
             return end(result, HttpOutcome::transient, "the transfer stalled: nothing came for too long");
         }
@@ -303,6 +310,7 @@ class Transfer {
     std::uint64_t discarded_ = 0;
     std::uint64_t recent_ = 0;
     Clock::time_point progressed_ = Clock::now();
+    Clock::time_point answerDue_ = progressed_ + request_.limits.firstAnswer;
     std::exception_ptr thrown_;
 };
 

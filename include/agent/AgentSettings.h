@@ -31,7 +31,11 @@ struct Settings {
     std::uint32_t speedPercent = 0;
     std::string vendorProducts;
     std::string thirdPartyProducts;
-    std::uint32_t commandMinutes = 0;  ///< 0: no limit
+    std::uint32_t commandMinutes = 0;     ///< 0: no limit
+    std::uint32_t runMinutes = 0;         ///< 0: no limit
+    std::uint32_t contentSeconds = 0;     ///< 0: no limit
+    std::uint32_t patchKiBPerSecond = 0;  ///< 0: no limit
+    std::uint32_t patchMinutes = 0;
     std::string logFile;
     LogLevel logLevel = LogLevel::debug;
 };

@@ -56,6 +56,10 @@ TEST_F(AgentSettingsTest, EveryKeyHasItsDefaultBelowTheRoot) {
         {"Installation.VendorProducts", "silent"},
         {"Installation.ThirdPartyProducts", "quiet"},
         {"Limits.CommandMinutes", "0"},
+        {"Limits.RunMinutes", "720"},
+        {"Limits.ContentSeconds", "120"},
+        {"Limits.PatchKiBPerSecond", "4"},
+        {"Limits.PatchMinutes", "10"},
         {"Log.File", root / "var/log/zelor/remediation.log"},
         {"Log.Level", "debug"},
     };

@@ -7,6 +7,7 @@
 #include "base/SystemRoot.h"
 #include "collaborators/CreCacher.h"
 #include "remediation/CallReport.h"
+#include "support/DripServer.h"
 #include "support/RepositoryServer.h"
 #include "support/SigningKey.h"
 
@@ -80,6 +81,39 @@ TEST_F(CreCacherTest, ContentIsFetchedOnceAndConfirmedOncePerRun) {
     EXPECT_EQ(status.st_mode & 0777U, 0600U);
     ASSERT_EQ(::stat((root / "opt/zelor/content").c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777U, 0700U);
+}
+
+TEST_F(CreCacherTest, NoRepositoryHoldsContentForLong) {
+    using std::chrono::milliseconds;
+    RetryPolicy retry = contentRetryPolicy();
+    retry.firstPause = milliseconds(50);
+    for (const test::DripServer::Drip& drip : test::DripServer::all()) {
+        const test::DripServer slow(drip);
+        HttpClient client;
+        const auto start = std::chrono::steady_clock::now();
+        const ContentAnswer answer = fetchContent(client, slow.url(), id, {}, retry, milliseconds(300));
+        EXPECT_EQ(answer.kind, ContentAnswer::Kind::noAnswer) << drip.name;
+        EXPECT_THAT(answer.problem, HasSubstr("it takes longer than ContentSeconds")) << drip.name;
+        EXPECT_LT(std::chrono::steady_clock::now() - start, milliseconds(1000)) << drip.name;
+    }
+}
+
+TEST_F(CreCacherTest, WhoWantsNoContentAnyMoreDoesNotWaitForIt) {
+    const std::string ini = test::readFile(root / "etc/zelor/zelor.ini");
+    for (const test::DripServer::Drip& drip : test::DripServer::all()) {
+        const test::DripServer slow(drip);
+        test::writeFile(root / "etc/zelor/zelor.ini",
+                        "[Repository]\nUrl = " + slow.url() + "\nTrustedKey = /etc/zelor/key.pem\n");
+        const auto start = std::chrono::steady_clock::now();
+        const CallReport report({}, [&] { return slow.connections() > 0; });
+        EXPECT_EQ(creOf(), "failed") << drip.name;
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1)) << drip.name;
+        EXPECT_EQ(report.reason(), "") << drip.name;
+    }
+    // That nobody answered was not said: the next call asks as usual.
+    test::writeFile(root / "etc/zelor/zelor.ini", ini);
+    publish(content("one"));
+    EXPECT_EQ(creOf(), "one");
 }
 
 TEST_F(CreCacherTest, EveryCallThatFailsSaysWhy) {

@@ -12,6 +12,7 @@
 #include "base/SystemRoot.h"
 #include "collaborators/DownloadManager.h"
 #include "collaborators/RemediationResourceDownloader.h"
+#include "support/DripServer.h"
 #include "support/RawServer.h"
 #include "support/RepositoryServer.h"
 
@@ -264,6 +265,54 @@ TEST_F(PatchDownloadTest, AStalledTransferIsGivenUpAndResumed) {
     policy.limits.stallTime = milliseconds(200);
     EXPECT_EQ(run(), DownloadResult::done);
     EXPECT_EQ(server.takeLog().at(1).request.range, "bytes=50000-");
+}
+
+TEST_F(PatchDownloadTest, NoRepositoryHoldsADownloadForLong) {
+    policy.limits.firstAnswer = milliseconds(300);
+    policy.limits.stallTime = milliseconds(2000);
+    policy.pace = {4096, milliseconds(600)};
+    policy.retry.attempts = 2;
+    for (const test::DripServer::Drip& drip : test::DripServer::all()) {
+        const test::DripServer slow(drip);
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_EQ(runFrom(slow.url()), DownloadResult::failed) << drip.name;
+        EXPECT_LT(std::chrono::steady_clock::now() - start, milliseconds(1600)) << drip.name;
+    }
+    EXPECT_THAT(logText(), HasSubstr("no answer came in time; check that"));
+    EXPECT_THAT(logText(), HasSubstr("it is slower than 4096 bytes a second"));
+}
+
+TEST(PatchPaceTest, GivesTheBytesTheirTimeAndAGrace) {
+    using std::chrono::seconds;
+    constexpr std::uint64_t kMany = 100 << 20;
+    const PaceLimit usual;
+    const struct {
+        const char* name;
+        PaceLimit limit;
+        std::uint64_t rate, begin, now;
+        long lastGood;  ///< seconds; 0: no end
+    } cases[] = {
+        {"nothing came", usual, 0, 0, 0, 600},
+        {"4 MiB came", usual, 0, 0, 4 << 20, 1024 + 600},
+        {"those of an earlier download do not count", usual, 0, 1 << 20, (1 << 20) + 4096, 601},
+        {"slow on purpose", usual, 1024, 0, kMany, (kMany / 512) + 600},
+        {"faster on purpose", usual, 1 << 20, 0, kMany, (kMany / 4096) + 600},
+        {"no limit", {0, seconds(1)}, 0, 0, 0, 0},
+    };
+    for (const auto& one : cases) {
+        const PatchPace::Time start;
+        PatchPace pace(one.limit, one.rate, start);
+        pace.startAt(one.begin);
+        pace.reached(one.now);
+        EXPECT_FALSE(pace.isLate(start + seconds(one.lastGood))) << one.name;
+        EXPECT_EQ(pace.isLate(start + seconds(one.lastGood + 1)), one.lastGood != 0) << one.name;
+    }
+    // What is fetched again because it changed counts once.
+    PatchPace pace(usual, 0, {});
+    pace.reached(4096);
+    pace.startAt(0);
+    pace.reached(4096);
+    EXPECT_TRUE(pace.isLate(PatchPace::Time() + seconds(602)));
 }
 
 TEST_F(PatchDownloadTest, RedirectsLeadToWebServersOnlyAndNotForever) {
