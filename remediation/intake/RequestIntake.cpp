@@ -122,11 +122,11 @@ void RequestIntake::getContent(std::vector<remediateMetadata>& rows) {
             continue;
         }
         const bool counted = patches && countsForCollectiveResult(row);
-        getContent(row);
+        const bool wasStopped = getContentUnlessCancelled(row);
         const bool counts = patches && countsForCollectiveResult(row);
         if (counts && !counted) progress_.addRemediation(row);
         if (counted && !counts) progress_.removeRemediation(row);
-        if (!RecordAccess::creEriDataPresent(row)) {
+        if (!RecordAccess::creEriDataPresent(row) && !wasStopped) {
             progress_.record(key, RemediationManager::REM_CRE_FAILED);
             flags_.allFailed = true;
         }
@@ -134,10 +134,23 @@ void RequestIntake::getContent(std::vector<remediateMetadata>& rows) {
     }
 }
 
-void RequestIntake::getContent(remediateMetadata& row) {
-    progress_.record(RecordAccess::combinedCpes(row), RemediationManager::REM_QUEUED);
-    events_.started(RecordAccess::combinedCpes(row));
-    CallReport report;
+// True when a cancel ended it, so that nothing is known of the content. A cancel may be withdrawn.
+bool RequestIntake::getContentUnlessCancelled(remediateMetadata& row) {
+    bool wasStopped = false;
+    do {
+        wasStopped = getContent(row);
+    } while (wasStopped && !cancellation_.stopsRun() &&
+             !cancellation_.stopsRequest(RecordAccess::combinedCpes(row)));
+    return wasStopped;
+}
+
+// True when the cache ended early because it was asked to.
+bool RequestIntake::getContent(remediateMetadata& row) {
+    const std::string& key = RecordAccess::combinedCpes(row);
+    progress_.record(key, RemediationManager::REM_QUEUED);
+    events_.started(key);
+    bool stopAsked = false;
+    CallReport report({}, [&] { return stopAsked = cancellation_.stopsRequest(key); });
     const std::string platform = row.getPlatformCpe();
     const std::string product = row.getProductCpe();
     parseOnlyMetadata metadata = content_.get(platform, product, row.getCveOrCceId());
@@ -148,12 +161,14 @@ void RequestIntake::getContent(remediateMetadata& row) {
     const bool present = !metadata.getParsingFailed();
     row.setCreEriDataPresent(present);
     if (!present) {
-        events_.failed(RecordAccess::combinedCpes(row), report,
-                       "the remediation content could not be obtained or parsed");
-        return;
+        if (!stopAsked) {
+            events_.failed(key, report, "the remediation content could not be obtained or parsed");
+        }
+        return stopAsked;
     }
     row.setOsRemediation(isOsRemediation(blocks));
     row.setcreEriData(std::move(entry));
+    return false;
 }
 
 bool RequestIntake::installsUnattended(const remediateMetadata& row) {

@@ -38,7 +38,8 @@ class RequestIntake {
   private:
     void parse(const std::string& key, const std::string& identifier,
                const std::set<std::string>& specialCases);
-    void getContent(remediateMetadata& row);
+    bool getContentUnlessCancelled(remediateMetadata& row);
+    bool getContent(remediateMetadata& row);
 
     RequestRows rows_;
     const std::string& platformCpe_;

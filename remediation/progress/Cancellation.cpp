@@ -72,6 +72,12 @@ void Cancellation::markCancelled() {
         progress_.record(*key, RemediationManager::REM_ABORTED);
 }
 
+bool Cancellation::stopsRequest(const std::string& key) {
+    if (state_.all) return true;
+    const boost::unique_lock<boost::mutex> lock(mutex_);
+    return state_.requests.count(key) != 0;
+}
+
 bool Cancellation::isCancelled(const std::string& key) {
     {
         const boost::unique_lock<boost::mutex> lock(mutex_);

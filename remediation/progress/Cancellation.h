@@ -59,6 +59,8 @@ class Cancellation {
     void markCancelled();
     /// True, with a log line, when the request is cancelled one by one.
     bool isCancelled(const std::string& key);
+    /// True when the run or the request with this whole key is cancelled; logs nothing. Any thread.
+    bool stopsRequest(const std::string& key);
 
     /// Between the two, the first `stopsRun` that is true makes a later withdrawal ineffective.
     void beginRun();

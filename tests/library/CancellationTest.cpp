@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include "remediation/CallReport.h"
 #include "remediation/RemediationManager.h"
 #include "tests/library/FakeAgent.h"
 
@@ -59,6 +60,40 @@ TEST_F(Cancellation, DuringParsingAppliesNothing) {
     };
     EXPECT_EQ(run(), (Map{{"k1||", 13}, {"k2||", 13}, {"k3||", 13}}));
     EXPECT_EQ(agent.countLogged("(applyConfigs)"), 0);
+}
+
+TEST_F(Cancellation, ReachesTheContentThatIsFetched) {
+    const struct {
+        const char* name;
+        bool all;
+        bool withdrawn;
+        Map results;
+    } cases[] = {{"the run", true, false, {{"k1||", 13}, {"k2||", 13}, {"k3||", 13}, {"k4||", 13}}},
+                 {"one request", false, false, {{"k1||", 4}, {"k2||", 4}, {"k3||", 4}, {"k4||", 13}}},
+                 {"withdrawn", true, true, {{"k1||", 4}, {"k2||", 4}, {"k3||", 4}, {"k4||", 6}}}};
+    auto requests = manager.getovalIdMap();
+    requests["k4||"] = "CCE-4";  // without content
+    for (const auto& one : cases) {
+        RemediationManager own(agent.installPath());
+        own.setContentDownloadDir(agent.contentDir());
+        own.setovalIdMap(requests);
+        own.setFirstRemediationAfterScan(true);
+        int asked = 0;
+        agent.beforeGetCre = [&](const std::string& id) {
+            if (id != "CCE-4" || ++asked > 1) return;
+            if (one.all) own.setCancelAllRem(true);
+            if (!one.all) own.setCancelRemMap({{"k4||", ""}});
+            const auto late = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+            while (!zelor::CallReport::stopAsked() && std::chrono::steady_clock::now() < late)
+                std::this_thread::yield();
+            EXPECT_LT(std::chrono::steady_clock::now(), late) << one.name;
+            if (one.withdrawn) own.setCancelAllRem(false);
+        };
+        own.concertedRemediationStart();
+        EXPECT_EQ(own.getRemediationProgressMap(), one.results) << one.name;
+        EXPECT_EQ(asked, one.withdrawn ? 2 : 1) << one.name;
+    }
+    agent.beforeGetCre = {};
 }
 
 TEST_F(Cancellation, OfTheRunStopsTheDownloadAndKeepsSuccesses) {
