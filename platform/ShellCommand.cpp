@@ -34,6 +34,12 @@ void logCommandTrouble(const std::string& command, const base::CommandResult& re
     }
 }
 
+bool isSyntaxError(const std::string& command) {
+    const base::CommandResult result =
+        base::runCommand({"/bin/sh", "-n", "-c", command}, true, commandLimit());
+    return result.started && result.waited && !result.timedOut && result.status != 0;
+}
+
 base::CommandResult runShell(const std::string& command) {
     base::CommandResult result = base::runCommand({"/bin/sh", "-c", command}, false, commandLimit());
     logCommandTrouble(command, result);

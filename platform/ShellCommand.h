@@ -11,6 +11,9 @@ namespace zelor::platform {
 /// Runs `command` with /bin/sh under the configured limit, and logs what was cut. Blocks until it ends.
 base::CommandResult runShell(const std::string& command);
 
+/// True when /bin/sh cannot parse `command`, so that it runs nothing of its last line. Runs nothing either.
+bool isSyntaxError(const std::string& command);
+
 /// The configured limit per external command; zero when there is none.
 std::chrono::seconds commandLimit();
 

@@ -33,6 +33,11 @@ void CallReport::setOutput(const std::string& output) {
         report->output_ = output.substr(output.size() - std::min(output.size(), kOutputBytes));
 }
 
+void CallReport::addWarning(const std::string& warning) {
+    CallReport* report = innermost();
+    if (report != nullptr && report->warning_.empty()) report->warning_ = warning.substr(0, kReasonBytes);
+}
+
 void CallReport::askForRestart() {
     if (innermost() != nullptr) innermost()->restartAsked_ = true;
 }

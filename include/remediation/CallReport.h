@@ -16,7 +16,7 @@ namespace zelor {
 /// An object belongs to the thread that made it and is destroyed there, in the reverse order of construction.
 class ZELOR_API CallReport {
   public:
-    /// The most bytes that are kept of a reason (its start) and of an output (its end).
+    /// The most bytes that are kept of a reason or a warning (its start) and of an output (its end).
     static constexpr std::size_t kReasonBytes = 4096;
     static constexpr std::size_t kOutputBytes = 4096;
 
@@ -40,6 +40,8 @@ class ZELOR_API CallReport {
     const std::string& output() const { return output_; }
     /// True when what was installed asks for a restart.
     bool restartAsked() const { return restartAsked_; }
+    /// Why a call that counts as a success installed nothing; "" when nothing was said. Not escaped.
+    const std::string& warning() const { return warning_; }
     /// True when there was nothing to install.
     bool nothingToDo() const { return nothingToDo_; }
 
@@ -51,6 +53,9 @@ class ZELOR_API CallReport {
     static void askForRestart();
     /// There was nothing to install.
     static void setNothingToDo();
+    /// The call counts as a success, and yet nothing was installed, in plain words why. The first warning of
+    /// a call is kept.
+    static void addWarning(const std::string& warning);
     /// Reports bytes of a download so far and in all (0: not known) to the innermost report's sink.
     static void transferred(std::uint64_t done, std::uint64_t total);
     /// True when the caller of the innermost report wants the call to end early. A downloader asks several
@@ -64,6 +69,7 @@ class ZELOR_API CallReport {
     StopSource stop_;
     std::string reason_;
     std::string output_;
+    std::string warning_;
     bool restartAsked_ = false;
     bool nothingToDo_ = false;
 };

@@ -7,7 +7,7 @@ namespace zelor {
 
 /// Whether a request's remediation was installed by this run.
 enum class Applied {
-    no,
+    no,     ///< also when a success installed nothing, see `RequestResult::warning`
     now,    ///< by this run
     before  ///< it was found: in the installed-patches record, or nothing was left to install
 };
@@ -22,6 +22,7 @@ struct RequestResult {
     Applied applied = Applied::no;
     bool restartNeeded =
         false;  ///< it was applied by this run, and its content or its installer asks for a restart
+    std::string warning{};  ///< after a success: why nothing was installed all the same; "" for none
 };
 
 /// A download in hand.

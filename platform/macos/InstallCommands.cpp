@@ -46,4 +46,13 @@ bool imageWasEjected(const std::string& output) {
     return base::contains(output, "ejected");
 }
 
+std::string nothingOnImage(const std::string& found, bool wasThere, const std::string& attachOutput) {
+    const std::string said = base::lastLine(attachOutput);
+    const std::string why = "the image was not attached" + (said.empty() ? "" : ": " + said);
+    if (wasThere)
+        return why + "; '" + found + "' of another image, which cannot be detached, was taken in its place";
+    if (!found.empty()) return "";
+    return said.empty() ? "there is no .app and no .pkg on the image" : why;
+}
+
 }  // namespace zelor::platform

@@ -26,4 +26,9 @@ bool packageWasInstalled(const std::string& output);
 bool bundleInstallerSucceeded(const std::string& output);
 bool imageWasEjected(const std::string& output);
 
+/// Why nothing of a disk image was installed, though that counts as a success; "" when something was.
+/// `found`: the entry of the mount point that was installed, "" for none. `wasThere`: it lay there before the
+/// image was attached. `attachOutput`: what the attach command wrote.
+std::string nothingOnImage(const std::string& found, bool wasThere, const std::string& attachOutput);
+
 }  // namespace zelor::platform

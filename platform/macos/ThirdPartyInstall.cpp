@@ -7,6 +7,7 @@
 #include "base/SystemRoot.h"
 #include "base/TrustedDirectory.h"
 #include "platform/Log.h"
+#include "platform/ShellCommand.h"
 #include "platform/macos/InstallCommands.h"
 #include "platform/macos/InstallerKinds.h"
 #include "platform/macos/MacPatchManager.h"
@@ -32,6 +33,26 @@ zelor::base::Check checkMountPoint(const std::string& mountPoint) {
         lstat(mountPoint.c_str(), &here) == 0 && stat((mountPoint + "/..").c_str(), &above) == 0;
     if (known && S_ISDIR(here.st_mode) && here.st_dev != above.st_dev) return {};  // an image still in use
     return zelor::base::prepareDirectory(mountPoint);
+}
+
+/// The entry of a mount point that is installed, and which file that is; no name: there is none.
+struct Installable {
+    std::string name;
+    dev_t device = 0;
+    ino_t inode = 0;
+};
+
+Installable installableOf(const std::vector<std::string>& names, const std::string& mountPoint) {
+    const auto found = std::find_if(names.begin(), names.end(), zelor::platform::kindOnImage);
+    if (found == names.end()) return {};
+    struct stat info {};
+    if (lstat((mountPoint + "/" + *found).c_str(), &info) != 0) return {*found};
+    return {*found, info.st_dev, info.st_ino};
+}
+
+void warnOfNothing(const std::string& why) {
+    zlog::info("[MacPatchManager] (Install3rdParty) Nothing was installed: ", why);
+    zelor::CallReport::addWarning(why);
 }
 
 void reportFailure(const std::string& output) {
@@ -86,20 +107,23 @@ int MacPatchManager::dmgInstallation(std::string dmgPath, std::string packageNam
         zelor::CallReport::addReason("the mount point '" + mountPoint + "' is refused: " + problem);
         return -1;
     }
-    getCmdlineOutput(zelor::platform::attachCommand(mountPoint, dmgPath));
+    const Installable before = installableOf(listFilesInDirectory(mountPoint), mountPoint);
+    const std::string said = getCmdlineOutput(zelor::platform::attachCommand(mountPoint, dmgPath));
     zlog::debug("[MacPatchManager] (Install3rdParty) Application mount point  = ", mountPoint);
-    const std::vector<std::string> names = listFilesInDirectory(mountPoint);
-    const auto found = std::find_if(names.begin(), names.end(), zelor::platform::kindOnImage);
-    if (found != names.end()) {
-        const std::string path = mountPoint + "/" + *found;
-        const int result = zelor::platform::kindOnImage(*found)->method == InstallMethod::copyBundle
-                               ? absAppInstallation(path, *found)
+    const Installable found = installableOf(listFilesInDirectory(mountPoint), mountPoint);
+    if (!found.name.empty()) {
+        const std::string path = mountPoint + "/" + found.name;
+        const int result = zelor::platform::kindOnImage(found.name)->method == InstallMethod::copyBundle
+                               ? absAppInstallation(path, found.name)
                                : pkgInstallation(path);
         if (result != 0) {
             getCmdlineOutput(detach);
             return -1;
         }
     }
+    const bool wasThere = found.inode != 0 && found.inode == before.inode && found.device == before.device;
+    const std::string nothing = zelor::platform::nothingOnImage(found.name, wasThere, said);
+    if (!nothing.empty()) warnOfNothing(nothing);
     if (zelor::platform::imageWasEjected(getCmdlineOutput(detach))) {
         zlog::info("[MacPatchManager] Installation SUCCESS!! Disk unmounted successfully!!");
     } else {
@@ -150,6 +174,8 @@ int MacPatchManager::appInstaller(std::string appPath) {
         reportFailure(output);
         return -1;
     }
+    if (output.empty() && zelor::platform::isSyntaxError(command))
+        warnOfNothing("the shell cannot parse the command of the bundle's installer, so it ran nothing");
     zlog::debug("[MacPatchManager] The application is successfully remediated !!");
     return 0;
 }

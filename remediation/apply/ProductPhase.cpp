@@ -93,7 +93,9 @@ int ProductInstaller::apply(parsedEriData& block, const std::string& path,
                             const platform::InstallerKind* kind) {
     CallReport report;
     const int code = parts_.installer.install3rdPartyPatch(path, row_.getPackageName(), kind->name);
-    if (code == kInstalled) {
+    if (code == kInstalled && !report.warning().empty()) {
+        parts_.events.warned(key_, report.warning());
+    } else if (code == kInstalled) {
         parts_.events.applied(key_, Applied::now, report.restartAsked() || asksForReboot(entry_));
     } else {
         parts_.events.failed(key_, report, "'" + RecordAccess::patchId(block) + "' was not installed");

@@ -67,6 +67,13 @@ void RunEvents::applied(const std::string& key, Applied when, bool asksForRestar
     if (when == Applied::now && asksForRestart) notes.restartNeeded = true;
 }
 
+void RunEvents::warned(const std::string& key, const std::string& warning) {
+    if (observer_ == nullptr) return;
+    const std::lock_guard<std::mutex> lock(mutex_);
+    Notes& notes = notes_[key];
+    if (notes.warning.empty()) notes.warning = warning;
+}
+
 void RunEvents::recorded(const std::string& key, unsigned long value, const std::string* removedKey) {
     if (observer_ == nullptr) return;
     RequestResult result;
@@ -85,11 +92,13 @@ void RunEvents::recorded(const std::string& key, unsigned long value, const std:
         result.applied = notes.applied;
         result.restartNeeded = notes.restartNeeded;
         result.output = notes.output;
+        if (value == RemediationManager::REM_SUCCESS) result.warning = notes.warning;
         if (value != RemediationManager::REM_SUCCESS && value != RemediationManager::REM_ABORTED)
             result.reason = notes.reason;
         if (isResult && removedKey == nullptr) {
             notes.reason.clear();
             notes.output.clear();
+            notes.warning.clear();
         }
     }
     notify([&](RunObserver& observer) {

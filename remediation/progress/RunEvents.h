@@ -29,6 +29,10 @@ class RunEvents {
     /// The key's remediation is in force; `asksForRestart` counts when it was applied now.
     void applied(const std::string& key, Applied when, bool asksForRestart, const std::string& output = {});
 
+    /// The key's next result is a success by which nothing was installed; the first warning since its last
+    /// result counts.
+    void warned(const std::string& key, const std::string& warning);
+
     /// A value that is about to be stored; `removedKey` names a duplicate that shares it.
     void recorded(const std::string& key, unsigned long value, const std::string* removedKey = nullptr);
 
@@ -47,6 +51,7 @@ class RunEvents {
         unsigned long value = 0;  ///< the last that was announced
         std::string reason;
         std::string output;
+        std::string warning;
         Applied applied = Applied::no;
         bool restartNeeded = false;
     };

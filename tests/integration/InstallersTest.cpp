@@ -6,6 +6,7 @@
 
 #include "base/CommandRunner.h"
 #include "platform/macos/MacPatchManager.h"
+#include "remediation/CallReport.h"
 #include "tests/integration/IntegrationFixture.h"
 
 using zelor::test::IntegrationFixture;
@@ -104,6 +105,31 @@ TEST_F(Installers, ImagesWithAPackageABundleOrNeither) {
     EXPECT_TRUE(fs::is_empty(fixture.dir / "var/zelor/mountpoint")) << "detached after a failure too";
 }
 
+TEST_F(Installers, SaysWhenAnImageThatCountsAsInstalledInstalledNothing) {
+    fs::create_directories(fixture.dir / "src/WithPackage");
+    fs::copy_file(package, fixture.dir / "src/WithPackage/Editor.pkg");
+    writeFile(fixture.dir / "src/Neither/readme.txt", "x");
+    writeFile(fixture.dir / "src/broken.dmg", "no image");
+    writeFile(fixture.dir / "src/WithBundle/Player.app/Contents/MacOS/player", "binary");
+    const struct {
+        std::string image, silent, warning;
+    } rows[] = {
+        {image("WithPackage"), "", ""},
+        {image("Neither"), "", "there is no .app and no .pkg on the image"},
+        {fixture.dir / "src/broken.dmg", "", "the image was not attached: hdiutil: attach failed - "},
+        {image("WithBundle"), "", "the shell cannot parse the command of the bundle's installer"},
+        {image("WithBundle"), "Contents/MacOS/player && (", "the shell cannot parse"},
+    };
+    for (const auto& row : rows) {
+        manager.setInstallOption(true);
+        manager.setSilentModeOption(row.silent);
+        const zelor::CallReport report;
+        EXPECT_EQ(dmg(row.image), 0) << row.image;
+        EXPECT_EQ(report.warning().substr(0, row.warning.size()), row.warning) << row.image;
+        EXPECT_EQ(report.warning().empty(), row.warning.empty()) << report.warning();
+    }
+}
+
 TEST_F(Installers, ABusyImageStaysAndIsClearedByTheNextOne) {
     fs::create_directories(fixture.dir / "src/Busy");
     fs::copy_file(package, fixture.dir / "src/Busy/Editor.pkg");
@@ -122,8 +148,12 @@ TEST_F(Installers, ABusyImageIsInstalledInPlaceOfTheNextOne) {
     fault("--image", "Old", "busy");
     EXPECT_EQ(dmg(image("Old")), 0);
     fs::remove_all(fixture.dir / "Applications/Player.app");
+    const zelor::CallReport report;
     EXPECT_EQ(dmg(image("New")), 0);
     EXPECT_EQ(readFile(fixture.dir / "Applications/Player.app/Contents/version"), "Old");
+    EXPECT_NE(report.warning().find("; 'Player.app' of another image, which cannot be detached, was taken"),
+              std::string::npos)
+        << report.warning();
 }
 
 TEST_F(Installers, ABundlesOwnInstallerOnAnImage) {
