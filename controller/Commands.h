@@ -1,5 +1,7 @@
 #pragma once
 
+#include <chrono>
+#include <optional>
 #include <string>
 
 #include "controller/Setup.h"
@@ -22,8 +24,13 @@ struct RunOptions {
     std::string json;
     std::string events;
     std::string report;
+    /// How long the run may take, zero for any time; none: as the agent's settings say.
+    std::optional<std::chrono::milliseconds> timeLimit;
 };
 int runCommand(const RunOptions& options);
+
+/// How long a buffering job goes on with the patch in hand when a run waits.
+inline constexpr std::chrono::seconds kGiveWayTime{60};
 
 struct BufferOptions {
     std::string requests;
@@ -31,6 +38,7 @@ struct BufferOptions {
     TalkOptions talk;
     int waitSeconds = 0;
     std::string json;
+    std::chrono::milliseconds giveWayTime = kGiveWayTime;
 };
 int bufferCommand(const BufferOptions& options);
 

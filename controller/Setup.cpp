@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <iostream>
+#include <optional>
 #include <vector>
 
 #include "agent/http/RepositoryUrl.h"
@@ -19,6 +20,7 @@
 #include "base/TrustedDirectory.h"
 #include "collaborators/Common.h"
 #include "controller/InputError.h"
+#include "controller/run/GiveWay.h"
 #include "controller/run/Signals.h"
 #include "platform/macos/MacPatchManager.h"
 
@@ -28,6 +30,7 @@ namespace {
 
 constexpr char kLogDirectory[] = "/var/log/zelor";
 constexpr char kMountPoint[] = "/var/zelor/mountpoint";
+constexpr std::chrono::milliseconds kBetweenLocks{500};
 constexpr char kSystemPath[] = "/usr/bin:/bin:/usr/sbin:/sbin";
 
 /// The directory that a person named, without symbolic links.
@@ -258,11 +261,26 @@ bool JobLock::take(const std::string& directory) const {
 void JobLock::await(const std::string& directory, const Waiting& waiting) const {
     using Clock = std::chrono::steady_clock;
     const std::string other = "another run or buffering job works at this place (it holds " + directory + ')';
-    const auto until = Clock::now() + waiting.longest;
     const bool wait = waiting.longest.count() > 0;
     if (wait && !waiting.quiet) std::cerr << "zelor-remediate: waiting, since " << other << '\n';
+    const bool isRun = waiting.forBuffering.count() > 0;
+    std::optional<WaitingSign> sign;
+    if (isRun) sign.emplace(directory);
+    bool said = wait || waiting.quiet;
+    // A job that begins or ends has one of its two locks for a moment.
+    auto until = Clock::now() + (isRun ? std::max<Clock::duration>(waiting.longest, kBetweenLocks)
+                                       : Clock::duration(waiting.longest));
+    const auto longest = Clock::now() + waiting.forBuffering;
     const Signals signals;
     while (Clock::now() < until) {
+        if (sign && sign->jobBuffers()) {
+            until = std::max(until, std::min(Clock::now() + kBetweenLocks, longest));
+            if (!said) {
+                std::cerr << "zelor-remediate: waiting for the buffering job, which stops after the patch in "
+                             "hand or at most a minute\n";
+            }
+            said = true;
+        }
         signals.wait(std::chrono::milliseconds(100));
         if (signals.endAsked())
             throw CommandError(exitStatus::kCancelled, "cancelled while it waited; nothing was changed");

@@ -67,11 +67,13 @@ void prepareForReading(const Paths& paths);
 struct Waiting {
     std::chrono::seconds longest{0};
     bool quiet = false;
+    /// That long it waits in any case for a buffering job, which gives way to it; zero: it is no run.
+    std::chrono::seconds forBuffering{0};
 };
 
 /// Holds the only right to run or buffer at this place for its life. While another process has it, waits as
-/// `waiting` says, then throws CommandError with exitStatus::busy; with exitStatus::cancelled when a signal
-/// ends the wait.
+/// `waiting` says, and a run waits for a buffering job to give way; then throws CommandError with
+/// exitStatus::kBusy; with exitStatus::kCancelled when a signal ends the wait.
 class JobLock {
   public:
     JobLock(const Paths& paths, const Waiting& waiting);

@@ -12,8 +12,22 @@ std::string stateName(ProgressValue value) {
     return value < kNames.size() ? kNames.at(value) : "failed";
 }
 
-int runExitStatus(std::size_t requests, std::size_t succeeded, bool cancelledBySignal) {
-    if (cancelledBySignal) return exitStatus::kCancelled;
+std::string earlyEndText(EarlyEnd why) {
+    switch (why) {
+        case EarlyEnd::none:
+            return "";
+        case EarlyEnd::signal:
+            return "Cancelling; waiting for the step in hand.";
+        case EarlyEnd::timeLimit:
+            return "The run has reached its time limit; waiting for the step in hand.";
+        case EarlyEnd::waitingRun:
+            return "Stopping for a run that waits; the next job goes on.";
+    }
+    return "";
+}
+
+int runExitStatus(std::size_t requests, std::size_t succeeded, bool cancelled) {
+    if (cancelled) return exitStatus::kCancelled;
     if (succeeded == 0) return exitStatus::kNoneSucceeded;
     return succeeded == requests ? exitStatus::kAllSucceeded : exitStatus::kSomeSucceeded;
 }

@@ -25,6 +25,17 @@ inline bool isResult(ProgressValue value) {
 inline constexpr ProgressValue kContentFailedValue = 6;
 inline constexpr ProgressValue kInvalidRequestValue = 8;
 
+/// Why a run or a buffering job ends before its time.
+enum class EarlyEnd {
+    none,       ///< it went on to its end
+    signal,     ///< a signal cancelled it
+    timeLimit,  ///< a run reached [Limits] RunMinutes
+    waitingRun  ///< a buffering job gave way to a run
+};
+
+/// The same as a sentence for people, "" for none.
+std::string earlyEndText(EarlyEnd why);
+
 /// The controller's exit statuses.
 namespace exitStatus {
 constexpr int kAllSucceeded = 0;
@@ -36,7 +47,8 @@ constexpr int kBusy = 5;          ///< another run or buffering job works at thi
 constexpr int kCancelled = 130;
 }  // namespace exitStatus
 
-/// How a run ends by its final values; one cancelled by a signal says so whatever was reached before.
-int runExitStatus(std::size_t requests, std::size_t succeeded, bool cancelledBySignal);
+/// How a run ends by its final values; one that a signal or its time limit cancelled says so whatever was
+/// reached before.
+int runExitStatus(std::size_t requests, std::size_t succeeded, bool cancelled);
 
 }  // namespace zelor::controller

@@ -94,9 +94,11 @@ void BufferProgress::draw(double time) {
     settled_.clear();
 }
 
-void BufferProgress::cancelling(double /*time*/) {
-    view_.cancelling = true;
-    if (!terminal_) writePlainLine(fd_, "Cancelling. A second signal leaves at once.");
+void BufferProgress::cancelling(EarlyEnd why, double /*time*/) {
+    view_.end = why;
+    if (terminal_) return;
+    writePlainLine(
+        fd_, why == EarlyEnd::signal ? "Cancelling. A second signal leaves at once." : earlyEndText(why));
 }
 
 void BufferProgress::ended(const ResultTable& table, double time) {

@@ -23,7 +23,7 @@ class BufferProgress : public RunListener {
 
     void changed(const ResultTable& table, const std::vector<Change>& changes, double time) override;
     void ticked(const ResultTable& table, double time) override;
-    void cancelling(double time) override;
+    void cancelling(EarlyEnd why, double time) override;
     void ended(const ResultTable& table, double time) override;
 
   private:

@@ -4,7 +4,6 @@
 #include <array>
 #include <cmath>
 
-#include "controller/States.h"
 #include "controller/Text.h"
 
 namespace zelor::controller {
@@ -230,9 +229,9 @@ std::vector<FrameLine> liveFrame(const LiveView& view, const LiveStyle& style) {
         frame.push_back(oneLine("  and " + std::to_string(more) + " more", kDim, style));
     }
     frame.push_back(totalLine(view, style));
-    if (view.cancelling && style.lines > kLinesBelow) {
-        frame.push_back(oneLine("Cancelling; waiting for the step in hand. A second Ctrl-C leaves at once.",
-                                kYellow, style));
+    if (view.end != EarlyEnd::none && style.lines > kLinesBelow) {
+        const char* hint = view.end == EarlyEnd::signal ? " A second Ctrl-C leaves at once." : "";
+        frame.push_back(oneLine(earlyEndText(view.end) + hint, kYellow, style));
     }
     return frame;
 }

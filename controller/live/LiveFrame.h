@@ -6,6 +6,8 @@
 #include <utility>
 #include <vector>
 
+#include "controller/States.h"
+
 /// The live display as text: decisions alone, nothing here touches a terminal.
 namespace zelor::controller {
 
@@ -38,7 +40,7 @@ struct LiveView {
     std::size_t total = 0;                                    ///< 0: not known
     std::vector<std::pair<std::string, std::size_t>> counts;  ///< results by state
     double seconds = 0;
-    bool cancelling = false;
+    EarlyEnd end = EarlyEnd::none;  ///< why the end is awaited
     /// Columns of names and identifiers, so that they stay where they are from frame to frame; those of the
     /// rows where they are wider.
     std::size_t nameColumns = 0;

@@ -144,8 +144,8 @@ void LiveProgress::ticked(const ResultTable& table, double time) {
     if (time - drawn_ >= kFrameTime) draw(table, time, false);
 }
 
-void LiveProgress::cancelling(double /*time*/) {
-    cancelling_ = true;
+void LiveProgress::cancelling(EarlyEnd why, double /*time*/) {
+    end_ = why;
     drawn_ = -1;
 }
 
@@ -164,7 +164,7 @@ void LiveProgress::draw(const ResultTable& table, double time, bool atEnd) {
         const std::vector<FrameLine> lines = settledLines(row, view, style);
         settled.insert(settled.end(), lines.begin(), lines.end());
     }
-    view.cancelling = cancelling_;
+    view.end = end_;
     terminal_.draw(settled, liveFrame(view, style));
 }
 

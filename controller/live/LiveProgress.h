@@ -58,7 +58,7 @@ class LiveProgress : public RunListener {
 
     void changed(const ResultTable& table, const std::vector<Change>& changes, double time) override;
     void ticked(const ResultTable& table, double time) override;
-    void cancelling(double time) override;
+    void cancelling(EarlyEnd why, double time) override;
     void ended(const ResultTable& table, double time) override;
 
   private:
@@ -67,7 +67,7 @@ class LiveProgress : public RunListener {
     LiveTerminal terminal_;
     LiveModel model_;
     double drawn_ = -1;
-    bool cancelling_ = false;
+    EarlyEnd end_ = EarlyEnd::none;
 };
 
 /// Results by state, for the total.

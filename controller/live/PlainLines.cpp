@@ -35,8 +35,9 @@ void PlainLines::changed(const ResultTable& table, const std::vector<Change>& ch
     if (!lines.empty()) base::writeAll(fd_, lines);
 }
 
-void PlainLines::cancelling(double /*time*/) {
-    writePlainLine(fd_, "Cancelling; waiting for the step in hand. A second signal leaves at once.");
+void PlainLines::cancelling(EarlyEnd why, double /*time*/) {
+    writePlainLine(fd_,
+                   earlyEndText(why) + (why == EarlyEnd::signal ? " A second signal leaves at once." : ""));
 }
 
 std::string countsText(const std::vector<ProgressValue>& values) {
@@ -73,6 +74,8 @@ std::string runSummary(const ResultTable& table, const std::vector<ProgressValue
         text += "Of the aborted, " + countText(beforeCancel.size(), "request") +
                 " had a result before the cancel: " + countsText(beforeCancel) + ".\n";
     }
+    if (!flags.endReason.empty())
+        text += "The requests that were left are aborted: " + flags.endReason + ".\n";
     const std::string restart = restartText(flags);
     return text + (restart.empty() ? "" : restart + '\n') + "Log: " + base::printable(logFile) + '\n';
 }

@@ -19,7 +19,7 @@ class PlainLines : public RunListener {
     PlainLines(int fd, ReasonOf reasonOf) : fd_(fd), reasonOf_(std::move(reasonOf)) {}
 
     void changed(const ResultTable& table, const std::vector<Change>& changes, double time) override;
-    void cancelling(double time) override;
+    void cancelling(EarlyEnd why, double time) override;
 
   private:
     int fd_;

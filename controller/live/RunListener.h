@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "controller/States.h"
 #include "controller/run/ResultTable.h"
 
 namespace zelor::controller {
@@ -19,8 +20,8 @@ class RunListener {
                          double /*time*/) {}
     /// Some time has passed, whether anything changed or not; many times a second.
     virtual void ticked(const ResultTable& /*table*/, double /*time*/) {}
-    /// A signal has asked for the end, which is awaited now.
-    virtual void cancelling(double /*time*/) {}
+    /// The job is to end for that reason; its end is awaited now.
+    virtual void cancelling(EarlyEnd /*why*/, double /*time*/) {}
     /// The run is over; the table holds the results.
     virtual void ended(const ResultTable& /*table*/, double /*time*/) {}
 };

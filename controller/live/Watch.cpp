@@ -31,12 +31,12 @@ class Watcher {
             const std::vector<RunListener*>& listeners)
         : run_(run), table_(table), signals_(signals), listeners_(listeners) {}
 
-    bool watch() {
+    EarlyEnd watch() {
         while (!look())
             rest();
         for (RunListener* listener : listeners_)
             listener->ended(table_, now());
-        return cancelled_;
+        return end_;
     }
 
   private:
@@ -61,7 +61,7 @@ class Watcher {
     void rest() {
         const auto until = Clock::now() + pacer_.next(changed_, cost_);
         for (;;) {
-            if (signals_.endAsked() && !cancelled_) cancel();
+            if (end_ == EarlyEnd::none) endEarly();
             const auto left = std::chrono::ceil<milliseconds>(until - Clock::now());
             if (left.count() <= 0 || run_.done()) return;
             signals_.wait(std::min(left, kTickTime));
@@ -70,11 +70,16 @@ class Watcher {
         }
     }
 
-    void cancel() {
-        cancelled_ = true;
-        run_.cancel();
+    void endEarly() {
+        if (signals_.endAsked()) {
+            end_ = EarlyEnd::signal;
+        } else if (run_.endEarly) {
+            end_ = run_.endEarly();
+        }
+        if (end_ == EarlyEnd::none) return;
+        run_.cancel(end_);
         for (RunListener* listener : listeners_)
-            listener->cancelling(now());
+            listener->cancelling(end_, now());
     }
 
     const WatchedRun& run_;
@@ -85,13 +90,13 @@ class Watcher {
     LookPacer pacer_{kLongestPause};
     Clock::duration cost_{};
     bool changed_ = false;
-    bool cancelled_ = false;
+    EarlyEnd end_ = EarlyEnd::none;
 };
 
 }  // namespace
 
-bool watchRun(const WatchedRun& run, ResultTable& table, Signals& signals,
-              const std::vector<RunListener*>& listeners) {
+EarlyEnd watchRun(const WatchedRun& run, ResultTable& table, Signals& signals,
+                  const std::vector<RunListener*>& listeners) {
     return Watcher(run, table, signals, listeners).watch();
 }
 

@@ -24,16 +24,19 @@ class LookPacer {
     std::chrono::milliseconds pause_{2};
 };
 
-/// A run as the watcher sees it: its progress now, whether it is over, and how to cancel it.
+/// A run as the watcher sees it: its progress now, whether it is over, and how to cancel it. All are called
+/// on the watcher's thread.
 struct WatchedRun {
     std::function<ProgressMap()> progress;
     std::function<bool()> done;
-    std::function<void()> cancel;
+    std::function<void(EarlyEnd why)> cancel;
+    /// Asked some ten times a second until there is a reason to end early; may be empty.
+    std::function<EarlyEnd()> endEarly;
 };
 
-/// Watches until the run is done, keeping `table` up to date; the first ending signal cancels the run.
-/// Returns true when a signal did.
-bool watchRun(const WatchedRun& run, ResultTable& table, Signals& signals,
-              const std::vector<RunListener*>& listeners);
+/// Watches until the run is done, keeping `table` up to date; the first ending signal, or `endEarly`, cancels
+/// the run. Returns which of them did.
+EarlyEnd watchRun(const WatchedRun& run, ResultTable& table, Signals& signals,
+                  const std::vector<RunListener*>& listeners);
 
 }  // namespace zelor::controller

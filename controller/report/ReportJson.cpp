@@ -23,6 +23,7 @@ double milliseconds(double seconds) {
 void addDetails(ordered_json& entry, const RequestDetails& details) {
     const Outcome& outcome = details.outcome;
     if (!outcome.reason.empty()) entry["reason"] = outcome.reason;
+    if (!outcome.warning.empty()) entry["warning"] = outcome.warning;
     if (outcome.applied != Applied::no) entry["applied"] = outcome.applied == Applied::now ? "now" : "before";
     entry["seconds"] = milliseconds(details.seconds);
     if (!outcome.beforeCancel) return;
@@ -38,6 +39,11 @@ void addHead(ordered_json& object, const RunFacts& facts) {
     object["platform"] = {
         {"name", facts.productName}, {"version", facts.productVersion}, {"cpe", facts.platformCpe}};
     object["started"] = utcText(facts.started);
+}
+
+const char* endName(EarlyEnd end) {
+    if (end == EarlyEnd::none) return "complete";
+    return end == EarlyEnd::timeLimit ? "time-limit" : "cancelled";
 }
 
 /// The members of an object without its braces.
@@ -68,7 +74,8 @@ void writeResultJson(std::ostream& out, const ResultTable& table, const RunFlags
     const ordered_json end = {{"rebootNeeded", flags.rebootNeeded},
                               {"restartNeededByThisRun", flags.restartNeededByThisRun},
                               {"scanNeeded", flags.scanNeeded},
-                              {"allFailed", flags.allFailed}};
+                              {"allFailed", flags.allFailed},
+                              {"end", endName(flags.end)}};
     out << "\n}, " << members(end) << "}\n";
 }
 

@@ -5,6 +5,7 @@
 #include <ostream>
 #include <string>
 
+#include "controller/States.h"
 #include "controller/run/ResultTable.h"
 #include "controller/run/RunRecord.h"
 
@@ -20,6 +21,8 @@ struct RunFlags {
     bool scanNeeded = false;
     bool allFailed = false;
     bool restartNeededByThisRun = false;  ///< for what this run applied
+    EarlyEnd end = EarlyEnd::none;
+    std::string endReason{};  ///< printable; "" unless the run ended at its time limit
 };
 
 /// Where and when the run was.

@@ -104,9 +104,16 @@ class Page {
         const std::string restart = restartText(report_.flags);
         if (!restart.empty() || report_.cancelled) {
             out_ << "<ul class=\"flags\">" << (restart.empty() ? "" : "<li>" + escaped(restart) + "</li>")
-                 << (report_.cancelled ? "<li>Cancelled by a signal</li>" : "") << "</ul>\n";
+                 << endItem() << "</ul>\n";
         }
         out_ << "</header>\n";
+    }
+
+    std::string endItem() const {
+        if (!report_.cancelled) return "";
+        const std::string& reason = report_.flags.endReason;
+        return "<li>" + (reason.empty() ? "Cancelled by a signal" : "Ended early: " + htmlText(reason)) +
+               "</li>";
     }
 
     void facts(const std::string& when) {

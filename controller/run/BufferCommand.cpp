@@ -2,8 +2,10 @@
 
 #include <atomic>
 #include <boost/thread/thread.hpp>
+#include <chrono>
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <optional>
 
 #include "agent/ContentCacheControl.h"
 #include "agent/LogControl.h"
@@ -11,6 +13,7 @@
 #include "controller/Text.h"
 #include "controller/live/BufferProgress.h"
 #include "controller/live/Watch.h"
+#include "controller/run/GiveWay.h"
 #include "controller/run/OutputFile.h"
 #include "controller/run/RunRecord.h"
 #include "remediation/RemediationManager.h"
@@ -27,6 +30,7 @@ class Job {
   public:
     Job(const BufferOptions& options, const Requests& requests, const Paths& paths)
         : options_(options),
+          sign_(paths.settings->values().unzipDirectory),
           talkFd_(options.json == "-" ? STDERR_FILENO : STDOUT_FILENO),
           usable_(requests.usable()),
           table_(requests.all),
@@ -39,20 +43,26 @@ class Job {
     int execute() {
         Signals signals;
         agent::startNewRun();
-        const bool cancelled = watch(signals);
-        record_.end(cancelled ? "cancelled" : "the job ended before it");
+        const EarlyEnd end = watch(signals);
+        const bool cancelled = end == EarlyEnd::signal;
+        const bool gaveWay = end == EarlyEnd::waitingRun;
+        record_.end(cancelled ? "cancelled"
+                    : gaveWay ? "a run was waiting; the next job resumes it"
+                              : "the job ended before it");
         const Counts counts = count();
         std::string problem;
         if (!options_.json.empty()) {
             problem = writeOutput(options_.json, [&](std::ostream& out) {
-                out << json(cancelled).dump(2, ' ', false, ordered_json::error_handler_t::replace) << '\n';
+                out << json(end).dump(2, ' ', false, ordered_json::error_handler_t::replace) << '\n';
             });
         }
-        if (!options_.talk.quiet) problem += writeTalk(talkFd_, summary(counts));
+        if (!options_.talk.quiet)
+            problem +=
+                writeTalk(talkFd_, (gaveWay ? "Stopped for a run that waits. " : "") + summary(counts));
         if (!problem.empty()) std::cerr << "zelor-remediate: " << problem << '\n';
         if (cancelled) return exitStatus::kCancelled;
         if (!problem.empty()) return exitStatus::kOutputFailed;
-        if (counts.missing == 0) return exitStatus::kAllSucceeded;
+        if (counts.missing == 0 && !gaveWay) return exitStatus::kAllSucceeded;
         return counts.there > 0 ? exitStatus::kSomeSucceeded : exitStatus::kNoneSucceeded;
     }
 
@@ -62,7 +72,7 @@ class Job {
         std::size_t missing = 0;  ///< patches that are not, and requests whose patches are not known
     };
 
-    bool watch(Signals& signals) {
+    EarlyEnd watch(Signals& signals) {
         std::unique_ptr<BufferProgress> progress;
         std::vector<RunListener*> listeners;
         if (!options_.talk.quiet) {
@@ -79,22 +89,38 @@ class Job {
             }
             done = true;
         });
-        const auto cancel = [&] {
+        const auto cancel = [&](EarlyEnd /*why*/) {
             manager_.setCancelAllRem(true);
             thread.interrupt();
         };
-        bool cancelled = false;
+        EarlyEnd end = EarlyEnd::none;
         try {
-            cancelled = watchRun({[this] { return manager_.getRemediationProgressMap(); },
-                                  [&] { return done.load(); }, cancel},
-                                 table_, signals, listeners);
+            end = watchRun({[this] { return manager_.getRemediationProgressMap(); },
+                            [&] { return done.load(); }, cancel, [this] { return giveWay(); }},
+                           table_, signals, listeners);
         } catch (...) {
-            cancel();
+            cancel(EarlyEnd::signal);
             thread.join();
             throw;
         }
         thread.join();
-        return cancelled;
+        return end;
+    }
+
+    /// A run that waits has its turn after the patch in hand, or when that takes too long.
+    EarlyEnd giveWay() {
+        if (!sign_.runWaits()) {
+            waitsSince_.reset();
+            return EarlyEnd::none;
+        }
+        const auto now = std::chrono::steady_clock::now();
+        if (!waitsSince_) {
+            waitsSince_ = now;
+            inHand_ = record_.inHand();
+        }
+        const bool goesOn =
+            !inHand_.empty() && record_.inHand() == inHand_ && now - *waitsSince_ < options_.giveWayTime;
+        return goesOn ? EarlyEnd::none : EarlyEnd::waitingRun;
     }
 
     static bool isUnusable(const Result& result) {
@@ -112,12 +138,11 @@ class Job {
         return counts;
     }
 
-    ordered_json json(bool cancelled) const {
-        ordered_json all = {{"buffered", ordered_json::array()},
-                            {"alreadyBuffered", ordered_json::array()},
-                            {"skipped", ordered_json::array()},
-                            {"unusable", ordered_json::array()},
-                            {"cancelled", cancelled}};
+    ordered_json json(EarlyEnd end) const {
+        ordered_json all = {
+            {"buffered", ordered_json::array()},    {"alreadyBuffered", ordered_json::array()},
+            {"skipped", ordered_json::array()},     {"unusable", ordered_json::array()},
+            {"cancelled", end == EarlyEnd::signal}, {"gaveWay", end == EarlyEnd::waitingRun}};
         for (const PatchOutcome& outcome : record_.outcomes()) {
             if (outcome.kind == Kind::buffered) all["buffered"].push_back(outcome.patch);
             if (outcome.kind == Kind::alreadyBuffered) all["alreadyBuffered"].push_back(outcome.patch);
@@ -146,11 +171,14 @@ class Job {
     }
 
     const BufferOptions& options_;
+    BufferingSign sign_;
     int talkFd_;
     RequestMap usable_;
     ResultTable table_;
     BufferRecord record_;
     RemediationManager manager_;
+    std::optional<std::chrono::steady_clock::time_point> waitsSince_;  ///< a run
+    std::string inHand_;                                               ///< the patch then
 };
 
 }  // namespace

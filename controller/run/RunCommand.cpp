@@ -8,6 +8,7 @@
 
 #include "agent/ContentCacheControl.h"
 #include "agent/LogControl.h"
+#include "agent/http/Deadline.h"
 #include "agent/http/HttpClient.h"
 #include "controller/Commands.h"
 #include "controller/InputError.h"
@@ -27,6 +28,9 @@
 namespace zelor::controller {
 
 namespace {
+
+constexpr std::chrono::seconds kLastStep{15};  ///< a job that gives way still ends what it writes
+constexpr char kTimeLimitReason[] = "the run reached its time limit, RunMinutes in section Limits";
 
 std::string hostName() {
     std::array<char, 256> name{};
@@ -76,16 +80,19 @@ class Run {
         if (!options_.report.empty() || !options_.json.empty()) listeners.push_back(&timeline_);
         gatherFacts();
         const auto start = std::chrono::steady_clock::now();
+        const agent::Deadline deadline(timeLimit());
         if (!usable_.empty()) manager_.remediate(true);
         const WatchedRun watched{[this] { return manager_.getRemediationProgressMap(); },
                                  [this] { return usable_.empty() || manager_.getRemDone(); },
-                                 [this] { manager_.setCancelAllRem(true); }};
-        cancelled_ = watch(watched, signals, listeners);
+                                 [this](EarlyEnd why) { cancel(why); },
+                                 [&] { return deadline.passed() ? EarlyEnd::timeLimit : EarlyEnd::none; }};
+        end_ = watch(watched, signals, listeners);
         listeners_.clear();
         facts_.finished = std::chrono::system_clock::now();
         facts_.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        if (!finish() && !cancelled_) return exitStatus::kOutputFailed;
-        return runExitStatus(table_.results().size(), table_.count(kSuccessValue), cancelled_);
+        const bool cancelled = end_ != EarlyEnd::none;
+        if (!finish() && !cancelled) return exitStatus::kOutputFailed;
+        return runExitStatus(table_.results().size(), table_.count(kSuccessValue), cancelled);
     }
 
   private:
@@ -101,21 +108,34 @@ class Run {
         }
     }
 
+    std::chrono::milliseconds timeLimit() const {
+        const agent::Settings& settings = paths_.settings->values();
+        return options_.timeLimit.value_or(std::chrono::minutes(settings.runMinutes));
+    }
+
+    void cancel(EarlyEnd why) {
+        if (why == EarlyEnd::timeLimit) {
+            record_.setAbortReason(kTimeLimitReason);
+            std::cerr << "zelor-remediate: " << kTimeLimitReason << "; waiting for the step in hand\n";
+        }
+        manager_.setCancelAllRem(true);
+    }
+
     /// The manager must outlive its run, whatever happens to the watcher.
-    bool watch(const WatchedRun& watched, Signals& signals, const std::vector<RunListener*>& listeners) {
+    EarlyEnd watch(const WatchedRun& watched, Signals& signals, const std::vector<RunListener*>& listeners) {
         try {
             return watchRun(watched, table_, signals, listeners);
         } catch (const std::exception& e) {
             std::cerr << "zelor-remediate: the run is cancelled, it cannot be watched: " << e.what() << '\n';
         }
         try {
-            watched.cancel();
-            return watchRun(watched, table_, signals, {});
+            watched.cancel(EarlyEnd::signal);
+            (void)watchRun({watched.progress, watched.done, watched.cancel, {}}, table_, signals, {});
         } catch (const std::exception&) {
             while (!watched.done())
                 signals.wait(std::chrono::milliseconds(50));
-            return true;
         }
+        return EarlyEnd::signal;
     }
 
     void gatherFacts() {
@@ -130,8 +150,12 @@ class Run {
 
     /// False when an output could not be written.
     bool finish() {
-        const RunFlags flags{manager_.getRebootNeeded(), manager_.getScanNeeded(),
-                             usable_.empty() || manager_.getAllRemFailed(), record_.restartNeeded()};
+        const RunFlags flags{manager_.getRebootNeeded(),
+                             manager_.getScanNeeded(),
+                             usable_.empty() || manager_.getAllRemFailed(),
+                             record_.restartNeeded(),
+                             end_,
+                             end_ == EarlyEnd::timeLimit ? kTimeLimitReason : ""};
         bool written = true;
         if (!options_.json.empty()) written &= isWritten(writeResults(flags));
         if (!options_.report.empty()) written &= isWritten(writeReport(flags));
@@ -174,7 +198,7 @@ class Run {
     }
 
     std::string makeReport(const RunFlags& flags) const {
-        RunReport report{table_, timeline_.spans(table_.results().size()), flags, cancelled_,
+        RunReport report{table_, timeline_.spans(table_.results().size()), flags, end_ != EarlyEnd::none,
                          facts_, paths_.settings->values().logFile,        {},    {}};
         report.reasonOf = [this](const Result& result) { return record_.reason(result); };
         report.outcomeOf = [this](const Result& result) { return record_.outcome(result); };
@@ -191,7 +215,7 @@ class Run {
     RemediationManager manager_;
     std::unique_ptr<LineOutput> eventOutput_;
     RunTimeline timeline_;
-    bool cancelled_ = false;
+    EarlyEnd end_ = EarlyEnd::none;
     std::vector<std::unique_ptr<RunListener>> listeners_;
 };
 
@@ -206,7 +230,8 @@ int runCommand(const RunOptions& options) {
     requireUsableSettings(paths);
     checkContentDir(paths);
     prepareDirectories(paths, true);
-    const JobLock lock(paths, {std::chrono::seconds(options.waitSeconds), options.talk.quiet});
+    const JobLock lock(
+        paths, {std::chrono::seconds(options.waitSeconds), options.talk.quiet, kGiveWayTime + kLastStep});
     if (options.talk.verbose) agent::logToStandardError("debug");
     return Run(options, requests, paths).execute();
 }

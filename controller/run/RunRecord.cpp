@@ -20,6 +20,13 @@ std::string lastLines(const std::string& text, std::size_t lines) {
     return start == std::string::npos || start == 0 ? text : "...\n" + text.substr(start + 1);
 }
 
+std::string warningText(const RequestResult& result) {
+    if (result.warning.empty()) return "";
+    return (result.applied == Applied::no ? "success, but nothing was installed: "
+                                          : "success, but a part of it installed nothing: ") +
+           base::printable(result.warning);
+}
+
 bool isFailure(ProgressValue value) {
     return isResult(value) && value != kSuccessValue && value != kAbortedValue;
 }
@@ -39,6 +46,11 @@ void RunRecord::settled(const RequestResult& result) {
     restartNeeded_ |= result.restartNeeded;
 }
 
+void RunRecord::setAbortReason(const std::string& reason) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    abortReason_ = reason;
+}
+
 void RunRecord::setInvalid(const Requests& requests) {
     for (const auto& [key, reason] : requests.invalid) {
         RequestResult result;
@@ -53,12 +65,14 @@ void RunRecord::setInvalid(const Requests& requests) {
 Outcome RunRecord::outcome(const Result& result) const {
     const base::MutexLock lock(mutex_);
     const auto found = entries_.find(*result.key);
-    if (found == entries_.end()) return {};
-    const Entry& entry = found->second;
     Outcome outcome;
+    if (result.value == kAbortedValue) outcome.reason = abortReason_;
+    if (found == entries_.end()) return outcome;
+    const Entry& entry = found->second;
     if (entry.last.value == result.value) {
-        outcome.reason = base::printable(entry.last.reason);
+        if (result.value != kAbortedValue) outcome.reason = base::printable(entry.last.reason);
         outcome.applied = entry.last.applied;
+        outcome.warning = warningText(entry.last);
         outcome.beforeCancel = entry.beforeCancel;
     } else if (entry.beforeCancel && entry.beforeCancel->value == result.value) {
         outcome.reason = entry.beforeCancel->reason;
@@ -73,10 +87,10 @@ Outcome RunRecord::outcome(const Result& result) const {
 
 std::string RunRecord::reason(const Result& result) const {
     const Outcome known = outcome(result);
-    if (!known.beforeCancel) return known.reason;
+    if (!known.beforeCancel) return known.reason.empty() ? known.warning : known.reason;
     const EarlierResult& earlier = *known.beforeCancel;
-    return "before the cancel " + stateName(earlier.value) +
-           (earlier.reason.empty() ? "" : ": " + earlier.reason);
+    return (known.reason.empty() ? "" : known.reason + "; ") + "before the cancel " +
+           stateName(earlier.value) + (earlier.reason.empty() ? "" : ": " + earlier.reason);
 }
 
 bool RunRecord::restartNeeded() const {
@@ -107,6 +121,14 @@ void BufferRecord::set(const std::string& patch, BufferOutcome kind, const std::
     outcome.kind = kind;
     outcome.reason = base::printable(reason);
     news_.push_back(outcome);
+}
+
+std::string BufferRecord::inHand() const {
+    const std::lock_guard<std::mutex> lock(patchMutex_);
+    const auto found = std::find_if(outcomes_.begin(), outcomes_.end(), [](const PatchOutcome& outcome) {
+        return outcome.kind == BufferOutcome::downloading;
+    });
+    return found == outcomes_.end() ? "" : found->patch;
 }
 
 std::vector<PatchOutcome> BufferRecord::outcomes() const {

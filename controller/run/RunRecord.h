@@ -24,6 +24,7 @@ struct Outcome {
     std::string output;  ///< the end of what an installer or script wrote, at most 40 lines
     Applied applied = Applied::no;
     std::optional<EarlierResult> beforeCancel;
+    std::string warning{};  ///< what speaks against a success; "" when there is nothing to say
 };
 
 /// Keeps what the library says about each request of a run or a buffering job. Any thread.
@@ -33,9 +34,12 @@ class RunRecord : public RunObserver {
     /// Gives the invalid rows, which the library never sees, their reasons.
     void setInvalid(const Requests& requests);
 
+    /// Why the requests that the run aborts from now on read so, when no signal cancelled it.
+    void setAbortReason(const std::string& reason);
+
     /// Of the value that `result` reads; a value that the run has already replaced has no details.
     Outcome outcome(const Result& result) const;
-    /// The outcome's reason for one line; of a cancelled request, what it read before.
+    /// The outcome's reason or warning for one line; of a cancelled request, what it read before.
     std::string reason(const Result& result) const;
     /// True when something that this run applied needs a restart.
     bool restartNeeded() const;
@@ -49,6 +53,7 @@ class RunRecord : public RunObserver {
     mutable base::Mutex mutex_;
     std::map<std::string, Entry> entries_ ZELOR_GUARDED_BY(mutex_);  ///< by request key
     bool restartNeeded_ ZELOR_GUARDED_BY(mutex_) = false;
+    std::string abortReason_ ZELOR_GUARDED_BY(mutex_);
 };
 
 /// What became of one patch of a buffering job.
@@ -65,6 +70,8 @@ class BufferRecord : public RunRecord {
     /// The job is over: what is still downloading was not finished, for that reason.
     void end(const std::string& reason);
 
+    /// The patch that is being downloaded, "" for none.
+    std::string inHand() const;
     /// Every patch once, in the order in which the job came to it.
     std::vector<PatchOutcome> outcomes() const;
     /// Those that changed since the last call.

@@ -4,6 +4,8 @@
 #include <atomic>
 #include <thread>
 
+#include "base/CommandRunner.h"
+#include "controller/Commands.h"
 #include "controller/live/BufferProgress.h"
 #include "tests/tools/ControllerFixture.h"
 
@@ -59,6 +61,67 @@ TEST_F(ControllerTest, BuffersAndSaysWhatItHas) {
     EXPECT_THAT(second.out, HasSubstr("already-buffered  one.pkg"));
     EXPECT_EQ(on("buffer", {{"cpe:/o:y", "CCE-2"}}, {"--quiet"}).status, 3);
     EXPECT_FALSE(boost::filesystem::exists(fixture.dir / "var/zelor/content"));
+}
+
+TEST_F(ControllerTest, BufferingGivesWayToARunThatWaits) {
+    const struct {
+        const char* name;
+        authoring::ServerFault fault;
+        bool inHandArrives;
+    } cases[] = {{"ends soon",
+                  [] {
+                      authoring::ServerFault slow;
+                      slow.bytesPerSecond = 200'000;
+                      return slow;
+                  }(),
+                  true},
+                 {"does not end",
+                  [] {
+                      authoring::ServerFault stall;
+                      stall.stallAfter = 1000;
+                      return stall;
+                  }(),
+                  false}};
+    fixture.addContent("CCE-1", "one.pkg");
+    fixture.addContent("CCE-2", "two.pkg");
+    fixture.addArchive("one", std::string(200'000, '1'));
+    fixture.addArchive("two", std::string(200'000, '2'));
+    fixture.addScript("CCE-3", "script", "exit 0\n");
+    writeFile(fixture.dir / "run.json", R"({"cpe:/o:x": "CCE-3"})");
+    writeFile(requests, R"({"cpe:/o:x": "CCE-1", "cpe:/o:y": "CCE-2"})");
+    controller::BufferOptions options;
+    options.requests = requests;
+    options.paths.root = root;
+    options.paths.tools = fixture.dir / "tools";
+    options.talk.quiet = true;
+    options.json = fixture.dir / "out.json";
+    for (const auto& one : cases) {
+        fixture.clearFaults();
+        fixture.takeAnswers();
+        fixture.addFault("patches/one.zip", one.fault);
+        options.giveWayTime = std::chrono::milliseconds(one.inHandArrives ? 60'000 : 300);
+        int status = 0;
+        std::thread user([&] {
+            while (fixture.countAnswers("/patches/one.zip") == 0)
+                std::this_thread::yield();
+            const std::string command = std::string("'" ZELOR_REMEDIATE_PROGRAM "' run '") +
+                                        (fixture.dir / "run.json") + "' --root '" + root + "' --tools '" +
+                                        (fixture.dir / "tools") + "' --quiet";
+            status = base::runCommand({"/bin/sh", "-c", command}, true, std::chrono::seconds(30)).status;
+        });
+        const int buffered = controller::bufferCommand(options);
+        user.join();
+        EXPECT_EQ(status, 0) << one.name;
+        EXPECT_EQ(buffered, one.inHandArrives ? 1 : 3) << one.name;
+        const json result = readJson("out.json");
+        EXPECT_EQ(result["gaveWay"], true) << one.name;
+        EXPECT_EQ(result["cancelled"], false) << one.name;
+        EXPECT_EQ(result["buffered"], one.inHandArrives ? json{"one.pkg"} : json::array()) << one.name;
+        EXPECT_FALSE(boost::filesystem::exists(fixture.dir / "var/zelor/buffer/two.zip")) << one.name;
+        boost::filesystem::remove_all(fixture.dir / "var/zelor/buffer");
+        boost::filesystem::remove(fixture.dir / "var/zelor/unzip/bufferdPatchesList.txt");
+        boost::filesystem::create_directories(fixture.dir / "var/zelor/buffer");
+    }
 }
 
 TEST_F(ControllerTest, ASignalStopsADownloadIntoTheBuffer) {

@@ -48,7 +48,7 @@ TEST(ControllerFrame, ShowsRowsAndTotal) {
 TEST(ControllerFrame, FitsEveryTerminal) {
     LiveView view = exampleView();
     view.rows[0].name = "\xe6\x97\xa5\xe6\x9c\xac\xe8\xaa\x9e of a very long name that goes on and on and on";
-    view.cancelling = true;
+    view.end = controller::EarlyEnd::signal;
     for (std::size_t columns = 1; columns < 140; ++columns) {
         for (const std::size_t lines : {1U, 2U, 3U, 4U, 5U, 6U, 7U, 24U}) {
             const LiveStyle style{columns, lines, columns % 2 == 0, columns % 3 == 0};

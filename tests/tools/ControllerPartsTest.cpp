@@ -261,6 +261,20 @@ TEST(ControllerRunRecord, KeepsWhatACancelWouldErase) {
     }
 }
 
+TEST(ControllerRunRecord, SaysThatTheTimeLimitEndedARun) {
+    const std::string key = "k";
+    RunRecord record;
+    record.settled(settled("k", 12, "refused"));
+    record.setAbortReason("the time was up");
+    EXPECT_EQ(record.reason({&key, &key, 12, true}), "refused");
+    const std::string other = "another";
+    EXPECT_EQ(record.reason({&other, &other, 13, true}), "the time was up");
+    record.settled(settled("k", 13));
+    EXPECT_EQ(record.reason({&key, &key, 13, true}),
+              "the time was up; before the cancel file-unavailable: refused");
+    EXPECT_EQ(record.outcome({&key, &key, 13, true}).reason, "the time was up");
+}
+
 TEST(ControllerRunRecord, KeepsTheEndOfALongOutput) {
     std::string output;
     for (int line = 1; line <= 60; ++line)
@@ -425,6 +439,10 @@ TEST(ControllerSummary, SaysWhatTheCancelledReadBeforeAndWhatNeedsARestart) {
     EXPECT_THAT(runSummary(table, {}, {true, false, false, false}, "/l", 2),
                 HasSubstr("only if there was none"));
     EXPECT_THAT(runSummary(table, {}, {}, "/l", 2), testing::Not(HasSubstr("restart")));
+    RunFlags late;
+    late.endReason = "the time was up";
+    EXPECT_THAT(runSummary(table, {}, late, "/l", 2),
+                HasSubstr("The requests that were left are aborted: the time was up.\n"));
 }
 
 TEST(ControllerCpeNames, AreWrittenInTheOlderForm) {

@@ -2,11 +2,14 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <thread>
 
 #include "base/Files.h"
 #include "collaborators/Logger.h"
+#include "controller/Commands.h"
 #include "platform/ShellCommand.h"
+#include "tests/support/DripServer.h"
 #include "tests/tools/ControllerFixture.h"
 #include "tests/tools/JsonSchema.h"
 
@@ -174,6 +177,127 @@ TEST_F(ControllerTest, RunsTheOthersOfAnInvalidRequest) {
     EXPECT_EQ(json::parse(none.out)["allFailed"], true);
     const json unusable = json::parse(on("buffer", {{"cpe:/o:y", 7}}, {"--json", "-"}).out)["unusable"];
     EXPECT_THAT(unusable.at(0)["reason"].get<std::string>(), HasSubstr("its identifier is a number"));
+}
+
+TEST_F(ControllerTest, WarnsOfASuccessThatInstalledNothing) {
+    fixture.addContent("CVE-1", "editor.dmg");
+    fixture.addArchive(
+        "editor",
+        ArchiveBuilder().file("editor.dmg", "bytes").file("editor.sig", fixture.key.sign("bytes")).finish());
+    tool("hdiutil", "[ $1 != attach ] || echo 'hdiutil: attach failed - no mountable file systems' >&2");
+    const std::string warning =
+        "success, but nothing was installed: the image was not attached: hdiutil: attach failed - no "
+        "mountable "
+        "file systems";
+    const ControllerRun run = on("run", {{editor, "CVE-1"}},
+                                 {"--json", fixture.dir / "out.json", "--events", fixture.dir / "ev",
+                                  "--report", fixture.dir / "page"});
+    EXPECT_EQ(run.status, 0);
+    EXPECT_THAT(run.out, HasSubstr(": " + warning));
+    json result = readJson("out.json")["requests"][editor];
+    result.erase("seconds");
+    EXPECT_EQ(result,
+              (json{{"identifier", "CVE-1"}, {"value", 4}, {"state", "success"}, {"warning", warning}}));
+    EXPECT_THAT(readFile(fixture.dir / "ev"), HasSubstr("\"warning\":\"" + warning + '"'));
+    EXPECT_THAT(readFile(fixture.dir / "page"), HasSubstr(warning));
+    EXPECT_EQ(fixture.record(), "ERI-CVE-1\n");
+    EXPECT_EQ(JsonSchema(json::parse(readFile(ZELOR_RESULTS_SCHEMA))).problem(readJson("out.json")), "");
+    // Recorded as it is, it counts as applied from now on.
+    EXPECT_EQ(on("run", {{editor, "CVE-1"}}, {"--json", fixture.dir / "out.json"}).status, 0);
+    EXPECT_EQ(readJson("out.json")["requests"][editor]["applied"], "before");
+}
+
+/// A run of a hundred requests whose content, or whose patches, come from a server that does not end.
+struct ControllerLimitTest : ControllerTest {
+    controller::RunOptions options;
+
+    ControllerLimitTest() {
+        json map;
+        for (int i = 0; i < 100; ++i) {
+            const std::string number = std::to_string(i);
+            fixture.addScript("CCE-" + number, "script" + number, "exit 0\n");
+            map["cpe:/o:x||" + number] = "CCE-" + number;
+        }
+        writeFile(requests, map.dump());
+        options.requests = requests;
+        options.paths.root = root;
+        options.paths.tools = fixture.dir / "tools";
+        options.talk.quiet = true;
+        options.json = fixture.dir / "out.json";
+        options.events = fixture.dir / "events";
+        options.report = fixture.dir / "page";
+    }
+    void send(const std::string& path, const std::string& url) {
+        authoring::ServerFault moved;
+        moved.status = 302;
+        moved.headers = {{"Location", url + "/x"}};
+        fixture.clearFaults();
+        for (int i = 0; i < 400; ++i)
+            fixture.addFault(path, moved);
+        boost::filesystem::remove_all(root + "/opt/zelor");
+        boost::filesystem::remove(root + "/var/log/zelor/ZelorInstalledPatches.txt");
+    }
+    ControllerRun run() {
+        testing::internal::CaptureStderr();
+        ControllerRun result;
+        result.status = controller::runCommand(options);
+        result.err = testing::internal::GetCapturedStderr();
+        return result;
+    }
+    static double secondsSince(std::chrono::steady_clock::time_point start) {
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    }
+};
+
+TEST_F(ControllerLimitTest, NoRepositoryHoldsARunLongerThanItsLimit) {
+    const std::string reason = "the run reached its time limit, RunMinutes in section Limits";
+    options.timeLimit = std::chrono::milliseconds(400);
+    for (const std::string path : {"/content/", "/patches/"}) {
+        for (const DripServer::Drip& drip : DripServer::all()) {
+            const DripServer slow(drip);
+            send(path, slow.url());
+            const ControllerRun ended = run();
+            EXPECT_EQ(ended.status, 130) << path << drip.name;
+            EXPECT_THAT(ended.err, HasSubstr(reason));
+            const json results = readJson("out.json");
+            EXPECT_EQ(results["end"], "time-limit");
+            EXPECT_LT(results["seconds"].get<double>(), 1.4) << path << drip.name;
+            for (const json& result : results["requests"]) {
+                EXPECT_EQ(result["value"], 13) << path << drip.name;
+                EXPECT_EQ(result["reason"], reason);
+            }
+            EXPECT_THAT(readFile(fixture.dir / "events"), HasSubstr("\"reason\":\"" + reason));
+            EXPECT_THAT(readFile(fixture.dir / "page"), HasSubstr("Ended early: " + reason));
+        }
+    }
+    options.timeLimit = std::chrono::milliseconds(0);
+    fixture.clearFaults();
+    EXPECT_EQ(run().status, 0);
+    EXPECT_EQ(readJson("out.json")["end"], "complete");
+}
+
+TEST_F(ControllerLimitTest, ASignalEndsARunThatNoRepositoryEndsWithinASecond) {
+    for (const std::string path : {"/content/", "/patches/"}) {
+        for (const DripServer::Drip& drip : DripServer::all()) {
+            const DripServer slow(drip);
+            send(path, slow.url());
+            std::atomic<std::chrono::steady_clock::time_point> signalled{};
+            std::thread user([&] {
+                while (slow.connections() == 0)
+                    std::this_thread::yield();
+                signalled = std::chrono::steady_clock::now();
+                ::kill(::getpid(), SIGTERM);
+            });
+            const ControllerRun ended = run();
+            user.join();
+            EXPECT_LT(secondsSince(signalled), 1) << path << drip.name;
+            EXPECT_EQ(ended.status, 130) << path << drip.name;
+            const json results = readJson("out.json");
+            EXPECT_EQ(results["end"], "cancelled");
+            for (const json& result : results["requests"])
+                EXPECT_EQ(result["value"], 13) << path << drip.name;
+        }
+    }
 }
 
 TEST_F(ControllerTest, SaysSoWhenItsResultsAreLost) {
