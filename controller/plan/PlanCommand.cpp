@@ -112,9 +112,10 @@ class Collector {
         facts.content = [this](const std::string& platform, const std::string& product,
                                const std::string& identifier) {
             stopIfAsked();
-            CallReport report;
+            CallReport report({}, [this] { return signals_.endAsked(); });
             parseOnlyMetadata content = CreCacher::GetInstance(paths_.installPath, status_.platformCpe)
                                             ->getCre(platform, product, identifier);
+            stopIfAsked();
             contentProblem_ = report.reason();
             return content;
         };

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <functional>
 #include <thread>
 
 #include "base/Files.h"
@@ -244,8 +245,21 @@ struct ControllerLimitTest : ControllerTest {
         result.err = testing::internal::GetCapturedStderr();
         return result;
     }
-    static double secondsSince(std::chrono::steady_clock::time_point start) {
-        return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    /// How long `work` goes on after a signal that comes when it has asked the server.
+    static double secondsToEnd(const DripServer& server, const std::function<void()>& work) {
+        std::atomic<bool> over{false};
+        std::chrono::steady_clock::time_point signalled;
+        std::thread user([&] {
+            while (server.connections() == 0 && !over)
+                std::this_thread::yield();
+            signalled = std::chrono::steady_clock::now();
+            ::kill(::getpid(), over ? 0 : SIGTERM);
+        });
+        work();
+        const auto end = std::chrono::steady_clock::now();
+        over = true;
+        user.join();
+        return std::chrono::duration<double>(end - signalled).count();
     }
 };
 
@@ -281,16 +295,9 @@ TEST_F(ControllerLimitTest, ASignalEndsARunThatNoRepositoryEndsWithinASecond) {
         for (const DripServer::Drip& drip : DripServer::all()) {
             const DripServer slow(drip);
             send(path, slow.url());
-            std::atomic<std::chrono::steady_clock::time_point> signalled{};
-            std::thread user([&] {
-                while (slow.connections() == 0)
-                    std::this_thread::yield();
-                signalled = std::chrono::steady_clock::now();
-                ::kill(::getpid(), SIGTERM);
-            });
-            const ControllerRun ended = run();
-            user.join();
-            EXPECT_LT(secondsSince(signalled), 1) << path << drip.name;
+            ControllerRun ended;
+            const double seconds = secondsToEnd(slow, [&] { ended = run(); });
+            EXPECT_LT(seconds, 1) << path << drip.name;
             EXPECT_EQ(ended.status, 130) << path << drip.name;
             const json results = readJson("out.json");
             EXPECT_EQ(results["end"], "cancelled");
@@ -298,6 +305,14 @@ TEST_F(ControllerLimitTest, ASignalEndsARunThatNoRepositoryEndsWithinASecond) {
                 EXPECT_EQ(result["value"], 13) << path << drip.name;
         }
     }
+}
+
+TEST_F(ControllerLimitTest, ASignalEndsAPlanWithinASecond) {
+    const DripServer slow(DripServer::all().front());
+    send("/content/", slow.url());
+    int status = 0;
+    EXPECT_LT(secondsToEnd(slow, [&] { status = at("plan", {}, {requests}).status; }), 1);
+    EXPECT_EQ(status, 130);
 }
 
 TEST_F(ControllerTest, SaysSoWhenItsResultsAreLost) {
