@@ -47,7 +47,7 @@ void RunRecord::settled(const RequestResult& result) {
 }
 
 void RunRecord::setAbortReason(const std::string& reason) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const base::MutexLock lock(mutex_);
     abortReason_ = reason;
 }
 
@@ -124,7 +124,7 @@ void BufferRecord::set(const std::string& patch, BufferOutcome kind, const std::
 }
 
 std::string BufferRecord::inHand() const {
-    const std::lock_guard<std::mutex> lock(patchMutex_);
+    const base::MutexLock lock(patchMutex_);
     const auto found = std::find_if(outcomes_.begin(), outcomes_.end(), [](const PatchOutcome& outcome) {
         return outcome.kind == BufferOutcome::downloading;
     });

@@ -69,7 +69,7 @@ void RunEvents::applied(const std::string& key, Applied when, bool asksForRestar
 
 void RunEvents::warned(const std::string& key, const std::string& warning) {
     if (observer_ == nullptr) return;
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const base::MutexLock lock(mutex_);
     Notes& notes = notes_[key];
     if (notes.warning.empty()) notes.warning = warning;
 }

@@ -184,7 +184,7 @@ TEST(ControllerResults, AreWrittenAsJson) {
                      "applied": "now", "seconds": 0.5,
                      "beforeCancel": {"value": 5, "state": "failed", "reason": "it broke"}},
         "never": {"identifier": "CVE-2", "value": 0, "state": "queued", "seconds": 0.0}},
-        "rebootNeeded": true, "restartNeededByThisRun": false, "scanNeeded": false, "allFailed": true})");
+        "rebootNeeded": true, "restartNeededByThisRun": false, "scanNeeded": false, "allFailed": true, "end": "complete"})");
     EXPECT_EQ(nlohmann::json::parse(out.str()), expected);
     const std::string key = "a\n";
     EXPECT_EQ(eventJson(1.23456, {&key, &key, 4, true}, {{"", "", Applied::before, {}}, 0.25}),

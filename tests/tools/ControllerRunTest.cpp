@@ -190,12 +190,12 @@ TEST_F(ControllerTest, WarnsOfASuccessThatInstalledNothing) {
         "success, but nothing was installed: the image was not attached: hdiutil: attach failed - no "
         "mountable "
         "file systems";
-    const ControllerRun run = on("run", {{editor, "CVE-1"}},
+    const ControllerRun run = on("run", {{kEditor, "CVE-1"}},
                                  {"--json", fixture.dir / "out.json", "--events", fixture.dir / "ev",
                                   "--report", fixture.dir / "page"});
     EXPECT_EQ(run.status, 0);
     EXPECT_THAT(run.out, HasSubstr(": " + warning));
-    json result = readJson("out.json")["requests"][editor];
+    json result = readJson("out.json")["requests"][kEditor];
     result.erase("seconds");
     EXPECT_EQ(result,
               (json{{"identifier", "CVE-1"}, {"value", 4}, {"state", "success"}, {"warning", warning}}));
@@ -204,8 +204,8 @@ TEST_F(ControllerTest, WarnsOfASuccessThatInstalledNothing) {
     EXPECT_EQ(fixture.record(), "ERI-CVE-1\n");
     EXPECT_EQ(JsonSchema(json::parse(readFile(ZELOR_RESULTS_SCHEMA))).problem(readJson("out.json")), "");
     // Recorded as it is, it counts as applied from now on.
-    EXPECT_EQ(on("run", {{editor, "CVE-1"}}, {"--json", fixture.dir / "out.json"}).status, 0);
-    EXPECT_EQ(readJson("out.json")["requests"][editor]["applied"], "before");
+    EXPECT_EQ(on("run", {{kEditor, "CVE-1"}}, {"--json", fixture.dir / "out.json"}).status, 0);
+    EXPECT_EQ(readJson("out.json")["requests"][kEditor]["applied"], "before");
 }
 
 /// A run of a hundred requests whose content, or whose patches, come from a server that does not end.
