@@ -115,8 +115,8 @@ ContentAnswer fetchContent(HttpClient& client, const std::string& repository, co
     if (answer.kind == Kind::none) answer.kind = Kind::refused;  // content without a signature is no removal
     if (answer.kind != Kind::unchanged) return answer;
     answer.kind = Kind::fresh;
-    answer.content = {std::move(xml.body), std::move(signature.body), xml.result.head.header("etag"),
-                      xml.result.head.header("last-modified")};
+    answer.content = {std::move(xml.body), std::move(signature.body), xml.result.head.validator("etag"),
+                      xml.result.head.validator("last-modified")};
     return answer;
 }
 

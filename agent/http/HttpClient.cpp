@@ -40,6 +40,12 @@ const std::string& HttpHead::header(const std::string& name) const {
     return found == headers.end() ? kNone : found->second;
 }
 
+std::string HttpHead::validator(const std::string& name) const {
+    const std::string& value = header(name);
+    const auto isControl = [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; };
+    return std::any_of(value.begin(), value.end(), isControl) ? "" : value;
+}
+
 HttpClient::HttpClient() {
     initialise();
     handles_ = std::make_unique<HttpHandles>();

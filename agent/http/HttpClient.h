@@ -34,6 +34,9 @@ struct HttpHead {
 
     /// The first header of that lower-case name, "" when there is none.
     const std::string& header(const std::string& name) const;
+    /// The same for one that a later request sends back, such as "etag": "" also when it has control
+    /// characters.
+    std::string validator(const std::string& name) const;
 };
 
 /// One GET request. Callbacks run on the thread of `perform`.

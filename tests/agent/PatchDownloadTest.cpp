@@ -473,6 +473,8 @@ TEST(DownloadDecisionsTest, OnlyAValidatorOfOneVersionBindsAResumption) {
     EXPECT_EQ(validator("", old, old), "");
     EXPECT_EQ(validator("", old, ""), "");
     EXPECT_EQ(validator("W/\"x\"", "", later), "");
+    for (const char* control : {"\"a\tb\"", "\"a\x1b[2J\"", "\"a\rX: y\"", "\"a\x7f\""})
+        EXPECT_EQ(validator(control, old, later), old) << "the next request would send it";
 }
 
 }  // namespace
