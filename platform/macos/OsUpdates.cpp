@@ -73,13 +73,27 @@ int MacPatchManager::installOSPatch(std::string packageName) {
         zelor::CallReport::addReason("softwareupdate lists no update that belongs to it");
         return -1;
     }
+    if (selection.cut) {
+        zlog::error(
+            "[MacPatchManager] softwareupdate lists more matching updates than are installed at once; ",
+            "the first ", zelor::platform::kMostLabels, " are taken");
+    }
     if (hasEmptyCandidate(selection)) {
         zlog::error("[MacPatchManager] ApplicationName is empty");
         zelor::CallReport::addReason("softwareupdate lists an update without a label");
         return -1;
     }
     if (selection.named) zlog::debug(" Package Name = ", selection.label);
-    const bool succeeded = zelor::platform::attemptUpdates(
-        steps, [this](const UpdateStep& step) { return execute(*this, step); });
+    std::size_t attempts = 0;
+    const auto attempt = [&](const UpdateStep& step) -> std::optional<UpdateOutcome> {
+        if (attempts > 0 && zelor::CallReport::stopAsked()) {
+            zelor::CallReport::addReason("cancelled after " + std::to_string(attempts) + " of " +
+                                         std::to_string(steps.size()) + " updates");
+            return std::nullopt;
+        }
+        ++attempts;
+        return execute(*this, step);
+    };
+    const bool succeeded = zelor::platform::attemptUpdates(steps, attempt);
     return succeeded ? 0 : -1;
 }

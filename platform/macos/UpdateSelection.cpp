@@ -1,6 +1,7 @@
 #include "platform/macos/UpdateSelection.h"
 
 #include <algorithm>
+#include <optional>
 
 #include "base/Strings.h"
 #include "platform/macos/InstallCommands.h"
@@ -36,11 +37,16 @@ UpdateSelection selectUpdates(const std::vector<std::string>& listing, std::stri
                               const std::function<std::string()>& productVersion) {
     UpdateSelection selection;
     packageName = base::lowerCased(packageName);
+    std::optional<std::string> version;
     for (const std::string& line : listing) {
         const std::string lowerLine = base::lowerCased(line);
         if (packageName == kOsWideName) {
-            const int matches = osWideMatches(lowerLine, productVersion());
-            selection.candidates.insert(selection.candidates.end(), static_cast<std::size_t>(matches), line);
+            if (!version) version = productVersion();
+            const auto matches = static_cast<std::size_t>(osWideMatches(lowerLine, *version));
+            const std::size_t taken = std::min(matches, kMostLabels - selection.candidates.size());
+            selection.candidates.insert(selection.candidates.end(), taken, line);
+            selection.cut = taken < matches;
+            if (selection.cut) return selection;
             continue;
         }
         cutAppleWord(packageName);  // once per line: "apple apple tv" is "tv" from the second line on
@@ -80,10 +86,13 @@ std::vector<UpdateStep> updateSteps(const UpdateSelection& selection) {
 }
 
 bool attemptUpdates(const std::vector<UpdateStep>& steps,
-                    const std::function<UpdateOutcome(const UpdateStep&)>& attempt) {
+                    const std::function<std::optional<UpdateOutcome>(const UpdateStep&)>& attempt) {
     bool succeeded = false;
-    for (const UpdateStep& step : steps)
-        succeeded = step.succeeds(attempt(step));
+    for (const UpdateStep& step : steps) {
+        const std::optional<UpdateOutcome> outcome = attempt(step);
+        if (!outcome) return false;
+        succeeded = step.succeeds(*outcome);
+    }
     return succeeded;
 }
 

@@ -1,21 +1,26 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
 /// Which listed OS updates belong to a request: decisions on text alone.
 namespace zelor::platform {
 
+/// The most labels that one OS-wide request installs.
+inline constexpr std::size_t kMostLabels = 100;
+
 struct UpdateSelection {
     bool named = false;                   ///< a named product matched: `label` is to be installed
     std::string label;                    ///< from the match to the end of the line, as listed
     std::vector<std::string> candidates;  ///< an OS-wide request's lines as listed, once per matching keyword
+    bool cut = false;                     ///< there were more than `kMostLabels`
 };
 
 /// Walks the starred listing lines. `packageName` "apple mac os x" (any case) takes lines by keywords of the
 /// product version; any other name, without a leading "apple" word, takes the first line that contains it in
-/// any case. `productVersion` is asked for each line of an OS-wide request.
+/// any case. `productVersion` is asked at the first line of an OS-wide request.
 UpdateSelection selectUpdates(const std::vector<std::string>& listing, std::string packageName,
                               const std::function<std::string()>& productVersion);
 
@@ -46,10 +51,10 @@ struct UpdateStep {
 /// A run's steps for the selection, and those that a plan shows.
 std::vector<UpdateStep> updateSteps(const UpdateSelection& selection);
 
-/// Makes every attempt in its order by `attempt`, which gives its outcome: `failed` for a refused label. True
-/// when the last one makes the request succeed.
+/// Makes every attempt in its order by `attempt`, which gives its outcome: `failed` for a refused label, none
+/// to end them. True when the last one makes the request succeed.
 bool attemptUpdates(const std::vector<UpdateStep>& steps,
-                    const std::function<UpdateOutcome(const UpdateStep&)>& attempt);
+                    const std::function<std::optional<UpdateOutcome>(const UpdateStep&)>& attempt);
 
 /// What softwareupdate did, by its output.
 UpdateOutcome updateOutcome(const std::string& output);

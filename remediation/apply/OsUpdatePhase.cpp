@@ -49,7 +49,8 @@ bool OsUpdatePhase::installRequest(remediateMetadata& row) {
     parts_.record(key, RemediationManager::REM_INSTALLING);
     const std::string packageName = row.getPackageName();
     log::debug(" [Remediation Manager] (installOsPatches) Patching OS Package = ", packageName);
-    CallReport report;
+    CallReport report({},
+                      [&] { return parts_.cancellation.stopsRun() || parts_.cancellation.isCancelled(key); });
     const bool installed = parts_.installer.installOSPatch(packageName) == 0;
     if (!installed) {
         parts_.events.failed(key, report, "the update could not be installed");

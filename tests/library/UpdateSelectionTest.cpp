@@ -6,6 +6,7 @@
 #include "base/Strings.h"
 #include "platform/macos/MacPatchManager.h"
 #include "platform/macos/UpdateSelection.h"
+#include "remediation/CallReport.h"
 #include "tests/library/FakeAgent.h"
 
 using zelor::platform::candidateLabel;
@@ -88,6 +89,18 @@ TEST(UpdateSelection, LabelsOfCandidateLines) {
     EXPECT_EQ(candidateLabel(" \n"), "");
 }
 
+TEST(UpdateSelection, AHugeListingCostsOneQuestionAndAHundredLabels) {
+    const std::vector<std::string> listing(1000000, "   * OS X osx secupd\n");
+    int asked = 0;
+    const auto selection = selectUpdates(listing, "Apple Mac OS X", [&asked] {
+        ++asked;
+        return std::string("10.10.5");
+    });
+    EXPECT_EQ(asked, 1);
+    EXPECT_EQ(zelor::platform::labelsToInstall(selection).size(), 100U);
+    EXPECT_LE(selection.candidates.size(), 100U);
+}
+
 // A tool that answers from files and writes down its calls.
 class OsUpdates : public testing::Test {
   protected:
@@ -129,6 +142,16 @@ TEST_F(OsUpdates, AreJudgedByTheirOutput) {
     EXPECT_TRUE(agent.logged("INFO", "[MacPatchManager] No updates are available."));
     EXPECT_TRUE(agent.logged("ERROR", "[MacPatchManager] The pkg remediation failed = broken\n"));
     EXPECT_TRUE(agent.logged("ERROR", "[MacPatchManager] Cant get os application name!!!"));
+}
+
+TEST_F(OsUpdates, ACancelEndsBetweenTwoCommands) {
+    bool cancelled = false;
+    const zelor::CallReport report({}, [&] {
+        cancelled = cancelled || !installed().empty();
+        return cancelled;
+    });
+    EXPECT_EQ(install("   * OS X A-1\n   * OS X B-2\n", "Apple Mac OS X", "*) echo Done.;;"), -1);
+    EXPECT_EQ(installed(), "OS X A-1\n");
 }
 
 TEST_F(OsUpdates, AHostileLabelStaysOneWord) {
