@@ -7,6 +7,7 @@
 #include "authoring/UsageError.h"
 #include "authoring/serve/StaticServer.h"
 #include "base/Mutex.h"
+#include "base/PrintableText.h"
 
 namespace zelor::authoring {
 
@@ -42,8 +43,9 @@ int runServe(const ServeOptions& options) {
     if (options.verbose) {
         server.answered = [&output](const ServerRequest& request, int status) {
             const base::MutexLock lock(output);
-            std::cerr << status << ' ' << request.method << ' ' << request.path
-                      << (request.range.empty() ? "" : ' ' + request.range) << std::endl;
+            std::string line = std::to_string(status) + ' ' + request.method + ' ' + request.path;
+            if (!request.range.empty()) line += ' ' + request.range;
+            std::cerr << base::printable(line) << std::endl;
         };
     }
     std::unique_ptr<StaticServer> running;

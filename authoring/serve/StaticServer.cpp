@@ -26,6 +26,7 @@ namespace zelor::authoring {
 namespace {
 
 constexpr unsigned int kConnectionLimit = 512;
+constexpr unsigned int kConnectionsOfOneAddress = 64;
 constexpr unsigned int kIdleSeconds = 120;
 constexpr std::size_t kPieceBytes = 64U << 10U;
 
@@ -170,7 +171,8 @@ class StaticServer::Running {
         constexpr unsigned int kFlags = MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_THREAD_PER_CONNECTION;
         daemon_.reset(MHD_start_daemon(kFlags, options_.port, nullptr, nullptr, &Running::handle, this,
                                        MHD_OPTION_SOCK_ADDR, &address, MHD_OPTION_CONNECTION_LIMIT,
-                                       kConnectionLimit, MHD_OPTION_CONNECTION_TIMEOUT, kIdleSeconds,
+                                       kConnectionLimit, MHD_OPTION_PER_IP_CONNECTION_LIMIT,
+                                       kConnectionsOfOneAddress, MHD_OPTION_CONNECTION_TIMEOUT, kIdleSeconds,
                                        MHD_OPTION_UNESCAPE_CALLBACK, &keepEncoded, nullptr, MHD_OPTION_END));
         if (!daemon_) {
             throw std::runtime_error("cannot listen on " + options_.address + " port " +

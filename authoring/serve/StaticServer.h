@@ -47,7 +47,8 @@ struct StaticServerOptions {
 
 /// A web server for the files of one directory: GET and HEAD, single ranges, ETag and Last-Modified with
 /// their conditions, persistent connections. It follows no symbolic link and serves neither directories nor
-/// names that begin with a dot. It runs on threads of its own from construction to destruction.
+/// names that begin with a dot. At most 512 connections are served at a time, at most 64 of one address. It
+/// runs on threads of its own from construction to destruction.
 class StaticServer {
   public:
     /// Throws std::runtime_error that names the directory or address when it cannot be served.

@@ -1,5 +1,9 @@
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <unistd.h>
+
+#include <thread>
 
 #include "agent/http/HttpClient.h"
 #include "authoring/serve/HttpConditions.h"
@@ -87,6 +91,30 @@ TEST_F(StaticServerTest, NothingOutsideTheDirectoryIsServed) {
           "/a%20b%2fplain", "/a%20b/plain%00", "/%zz", "/a%2"}) {
         EXPECT_EQ(get(path).head.status, 404) << path;
     }
+}
+
+TEST_F(StaticServerTest, OneAddressCannotTakeAllConnections) {
+    server.publish("plain", "plain");
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port =
+        htons(static_cast<std::uint16_t>(std::stoi(server.url().substr(server.url().rfind(':') + 1))));
+    std::vector<base::UniqueFd> idle;
+    int refused = 0;
+    for (int count = 0; count < 100; ++count) {
+        idle.emplace_back(::socket(AF_INET, SOCK_STREAM, 0));
+        ASSERT_EQ(::connect(idle.back().get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    }
+    EXPECT_EQ(get("/plain").head.status, 0) << "one more of the same address";
+    for (const base::UniqueFd& one : idle) {
+        char byte = 0;
+        refused += ::recv(one.get(), &byte, 1, MSG_DONTWAIT) >= 0 ? 1 : 0;
+    }
+    EXPECT_EQ(refused, 100 - 64);
+    idle.clear();
+    while (get("/plain").head.status != 200)
+        std::this_thread::yield();  // until the server has seen that they are closed
 }
 
 }  // namespace

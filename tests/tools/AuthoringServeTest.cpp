@@ -25,9 +25,12 @@ TEST_F(ServeTest, ServesUntilASignalAndSaysOfRequests) {
         for (const char* hidden : {"/.zelor-content.json", "/content/", "/../keys/repository.key"}) {
             EXPECT_NE(shell("curl -fsS --path-as-is " + url + hidden), 0) << hidden;
         }
+        EXPECT_NE(shell("curl -fsS --path-as-is -r '1-2\x1b[2J' " + url + "/a%0Ab"), 0);
+        EXPECT_NE(shell("curl -fsS -X \"$(printf 'G\\033[2J')\" " + url + "/x"), 0);
         const int status = server.end(signal);
         EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
         EXPECT_THAT(readFile(dir / "errors"), HasSubstr("206 GET /patches/editor-2.1.zip"));
+        EXPECT_THAT(readFile(dir / "errors"), testing::Not(HasSubstr("\x1b")));
     }
 }
 
