@@ -51,9 +51,21 @@ void BufferProgress::settle(const LiveRow& row) {
 void BufferProgress::changed(const ResultTable& table, const std::vector<Change>& changes, double /*time*/) {
     for (const Change& change : changes) {
         if (change.value != kContentFailedValue && change.value != kInvalidRequestValue) continue;
+        if (invalid_.leavesOut(change.value)) continue;
         const Result& result = table.results()[change.request];
         settle({requestLabel(*result.key), base::printable(*result.identifier), stateName(change.value),
                 Tone::bad, 0, std::nullopt, record_.reason(result)});
+    }
+    const std::string more = invalid_.takeText();
+    if (!more.empty()) writeLine(more);
+}
+
+void BufferProgress::writeLine(const std::string& text) {
+    if (terminal_) {
+        const std::string line = text.substr(0, terminal_->style().columns - 1);
+        settled_.push_back({line, line.size()});
+    } else {
+        writePlainLine(fd_, text);
     }
 }
 

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "controller/live/InvalidRequestLimit.h"
 #include "controller/live/LiveTerminal.h"
 #include "controller/live/PlainLines.h"
 #include "controller/live/RateMeter.h"
@@ -29,6 +30,7 @@ class BufferProgress : public RunListener {
   private:
     void draw(double time);
     void settle(const LiveRow& row);
+    void writeLine(const std::string& text);
 
     int fd_;
     BufferRecord& record_;
@@ -36,6 +38,7 @@ class BufferProgress : public RunListener {
     std::vector<FrameLine> settled_;
     LiveView view_;
     RateMeter meter_;
+    InvalidRequestLimit invalid_;
     double drawn_ = -1;
 };
 

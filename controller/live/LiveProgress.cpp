@@ -87,6 +87,10 @@ std::vector<LiveRow> LiveModel::takeSettled(const ResultTable& table, double tim
             still.insert(still.end(), request);
             continue;
         }
+        if (invalid_.leavesOut(table.results()[request].value)) {
+            intervals_.erase(request);
+            continue;
+        }
         rows.push_back(row(table, request, time));
         intervals_.erase(request);
     }
@@ -164,6 +168,8 @@ void LiveProgress::draw(const ResultTable& table, double time, bool atEnd) {
         const std::vector<FrameLine> lines = settledLines(row, view, style);
         settled.insert(settled.end(), lines.begin(), lines.end());
     }
+    const std::string more = model_.takeLeftOut().substr(0, style.columns - 1);
+    if (!more.empty()) settled.push_back({more, more.size()});
     view.end = end_;
     terminal_.draw(settled, liveFrame(view, style));
 }

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "agent/DownloadProgress.h"
+#include "controller/live/InvalidRequestLimit.h"
 #include "controller/live/LiveTerminal.h"
 #include "controller/live/PlainLines.h"
 #include "controller/live/RateMeter.h"
@@ -24,6 +25,8 @@ class LiveModel {
     void changed(const ResultTable& table, const std::vector<Change>& changes, double time);
     /// The rows that have come to rest since the last call, by their keys; all with `atEnd`.
     std::vector<LiveRow> takeSettled(const ResultTable& table, double time, bool atEnd);
+    /// A line on invalid requests that were not among them, "" for none since the last call.
+    std::string takeLeftOut() { return invalid_.takeText(); }
     /// The display at `time`: at most `rows` rows, with the download in hand.
     LiveView view(const ResultTable& table, double time, std::size_t rows,
                   const agent::DownloadSnapshot& download);
@@ -44,6 +47,7 @@ class LiveModel {
     std::map<std::size_t, Interval>
         intervals_;                  ///< of the requests that are being worked on or have just ended
     std::set<std::size_t> resting_;  ///< with a result that is not settled
+    InvalidRequestLimit invalid_;
     RateMeter meter_;
     std::string resource_;
     std::size_t nameColumns_ = 0;

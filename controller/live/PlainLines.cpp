@@ -25,6 +25,7 @@ void PlainLines::changed(const ResultTable& table, const std::vector<Change>& ch
     const std::size_t columns = terminalColumns(fd_);
     for (const Change& change : changes) {
         if (change.value == 0) continue;  // nothing has begun
+        if (invalid_.leavesOut(change.value)) continue;
         const Result& result = table.results()[change.request];
         const std::string reason = isResult(change.value) && reasonOf_ ? reasonOf_(result) : "";
         const std::string line = now + "  " + fitToColumns(stateName(change.value), 16, "") + "  " +
@@ -32,6 +33,8 @@ void PlainLines::changed(const ResultTable& table, const std::vector<Change>& ch
                                  ')' + (reason.empty() ? "" : ": " + reason);
         lines += folded(line, columns, kTimeColumns) + '\n';
     }
+    const std::string more = invalid_.takeText();
+    if (!more.empty()) lines += folded(now + "  " + more, columns, kTimeColumns) + '\n';
     if (!lines.empty()) base::writeAll(fd_, lines);
 }
 

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "controller/live/InvalidRequestLimit.h"
 #include "controller/live/RunListener.h"
 #include "controller/report/ReportJson.h"
 
@@ -24,6 +25,7 @@ class PlainLines : public RunListener {
   private:
     int fd_;
     ReasonOf reasonOf_;
+    InvalidRequestLimit invalid_;
 };
 
 /// Writes `text` and a line end, with the time before it, folded at the width of a terminal.
