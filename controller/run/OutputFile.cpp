@@ -5,9 +5,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <charconv>
 #include <map>
 #include <optional>
 #include <stdexcept>
+#include <system_error>
 #include <tuple>
 
 #include "base/Directories.h"
@@ -21,14 +23,52 @@ namespace {
 constexpr std::size_t kBufferBytes = std::size_t{1} << 16U;
 constexpr unsigned kFileMode = 0644;
 
-/// Devices, pipes and the like are written in place.
-bool isSpecial(const std::string& path) {
-    struct stat info {};
-    return ::stat(path.c_str(), &info) == 0 && !S_ISREG(info.st_mode);
-}
-
 std::string cannotWrite(const std::string& path, int error) {
     return "cannot write " + path + ": " + base::errorText(error);
+}
+
+/// Pipes, terminals and /dev/null are written in place; other devices could be anything, a disk too.
+bool isWrittenInPlace(const struct stat& info, int fd) {
+    struct stat null {};
+    if (S_ISFIFO(info.st_mode)) return true;
+    if (!S_ISCHR(info.st_mode)) return false;
+    return ::isatty(fd) == 1 || (::stat("/dev/null", &null) == 0 && null.st_rdev == info.st_rdev);
+}
+
+enum class Target { file, inPlace };
+
+/// What is at `path`, opened for writing when it is written in place: nothing is created, emptied or
+/// followed. A pipe that nobody reads is `inPlace` without a descriptor, unless `wait`. Returns what is
+/// wrong, or "".
+std::string lookAt(const std::string& path, bool wait, Target& target, base::UniqueFd& file) {
+    struct stat info {};
+    target = Target::file;
+    if (::lstat(path.c_str(), &info) != 0)
+        return errno == ENOENT ? "" : cannotWrite(path, errno) + "; choose another file";
+    if (S_ISLNK(info.st_mode)) return path + " is a symbolic link; name the file itself";
+    if (S_ISDIR(info.st_mode)) return path + " is a directory; name a file in it";
+    if (::access(path.c_str(), W_OK) != 0) return cannotWrite(path, errno) + "; choose another file";
+    if (S_ISREG(info.st_mode)) return "";
+    target = Target::inPlace;
+    if (S_ISFIFO(info.st_mode) && !wait) return "";  // its reader would see an end
+    if (!S_ISFIFO(info.st_mode) && !S_ISCHR(info.st_mode))
+        return "cannot write " + path + ", a device or socket; name a file, a pipe, a terminal or /dev/null";
+    const int dontWait = S_ISCHR(info.st_mode) ? O_NONBLOCK : 0;
+    file = base::openFile(path, O_WRONLY | O_NOCTTY | O_NOFOLLOW | dontWait);
+    if (!file || ::fstat(file.get(), &info) != 0) return cannotWrite(path, errno) + "; choose another file";
+    if (!isWrittenInPlace(info, file.get()))
+        return "cannot write " + path + ", a device; name a file, a pipe, a terminal or /dev/null";
+    if (dontWait != 0) ::fcntl(file.get(), F_SETFL, ::fcntl(file.get(), F_GETFL) & ~O_NONBLOCK);
+    return "";
+}
+
+/// Why a descriptor that was named is not one that the caller left open for writing. Ours close on exec.
+std::string descriptorProblem(int fd, const std::string& path) {
+    const int own = ::fcntl(fd, F_GETFD);
+    const int mode = own < 0 ? 0 : ::fcntl(fd, F_GETFL) & O_ACCMODE;
+    if (own < 0 || (own & FD_CLOEXEC) != 0 || mode == O_RDONLY)
+        return path + " is not open for writing; open it, or name a file";
+    return "";
 }
 
 /// "" when everything is written to the open file.
@@ -73,18 +113,13 @@ std::optional<Identity> identityOf(const std::string& path) {
 
 /// Opens the output as it will be opened at the end. A pipe is left alone: its reader would see an end.
 void checkOutput(const std::string& path, const std::string& option) {
-    struct stat info {};
-    const bool there = ::stat(path.c_str(), &info) == 0;
-    if (there && S_ISDIR(info.st_mode))
-        throw InputError(option + ' ' + path + " is a directory; name a file in it");
-    if (there && S_ISFIFO(info.st_mode)) return;
-    if (there && ::access(path.c_str(), W_OK) != 0)
-        throw InputError(option + ": " + cannotWrite(path, errno) + "; choose another file");
-    if (there && !S_ISREG(info.st_mode)) {
-        if (!base::openFile(path, O_WRONLY | O_NOCTTY | O_NONBLOCK))
-            throw InputError(option + ": " + cannotWrite(path, errno) + "; choose another file");
-        return;
-    }
+    const auto descriptor = namedDescriptor(path);
+    Target target = Target::inPlace;
+    base::UniqueFd file;
+    const std::string problem =
+        descriptor ? descriptorProblem(*descriptor, path) : lookAt(path, false, target, file);
+    if (!problem.empty()) throw InputError(option + ": " + problem);
+    if (target == Target::inPlace) return;
     try {
         (void)stagedFile(path);
     } catch (const std::runtime_error& e) {
@@ -93,7 +128,30 @@ void checkOutput(const std::string& path, const std::string& option) {
     }
 }
 
+/// Another name of the file could be one that nobody asked to empty.
+std::string openEmptied(const std::string& path, base::UniqueFd& file) {
+    file = base::openFile(path, O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, kFileMode);
+    struct stat info {};
+    if (!file || ::fstat(file.get(), &info) != 0) return cannotWrite(path, errno) + "; choose another file";
+    if (!S_ISREG(info.st_mode)) return path + " has become something else; choose another file";
+    if (info.st_nlink > 1) return path + " has another name too, a hard link; choose another file";
+    return ::ftruncate(file.get(), 0) == 0 ? "" : cannotWrite(path, errno) + "; choose another file";
+}
+
 }  // namespace
+
+std::optional<int> namedDescriptor(const std::string& path) {
+    if (path == "/dev/stdout") return STDOUT_FILENO;
+    if (path == "/dev/stderr") return STDERR_FILENO;
+    for (const std::string directory : {"/dev/fd/", "/proc/self/fd/"}) {
+        if (path.compare(0, directory.size(), directory) != 0) continue;
+        int fd = -1;
+        const char* const end = path.data() + path.size();
+        const auto [after, error] = std::from_chars(path.data() + directory.size(), end, fd);
+        if (error == std::errc() && after == end && fd >= 0) return fd;
+    }
+    return std::nullopt;
+}
 
 FdBuffer::FdBuffer(int fd) : fd_(fd), room_(kBufferBytes, '\0') {
     setp(room_.data(), room_.data() + room_.size());
@@ -129,7 +187,7 @@ void checkOutputs(const std::vector<RequestedOutput>& outputs, const std::string
             onStandardOutput = option;
             continue;
         }
-        const auto identity = identityOf(path);
+        const auto identity = namedDescriptor(path) ? std::nullopt : identityOf(path);
         if (identity && identity == ofRequests)
             throw InputError(option + ' ' + path + " is the file of the requests; name another file");
         if (identity && !taken.emplace(*identity, option).second)
@@ -141,9 +199,12 @@ void checkOutputs(const std::vector<RequestedOutput>& outputs, const std::string
 
 std::string writeOutput(const std::string& path, const std::function<void(std::ostream&)>& write) {
     if (path == "-") return fill(STDOUT_FILENO, "standard output", write);
-    if (!isSpecial(path)) return replaceFile(path, write);
-    const base::UniqueFd file = base::openFile(path, O_WRONLY | O_NOCTTY);
-    return file ? fill(file.get(), path, write) : cannotWrite(path, errno);
+    if (const auto descriptor = namedDescriptor(path)) return fill(*descriptor, path, write);
+    Target target = Target::file;
+    base::UniqueFd file;
+    const std::string problem = lookAt(path, true, target, file);
+    if (!problem.empty()) return problem;
+    return target == Target::file ? replaceFile(path, write) : fill(file.get(), path, write);
 }
 
 std::string writeTalk(int fd, const std::string& text) {
@@ -152,8 +213,14 @@ std::string writeTalk(int fd, const std::string& text) {
 
 LineOutput::LineOutput(const std::string& path, const std::string& option) : path_(path), fd_(STDOUT_FILENO) {
     if (path == "-") return;
-    file_ = base::openFile(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOCTTY, kFileMode);
-    if (!file_) throw InputError(option + ": " + cannotWrite(path, errno) + "; choose another file");
+    if (const auto descriptor = namedDescriptor(path)) {
+        fd_ = *descriptor;
+        return;
+    }
+    Target target = Target::file;
+    std::string problem = lookAt(path, true, target, file_);
+    if (problem.empty() && target == Target::file) problem = openEmptied(path, file_);
+    if (!problem.empty()) throw InputError(option + ": " + problem);
     fd_ = file_.get();
 }
 

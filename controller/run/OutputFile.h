@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <ostream>
 #include <streambuf>
 #include <string>
@@ -39,12 +40,19 @@ struct RequestedOutput {
     std::string path;  ///< "-": standard output; "": none
 };
 
-/// Throws InputError when an output cannot be opened for writing, is the file of the requests ("-": standard
-/// input) under whatever name, or is the same as another one. Leaves no file behind.
+/// The descriptor that one of the system's own names stands for: 1 for "/dev/stdout", 5 for "/dev/fd/5";
+/// nothing for another path. Outputs to such a name are written to that descriptor, as to "-", since on Linux
+/// the names are links to whatever it is. Pure.
+std::optional<int> namedDescriptor(const std::string& path);
+
+/// Throws InputError when an output is a symbolic link or a device other than a terminal, a pipe and
+/// /dev/null, when it cannot be opened for writing, is the file of the requests ("-": standard
+/// input) under whatever name, or is the same as another one. Leaves no file behind. Call it before anything
+/// else opens files: a descriptor that is named must have come from the caller of the program.
 void checkOutputs(const std::vector<RequestedOutput>& outputs, const std::string& requests);
 
 /// Writes the whole of an output ("-": standard output): a file appears complete under its name or not at
-/// all. Returns what went wrong, "" when all is written.
+/// all. What `checkOutputs` refuses is refused here too. Returns what went wrong, "" when all is written.
 std::string writeOutput(const std::string& path, const std::function<void(std::ostream&)>& write);
 
 /// Writes what is meant for people. Returns what went wrong; "" also for standard error, which is the last
