@@ -14,6 +14,7 @@
 #include <thread>
 #include <utility>
 
+#include "base/ChildLock.h"
 #include "base/Files.h"
 #include "base/Spawn.h"
 #include "base/SystemCalls.h"
@@ -65,13 +66,16 @@ int spawn(const std::vector<std::string>& argv, int output, bool mergeError, pid
         // A host without standard error. Left closed, the command's next file would take its errors.
         posix_spawn_file_actions_addopen(actions.get(), STDERR_FILENO, "/dev/null", O_WRONLY, 0);
     }
+    const int lock = childLockToInherit();
+    if (lock >= 0) posix_spawn_file_actions_adddup2(actions.get(), lock, kChildLockDescriptor);
     sigset_t blocked;
     sigset_t defaults;
     sigemptyset(&blocked);
     sigfillset(&defaults);
     sigdelset(&defaults, SIGKILL);
     sigdelset(&defaults, SIGSTOP);
-    const int flags = leaveTerminal(blocked) | closeOtherDescriptors(*actions.get());
+    const int flags = leaveTerminal(blocked) |
+                      closeOtherDescriptors(*actions.get(), lock >= 0 ? kChildLockDescriptor : STDERR_FILENO);
     const SpawnAttributes attributes(blocked, defaults, flags);
     return posix_spawn(&pid, argv.front().c_str(), actions.get(), attributes.get(),
                        argumentPointers(argv).data(), processEnvironment());
@@ -236,9 +240,11 @@ CommandResult runCommand(const std::vector<std::string>& argv, bool mergeError, 
         failed.startError = errno;
         return failed;
     }
+    CommandNote note;
     pid_t pid = -1;
     failed.startError = spawn(argv, writeEnd.get(), mergeError, pid);
     if (failed.startError != 0) return failed;
+    note.started(pid, true);
     writeEnd.reset();
     return Child(pid, limit).readToEnd(std::move(readEnd));
 }
@@ -252,9 +258,11 @@ CommandResult runScript(const std::string& script, seconds limit) {
         failed.startError = errno;
         return failed;
     }
+    CommandNote note;
     pid_t pid = -1;
     failed.startError = spawn({"/bin/bash", script}, file.get(), true, pid);
     if (failed.startError != 0) return failed;
+    note.started(pid, false);
     return Child(pid, limit).waitWith(GrowingFile(file.get()));
 }
 

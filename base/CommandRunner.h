@@ -24,8 +24,9 @@ constexpr std::size_t kOutputBound = std::size_t{8} << 20;
 /// Runs `argv` (its first word a path) in a session of its own, without a terminal, with standard input from
 /// /dev/null. Reads its output to the end, which comes when nobody holds it open any more: also a process
 /// that the command left behind is waited for, as by pclose(3). Standard output is collected, and standard
-/// error too when `mergeError`; else that is inherited. No other descriptor is passed on. At `limit` (zero:
-/// none) the group gets TERM, five seconds later KILL, and the output read so far is the result's.
+/// error too when `mergeError`; else that is inherited. No other descriptor is passed on, but for the one of
+/// a child lock (`base/ChildLock.h`) that is taken. At `limit` (zero: none) the group gets TERM, five seconds
+/// later KILL, and the output read so far is the result's.
 CommandResult runCommand(const std::vector<std::string>& argv, bool mergeError, std::chrono::seconds limit);
 
 /// Runs `script` with /bin/bash in the same way, but waits for that shell alone: services that the script

@@ -69,7 +69,7 @@ char** processEnvironment() {
     return *_NSGetEnviron();
 }
 
-short closeOtherDescriptors(posix_spawn_file_actions_t& /*actions*/) {
+short closeOtherDescriptors(posix_spawn_file_actions_t& /*actions*/, int /*kept*/) {
     return POSIX_SPAWN_CLOEXEC_DEFAULT;
 }
 
@@ -154,11 +154,14 @@ char** processEnvironment() {
     return environ;
 }
 
-short closeOtherDescriptors(posix_spawn_file_actions_t& actions) {
+short closeOtherDescriptors(posix_spawn_file_actions_t& actions, int kept) {
 #if defined(__GLIBC__) && __GLIBC_PREREQ(2, 34)
-    posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
+    for (int fd = STDERR_FILENO + 1; fd < kept; ++fd)
+        posix_spawn_file_actions_addclose(&actions, fd);
+    posix_spawn_file_actions_addclosefrom_np(&actions, kept + 1);
 #else
     (void)actions;
+    (void)kept;
 #endif
     return 0;
 }

@@ -23,9 +23,10 @@ namespace zelor::base {
 bool makePipe(int (&ends)[2]);
 /// The environment of this process, which a dynamic library of macOS cannot name.
 char** processEnvironment();
-/// What keeps the descriptors that `actions` does not name from the child: adds an action, or returns a flag
-/// for posix_spawnattr_setflags.
-short closeOtherDescriptors(posix_spawn_file_actions_t& actions);
+/// What keeps the descriptors that `actions` does not name from the child: adds actions, or returns a flag
+/// for posix_spawnattr_setflags. `kept`: the one above standard error that `actions` names, else
+/// STDERR_FILENO.
+short closeOtherDescriptors(posix_spawn_file_actions_t& actions, int kept);
 
 /// Keeps the host's terminal from the child: a session of its own where the system can start one so, else a
 /// process group of its own in which reading the terminal fails instead of stopping the reader (the signals

@@ -1,6 +1,8 @@
 #include "base/TrustedDirectory.h"
 
 #include <fcntl.h>
+#include <grp.h>
+#include <pwd.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -10,6 +12,7 @@
 #include <cstring>
 #include <memory>
 
+#include "base/AccessList.h"
 #include "base/Deleter.h"
 #include "base/Strings.h"
 #include "base/SystemRoot.h"
@@ -55,6 +58,8 @@ std::string problemOf(const std::string& step, const struct stat& link, const st
         return problemOnTheWay(std::string(real.get()) + "/.");
     }
     if (!S_ISDIR(link.st_mode)) return step + " on the way to it is no directory";
+    if (hasAccessList(step) && othersMayChange(readAccessList(step), ::geteuid()))
+        return "others may replace it, since the access list of " + step + " lets them (chmod -N)";
     const bool open = (link.st_mode & S_IWOTH) != 0 && (link.st_mode & S_ISVTX) == 0;
     return open ? "everybody may replace it, since " + step + " is writable by all (chmod o-w)" : "";
 }
@@ -85,7 +90,42 @@ std::string problemOfDirectory(const std::string& path) {
     if ((info.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
         return "others may write to it; take that right away (chmod go-w) if it holds nothing of theirs";
     }
+    if (hasAccessList(path) && othersMayChange(readAccessList(path), ::geteuid()))
+        return "its access list lets others change it; remove that (chmod -N) if it holds nothing of theirs";
     return "";
+}
+
+/// The group that has this user's name and no other member.
+bool isOwnGroup(gid_t gid) {
+    const struct passwd* const user = ::getpwuid(::geteuid());
+    if (user == nullptr || user->pw_gid != gid) return false;
+    const std::string name = user->pw_name;
+    const struct group* const group = ::getgrgid(gid);
+    if (group == nullptr || name != group->gr_name) return false;
+    for (char** member = group->gr_mem; member != nullptr && *member != nullptr; ++member) {
+        if (name != *member) return false;
+    }
+    return true;
+}
+
+/// What is wrong with the owner, the mode and the access list of `path`, followed through links.
+std::string changeProblem(const std::string& path, const std::string& base) {
+    struct stat info {};
+    if (::stat(path.c_str(), &info) != 0)
+        return errno == ENOENT ? "" : "cannot look at " + path + ": " + std::strerror(errno);
+    if (!ownerIsTrusted(info, base)) return path + " belongs to another user (chown)";
+    const bool listed = hasAccessList(path);
+    const bool group = (info.st_mode & S_IWGRP) != 0 && (listed || !isOwnGroup(info.st_gid));
+    if (group || (info.st_mode & S_IWOTH) != 0) return "others may write to " + path + " (chmod go-w)";
+    return listed && othersMayChange(readAccessList(path), ::geteuid())
+               ? "the access list of " + path + " lets others change it (chmod -N)"
+               : "";
+}
+
+/// Why others could put another file in the place of `path`, itself not looked at.
+std::string placeProblem(const std::string& path) {
+    const std::string problem = problemOnTheWay(path);
+    return problem.empty() ? changeProblem(path.substr(0, path.rfind('/')) + "/.", baseOf(path)) : problem;
 }
 
 /// Why others could put something else in the place of `path`, "" when they cannot.
@@ -160,6 +200,20 @@ Check prepareDirectory(const std::string& path) {
     if (::mkdir(plain.c_str(), 0700) != 0 && errno != EEXIST && errno != EISDIR)
         return systemFailure("cannot make " + plain);
     return checkOf(problemOfDirectory(plain));
+}
+
+Check checkFile(const std::string& path) {
+    std::string plain = plainPath(path);
+    std::string problem = placeProblem(plain);
+    struct stat info {};
+    if (problem.empty() && ::lstat(plain.c_str(), &info) == 0 && S_ISLNK(info.st_mode)) {
+        if (!ownerIsTrusted(info, baseOf(plain))) return failure(plain + " is a link of another user; remove it");
+        const std::unique_ptr<char, Deleter<::free>> real(::realpath(plain.c_str(), nullptr));
+        if (!real) return {};  // to nothing
+        plain = real.get();
+        problem = placeProblem(plain);
+    }
+    return checkOf(problem.empty() ? changeProblem(plain, baseOf(plain)) : problem);
 }
 
 Result<UniqueFd> openOwnFile(const std::string& path, int flags) {

@@ -83,7 +83,7 @@ constexpr const char* kStatusHelp = R"(Examples:
   zelor-remediate status
   zelor-remediate status --json | jq .buffer
 
-Shows settings, installed patches, buffer and unfinished downloads. For each setting it shows whether it comes from the
+Shows settings, installed patches, buffer, unfinished downloads, leftovers and who holds the lock. For each setting it shows whether it comes from the
 ini file or is the default, for each buffered patch its size. Writes only to the log.)";
 
 using Action = std::function<int()>;
@@ -196,7 +196,7 @@ void addPlan(CLI::App& app, PlanOptions& options, Action& action) {
 void addStatus(CLI::App& app, StatusOptions& options, Action& action) {
     CLI::App* command = addCommand(app, "status", kStatusHelp);
     addJson(command, options.json);
-    addPathOptions(command, options.paths, false);
+    addPathOptions(command, options.paths, true);
     command->callback([&] { action = [&] { return statusCommand(options); }; });
 }
 

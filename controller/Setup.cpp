@@ -1,27 +1,23 @@
 #include "controller/Setup.h"
 
-#include <fcntl.h>
 #include <stdlib.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <iostream>
-#include <optional>
 #include <vector>
 
 #include "agent/http/RepositoryUrl.h"
 #include "base/Deleter.h"
 #include "base/Directories.h"
 #include "base/Files.h"
+#include "base/ProgramStart.h"
 #include "base/SystemRoot.h"
 #include "base/TrustedDirectory.h"
 #include "collaborators/Common.h"
 #include "controller/InputError.h"
-#include "controller/run/GiveWay.h"
-#include "controller/run/Signals.h"
+#include "controller/JobLock.h"
 #include "platform/macos/MacPatchManager.h"
 
 namespace zelor::controller {
@@ -30,7 +26,6 @@ namespace {
 
 constexpr char kLogDirectory[] = "/var/log/zelor";
 constexpr char kMountPoint[] = "/var/zelor/mountpoint";
-constexpr std::chrono::milliseconds kBetweenLocks{500};
 constexpr char kSystemPath[] = "/usr/bin:/bin:/usr/sbin:/sbin";
 
 /// The directory that a person named, without symbolic links.
@@ -67,8 +62,7 @@ void setEnvironment(const std::string& tools, const std::string& root) {
         ::setenv(kRootVariable, root.c_str(), 1);
     const std::string path = (tools.empty() ? "" : tools + ':') + kSystemPath;
     ::setenv("PATH", path.c_str(), 1);
-    for (const char* name : {"BASH_ENV", "ENV", "CDPATH", "GLOBIGNORE", "SHELLOPTS", "BASHOPTS", "IFS"})
-        ::unsetenv(name);
+    base::removeHarmfulVariables();
 }
 
 /// True when `inner` is `outer` or lies below it.
@@ -154,6 +148,17 @@ Paths resolvePaths(const PathOptions& options) {
     return paths;
 }
 
+base::Check checkSettingsFiles(const Paths& paths) {
+    const std::string ini = paths.settings->iniFile();
+    if (const base::Check own = base::checkFile(ini); !own)
+        return base::failure("the settings file " + ini + " is refused: " + own.error().text);
+    const std::string& key = paths.settings->values().trustedKey;
+    if (key.empty()) return {};
+    if (const base::Check own = base::checkFile(key); !own)
+        return base::failure("the trusted key " + key + " is refused: " + own.error().text);
+    return {};
+}
+
 void requireUsableSettings(const Paths& paths) {
     const std::string& ini = paths.settings->iniFile();
     struct stat info {};
@@ -176,6 +181,7 @@ void requireUsableSettings(const Paths& paths) {
         throw InputError(
             ini + ": [Repository] TrustedKey is missing; name the PEM file of the repository's public key");
     }
+    if (const base::Check own = checkSettingsFiles(paths); !own) throw InputError(own.error().text);
     if (::access(key.c_str(), R_OK) != 0) {
         throw InputError("the trusted key " + key + " cannot be read: " + base::errorText(errno) +
                          "; put it there, or correct " + "[Repository] TrustedKey in " + ini);
@@ -216,8 +222,9 @@ void checkContentDir(const Paths& paths) {
 
 void prepareDirectories(const Paths& paths, bool contentDir) {
     const agent::Settings& settings = paths.settings->values();
-    for (const std::string& directory : {underSystemRoot(kLogDirectory), parentOf(settings.logFile),
-                                         settings.unzipDirectory, settings.patchesDir, paths.installPath}) {
+    for (const std::string& directory :
+         {underSystemRoot(kLogDirectory), parentOf(settings.logFile), settings.unzipDirectory,
+          settings.patchesDir, paths.installPath, parentOf(jobLockFile())}) {
         requireDirectory(directory, paths.belowRoot);
     }
     if (paths.belowRoot) {
@@ -236,59 +243,6 @@ void prepareForReading(const Paths& paths) {
          {underSystemRoot(kLogDirectory), parentOf(paths.settings->values().logFile), paths.installPath}) {
         requireDirectory(directory, paths.belowRoot);
     }
-}
-
-JobLock::JobLock(const Paths& paths, const Waiting& waiting) {
-    const std::string& directory = paths.settings->values().unzipDirectory;
-    directory_ = base::openFile(directory, O_RDONLY | O_DIRECTORY);
-    if (!directory_)
-        throw InputError("cannot open the directory " + directory + ": " + base::errorText(errno));
-    if (!take(directory)) await(directory, waiting);
-}
-
-/// False when another process has the lock.
-bool JobLock::take(const std::string& directory) const {
-    int result = 0;
-    do {
-        result = ::flock(directory_.get(), LOCK_EX | LOCK_NB);
-    } while (result != 0 && errno == EINTR);
-    if (result == 0) return true;
-    if (errno == EWOULDBLOCK) return false;
-    throw InputError("cannot lock the directory " + directory + ": " + base::errorText(errno) +
-                     "; put it on a disk that knows locks");
-}
-
-void JobLock::await(const std::string& directory, const Waiting& waiting) const {
-    using Clock = std::chrono::steady_clock;
-    const std::string other = "another run or buffering job works at this place (it holds " + directory + ')';
-    const bool wait = waiting.longest.count() > 0;
-    if (wait && !waiting.quiet) std::cerr << "zelor-remediate: waiting, since " << other << '\n';
-    const bool isRun = waiting.forBuffering.count() > 0;
-    std::optional<WaitingSign> sign;
-    if (isRun) sign.emplace(directory);
-    bool said = wait || waiting.quiet;
-    // A job that begins or ends has one of its two locks for a moment.
-    auto until = Clock::now() + (isRun ? std::max<Clock::duration>(waiting.longest, kBetweenLocks)
-                                       : Clock::duration(waiting.longest));
-    const auto longest = Clock::now() + waiting.forBuffering;
-    const Signals signals;
-    while (Clock::now() < until) {
-        if (sign && sign->jobBuffers()) {
-            until = std::max(until, std::min(Clock::now() + kBetweenLocks, longest));
-            if (!said) {
-                std::cerr << "zelor-remediate: waiting for the buffering job, which stops after the patch in "
-                             "hand or at most a minute\n";
-            }
-            said = true;
-        }
-        signals.wait(std::chrono::milliseconds(100));
-        if (signals.endAsked())
-            throw CommandError(exitStatus::kCancelled, "cancelled while it waited; nothing was changed");
-        if (take(directory)) return;
-    }
-    throw CommandError(
-        exitStatus::kBusy,
-        other + (wait ? "; wait longer, or stop it" : "; wait for its end with --wait SECONDS, or stop it"));
 }
 
 }  // namespace zelor::controller

@@ -5,7 +5,6 @@
 #include <string>
 
 #include "agent/AgentSettings.h"
-#include "base/Files.h"
 #include "base/Result.h"
 
 namespace zelor::controller {
@@ -48,8 +47,13 @@ struct Paths {
 /// it before other threads run.
 Paths resolvePaths(const PathOptions& options);
 
-/// Throws InputError when the settings do not let anything be fetched and verified. Changes nothing.
+/// Throws InputError when the settings do not let anything be fetched and verified, or when another user
+/// could change them. Changes nothing.
 void requireUsableSettings(const Paths& paths);
+
+/// Fails, with the remedy, when another user than root, this one and the root's owner could change the settings file,
+/// the trusted key or their directories. Changes nothing.
+base::Check checkSettingsFiles(const Paths& paths);
 
 /// Throws InputError when the content directory is one that must not be emptied, or is open to others.
 /// Changes nothing.
@@ -62,27 +66,5 @@ void prepareDirectories(const Paths& paths, bool contentDir);
 
 /// The same for a command that only looks: what it writes is the log and the cache of content.
 void prepareForReading(const Paths& paths);
-
-/// How long a command waits for another one at its place to end, and whether it says so on standard error.
-struct Waiting {
-    std::chrono::seconds longest{0};
-    bool quiet = false;
-    /// That long it waits in any case for a buffering job, which gives way to it; zero: it is no run.
-    std::chrono::seconds forBuffering{0};
-};
-
-/// Holds the only right to run or buffer at this place for its life. While another process has it, waits as
-/// `waiting` says, and a run waits for a buffering job to give way; then throws CommandError with
-/// exitStatus::kBusy; with exitStatus::kCancelled when a signal ends the wait.
-class JobLock {
-  public:
-    JobLock(const Paths& paths, const Waiting& waiting);
-
-  private:
-    bool take(const std::string& directory) const;
-    void await(const std::string& directory, const Waiting& waiting) const;
-
-    base::UniqueFd directory_;
-};
 
 }  // namespace zelor::controller

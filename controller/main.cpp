@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "base/ProgramStart.h"
 #include "controller/CommandLine.h"
 
 namespace {
@@ -18,5 +19,6 @@ void occupyStandardDescriptors() {
 
 int main(int argc, char** argv) {
     occupyStandardDescriptors();
+    zelor::base::prepareProgram();
     return zelor::controller::runController({argv + 1, argv + argc});
 }

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "base/ProgramStart.h"
 #include "rehearsal/Tools.h"
 
 namespace {
@@ -26,6 +27,7 @@ int runAs(zelor::rehearsal::Tool tool, const std::string& name, const std::vecto
 }  // namespace
 
 int main(int count, char** words) {
+    zelor::base::prepareProgram();
     useUtf8();
     const std::string name = count > 0 ? words[0] : "zelor-rehearsal";
     try {

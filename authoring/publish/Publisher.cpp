@@ -1,8 +1,6 @@
 #include "authoring/publish/Publisher.h"
 
-#include <fcntl.h>
 #include <openssl/rand.h>
-#include <sys/file.h>
 #include <unistd.h>
 
 #include <boost/filesystem.hpp>
@@ -19,6 +17,7 @@
 #include "authoring/publish/PublishState.h"
 #include "base/Directories.h"
 #include "base/Files.h"
+#include "base/LockFile.h"
 #include "base/StagedFile.h"
 #include "remediation/fetch/PatchName.h"
 
@@ -37,15 +36,23 @@ void requireDirectory(const std::string& directory) {
     }
 }
 
-/// Held until the descriptor is closed. Its file stays: removing it would let two hold "the" lock.
-base::UniqueFd lockRepository(const std::string& repository) {
-    const std::string path = repository + "/.zelor-content.lock";
-    base::UniqueFd lock = base::openFile(path, O_RDWR | O_CREAT | O_NOFOLLOW);
-    if (!lock.valid()) throw UsageError("cannot write below " + repository + ": " + base::errorText(errno));
-    if (::flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
-        throw UsageError("another publication to " + repository + " is under way; wait for its end");
+/// Held for the object's life.
+base::LockFile lockRepository(const std::string& repository) {
+    try {
+        base::LockFile lock(repository + "/.zelor-content.lock");
+        if (lock.take()) {
+            lock.note(::getpid());
+            return lock;
+        }
+        const std::optional<long> other = lock.noted();
+        throw UsageError("another publication to " + repository + " is under way (" +
+                         (other ? "process " + std::to_string(*other) + ", " : "") + "it holds " +
+                         lock.path() + "); wait for its end");
+    } catch (const UsageError&) {
+        throw;
+    } catch (const std::runtime_error& e) {
+        throw UsageError(e.what());
     }
-    return lock;
 }
 
 void removeLeftovers(const std::string& directory) {
@@ -191,7 +198,7 @@ PublishSummary publish(Manifest manifest, const SigningKey& key, const Publicati
                        const std::function<void(const std::string&)>& report) {
     const std::string& repository = publication.repository;
     requireDirectory(repository + "/patches");
-    const base::UniqueFd lock = lockRepository(repository);
+    const base::LockFile lock = lockRepository(repository);
     removeLeftovers(repository);
     removeLeftovers(repository + "/patches");
     return Publisher(std::move(manifest), key, publication, report).run();

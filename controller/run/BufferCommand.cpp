@@ -10,6 +10,7 @@
 #include "agent/ContentCacheControl.h"
 #include "agent/LogControl.h"
 #include "controller/Commands.h"
+#include "controller/JobLock.h"
 #include "controller/Text.h"
 #include "controller/live/BufferProgress.h"
 #include "controller/live/Watch.h"
@@ -30,7 +31,7 @@ class Job {
   public:
     Job(const BufferOptions& options, const Requests& requests, const Paths& paths)
         : options_(options),
-          sign_(paths.settings->values().unzipDirectory),
+          sign_(lockDirectory()),
           talkFd_(options.json == "-" ? STDERR_FILENO : STDOUT_FILENO),
           usable_(requests.usable()),
           table_(requests.all),
@@ -190,7 +191,7 @@ int bufferCommand(const BufferOptions& options) {
     const Paths paths = resolvePaths(options.paths);
     requireUsableSettings(paths);
     prepareDirectories(paths, false);
-    const JobLock lock(paths, {std::chrono::seconds(options.waitSeconds), options.talk.quiet});
+    const JobLock lock({std::chrono::seconds(options.waitSeconds), options.talk.quiet});
     if (options.talk.verbose) agent::logToStandardError("debug");
     return Job(options, requests, paths).execute();
 }

@@ -14,8 +14,8 @@ namespace zelor::controller {
 
 namespace {
 
-constexpr char kBufferingFile[] = "/.buffering.lock";
-constexpr char kWaitingFile[] = "/.run-waits.lock";
+constexpr char kBufferingFile[] = "/buffering.lock";
+constexpr char kWaitingFile[] = "/run-waits.lock";
 
 base::UniqueFd openSign(const std::string& path) {
     base::UniqueFd file = base::openFile(path, O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK, 0600);

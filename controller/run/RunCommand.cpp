@@ -12,6 +12,7 @@
 #include "agent/http/HttpClient.h"
 #include "controller/Commands.h"
 #include "controller/InputError.h"
+#include "controller/JobLock.h"
 #include "controller/Text.h"
 #include "controller/live/EventLines.h"
 #include "controller/live/LiveProgress.h"
@@ -230,8 +231,7 @@ int runCommand(const RunOptions& options) {
     requireUsableSettings(paths);
     checkContentDir(paths);
     prepareDirectories(paths, true);
-    const JobLock lock(
-        paths, {std::chrono::seconds(options.waitSeconds), options.talk.quiet, kGiveWayTime + kLastStep});
+    const JobLock lock({std::chrono::seconds(options.waitSeconds), options.talk.quiet, kGiveWayTime + kLastStep});
     if (options.talk.verbose) agent::logToStandardError("debug");
     return Run(options, requests, paths).execute();
 }

@@ -75,6 +75,17 @@ void readBuffer(const Paths& paths, Status& status) {
                           status.unlisted.end());
 }
 
+void lookAtContentDir(const Paths& paths, Status& status) {
+    status.contentDir = paths.contentDir;
+    boost::system::error_code error;
+    for (fs::directory_iterator entry(paths.contentDir, error), end; !error && entry != end;
+         entry.increment(error))
+        status.leftovers.push_back(entry->path().filename().string());
+    std::sort(status.leftovers.begin(), status.leftovers.end());
+    if (error && error != boost::system::errc::no_such_file_or_directory)
+        status.leftoversProblem = error.message();
+}
+
 }  // namespace
 
 std::vector<BufferedPatch> parseBufferedList(const std::string& text) {
@@ -106,6 +117,7 @@ Status gatherStatus(const Paths& paths) {
     status.problems = paths.settings->problems();
     const auto& warnings = paths.settings->warnings();
     status.problems.insert(status.problems.end(), warnings.begin(), warnings.end());
+    if (const base::Check own = checkSettingsFiles(paths); !own) status.problems.push_back(own.error().text);
     status.buildFile = underSystemRoot(MPMBUILDFILE);
     if (const auto build = platform::readIniFile(status.buildFile))
         status.buildPlatform = build->get(MPMPLATFORM, std::string());
@@ -118,6 +130,9 @@ Status gatherStatus(const Paths& paths) {
     const auto isNote = [](const SizedFile& file) { return !base::hasEnding(file.name, ".part"); };
     status.partial.erase(std::remove_if(status.partial.begin(), status.partial.end(), isNote),
                          status.partial.end());
+    lookAtContentDir(paths, status);
+    status.lockFile = jobLockFile();
+    status.lock = base::lookAtLock(status.lockFile);
     return status;
 }
 

@@ -52,6 +52,11 @@ struct Status {
     std::int64_t budgetBytes =
         0;  ///< what buffering keeps to; below zero when the setting is too large for it
     std::vector<SizedFile> partial;
+    std::string contentDir;
+    std::vector<std::string> leftovers;  ///< names in the content directory, which a run empties
+    std::string leftoversProblem;        ///< why they cannot be listed, "" when they can
+    std::string lockFile;
+    base::LockState lock;  ///< of runs and buffering jobs
 };
 
 /// Looks at the place and asks the system for its name. Writes nothing but lines of the log.

@@ -10,6 +10,7 @@ namespace {
 using nlohmann::ordered_json;
 
 constexpr std::size_t kRecordedShown = 20;
+constexpr std::size_t kLeftoversShown = 20;
 
 std::string row(const std::string& name, std::size_t columns, const std::string& value) {
     return "  " + base::printable(name) +
@@ -77,6 +78,44 @@ std::string partialText(const Status& status) {
     return text;
 }
 
+std::string leftoversText(const Status& status) {
+    std::string text = "\nLeft in the content directory " + base::printable(status.contentDir) + ": ";
+    if (!status.leftoversProblem.empty()) return text + "unknown: " + status.leftoversProblem + '\n';
+    text += std::to_string(status.leftovers.size()) +
+            (status.leftovers.empty() ? "\n" : ", which the next run removes\n");
+    const std::size_t shown = std::min(status.leftovers.size(), kLeftoversShown);
+    for (std::size_t i = 0; i < shown; ++i)
+        text += "  " + base::printable(status.leftovers[i]) + '\n';
+    if (shown < status.leftovers.size())
+        text += "  ... " + std::to_string(status.leftovers.size() - shown) + " more (all with --json)\n";
+    return text;
+}
+
+std::string lockText(const Status& status) {
+    const std::string file = " (" + base::printable(status.lockFile) + ")\n";
+    switch (status.lock.kind) {
+        case base::LockState::Kind::free:
+            return "\nLock: free" + file;
+        case base::LockState::Kind::unknown:
+            return "\nLock: unknown, " + status.lock.problem + file;
+        case base::LockState::Kind::held:
+            break;
+    }
+    return "\nLock: held by " +
+           (status.lock.process ? "process " + std::to_string(*status.lock.process)
+                                : std::string("an unknown process")) +
+           file;
+}
+
+ordered_json lockJson(const Status& status) {
+    const char* const states[] = {"free", "held", "unknown"};
+    ordered_json lock = {{"file", status.lockFile},
+                         {"state", states[static_cast<std::size_t>(status.lock.kind)]},
+                         {"process", nullptr}};
+    if (status.lock.process) lock["process"] = *status.lock.process;
+    return lock;
+}
+
 ordered_json filesJson(const std::vector<SizedFile>& files) {
     ordered_json all = ordered_json::array();
     for (const SizedFile& file : files)
@@ -88,7 +127,7 @@ ordered_json filesJson(const std::vector<SizedFile>& files) {
 
 std::string statusText(const Status& status) {
     return platformText(status) + settingsText(status) + recordText(status) + bufferText(status) +
-           partialText(status);
+           partialText(status) + leftoversText(status) + lockText(status);
 }
 
 ordered_json statusJson(const Status& status) {
@@ -115,6 +154,8 @@ ordered_json statusJson(const Status& status) {
                      {"patches", patches},
                      {"unlisted", filesJson(status.unlisted)}};
     all["partial"] = filesJson(status.partial);
+    all["leftovers"] = status.leftovers;
+    all["lock"] = lockJson(status);
     return all;
 }
 

@@ -182,9 +182,9 @@ TEST_F(World, DirectoriesThatAreNotThere) {
 
 // Held by a process that lives: refused. Held by one that died: no obstacle.
 TEST_F(World, TwoAtOnce) {
-    const std::string place = faults.fixture.dir / "var/zelor/unzip";
+    const std::string place = faults.fixture.dir / "var/zelor/remediate.lock";
     for (const char* command : {"run", "buffer"}) {
-        const zelor::base::UniqueFd held = zelor::base::openFile(place, O_RDONLY | O_DIRECTORY);
+        const zelor::base::UniqueFd held = zelor::base::openFile(place, O_RDWR | O_CREAT, 0600);
         ASSERT_EQ(::flock(held.get(), LOCK_EX | LOCK_NB), 0);
         const Ended second = faults.run(command);
         EXPECT_EQ(second.exit(), 5) << second.errors;
@@ -195,12 +195,10 @@ TEST_F(World, TwoAtOnce) {
     }
     const Ended killed = faults.run("run", {}, {"timeout", "-s", "KILL", "0.05"});
     survives("a dead holder", kAll, killed.exit() < 0 || killed.exit() > 3 ? Ended{true, 0, "", {}} : killed);
-    // A link in place of the directory leads to the directory that is locked, wherever it is called from.
+    // The directories of the buffer may be others for each agent; the lock is one.
     faults.reset();
-    fs::rename(place, faults.fixture.dir / "var/zelor/elsewhere");
-    fs::create_directory_symlink("elsewhere", place);
-    const zelor::base::UniqueFd held =
-        zelor::base::openFile(faults.fixture.dir / "var/zelor/elsewhere", O_RDONLY | O_DIRECTORY);
+    faults.setUp("UnzipFolder = /var/zelor/elsewhere\n[Log]\nLevel = error\n");
+    const zelor::base::UniqueFd held = zelor::base::openFile(place, O_RDWR | O_CREAT, 0600);
     ASSERT_EQ(::flock(held.get(), LOCK_EX | LOCK_NB), 0);
     EXPECT_EQ(faults.run("run").exit(), 5);
 }

@@ -381,10 +381,14 @@ TEST_F(PublishTest, ManyEntriesArePublishedInGroups) {
 TEST_F(PublishTest, OnePublicationAtATime) {
     ASSERT_EQ(publish().status, 0);
     const base::UniqueFd lock = base::openFile(repository + "/.zelor-content.lock", O_RDWR);
+    struct stat info {};
+    ASSERT_EQ(::fstat(lock.get(), &info), 0);
+    EXPECT_EQ(info.st_mode & 07777U, 0600U) << "who can open it can hold it";
     ASSERT_EQ(::flock(lock.get(), LOCK_EX), 0);
     const ToolRun run = publish();
     EXPECT_EQ(run.status, 2);
     EXPECT_THAT(run.err, HasSubstr("another publication"));
+    EXPECT_THAT(run.err, HasSubstr(".zelor-content.lock"));
 }
 
 TEST_F(PublishTest, KeysAreSecretAndNeverOverwritten) {

@@ -102,7 +102,7 @@ TEST_F(ControllerTest, BufferingGivesWayToARunThatWaits) {
             // A program may start too late for a patch that ends; for one that does not, the job waits for
             // it.
             std::optional<controller::WaitingSign> sign;
-            if (one.inHandArrives) sign.emplace(root + "/var/zelor/unzip");
+            if (one.inHandArrives) sign.emplace(root + "/var/zelor");
             const std::string command = std::string("'" ZELOR_REMEDIATE_PROGRAM "' run '") +
                                         (fixture.dir / "run.json") + "' --root '" + root + "' --tools '" +
                                         (fixture.dir / "tools") + "' --quiet";

@@ -317,16 +317,19 @@ TEST_F(ControllerLimitTest, ASignalEndsAPlanWithinASecond) {
 
 TEST_F(ControllerTest, SaysSoWhenItsResultsAreLost) {
     fixture.addScript("CCE-1", "good", "exit 0\n");
-    const json map = {{"cpe:/o:x", "CCE-1"}};
-    for (const std::string option : {"--json", "--events", "--report"}) {
-        const ControllerRun run = on("run", map, {option, "/dev/full"});
-        EXPECT_EQ(run.status, 4) << option;
-        EXPECT_THAT(run.err, HasSubstr("cannot write /dev/full: No space left"));
-    }
-    EXPECT_EQ(on("plan", map, {"--json", "/dev/full"}).status, 4);
-    EXPECT_EQ(on("buffer", map, {"--json", "/dev/full"}).status, 4);
-    // Whatever opens a file first must not get the number of the closed descriptor.
+    writeFile(requests, R"({"cpe:/o:x": "CCE-1"})");
     const std::string program = "cd '" + root + "' && '" ZELOR_REMEDIATE_PROGRAM "' ";
+    for (const std::string arguments :
+         {"run requests.json --json", "run requests.json --events", "run requests.json --report",
+          "plan requests.json --json", "buffer requests.json --json"}) {
+        for (const std::string output : {" -", " /dev/stdout"}) {
+            const base::CommandResult result = platform::runShell(
+                program + arguments + output + " --root . 2>&1 >/dev/full; echo status=$?");
+            EXPECT_THAT(result.output, HasSubstr(": No space left")) << arguments << output;
+            EXPECT_THAT(result.output, HasSubstr("status=4")) << arguments << output;
+        }
+    }
+    // Whatever opens a file first must not get the number of the closed descriptor.
     for (const std::string arguments : {"run requests.json", "run requests.json --json -", "status",
                                         "plan requests.json", "run requests.json --events events"}) {
         const base::CommandResult result =
@@ -339,7 +342,8 @@ TEST_F(ControllerTest, SaysSoWhenItsResultsAreLost) {
 }
 
 TEST_F(ControllerTest, WorksAloneAtItsPlace) {
-    const base::UniqueFd other = base::openFile(fixture.dir / "var/zelor/unzip", O_RDONLY | O_DIRECTORY);
+    const base::UniqueFd other =
+        base::openFile(fixture.dir / "var/zelor/remediate.lock", O_RDWR | O_CREAT, 0600);
     ASSERT_EQ(::flock(other.get(), LOCK_EX | LOCK_NB), 0);
     for (const std::vector<std::string>& more : {std::vector<std::string>{}, {"--wait", "1"}}) {
         const ControllerRun run = on("run", {{"cpe:/o:x", "CCE-1"}}, more);
@@ -351,7 +355,8 @@ TEST_F(ControllerTest, WorksAloneAtItsPlace) {
 
 TEST_F(ControllerTest, WaitsForAnotherRun) {
     fixture.addScript("CCE-1", "good", "exit 0\n");
-    base::UniqueFd other = base::openFile(fixture.dir / "var/zelor/unzip", O_RDONLY | O_DIRECTORY);
+    const std::string lockFile = fixture.dir / "var/zelor/remediate.lock";
+    base::UniqueFd other = base::openFile(lockFile, O_RDWR | O_CREAT, 0600);
     ASSERT_EQ(::flock(other.get(), LOCK_EX | LOCK_NB), 0);
     std::thread otherRun([&] {
         std::this_thread::sleep_for(std::chrono::milliseconds(200));
@@ -362,7 +367,7 @@ TEST_F(ControllerTest, WaitsForAnotherRun) {
     EXPECT_EQ(run.status, 0);
     EXPECT_THAT(run.err, HasSubstr("waiting, since another run"));
 
-    other = base::openFile(fixture.dir / "var/zelor/unzip", O_RDONLY | O_DIRECTORY);
+    other = base::openFile(lockFile, O_RDWR);
     ASSERT_EQ(::flock(other.get(), LOCK_EX | LOCK_NB), 0);
     std::thread user([&] {
         // Before its handler is there, the signal would end the test.
