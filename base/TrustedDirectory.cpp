@@ -166,6 +166,8 @@ UniqueFd openTarget(const std::string& target, int flags, std::string& problem) 
         problem = target + " belongs to another user";
     } else if ((info.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
         problem = "others may write to " + target + " (chmod go-w)";
+    } else if (hasAccessList(target) && othersMayChange(readAccessList(target), ::geteuid())) {
+        problem = "the access list of " + target + " lets others change it (chmod -N)";
     }
     if (!problem.empty()) fd.reset();
     return fd;
