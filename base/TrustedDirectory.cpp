@@ -209,7 +209,8 @@ Check checkFile(const std::string& path) {
     std::string problem = placeProblem(plain);
     struct stat info {};
     if (problem.empty() && ::lstat(plain.c_str(), &info) == 0 && S_ISLNK(info.st_mode)) {
-        if (!ownerIsTrusted(info, baseOf(plain))) return failure(plain + " is a link of another user; remove it");
+        if (!ownerIsTrusted(info, baseOf(plain)))
+            return failure(plain + " is a link of another user; remove it");
         const std::unique_ptr<char, Deleter<::free>> real(::realpath(plain.c_str(), nullptr));
         if (!real) return {};  // to nothing
         plain = real.get();

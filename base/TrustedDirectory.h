@@ -20,10 +20,11 @@ Check checkDirectory(const std::string& path);
 /// then as `checkDirectory`.
 Check prepareDirectory(const std::string& path);
 
-/// Fails, with the remedy, when another user than root, this one and the owner of the system root could change the
-/// file at `path` or put another in its place; not for a missing file or directory on the way to it. A link is judged, and what it leads to. The group's
-/// right to write counts, but for this user's own group, the one of his name that has no other member: with
-/// such groups the mask 002 is common. Access lists count.
+/// Fails, with the remedy, when another user than root, this one and the owner of the system root could
+/// change the file at `path` or put another in its place; not for a missing file or directory on the way to
+/// it. A link is judged, and what it leads to. The group's right to write counts, but for this user's own
+/// group, the one of his name that has no other member: with such groups the mask 002 is common. Access lists
+/// count.
 Check checkFile(const std::string& path);
 
 /// Opens the file at `path` as `openFile` does. A symbolic link in its place is followed only when nobody but

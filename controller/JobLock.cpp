@@ -32,8 +32,8 @@ std::string processText(std::optional<long> process) {
     return "process " + std::to_string(*process < 0 ? -*process : *process) + ", ";
 }
 
-/// Tries until it succeeds; false when the time that `until` gives has come. Throws CommandError when a signal ends
-/// the wait.
+/// Tries until it succeeds; false when the time that `until` gives has come. Throws CommandError when a
+/// signal ends the wait.
 bool awaitLock(const std::function<bool()>& take, const std::function<Clock::time_point()>& until) {
     const Signals signals;
     while (Clock::now() < until()) {
@@ -59,8 +59,9 @@ class BufferingWait {
         // A job that begins or ends has one of its two locks for a moment.
         until_ = std::max(until_, std::min(Clock::now() + kBetweenLocks, longest_));
         if (!quiet_) {
-            std::cerr << "zelor-remediate: waiting for the buffering job, which stops after the patch in hand or "
-                         "at most a minute\n";
+            std::cerr
+                << "zelor-remediate: waiting for the buffering job, which stops after the patch in hand or "
+                   "at most a minute\n";
         }
         quiet_ = true;
         return until_;
@@ -124,7 +125,8 @@ std::string commandLockFile() {
 
 JobLock::JobLock(const Waiting& waiting) {
     if (const base::Check own = base::checkFile(lockDirectory()); !own)
-        throw InputError("the directory of the lock files, " + lockDirectory() + ", is refused: " + own.error().text);
+        throw InputError("the directory of the lock files, " + lockDirectory() +
+                         ", is refused: " + own.error().text);
     try {
         job_ = std::make_unique<base::LockFile>(jobLockFile());
         takeJobLock(*job_, waiting);

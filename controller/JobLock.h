@@ -17,8 +17,8 @@ struct Waiting {
     std::chrono::seconds forBuffering{0};
 };
 
-/// The directory of the files whose locks keep runs apart, below the root: one place for all agents of a system,
-/// whatever their settings.
+/// The directory of the files whose locks keep runs apart, below the root: one place for all agents of a
+/// system, whatever their settings.
 std::string lockDirectory();
 /// The lock of a run or buffering job.
 std::string jobLockFile();
@@ -27,9 +27,9 @@ std::string commandLockFile();
 
 /// Holds the only right to run or buffer on this system for its life. While another process has it, waits as
 /// `waiting` says, and a run waits for a buffering job to give way; then throws CommandError with
-/// exitStatus::kBusy; with exitStatus::kCancelled when a signal ends the wait. Then waits in the same way, but for at
-/// least ten minutes, for the command of a controller that was killed. Throws InputError when a lock file cannot be
-/// used. One at a time in a process.
+/// exitStatus::kBusy; with exitStatus::kCancelled when a signal ends the wait. Then waits in the same way,
+/// but for at least ten minutes, for the command of a controller that was killed. Throws InputError when a
+/// lock file cannot be used. One at a time in a process.
 class JobLock {
   public:
     explicit JobLock(const Waiting& waiting);

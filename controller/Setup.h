@@ -51,8 +51,8 @@ Paths resolvePaths(const PathOptions& options);
 /// could change them. Changes nothing.
 void requireUsableSettings(const Paths& paths);
 
-/// Fails, with the remedy, when another user than root, this one and the root's owner could change the settings file,
-/// the trusted key or their directories. Changes nothing.
+/// Fails, with the remedy, when another user than root, this one and the root's owner could change the
+/// settings file, the trusted key or their directories. Changes nothing.
 base::Check checkSettingsFiles(const Paths& paths);
 
 /// Throws InputError when the content directory is one that must not be emptied, or is open to others.

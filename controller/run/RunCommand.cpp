@@ -231,7 +231,8 @@ int runCommand(const RunOptions& options) {
     requireUsableSettings(paths);
     checkContentDir(paths);
     prepareDirectories(paths, true);
-    const JobLock lock({std::chrono::seconds(options.waitSeconds), options.talk.quiet, kGiveWayTime + kLastStep});
+    const JobLock lock(
+        {std::chrono::seconds(options.waitSeconds), options.talk.quiet, kGiveWayTime + kLastStep});
     if (options.talk.verbose) agent::logToStandardError("debug");
     return Run(options, requests, paths).execute();
 }

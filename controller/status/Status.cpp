@@ -10,6 +10,7 @@
 #include "base/Files.h"
 #include "base/Strings.h"
 #include "base/SystemRoot.h"
+#include "controller/JobLock.h"
 #include "platform/AgentIni.h"
 #include "platform/macos/MacPatchManager.h"
 #include "remediation/buffer/PatchSize.h"

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "base/LockFile.h"
 #include "controller/Setup.h"
 
 namespace zelor::controller {
