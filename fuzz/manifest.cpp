@@ -90,7 +90,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (fs::recursive_directory_iterator it(bundle), end; it != end; ++it)
         ++expected;
     std::string manifest = zelor::agent::bundleManifest(bundle.string());
-    require(takeUntil(manifest, "\n") == "zelor-bundle-manifest 1", "the first line gives the version");
+    require(takeUntil(manifest, "\n") == ") zelor-bundle-manifest 2", "the first line gives the version");
     std::set<std::string> seen;
     while (!manifest.empty())
         seen.insert(judge(takeUntil(manifest, "\n"), bundle));

@@ -1,26 +1,21 @@
 #include "agent/trust/BundleManifest.h"
 
-#include <openssl/evp.h>
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <array>
 #include <boost/filesystem.hpp>
 #include <cerrno>
-#include <memory>
 #include <stdexcept>
 #include <string_view>
 #include <vector>
 
-#include "base/Deleter.h"
+#include "agent/trust/Sha256.h"
 #include "base/Files.h"
 #include "base/Strings.h"
 
 namespace zelor::agent {
 
 namespace {
-
-constexpr const char* kFirstLine = "zelor-bundle-manifest 1\n";
 
 /// Everything but printable ASCII without blank and backslash becomes \xHH.
 std::string escapedName(const std::string& name) {
@@ -47,20 +42,10 @@ std::string octalMode(mode_t mode) {
 
 /// "SIZE SHA256" of a file.
 std::string sizeAndDigest(const std::string& path) {
-    const std::unique_ptr<EVP_MD_CTX, base::Deleter<EVP_MD_CTX_free>> context(EVP_MD_CTX_new());
-    bool good = context && EVP_DigestInit_ex(context.get(), EVP_sha256(), nullptr) == 1;
-    const std::uint64_t size =
-        base::readInPieces(base::openRegularFile(path), path, [&](std::string_view piece) {
-            good = good && EVP_DigestUpdate(context.get(), piece.data(), piece.size()) == 1;
-        });
-    std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
-    unsigned int length = 0;
-    good = good && EVP_DigestFinal_ex(context.get(), digest.data(), &length) == 1;
-    if (!good) throw std::runtime_error("SHA-256 failed for " + path);
-    std::string text = std::to_string(size) + ' ';
-    for (unsigned int i = 0; i < length; ++i)
-        base::appendHex(text, digest[i]);
-    return text;
+    Sha256 sha256;
+    base::readInPieces(base::openRegularFile(path), path, [&](std::string_view piece) { sha256.add(piece); });
+    const FileDigest digest = sha256.finish();
+    return std::to_string(digest.length) + ' ' + digest.sha256;
 }
 
 std::string manifestLine(const std::string& path, const std::string& name) {
@@ -84,27 +69,46 @@ std::string manifestLine(const std::string& path, const std::string& name) {
     return line + ' ' + escapedName(name) + '\n';
 }
 
-std::vector<std::string> namesBelow(const std::string& prefix) {
-    std::vector<std::string> names;
-    for (boost::filesystem::recursive_directory_iterator it(prefix), end; it != end; ++it) {
-        names.push_back(it->path().string().substr(prefix.size()));
+/// The lines of what is below one directory. The path of a directory sorts before what is in it, but other
+/// names may come in between ("a", "a-b", "a/c"): each directory takes part in the order twice.
+void walk(const std::string& prefix, const std::string& inner,
+          const std::function<void(const std::string&)>& take) {
+    std::vector<std::string> steps;
+    for (boost::filesystem::directory_iterator it(prefix + inner), end; it != end; ++it) {
+        steps.push_back(it->path().filename().string());
+        if (it->symlink_status().type() == boost::filesystem::directory_file)
+            steps.push_back(steps.back() + '/');
     }
-    std::sort(names.begin(), names.end());
-    return names;
+    std::sort(steps.begin(), steps.end());
+    for (const std::string& step : steps) {
+        const std::string name = inner + step;
+        if (step.back() == '/') {
+            walk(prefix, name, take);
+        } else {
+            take(manifestLine(prefix + name, name));
+        }
+    }
 }
 
 }  // namespace
 
-std::string bundleManifest(const std::string& directory) {
-    const auto last = directory.find_last_not_of('/');
+void forEachManifestLine(const std::string& bundle, const std::function<void(const std::string&)>& take) {
+    const auto last = bundle.find_last_not_of('/');
     if (last == std::string::npos) throw std::runtime_error("a bundle needs a directory of its own");
-    const std::string base = directory.substr(0, last + 1);
-    const std::string prefix = base + '/';
-    std::string manifest = kFirstLine;
-    manifest += manifestLine(base, ".");
-    for (const std::string& name : namesBelow(prefix))
-        manifest += manifestLine(prefix + name, name);
+    const std::string base = bundle.substr(0, last + 1);
+    take(manifestLine(base, "."));
+    walk(base + '/', "", take);
+}
+
+std::string bundleManifest(const std::string& bundle) {
+    std::string manifest(kManifestFirstLine);
+    forEachManifestLine(bundle, [&](const std::string& line) { manifest += line; });
     return manifest;
+}
+
+bool beginsAsManifest(std::string_view bytes) {
+    const auto begins = [&](std::string_view line) { return bytes.substr(0, line.size()) == line; };
+    return begins(kManifestFirstLine) || begins(kEarlierManifestFirstLine);
 }
 
 }  // namespace zelor::agent

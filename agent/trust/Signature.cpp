@@ -16,6 +16,7 @@
 #include "base/Deleter.h"
 #include "base/Files.h"
 #include "base/Mutex.h"
+#include "base/Strings.h"
 
 namespace zelor::agent {
 
@@ -29,7 +30,7 @@ constexpr int kLeastEcBits = 224;
 using Bio = std::unique_ptr<BIO, base::Deleter<BIO_free>>;
 using Key = std::shared_ptr<EVP_PKEY>;
 using Certificate = std::unique_ptr<X509, base::Deleter<X509_free>>;
-using DigestContext = std::unique_ptr<EVP_MD_CTX, base::Deleter<EVP_MD_CTX_free>>;
+using KeyContext = std::unique_ptr<EVP_PKEY_CTX, base::Deleter<EVP_PKEY_CTX_free>>;
 
 /// Stands for a pass phrase that nobody is there to type; without it OpenSSL would ask on the terminal.
 int noPassPhrase(char* /*buffer*/, int /*size*/, int /*writing*/, void* /*data*/) {
@@ -104,45 +105,82 @@ void requireStrength(const EVP_PKEY* key, const std::string& keyFile) {
     }
 }
 
-/// One check in progress: bytes are added, then the signature is judged.
+/// The 32 bytes of a digest.
+std::string bytesOf(const FileDigest& digest) {
+    std::string bytes;
+    for (std::size_t i = 0; i + 1 < digest.sha256.size(); i += 2)
+        bytes +=
+            static_cast<char>(base::hexValue(digest.sha256[i]) << 4 | base::hexValue(digest.sha256[i + 1]));
+    return bytes;
+}
+
+/// One text that may have been signed: bytes are added, then the signature is judged.
 class Check {
   public:
-    explicit Check(const std::string& keyFile) : key_(readKey(keyFile)), context_(EVP_MD_CTX_new()) {
+    explicit Check(const std::string& keyFile) : key_(readKey(keyFile)) {
         requireStrength(key_.get(), keyFile);
-        if (!context_ ||
-            EVP_DigestVerifyInit(context_.get(), nullptr, EVP_sha256(), nullptr, key_.get()) != 1) {
+        context_.reset(EVP_PKEY_CTX_new(key_.get(), nullptr));
+        if (!context_ || EVP_PKEY_verify_init(context_.get()) != 1 ||
+            EVP_PKEY_CTX_set_signature_md(context_.get(), EVP_sha256()) != 1) {
             ERR_clear_error();
             throw std::runtime_error("the key in " + keyFile + " cannot check SHA-256 signatures");
         }
     }
 
-    void add(std::string_view bytes) {
-        if (EVP_DigestVerifyUpdate(context_.get(), bytes.data(), bytes.size()) != 1) {
-            ERR_clear_error();
-            throw std::runtime_error("SHA-256 failed");
-        }
-    }
+    void add(std::string_view bytes) { sha256_.add(bytes); }
 
-    bool accepts(std::string_view signature) {
-        const auto* bytes = reinterpret_cast<const unsigned char*>(signature.data());
-        const int result = EVP_DigestVerifyFinal(context_.get(), bytes, signature.size());
+    /// Whether it was signed; `digest` becomes the text's then.
+    bool accepts(std::string_view signature, FileDigest& digest) {
+        const FileDigest actual = sha256_.finish();
+        const std::string bytes = bytesOf(actual);
+        const int result = EVP_PKEY_verify(
+            context_.get(), reinterpret_cast<const unsigned char*>(signature.data()), signature.size(),
+            reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
         ERR_clear_error();
-        return result == 1;
+        if (result != 1) return false;
+        digest = actual;
+        return true;
     }
 
   private:
     Key key_;
-    DigestContext context_;
+    KeyContext context_;
+    Sha256 sha256_;
 };
 
+bool acceptsFile(const std::string& path, std::string_view signature, const std::string& keyFile,
+                 FileDigest& digest) {
+    Check file(keyFile);
+    bool first = true;
+    base::readInPieces(base::openRegularFile(path), path, [&](std::string_view piece) {
+        if (first && beginsAsManifest(piece))
+            throw std::runtime_error("it is the manifest of a bundle, which is signed for that bundle alone");
+        first = false;
+        file.add(piece);
+    });
+    return file.accepts(signature, digest);
+}
+
+bool acceptsBundle(const std::string& path, std::string_view signature, const std::string& keyFile,
+                   FileDigest& digest) {
+    Check current(keyFile);
+    Check earlier(keyFile);
+    current.add(kManifestFirstLine);
+    earlier.add(kEarlierManifestFirstLine);
+    forEachManifestLine(path, [&](const std::string& line) {
+        current.add(line);
+        earlier.add(line);
+    });
+    return current.accepts(signature, digest) || earlier.accepts(signature, digest);
+}
+
 SignatureVerdict judge(std::string_view signature, const std::string& keyFile,
-                       const std::function<void(Check&)>& feed) {
+                       const std::function<bool(FileDigest&)>& accepts) {
     if (signature.empty()) return {false, "the signature is empty"};
     if (signature.size() > kSignatureBytesLimit) return {false, "the signature is larger than any real one"};
     try {
-        Check check(keyFile);
-        feed(check);
-        if (check.accepts(signature)) return {true, ""};
+        SignatureVerdict verdict{true, ""};
+        if (accepts(verdict.digest)) return verdict;
         return {false, "the signature does not match the content and the key in " + keyFile};
     } catch (const std::exception& e) {
         return {false, e.what()};
@@ -152,7 +190,11 @@ SignatureVerdict judge(std::string_view signature, const std::string& keyFile,
 }  // namespace
 
 SignatureVerdict verifyBytes(std::string_view data, std::string_view signature, const std::string& keyFile) {
-    return judge(signature, keyFile, [&](Check& check) { check.add(data); });
+    return judge(signature, keyFile, [&](FileDigest& digest) {
+        Check check(keyFile);
+        check.add(data);
+        return check.accepts(signature, digest);
+    });
 }
 
 SignatureVerdict verifyPath(const std::string& path, const std::string& signatureFile,
@@ -166,13 +208,9 @@ SignatureVerdict verifyPath(const std::string& path, const std::string& signatur
     } catch (const std::exception& e) {
         return {false, e.what()};
     }
-    return judge(signature, keyFile, [&](Check& check) {
-        if (S_ISDIR(status.st_mode)) {
-            check.add(bundleManifest(path));
-        } else {
-            base::readInPieces(base::openRegularFile(path), path,
-                               [&](std::string_view piece) { check.add(piece); });
-        }
+    return judge(signature, keyFile, [&](FileDigest& digest) {
+        return S_ISDIR(status.st_mode) ? acceptsBundle(path, signature, keyFile, digest)
+                                       : acceptsFile(path, signature, keyFile, digest);
     });
 }
 

@@ -131,7 +131,7 @@ struct BundleTest : SignatureTest {
 
 TEST_F(BundleTest, TheManifestListsEveryEntryInByteOrder) {
     const std::string expected =
-        "zelor-bundle-manifest 1\n"
+        ") zelor-bundle-manifest 2\n"
         "folder 0755 .\n"
         "folder 0755 Contents\n"
         "file 0600 1 2d711642b726b04401627ca9fbac32f5c8530fb1903cc4db02258717921a4881 Contents-old\n"
@@ -190,6 +190,29 @@ TEST_F(BundleTest, ASignedBundleStandsUntilAnythingChanges) {
         c.undo();
     }
     EXPECT_TRUE(verifyPath(bundle, signatureFile, keyFile).good);
+}
+
+TEST_F(BundleTest, NoShellRunsALineOfAManifest) {
+    writeFile(bundle + "/AT&T$(touch x).txt", "");
+    writeFile(bundle + "/;touch${IFS}x;", "");
+    const std::string script = dir / "script.sh", current = bundleManifest(bundle);
+    writeFile(script, current);
+    for (const char* shell : {"/bin/bash", "/bin/bash --posix", "/bin/sh"}) {
+        const std::string command =
+            "cd '" + dir.path().string() + "' && " + shell + " script.sh 2>/dev/null >/dev/null";
+        EXPECT_NE(std::system(command.c_str()), 0) << shell;
+        EXPECT_FALSE(fs::exists(dir / "x")) << shell;
+    }
+    const std::string earlier =
+        std::string(kEarlierManifestFirstLine) + current.substr(kManifestFirstLine.size());
+    for (const std::string& manifest : {current, earlier}) {
+        writeFile(script, manifest);
+        writeFile(signatureFile, rsa.sign(manifest));
+        const SignatureVerdict asBundle = verifyPath(bundle, signatureFile, keyFile);
+        EXPECT_TRUE(asBundle.good) << asBundle.reason;
+        EXPECT_EQ(asBundle.digest.length, manifest.size());
+        EXPECT_THAT(verifyPath(script, signatureFile, keyFile).reason, HasSubstr("manifest of a bundle"));
+    }
 }
 
 TEST_F(SignatureTest, TheVerifierUsesTheTrustedKeyAndLogsTheReason) {
