@@ -2,12 +2,16 @@
 
 #include <archive.h>
 #include <archive_entry.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <memory>
 #include <stdexcept>
 
 #include "agent/archive/ExtractionTree.h"
+#include "agent/archive/TreeReplacement.h"
+#include "agent/archive/ZipDirectory.h"
+#include "agent/content/PatchDigests.h"
 #include "base/Deleter.h"
 #include "base/Files.h"
 #include "base/SystemCalls.h"
@@ -47,16 +51,15 @@ class Utf8Names {
 /// One archive on its way into one directory.
 class Extraction {
   public:
-    Extraction(const std::string& archivePath, ExtractionTree& tree, const ExtractionLimits& limits)
+    Extraction(const base::UniqueFd& file, std::uint64_t archiveBytes, ExtractionTree& tree,
+               const ExtractionLimits& limits)
         : tree_(tree), limits_(limits) {
-        std::uint64_t archiveBytes = 0;
-        file_ = base::openRegularFile(archivePath, base::Links::refuse, &archiveBytes);
         allowance_ = unpackedAllowance(archiveBytes, tree.freeBytes(), limits);
         reader_.reset(archive_read_new());
         // Only the central directory says modes, links and whether the archive is complete.
         if (!reader_ || archive_read_support_format_zip_seekable(reader_.get()) != ARCHIVE_OK) failRead();
         archive_read_set_format_option(reader_.get(), "zip", "mac-ext", nullptr);
-        if (archive_read_open_fd(reader_.get(), file_.get(), kReadBytes) != ARCHIVE_OK) failRead();
+        if (archive_read_open_fd(reader_.get(), file.get(), kReadBytes) != ARCHIVE_OK) failRead();
     }
 
     void run() {
@@ -154,7 +157,6 @@ class Extraction {
 
     ExtractionTree& tree_;
     const ExtractionLimits& limits_;
-    base::UniqueFd file_;  // outlives the reader, which reads from it
     Reader reader_;
     Allowance allowance_;
     std::string name_;
@@ -163,17 +165,27 @@ class Extraction {
     std::uint64_t unpacked_ = 0;
 };
 
+void requireArchiveDigest(const base::UniqueFd& file, const std::string& archive, const FileDigest& wanted) {
+    Sha256 sha256;
+    base::readInPieces(file, archive, [&](std::string_view piece) { sha256.add(piece); });
+    requireDigest("the archive", sha256.finish(), wanted);
+    if (::lseek(file.get(), 0, SEEK_SET) != 0)
+        throw std::runtime_error("cannot read " + archive + ": " + base::errorText(errno));
+}
+
 }  // namespace
 
-void ArchiveExtractor::extract(const std::string& archive, const std::string& destination) const {
+void ArchiveExtractor::extract(const std::string& archive, const std::string& destination,
+                               const std::optional<FileDigest>& digest) const {
     const Utf8Names names;
-    ExtractionTree tree(destination);
-    try {
-        Extraction(archive, tree, limits_).run();
-    } catch (...) {
-        tree.rollBack();
-        throw;
-    }
+    std::uint64_t bytes = 0;
+    const base::UniqueFd file = base::openRegularFile(archive, base::Links::refuse, &bytes);
+    TreeReplacement replacement(destination);
+    if (digest) requireArchiveDigest(file, archive, *digest);
+    requirePlainZip(file, bytes, limits_);
+    ExtractionTree tree(replacement.source(), ExtractionTree::Undo::none);
+    Extraction(file, bytes, tree, limits_).run();
+    replacement.commit();
 }
 
 }  // namespace zelor::agent

@@ -1,23 +1,28 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "agent/archive/ArchivePolicy.h"
+#include "agent/trust/Sha256.h"
 
 namespace zelor::agent {
 
 /// Unpacks zip archives into a directory, streaming, without following or creating a way out of it. Kept:
 /// permission bits, modification times, inner symbolic links. Refused: encrypted, repeated and special
-/// entries, paths and links that leave the directory, archives beyond the limits.
+/// entries, entries packed otherwise than stored or deflated, paths and links that leave the directory,
+/// archives beyond the limits.
 class ArchiveExtractor {
   public:
     /// An archive beyond `limits` is refused.
     explicit ArchiveExtractor(const ExtractionLimits& limits = {}) : limits_(limits) {}
 
-    /// Unpacks the archive (a regular file) into `destination`, overwriting files that exist and making the
-    /// directory when it is missing. Throws std::runtime_error that names entry and cause; what had been
-    /// created is removed then.
-    void extract(const std::string& archive, const std::string& destination) const;
+    /// Unpacks the archive (a regular file) into a fresh private directory in `destination`, which is made
+    /// (0755) when it is missing; what that holds then replaces what is there under the same names, whole.
+    /// With a `digest`, an archive that has another is not opened. Throws std::runtime_error that names entry
+    /// and cause; `destination` is as before then.
+    void extract(const std::string& archive, const std::string& destination,
+                 const std::optional<FileDigest>& digest = std::nullopt) const;
 
   private:
     ExtractionLimits limits_;

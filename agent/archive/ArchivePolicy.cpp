@@ -47,14 +47,22 @@ std::string linkTargetProblem(const std::vector<std::string>& linkPath, const st
     return "";
 }
 
+bool EntryNames::CaseBlind::operator()(const Key& one, const Key& other) const {
+    if (one.first != other.first) return one.first < other.first;
+    const auto folded = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; };
+    return std::lexicographical_compare(one.second.begin(), one.second.end(), other.second.begin(),
+                                        other.second.end(),
+                                        [&](char a, char b) { return folded(a) < folded(b); });
+}
+
 std::string EntryNames::add(const std::vector<std::string>& components) {
     std::size_t parent = 0;
     for (std::size_t i = 0; i < components.size(); ++i) {
         const bool isEntry = i + 1 == components.size();
-        const auto [known, isNew] = nodes_.try_emplace({parent, base::lowerCased(components[i])},
-                                                       Node{nodes_.size() + 1, components[i], isEntry});
+        const auto [known, isNew] =
+            nodes_.try_emplace({parent, components[i]}, Node{nodes_.size() + 1, isEntry});
         Node& node = known->second;
-        if (node.spelling != components[i]) return "differs from another only in case";
+        if (known->first.second != components[i]) return "differs from another only in case";
         if (isEntry && !isNew && node.isEntry) return "is there twice";
         node.isEntry = node.isEntry || isEntry;
         parent = node.number;

@@ -17,8 +17,11 @@ struct ExtractionLimits {
     std::uint64_t freeMargin = 64ULL << 20U;  ///< bytes of the file system that stay free
     std::uint64_t ratio = 200;  ///< unpacked bytes for each byte of the archive, beyond the allowance
     std::uint64_t ratioAllowance = 64ULL << 20U;
-    std::size_t nameLength = 4096;  ///< bytes
-    std::size_t depth = 64;         ///< components of a path
+    std::uint64_t directoryBytes = 16U << 20U;  ///< of the archive's own directory, which is kept in memory
+    /// Bytes. Below a content directory a longer path would be longer than a Mac takes (1024): nobody could
+    /// remove it.
+    std::size_t nameLength = 800;
+    std::size_t depth = 64;  ///< components of a path
 };
 
 /// The components of an entry's name or a link's target; empty ones and "." are left out.
@@ -34,7 +37,8 @@ std::string linkTargetProblem(const std::vector<std::string>& linkPath, const st
                               const ExtractionLimits& limits);
 
 /// The entries of one archive so far. Two names that differ only in the case of ASCII letters are one file on
-/// the file systems that Macs come with, so they are refused on every system.
+/// the file systems that Macs come with, so they are refused on every system. Memory is taken once for each
+/// component of a directory's path, however many entries lead through it.
 class EntryNames {
   public:
     /// Adds the next entry. Returns why it conflicts with earlier ones, "" when it does not.
@@ -46,10 +50,13 @@ class EntryNames {
   private:
     struct Node {
         std::size_t number;
-        std::string spelling;
         bool isEntry;  ///< else: a directory that leads to one
     };
-    std::map<std::pair<std::size_t, std::string>, Node> nodes_;  ///< by parent's number and folded name
+    using Key = std::pair<std::size_t, std::string>;  ///< the parent's number, and the name as it is spelt
+    struct CaseBlind {
+        bool operator()(const Key& one, const Key& other) const;
+    };
+    std::map<Key, Node, CaseBlind> nodes_;
 };
 
 /// What is kept of an entry's mode: set-user-id, set-group-id and sticky bits are dropped.

@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "agent/archive/ArchivePolicy.h"
 #include "base/Directories.h"
 #include "base/Files.h"
 #include "base/SystemCalls.h"
@@ -34,10 +35,14 @@ std::array<timespec, 2> timesFor(const timespec& modified) {
 
 }  // namespace
 
-ExtractionTree::ExtractionTree(const std::string& destination) {
+ExtractionTree::ExtractionTree(const std::string& destination, Undo undo) : undo_(undo) {
     if (!base::makeDirectories(destination)) fail("cannot make the directory " + destination);
     root_ = base::openFile(destination, kDirectoryFlags);
     if (!root_) fail("cannot open the directory " + destination);
+}
+
+void ExtractionTree::created(const Path& path, bool isDirectory) {
+    if (undo_ == Undo::possible) created_.push_back({path, isDirectory});
 }
 
 std::uint64_t ExtractionTree::freeBytes() const {
@@ -46,20 +51,15 @@ std::uint64_t ExtractionTree::freeBytes() const {
     return *bytes;
 }
 
-void ExtractionTree::makeDirectory(const base::UniqueFd& parent, const Path& path) {
-    if (::mkdirat(parent.get(), path.back().c_str(), 0700) == 0) {
-        created_.push_back({path, true});
-        directories_[path] = {kImpliedDirectoryMode, std::nullopt};
-    } else if (errno != EEXIST) {
-        fail("cannot make a directory for it");
-    }
-}
-
 base::UniqueFd ExtractionTree::walk(const Path& directory, bool make) {
     base::UniqueFd here(::openat(root_.get(), ".", kDirectoryFlags));
     for (auto it = directory.begin(); here && it != directory.end(); ++it) {
-        if (make) makeDirectory(here, Path(directory.begin(), it + 1));
+        const bool made = make && ::mkdirat(here.get(), it->c_str(), 0700) == 0;
+        if (make && !made && errno != EEXIST) fail("cannot make a directory for it");
+        if (made) created(Path(directory.begin(), it + 1), true);
         here = base::UniqueFd(::openat(here.get(), it->c_str(), kDirectoryFlags | O_NOFOLLOW));
+        if (made && here && ::fchmod(here.get(), kImpliedDirectoryMode) != 0)
+            fail("cannot set a directory's mode");
     }
     if (!here) fail("a file, a link or a closed directory is where a directory is needed");
     return here;
@@ -82,7 +82,10 @@ void ExtractionTree::makeRoomFor(int parent, const Path& path) {
 
 void ExtractionTree::addDirectory(const Path& path, mode_t mode, const Time& time) {
     walk(path, true);
-    directories_[path] = {mode, time};
+    std::string joined;
+    for (const std::string& component : path)
+        joined += (joined.empty() ? "" : "/") + component;
+    directories_[joined] = {mode, time};
 }
 
 base::UniqueFd ExtractionTree::createFile(const Path& path) {
@@ -91,7 +94,7 @@ base::UniqueFd ExtractionTree::createFile(const Path& path) {
     constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
     base::UniqueFd file(::openat(parent, path.back().c_str(), kFlags, 0600));
     if (!file) fail("cannot create the file");
-    created_.push_back({path, false});
+    created(path, false);
     return file;
 }
 
@@ -106,7 +109,7 @@ void ExtractionTree::addLink(const Path& path, const std::string& target, const 
     makeRoomFor(parent, path);
     if (::symlinkat(target.c_str(), parent, path.back().c_str()) != 0)
         fail("cannot create the symbolic link");
-    created_.push_back({path, false});
+    created(path, false);
     if (time && ::utimensat(parent, path.back().c_str(), timesFor(*time).data(), AT_SYMLINK_NOFOLLOW) != 0) {
         fail("cannot set the symbolic link's time");
     }
@@ -115,7 +118,7 @@ void ExtractionTree::addLink(const Path& path, const std::string& target, const 
 void ExtractionTree::finish() {
     // A directory sorts before what is in it.
     for (auto it = directories_.rbegin(); it != directories_.rend(); ++it) {
-        const base::UniqueFd directory = walk(it->first, false);
+        const base::UniqueFd directory = walk(pathComponents(it->first), false);
         if (::fchmod(directory.get(), it->second.mode) != 0) fail("cannot set a directory's mode");
         const Time& time = it->second.time;
         if (time && ::futimens(directory.get(), timesFor(*time).data()) != 0)

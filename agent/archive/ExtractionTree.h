@@ -21,8 +21,12 @@ class ExtractionTree {
     using Path = std::vector<std::string>;
     using Time = std::optional<timespec>;
 
+    /// Whether what was created is kept in mind for `rollBack`. Who unpacks into a directory of its own, and
+    /// removes that, needs no memory for it.
+    enum class Undo { possible, none };
+
     /// Opens `destination`, making it (0755) when it is missing.
-    explicit ExtractionTree(const std::string& destination);
+    explicit ExtractionTree(const std::string& destination, Undo undo = Undo::possible);
 
     /// Bytes that the destination's file system has free for this process.
     std::uint64_t freeBytes() const;
@@ -52,7 +56,7 @@ class ExtractionTree {
         bool isDirectory;
     };
 
-    void makeDirectory(const base::UniqueFd& parent, const Path& path);
+    void created(const Path& path, bool isDirectory);
     base::UniqueFd walk(const Path& directory, bool make);
     int parentOf(const Path& path);
     void makeRoomFor(int parent, const Path& path);
@@ -60,7 +64,10 @@ class ExtractionTree {
     base::UniqueFd root_;
     Path parentPath_;
     base::UniqueFd parent_;
-    std::map<Path, Directory> directories_;
+    /// Those that the archive lists, by their paths with "/" between the components: a bundle has many, and
+    /// lists of components take several times the room.
+    std::map<std::string, Directory> directories_;
+    Undo undo_;
     std::vector<Created> created_;
 };
 

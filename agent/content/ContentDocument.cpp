@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <boost/algorithm/string/predicate.hpp>
+#include <charconv>
 #include <pugixml.hpp>
 #include <stdexcept>
 #include <utility>
@@ -19,6 +20,7 @@ constexpr std::size_t kAllBlocksLimit =
     10'000;  // a block takes sixty times the room of its shortest spelling
 constexpr int kDepthLimit = 32;
 constexpr std::size_t kIdentifierLimit = 128;
+constexpr std::size_t kSha256Digits = 64;
 
 bool isControl(unsigned char c) {
     return c < 0x20 || c == 0x7f;
@@ -69,7 +71,7 @@ class ContentReader {
         }
         document.bytes_ = xml_.size() + sizeof document +
                           document.entries_.size() * sizeof(ContentDocument::Entry) +
-                          blocks * sizeof(parsedEriData);
+                          blocks * (sizeof(parsedEriData) + sizeof(PatchDigests));
         return document;
     }
 
@@ -139,7 +141,7 @@ class ContentReader {
 
     ContentDocument::Entry entry(const pugi::xml_node& cre) const {
         ContentDocument::Entry entry{
-            optionalAttribute(cre, "platform"), optionalAttribute(cre, "product"), {}};
+            optionalAttribute(cre, "platform"), optionalAttribute(cre, "product"), {}, {}};
         if (boost::starts_with(identifier_, "CVE-")) RecordAccess::cve(entry.data) = identifier_;
         if (boost::starts_with(identifier_, "CCE-")) RecordAccess::cce(entry.data) = identifier_;
         RecordAccess::creId(entry.data) = attribute(cre, "id");
@@ -148,6 +150,8 @@ class ContentReader {
             if (blocks.size() == kBlocksLimit) fail(eri, "more than 1000 eri elements in one cre");
             blocks.push_back(block(eri));
             RecordAccess::eriIds(entry.data).push_back(RecordAccess::eriId(blocks.back()));
+            PatchDigests patch = digests(eri.child("patch"));
+            if (!patch.patchId.empty()) entry.patches.push_back(std::move(patch));
         }
         return entry;
     }
@@ -171,6 +175,27 @@ class ContentReader {
         return data;
     }
 
+    PatchDigests digests(const pugi::xml_node& patch) const {
+        return {attribute(patch, "id"), digest(patch, "sha256", "length"),
+                digest(patch, "archiveSha256", "archiveLength")};
+    }
+
+    /// Content that was published before digests has none; half a digest is nobody's.
+    std::optional<FileDigest> digest(const pugi::xml_node& patch, const char* sha256Key,
+                                     const char* lengthKey) const {
+        FileDigest digest{attribute(patch, sha256Key), 0};
+        const std::string length = attribute(patch, lengthKey);
+        if (digest.sha256.empty() && length.empty()) return std::nullopt;
+        const bool hexadecimal = digest.sha256.size() == kSha256Digits &&
+                                 digest.sha256.find_first_not_of("0123456789abcdef") == std::string::npos;
+        if (!hexadecimal) fail(patch, std::string(sha256Key) + " is not 64 lower-case hexadecimal digits");
+        const auto [end, error] =
+            std::from_chars(length.data(), length.data() + length.size(), digest.length);
+        if (error != std::errc() || end != length.data() + length.size())
+            fail(patch, std::string(lengthKey) + " is not a number of bytes");
+        return digest;
+    }
+
     std::string_view xml_;
     std::string identifier_;
     pugi::xml_document document_;
@@ -180,14 +205,26 @@ ContentDocument ContentDocument::parse(std::string_view xml, const std::string& 
     return ContentReader(xml, identifier).read();
 }
 
-const creEriParsedData* ContentDocument::find(const std::string& platformCpe,
-                                              const std::string& productCpe) const {
+const ContentDocument::Entry* ContentDocument::entry(const std::string& platformCpe,
+                                                     const std::string& productCpe) const {
     const auto matches = [&](const Entry& entry) {
         return entry.platform.value_or(platformCpe) == platformCpe &&
                entry.product.value_or(productCpe) == productCpe;
     };
     const auto found = std::find_if(entries_.begin(), entries_.end(), matches);
-    return found == entries_.end() ? nullptr : &found->data;
+    return found == entries_.end() ? nullptr : &*found;
+}
+
+const creEriParsedData* ContentDocument::find(const std::string& platformCpe,
+                                              const std::string& productCpe) const {
+    const Entry* found = entry(platformCpe, productCpe);
+    return found == nullptr ? nullptr : &found->data;
+}
+
+std::vector<PatchDigests> ContentDocument::patches(const std::string& platformCpe,
+                                                   const std::string& productCpe) const {
+    const Entry* found = entry(platformCpe, productCpe);
+    return found == nullptr ? std::vector<PatchDigests>() : found->patches;
 }
 
 }  // namespace zelor::agent

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "agent/content/PatchDigests.h"
 #include "remediation/creEriParsedData.h"
 
 namespace zelor::agent {
@@ -21,13 +22,16 @@ class ContentDocument {
   public:
     /// Reads the bytes of a content file. Throws std::runtime_error that says what is wrong and in which
     /// line: malformed or oversized XML, a document type, too many or too deep elements, another identifier
-    /// than the one asked for, control characters in names. Elements and attributes it does not know are
-    /// passed over.
+    /// than the one asked for, control characters in names, a digest of a patch that is none. Elements and
+    /// attributes it does not know are passed over.
     static ContentDocument parse(std::string_view xml, const std::string& identifier);
 
     /// The first entry for that platform and product; null when there is none. An entry that leaves one of
     /// the two out matches any.
     const creEriParsedData* find(const std::string& platformCpe, const std::string& productCpe) const;
+
+    /// What that entry says of its patches; empty when there is no entry.
+    std::vector<PatchDigests> patches(const std::string& platformCpe, const std::string& productCpe) const;
 
     /// Roughly the memory it takes.
     std::size_t bytes() const { return bytes_; }
@@ -38,7 +42,10 @@ class ContentDocument {
         std::optional<std::string> platform;
         std::optional<std::string> product;
         creEriParsedData data;
+        std::vector<PatchDigests> patches;  ///< of the blocks that name one
     };
+    const Entry* entry(const std::string& platformCpe, const std::string& productCpe) const;
+
     std::vector<Entry> entries_;
     std::size_t bytes_ = 0;
 };

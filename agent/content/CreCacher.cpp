@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "agent/content/ContentLibrary.h"
+#include "agent/content/PatchDigests.h"
 #include "agent/log/FailureLine.h"
 #include "base/Mutex.h"
 #include "collaborators/Common.h"
@@ -66,6 +67,8 @@ parseOnlyMetadata CreCacher::getCre(std::string platformCpe, std::string product
             return failure("[CreCacher] the content for " + cveOrCceId + " has no cre for platform '" +
                            platformCpe + "' and product '" + productCpe + "'; publish one");
         }
+        zelor::agent::WantedPatches::instance().say({installPath_, cveOrCceId, platformCpe, productCpe},
+                                                    document->patches(platformCpe, productCpe));
         parseOnlyMetadata metadata;
         RecordAccess::creEriData(metadata) = *entry;
         return metadata;

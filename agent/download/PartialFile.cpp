@@ -169,19 +169,27 @@ bool PartialFile::moveTo(const std::string& destination, bool durable, const std
     return true;
 }
 
-bool PartialFile::copyTo(const std::string& destination, bool durable,
-                         const std::function<bool()>& goOn) const {
-    base::StagedFile copy(destination, ".incoming", kFileMode);
+void PartialFile::read(const std::function<bool(std::string_view)>& consume) const {
     std::vector<char> buffer(kCopyPiece);
-    std::uint64_t done = 0;
-    while (done < size_) {
-        if (!goOn()) return false;
+    for (std::uint64_t done = 0; done < size_;) {
         const ssize_t got = ::pread(file_.get(), buffer.data(), buffer.size(), static_cast<off_t>(done));
         if (got < 0 && errno == EINTR) continue;
         if (got <= 0) fail("read");
-        copy.write({buffer.data(), static_cast<std::size_t>(got)});
+        if (!consume({buffer.data(), static_cast<std::size_t>(got)})) return;
         done += static_cast<std::uint64_t>(got);
     }
+}
+
+bool PartialFile::copyTo(const std::string& destination, bool durable,
+                         const std::function<bool()>& goOn) const {
+    base::StagedFile copy(destination, ".incoming", kFileMode);
+    bool whole = true;
+    read([&](std::string_view piece) {
+        whole = goOn();
+        if (whole) copy.write(piece);
+        return whole;
+    });
+    if (!whole) return false;
     if (durable) copy.finish();
     copy.commitUnflushed();
     return true;

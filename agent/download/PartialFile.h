@@ -35,6 +35,8 @@ class PartialFile {
     /// given up, so that the server has to confirm the version.
     std::uint64_t resumeAt(const std::string& url);
 
+    /// Hands the bytes that are there to `consume`, in pieces, as long as it says so.
+    void read(const std::function<bool(std::string_view)>& consume) const;
     /// Drops the bytes and begins again with that version.
     void restart(const Version& version);
     /// Writes the bytes behind those that are there.

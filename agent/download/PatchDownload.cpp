@@ -152,7 +152,9 @@ PatchDownload::Step PatchDownload::attempt() {
     afresh_ = false;
     problem_.clear();
     serverPause_ = std::chrono::milliseconds(0);
+    dropOtherPart();
     asked_ = partial_->resumeAt(job_.url);
+    hashPart();
     best_ = std::max(best_, asked_);
     HttpRequest request;
     request.url = job_.url;
@@ -190,7 +192,7 @@ PatchDownload::Step PatchDownload::judge(const HttpResult& result) {
 
 PatchDownload::Step PatchDownload::judgeAnswer(const HttpHead& head) {
     if (head.status == 200 || head.status == 206) {
-        if (expected_ == 0 || partial_->size() == expected_) return Step::done;
+        if (expected_ == 0 || partial_->size() == expected_) return judgeWhole();
         problem_ = "the answer ended after " + std::to_string(partial_->size()) + " of " +
                    std::to_string(expected_) + " bytes";
         return Step::again;
@@ -208,6 +210,50 @@ PatchDownload::Step PatchDownload::judgeAnswer(const HttpHead& head) {
     return Step::failed;
 }
 
+/// Drops a part that can only become another archive than the wanted one.
+void PatchDownload::dropOtherPart() {
+    if (!job_.digest) return;
+    const std::uint64_t total = partial_->version().total;
+    if (partial_->size() > job_.digest->length || (total != 0 && total != job_.digest->length))
+        partial_->restart({});
+}
+
+void PatchDownload::hashPart() {
+    if (!job_.digest) return;
+    (void)sha256_.finish();
+    if (asked_ == 0) return;
+    partial_->read([this](std::string_view piece) {
+        sha256_.add(piece);
+        return wanted();
+    });
+}
+
+PatchDownload::Step PatchDownload::judgeWhole() {
+    if (!job_.digest) return Step::done;
+    const FileDigest came = sha256_.finish();
+    if (came == *job_.digest) return Step::done;
+    // What an earlier attempt left may be the wrong part of it.
+    (void)refusePart("it is not the archive that the content asks for: " + describe(came) + " came, not " +
+                     describe(*job_.digest) + "; publish the entry again");
+    return afresh_ ? Step::afresh : Step::failed;
+}
+
+/// Takes the announced size of the whole archive, 0 for none. False when it cannot be the wanted one.
+bool PatchDownload::takeTotal(std::uint64_t total) {
+    expected_ = total;
+    if (!job_.digest) return true;
+    expected_ = job_.digest->length;
+    if (total == 0 || total == expected_) return true;
+    return refusePart("the repository has an archive of " + std::to_string(total) +
+                      " bytes, and the content asks for one of " + std::to_string(expected_) +
+                      "; publish the entry again");
+}
+
+void PatchDownload::restart(const PartialFile::Version& version) {
+    partial_->restart(version);
+    if (job_.digest) (void)sha256_.finish();
+}
+
 bool PatchDownload::refuse(const std::string& problem) {
     problem_ = problem;
     return false;
@@ -216,7 +262,7 @@ bool PatchDownload::refuse(const std::string& problem) {
 bool PatchDownload::refusePart(const std::string& problem) {
     afresh_ = asked_ != 0 && !startedAfresh_;
     startedAfresh_ = true;
-    partial_->restart({});
+    restart({});
     if (afresh_)
         log::info("[Downloader] fetching ", withoutCredentials(job_.url), " from its start: ", problem);
     return refuse(problem);
@@ -229,9 +275,10 @@ bool PatchDownload::takeHead(const HttpHead& head) {
 }
 
 bool PatchDownload::takeWhole(const HttpHead& head) {
-    expected_ = contentLength(head);
-    partial_->restart({job_.url, resumptionValidator(head), expected_});
+    const std::uint64_t total = contentLength(head);
+    restart({job_.url, resumptionValidator(head), total});
     pace_.startAt(0);
+    if (!takeTotal(total)) return false;
     advance(0, expected_);
     return roomFor(expected_);
 }
@@ -251,7 +298,7 @@ bool PatchDownload::takePart(const HttpHead& head) {
         (known != 0 && range->total != 0 && known != range->total)) {
         return refusePart("the repository sent a part of another version; look at its handling of If-Range");
     }
-    expected_ = range->total != 0 ? range->total : known;
+    if (!takeTotal(range->total != 0 ? range->total : known)) return false;
     advance(asked_, expected_);
     return roomFor(expected_);
 }
@@ -276,11 +323,12 @@ bool PatchDownload::takeBody(std::string_view piece) {
     // A body of no announced length may have no end: it does not get the last of the disk, nor keeps what it
     // has.
     if (expected_ == 0 && !roomFor(partial_->size() + piece.size() + kSpareBytes)) {
-        partial_->restart({});
+        restart({});
         return false;
     }
     partial_->append(piece);
     pace_.reached(partial_->size());
+    if (job_.digest) sha256_.add(piece);
     advance(partial_->size(), expected_);
     return true;
 }

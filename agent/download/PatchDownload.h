@@ -9,6 +9,7 @@
 #include "agent/download/PatchPace.h"
 #include "agent/http/HttpClient.h"
 #include "agent/http/RetryPolicy.h"
+#include "agent/trust/Sha256.h"
 #include "base/Result.h"
 
 namespace zelor::agent {
@@ -28,8 +29,9 @@ struct DownloadJob {
     std::string name;  ///< of the archive, "editor-2.1.zip"; also names the partial file
     std::string partialDirectory;
     std::string destination;
-    std::uint64_t bytesPerSecond = 0;  ///< 0: as fast as it goes
-    bool durable = true;               ///< whole at its destination even after a power loss
+    std::uint64_t bytesPerSecond = 0;    ///< 0: as fast as it goes
+    bool durable = true;                 ///< whole at its destination even after a power loss
+    std::optional<FileDigest> digest{};  ///< of the archive that is wanted; nothing: whatever comes
 };
 
 /// How a download ended; only `done` leaves the archive at its destination.
@@ -37,7 +39,9 @@ enum class DownloadResult { done, failed, interrupted };
 
 /// Fetches one archive to its partial file, resuming what an earlier attempt left, and moves it to its
 /// destination when it is complete. Failures go to the log with their remedy; nothing is thrown. Interrupting
-/// the boost::thread that runs it ends it well within a second and keeps the partial file.
+/// the boost::thread that runs it ends it well within a second and keeps the partial file. An archive that is
+/// not the wanted one is known by its announced length, by its first byte too many, or by its digest at its
+/// end; it is removed.
 class PatchDownload {
   public:
     /// The client stays the caller's and must outlive the download.
@@ -61,6 +65,11 @@ class PatchDownload {
     bool takePart(const HttpHead& head);
     bool roomFor(std::uint64_t total);
     bool takeBody(std::string_view piece);
+    bool takeTotal(std::uint64_t total);
+    void dropOtherPart();
+    void hashPart();
+    Step judgeWhole();
+    void restart(const PartialFile::Version& version);
     bool refuse(const std::string& problem);
     /// Refuses, drops the bytes so far, and has the next attempt begin without them, once.
     bool refusePart(const std::string& problem);
@@ -71,6 +80,7 @@ class PatchDownload {
     std::optional<PartialFile> partial_;  ///< while running
     PatchPace pace_;
 
+    Sha256 sha256_;               ///< of the bytes in the partial file, when the job has a digest
     std::uint64_t asked_ = 0;     ///< the offset that this attempt asked for
     std::uint64_t expected_ = 0;  ///< size of the complete file; 0: not known
     std::uint64_t best_ = 0;      ///< the most bytes that ever were in the partial file

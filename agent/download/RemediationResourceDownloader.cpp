@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "agent/AgentSettings.h"
+#include "agent/content/PatchDigests.h"
 #include "agent/download/PatchDownload.h"
 #include "agent/http/HttpClient.h"
 #include "agent/http/RepositoryUrl.h"
@@ -43,8 +44,14 @@ zelor::agent::DownloadJob jobFor(const std::string& stem, const std::string& arc
     }
     const auto settings = zelor::agent::AgentSettings::current();
     const std::string archive = stem + ".zip";
-    return {zelor::agent::repositoryUrl(*settings) + "/patches/" + zelor::agent::urlSegment(stem) + ".zip",
-            archive, Common::StripTrailingSeparators(installPath) + "/partial", archivePath, 0};
+    zelor::agent::DownloadJob job;
+    job.url = zelor::agent::repositoryUrl(*settings) + "/patches/" + zelor::agent::urlSegment(stem) + ".zip";
+    job.name = archive;
+    job.partialDirectory = Common::StripTrailingSeparators(installPath) + "/partial";
+    job.destination = archivePath;
+    const bool required = settings->values().requireDigests;
+    job.digest = zelor::agent::WantedPatches::instance().archive(archive, required);
+    return job;
 }
 
 zelor::agent::DownloadPolicy policyInForce() {

@@ -44,6 +44,11 @@ const std::vector<SettingEntry>& settingsTable() {
          &S::repositoryUrl},
         {"Repository", "TrustedKey", T::path, "",
          "PEM file with the public key or certificate that signatures are checked against.", &S::trustedKey},
+        {"Repository", "RequireDigests", T::flag, "false",
+         "Whether a patch is used only when its content gives the digests of its file and of its archive: "
+         "true "
+         "or false.",
+         &S::requireDigests},
         {"Buffer", "UnzipFolder", T::path, "/var/zelor/unzip",
          "Directory that holds the list of buffered patches.", &S::unzipDirectory},
         {"Buffer", "PatchesDir", T::path, "/var/zelor/buffer", "Directory that holds the buffered archives.",
@@ -87,6 +92,7 @@ base::Check checkValue(SettingType type, const std::string& value) {
             std::all_of(value.begin(), value.end(), [](char c) { return c >= '0' && c <= '9'; });
         if (!digits || value.size() > 9) return base::failure("is not a whole number of at most nine digits");
     }
+    if (type == SettingType::flag) return value == "true" || value == "false" ? "" : "is not true or false";
     if (type == SettingType::level) {
         const bool known = value == "debug" || value == "info" || value == "error";
         if (!known) return base::failure("is not debug, info or error");
@@ -104,6 +110,8 @@ void storeValue(const SettingEntry& entry, const std::string& value, Settings& s
         settings.*(*text) = entry.type == SettingType::path && !value.empty() ? belowRoot(value) : value;
     } else if (const auto* number = std::get_if<std::uint32_t Settings::*>(&entry.field)) {
         settings.*(*number) = static_cast<std::uint32_t>(std::stoul(value));
+    } else if (const auto* flag = std::get_if<bool Settings::*>(&entry.field)) {
+        settings.*(*flag) = value == "true";
     } else {
         settings.*std::get<LogLevel Settings::*>(entry.field) = levelOf(value);
     }

@@ -12,8 +12,8 @@
 /// fuzz target work through it.
 namespace zelor::agent {
 
-/// What a setting's text must be: anything, an absolute path, a decimal number, a log level.
-enum class SettingType { text, path, number, level };
+/// What a setting's text must be: anything, an absolute path, a decimal number, true or false, a log level.
+enum class SettingType { text, path, number, flag, level };
 
 /// One setting that the ini file may hold.
 struct SettingEntry {
@@ -22,7 +22,8 @@ struct SettingEntry {
     SettingType type;
     const char* fallback;  ///< the text that counts when the file has none; "" for none
     const char* meaning;   ///< one sentence, which the documentation and the man page begin with
-    std::variant<std::string Settings::*, std::uint32_t Settings::*, LogLevel Settings::*> field;
+    std::variant<std::string Settings::*, std::uint32_t Settings::*, bool Settings::*, LogLevel Settings::*>
+        field;
 
     /// "Section.Key"
     std::string name() const { return std::string(section) + '.' + key; }

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "agent/AgentSettings.h"
+#include "agent/content/PatchDigests.h"
 #include "agent/log/FailureLine.h"
 #include "agent/trust/Signature.h"
 
@@ -15,7 +16,13 @@ zelor::agent::SignatureVerdict check(const std::string& path, const std::string&
         if (key.empty()) {
             return {false, "no trusted key: set TrustedKey in section Repository of " + settings->iniFile()};
         }
-        return zelor::agent::verifyPath(path, signatureFile, key);
+        auto verdict = zelor::agent::verifyPath(path, signatureFile, key);
+        if (!verdict.good) return verdict;
+        const std::string name = path.substr(path.rfind('/') + 1);
+        const bool required = settings->values().requireDigests;
+        const auto wanted = zelor::agent::WantedPatches::instance().file(name, required);
+        if (wanted) zelor::agent::requireDigest(name, verdict.digest, *wanted);
+        return verdict;
     } catch (const std::exception& e) {
         return {false, e.what()};
     }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <boost/filesystem.hpp>
+#include <optional>
 #include <set>
 
 #include "agent/archive/ArchiveExtractor.h"
@@ -131,16 +132,31 @@ class PatchCheck {
             add(Severity::error, e.what(), "publish the patch again without it");
             return;
         }
-        const std::uint64_t archiveBytes = fs::file_size(archive_);
+        const agent::FileDigest archiveDigest = fileDigest(digestsOfFile(archive_));
+        const std::uint64_t archiveBytes = archiveDigest.length;
         for (const PatchUse& use : uses_) {
             append(sizeFindings(use.place, use.eri.size, archiveBytes,
                                 directory ? archiveBytes : digests.bytes));
+            checkDigest(use.place, "\"" + patchId_ + "\"", use.eri.file, fileDigest(digests));
+            checkDigest(use.place, place_, use.eri.archive, archiveDigest);
             if (use.eri.md5 == digests.md5) continue;
             findings_.push_back({Severity::error, use.place,
                                  "md5 \"" + use.eri.md5 + "\" is not that of \"" + patchId_ + "\", " +
                                      digests.md5 + ": an outdated buffered copy could be taken for this one",
                                  "publish the entry again"});
         }
+    }
+
+    void checkDigest(const std::string& place, const std::string& name,
+                     const std::optional<agent::FileDigest>& said, const agent::FileDigest& actual) {
+        if (said == actual) return;
+        findings_.push_back({Severity::error, place,
+                             said ? name + " has " + agent::describe(actual) + ", and the content asks for " +
+                                        agent::describe(*said) + ", so agents refuse it"
+                                  : "it gives no digest of " + name +
+                                        ", so agents with RequireDigests refuse it, and others "
+                                        "take whatever this key signed",
+                             "publish the entry again"});
     }
 
     const std::string& keyFile_;

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
+
+#include "agent/trust/Sha256.h"
 
 namespace zelor::authoring {
 
@@ -14,6 +17,8 @@ struct ContentEri {
     std::string patchId;  ///< "" when there is nothing to fetch, as for an update of the operating system
     std::string size;
     std::string md5;
+    std::optional<agent::FileDigest> file;     ///< of the patch: its file, or its bundle's manifest
+    std::optional<agent::FileDigest> archive;  ///< of what agents fetch
     std::string silent;
     std::string mskb;
     bool reboot = false;

@@ -1,5 +1,6 @@
 #include "authoring/publish/ContentXml.h"
 
+#include <optional>
 #include <pugixml.hpp>
 #include <sstream>
 
@@ -18,6 +19,13 @@ void setAttribute(pugi::xml_node node, const char* name, const std::string& valu
     if (!value.empty()) node.append_attribute(name).set_value(value.c_str());
 }
 
+void setDigest(pugi::xml_node patch, const char* sha256, const char* length,
+               const std::optional<agent::FileDigest>& digest) {
+    if (!digest) return;
+    setAttribute(patch, sha256, digest->sha256);
+    setAttribute(patch, length, std::to_string(digest->length));
+}
+
 void appendEri(pugi::xml_node cre, const ContentEri& eri) {
     pugi::xml_node node = cre.append_child("eri");
     node.append_attribute("id").set_value(eri.id.c_str());
@@ -29,8 +37,18 @@ void appendEri(pugi::xml_node cre, const ContentEri& eri) {
     patch.append_attribute("id").set_value(eri.patchId.c_str());
     patch.append_attribute("size").set_value(eri.size.c_str());
     patch.append_attribute("md5").set_value(eri.md5.c_str());
+    setDigest(patch, "sha256", "length", eri.file);
+    setDigest(patch, "archiveSha256", "archiveLength", eri.archive);
     setText(node, "silent", eri.silent);
     setText(node, "mskb", eri.mskb);
+}
+
+/// Of content that agents can use.
+std::optional<agent::FileDigest> readDigest(const pugi::xml_node& patch, const char* sha256,
+                                            const char* length) {
+    if (!patch.attribute(sha256)) return std::nullopt;
+    return agent::FileDigest{base::trimmed(patch.attribute(sha256).value()),
+                             patch.attribute(length).as_ullong()};
 }
 
 ContentEri readEri(const pugi::xml_node& node) {
@@ -43,6 +61,8 @@ ContentEri readEri(const pugi::xml_node& node) {
     eri.patchId = base::trimmed(patch.attribute("id").value());
     eri.size = base::trimmed(patch.attribute("size").value());
     eri.md5 = base::trimmed(patch.attribute("md5").value());
+    eri.file = readDigest(patch, "sha256", "length");
+    eri.archive = readDigest(patch, "archiveSha256", "archiveLength");
     eri.silent = base::trimmed(node.child("silent").text().get());
     eri.mskb = base::trimmed(node.child("mskb").text().get());
     eri.reboot = std::string(node.attribute("reboot").value()) == "true";

@@ -51,6 +51,10 @@ struct DigestPair {
 
 }  // namespace
 
+agent::FileDigest fileDigest(const Digests& digests) {
+    return {base::hexadecimal(digests.sha256), digests.bytes};
+}
+
 Digests digestsOfText(std::string_view text) {
     DigestPair pair;
     pair.add(text);

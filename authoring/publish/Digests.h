@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+#include "agent/trust/Sha256.h"
+
 namespace zelor::authoring {
 
 /// What identifies a file, or the text over which a bundle directory is signed.
@@ -12,6 +14,9 @@ struct Digests {
     std::string md5;     ///< lower-case hexadecimal
     std::uint64_t bytes = 0;
 };
+
+/// How content gives them.
+agent::FileDigest fileDigest(const Digests& digests);
 
 Digests digestsOfText(std::string_view text);
 

@@ -39,13 +39,16 @@ struct stat statusOf(const std::string& path, bool follow) {
 
 class ZipWriter {
   public:
-    ZipWriter(int descriptor, bool compress) : archive_(archive_write_new()) {
+    ZipWriter(int descriptor, bool compress) : descriptor_(descriptor), archive_(archive_write_new()) {
         require(archive_ ? ARCHIVE_OK : ARCHIVE_FATAL);
         require(archive_write_set_format_zip(archive_.get()));
         require(compress ? archive_write_zip_set_compression_deflate(archive_.get())
                          : archive_write_zip_set_compression_store(archive_.get()));
-        require(archive_write_open_fd(archive_.get(), descriptor));
+        require(archive_write_set_bytes_in_last_block(archive_.get(), 1));
+        require(archive_write_open2(archive_.get(), this, nullptr, &ZipWriter::take, nullptr, nullptr));
     }
+    ZipWriter(const ZipWriter&) = delete;
+    ZipWriter& operator=(const ZipWriter&) = delete;
 
     void add(const std::string& path, const std::string& name, const struct stat& status) {
         if (S_ISLNK(status.st_mode)) {
@@ -68,9 +71,24 @@ class ZipWriter {
         write(text);
     }
 
-    void finish() { require(archive_write_close(archive_.get())); }
+    /// The digest of the archive.
+    agent::FileDigest finish() {
+        require(archive_write_close(archive_.get()));
+        return digest_.finish();
+    }
 
   private:
+    static la_ssize_t take(archive* writer, void* self, const void* bytes, size_t size) {
+        auto* zip = static_cast<ZipWriter*>(self);
+        const std::string_view piece(static_cast<const char*>(bytes), size);
+        if (!base::writeAll(zip->descriptor_, piece)) {
+            archive_set_error(writer, errno, "%s", base::errorText(errno).c_str());
+            return -1;
+        }
+        zip->digest_.add(piece);
+        return static_cast<la_ssize_t>(size);
+    }
+
     void require(int result) {
         if (result == ARCHIVE_OK) return;
         const char* cause = archive_ ? archive_error_string(archive_.get()) : nullptr;
@@ -100,6 +118,8 @@ class ZipWriter {
         }
     }
 
+    int descriptor_;
+    agent::Sha256 digest_;
     std::unique_ptr<archive, base::Deleter<archive_write_free>> archive_;
 };
 
@@ -113,9 +133,10 @@ std::vector<std::string> pathsBelow(const std::string& directory) {
 
 /// Writes the archive of a patch to the descriptor: the file or bundle at `source` under the name `patchId`,
 /// in byte order of the paths, with the permission bits, modification times and symbolic links of the source,
-/// then the signature under `signatureName`. The same input gives the same bytes. Throws std::runtime_error.
-void writePatchArchive(int descriptor, const std::string& source, const std::string& patchId,
-                       const std::string& signatureName, const std::string& signature) {
+/// then the signature under `signatureName`. The same input gives the same bytes. Returns the digest of
+/// the archive. Throws std::runtime_error.
+agent::FileDigest writePatchArchive(int descriptor, const std::string& source, const std::string& patchId,
+                                    const std::string& signatureName, const std::string& signature) {
     const struct stat status = statusOf(source, true);
     // Packages and disk images are compressed inside.
     const platform::InstallerKind* const kind = platform::installerKindOf(patchId);
@@ -128,7 +149,7 @@ void writePatchArchive(int descriptor, const std::string& source, const std::str
         }
     }
     zip.addText(signatureName, signature, status);
-    zip.finish();
+    return zip.finish();
 }
 
 // Flushed together; a group's bytes are on the disk a second time until it is shown.
@@ -154,27 +175,36 @@ PatchFacts PatchPublisher::publish(const ManifestPatch& patch) {
     if (patch.file.empty()) return {patch.md5, patch.size};
     const Digests& digests = patch.digests;
     facts.md5 = digests.md5;
+    facts.file = fileDigest(digests);
     if (patch.omitArchive) {
         facts.size = patch.size.empty() ? sizeText(digests.bytes) : patch.size;
         return facts;
     }
     const auto known = state_.find(patch.patchId);
     const bool present = known != state_.end() && known->second == stamped(patch.patchId, digests.sha256);
-    const std::uint64_t bytes =
-        present ? boost::filesystem::file_size(archiveOf(patch.patchId)) : write(patch);
-    facts.size = patch.size.empty() ? sizeText(bytes) : patch.size;
+    facts.archive = present ? keep(patch) : write(patch);
+    facts.size = patch.size.empty() ? sizeText(facts.archive->length) : patch.size;
     return facts;
 }
 
-std::uint64_t PatchPublisher::write(const ManifestPatch& patch) {
+/// The digest of an archive that is left alone.
+agent::FileDigest PatchPublisher::keep(const ManifestPatch& patch) {
+    PublishedPatch& known = state_.at(patch.patchId);
+    const std::string archive = archiveOf(patch.patchId);
+    if (!known.archiveSha256.empty()) return {known.archiveSha256, boost::filesystem::file_size(archive)};
+    const agent::FileDigest digest = fileDigest(digestsOfFile(archive));
+    known.archiveSha256 = digest.sha256;
+    return digest;
+}
+
+agent::FileDigest PatchPublisher::write(const ManifestPatch& patch) {
     const remediation::PatchName name = *remediation::splitAtLastDot(patch.patchId);
     const std::string signature = key_.sign(patch.digests.sha256);
     base::StagedFile& zip = group_.add(archiveOf(patch.patchId));
-    writePatchArchive(zip.descriptor(), patch.file, patch.patchId,
-                      remediation::signaturePath(patch.patchId, name.extension), signature);
-    struct stat status {};
-    if (::fstat(zip.descriptor(), &status) != 0 ||
-        digestsOfSource(patch.file).sha256 != patch.digests.sha256) {
+    agent::FileDigest digest =
+        writePatchArchive(zip.descriptor(), patch.file, patch.patchId,
+                          remediation::signaturePath(patch.patchId, name.extension), signature);
+    if (digestsOfSource(patch.file).sha256 != patch.digests.sha256) {
         throw std::runtime_error(patch.file +
                                  " changed while it was published; publish again once it is at rest");
     }
@@ -182,10 +212,9 @@ std::uint64_t PatchPublisher::write(const ManifestPatch& patch) {
     base::StagedFile& detached = group_.add(directory_ + name.stem + ".sig");
     detached.write(signature);
     detached.close();
-    waiting_.emplace_back(patch.patchId, patch.digests.sha256);
-    const auto bytes = static_cast<std::uint64_t>(status.st_size);
-    waitingBytes_ += bytes;
-    return bytes;
+    waiting_.push_back({patch.patchId, patch.digests.sha256, digest.sha256});
+    waitingBytes_ += digest.length;
+    return digest;
 }
 
 bool PatchPublisher::groupIsFull() const {
@@ -194,9 +223,11 @@ bool PatchPublisher::groupIsFull() const {
 
 void PatchPublisher::commit(const std::function<void(const std::string&)>& shown) {
     group_.commit();
-    for (const auto& [patchId, sha256] : waiting_) {
-        state_[patchId] = stamped(patchId, sha256);
-        shown(patchId);
+    for (const Waiting& patch : waiting_) {
+        PublishedPatch& published = state_[patch.patchId];
+        published = stamped(patch.patchId, patch.sha256);
+        published.archiveSha256 = patch.archiveSha256;
+        shown(patch.patchId);
     }
     waiting_.clear();
     waitingBytes_ = 0;

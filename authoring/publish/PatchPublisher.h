@@ -1,9 +1,11 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "agent/trust/Sha256.h"
 #include "authoring/manifest/Manifest.h"
 #include "authoring/publish/PublishState.h"
 #include "authoring/publish/SigningKey.h"
@@ -13,8 +15,10 @@ namespace zelor::authoring {
 
 /// What content says of a published patch.
 struct PatchFacts {
-    std::string md5;   ///< of the file, or of a bundle directory's manifest
-    std::string size;  ///< of the archive, which is what is downloaded and buffered
+    std::string md5;                             ///< of the file, or of a bundle directory's manifest
+    std::string size;                            ///< of the archive, which is what is downloaded and buffered
+    std::optional<agent::FileDigest> file{};     ///< nothing: there is no file to publish
+    std::optional<agent::FileDigest> archive{};  ///< nothing: no archive is published
 };
 
 /// Writes patches/<stem>.zip with its signature inside, and patches/<stem>.sig beside it.
@@ -33,7 +37,13 @@ class PatchPublisher {
     void commit(const std::function<void(const std::string&)>& shown);
 
   private:
-    std::uint64_t write(const ManifestPatch& patch);
+    struct Waiting {
+        std::string patchId;
+        std::string sha256;  ///< raw, of the source
+        std::string archiveSha256;
+    };
+    agent::FileDigest write(const ManifestPatch& patch);
+    agent::FileDigest keep(const ManifestPatch& patch);
     std::string archiveOf(const std::string& patchId) const;
     PublishedPatch stamped(const std::string& patchId, const std::string& sha256) const;
 
@@ -42,7 +52,7 @@ class PatchPublisher {
     std::string fingerprint_;
     PublishedPatches& state_;
     base::StagedFiles group_;
-    std::vector<std::pair<std::string, std::string>> waiting_;  // patch id and SHA-256
+    std::vector<Waiting> waiting_;
     std::uint64_t waitingBytes_ = 0;
 };
 

@@ -48,8 +48,12 @@ PublishState readPublishState(const std::string& path) {
         const nlohmann::json json = nlohmann::json::parse(base::readBounded(path, kStateBytesLimit));
         if (json.at("version") != kVersion) return {};
         for (const auto& [patchId, patch] : json.at("patches").items()) {
-            state.patches[patchId] = {patch.at("source"), patch.at("key"), patch.at("archive"),
-                                      patch.at("signature"), patch.value("unnamedSince", std::int64_t{0})};
+            state.patches[patchId] = {patch.at("source"),
+                                      patch.at("key"),
+                                      patch.at("archive"),
+                                      patch.at("signature"),
+                                      patch.value("archiveSha256", std::string()),
+                                      patch.value("unnamedSince", std::int64_t{0})};
         }
         state.entries = json.value("entries", state.entries);
         state.eris = json.value("eris", state.eris);
@@ -66,6 +70,7 @@ void writePublishState(const std::string& path, const PublishState& state) {
                             {"key", patch.key},
                             {"archive", patch.archiveStamp},
                             {"signature", patch.signatureStamp}};
+        if (!patch.archiveSha256.empty()) patches[patchId]["archiveSha256"] = patch.archiveSha256;
         if (patch.unnamedSince != 0) patches[patchId]["unnamedSince"] = patch.unnamedSince;
     }
     const nlohmann::json json = {

@@ -13,9 +13,10 @@ struct PublishedPatch {
     std::string key;           ///< fingerprint
     std::string archiveStamp;  ///< as `fileStamp` gives it
     std::string signatureStamp;
+    std::string archiveSha256{};    ///< hexadecimal; "" when it was published by an earlier version
     std::int64_t unnamedSince = 0;  ///< seconds since 1970; 0 while content names it
 
-    /// True when the same was published; since when it is unnamed does not count.
+    /// True when the same was published: source, key and stamps.
     bool operator==(const PublishedPatch& other) const;
 };
 

@@ -104,6 +104,8 @@ void fillIn(ContentEntry& entry, const FactsByPatch& facts) {
             if (found == facts.end()) continue;
             eri.md5 = found->second.md5;
             eri.size = found->second.size;
+            eri.file = found->second.file;
+            eri.archive = found->second.archive;
         }
     }
 }

@@ -76,9 +76,9 @@ void RehearsalMac::configure(const std::string& url, const std::string& publicPe
         throw UsageError("cannot make " + directory + ": " + base::errorText(errno));
     settings_.emplace_back(directory + "/repository.pem", publicPem);
     settings_.emplace_back(directory + "/build", "platform = macos\n");
-    settings_.emplace_back(directory + "/zelor.ini", "[ScanManager]\nProfileId = " + system_ +
-                                                         "\n[Repository]\nUrl = " + url +
-                                                         "\nTrustedKey = /etc/zelor/repository.pem\n");
+    settings_.emplace_back(directory + "/zelor.ini",
+                           "[ScanManager]\nProfileId = " + system_ + "\n[Repository]\nUrl = " + url +
+                               "\nTrustedKey = /etc/zelor/repository.pem\nRequireDigests = true\n");
 }
 
 void RehearsalMac::keepSettings() {

@@ -9,6 +9,7 @@
 #include "agent/ContentCacheControl.h"
 #include "agent/LogControl.h"
 #include "agent/archive/ArchiveExtractor.h"
+#include "agent/content/PatchDigests.h"
 #include "agent/trust/Signature.h"
 #include "base/Directories.h"
 #include "base/Files.h"
@@ -46,12 +47,18 @@ std::string signatureProblem(const std::string& archive, const std::string& file
                              const agent::AgentSettings& settings) {
     try {
         const base::TemporaryDirectory directory("zelor-plan");
-        agent::ArchiveExtractor().extract(archive, directory.path());
+        const agent::WantedPatches& wanted = agent::WantedPatches::instance();
+        const bool required = settings.values().requireDigests;
+        agent::ArchiveExtractor().extract(archive, directory.path(),
+                                          wanted.archive(fs::path(archive).filename().string(), required));
         const std::string signature =
             remediation::signaturePath(fileName, remediation::splitAtLastDot(fileName)->extension);
-        return agent::verifyPath(directory.path() + '/' + fileName, directory.path() + '/' + signature,
-                                 settings.values().trustedKey)
-            .reason;
+        const agent::SignatureVerdict verdict =
+            agent::verifyPath(directory.path() + '/' + fileName, directory.path() + '/' + signature,
+                              settings.values().trustedKey);
+        const auto digest = wanted.file(fileName, required);
+        if (verdict.good && digest) agent::requireDigest(fileName, verdict.digest, *digest);
+        return verdict.reason;
     } catch (const std::exception& e) {
         return e.what();
     }

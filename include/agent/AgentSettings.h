@@ -25,6 +25,7 @@ struct Settings {
     std::string installPath;
     std::string repositoryUrl;  ///< as in the file, "" when it names none
     std::string trustedKey;     ///< "" when the file names none
+    bool requireDigests = false;
     std::string unzipDirectory;
     std::string patchesDir;
     std::uint32_t patchesDirSizeMB = 0;

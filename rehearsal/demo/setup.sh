@@ -65,7 +65,7 @@ serve() {
     mkdir -p "$root/etc/zelor" "$root/var/log/zelor" "$root/var/zelor/unzip" "$root/var/zelor/buffer" \
         "$root/opt/zelor" "$root/Applications"
     cp "$work/keys/repository.pem" "$root/etc/zelor/repository.pem"
-    printf '[ScanManager]\nProfileId = Mac OS X 10.10\n[Repository]\nUrl = %s\nTrustedKey = /etc/zelor/repository.pem\n' \
+    printf '[ScanManager]\nProfileId = Mac OS X 10.10\n[Repository]\nUrl = %s\nTrustedKey = /etc/zelor/repository.pem\nRequireDigests = true\n' \
         "${url%/}" >"$root/etc/zelor/zelor.ini"
     printf 'platform = macos\n' >"$root/etc/zelor/build"
 }

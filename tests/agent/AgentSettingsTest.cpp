@@ -49,6 +49,7 @@ TEST_F(AgentSettingsTest, EveryKeyHasItsDefaultBelowTheRoot) {
         {"ScanManager.InstallPath", root / "opt/zelor"},
         {"Repository.Url", ""},
         {"Repository.TrustedKey", ""},
+        {"Repository.RequireDigests", "false"},
         {"Buffer.UnzipFolder", root / "var/zelor/unzip"},
         {"Buffer.PatchesDir", root / "var/zelor/buffer"},
         {"Buffer.PatchesDirSizeMB", "2000"},

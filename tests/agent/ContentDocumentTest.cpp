@@ -31,6 +31,31 @@ std::string repeated(const std::string& text, int times) {
     return all;
 }
 
+TEST(ContentDocumentTest, DigestsAreWholeOrAbsent) {
+    const std::string digest(64, 'a');
+    const auto with = [&](const std::string& attributes) {
+        return wrap("<cre id=\"C\"><eri id=\"E\"><patch id=\"x.pkg\" " + attributes + "/></eri></cre>");
+    };
+    const auto patches =
+        ContentDocument::parse(with("sha256=\"" + digest + "\" length=\"18446744073709551615\""), id)
+            .patches("", "");
+    ASSERT_EQ(patches.size(), 1U);
+    EXPECT_EQ(patches[0].patchId, "x.pkg");
+    EXPECT_EQ(patches[0].file, (FileDigest{digest, ~0ULL}));
+    EXPECT_EQ(patches[0].archive, std::nullopt);
+    const std::pair<std::string, const char*> refused[] = {
+        {"sha256=\"" + digest + "\"", "length is not a number"},
+        {"length=\"1\"", "sha256 is not 64"},
+        {"archiveSha256=\"" + digest + "a\" archiveLength=\"1\"", "archiveSha256 is not 64"},
+        {"archiveSha256=\"" + std::string(64, 'A') + "\" archiveLength=\"1\"", "archiveSha256 is not 64"},
+        {"archiveSha256=\"" + digest + "\" archiveLength=\"-1\"", "archiveLength is not a number"},
+        {"archiveSha256=\"" + digest + "\" archiveLength=\"18446744073709551616\"",
+         "archiveLength is not a number"},
+    };
+    for (const auto& [attributes, why] : refused)
+        EXPECT_THAT(problemOf(with(attributes)), HasSubstr(why));
+}
+
 TEST(ContentDocumentTest, EveryFieldFindsItsPlace) {
     const ContentDocument document =
         ContentDocument::parse("\xEF\xBB\xBF<?xml version=\"1.0\"?>\n<!-- made by hand -->\n" + wrap(R"(

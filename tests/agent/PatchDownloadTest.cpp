@@ -258,6 +258,86 @@ TEST_F(PatchDownloadTest, HeadersNeitherGoOnForEverNorReachAnEarlierAnswer) {
     EXPECT_EQ(readFile(archive()), done ? "bytes" : "");
 }
 
+TEST_F(PatchDownloadTest, TransferCodingsOtherThanChunkedAreRefused) {
+    // gzip of 64 KiB of zeros
+    static constexpr unsigned char kPacked[] = {0x1f, 0x8b, 0x08, 0,    0,    0,    0,   0, 0x02,
+                                                0x03, 0xed, 0xc1, 0x31, 0x01, 0,    0,   0, 0xc2,
+                                                0xa0, 0xf5, 0x4f, 0x6d, 0x0a, 0x3f, 0xa0};
+    const std::string body(reinterpret_cast<const char*>(kPacked), sizeof kPacked);
+    test::RawServer raw;
+    for (const char* coding : {"gzip", "gzip, chunked", "deflate", "identity", "chunked, chunked"}) {
+        raw.setAnswers({std::string("HTTP/1.1 200 OK\r\nTransfer-Encoding: ") + coding + "\r\n\r\n" + body});
+        EXPECT_EQ(runFrom(raw.url()), DownloadResult::failed) << coding;
+        EXPECT_THAT(logText(), HasSubstr(std::string("the transfer coding \"") + coding)) << coding;
+        EXPECT_FALSE(boost::filesystem::exists(partial())) << coding;
+    }
+    raw.setAnswers({"HTTP/1.1 200 OK\r\nTransfer-Encoding: Chunked\r\n\r\n5\r\nbytes\r\n0\r\n\r\n"});
+    EXPECT_EQ(runFrom(raw.url()), DownloadResult::done) << logText();
+}
+
+struct DigestTest : PatchDownloadTest {
+    DownloadResult fetch(const std::string& wantedBytes) {
+        DownloadJob job{server.url() + "/patches/editor%202.1.zip", "editor 2.1.zip", root / "opt/partial",
+                        archive()};
+        Sha256 sha256;
+        sha256.add(wantedBytes);
+        job.digest = sha256.finish();
+        return PatchDownload(job, policy, client).run();
+    }
+};
+
+TEST_F(DigestTest, OnlyTheWantedArchiveArrivesHoweverItComes) {
+    EXPECT_EQ(fetch(bytes), DownloadResult::done);
+    EXPECT_TRUE(arrived());
+    boost::filesystem::remove(archive());
+
+    leavePartial(100'000);
+    EXPECT_EQ(fetch(bytes), DownloadResult::done) << "what was there is hashed too";
+    EXPECT_TRUE(arrived());
+    boost::filesystem::remove(archive());
+
+    // A part with other bytes of the same version is found out at the end, and fetched from its start once.
+    leavePartial(100'000);
+    writeFile(partial(), std::string(100'000, 'x'));
+    EXPECT_EQ(fetch(bytes), DownloadResult::done);
+    EXPECT_TRUE(arrived());
+    boost::filesystem::remove(archive());
+
+    struct Case {
+        const char* name;
+        std::string wanted;
+        const char* why;
+    };
+    std::string flipped = bytes;
+    flipped.back() = static_cast<char>(flipped.back() ^ 1);
+    const Case cases[] = {
+        {"other bytes", flipped, "is not the archive that the content asks for"},
+        {"a longer one", bytes + "x", "the content asks for one of 300001"},
+        {"a shorter one", bytes.substr(1), "the content asks for one of 299999"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        for (const bool withPart : {false, true}) {
+            if (withPart) leavePartial(100'000);
+            EXPECT_EQ(fetch(c.wanted), DownloadResult::failed);
+            EXPECT_FALSE(boost::filesystem::exists(archive()));
+            EXPECT_FALSE(boost::filesystem::exists(partial()));
+            EXPECT_THAT(logText(), HasSubstr(c.why));
+        }
+    }
+}
+
+TEST_F(DigestTest, AnAnswerOfUnknownLengthIsBoundedByTheContents) {
+    authoring::ServerFault chunked;
+    chunked.withoutLength = true;
+    server.onRequest([=](const authoring::ServerRequest&, int) { return chunked; });
+    EXPECT_EQ(fetch(bytes), DownloadResult::done);
+    EXPECT_EQ(fetch(bytes.substr(0, 1000)), DownloadResult::failed);
+    EXPECT_FALSE(boost::filesystem::exists(partial()));
+    policy.retry.attempts = 1;
+    EXPECT_EQ(fetch(bytes + "and more"), DownloadResult::failed);
+}
+
 TEST_F(PatchDownloadTest, AStalledTransferIsGivenUpAndResumed) {
     authoring::ServerFault stall;
     stall.stallAfter = 50'000;

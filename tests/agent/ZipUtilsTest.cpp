@@ -1,8 +1,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <tuple>
 
 #include "agent/archive/ArchiveExtractor.h"
+#include "agent/trust/BundleManifest.h"
 #include "base/SystemRoot.h"
 #include "collaborators/ZipUtils.h"
 #include "support/ArchiveBuilder.h"
@@ -175,8 +182,156 @@ TEST_F(ZipUtilsTest, NeverWritesThroughALinkThatStoodBefore) {
     fs::create_directories(dir / "outside");
     fs::create_directories(out);
     fs::create_symlink(dir / "outside", out + "/sub");
-    EXPECT_FALSE(unzip(ArchiveBuilder().file("sub/f", "1").finish()));
+    EXPECT_TRUE(unzip(ArchiveBuilder().file("sub/f", "1").finish())) << lastLine();
     EXPECT_TRUE(fs::is_empty(dir / "outside"));
+    EXPECT_FALSE(fs::is_symlink(out + "/sub"));
+    EXPECT_EQ(readFile(out + "/sub/f"), "1");
+}
+
+TEST_F(ZipUtilsTest, WhatItBringsReplacesWhatStoodThereWhole) {
+    writeFile(out + "/patch.pkg/left/behind", "a directory in a file's place");
+    writeFile(out + "/Editor.app", "a file in a directory's place");
+    writeFile(out + "/Bundle.app/Contents/old", "no longer in the bundle");
+    writeFile(out + "/Closed.app/in", "old");
+    writeFile(out + "/other/stays", "stays");
+    fs::permissions(out + "/Closed.app", fs::owner_read | fs::owner_exe);
+    ASSERT_TRUE(unzip(ArchiveBuilder()
+                          .file("patch.pkg", "package")
+                          .file("Editor.app/Contents/editor", "editor")
+                          .file("Bundle.app/Contents/new", "new")
+                          .directory("Closed.app", 0555)
+                          .file("Closed.app/in", "new")
+                          .finish()))
+        << lastLine();
+    EXPECT_EQ(readFile(out + "/patch.pkg"), "package");
+    EXPECT_EQ(readFile(out + "/Editor.app/Contents/editor"), "editor");
+    EXPECT_EQ(readFile(out + "/Bundle.app/Contents/new"), "new");
+    EXPECT_FALSE(fs::exists(out + "/Bundle.app/Contents/old"));
+    EXPECT_EQ(readFile(out + "/Closed.app/in"), "new");
+    EXPECT_EQ(modeOf("Closed.app"), 0555U);
+    EXPECT_EQ(readFile(out + "/other/stays"), "stays");
+    EXPECT_EQ(std::distance(fs::directory_iterator(out), fs::directory_iterator()), 5)
+        << "nothing private is left";
+    fs::permissions(out + "/Closed.app", fs::owner_all);
+}
+
+/// Changes the method of packing of the n-th entry: in its own header, in the directory, or both.
+std::string withMethod(std::string zip, int entry, int method, bool header, bool directory) {
+    for (const auto& [mark, at, change] :
+         {std::tuple{"PK\x03\x04", 8, header}, std::tuple{"PK\x01\x02", 10, directory}}) {
+        std::size_t found = zip.find(mark);
+        for (int i = 0; i < entry; ++i)
+            found = zip.find(mark, found + 1);
+        if (change) zip.at(found + static_cast<std::size_t>(at)) = static_cast<char>(method);
+    }
+    return zip;
+}
+
+TEST_F(ZipUtilsTest, OnlyStoredAndDeflatedEntriesAreUnpacked) {
+    const std::string files = ArchiveBuilder().file("a", "1").file("b", "2").finish();
+    const std::string links = ArchiveBuilder().file("a", "1").link("l", "a").finish();
+    for (const int method : {9, 12, 14, 93, 95, 98, 99}) {
+        for (const std::string& zip : {files, links}) {
+            EXPECT_FALSE(unzip(withMethod(zip, 1, method, true, true)));
+            EXPECT_THAT(lastLine(), HasSubstr("is packed with method " + std::to_string(method)));
+            EXPECT_TRUE(fs::is_empty(out));
+        }
+    }
+    EXPECT_FALSE(unzip(withMethod(files, 1, 14, true, false)));
+    EXPECT_THAT(lastLine(), HasSubstr("is packed with method 14"));
+    EXPECT_FALSE(unzip(withMethod(files, 1, 14, false, true)));
+    EXPECT_THAT(lastLine(), HasSubstr("is packed with method 14"));
+    EXPECT_FALSE(unzip(withMethod(files, 0, 0, true, false)));
+    EXPECT_THAT(lastLine(), HasSubstr("two methods"));
+    // Readers look for the last end of a directory, and for a directory that may be moved.
+    const std::string hidden = withMethod(files, 1, 14, true, true);
+    for (const std::string& zip : {hidden + files, files + hidden, "x" + files, files + "x"}) {
+        EXPECT_FALSE(unzip(zip));
+        EXPECT_THAT(lastLine(), HasSubstr("damaged or no zip archive"));
+    }
+}
+
+std::string little(std::uint64_t number, int bytes) {
+    std::string text;
+    for (int i = 0; i < bytes; ++i, number >>= 8U)
+        text += static_cast<char>(number & 0xffU);
+    return text;
+}
+
+/// An archive of empty entries with these names, whose directory lists directories of a mode of their own.
+std::string bareArchive(const std::vector<std::string>& names) {
+    std::string files, directory;
+    const std::string rest = little(0, 4) + little(0, 4) + little(0, 4) + little(0, 4);  // time, CRC, sizes
+    for (const std::string& name : names) {
+        const std::string size = little(name.size(), 2);
+        directory += "PK\x01\x02" + little(0x031e, 2) + little(10, 2) + little(0, 4) + rest + size +
+                     little(0, 8) + little((S_IFDIR | 0750U) << 16U, 4) + little(files.size(), 4) + name;
+        files += "PK\x03\x04" + little(10, 2) + little(0, 4) + rest + size + little(0, 2) + name;
+    }
+    const std::string count = little(std::min<std::size_t>(names.size(), 0xffff), 2);
+    return files + directory + "PK\x05\x06" + little(0, 4) + count + count + little(directory.size(), 4) +
+           little(files.size(), 4) + little(0, 2);
+}
+
+/// The most memory, in KiB, that a process of its own takes to unpack and to list the archive.
+long peakOf(const std::string& archive, const std::string& out, bool& unpacked) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        int status = 0;
+        try {
+            ArchiveExtractor().extract(archive, out);
+            forEachManifestLine(out, [](const std::string&) {});
+        } catch (const std::exception&) {
+            status = 1;
+        }
+        ::_exit(status);
+    }
+    int status = -1;
+    struct rusage usage {};
+    ::wait4(child, &status, 0, &usage);
+    unpacked = status == 0;
+    return usage.ru_maxrss;
+}
+
+TEST_F(ZipUtilsTest, TakesBoundedMemoryForAnyArchive) {
+    writeFile(archive, ArchiveBuilder().file("patch.pkg", std::string(1U << 20U, 'p')).finish());
+    bool unpacked = false;
+    const long normal = peakOf(archive, dir / "normal", unpacked);
+    ASSERT_TRUE(unpacked);
+    const auto padded = [](int number, std::size_t size, const std::string& end) {
+        std::string name = std::to_string(number);
+        return name + std::string(size - name.size(), 'd') + end;
+    };
+    // A fifth of the entries allowed, in names whose directory would reach its limit with three times as
+    // many; names of the longest paths; more entries, and a larger directory, than are allowed.
+    std::vector<std::string> flat, deep, many, wide;
+    for (int i = 0; i < 20'000; ++i)
+        flat.push_back(padded(i, 230, "/"));
+    for (int i = 0; i < 200; ++i) {
+        std::string path;
+        for (int level = 0; level < 63; ++level)
+            path += padded(i, 11, "/");
+        deep.push_back(path);
+    }
+    for (int i = 0; i < 300'000; ++i)
+        many.push_back(padded(i, 6, "/"));
+    for (int i = 0; i < 80'000; ++i)
+        wide.push_back(padded(i, 240, "/"));
+    struct Case {
+        const char* name;
+        const std::vector<std::string>& entries;
+        bool good;
+    };
+    for (const Case& c :
+         {Case{"long names", flat, true}, Case{"deep names", deep, true},
+          Case{"too many entries", many, false}, Case{"too large a directory", wide, false}}) {
+        writeFile(archive, bareArchive(c.entries));
+        const long peak = peakOf(archive, dir / c.name, unpacked);
+        EXPECT_EQ(unpacked, c.good) << c.name;
+        std::printf("peak memory, %s: %ld KiB, normal %ld KiB\n", c.name, peak, normal);
+        EXPECT_LE(peak, normal + (64 << 10) / 3) << c.name;
+        fs::remove_all(dir / c.name);
+    }
 }
 
 TEST_F(ZipUtilsTest, RefusesMissingAndLinkedArchives) {

@@ -1,5 +1,6 @@
 #include <functional>
 #include <nlohmann/json.hpp>
+#include <regex>
 
 #include "authoring/checks/ContentChecks.h"
 #include "authoring/checks/FileChecks.h"
@@ -111,6 +112,18 @@ TEST_F(CheckTest, FindsEachPlantedFaultAndSaysItsRemedy) {
          "patches/lock.zip", "signature beside it", "publish the patch again"},
         {"wrong md5", [&] { edit("CCE-1", "md5=\"", "md5=\"0"); }, "error", "content/CCE-1.xml, ERI-CCE-1-1",
          "is not that of \"lock.bsh\"", "publish the entry again", true},
+        {"content from before digests",
+         [&] {
+             std::string xml = readFile(path("content/CCE-1.xml"));
+             writeSigned("CCE-1",
+                         std::regex_replace(xml, std::regex(" (sha256|length|archive\\w+)=\"\\w+\""), ""));
+         },
+         "error", "content/CCE-1.xml, ERI-CCE-1-1", "gives no digest of patches/lock.zip",
+         "publish the entry again"},
+        {"digest of another archive", [&] { script(good()); }, "error", "content/CCE-1.xml, ERI-CCE-1-1",
+         "patches/lock.zip has ", "publish the entry again"},
+        {"digest of another file", [&] { edit("CCE-1", " length=\"", " length=\"1"); }, "error",
+         "content/CCE-1.xml, ERI-CCE-1-1", "\"lock.bsh\" has ", "publish the entry again", true},
         {"size too small", [&] { edit("CVE-1", "294 KB", "29 KB"); }, "warning", "content/CVE-1.xml, ERI-7-1",
          "too small", "\"294 KB\""},
         {"size in gigabytes", [&] { edit("CVE-1", "294 KB", "2 GB"); }, "warning",
