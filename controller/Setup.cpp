@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <boost/filesystem.hpp>
 #include <cerrno>
 #include <vector>
 
@@ -218,6 +219,22 @@ void checkContentDir(const Paths& paths) {
             " must be a directory of your own that nobody else may enter, since a run empties it and starts "
             "what it holds; choose another, or give it mode 0700 if it holds nothing you need");
     }
+}
+
+void emptyContentDir(const Paths& paths) {
+    boost::system::error_code error;
+    std::string left;
+    std::vector<std::string> entries;
+    for (boost::filesystem::directory_iterator it(paths.contentDir, error), end; !error && it != end;
+         it.increment(error))
+        entries.push_back(it->path().string());
+    for (const std::string& entry : entries) {
+        if (!base::removeTree(entry)) left = entry;
+    }
+    if (error) left = paths.contentDir;
+    if (left.empty()) return;
+    throw InputError("the content directory cannot be emptied: " + left +
+                     " is left; remove it, or choose another with --content-dir");
 }
 
 void prepareDirectories(const Paths& paths, bool contentDir) {

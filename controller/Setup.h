@@ -59,6 +59,11 @@ base::Check checkSettingsFiles(const Paths& paths);
 /// Changes nothing.
 void checkContentDir(const Paths& paths);
 
+/// Empties the content directory as a tree; it must have passed `checkContentDir`. Nothing that an earlier
+/// run or a run that was killed left there can be in the way of this one. Throws InputError when something is
+/// left.
+void emptyContentDir(const Paths& paths);
+
 /// Makes the directories that a command writes to where they are missing; on the system itself for their
 /// owner alone, and an InputError when another user could replace one. `contentDir` is made for its owner
 /// alone.

@@ -233,8 +233,15 @@ int runCommand(const RunOptions& options) {
     prepareDirectories(paths, true);
     const JobLock lock(
         {std::chrono::seconds(options.waitSeconds), options.talk.quiet, kGiveWayTime + kLastStep});
+    emptyContentDir(paths);
     if (options.talk.verbose) agent::logToStandardError("debug");
-    return Run(options, requests, paths).execute();
+    const int status = Run(options, requests, paths).execute();
+    try {
+        emptyContentDir(paths);
+    } catch (const InputError& e) {
+        std::cerr << "zelor-remediate: " << e.what() << '\n';  // the next run tries again
+    }
+    return status;
 }
 
 }  // namespace zelor::controller

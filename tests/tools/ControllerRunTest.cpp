@@ -63,6 +63,23 @@ TEST_F(ControllerTest, RunsAndReports) {
     EXPECT_EQ(info.st_mode & 0777U, 0700U);
 }
 
+TEST_F(ControllerTest, EmptiesTheContentDirectoryAsATree) {
+    const std::string content = fixture.dir / "var/zelor/content";
+    writeFile(content + "/good.sh/in/the/way", "left by an earlier run");
+    writeFile(content + "/Closed.app/inner", "x");
+    ::chmod((content + "/Closed.app").c_str(), 0500);
+    ::chmod(content.c_str(), 0700);
+    fixture.addContent("CCE-1", "good.sh");
+    const std::string text = "exit 0\n";
+    fixture.addArchive("good", ArchiveBuilder()
+                                   .file("good.sh", text)
+                                   .file("good.sig", fixture.key.sign(text))
+                                   .directory("left/over/directory")
+                                   .finish());
+    EXPECT_EQ(on("run", {{"cpe:/o:x", "CCE-1"}}, {}).status, 0);
+    EXPECT_TRUE(boost::filesystem::is_empty(content));
+}
+
 TEST_F(ControllerTest, KeepsStandardOutputForJson) {
     fixture.addScript("CCE-1", "good", "echo noise\n");
     const ControllerRun run = on("run", {{"cpe:/o:x", "CCE-1"}}, {"--json", "-"});
