@@ -182,6 +182,11 @@ class Transfer {
         if (headBytes_ > kHeadBytesLimit) {
             return end(result, HttpOutcome::permanent, "the answer's headers are larger than 128 KiB");
         }
+        if (!otherCoding_.empty()) {
+            return end(
+                result, HttpOutcome::permanent,
+                "the answer has the transfer coding \"" + otherCoding_ + "\", and only chunked is taken");
+        }
         if (stopped_) return end(result, HttpOutcome::stopped, "stopped");
         if (running == 0) return finish(result);
         if (!headEnded_ && Clock::now() > answerDue_) {
@@ -253,16 +258,18 @@ class Transfer {
         if (headEnded_) return true;                     // a trailer
         if (line.substr(0, 5) == "HTTP/") {
             head_ = {};
+            otherCoding_.clear();
             return true;
         }
         const std::string_view text = base::trimmedView(line);
         if (text.empty()) return endHead();
         const auto colon = text.find(':');
-        if (colon != std::string_view::npos && head_.headers.size() < kHeaderLimit) {
-            head_.headers.emplace_back(
-                base::lowerCased(std::string(base::trimmedView(text.substr(0, colon)))),
-                base::trimmedView(text.substr(colon + 1)));
-        }
+        if (colon == std::string_view::npos) return true;
+        std::string name = base::lowerCased(std::string(base::trimmedView(text.substr(0, colon))));
+        const std::string value(base::trimmedView(text.substr(colon + 1)));
+        // Codings were never asked for, and layers of them make any number of bytes out of a few.
+        if (name == "transfer-encoding" && base::lowerCased(value) != "chunked") otherCoding_ = value;
+        if (head_.headers.size() < kHeaderLimit) head_.headers.emplace_back(std::move(name), value);
         return true;
     }
 
@@ -270,6 +277,7 @@ class Transfer {
         curl_easy_getinfo(easy_, CURLINFO_RESPONSE_CODE, &head_.status);
         if (head_.status < 200) return true;
         headEnded_ = true;
+        if (!otherCoding_.empty()) return false;
         discarding_ = head_.status >= 300;
         return isRedirect(head_.status) || !request_.onHead || request_.onHead(head_);
     }
@@ -304,6 +312,7 @@ class Transfer {
     HttpHead head_;
     std::size_t headBytes_ = 0;
     bool headEnded_ = false;
+    std::string otherCoding_;
     bool discarding_ = false;
     bool paused_ = false;
     bool stopped_ = false;
