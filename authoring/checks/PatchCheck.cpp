@@ -151,8 +151,9 @@ class PatchCheck {
                      const std::optional<agent::FileDigest>& said, const agent::FileDigest& actual) {
         if (said == actual) return;
         findings_.push_back({Severity::error, place,
-                             said ? name + " has " + agent::describe(actual) + ", and the content asks for " +
-                                        agent::describe(*said) + ", so agents refuse it"
+                             said ? name + " is not that of its content: it has " + agent::describe(actual) +
+                                        ", and the content asks for " + agent::describe(*said) +
+                                        ", so agents refuse it"
                                   : "it gives no digest of " + name +
                                         ", so agents with RequireDigests refuse it, and others "
                                         "take whatever this key signed",

@@ -214,7 +214,8 @@ TEST_F(PublishTest, WhatAManifestNoLongerNamesIsWithdrawn) {
 }
 
 /// Every entry is signed, and every archive that it names is there and good. Warnings name what agents
-/// never ask for; an MD5 that differs, of an archive that is newer than the content.
+/// never ask for; a digest that differs, of an archive that is newer than the content, which agents refuse
+/// till the next publication.
 void expectWhole(const std::string& repository, const std::string& key) {
     for (const Finding& finding : checkRepository(repository, key).findings) {
         if (finding.severity == Severity::warning) continue;
