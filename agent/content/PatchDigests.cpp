@@ -23,7 +23,7 @@ WantedPatches& WantedPatches::instance() {
 void WantedPatches::say(const Source& source, std::vector<PatchDigests> patches) {
     const std::uint64_t run = currentRun();
     const SourceKey key = {source.installPath, source.identifier, source.platform, source.product};
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const base::MutexLock lock(mutex_);
     if (run != run_) {
         patchIds_.clear();
         archives_.clear();
@@ -64,12 +64,12 @@ void WantedPatches::add(Claims& claims, const std::string& name, Claim claim) {
 }
 
 std::optional<FileDigest> WantedPatches::archive(const std::string& name, bool required) const {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const base::MutexLock lock(mutex_);
     return agreed(archives_, name, required);
 }
 
 std::optional<FileDigest> WantedPatches::file(const std::string& name, bool required) const {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const base::MutexLock lock(mutex_);
     return agreed(files_, name, required);
 }
 

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <map>
-#include <mutex>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -10,6 +9,7 @@
 #include <vector>
 
 #include "agent/trust/Sha256.h"
+#include "base/Mutex.h"
 
 namespace zelor::agent {
 
@@ -53,15 +53,16 @@ class WantedPatches {
     };
     using Claims = std::unordered_map<std::string, std::vector<Claim>>;  ///< by the name of archive or file
 
-    void forget(const SourceKey& source);
+    void forget(const SourceKey& source) ZELOR_REQUIRES(mutex_);
     static void add(Claims& claims, const std::string& name, Claim claim);
     static std::optional<FileDigest> agreed(const Claims& claims, const std::string& name, bool required);
 
-    mutable std::mutex mutex_;
-    std::uint64_t run_ = 0;
-    std::map<SourceKey, std::vector<std::string>> patchIds_;  ///< that a source named
-    Claims archives_;
-    Claims files_;
+    mutable base::Mutex mutex_;
+    std::uint64_t run_ ZELOR_GUARDED_BY(mutex_) = 0;
+    std::map<SourceKey, std::vector<std::string>> patchIds_
+        ZELOR_GUARDED_BY(mutex_);  ///< that a source named
+    Claims archives_ ZELOR_GUARDED_BY(mutex_);
+    Claims files_ ZELOR_GUARDED_BY(mutex_);
 };
 
 /// Bytes are whole, and not those that content asks for.

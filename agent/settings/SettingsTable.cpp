@@ -92,7 +92,8 @@ base::Check checkValue(SettingType type, const std::string& value) {
             std::all_of(value.begin(), value.end(), [](char c) { return c >= '0' && c <= '9'; });
         if (!digits || value.size() > 9) return base::failure("is not a whole number of at most nine digits");
     }
-    if (type == SettingType::flag) return value == "true" || value == "false" ? "" : "is not true or false";
+    if (type == SettingType::flag && value != "true" && value != "false")
+        return base::failure("is not true or false");
     if (type == SettingType::level) {
         const bool known = value == "debug" || value == "info" || value == "error";
         if (!known) return base::failure("is not debug, info or error");

@@ -3,7 +3,7 @@
 #include <array>
 #include <stdexcept>
 
-#include "base/Hex.h"
+#include "base/Strings.h"
 
 namespace zelor::agent {
 

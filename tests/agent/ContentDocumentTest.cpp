@@ -37,7 +37,7 @@ TEST(ContentDocumentTest, DigestsAreWholeOrAbsent) {
         return wrap("<cre id=\"C\"><eri id=\"E\"><patch id=\"x.pkg\" " + attributes + "/></eri></cre>");
     };
     const auto patches =
-        ContentDocument::parse(with("sha256=\"" + digest + "\" length=\"18446744073709551615\""), id)
+        ContentDocument::parse(with("sha256=\"" + digest + "\" length=\"18446744073709551615\""), kId)
             .patches("", "");
     ASSERT_EQ(patches.size(), 1U);
     EXPECT_EQ(patches[0].patchId, "x.pkg");
