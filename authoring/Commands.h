@@ -8,19 +8,26 @@
 /// when something fails on the way.
 namespace zelor::authoring {
 
+/// The exit statuses of zelor-content.
 namespace exitStatus {
+/// The command succeeded; failed on the way; cannot use its arguments, manifest, key or directory, and has
+/// changed nothing; was interrupted.
 constexpr int kGood = 0;
-constexpr int kFailed = 1;  ///< or check found errors
+constexpr int kFailed = 1;  ///< also: check found errors
 constexpr int kUnusable = 2;
 constexpr int kInterrupted = 130;  ///< rehearse, by a signal
 }  // namespace exitStatus
 
+/// Makes a key pair of `type`, "ec" or "rsa", in the directory `out`; never overwrites one.
 struct KeygenOptions {
     std::string out;
     std::string type = "ec";
 };
 int runKeygen(const KeygenOptions& options);
 
+/// Publishes the manifest file to the repository directory `out`, signed with the private key file `key`.
+/// `only` withdraws all content that the manifest does not name, `prune` removes unnamed archives at once,
+/// and `strict` treats warnings as errors.
 struct PublishOptions {
     std::string manifest;
     std::string key;
@@ -31,15 +38,19 @@ struct PublishOptions {
 };
 int runPublish(const PublishOptions& options);
 
+/// Serves a repository directory over HTTP. `address`: numeric IPv4; `port` 0: any free one; `verbose`: a
+/// line on standard error for each request.
 struct ServeOptions {
     std::string directory;
     std::string address = "127.0.0.1";
     std::uint16_t port = 8000;
     bool verbose = false;
 };
-/// Serves until SIGINT or SIGTERM, which must not be handled elsewhere in the process.
+/// Blocks until SIGINT or SIGTERM, which must not be handled elsewhere in the process.
 int runServe(const ServeOptions& options);
 
+/// Checks a repository directory as agents that trust the public key file `key` would see it. `manifests`:
+/// the files that name all that should be published; none: those that published it.
 struct CheckOptions {
     std::string directory;
     std::string key;
@@ -49,9 +60,12 @@ struct CheckOptions {
 };
 int runCheck(const CheckOptions& options);
 
+/// Runs one entry of a manifest on a rehearsal Mac: the one of the directory `tools` or, when that is "", a
+/// new one with system version `os` and the labels in `updates`, whose disk is the directory `root` ("": a
+/// temporary one). `report`: file for the run's report, "" for none.
 struct RehearseOptions {
     std::string manifest;
-    std::string identifier;             ///< "" takes the manifest's only one
+    std::string identifier;             ///< "": the manifest's only one
     std::vector<std::string> requests;  ///< keys; none: one for each CRE
     std::string os = "10.10.5";
     std::vector<std::string> updates;

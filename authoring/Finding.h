@@ -5,9 +5,10 @@
 
 namespace zelor::authoring {
 
+/// An error prevents publishing and fails a check; a warning does neither unless asked for.
 enum class Severity { error, warning };
 
-/// One thing that is wrong with a manifest or a repository: where, what, and how to fix it.
+/// A problem of a manifest or a repository: where, what, and how to fix it.
 struct Finding {
     Severity severity = Severity::error;
     std::string place;
@@ -15,16 +16,17 @@ struct Finding {
     std::string remedy;
 };
 
+/// In the order in which they were found.
 using Findings = std::vector<Finding>;
 
 /// True when one of them is an error.
 bool anyError(const Findings& findings);
 
-/// "1 error", "2 errors".
+/// A count with its noun: "1 error", "2 errors".
 std::string amount(std::size_t count, const std::string& one, const std::string& many);
 
-/// One paragraph for each: "error: PLACE: WHAT" and, indented, the remedy. What must not reach a terminal
-/// is shown as "?".
+/// A paragraph for each: "error: PLACE: WHAT" and, indented, the remedy. Characters that are unsafe on a
+/// terminal are shown as "?".
 std::string findingsText(const Findings& findings);
 
 }  // namespace zelor::authoring

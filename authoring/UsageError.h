@@ -8,6 +8,7 @@ namespace zelor::authoring {
 /// nothing.
 class UsageError : public std::runtime_error {
   public:
+    /// `what`: the problem and its remedy, for standard error.
     using std::runtime_error::runtime_error;
 };
 

@@ -30,7 +30,7 @@ using std::chrono::seconds;
 constexpr seconds kKillGrace{5};
 constexpr milliseconds kLook{100};
 
-/// Above 2, so that the child's own dup2 calls cannot meet it, and closed on exec.
+/// Above 2, so that the child's dup2 calls cannot replace it, and closed on exec.
 bool moveAboveStandard(UniqueFd& fd) {
     const int high = fcntl(fd.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
     if (high < 0) return false;
@@ -46,7 +46,7 @@ bool makeOutputPipe(UniqueFd& readEnd, UniqueFd& writeEnd) {
     return moveAboveStandard(readEnd) && moveAboveStandard(writeEnd);
 }
 
-/// A file without a name in `directory`; it goes with its last descriptor.
+/// An unnamed file in `directory`; it is removed when its last descriptor is closed.
 UniqueFd makeUnnamedFile(const std::string& directory) {
     std::string path = directory + "/.zelor-output-XXXXXX";
     UniqueFd file(mkostemp(path.data(), O_APPEND | O_CLOEXEC));
@@ -63,7 +63,8 @@ int spawn(const std::vector<std::string>& argv, int output, bool mergeError, pid
     } else if (fcntl(STDERR_FILENO, F_GETFD) >= 0) {
         posix_spawn_file_actions_adddup2(actions.get(), STDERR_FILENO, STDERR_FILENO);
     } else {
-        // A host without standard error. Left closed, the command's next file would take its errors.
+        // The host has no standard error. Left closed, the first file that the command opens would get its
+        // errors.
         posix_spawn_file_actions_addopen(actions.get(), STDERR_FILENO, "/dev/null", O_WRONLY, 0);
     }
     const int lock = childLockToInherit();
@@ -93,20 +94,20 @@ void readRange(int file, off_t from, off_t end, OutputBuffer& buffer) {
     }
 }
 
-/// What a command writes to a file, as it grows.
+/// A file that a command appends its output to.
 class GrowingFile {
   public:
     explicit GrowingFile(int file) : file_(file) {}
 
-    /// The bytes that have not been taken yet.
+    /// How many bytes have not been read yet.
     off_t waiting() {
         struct stat info {};
         if (fstat(file_, &info) != 0) return 0;
-        if (info.st_size < taken_) taken_ = 0;  // somebody emptied it
+        if (info.st_size < taken_) taken_ = 0;  // someone truncated it
         return info.st_size - taken_;
     }
 
-    /// Moves them to `buffer`, of many both ends, and gives their disk space back.
+    /// Moves them to `buffer`, of many only both ends, and frees their disk space.
     void take(OutputBuffer& buffer) {
         constexpr auto kBound = static_cast<off_t>(kOutputBound);
         const off_t more = waiting();
@@ -127,15 +128,15 @@ class GrowingFile {
     off_t taken_ = 0;
 };
 
-/// One child: collects its output and its status, and keeps it to the limit. It is reaped last: until then
-/// its id, which is its group's too, cannot become another's.
+/// One child: collects its output and its status, and enforces the limit. It is reaped last: until then its
+/// id, which is also its group's, cannot be reused.
 class Child {
   public:
     Child(pid_t pid, seconds limit) : pid_(pid) {
         if (limit.count() > 0) deadline_ = Clock::now() + limit;
     }
 
-    /// Reads the pipe to its end, whoever holds the other one, then waits for the child.
+    /// Reads the pipe until all writers have closed it, then waits for the child.
     CommandResult readToEnd(UniqueFd pipe) {
         output_ = std::move(pipe);
         while (output_)
@@ -148,7 +149,7 @@ class Child {
         return finish();
     }
 
-    /// Waits for the child alone, which writes to `file`.
+    /// Waits only for the child, which writes to `file`.
     CommandResult waitWith(GrowingFile file) {
         while (!reap(false)) {
             checkLimit();
@@ -204,14 +205,14 @@ class Child {
         return true;
     }
 
-    /// In proportion to how long the child has run, so that a short one is not waited for longer.
+    /// In proportion to the child's running time, so that short commands are not delayed.
     void pause() const {
         const auto passed = std::chrono::duration_cast<milliseconds>(Clock::now() - start_);
         std::this_thread::sleep_for(std::clamp(passed / 16, milliseconds(1), kLook));
     }
 
     CommandResult finish() {
-        // Others of a group that was asked to end have the same time for it. The id is still the group's as
+        // Other processes of a group that was asked to end get the same time. The id stays the group's as
         // long as it has members.
         for (; result_.timedOut && kill(-pid_, 0) == 0 && killAt_ != Clock::time_point::max(); pause())
             checkLimit();

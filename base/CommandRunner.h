@@ -11,34 +11,36 @@ namespace zelor::base {
 struct CommandResult {
     bool started = false;
     int startError = 0;     ///< errno when it could not be started
-    bool timedOut = false;  ///< the limit ended it
+    bool timedOut = false;  ///< it ran longer than the limit
     bool waited = false;    ///< `status` is the child's own
     int status = -1;        ///< raw wait status
     std::string output;     ///< standard output; head and tail when there is more than `kOutputBound` of it
     std::size_t outputSize = 0;
 };
 
-/// Output kept in memory per command; beyond it the middle goes.
+/// Bytes of output kept per command; of longer output, the middle is dropped.
 constexpr std::size_t kOutputBound = std::size_t{8} << 20;
 
-/// Runs `argv` (its first word a path) in a session of its own, without a terminal, with standard input from
-/// /dev/null. Reads its output to the end, which comes when nobody holds it open any more: also a process
-/// that the command left behind is waited for, as by pclose(3). Standard output is collected, and standard
-/// error too when `mergeError`; else that is inherited. No other descriptor is passed on, but for the one of
-/// a child lock (`base/ChildLock.h`) that is taken. At `limit` (zero: none) the group gets TERM, five seconds
-/// later KILL, and the output read so far is the result's.
+/// Runs `argv` (its first word a path) without a terminal, with standard input from /dev/null, and blocks
+/// until it has ended and its output is closed: this also waits for processes that the command leaves behind
+/// with the output open. Collects standard output, and with `mergeError` also standard error, which is
+/// inherited otherwise. No other descriptor is passed on. At `limit` (zero: none) the process group gets
+/// SIGTERM, five seconds later SIGKILL, and the result has the output read so far.
 CommandResult runCommand(const std::vector<std::string>& argv, bool mergeError, std::chrono::seconds limit);
 
-/// Runs `script` with /bin/bash in the same way, but waits for that shell alone: services that the script
-/// leaves behind go on, and go on writing. Both outputs are collected, up to the shell's end, through a file
-/// without a name in the script's directory; where none can be made, the output is dropped.
+/// Runs the file `script` with /bin/bash in the same way, but waits only for that shell: services that the
+/// script leaves behind keep running and writing. Collects standard output and standard error up to the
+/// shell's end, through an unnamed file in the script's directory; where none can be made, the output is
+/// dropped.
 CommandResult runScript(const std::string& script, std::chrono::seconds limit);
 
 /// Keeps the first and the last half of `bound` bytes of a stream; what lies between is dropped as it comes.
 class OutputBuffer {
   public:
+    /// `bound` in bytes.
     explicit OutputBuffer(std::size_t bound) : half_(bound / 2) {}
 
+    /// Appends `size` bytes of the stream.
     void add(const char* data, std::size_t size);
     /// Counts `size` bytes of the stream as dropped. At least half of the bound is to be added before and
     /// after.

@@ -6,6 +6,7 @@ namespace zelor::base {
 /// ignored.
 template <auto release>
 struct Deleter {
+    /// Called by the smart pointer, whose handle is never null.
     template <class Handle>
     void operator()(Handle* handle) const {
         (void)release(handle);

@@ -9,19 +9,20 @@ namespace zelor::base {
 /// The directory part of `path` without a separator at its end: "." for a bare name, "/" below the root.
 std::string directoryOf(const std::string& path);
 
-/// Makes the directory and the missing ones above it with mode 0755 (less the umask). False, errno set, when
-/// it is not there afterwards.
+/// Makes the directory and its missing parents with mode 0755 (less the umask). False, errno set, when it
+/// does not exist afterwards.
 bool makeDirectories(const std::string& path);
 
-/// Opens a directory that only this user may look into, making it with mode 0700 where it is missing. A
-/// symbolic link and another user's directory are refused. Throws std::runtime_error that names it.
+/// Opens a directory that only this user may enter: one that is missing is made, and one of another mode set
+/// to 0700. A symbolic link and another user's directory are refused. Throws std::runtime_error that names
+/// it.
 UniqueFd openPrivateDirectory(const std::string& path);
 
-/// Removes a file, or a directory with all it holds, directories without write permission included; symbolic
-/// links are not followed. False when something is left.
+/// Removes a file, or a directory with its contents, including directories without write permission; symbolic
+/// links are not followed. False when something could not be removed.
 bool removeTree(const std::string& path);
 
-/// A new directory that only this user may enter, removed with all it holds by the destructor.
+/// A new directory that only this user may enter, removed with its contents by the destructor.
 class TemporaryDirectory {
   public:
     /// Makes "PREFIX-XXXXXX" in `parent`, with random letters. Throws std::runtime_error that names it.
@@ -32,6 +33,7 @@ class TemporaryDirectory {
     TemporaryDirectory(const TemporaryDirectory&) = delete;
     TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
 
+    /// `parent`, a slash and the name that was made.
     const std::string& path() const { return path_; }
     /// Leaves the directory in place.
     void keep() { kept_ = true; }

@@ -21,12 +21,12 @@ namespace zelor::base {
 namespace {
 
 [[noreturn]] void fail(const char* what, const std::string& name) {
-    const int error = errno;  // before anything that could change it
+    const int error = errno;  // before anything can change it
     throw std::runtime_error(std::string(what) + " '" + name + "': " + std::strerror(error));
 }
 
 std::vector<std::string> entries(int directory, const std::string& shown) {
-    // A descriptor of its own, since closedir closes it.
+    // A duplicate, since closedir closes the descriptor.
     UniqueFd copy(openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     const std::unique_ptr<DIR, Deleter<closedir>> stream(copy ? fdopendir(copy.get()) : nullptr);
     if (!stream) fail("cannot list", shown);
@@ -43,9 +43,8 @@ std::vector<std::string> entries(int directory, const std::string& shown) {
     return names;
 }
 
-/// Removes `name` in the directory `parent` with all that it holds, on this file system alone. Goes by
-/// descriptors and follows no link, so that nothing else is removed when somebody exchanges a directory for
-/// a link meanwhile.
+/// Removes `name` in the directory `parent` with its contents, on this file system only. Uses descriptors and
+/// follows no link, so that nothing else is removed when someone replaces a directory by a link meanwhile.
 void removeTree(int parent, const std::string& name, dev_t device, const std::string& shown) {
     struct stat info {};
     if (fstatat(parent, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) fail("cannot remove", shown);
@@ -63,7 +62,7 @@ void removeTree(int parent, const std::string& name, dev_t device, const std::st
     if (unlinkat(parent, name.c_str(), isDirectory ? AT_REMOVEDIR : 0) != 0) fail("cannot remove", shown);
 }
 
-/// Copies one directory into another, by descriptors, so that nobody can move the ground away.
+/// Copies one directory into another by descriptors, so that replacing a directory meanwhile has no effect.
 class TreeCopy {
   public:
     /// The names are for messages. `shared`: what is directly in the target is not removed.
@@ -138,7 +137,7 @@ class TreeCopy {
         putInPlace(entry, staged);
     }
 
-    /// A directory in a link's place comes from a copy that followed links, as many tools do.
+    /// Removes a directory in a link's place: it comes from a copy that followed links, as many tools do.
     void makeWay(const Entry& entry) {
         struct stat there {};
         if (fstatat(entry.to, entry.name.c_str(), &there, AT_SYMLINK_NOFOLLOW) != 0) return;

@@ -19,7 +19,7 @@ namespace {
 
 constexpr std::size_t kPieceBytes = 1U << 20U;
 
-/// At most `room` bytes into `buffer`; 0 at the end of the file.
+/// Reads at most `room` bytes into `buffer`; 0 at the end of the file.
 std::size_t readSome(const UniqueFd& file, const std::string& path, char* buffer, std::size_t room) {
     for (;;) {
         const ssize_t got = ::read(file.get(), buffer, room);
@@ -28,7 +28,7 @@ std::size_t readSome(const UniqueFd& file, const std::string& path, char* buffer
     }
 }
 
-/// The offset behind the last line end; -1, errno set, when it cannot be read.
+/// The offset after the last line end; -1, errno set, when the file cannot be read.
 off_t wholeLinesEnd(int fd) {
     struct stat info {};
     if (fstat(fd, &info) != 0) return -1;
@@ -47,7 +47,7 @@ off_t wholeLinesEnd(int fd) {
 
 /// Writes all of `bytes` at the end of a file, or none of them; false on failure, errno set.
 bool appendWhole(int fd, std::string_view bytes) {
-    off_t start = -1;  // where the first of them went; unknown until then
+    off_t start = -1;  // where the first of them was written; not known before
     off_t end = -1;
     bool together = true;
     while (!bytes.empty()) {
@@ -62,8 +62,8 @@ bool appendWhole(int fd, std::string_view bytes) {
     }
     if (bytes.empty()) return true;
     const int error = errno;
-    // A full disk takes the beginning of a line, which could be another's whole. Nobody else's line may be
-    // cut.
+    // A full disk takes the beginning of a line, which could look like a whole one. Lines of others must not
+    // be cut.
     struct stat info {};
     if (start >= 0 && together && fstat(fd, &info) == 0 && info.st_size == end) (void)!ftruncate(fd, start);
     errno = error;
@@ -119,7 +119,7 @@ std::uint64_t readInPieces(const UniqueFd& file, const std::string& path,
 std::string readBounded(const std::string& path, std::size_t limit, Links links) {
     std::uint64_t announced = 0;
     const UniqueFd file = openRegularFile(path, links, &announced);
-    // One byte more than announced is asked for: the file may have grown since.
+    // Asks for one byte more than announced: the file may have grown since.
     const auto wanted = [limit](std::uint64_t bytes) {
         return static_cast<std::size_t>(std::min<std::uint64_t>(bytes, limit)) + 1;
     };

@@ -18,6 +18,7 @@ namespace zelor::base {
 class UniqueFd {
   public:
     UniqueFd() = default;
+    /// Takes ownership of `fd`; a negative one is none.
     explicit UniqueFd(int fd) : fd_(fd) {}
     UniqueFd(UniqueFd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
     UniqueFd& operator=(UniqueFd&& other) noexcept {
@@ -28,13 +29,15 @@ class UniqueFd {
     UniqueFd& operator=(const UniqueFd&) = delete;
     ~UniqueFd() { reset(); }
 
+    /// The descriptor, which stays this object's; negative when there is none.
     int get() const { return fd_; }
     bool valid() const { return fd_ >= 0; }
     explicit operator bool() const { return valid(); }
+    /// Closes the descriptor, leaving errno as it was, and takes ownership of `fd`.
     void reset(int fd = -1);
-    /// Gives the descriptor up without closing it.
+    /// Returns the descriptor without closing it; from now on it is the caller's.
     int release() { return std::exchange(fd_, -1); }
-    /// Closes now, so that a late write error is seen; false (with errno) when closing failed.
+    /// Closes now, so that a late write error is seen; false, errno set, when closing failed.
     bool close();
 
   private:
@@ -50,30 +53,32 @@ struct FileStamp {
     struct timespec modified {};
 };
 
+/// Equal in every member; the stamps of two missing files are equal.
 bool operator==(const FileStamp& one, const FileStamp& other);
 inline bool operator!=(const FileStamp& one, const FileStamp& other) {
     return !(one == other);
 }
+/// The stamp of a file that exists.
 FileStamp stampOf(const struct stat& info);
-/// The stamp of what `path` names, through symbolic links; one that does not exist when nothing can be seen
-/// there.
+/// The stamp of the file at `path`, through symbolic links; that of a missing file when stat(2) fails.
 FileStamp stampOf(const std::string& path);
 /// True when the file changed so recently that another change could leave the same stamp: file systems keep
 /// the time in steps of up to a second.
 bool changedRecently(const FileStamp& stamp);
 
-/// open(2) with O_CLOEXEC, again when a signal interrupts it.
+/// open(2) with O_CLOEXEC, repeated when a signal interrupts it. On failure the result is not valid, and
+/// errno is set.
 UniqueFd openFile(const std::string& path, int flags, unsigned mode = 0644);
 /// Whether the last component of a path may be a symbolic link.
 enum class Links { refuse, follow };
 
-/// Opens a regular file for reading, close-on-exec, never waiting on a FIFO. `bytes`, when given, becomes its
+/// Opens a regular file for reading; never waits for the writer of a FIFO. `bytes`, when given, is set to its
 /// size. Throws std::runtime_error that names the path and the cause.
 UniqueFd openRegularFile(const std::string& path, Links links = Links::refuse,
                          std::uint64_t* bytes = nullptr);
 
-/// Hands the rest of the file to `consume` in pieces of at most 1 MiB; returns how many bytes there were.
-/// Throws std::runtime_error that names `path` on a read error.
+/// Passes the rest of the file to `consume` in pieces of at most 1 MiB; returns the number of bytes. Throws
+/// std::runtime_error that names `path` on a read error.
 std::uint64_t readInPieces(const UniqueFd& file, const std::string& path,
                            const std::function<void(std::string_view)>& consume);
 
@@ -90,14 +95,14 @@ bool writeAll(int fd, std::string_view bytes);
 bool flushToDisk(int fd);
 /// Makes a rename in `directory` survive a power loss, as far as the file system can.
 void flushDirectory(const std::string& directory);
-/// Shortens a file of lines to its whole ones: what follows the last line end (an older crash) is cut
-/// off. False on failure, errno set.
+/// Truncates a file after its last line end: an incomplete last line, which a crash leaves, is removed. False
+/// on failure, errno set.
 bool cutTornEnd(int fd);
-/// Appends `line` and a line end in one write, making the file when there is none. When the file's last line
-/// has no end, the new one begins on a line of its own. No symbolic link is followed. What a failed write
-/// left is removed, unless another process has appended to it. False on failure, errno set.
+/// Appends `line` and a line end in one write, creating the file when it is missing. When the file's last
+/// line has no line end, it gets one first. A symbolic link is refused. A partial line that a failed write
+/// leaves is removed, unless another process has appended to it. False on failure, errno set.
 bool appendLine(const std::string& path, const std::string& line);
-/// The same to a file that was opened with O_RDWR and O_APPEND.
+/// The same for a file that was opened with O_RDWR and O_APPEND.
 bool appendLine(int fd, const std::string& line);
 
 }  // namespace zelor::base

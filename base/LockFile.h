@@ -33,6 +33,7 @@ class LockFile {
     /// What was noted last, by whoever holds the lock; nothing for another text.
     std::optional<long> noted() const;
 
+    /// The file, and its descriptor, which stays this object's.
     const std::string& path() const { return path_; }
     int descriptor() const { return file_.get(); }
 
@@ -46,6 +47,7 @@ class LockFile {
 
 /// What can be seen of a lock without taking it.
 struct LockState {
+    /// `unknown`: the file cannot be examined.
     enum class Kind { free, held, unknown } kind = Kind::free;
     std::optional<long> process;  ///< the holder, when `held` and known
     std::string problem;          ///< why it is `unknown`

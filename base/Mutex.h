@@ -5,16 +5,17 @@
 #include <mutex>
 
 // Locks that Clang's thread-safety analysis checks (-Wthread-safety, an error in every build with Clang): a
-// member that names its mutex with ZELOR_GUARDED_BY cannot be used without it. Other compilers see plain
-// standard locks.
+// member that names its mutex with ZELOR_GUARDED_BY cannot be used without holding it.
 #if defined(__clang__)
+/// An attribute of the analysis.
 #define ZELOR_THREAD_ANNOTATION(x) __attribute__((x))
 #else
+/// Nothing: other compilers have no such analysis.
 #define ZELOR_THREAD_ANNOTATION(x)
 #endif
-/// A data member that is used under the mutex alone.
+/// Marks a data member that is used only while `mutex` is held.
 #define ZELOR_GUARDED_BY(mutex) ZELOR_THREAD_ANNOTATION(guarded_by(mutex))
-/// A function that is called with the mutex held.
+/// Marks a function that is called with these mutexes held.
 #define ZELOR_REQUIRES(...) ZELOR_THREAD_ANNOTATION(requires_capability(__VA_ARGS__))
 
 namespace zelor::base {
@@ -22,6 +23,7 @@ namespace zelor::base {
 /// std::mutex, known to the analysis. Take it with a MutexLock.
 class ZELOR_THREAD_ANNOTATION(capability("mutex")) Mutex {
   public:
+    /// Blocks until no other thread holds the mutex; a thread must not lock it twice.
     void lock() ZELOR_THREAD_ANNOTATION(acquire_capability()) { mutex_.lock(); }
     void unlock() ZELOR_THREAD_ANNOTATION(release_capability()) { mutex_.unlock(); }
 
@@ -33,6 +35,7 @@ class ZELOR_THREAD_ANNOTATION(capability("mutex")) Mutex {
 /// Holds a Mutex for its life.
 class ZELOR_THREAD_ANNOTATION(scoped_lockable) MutexLock {
   public:
+    /// Locks `mutex`, which must outlive the object.
     explicit MutexLock(Mutex& mutex) ZELOR_THREAD_ANNOTATION(acquire_capability(mutex)) : mutex_(mutex) {
         mutex_.lock();
     }
@@ -44,22 +47,24 @@ class ZELOR_THREAD_ANNOTATION(scoped_lockable) MutexLock {
     Mutex& mutex_;
 };
 
-/// Waits with a Mutex held, which is released meanwhile. As with any condition, test what is waited for in a
-/// loop: a wait may end early.
+/// A condition variable for a Mutex. Waiting releases the mutex, which the caller holds, and takes it again
+/// before it returns. Test the condition in a loop: a wait may end early.
 class Condition {
   public:
+    /// Waits for `notifyAll`.
     void wait(Mutex& mutex) ZELOR_REQUIRES(mutex) {
         std::unique_lock<std::mutex> held(mutex.mutex_, std::adopt_lock);
         condition_.wait(held);
         held.release();
     }
-    /// False when it is `time`.
+    /// The same until `time` at most; false when the wait ended because of it.
     bool waitUntil(Mutex& mutex, std::chrono::steady_clock::time_point time) ZELOR_REQUIRES(mutex) {
         std::unique_lock<std::mutex> held(mutex.mutex_, std::adopt_lock);
         const bool notified = condition_.wait_until(held, time) == std::cv_status::no_timeout;
         held.release();
         return notified;
     }
+    /// Ends the wait of every thread that waits now. Any thread, with or without the mutex.
     void notifyAll() { condition_.notify_all(); }
 
   private:

@@ -7,11 +7,12 @@
 /// Text that may go to a terminal.
 namespace zelor::base {
 
-/// `text` safe to print: control characters, escape sequences, marks that reorder text, and bytes that are
-/// not UTF-8 become "?".
+/// `text` made safe to print: control characters, escape sequences, marks that reorder text, and bytes that
+/// are not UTF-8 become "?".
 std::string printable(const std::string& text);
 
-/// The thread's character type is UTF-8 for the object's life, whatever the user's locale says.
+/// Makes UTF-8 the character type of the thread's locale for the object's life. Create and destroy it on the
+/// same thread.
 class Utf8Locale {
   public:
     Utf8Locale();
@@ -23,7 +24,8 @@ class Utf8Locale {
     locale_t old_ = nullptr;
 };
 
-/// Columns of a character on a terminal; below zero for one that must not be printed. Needs a Utf8Locale.
+/// The columns that a character takes on a terminal; negative for one that must not be printed. Needs a
+/// Utf8Locale.
 int columnsOfCharacter(char32_t code);
 
 }  // namespace zelor::base

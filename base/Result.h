@@ -20,18 +20,20 @@ struct Failure {
 template <class Value>
 class [[nodiscard]] Result : public tl::expected<Value, Failure> {
   public:
+    /// Made from a value, or from what `failure` and `systemFailure` return.
     using tl::expected<Value, Failure>::expected;
 };
 
-/// Success without a value, or why not.
+/// Success without a value, or why there is none.
 using Check = Result<void>;
 
-/// Returned from a function with a Result: why it did not succeed.
+/// What a function that returns a Result returns for a failure. No system call caused it.
 inline tl::unexpected<Failure> failure(std::string text) {
     return tl::unexpected<Failure>(Failure{std::move(text), 0});
 }
 
-/// The same for a system call that failed: `what` and a colon, if it is given, and the text of errno.
+/// The same right after a failed system call: the text is `what` and a colon, if given, and the text of
+/// errno.
 inline tl::unexpected<Failure> systemFailure(const std::string& what = {}) {
     const int error = errno;
     return tl::unexpected<Failure>(Failure{(what.empty() ? "" : what + ": ") + std::strerror(error), error});

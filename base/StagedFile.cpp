@@ -109,7 +109,7 @@ StagedFile& StagedFiles::add(const std::string& path) {
 }
 
 void StagedFiles::flush(const std::set<std::string>& directories) {
-    // Of a few files it is quicker to flush these alone.
+    // A few files are flushed more quickly one by one.
     constexpr std::size_t kMany = 16;
     bool flushed = files_.size() >= kMany;
     for (const std::string& directory : directories) {

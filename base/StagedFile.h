@@ -8,24 +8,24 @@
 
 #include "base/Files.h"
 
-/// Files that appear under their names complete or not at all: written under another name in the same
-/// directory, then renamed.
+/// Files that appear under their final names complete or not at all: they are written under another name in
+/// the same directory and then renamed.
 namespace zelor::base {
 
-/// The name of something unfinished in a directory; the destructor removes what has it, unless it was
-/// renamed.
+/// The name of an unfinished file in a directory; the destructor removes the file unless it was renamed.
 class StagedName {
   public:
-    /// `directory`: an open directory, which stays the caller's, or AT_FDCWD.
+    /// `directory`: an open directory, which stays the caller's and must outlive the object, or AT_FDCWD.
     StagedName(int directory, std::string name) : directory_(directory), name_(std::move(name)) {}
-    /// errno is kept.
+    /// Leaves errno as it was.
     ~StagedName();
     StagedName(const StagedName&) = delete;
     StagedName& operator=(const StagedName&) = delete;
 
+    /// As given to the constructor.
     int directory() const { return directory_; }
     const std::string& name() const { return name_; }
-    /// Replaces `target`, a name in the same directory. False on failure, errno set.
+    /// Renames the file to `target` in the same directory, replacing it. False on failure, errno set.
     bool renameTo(const std::string& target);
 
   private:
@@ -34,28 +34,30 @@ class StagedName {
     bool renamed_ = false;
 };
 
-/// One file; without `commit` nothing is left. The constructors and operations throw std::runtime_error that
-/// names the file.
+/// One staged file; without a commit, the destructor removes it. Constructors and operations throw
+/// std::runtime_error that names the file.
 class StagedFile {
   public:
-    /// Staged beside `path` under a hidden name of its own. Its mode is 0644 whatever the umask.
+    /// Staged beside `path` under a unique hidden name. Its mode is 0644 whatever the umask.
     explicit StagedFile(const std::string& path);
-    /// Staged as `path` and `suffix`; what an interrupted attempt left under that name is removed first.
-    /// `mode` is less the umask.
+    /// Staged as `path` and `suffix`; a file that an interrupted attempt left under that name is removed
+    /// first. `mode` is reduced by the umask.
     StagedFile(const std::string& path, const std::string& suffix, unsigned mode);
     /// The same for `name` in an open directory, which must outlive this; `path` names the file in errors.
     StagedFile(int directory, const std::string& name, const std::string& suffix, unsigned mode,
                const std::string& path);
 
+    /// Open for reading and writing until the file is closed; stays this object's.
     int descriptor() const { return file_.get(); }
+    /// Writes all of `bytes` behind what was written before.
     void write(std::string_view bytes);
     /// Closes; nothing more is written. `finish` flushes it later.
     void close();
-    /// Flushes to the disk and closes; the file is complete, but still under its other name.
+    /// Flushes to disk and closes; the file is then complete, but still under its other name.
     void finish();
-    /// Puts the file under its name, in a way that survives a power loss.
+    /// Gives the file its final name, in a way that survives a power loss.
     void commit();
-    /// Puts the file under its name; after a power loss it may be missing and, without `finish`, incomplete.
+    /// Gives the file its final name; after a power loss it may be missing or, without `finish`, incomplete.
     void commitUnflushed();
 
   private:
@@ -78,14 +80,14 @@ class StagedFile {
     bool flushed_ = false;
 };
 
-/// Files that are written one after the other, then flushed together and put under their names in the order
-/// of adding, which takes a fraction of the time that it takes for each alone. Without `commit` nothing is
-/// left.
+/// Files that are written one after the other, then flushed together and renamed in the order of adding: much
+/// quicker than committing each by itself. Without `commit`, the destructor removes them.
 class StagedFiles {
   public:
-    /// The reference is good until the next call of another method; close the file when it is written.
+    /// Begins the file for `path`. The reference is valid until `commit`; close the file once it is written.
+    /// Throws std::runtime_error that names the file.
     StagedFile& add(const std::string& path);
-    /// Afterwards this holds no files. Throws std::runtime_error; each file is then under its name complete
+    /// Afterwards this object holds no files. Throws std::runtime_error; each file has then appeared complete
     /// or not at all.
     void commit();
 
@@ -95,15 +97,15 @@ class StagedFiles {
     std::list<StagedFile> files_;
 };
 
-/// Writes a whole file by way of a StagedFile, mode 0644. Throws std::runtime_error.
+/// Writes a whole file through a StagedFile, with mode 0644. Throws std::runtime_error that names the file.
 void replaceFile(const std::string& path, std::string_view bytes);
 
-/// Replaces `name` in an open directory by a file of mode 0600, which is not flushed to the disk; `path`
-/// names it in errors. Throws std::runtime_error.
+/// Replaces `name` in an open directory by a file of mode 0600 that is not flushed to disk. Throws
+/// std::runtime_error that names the file as `path`.
 void replaceFileIn(const UniqueFd& directory, const std::string& name, const std::string& path,
                    std::string_view bytes);
 
-/// True for the hidden name of an unfinished file, which a crash may have left behind.
+/// True for the name, without its directory, of a hidden staged file, which a crash may have left behind.
 bool isStagedName(const std::string& name);
 
 }  // namespace zelor::base

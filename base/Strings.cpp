@@ -9,7 +9,7 @@ namespace zelor::base {
 
 namespace {
 
-/// The C locale's tolower: a host's own locale could change bytes in the middle of a UTF-8 character.
+/// The C locale's tolower: another locale could change bytes in the middle of a UTF-8 character.
 char lowerCase(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
@@ -19,7 +19,7 @@ bool isControl(char c) {
     return byte < 0x20 || byte == 0x7f;
 }
 
-/// No locale takes one of these for white space.
+/// Printable ASCII: white space in no locale.
 bool isVisible(char c) {
     return c > ' ' && c < 0x7f;
 }

@@ -74,7 +74,7 @@ short closeOtherDescriptors(posix_spawn_file_actions_t& /*actions*/, int /*kept*
 }
 
 bool flushDescriptor(int fd) {
-    return fcntl(fd, F_FULLFSYNC) == 0 || fsync(fd) == 0;  // network volumes have the second alone
+    return fcntl(fd, F_FULLFSYNC) == 0 || fsync(fd) == 0;  // network volumes support only the second
 }
 
 bool flushFileSystem(int) {
@@ -186,7 +186,7 @@ bool copyFileData(int source, int target) {
         } else if (count < 0 && errno == EINTR) {
             continue;
         } else {
-            break;  // not between these file systems, or a file whose size only reading shows
+            break;  // not supported between these file systems, or the file's size shows only on reading
         }
     }
     return copyByHand(source, target);

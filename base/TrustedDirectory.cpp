@@ -23,7 +23,7 @@ namespace {
 
 constexpr char kNoName[] = "it has no name; set one";
 
-/// Absolute, without separators and "." at the end, through which a link would be followed.
+/// `path` made absolute, without separators and "." at its end, which would make a link be followed.
 std::string plainPath(const std::string& path) {
     std::string plain = path;
     if (!hasBeginning(path, "/")) {
@@ -41,7 +41,7 @@ bool ownerIsTrusted(const struct stat& info, const std::string& base) {
     return info.st_uid == 0 || info.st_uid == ::geteuid() || (known && info.st_uid == top.st_uid);
 }
 
-/// The system root when `path` is below it: nothing above it is looked at.
+/// The system root when `path` is below it: nothing above it is checked.
 std::string baseOf(const std::string& path) {
     const std::string root = getSystemRoot();
     return hasBeginning(path, root + "/") ? root : "";
@@ -139,7 +139,7 @@ std::string replaceProblem(const std::string& path) {
     return writable ? "others may write to the directory of " + path + " (chmod go-w)" : "";
 }
 
-/// What the symbolic link at `path` leads to, or why it is not to be followed.
+/// What the symbolic link at `path` leads to, or why it must not be followed.
 std::string linkTarget(const std::string& path, std::string& problem) {
     struct stat info {};
     boost::system::error_code error;
@@ -154,7 +154,7 @@ std::string linkTarget(const std::string& path, std::string& problem) {
     return target;
 }
 
-/// Opens what a link leads to; the descriptor's own state is judged, since that is what gets used.
+/// Opens what a link leads to; checks the open descriptor, since that is what gets used.
 UniqueFd openTarget(const std::string& target, int flags, std::string& problem) {
     UniqueFd fd = openFile(target, (flags & ~O_CREAT) | O_NOFOLLOW | O_NONBLOCK);
     struct stat info {};

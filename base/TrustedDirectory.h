@@ -5,19 +5,19 @@
 #include "base/Files.h"
 #include "base/Result.h"
 
-/// Directories whose files are run, or written as root: no other user may be able to modify them.
+/// Directories whose files are run, or written as root: other users must not be able to modify them.
 namespace zelor::base {
 
-/// Fails, with the remedy, when files in the directory at `path` could be another user's doing; not when
-/// there is no such directory yet but nobody else can make it. Refused: a symbolic link in its place, another
-/// user's directory, one that its group or others may write to; on the way to it, a directory that everybody
-/// may write to without the sticky bit, and directories and symbolic links of other users. The group's right
-/// to write to a directory above is let pass: /Applications comes that way, for administrators. Nothing above
-/// the system root is looked at, and its owner counts as trusted.
+/// Fails, with the remedy, when another user could have put files into the directory at `path`. A directory
+/// that does not exist yet passes when nobody else can make it. Refused: a symbolic link in its place,
+/// another user's directory, one that its group or others may write to; on the way to it, a directory that
+/// everybody may write to without the sticky bit, and directories and symbolic links of other users. A
+/// directory on the way that its group may write to is accepted: /Applications is like that, for
+/// administrators. Nothing above the system root is checked, and its owner is trusted.
 Check checkDirectory(const std::string& path);
 
-/// Makes the directory for this user alone (0700; missing directories above it 0755) where there is none;
-/// then as `checkDirectory`.
+/// Makes the directory, for this user only (0700; its missing parents 0755), when it does not exist; then as
+/// `checkDirectory`.
 Check prepareDirectory(const std::string& path);
 
 /// Fails, with the remedy, when another user than root, this one and the owner of the system root could
@@ -28,9 +28,9 @@ Check prepareDirectory(const std::string& path);
 Check checkFile(const std::string& path);
 
 /// Opens the file at `path` as `openFile` does. A symbolic link in its place is followed only when nobody but
-/// root, this user and the owner of the system root can change the link or the regular file that it leads to,
-/// or replace one of them; otherwise it is refused, with the remedy and no errno. Other failures are errno
-/// and its text. No file is made through a link.
+/// root, this user and the owner of the system root can change or replace the link or the regular file that
+/// it leads to; otherwise it is refused, with the remedy and without an errno. Other failures have errno and
+/// its text. No file is created through a link.
 Result<UniqueFd> openOwnFile(const std::string& path, int flags);
 
 }  // namespace zelor::base

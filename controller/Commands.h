@@ -9,12 +9,17 @@
 /// The commands of zelor-remediate. Each returns the exit status and throws CommandError.
 namespace zelor::controller {
 
-/// How a command talks.
+/// What a command shows people: progress and a summary unless `quiet`; with `verbose`, also log lines on
+/// standard error.
 struct TalkOptions {
     bool quiet = false;
     bool verbose = false;
 };
 
+/// Runs the requests of the file `requests` ("-": standard input). `waitSeconds`: how long to wait for
+/// another job to end. `json`, `events` and `report` are files for results, events and an HTML report: "-"
+/// for standard output, "" for none. Cancelled by a signal. The status is that of `runExitStatus`, or
+/// `kOutputFailed`.
 struct RunOptions {
     std::string requests;
     PathOptions paths;
@@ -32,6 +37,7 @@ int runCommand(const RunOptions& options);
 /// How long a buffering job goes on with the patch in hand when a run waits.
 inline constexpr std::chrono::seconds kGiveWayTime{60};
 
+/// What `buffer` was asked for.
 struct BufferOptions {
     std::string requests;
     PathOptions paths;
@@ -40,14 +46,17 @@ struct BufferOptions {
     std::string json;
     std::chrono::milliseconds giveWayTime = kGiveWayTime;
 };
+/// Buffers patches ahead of a run; returns the exit status.
 int bufferCommand(const BufferOptions& options);
 
+/// Shows settings, installed patches and the buffer.
 struct StatusOptions {
     PathOptions paths;
-    std::string json;  ///< "": text on standard output; else JSON there, "-" for standard output
+    std::string json;  ///< "": text on standard output; else the file for JSON, "-" for standard output
 };
 int statusCommand(const StatusOptions& options);
 
+/// Shows what a run of the requests would do, and changes nothing. The status is that of `planExitStatus`.
 struct PlanOptions {
     std::string requests;
     PathOptions paths;

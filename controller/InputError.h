@@ -7,9 +7,10 @@
 
 namespace zelor::controller {
 
-/// Ends a command with an exit status of its own. The text names the thing and the remedy.
+/// Ends a command with that exit status. The text names the problem and its remedy.
 class CommandError : public std::runtime_error {
   public:
+    /// `status`: a member of `exitStatus`; `text`: the message.
     CommandError(int status, const std::string& text) : std::runtime_error(text), status_(status) {}
     int status() const { return status_; }
 
@@ -17,9 +18,10 @@ class CommandError : public std::runtime_error {
     int status_;
 };
 
-/// Arguments, requests or a configuration that cannot be used: nothing was changed.
+/// Arguments, requests or a configuration cannot be used: nothing was changed.
 class InputError : public CommandError {
   public:
+    /// `text` names the problem and its remedy.
     explicit InputError(const std::string& text) : CommandError(exitStatus::kUnusable, text) {}
 };
 

@@ -32,6 +32,7 @@ std::string commandLockFile();
 /// lock file cannot be used. One at a time in a process.
 class JobLock {
   public:
+    /// Blocks while it waits.
     explicit JobLock(const Waiting& waiting);
 
   private:

@@ -9,32 +9,32 @@
 
 namespace zelor::controller {
 
-/// Where a command works, as a person said it.
+/// Where a command works, as given on the command line.
 struct PathOptions {
     std::string root;         ///< "": the system itself
-    std::string tools;        ///< "": the system's own
-    std::string installPath;  ///< below the root; "": the agent's own
+    std::string tools;        ///< "": the system's tools
+    std::string installPath;  ///< below the root; "": the agent's
     std::string contentDir = "/var/zelor/content";
 };
 
-/// What the system is to a command that wants to work on it.
+/// What `checkSystem` needs to know about the system.
 struct SystemFacts {
-    bool rootNamed = false;  ///< with --root: every path is below it, and any user and system will do
+    bool rootNamed = false;  ///< with --root: every path is below it, and any user and system is fine
     bool mac = false;
     bool superuser = false;
 };
 
-/// Why a command cannot work there, with the remedy; "" when it can. `changes`: it writes more than lines of
+/// Fails, with the remedy, when a command cannot work on this system. `changes`: it writes more than lines of
 /// the log.
 base::Check checkSystem(const SystemFacts& facts, bool changes);
 
 /// Throws InputError when a command cannot work on this system. Call it first.
 void requireSystem(const PathOptions& options, bool changes);
 
-/// What to do about a directory that cannot be written because of `error`, an errno value.
+/// The remedy for a directory that cannot be written because of `error`, an errno value.
 std::string writeRemedy(int error, bool superuser);
 
-/// The same, ready to use: every path absolute and below the root.
+/// Resolved paths: every path is absolute and below the root.
 struct Paths {
     bool belowRoot = false;
     std::string installPath;
@@ -42,9 +42,9 @@ struct Paths {
     std::shared_ptr<const agent::AgentSettings> settings;
 };
 
-/// Sets the system root and the environment of every program that is started from now on (PATH; what makes a
-/// shell read files goes), and reads the agent's settings. Changes nothing on disk. Throws InputError. Call
-/// it before other threads run.
+/// Sets the system root and the environment of every program started from now on (sets PATH, removes
+/// variables that make a shell read files), and reads the agent's settings. Changes nothing on disk. Throws
+/// InputError. Call it before other threads run.
 Paths resolvePaths(const PathOptions& options);
 
 /// Throws InputError when the settings do not let anything be fetched and verified, or when another user
@@ -69,7 +69,7 @@ void emptyContentDir(const Paths& paths);
 /// alone.
 void prepareDirectories(const Paths& paths, bool contentDir);
 
-/// The same for a command that only looks: what it writes is the log and the cache of content.
+/// The same for a command that only reads: it writes nothing but the log and the cache of content.
 void prepareForReading(const Paths& paths);
 
 }  // namespace zelor::controller

@@ -4,11 +4,13 @@
 
 namespace zelor::controller {
 
+/// A progress value of a request, as a `RemediationManager::REM_PROGRESS`.
 using ProgressValue = unsigned long;
 
-/// The state's name in reports: "queued", "success", ...; a value that nobody defined is a failure.
+/// The state's name in reports: "queued", "success", ...; an undefined value is "failed".
 std::string stateName(ProgressValue value);
 
+/// The values of a success and of a cancelled request.
 inline constexpr ProgressValue kSuccessValue = 4;
 inline constexpr ProgressValue kAbortedValue = 13;
 
@@ -16,7 +18,7 @@ inline constexpr ProgressValue kAbortedValue = 13;
 inline bool isActive(ProgressValue value) {
     return value >= 1 && value <= 3;
 }
-/// A result; only a further ERI of the same request or a cancel of the whole run replaces it.
+/// A result; only another ERI of the same request or a cancel of the whole run replaces it.
 inline bool isResult(ProgressValue value) {
     return value >= kSuccessValue;
 }
@@ -38,11 +40,12 @@ std::string earlyEndText(EarlyEnd why);
 
 /// The controller's exit statuses.
 namespace exitStatus {
+/// All, some or none of the requests succeeded; `kCancelled`: a signal ended the command.
 constexpr int kAllSucceeded = 0;
 constexpr int kSomeSucceeded = 1;
 constexpr int kUnusable = 2;  ///< arguments, requests or configuration; nothing was changed
 constexpr int kNoneSucceeded = 3;
-constexpr int kOutputFailed = 4;  ///< the command did its work, and an output cannot be written
+constexpr int kOutputFailed = 4;  ///< the command did its work, but an output could not be written
 constexpr int kBusy = 5;          ///< another run or buffering job works at this place; nothing was changed
 constexpr int kCancelled = 130;
 }  // namespace exitStatus

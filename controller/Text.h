@@ -7,7 +7,7 @@
 
 #include "base/PrintableText.h"
 
-/// Text for people: nothing that comes from keys, content or tools reaches a terminal unchanged.
+/// Text for people. A "printable" text is one that `base::printable` made: safe on a terminal.
 namespace zelor::controller {
 
 /// Columns that a printable text takes on a terminal.
@@ -17,14 +17,14 @@ std::size_t columnsOf(const std::string& printableText);
 /// left out. Never cuts inside a character.
 std::string cutToColumns(const std::string& printableText, std::size_t columns, const std::string& ellipsis);
 
-/// As `cutToColumns`, then filled up with blanks to exactly `columns`.
+/// As `cutToColumns`, then padded with blanks to exactly `columns`.
 std::string fitToColumns(const std::string& printableText, std::size_t columns, const std::string& ellipsis);
 
 /// A printable text in lines of at most `columns` columns, broken at blanks where there are any.
 std::vector<std::string> wrapToColumns(const std::string& printableText, std::size_t columns);
 
-/// A printable text in lines of at most `columns` columns, those after the first behind `indent` blanks; as
-/// it is for 0 columns. Without a line end.
+/// A printable text in lines of at most `columns` columns, those after the first indented by `indent` blanks;
+/// unchanged for 0 columns. Without a final line end.
 std::string folded(const std::string& printableText, std::size_t columns, std::size_t indent);
 
 /// "512 B", "4.2 MB" (powers of 1024).

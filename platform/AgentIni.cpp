@@ -39,7 +39,7 @@ constexpr std::size_t kFilesKept = 8;
 }  // namespace
 
 std::shared_ptr<const ptree> readIniFile(const std::string& path) {
-    // Kept to the very end of the process: a run's thread may outlive main().
+    // Never destroyed: a run's thread may outlive main().
     static Cache& cache = *new Cache;
     const base::FileStamp stamp = base::stampOf(path);
     if (!stamp.exists) return nullptr;
@@ -51,7 +51,7 @@ std::shared_ptr<const ptree> readIniFile(const std::string& path) {
     auto tree = parse(path);
     const base::MutexLock lock(cache.mutex);
     if (cache.byPath.size() >= kFilesKept) cache.byPath.clear();
-    // A second change at the same moment would look like the first.
+    // A second change within the clock's resolution would leave the same stamp.
     cache.byPath[path] = {base::changedRecently(stamp) ? base::FileStamp() : stamp, tree};
     return tree;
 }

@@ -5,10 +5,11 @@
 
 #include "base/CommandRunner.h"
 
-/// External commands under the limit that the agent's ini sets, with their trouble on the log.
+/// External commands, run under the time limit of the agent's ini file; failures to run them are logged.
 namespace zelor::platform {
 
-/// Runs `command` with /bin/sh under the configured limit, and logs what was cut. Blocks until it ends.
+/// Runs `command` with /bin/sh under the configured limit and logs as `logCommandTrouble` does. Blocks until
+/// it ends.
 base::CommandResult runShell(const std::string& command);
 
 /// True when /bin/sh cannot parse `command`, so that it runs nothing of its last line. Runs nothing either.

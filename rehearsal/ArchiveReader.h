@@ -13,15 +13,17 @@
 
 namespace zelor::rehearsal {
 
-/// The file is no archive of the expected kind at all.
+/// Thrown for a file that is not an archive of the expected kind.
 class NoArchive : public std::runtime_error {
   public:
+    /// `what`: the cause, in libarchive's words.
     using std::runtime_error::runtime_error;
 };
 
 /// Reads an archive entry by entry. Operations throw std::runtime_error that names the cause.
 class ArchiveReader {
   public:
+    /// The formats of a flat package, of the archives in it, and of a disk image.
     enum class Kind { xar, cpio, iso9660 };
 
     /// Opens the file, a regular one; cpio may be compressed by gzip, bzip2 or xz. Throws NoArchive for a

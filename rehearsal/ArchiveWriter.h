@@ -13,27 +13,31 @@
 
 namespace zelor::rehearsal {
 
-/// What an archive took in.
+/// What was added to an archive: entries of any kind, and bytes of file content.
 struct DirectoryCount {
     std::uint64_t files = 0;
     std::uint64_t bytes = 0;
 };
 
-/// Writes an archive to a file that appears under its name when it is complete, or not at all. Everything in
-/// it belongs to root. Operations throw std::runtime_error that names file and cause.
+/// Writes an archive to a file that appears under its name complete or not at all. All entries belong to
+/// root. Operations throw std::runtime_error that names file and cause.
 class ArchiveWriter {
   public:
+    /// A flat package; the payload or scripts in one (cpio with gzip); a disk image.
     enum class Kind { xar, payload, iso9660 };
 
-    /// `volume`: the name of an ISO 9660 volume.
+    /// `volume`: the name of an ISO 9660 volume, else "".
     ArchiveWriter(Kind kind, const std::string& path, const std::string& volume = "");
 
+    /// Add one entry: a file of mode 0644 with that text or with the content of the file at `path`, or a
+    /// directory of mode 0755.
     void addText(const std::string& name, const std::string& text);
     void addFile(const std::string& name, const std::string& path);
     void addDirectoryEntry(const std::string& name);
-    /// Adds everything in `directory` in the order of its names; `prefix` goes before each. Modes, times and
+    /// Adds everything in `directory`, sorted by name; `prefix` is put before each name. Modes, times and
     /// symbolic links are kept; anything but files, directories and links is refused.
     DirectoryCount addDirectory(const std::string& directory, const std::string& prefix);
+    /// Completes the archive and puts it under its name. Nothing is added afterwards.
     void commit();
 
   private:

@@ -4,20 +4,23 @@
 
 #include "rehearsal/PackageText.h"
 
-/// Makes packages and disk images to rehearse with.
+/// Makes packages and disk images for rehearsals.
 namespace zelor::rehearsal {
 
+/// What a package is made of.
 struct PackageOptions {
     PackageInfo info;       ///< script names are found in `scripts`
-    std::string name;       ///< title of a product; "" makes a single package, which is called as its file
+    std::string name;       ///< title of a product; "" makes a single package, named after its file
     std::string scripts;    ///< directory with preinstall and postinstall, "" for none
-    std::string directory;  ///< what goes to the install location
+    std::string directory;  ///< its content goes to the install location
     std::string output;
 };
 
-/// Throws std::runtime_error or std::invalid_argument that names the trouble; then no package is left.
+/// Writes a flat package to `output`. Throws std::runtime_error or std::invalid_argument that names the
+/// problem; then no package is left.
 void buildPackage(PackageOptions options);
 
+/// What a disk image is made of: all that is in `directory`.
 struct ImageOptions {
     std::string volume;
     std::string directory;

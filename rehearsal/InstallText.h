@@ -4,12 +4,13 @@
 
 #include "rehearsal/UpdateText.h"
 
-/// What installer prints.
+/// What installer prints: texts from values, nothing here touches a file.
 namespace zelor::rehearsal {
 
-/// What became of an installation.
+/// How an installation ended.
 enum class InstallEnd { success, failed, scriptFailed, extractionFailed };
 
+/// What to report about an installation.
 struct InstallReport {
     std::string title;
     bool upgrade = false;
@@ -18,6 +19,7 @@ struct InstallReport {
     std::string component;  ///< the package that failed
 };
 
+/// The output of an installation, with status 0 or 1; that for a file which is not a package.
 ToolText installText(const InstallReport& report);
 ToolText notAPackageText(const std::string& path);
 

@@ -7,10 +7,11 @@
 
 #include "rehearsal/Outcome.h"
 
-/// What the rehearsal Mac is and has, as state.json keeps it. Plain values; decisions about them are
-/// functions.
+/// The state of the rehearsal Mac, as state.json keeps it: plain values, and functions that decide about
+/// them.
 namespace zelor::rehearsal {
 
+/// An update that the Mac is offered or has installed. `sizeK`: its size in kilobytes, as listed.
 struct Update {
     std::string label;
     std::string title;
@@ -23,6 +24,7 @@ struct Update {
     std::string payload;  ///< a file below the root that installing it writes; "" for none
 };
 
+/// An attached disk image.
 struct Mount {
     int disk = 0;
     std::string image;
@@ -31,21 +33,24 @@ struct Mount {
     bool mounted = true;  ///< false after an unmount whose eject failed
 };
 
-/// What a fault is tied to.
+/// What a fault applies to.
 enum class FaultScope { tool, package, image };
 
+/// What a tool does instead of its work, always or for one package or image.
 struct Fault {
     FaultScope scope = FaultScope::tool;
     std::string name;
     Outcome outcome = Outcome::fail;
 };
 
+/// A package that was installed.
 struct Receipt {
     std::string id;
     std::string version;
     std::string location;
 };
 
+/// The whole state.
 struct MacState {
     std::string productName;
     std::string productVersion;
@@ -58,16 +63,18 @@ struct MacState {
     std::vector<Receipt> receipts;
 };
 
+/// The state as state.json holds it.
 nlohmann::json toJson(const MacState& state);
-/// Throws nlohmann::json::exception or std::invalid_argument for a text that is no state.
+/// The reverse. Throws nlohmann::json::exception or std::invalid_argument when `json` is not a state.
 MacState stateFromJson(const nlohmann::json& json);
 
-/// The outcome set for that tool, package or image, `ok` when there is none.
+/// The outcome set for that tool, package or image, `ok` when none is.
 Outcome faultFor(const MacState& state, FaultScope scope, const std::string& name);
-/// Sets a fault in place of an earlier one for the same thing; `ok` takes it away.
+/// Sets a fault, replacing an earlier one for the same thing; `ok` removes that.
 void setFault(MacState& state, const Fault& fault);
 /// Keeps one receipt for each package identifier, the latest.
 void recordReceipt(MacState& state, const Receipt& receipt);
+/// Whether the package with that identifier was installed.
 bool hasReceipt(const MacState& state, const std::string& id);
 
 }  // namespace zelor::rehearsal

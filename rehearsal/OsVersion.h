@@ -4,6 +4,7 @@
 
 namespace zelor::rehearsal {
 
+/// The first two numbers of a release of macOS.
 struct OsVersion {
     int major = 0;
     int minor = 0;
@@ -14,16 +15,17 @@ struct OsVersion {
     }
 };
 
-/// Reads "10.9.5" or "13.2.1". Throws std::invalid_argument for another shape, and for a release before 10.9.
+/// Parses a version such as "10.9.5" or "13.2.1". Throws std::invalid_argument for another form, and for a
+/// release before 10.9.
 OsVersion parseOsVersion(const std::string& text);
 
-/// "10.9.0" is reported as "10.9".
+/// A version as the system reports it: "10.9" for "10.9.0".
 std::string reportedVersion(const std::string& text);
 
 /// "Mac OS X" to 10.15, "macOS" from 11 on.
 std::string productNameOf(const OsVersion& version);
 
-/// The build of a well-known release, else one that looks like a build of that system.
+/// The build number of a well-known release, else a plausible one for that system.
 std::string buildOf(const std::string& version);
 
 }  // namespace zelor::rehearsal

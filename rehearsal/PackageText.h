@@ -4,10 +4,10 @@
 #include <string>
 #include <vector>
 
-/// The XML parts of a flat package; text in, values out, and the other way.
+/// The XML parts of a flat package: from text to values and back.
 namespace zelor::rehearsal {
 
-/// A package's own description (its member "PackageInfo").
+/// A package's description (its member "PackageInfo").
 struct PackageInfo {
     std::string id;
     std::string version;
@@ -17,20 +17,22 @@ struct PackageInfo {
     std::string postinstall;
 };
 
-/// Throws std::runtime_error for malformed XML, no identifier, or a location or script name that climbs.
+/// Parses "PackageInfo". Throws std::runtime_error for malformed XML, a missing identifier, a location with
+/// "..", and a script name that is not a plain file name.
 PackageInfo parsePackageInfo(const std::string& xml);
+/// The text of "PackageInfo"; `files` and `kilobytes` count what is installed.
 std::string packageInfoXml(const PackageInfo& info, std::uint64_t files, std::uint64_t kilobytes);
 
-/// What ties packages to one product (its member "Distribution").
+/// The description of a product of several packages (its member "Distribution").
 struct Distribution {
     std::string title;
     std::vector<std::string> components;  ///< members that hold the packages, in order of installation
     bool restart = false;
 };
 
-/// Throws std::runtime_error for malformed XML.
+/// Parses "Distribution". Throws std::runtime_error for malformed XML.
 Distribution parseDistribution(const std::string& xml);
-/// A product of one package whose members are in `component`.
+/// The text of "Distribution" for a product of one package, whose members are in `component`.
 std::string distributionXml(const std::string& title, const std::string& component, const PackageInfo& info);
 
 }  // namespace zelor::rehearsal

@@ -7,15 +7,18 @@
 #include "rehearsal/StateDirectory.h"
 #include "rehearsal/UpdateText.h"
 
-/// The tools of the rehearsal Mac. Each takes its arguments without its name, prints on the process's own
-/// streams and returns its exit status; faults may end or block the process. Trouble with the rehearsal
-/// itself (no state, no root) throws std::runtime_error.
+/// The tools of the rehearsal Mac. Each takes its arguments without its name, prints on the process's
+/// standard streams and returns its exit status; faults may end or block the process. Throws
+/// std::runtime_error when the rehearsal itself is broken (no state, no root).
 namespace zelor::rehearsal {
 
+/// The words of a command after its name.
 using Arguments = std::vector<std::string>;
 
+/// Runs the tool by its own function below.
 int runTool(Tool tool, const StateDirectory& directory, const Arguments& arguments);
 
+/// The tools. They read the state in `directory`, and write there what they change.
 int runSoftwareUpdate(const StateDirectory& directory, const Arguments& arguments);
 int runSwVers(const StateDirectory& directory, const Arguments& arguments);
 int runInstaller(const StateDirectory& directory, const Arguments& arguments);
@@ -24,8 +27,8 @@ int runHdiutil(const StateDirectory& directory, const Arguments& arguments);
 /// Prints both texts and returns the status.
 int say(const ToolText& text);
 
-/// Acts out the faults that concern the process itself: hangs until killed, kills itself, prints 100 MiB of
-/// text or 64 KiB of noise. Returns for every other outcome.
+/// Performs the faults of the process itself: hangs until killed, kills itself, prints 100 MiB of text or 64
+/// KiB of noise. Returns at once for every other outcome.
 void disturb(Outcome outcome);
 
 /// The program under its own name: makes and changes a rehearsal Mac, builds packages and images. Returns the

@@ -26,18 +26,19 @@ struct UpdateChoice {
     std::vector<std::string> labels;
 };
 
+/// What a command's choice selects, and labels that match no listed update.
 struct ChosenUpdates {
     std::vector<Update> updates;
     std::vector<std::string> unknownLabels;
 };
 
-/// The listed updates that the choice means; a label that is listed twice means both.
+/// The listed updates that the choice selects; a label that is listed twice selects both.
 ChosenUpdates chooseUpdates(const std::vector<Update>& updates, const UpdateChoice& choice);
 
 /// The output of `softwareupdate -i` for the chosen updates on that system.
 ToolText installTranscript(const ChosenUpdates& chosen, const OsVersion& version);
 
-/// Whether installing an update of that outcome puts it in place.
+/// Whether an update with that outcome gets installed.
 bool installs(Outcome outcome);
 
 }  // namespace zelor::rehearsal

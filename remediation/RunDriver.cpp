@@ -60,7 +60,7 @@ void RunDriver::run() {
     state_.done = true;  // the controller may free the manager from here on
 }
 
-// True at the normal end, false on every other way out.
+// True when the run ended normally, false otherwise.
 bool RunDriver::runPhases() {
     parts_.cancellation.beginRun();
     if (parts_.requests.takeUp()->empty() || state_.contentDirectory.empty() || state_.installPath.empty()) {

@@ -23,12 +23,12 @@ class RunDriver {
     /// The settings and results of a run. All of them outlive the object.
     struct State {
         std::atomic<bool>& done;
-        bool& option;                       ///< what `start` was given last; it has no effect
+        bool& option;                       ///< the last argument of `start`; has no effect
         std::atomic<bool>& firstAfterScan;  ///< reset when a run ends normally
         const std::string& installPath;
         const std::string& contentDirectory;
         const std::string& installedRecord;  ///< the record's path
-        boost::thread& thread;               ///< the run's; replaced by each `start`
+        boost::thread& thread;               ///< the run's thread; replaced by each `start`
         RequestRows rows;
         RunFlags flags;
     };
@@ -46,19 +46,20 @@ class RunDriver {
         RunEvents& events;
     };
 
+    /// Starts nothing yet.
     RunDriver(const State& state, const Parts& parts) : state_(state), parts_(parts) {}
     RunDriver(const RunDriver&) = delete;
     RunDriver& operator=(const RunDriver&) = delete;
 
-    /// Starts a run on a thread of its own and returns at once. Refused with an error line while another one
-    /// goes on. Nothing is thrown: without a thread the requests fail, and `done` is set. Any thread.
+    /// Starts a run on a new thread and returns at once. Refused with an error line while another run is in
+    /// progress. Throws nothing: when no thread can be made, the requests fail and `done` is set. Any thread.
     void start(bool option);
-    /// A whole run on the calling thread; refused like `start`. Nothing is thrown. Setting `done` is the last
-    /// thing that it does, so that the object may be destroyed from then on.
+    /// Performs a whole run on the calling thread; refused like `start`. Throws nothing. It sets `done` last:
+    /// from then on the object may be destroyed.
     void run();
-    /// The installation of all patches: OS updates first.
+    /// Installs all patches, OS updates first. A step of the run, on its thread.
     void installPatches();
-    /// Empties the content directory; one that other users can modify is left alone, with an error line.
+    /// Empties the content directory; one that other users can modify is left as it is, with an error line.
     void emptyContentDirectory();
 
   private:

@@ -4,13 +4,13 @@
 
 namespace zelor::remediation {
 
-/// What a run sets beside the progress of its requests. Any thread. The flags outlive the object.
+/// What a run reports besides the progress of its requests. Any thread. The flags outlive the object.
 struct RunFlags {
     std::atomic<bool>& rebootNeeded;
     std::atomic<bool>& scanNeeded;
     std::atomic<bool>& allFailed;  ///< some remediation failed; read it by `everyOneFailed`
     std::atomic<bool>& anySucceeded;
-    std::atomic<bool>& internalError;  ///< the run is to stop
+    std::atomic<bool>& internalError;  ///< the run must stop
 
     /// True when a remediation failed and none succeeded; else `allFailed` is reset.
     bool everyOneFailed() const {

@@ -20,8 +20,8 @@
 
 namespace zelor::remediation {
 
-/// What a manager forwards to. Each part has references to those before it; all are destroyed with the
-/// manager.
+/// The parts that a manager's operations forward to. Each has references to parts before it; all are
+/// destroyed with the manager.
 struct RunParts {
     /// The manager's data members and locks that the parts work on.
     struct Inputs {
@@ -65,6 +65,7 @@ struct RunParts {
     ProductPhase products;
     RunDriver driver;
 
+    /// What `in` refers to outlives the object. Starts nothing yet.
     explicit RunParts(const Inputs& in)
         : flags(in.flags),
           progress(in.progressMap, in.duplicates, in.partialResults, in.progressMutex, events),

@@ -24,8 +24,7 @@ constexpr std::size_t kReadBytes = 1U << 20U;
 
 using Reader = std::unique_ptr<archive, base::Deleter<archive_read_free>>;
 
-/// Entry names marked as UTF-8 come through unchanged only in a UTF-8 locale, which an agent's process seldom
-/// sets.
+/// Entry names marked as UTF-8 stay unchanged only in a UTF-8 locale, which an agent's process seldom sets.
 class Utf8Names {
   public:
     Utf8Names() {
@@ -48,7 +47,7 @@ class Utf8Names {
     locale_t previous_ = locale_t();
 };
 
-/// One archive on its way into one directory.
+/// The extraction of one archive into one directory.
 class Extraction {
   public:
     Extraction(const base::UniqueFd& file, std::uint64_t archiveBytes, ExtractionTree& tree,
@@ -56,7 +55,7 @@ class Extraction {
         : tree_(tree), limits_(limits) {
         allowance_ = unpackedAllowance(archiveBytes, tree.freeBytes(), limits);
         reader_.reset(archive_read_new());
-        // Only the central directory says modes, links and whether the archive is complete.
+        // Only the central directory has modes and links, and shows whether the archive is complete.
         if (!reader_ || archive_read_support_format_zip_seekable(reader_.get()) != ARCHIVE_OK) failRead();
         archive_read_set_format_option(reader_.get(), "zip", "mac-ext", nullptr);
         if (archive_read_open_fd(reader_.get(), file.get(), kReadBytes) != ARCHIVE_OK) failRead();

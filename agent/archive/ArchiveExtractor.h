@@ -8,10 +8,9 @@
 
 namespace zelor::agent {
 
-/// Unpacks zip archives into a directory, streaming, without following or creating a way out of it. Kept:
-/// permission bits, modification times, inner symbolic links. Refused: encrypted, repeated and special
-/// entries, entries packed otherwise than stored or deflated, paths and links that leave the directory,
-/// archives beyond the limits.
+/// Unpacks zip archives as streams into a directory; writes nothing outside it and creates no link out of it.
+/// Kept: permission bits, modification times, inner symbolic links. Refused: encrypted, duplicate and special
+/// entries, paths and links that leave the directory, archives beyond the limits.
 class ArchiveExtractor {
   public:
     /// An archive beyond `limits` is refused.

@@ -7,14 +7,14 @@
 #include <utility>
 #include <vector>
 
-/// What an archive may ask for: decisions alone, nothing here touches a file.
+/// What an archive may contain: decisions only, nothing here touches a file.
 namespace zelor::agent {
 
-/// What an archive may at most ask for. Sizes in bytes.
+/// The limits of an archive. Sizes are in bytes.
 struct ExtractionLimits {
-    std::uint64_t entries = 100000;  ///< the directories that lead to them included
+    std::uint64_t entries = 100000;  ///< including the directories that lead to them
     std::uint64_t unpackedBytes = 64ULL << 30U;
-    std::uint64_t freeMargin = 64ULL << 20U;  ///< bytes of the file system that stay free
+    std::uint64_t freeMargin = 64ULL << 20U;  ///< bytes of the file system that must stay free
     std::uint64_t ratio = 200;  ///< unpacked bytes for each byte of the archive, beyond the allowance
     std::uint64_t ratioAllowance = 64ULL << 20U;
     std::uint64_t directoryBytes = 16U << 20U;  ///< of the archive's own directory, which is kept in memory
@@ -31,20 +31,19 @@ std::vector<std::string> pathComponents(const std::string& path);
 std::string entryNameProblem(const std::string& name, const ExtractionLimits& limits);
 
 /// Why a symbolic link at `linkPath` (components below the destination) must not hold `target`, "" when it
-/// may. A target may climb only at its start: ".." after a name could start from wherever a link of that name
-/// leads.
+/// may. A target may have ".." only at its start: after a name, it would be relative to wherever a link of
+/// that name leads.
 std::string linkTargetProblem(const std::vector<std::string>& linkPath, const std::string& target,
                               const ExtractionLimits& limits);
 
-/// The entries of one archive so far. Two names that differ only in the case of ASCII letters are one file on
-/// the file systems that Macs come with, so they are refused on every system. Memory is taken once for each
-/// component of a directory's path, however many entries lead through it.
+/// The entries of one archive so far. Names that differ only in the case of ASCII letters are the same file
+/// on the usual file systems of a Mac, so they are refused on every system.
 class EntryNames {
   public:
     /// Adds the next entry. Returns why it conflicts with earlier ones, "" when it does not.
     std::string add(const std::vector<std::string>& components);
 
-    /// Entries and the directories that lead to them.
+    /// How many entries there are, including the directories that lead to them.
     std::size_t size() const { return nodes_.size(); }
 
   private:
@@ -59,13 +58,13 @@ class EntryNames {
     std::map<Key, Node, CaseBlind> nodes_;
 };
 
-/// What is kept of an entry's mode: set-user-id, set-group-id and sticky bits are dropped.
+/// The bits that are kept of an entry's mode: set-user-id, set-group-id and sticky bits are dropped.
 inline constexpr unsigned kKeptModeBits = 0777;
-/// The same for a file directly in the destination, whose mode no signature covers: nobody but its owner may
-/// write to it, also where others may enter the destination.
+/// The same for a file directly in the destination, whose mode no signature covers: only its owner may write
+/// to it, even where others may enter the destination.
 inline constexpr unsigned kKeptModeBitsOfLoneFile = 0755;
 
-/// How many bytes an archive may unpack to, and the rule that sets the bound.
+/// How many bytes an archive may unpack to, and the rule behind this limit.
 struct Allowance {
     std::uint64_t bytes = 0;
     std::string rule;

@@ -25,7 +25,7 @@ constexpr mode_t kImpliedDirectoryMode = 0755;
     throw std::runtime_error(what + ": " + base::errorText(errno));
 }
 
-/// Access time: left alone; modification time: the given one.
+/// Leaves the access time unchanged, sets the modification time.
 std::array<timespec, 2> timesFor(const timespec& modified) {
     std::array<timespec, 2> times{};
     times[0].tv_nsec = UTIME_OMIT;
@@ -116,7 +116,7 @@ void ExtractionTree::addLink(const Path& path, const std::string& target, const 
 }
 
 void ExtractionTree::finish() {
-    // A directory sorts before what is in it.
+    // A directory sorts before its contents.
     for (auto it = directories_.rbegin(); it != directories_.rend(); ++it) {
         const base::UniqueFd directory = walk(pathComponents(it->first), false);
         if (::fchmod(directory.get(), it->second.mode) != 0) fail("cannot set a directory's mode");
@@ -132,7 +132,7 @@ void ExtractionTree::rollBack() noexcept {
             const base::UniqueFd parent = walk(Path(it->path.begin(), it->path.end() - 1), false);
             ::unlinkat(parent.get(), it->path.back().c_str(), it->isDirectory ? AT_REMOVEDIR : 0);
         } catch (const std::exception&) {
-            continue;  // gone already, or not ours to reach
+            continue;  // already removed, or not reachable
         }
     }
     created_.clear();

@@ -28,22 +28,22 @@ class ExtractionTree {
     /// Opens `destination`, making it (0755) when it is missing.
     explicit ExtractionTree(const std::string& destination, Undo undo = Undo::possible);
 
-    /// Bytes that the destination's file system has free for this process.
+    /// The bytes that are free on the destination's file system for this process.
     std::uint64_t freeBytes() const;
 
     /// Makes the directory, or uses the one that exists; it gets its mode and time in `finish`.
     void addDirectory(const Path& path, mode_t mode, const Time& time);
-    /// Makes an empty file for writing in place of a file or link that exists; makes the directories that
-    /// lead to it.
+    /// Makes an empty file for writing, replacing a file or link that exists; makes the directories that lead
+    /// to it.
     base::UniqueFd createFile(const Path& path);
     /// Gives a written file its mode and time and closes it.
     static void finishFile(base::UniqueFd file, mode_t mode, const Time& time);
-    /// Makes a symbolic link in place of a file or link that exists.
+    /// Makes a symbolic link, replacing a file or link that exists.
     void addLink(const Path& path, const std::string& target, const Time& time);
 
     /// Gives the directories their modes and times, the deepest first.
     void finish();
-    /// Removes all that this object created, as far as it can; what had been overwritten stays lost.
+    /// Removes what this object created, as far as possible; overwritten files are not restored.
     void rollBack() noexcept;
 
   private:

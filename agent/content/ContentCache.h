@@ -20,20 +20,20 @@ struct CachedContent {
     std::string lastModified;
     std::uint64_t run = 0;
     std::chrono::steady_clock::time_point confirmed;
-    std::string problem{};  ///< why there is none
+    std::string problem{};  ///< why there is no content
 };
 
-/// Parsed content by identifier, in bounded memory: what was not used for longest goes first. Any thread.
+/// Parsed content by identifier, in bounded memory: the least recently used is removed first. Any thread.
 class ContentCache {
   public:
-    /// Keeps about `bytesLimit` bytes, and the latest entry in any case.
+    /// Keeps about `bytesLimit` bytes, but always the latest entry.
     explicit ContentCache(std::size_t bytesLimit) : limit_(bytesLimit) {}
 
     /// A copy of the entry, which counts as used now; nothing when there is none.
     std::optional<CachedContent> get(const std::string& identifier);
     /// Adds or replaces an entry.
     void put(const std::string& identifier, CachedContent content);
-    /// Removes an entry; one that is not there is no failure.
+    /// Removes an entry, if there is one.
     void remove(const std::string& identifier);
 
   private:

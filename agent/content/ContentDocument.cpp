@@ -17,7 +17,7 @@ namespace {
 constexpr std::size_t kEntriesLimit = 1000;
 constexpr std::size_t kBlocksLimit = 1000;  // of one entry
 constexpr std::size_t kAllBlocksLimit =
-    10'000;  // a block takes sixty times the room of its shortest spelling
+    10'000;  // in memory, a block is up to sixty times as large as in the file
 constexpr int kDepthLimit = 32;
 constexpr std::size_t kIdentifierLimit = 128;
 constexpr std::size_t kSha256Digits = 64;
@@ -26,7 +26,7 @@ bool isControl(unsigned char c) {
     return c < 0x20 || c == 0x7f;
 }
 
-/// What no content file needs, anywhere in it; "" for none.
+/// Finds what a content file must not have anywhere.
 class Survey : public pugi::xml_tree_walker {
   public:
     bool for_each(pugi::xml_node& node) override {
@@ -159,7 +159,7 @@ class ContentReader {
     parsedEriData block(const pugi::xml_node& eri) const {
         parsedEriData data;
         RecordAccess::eriId(data) = attribute(eri, "id");
-        // Installed patches are recorded by this name; an empty one would match every other empty one.
+        // Installed patches are recorded by this id; an empty one would match every other empty one.
         if (RecordAccess::eriId(data).empty()) fail(eri, "an eri element without an id");
         const std::string reboot = attribute(eri, "reboot");
         RecordAccess::reboot(data) = reboot == "true" || reboot == "1";

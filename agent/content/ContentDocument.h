@@ -11,10 +11,10 @@
 
 namespace zelor::agent {
 
-/// The most bytes of a content file.
+/// The largest size of a content file, in bytes.
 inline constexpr std::size_t kContentBytesLimit = 4U << 20U;
 
-/// Whether the text may name content: it becomes a file name and a piece of a URL.
+/// Whether the text is a valid content identifier, which becomes part of a file name and of a URL.
 bool isContentIdentifier(const std::string& text);
 
 /// The remediation entries for one identifier, as a content file holds them.
@@ -22,8 +22,7 @@ class ContentDocument {
   public:
     /// Reads the bytes of a content file. Throws std::runtime_error that says what is wrong and in which
     /// line: malformed or oversized XML, a document type, too many or too deep elements, another identifier
-    /// than the one asked for, control characters in names, a digest of a patch that is none. Elements and
-    /// attributes it does not know are passed over.
+    /// than `identifier`, control characters in names. Ignores unknown elements and attributes.
     static ContentDocument parse(std::string_view xml, const std::string& identifier);
 
     /// The first entry for that platform and product; null when there is none. An entry that leaves one of

@@ -53,7 +53,8 @@ Fetched fetch(HttpClient& client, const HttpRequest& request, std::size_t limit,
     }
 }
 
-/// Everything but a good answer; `unchanged` means a good one.
+/// The answer when the fetch was not successful; `unchanged` stands for a good one, whose content is not
+/// looked at.
 ContentAnswer judge(const Fetched& fetched, const std::string& url, std::size_t limit) {
     const std::string shown = withoutCredentials(url);
     const HttpResult& result = fetched.result;
@@ -112,7 +113,7 @@ ContentAnswer fetchContent(HttpClient& client, const std::string& repository, co
     request.headers.clear();
     Fetched signature = fetch(client, request, kSignatureLimit, retry, deadline);
     answer = judge(signature, request.url, kSignatureLimit);
-    if (answer.kind == Kind::none) answer.kind = Kind::refused;  // content without a signature is no removal
+    if (answer.kind == Kind::none) answer.kind = Kind::refused;  // unsigned content is not removed content
     if (answer.kind != Kind::unchanged) return answer;
     answer.kind = Kind::fresh;
     answer.content = {std::move(xml.body), std::move(signature.body), xml.result.head.validator("etag"),

@@ -13,8 +13,8 @@ namespace zelor::agent {
 struct ContentAnswer {
     /// What kind of answer it is.
     enum class Kind {
-        fresh,      ///< `content` is its pair, not checked yet
-        unchanged,  ///< the version asked about is still the one
+        fresh,      ///< `content` has the file and its signature, not checked yet
+        unchanged,  ///< the known version is still current
         none,       ///< there is no such content
         noAnswer,   ///< nobody answered in time, or the server is in trouble
         stopped,    ///< the call is to end early
@@ -29,9 +29,8 @@ struct ContentAnswer {
 RetryPolicy contentRetryPolicy();
 HttpLimits contentLimits();
 
-/// Asks `<repository>/content/<identifier>.xml` for the content when it differs from the version in `known`
-/// (empty etag and date: in any case), and for its signature. Both together, with all attempts and pauses,
-/// take at most `longest` (zero: no limit); later is no answer.
+/// Fetches `<repository>/content/<identifier>.xml` and its signature, if the content differs from the version
+/// in `known` (always when that has neither etag nor date). Blocks.
 ContentAnswer fetchContent(HttpClient& client, const std::string& repository, const std::string& identifier,
                            const SignedContent& known, const RetryPolicy& retry,
                            std::chrono::milliseconds longest = std::chrono::minutes(2));

@@ -16,18 +16,18 @@ namespace zelor::agent {
 
 /// Signed remediation content of one install path: in memory, on disk, and from the repository. Any thread.
 ///
-/// What is in memory is used without a question until the next run begins or ten minutes have passed. After
-/// that, and for what is on disk alone, the repository is asked whether it changed; when nobody answers, the
-/// copy kept serves. Within a run, a repository that did not answer is asked again for kept content only
-/// after half a minute. A copy read from disk is checked against its signature each time, and one that fails
-/// is fetched anew. Failures go to the log.
+/// Content in memory is used without asking the repository until the next run begins or ten minutes have
+/// passed. After that, and for content that is only on disk, the repository is asked whether it changed; when
+/// it does not answer, the copy is used. Within a run, a repository that did not answer is asked again about
+/// existing content only after half a minute. A copy read from disk is checked against its signature each
+/// time, and one that fails is fetched again. Failures are logged.
 class ContentLibrary {
   public:
     /// Keeps files in `directory`, which is made when it is first needed.
     explicit ContentLibrary(const std::string& directory, RetryPolicy retry = contentRetryPolicy())
         : store_(directory), retry_(retry) {}
 
-    /// Null when there is no usable content for that identifier.
+    /// The content for that identifier, null when there is none that can be used. May block on the network.
     std::shared_ptr<const ContentDocument> get(const std::string& identifier);
     /// Forgets what is in memory.
     void forget(const std::string& identifier) { cache_.remove(identifier); }

@@ -38,9 +38,9 @@ void takeVersion(const std::string& text, SignedContent& content) {
     content.lastModified = text.substr(first + 1, text.size() - first - 2);
 }
 
-/// Nothing for a file that is missing, too large or not a plain one.
+/// The content of a file; nothing when it is missing, too large or not a regular file.
 std::optional<std::string> readIfUsable(const std::string& path, std::size_t limit) {
-    // Most looks are for files that are not there; those are not worth an exception.
+    // Most files asked for are missing; that is not worth an exception.
     if (::access(path.c_str(), F_OK) != 0) return std::nullopt;
     try {
         return base::readBounded(path, limit);
@@ -85,7 +85,7 @@ void ContentStore::remove(const std::string& identifier) {
 }
 
 void ContentStore::openDirectory() {
-    // Opened for each change: the directory may have been removed and made again meanwhile.
+    // Opened for each change: the directory may have been removed and created again meanwhile.
     handle_ = base::openPrivateDirectory(directory_);
 }
 

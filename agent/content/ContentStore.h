@@ -17,19 +17,19 @@ struct SignedContent {
 };
 
 /// Content files kept on disk: `<identifier>.xml`, `.xml.sig` and `.xml.version` in one directory of mode
-/// 0700. Nothing read from it is to be trusted before its signature was checked: a crash between the renames
-/// of a pair leaves two that do not match, and no version, so that the next use fetches both anew. Files are
-/// not flushed for the same reason. Any thread; failures are std::runtime_error that names the file.
+/// 0700. Check the signature of what is read before using it: a crash between the renames of a pair leaves
+/// files that do not match, and no version, so that the next use fetches both again. For the same reason,
+/// files are not flushed. Any thread; failures throw std::runtime_error that names the file.
 class ContentStore {
   public:
     /// Touches nothing on the disk yet.
     explicit ContentStore(std::string directory) : directory_(std::move(directory)) {}
 
-    /// Nothing when there is no pair for that identifier, or none that can be read.
+    /// The pair for that identifier; nothing when there is none that can be read.
     std::optional<SignedContent> read(const std::string& identifier) const;
     /// Replaces the pair for that identifier; makes the directory when it is missing.
     void write(const std::string& identifier, const SignedContent& content);
-    /// Files that are not there are no failure.
+    /// Removes the pair for that identifier, if there is one.
     void remove(const std::string& identifier);
 
   private:

@@ -21,7 +21,7 @@ struct Cachers {
 };
 
 Cachers& cachers() {
-    // Kept to the very end of the process: a run's thread may outlive main().
+    // Never destroyed: a run's thread may outlive main().
     static Cachers& all = *new Cachers;
     return all;
 }
@@ -47,7 +47,7 @@ parseOnlyMetadata failure(const std::string& line) {
 }  // namespace
 
 CreCacher* CreCacher::GetInstance(std::string installPath, std::string /*platformCpe*/) {
-    // Content is kept by identifier, whatever platform asks for it.
+    // Content is cached by identifier alone, not by platform.
     const std::string path = Common::StripTrailingSeparators(installPath);
     const zelor::base::MutexLock lock(cachers().mutex);
     auto& cacher = cachers().interfaces[path];

@@ -28,6 +28,7 @@ struct PatchDigests {
 /// so that each gets what it asked for or nothing.
 class WantedPatches {
   public:
+    /// The one of the process; never destroyed.
     static WantedPatches& instance();
 
     /// Which content says it.
@@ -67,6 +68,7 @@ class WantedPatches {
 
 /// Bytes are whole, and not those that content asks for.
 struct WrongDigest : std::runtime_error {
+    /// The text names the file and both digests.
     using std::runtime_error::runtime_error;
 };
 

@@ -17,7 +17,7 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::seconds kLongest{5};
 constexpr std::uint64_t kMost = 32U << 20U;
 
-/// Counts bytes from the first ones on, until there are enough to judge.
+/// Counts bytes from the first piece on, until there are enough to measure the speed.
 struct Measurement {
     Clock::time_point begin = Clock::now();
     std::optional<Clock::time_point> first;
@@ -34,7 +34,7 @@ struct Measurement {
         return total < kMost && now - *first < kLongest;
     }
 
-    /// A file that came in one piece is measured with the time of the whole request.
+    /// The speed; for a file that came in one piece, over the time of the whole request.
     double bytesPerSecond(Clock::time_point now) const {
         const bool onePiece = total == firstBytes;
         const std::chrono::duration<double> time = now - (onePiece ? begin : *first);

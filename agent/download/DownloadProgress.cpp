@@ -4,7 +4,7 @@ namespace zelor::agent {
 
 // Not inline, so that a process has one even when the agent is a shared library.
 DownloadProgress& DownloadProgress::instance() {
-    // Kept to the very end of the process: a run's thread may outlive main().
+    // Never destroyed: a run's thread may outlive main().
     static DownloadProgress& progress = *new DownloadProgress;
     return progress;
 }

@@ -43,7 +43,7 @@ std::string nearestExisting(std::string path) {
     return path;
 }
 
-/// The lines of the version file; an empty version for anything else.
+/// Parses the version file; an empty version for anything else.
 PartialFile::Version parseVersion(const std::string& text) {
     std::array<std::string, 3> lines;
     std::size_t begin = 0;
@@ -90,7 +90,7 @@ void PartialFile::openLocked() {
             throw std::runtime_error(path_ +
                                      " is being downloaded by another process or thread; wait for it");
         }
-        // Whoever held the lock before may have moved the file away meanwhile.
+        // The previous holder of the lock may have moved the file away meanwhile.
         struct stat named {};
         const bool there = ::fstatat(directory_.get(), name_.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0;
         if (there && named.st_ino == mine.st_ino && named.st_dev == mine.st_dev) {
@@ -104,7 +104,7 @@ void PartialFile::readVersion() {
     try {
         version_ = parseVersion(base::readBounded(path_ + ".version", kVersionBytesLimit));
     } catch (const std::exception&) {
-        version_ = {};  // without it nothing is resumed, which is the safe way
+        version_ = {};  // without it nothing is resumed, which is safe
     }
 }
 
@@ -127,7 +127,7 @@ void PartialFile::truncate(std::uint64_t size) {
 
 void PartialFile::restart(const Version& version) {
     if (size_ != 0) {
-        // Old bytes must not meet the new version after a power loss.
+        // After a power loss, old bytes must not be combined with the new version.
         truncate(0);
         flush(file_, path_);
     }
@@ -163,7 +163,7 @@ bool PartialFile::moveTo(const std::string& destination, bool durable, const std
         if (!copyTo(destination, durable, goOn)) return false;
         (void)::unlinkat(directory_.get(), name_.c_str(), 0);
     }
-    // After a rename another process may have begun the file anew: its name is no longer ours to remove.
+    // After a rename another process may have begun a new partial file, so its name must not be removed.
     (void)::unlinkat(directory_.get(), versionName_.c_str(), 0);
     if (durable) base::flushDirectory(directory);
     return true;

@@ -9,10 +9,9 @@
 
 namespace zelor::agent {
 
-/// A download that is not complete yet: the bytes so far and, in a file beside them, which version of which
-/// URL they belong to. It is locked against other processes and threads for its life, and stays on disk
-/// unless it is discarded or moved to its destination. Every failure is a std::runtime_error that names the
-/// file.
+/// An incomplete download: the bytes so far and, in a second file, the URL and version that they belong to.
+/// It is locked against other processes and threads for the object's life, and stays on disk unless it is
+/// discarded or moved to its destination. Every failure throws std::runtime_error that names the file.
 class PartialFile {
   public:
     /// Which bytes the file holds; a version without a validator is never resumed.
@@ -23,7 +22,7 @@ class PartialFile {
     };
 
     /// Opens or begins `<directory>/<name>.part`; the directory is made with mode 0700. Symbolic links,
-    /// special files and a file that someone else works on are refused.
+    /// special files and a file that is locked already are refused.
     PartialFile(const std::string& directory, const std::string& name);
 
     /// Where the bytes are, how many there are, and which version they belong to.
@@ -32,21 +31,21 @@ class PartialFile {
     const Version& version() const { return version_; }
 
     /// How many bytes of `url` need not be fetched again. The last byte of a file that looks complete is
-    /// given up, so that the server has to confirm the version.
+    /// fetched again, so that the server confirms the version.
     std::uint64_t resumeAt(const std::string& url);
 
     /// Hands the bytes that are there to `consume`, in pieces, as long as it says so.
     void read(const std::function<bool(std::string_view)>& consume) const;
     /// Drops the bytes and begins again with that version.
     void restart(const Version& version);
-    /// Writes the bytes behind those that are there.
+    /// Appends the bytes.
     void append(std::string_view bytes);
-    /// Removes the file and what is beside it.
+    /// Removes both files.
     void discard();
 
-    /// Moves the file to `destination`, over a file that is there; copies where a rename cannot reach.
-    /// `durable`: it is whole there even after a power loss. False when `goOn`, asked between pieces of a
-    /// copy, says no; the partial file stays then.
+    /// Moves the file to `destination`, replacing a file there; copies it to another file system. `durable`:
+    /// it is complete there even after a power loss. False when `goOn`, called between pieces of a copy,
+    /// returned false; the partial file then stays.
     bool moveTo(const std::string& destination, bool durable, const std::function<bool()>& goOn);
 
   private:
@@ -66,11 +65,10 @@ class PartialFile {
     Version version_;
 };
 
-/// The free bytes of the file system that holds `path`, or its nearest directory that exists; for this
-/// process.
+/// The bytes that are free for this process on the file system of `path`, or of its nearest existing parent.
 std::uint64_t freeBytes(const std::string& path);
 
-/// True when both paths, or their nearest directories that exist, are on one file system.
+/// True when both paths, or their nearest existing parents, are on the same file system.
 bool onOneFileSystem(const std::string& one, const std::string& other);
 
 }  // namespace zelor::agent

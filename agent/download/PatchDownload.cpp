@@ -29,7 +29,7 @@ void advance(std::uint64_t done, std::uint64_t total) {
     CallReport::transferred(done, total);
 }
 
-/// Takes a whole number off the front of the text.
+/// Moves a whole number from the start of the text to `value`; false when there is none.
 bool takeNumber(std::string_view& text, std::uint64_t& value) {
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
     if (error != std::errc()) return false;
@@ -320,8 +320,8 @@ bool PatchDownload::takeBody(std::string_view piece) {
         return refusePart("more than the announced " + std::to_string(expected_) +
                           " bytes came; publish it again");
     }
-    // A body of no announced length may have no end: it does not get the last of the disk, nor keeps what it
-    // has.
+    // A body without an announced length may be endless: it must not fill the disk, and what it has is
+    // dropped.
     if (expected_ == 0 && !roomFor(partial_->size() + piece.size() + kSpareBytes)) {
         restart({});
         return false;

@@ -37,11 +37,9 @@ struct DownloadJob {
 /// How a download ended; only `done` leaves the archive at its destination.
 enum class DownloadResult { done, failed, interrupted };
 
-/// Fetches one archive to its partial file, resuming what an earlier attempt left, and moves it to its
-/// destination when it is complete. Failures go to the log with their remedy; nothing is thrown. Interrupting
-/// the boost::thread that runs it ends it well within a second and keeps the partial file. An archive that is
-/// not the wanted one is known by its announced length, by its first byte too many, or by its digest at its
-/// end; it is removed.
+/// Fetches one archive to its partial file, resuming an earlier attempt, and moves it to its destination when
+/// it is complete. Failures are logged with their remedy; nothing is thrown. Interrupting the boost::thread
+/// that runs it ends it well within a second and keeps the partial file.
 class PatchDownload {
   public:
     /// The client stays the caller's and must outlive the download.
@@ -71,7 +69,7 @@ class PatchDownload {
     Step judgeWhole();
     void restart(const PartialFile::Version& version);
     bool refuse(const std::string& problem);
-    /// Refuses, drops the bytes so far, and has the next attempt begin without them, once.
+    /// Refuses, drops the bytes so far, and makes the next attempt start without them, once.
     bool refusePart(const std::string& problem);
 
     DownloadJob job_;
@@ -83,9 +81,9 @@ class PatchDownload {
     Sha256 sha256_;               ///< of the bytes in the partial file, when the job has a digest
     std::uint64_t asked_ = 0;     ///< the offset that this attempt asked for
     std::uint64_t expected_ = 0;  ///< size of the complete file; 0: not known
-    std::uint64_t best_ = 0;      ///< the most bytes that ever were in the partial file
-    bool afresh_ = false;         ///< this attempt ends in one without the bytes so far
-    bool startedAfresh_ = false;  ///< that happened before
+    std::uint64_t best_ = 0;      ///< the most bytes that the partial file has ever had
+    bool afresh_ = false;         ///< the next attempt starts without the bytes so far
+    bool startedAfresh_ = false;  ///< that has happened before
     std::chrono::milliseconds serverPause_{0};
     std::string problem_;
 };
@@ -98,8 +96,8 @@ struct ContentRange {
 };
 base::Result<ContentRange> parseContentRange(const std::string& header);
 
-/// What a later request may bind a resumption to: a strong ETag, else a Last-Modified that is old enough to
-/// be one version's only, else "".
+/// The validator for resuming this answer later: a strong ETag, else a Last-Modified that is old enough to
+/// belong to one version only, else "".
 std::string resumptionValidator(const HttpHead& head);
 
 }  // namespace zelor::agent

@@ -19,7 +19,7 @@ constexpr int kInterrupted = -2;
 constexpr unsigned long kLeastRate = 1024;  ///< a transfer needs some rate to end at all
 
 zelor::agent::HttpClientPool& clients() {
-    // Kept to the very end of the process: a run's thread may outlive main().
+    // Never destroyed: a run's thread may outlive main().
     static zelor::agent::HttpClientPool& pool = *new zelor::agent::HttpClientPool;
     return pool;
 }
@@ -75,7 +75,8 @@ int RemediationResourceDownloader::getResource(std::string stem, std::string& ar
     try {
         zelor::agent::DownloadJob job = jobFor(stem, archivePath, installPath);
         if (rateLimited) job.bytesPerSecond = std::max(bytesPerSecond, kLeastRate);
-        // What is buffered has to last; what a run fetches is unpacked, checked and removed by that run.
+        // A buffered archive must survive a power loss; one for a run is unpacked, checked and removed by
+        // that run.
         job.durable = rateLimited;
         const auto client = clients().lend();
         switch (zelor::agent::PatchDownload(std::move(job), policyInForce(), *client).run()) {

@@ -43,7 +43,7 @@ struct HttpHead {
 struct HttpRequest {
     std::string url;                   ///< http or https
     std::vector<std::string> headers;  ///< "Name: value"
-    std::uint64_t bytesPerSecond = 0;  ///< 0: as fast as it goes
+    std::uint64_t bytesPerSecond = 0;  ///< 0: no limit
     HttpLimits limits;
     /// Asked several times a second; true ends the transfer as overdue.
     std::function<bool()> overdue;
@@ -55,7 +55,7 @@ struct HttpRequest {
 
 /// How a request ended.
 enum class HttpOutcome {
-    answered,     ///< a whole answer of any status
+    answered,     ///< a complete answer of any status
     stopped,      ///< a callback ended it
     interrupted,  ///< the boost::thread was asked to stop; the request stays pending on the thread
     overdue,      ///< its time was up
@@ -63,7 +63,7 @@ enum class HttpOutcome {
     permanent     ///< another attempt would end the same way
 };
 
-/// The end of a request. `head` is empty when there was no answer.
+/// The result of a request. `head` is empty when there was no answer.
 struct HttpResult {
     HttpOutcome outcome = HttpOutcome::permanent;
     HttpHead head;
@@ -71,9 +71,9 @@ struct HttpResult {
 };
 
 /// Makes HTTP transfers one after the other and keeps its connections open in between. TLS certificates are
-/// verified; a redirect leads neither to another scheme than http and https nor from https to http; neither
-/// proxies nor anything else is taken from the environment. One thread at a time; an interrupted
-/// boost::thread comes back from `perform` well within a second.
+/// verified; redirects to schemes other than http and https, and from https to http, are refused; proxies and
+/// other settings in the environment are ignored. One thread at a time; `perform` returns well within a
+/// second when its boost::thread is interrupted.
 class HttpClient {
   public:
     HttpClient();
@@ -81,7 +81,7 @@ class HttpClient {
     HttpClient(const HttpClient&) = delete;
     HttpClient& operator=(const HttpClient&) = delete;
 
-    /// Does not throw but for what a callback throws.
+    /// Blocks until the end of the request. Throws only what a callback throws.
     HttpResult perform(const HttpRequest& request);
 
   private:
@@ -91,13 +91,13 @@ class HttpClient {
 /// Lends clients, so that threads share open connections without sharing a client. Any thread.
 class HttpClientPool {
   public:
-    /// Gives a client back to the pool at the end of its lease.
+    /// Returns a client to the pool at the end of its lease.
     struct Return {
         HttpClientPool* pool = nullptr;
-        /// Puts the client back into `pool`, which must be set.
+        /// Returns the client to `pool`, which must be set.
         void operator()(HttpClient* client) const;
     };
-    /// A client for one thread, given back when it is destroyed.
+    /// A client for one thread, returned to the pool when the lease is destroyed.
     using Lease = std::unique_ptr<HttpClient, Return>;
 
     /// An idle client, or a new one. The pool must outlive the lease.
@@ -108,10 +108,10 @@ class HttpClientPool {
     std::vector<std::unique_ptr<HttpClient>> idle_ ZELOR_GUARDED_BY(mutex_);
 };
 
-/// `url` without the user name and password that it may hold, for messages.
+/// `url` without user name and password, for messages.
 std::string withoutCredentials(const std::string& url);
 
-/// True when the boost::thread is interrupted, or when who called the agent wants the call to end early.
+/// True when the boost::thread is interrupted, or when the agent's caller wants the call to end early.
 bool stopRequested();
 
 /// Sleeps; false at once when a stop is requested.

@@ -34,7 +34,7 @@ HeaderList headerList(const std::vector<std::string>& headers) {
     for (const std::string& header : headers) {
         curl_slist* longer = curl_slist_append(list.get(), header.c_str());
         if (longer == nullptr) throw std::bad_alloc();
-        // The list's head stays where it is once there is one.
+        // Appending does not change the list's head once there is one.
         (void)list.release();
         list.reset(longer);
     }
@@ -63,7 +63,7 @@ HttpOutcome outcomeOf(CURLcode code) {
     }
 }
 
-/// Keeps what the kernel takes from the network ahead of us small beside the rate.
+/// Keeps the kernel's receive buffer small in relation to the rate.
 int limitWindow(void* closure, curl_socket_t socket, curlsocktype /*purpose*/) {
     const int bytes = *static_cast<const int*>(closure);
     (void)setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
@@ -131,7 +131,7 @@ class Transfer {
         set(easy_, CURLOPT_WRITEFUNCTION, &Transfer::onBody);
         set(easy_, CURLOPT_WRITEDATA, this);
 #if LIBCURL_VERSION_NUM >= 0x075700
-        set(easy_, CURLOPT_QUICK_EXIT, 1L);  // an interruption does not wait for a slow name server
+        set(easy_, CURLOPT_QUICK_EXIT, 1L);  // an interruption must not wait for a slow name server
 #endif
         setUpRate();
     }
@@ -149,7 +149,7 @@ class Transfer {
             std::clamp<std::uint64_t>(rate / kWindowsPerSecond, kLeastWindow, 4 * kLargestBuffer));
         set(easy_, CURLOPT_SOCKOPTFUNCTION, &limitWindow);
         set(easy_, CURLOPT_SOCKOPTDATA, &window_);
-        // The window is set as a connection is made, and is wrong for any other transfer.
+        // The window is set when the connection is made, and would be wrong for any other transfer.
         set(easy_, CURLOPT_FRESH_CONNECT, 1L);
         set(easy_, CURLOPT_FORBID_REUSE, 1L);
     }
@@ -240,7 +240,7 @@ class Transfer {
     static std::size_t onBody(char* data, std::size_t one, std::size_t count, void* self) {
         auto* transfer = static_cast<Transfer*>(self);
         const std::string_view piece(data, one * count);
-        // One round of libcurl may read many buffers; each waits for its time.
+        // One call of libcurl may read many buffers; each of them is paced.
         if (transfer->pacer_.due() > Clock::now()) {
             transfer->paused_ = true;
             return CURL_WRITEFUNC_PAUSE;
@@ -254,7 +254,7 @@ class Transfer {
     bool takeHeader(std::string_view line) {
         countBytes(line.size());
         headBytes_ += line.size();
-        if (headBytes_ > kHeadBytesLimit) return false;  // a server may go on with them for ever
+        if (headBytes_ > kHeadBytesLimit) return false;  // a server may send headers for ever
         if (headEnded_) return true;                     // a trailer
         if (line.substr(0, 5) == "HTTP/") {
             head_ = {};
@@ -282,7 +282,7 @@ class Transfer {
         return isRedirect(head_.status) || !request_.onHead || request_.onHead(head_);
     }
 
-    /// Reads a short error page to its end, so that the connection can be used again.
+    /// Reads a short error page to its end, so that the connection can be reused.
     std::size_t discard(std::size_t size) {
         discarded_ += size;
         return discarded_ > kDiscardLimit ? 0 : size;
@@ -305,8 +305,8 @@ class Transfer {
     std::vector<char> error_ = std::vector<char>(CURL_ERROR_SIZE);
     int window_ = 0;
     CURLM* multi_;
-    // Not used a second time: libcurl before 8.0 follows a pointer into the handle's previous answer when the
-    // next one begins with a folded header.
+    // Not reused: libcurl before 8.0 follows a pointer into the handle's previous answer when the next one
+    // begins with a folded header.
     std::unique_ptr<CURL, base::Deleter<curl_easy_cleanup>> owned_{curl_easy_init()};
     CURL* easy_ = owned_.get();
     HttpHead head_;

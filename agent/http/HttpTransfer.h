@@ -17,8 +17,8 @@ struct HttpHandles {
     std::unique_ptr<CURLM, base::Deleter<curl_multi_cleanup>> multi{curl_multi_init()};
 };
 
-/// Makes one request of `url`, whatever `request.url` says, and follows no redirect: where the answer is one,
-/// its target is left in `redirect`. Throws what a callback throws, std::bad_alloc and std::runtime_error.
+/// Makes one request for `url`, ignoring `request.url`, and follows no redirect: if the answer is one, sets
+/// `redirect` to its target. Throws what a callback throws, std::bad_alloc and std::runtime_error.
 HttpResult transferOnce(HttpHandles& handles, const HttpRequest& request, const std::string& url,
                         std::string& redirect);
 

@@ -28,8 +28,8 @@ void appendEscaped(std::string& out, unsigned char byte) {
     }
 }
 
-/// Not so: control characters, line and paragraph separators, marks that reorder text, bytes that are not
-/// UTF-8.
+/// False for control characters, line and paragraph separators, marks that reorder text, and bytes that are
+/// not UTF-8.
 bool showsAsItIs(char32_t code) {
     if (code < 0x80) return code >= 0x20 && code != 0x7f;
     return code >= 0xa0 && code != 0x2028 && code != 0x2029 && code != base::kInvalidCharacter &&

@@ -35,8 +35,7 @@ class LineLayout : public log4cpp::Layout {
     }
 };
 
-/// A rolling file that the commands an agent starts do not inherit. An error that does not fit on the disk
-/// goes to standard error.
+/// A rolling file that commands do not inherit. An error line that cannot be written goes to standard error.
 class LogFile : public log4cpp::RollingFileAppender {
   public:
     explicit LogFile(const std::string& path)
@@ -55,7 +54,7 @@ class LogFile : public log4cpp::RollingFileAppender {
             const off_t size = ::lseek(_fd, 0, SEEK_END);
             if (size >= static_cast<off_t>(kFileBytesLimit)) rollOver();
         } catch (const std::exception&) {
-            // log4cpp lets nothing through: better a line less than no process.
+            // log4cpp catches nothing: losing a line is better than ending the process.
             return;
         }
     }
@@ -73,11 +72,11 @@ Priority::Value priorityOf(zelor::agent::LogLevel level) {
     return level == zelor::agent::LogLevel::info ? Priority::INFO : Priority::DEBUG;
 }
 
-/// What the log writes to; log4cpp guards the category itself.
+/// The outputs of the log; log4cpp guards the category itself.
 class Outputs {
   public:
     static Outputs& instance() {
-        // Kept to the very end of the process: a run's thread may outlive main().
+        // Never destroyed: a run's thread may outlive main().
         static Outputs& outputs = *new Outputs;
         return outputs;
     }
@@ -116,7 +115,7 @@ class Outputs {
         settings->reportProblems([this](const std::string& line) { category_.error(line); });
     }
 
-    /// Opens the log file; the text of what went wrong otherwise.
+    /// Opens the log file; returns what went wrong, "" when nothing did.
     std::string attach(const std::string& path) ZELOR_REQUIRES(mutex_) {
         const auto slash = path.rfind('/');
         const bool directory = zelor::base::makeDirectories(path.substr(0, slash));
@@ -134,7 +133,7 @@ class Outputs {
         return "";
     }
 
-    /// Standard error shows what was asked for, and errors at least while there is no file.
+    /// Standard error shows the level asked for, and at least errors while there is no file.
     std::optional<Priority::Value> standardErrorLevel() const ZELOR_REQUIRES(mutex_) {
         return file_ == nullptr ? std::max(verbose_.value_or(kErrorsOnly), kErrorsOnly) : verbose_;
     }

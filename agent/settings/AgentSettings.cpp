@@ -20,12 +20,12 @@ namespace {
 
 constexpr std::size_t kIniBytesLimit = 1U << 20U;
 
-// A file that is something else altogether has thousands.
+// A file that is not an ini file at all may have thousands.
 constexpr std::size_t kWarningsLimit = 20;
 
 /// The tree of a well-formed ini text; throws std::runtime_error otherwise.
 boost::property_tree::ptree readTree(const std::string& iniFile) {
-    // Managed machines often link their configuration into place, so a link is followed here.
+    // On managed machines, configuration files are often symbolic links, so a link is followed here.
     std::istringstream text(base::readBounded(iniFile, kIniBytesLimit, base::Links::follow));
     boost::property_tree::ptree tree;
     try {
@@ -70,7 +70,7 @@ struct Cache {
 };
 
 std::shared_ptr<const AgentSettings> cachedUnreported(const std::string& iniFile) {
-    // Kept to the very end of the process: a run's thread may outlive main().
+    // Never destroyed: a run's thread may outlive main().
     static Cache& cache = *new Cache;
     const base::FileStamp stamp = base::stampOf(iniFile);
     const base::MutexLock lock(cache.mutex);
@@ -118,7 +118,7 @@ void AgentSettings::take(const SettingEntry& known, std::string value) {
         std::string line = "[AgentSettings] " + iniFile_ + ": " + known.name();
         line.append(" = \"").append(value).append("\" ").append(usable.error().text);
         line.append("; taking the default \"").append(known.fallback).append("\"");
-        // The log works at any level.
+        // The log works at any level, so this is only a warning.
         (known.type == SettingType::level ? warnings_ : problems_).push_back(line);
         value.clear();
     }

@@ -21,7 +21,7 @@ struct Instances {
 }  // namespace
 
 ConfigurationManager* ConfigurationManager::GetInstance(std::string configFile) {
-    // Kept to the very end of the process: a run's thread may outlive main().
+    // Never destroyed: a run's thread may outlive main().
     static Instances& instances = *new Instances;
     const zelor::base::MutexLock lock(instances.mutex);
     auto& instance = instances.byFile[configFile];

@@ -11,10 +11,10 @@ namespace zelor::agent {
 
 namespace {
 
-/// Longer names are nobody's typing error.
+/// Longer names are not typing errors.
 constexpr std::size_t kNameBytesLimit = 64;
 
-/// Different enough to be another word altogether?
+/// Whether two words are so similar that one may be a misspelling of the other.
 bool isNear(const std::string& one, const std::string& other, std::size_t distance) {
     return distance * 3 <= std::max(one.size(), other.size());
 }
@@ -34,7 +34,7 @@ LogLevel levelOf(const std::string& value) {
 const std::vector<SettingEntry>& settingsTable() {
     using S = Settings;
     using T = SettingType;
-    // Kept to the very end of the process: a run's thread may outlive main().
+    // Never destroyed: a run's thread may outlive main().
     static const auto& table = *new std::vector<SettingEntry>{
         {"ScanManager", "ProfileId", T::text, "",
          "Name of the operating-system profile that the scanner works with.", &S::profileId},
@@ -131,7 +131,7 @@ std::string nearestKey(const std::string& section, const std::string& key) {
     std::size_t least = 0;
     for (const SettingEntry& entry : settingsTable()) {
         const std::size_t distance = base::editDistance(key, entry.key);
-        // Of two that are spelt alike, the one of the section that was meant.
+        // Of two equally similar keys, the one in the given section is nearer.
         const std::size_t cost = 2 * distance + (section == entry.section ? 0 : 1);
         if (!isNear(key, entry.key, distance) || (!nearest.empty() && cost >= least)) continue;
         nearest = std::string("[") + entry.section + "] " + entry.key;

@@ -8,8 +8,8 @@
 #include "agent/AgentSettings.h"
 #include "base/Result.h"
 
-/// The one list of what the agent's ini file may hold: the reader, `status`, the documentation's test and the
-/// fuzz target work through it.
+/// The list of everything that the agent's ini file may hold: the reader, `status`, the test of the
+/// documentation and the fuzz target use it.
 namespace zelor::agent {
 
 /// What a setting's text must be: anything, an absolute path, a decimal number, true or false, a log level.
@@ -25,22 +25,22 @@ struct SettingEntry {
     std::variant<std::string Settings::*, std::uint32_t Settings::*, bool Settings::*, LogLevel Settings::*>
         field;
 
-    /// "Section.Key"
+    /// The setting's name as "Section.Key".
     std::string name() const { return std::string(section) + '.' + key; }
 };
 
-/// In documented order. Any thread.
+/// All settings in documented order. Any thread.
 const std::vector<SettingEntry>& settingsTable();
 
-/// Why `value`, which is not empty, cannot be used for a setting of this type; "" when it can.
+/// Fails, with the reason, when `value`, which is not empty, cannot be used for a setting of this type.
 base::Check checkValue(SettingType type, const std::string& value);
 
-/// Stores a usable value in its field; a path goes below the system root.
+/// Stores a usable value in its field; a path is put below the system root.
 void storeValue(const SettingEntry& entry, const std::string& value, Settings& settings);
 
 /// Whether the table has that key; the case of letters counts.
 bool isKnownKey(const std::string& section, const std::string& key);
-/// The known key that is spelt most like this one, as "[Section] Key"; "" when none is near.
+/// The known key with the most similar spelling, as "[Section] Key"; "" when none is near.
 std::string nearestKey(const std::string& section, const std::string& key);
 
 }  // namespace zelor::agent

@@ -16,6 +16,7 @@ struct FileDigest {
     std::string sha256;  ///< 64 lower-case hexadecimal digits
     std::uint64_t length = 0;
 
+    /// True when digest and length are the same.
     bool operator==(const FileDigest& other) const {
         return sha256 == other.sha256 && length == other.length;
     }
@@ -30,6 +31,7 @@ class Sha256 {
   public:
     Sha256();
 
+    /// Appends to what is hashed.
     void add(std::string_view bytes);
     /// How many bytes were added.
     std::uint64_t length() const { return length_; }

@@ -32,7 +32,7 @@ using Key = std::shared_ptr<EVP_PKEY>;
 using Certificate = std::unique_ptr<X509, base::Deleter<X509_free>>;
 using KeyContext = std::unique_ptr<EVP_PKEY_CTX, base::Deleter<EVP_PKEY_CTX_free>>;
 
-/// Stands for a pass phrase that nobody is there to type; without it OpenSSL would ask on the terminal.
+/// Refuses to give a pass phrase; without this callback, OpenSSL would ask for it on the terminal.
 int noPassPhrase(char* /*buffer*/, int /*size*/, int /*writing*/, void* /*data*/) {
     return -1;
 }
@@ -54,11 +54,11 @@ Key decodeKey(const std::string& pem) {
     return key;
 }
 
-/// The key that was used last: OpenSSL takes several times as long to decode one as to check a signature.
+/// The key that was used last: decoding a key takes OpenSSL several times as long as checking a signature.
 class LastKey {
   public:
     static LastKey& instance() {
-        // Kept to the very end of the process: a run's thread may outlive main().
+        // Never destroyed: a run's thread may outlive main().
         static LastKey& last = *new LastKey;
         return last;
     }
@@ -86,7 +86,7 @@ Key readKey(const std::string& keyFile) {
             "everybody can write to the key file " + keyFile +
             ", so nothing is trusted; make sure of it and take that right away (chmod o-w)");
     }
-    // The file is read each time: a key that was exchanged holds at once.
+    // The file is read each time, so that a replaced key is used at once.
     Key key = LastKey::instance().get(base::readBounded(keyFile, kKeyBytesLimit));
     if (!key) throw std::runtime_error(keyFile + " holds neither a PEM public key nor a PEM certificate");
     return key;

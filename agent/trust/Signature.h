@@ -18,9 +18,8 @@ struct SignatureVerdict {
 /// certificate) in `keyFile`; RSA and EC keys.
 SignatureVerdict verifyBytes(std::string_view data, std::string_view signature, const std::string& keyFile);
 
-/// The same for a file (streamed, never held in memory) or a bundle directory (by its manifest, of either
-/// version), with the signature in `signatureFile`. A file that begins as a manifest does is refused: its
-/// signature is a bundle's.
+/// The same for a file (streamed, never in memory as a whole) or a bundle directory (by its manifest), with
+/// the signature in `signatureFile`.
 SignatureVerdict verifyPath(const std::string& path, const std::string& signatureFile,
                             const std::string& keyFile);
 

@@ -7,10 +7,10 @@
 namespace zelor::authoring {
 
 /// A warning for each ERI id that was published with another file before: a machine that has recorded the id
-/// counts it as installed and never applies the new file. The manifest's files must have been read.
+/// treats it as installed and never applies the new file. The manifest's files must have been read.
 Findings changedFileFindings(const Manifest& manifest, const PublishState& published);
 
-/// Notes the file of each of the manifest's ERIs, for the next publication to compare with.
+/// Records the file of each of the manifest's ERIs, for the next publication to compare with.
 void noteFiles(const Manifest& manifest, PublishState& state);
 
 }  // namespace zelor::authoring

@@ -7,20 +7,20 @@
 #include "authoring/Finding.h"
 #include "authoring/manifest/ContentEntry.h"
 
-/// Findings on what content says and on the names in it, before any file is looked at.
+/// Findings on what content says and on the names in it; reads no files.
 namespace zelor::authoring {
 
 /// On one entry: identifier, CREs that compete for a request, ERIs that can never be applied, names of
 /// patches.
 Findings entryFindings(const ContentEntry& entry);
 
-/// Between entries: identifiers and ERI ids that are duplicated.
+/// Across entries: identifiers and ERI ids that are duplicated.
 Findings repetitionFindings(const std::vector<ContentEntry>& entries);
 
 /// The place of one ERI, for findings.
 std::string placeOf(const ContentEntry& entry, const ContentEri& eri);
 
-/// On the id of one patch. `script`: it belongs to a configuration, so that no installer has to take it.
+/// On the id of one patch. `script`: it belongs to a configuration, so no installer has to accept it.
 Findings patchNameFindings(const std::string& place, const std::string& patchId, bool script);
 
 /// One for each name that is contained in another: the list of buffered patches cannot distinguish them.

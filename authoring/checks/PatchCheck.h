@@ -15,9 +15,9 @@ struct PatchUse {
     bool script = false;
 };
 
-/// Findings on one published patch, against everything that content says of it: the archive is there and can
-/// be unpacked safely, holds the patch with its signature and nothing else, and has the size and MD5
-/// announced; a script can be parsed.
+/// Findings on one published patch, compared with everything that content says about it: the archive exists
+/// and can be unpacked safely, holds the patch with its signature and nothing else, and has the announced
+/// size and MD5; a script can be parsed.
 Findings patchFindings(const std::string& repository, const std::string& keyFile, const std::string& patchId,
                        const std::vector<PatchUse>& uses);
 

@@ -34,15 +34,15 @@ struct ContentCre {
 
 /// The content of one CVE or CCE identifier.
 struct ContentEntry {
-    std::string place;  ///< where it is, for findings
+    std::string place;  ///< where it was read, for findings
     std::string identifier;
     std::vector<ContentCre> cres;
 };
 
-/// True when the system's own updater installs it, without a file from the repository.
+/// True when the system's updater installs it, without a file from the repository.
 bool isOsRemediation(const ContentEri& eri);
 
-/// True when a bundle on its disk image is run with its own installer.
+/// True when the bundle on its disk image is installed by its own installer, not copied.
 bool usesBundleInstaller(const ContentEri& eri);
 
 }  // namespace zelor::authoring

@@ -10,7 +10,7 @@
 
 namespace zelor::authoring {
 
-/// A patch that a manifest asks to publish.
+/// A patch to publish.
 struct ManifestPatch {
     std::string place;
     std::string identifier;
@@ -29,18 +29,18 @@ struct Manifest {
     std::set<std::string> unread;  ///< the places of entries that have a field which could not be read
 };
 
-/// Reads a manifest; relative files are taken below `directory`. Each field that is unknown, of the wrong
+/// Parses a manifest; relative file names are below `directory`. Each field that is unknown, of the wrong
 /// type or missing is a finding that names entry and field. `place` names the manifest in findings.
 Manifest parseManifest(const std::string& json, const std::string& directory, const std::string& place,
                        Findings& findings);
 
 /// The findings on a manifest's entries: names, identifiers, sizes, files that are missing or of the wrong
-/// kind, and patches that would collide. Of an entry that could not be read whole only its files are looked
-/// at: the rest would be misleading. Reads no file but the beginning of packages.
+/// kind, and patches that would collide. Of an entry that could not be read as a whole, only the files are
+/// checked: other findings would be misleading. Reads no files, except the beginning of packages.
 Findings manifestFindings(const Manifest& manifest);
 
-/// Reads every file, keeps its digests with the patch, and returns what is wrong with it: not readable, not
-/// the MD5 that the manifest gives, a script that bash cannot parse. Missing files are no findings here.
+/// Reads every file, keeps its digests with the patch, and returns what is wrong with it: it cannot be read,
+/// its MD5 is not the manifest's, bash cannot parse the script. Missing files are not findings here.
 /// `published`: hexadecimal SHA-256 of files that were published before; those scripts are not parsed again.
 Findings sourceFindings(Manifest& manifest, const std::set<std::string>& published);
 

@@ -8,23 +8,27 @@
 
 namespace zelor::authoring {
 
-/// Takes the fields out of one object of a manifest; each that is wrong becomes a finding at `place`.
+/// Reads the fields of one object of a manifest; each that is wrong becomes an error at `place`.
 class ManifestFields {
   public:
+    /// `object` and `findings` outlive this; `place` names the object in findings.
     ManifestFields(const nlohmann::json& object, std::string place, Findings& findings)
         : object_(object), place_(std::move(place)), findings_(findings) {}
 
+    /// The place of its findings; whether the object has a field, of whatever type.
     const std::string& place() const { return place_; }
     bool has(const char* field) const { return object_.contains(field); }
 
     /// The text of a field, "" when it is left out. A text with control characters other than line ends and
     /// tabs, or with blanks around it, is a finding.
     std::string text(const char* field);
+    /// The value of a true-or-false field, false when it is left out.
     bool flag(const char* field);
-    /// The objects of a list field.
+    /// The objects of a list field, none when it is left out; an empty list is a finding.
     std::vector<nlohmann::json> list(const char* field);
+    /// Adds an error at `place`.
     void report(const std::string& what, const std::string& remedy) const;
-    /// Every field that is none of `known` is a finding.
+    /// Every field that is not in `known` is a finding.
     void refuseOthers(const std::set<std::string>& known) const;
 
   private:

@@ -9,14 +9,15 @@
 
 namespace zelor::authoring {
 
+/// How to read a manifest.
 struct ManifestUse {
     std::string identifier;  ///< read only what the manifest says of this one; "": everything
     PublishState published;  ///< what the repository holds, to compare with
     bool strict = false;     ///< refuse warnings as well
 };
 
-/// Reads a manifest file and the files that it names for publishing, and prints the findings on standard
-/// error, all at once. Throws UsageError when it cannot be read, has errors, or does not name the identifier.
+/// Reads a manifest file and the files that it publishes, and prints all findings on standard error. Throws
+/// UsageError when it cannot be read, has errors, or does not name the identifier.
 Manifest readManifest(const std::string& path, const ManifestUse& use = {});
 
 /// The identifiers that a manifest file names; nothing when it cannot be read.

@@ -8,21 +8,22 @@
 
 namespace zelor::authoring {
 
-/// The content/ directory of a repository. Changes are collected and then shown all at once: a complete next
-/// directory (what stays is hard-linked) is exchanged with the old one in one step. Where the file system
-/// cannot do that, each file is renamed into place, signature first.
+/// The content/ directory of a repository. Changes are collected and then appear all at once: a complete new
+/// directory (unchanged files are hard links) is exchanged with the old one in one step. Where the file
+/// system cannot do that, each file is renamed into place, its signature first.
 class ContentDirectory {
   public:
+    /// Removes what an interrupted `commit` left; the directory may be missing. Throws when it cannot.
     explicit ContentDirectory(const std::string& repository);
 
-    /// Collects a content file and its signature. False when exactly this, signed by this key, is there
-    /// already.
+    /// Collects a content file and its signature. False when the directory already has this file, signed by
+    /// this key.
     bool put(const std::string& identifier, const std::string& xml, const SigningKey& key);
     /// Collects the removal of a content file and its signature.
     void withdraw(const std::string& identifier);
     /// The identifiers that have content now.
     std::set<std::string> identifiers() const;
-    /// Shows what was collected; nothing happens when that is nothing. Throws std::runtime_error.
+    /// Makes the collected changes, if any. Throws std::runtime_error.
     void commit();
 
   private:

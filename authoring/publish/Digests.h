@@ -18,13 +18,14 @@ struct Digests {
 /// How content gives them.
 agent::FileDigest fileDigest(const Digests& digests);
 
+/// Of bytes in memory.
 Digests digestsOfText(std::string_view text);
 
 /// Reads the file once, in pieces. Throws std::runtime_error naming the path and the cause.
 Digests digestsOfFile(const std::string& path);
 
-/// The digests of a patch to publish: of a file its own bytes, of a bundle directory its manifest.
-/// `directory`, when given, is set to which it is. A symbolic link is followed. Throws std::runtime_error.
+/// The digests of a patch to publish: of a file's bytes, or of a bundle directory's manifest. `directory`,
+/// when given, is set to whether it is a directory. A symbolic link is followed. Throws std::runtime_error.
 Digests digestsOfSource(const std::string& path, bool* directory = nullptr);
 
 }  // namespace zelor::authoring

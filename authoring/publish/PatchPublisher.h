@@ -24,16 +24,16 @@ struct PatchFacts {
 /// Writes patches/<stem>.zip with its signature inside, and patches/<stem>.sig beside it.
 class PatchPublisher {
   public:
-    /// `state` is read and brought up to date.
+    /// `key` and `state` outlive the object; `state` is read and updated.
     PatchPublisher(const std::string& repository, const SigningKey& key, PublishedPatches& state);
 
-    /// Writes the patch's archive; `commit` shows it. An archive that is there as this key published it
-    /// from the same bytes is left alone. With `omitArchive` none is written. Throws std::runtime_error, also
-    /// when the source is no longer what was read with the manifest.
+    /// Writes the patch's archive, which appears with `commit`. An archive that this key published from the
+    /// same bytes and that is unchanged is not written again; with `omitArchive`, none is written. Throws
+    /// std::runtime_error, also when the source has changed since it was read with the manifest.
     PatchFacts publish(const ManifestPatch& patch);
-    /// True when so much waits to be shown that it should be.
+    /// True when so much has been written since the last `commit` that it should be called now.
     bool groupIsFull() const;
-    /// Shows the archives written since the last call; `shown` gets the patch id of each.
+    /// Makes the archives written since the last call appear; calls `shown` with the patch id of each.
     void commit(const std::function<void(const std::string&)>& shown);
 
   private:

@@ -7,7 +7,7 @@
 
 namespace zelor::authoring {
 
-/// How one archive was published: from what, with which key, and what the repository then held.
+/// How one archive was published: from what, with which key, and which files that left in the repository.
 struct PublishedPatch {
     std::string source;        ///< hexadecimal SHA-256 of what was signed
     std::string key;           ///< fingerprint
@@ -16,10 +16,11 @@ struct PublishedPatch {
     std::string archiveSha256{};    ///< hexadecimal; "" when it was published by an earlier version
     std::int64_t unnamedSince = 0;  ///< seconds since 1970; 0 while content names it
 
-    /// True when the same was published: source, key and stamps.
+    /// Compares what was published; ignores `unnamedSince`.
     bool operator==(const PublishedPatch& other) const;
 };
 
+/// Published archives by patch id.
 using PublishedPatches = std::map<std::string, PublishedPatch>;
 
 /// What a repository holds, as its publications left it.
@@ -31,14 +32,15 @@ struct PublishState {
     std::map<std::string, std::string> eris;
 };
 
-/// The state's place in a repository.
+/// The path of a repository's state file.
 std::string publishStateFile(const std::string& repository);
 
 /// "BYTES-SECONDS.NANOSECONDS" of size and modification time; "" when there is no such regular file.
 std::string fileStamp(const std::string& path);
 
-/// A missing or damaged state reads as an empty one: everything is then written anew.
+/// Reads a state file; a missing or damaged one gives an empty state, and everything is written again.
 PublishState readPublishState(const std::string& path);
+/// Replaces the state file. Throws std::runtime_error that names it.
 void writePublishState(const std::string& path, const PublishState& state);
 
 /// Notes which published archives no content names any more, and removes those that nobody has named for a

@@ -8,10 +8,11 @@
 
 namespace zelor::authoring {
 
+/// Where and how a manifest is published.
 struct Publication {
     std::string repository;
     std::string manifest;  ///< names the manifest among those that share the repository: its full path
-    bool only = false;     ///< the repository is to hold nothing but this manifest
+    bool only = false;     ///< withdraw all content that this manifest does not name
     bool prune = false;    ///< remove archives that no content names at once, not a day later
 };
 
@@ -25,13 +26,13 @@ struct PublishSummary {
     std::size_t entriesWithdrawn = 0;
 };
 
-/// Publishes a manifest without errors into the repository. Archives come first, each complete under its name
-/// at once and carrying its own signature; then all content changes in one step, so that nobody sees content
-/// whose archives are not there yet, nor an entry without its signature. In that step goes also what this
-/// manifest published before and names no more; what other manifests published stays. Archives that it
-/// published and no content names are removed a day after, when no run that read the old content is under way
-/// any more. What is unchanged is not written. `report` gets a line for each file. One publication at a time:
-/// throws UsageError when another is under way, std::runtime_error when something cannot be read or written.
+/// Publishes a manifest without errors to the repository. Archives come first, each appearing complete, with
+/// its signature inside; then all content changes in one step, so that nobody sees content whose archives are
+/// missing, nor an entry without its signature. The same step withdraws what this manifest published before
+/// and no longer names; what other manifests published stays. Archives that it published and no content names
+/// are removed a day later, when no run that read the old content is in progress any more. Unchanged files
+/// are not written. `report` gets a line for each file. One publication at a time: throws UsageError while
+/// another is in progress, std::runtime_error when something cannot be read or written.
 PublishSummary publish(Manifest manifest, const SigningKey& key, const Publication& publication,
                        const std::function<void(const std::string&)>& report);
 

@@ -10,15 +10,16 @@ namespace zelor::authoring {
 /// when it is not there.
 std::string siblingProgram(const std::string& name);
 
-/// A file that is there for as long as this object; what was there before is put aside meanwhile, also
-/// when an earlier object's process was killed.
+/// A file that exists as long as this object. A file that was there before is moved aside and restored at the
+/// end, even when the process of an earlier object was killed.
 class PlacedFile {
   public:
+    /// Writes `text` to `path`. Throws when that or moving an existing file aside fails.
     PlacedFile(std::string path, const std::string& text);
     ~PlacedFile();
     PlacedFile(const PlacedFile&) = delete;
     PlacedFile& operator=(const PlacedFile&) = delete;
-    /// Leaves the file where it is.
+    /// Leaves the file in place.
     void keep() { kept_ = true; }
 
   private:
@@ -27,26 +28,29 @@ class PlacedFile {
     bool kept_ = false;
 };
 
+/// Which Mac to use, or how to make one.
 struct RehearsalMacOptions {
-    std::string tools;                 ///< an existing tools directory; "" makes one
-    std::string root;                  ///< the disk of a new Mac; "" takes one in the scratch directory
-    std::string version;               ///< of a new Mac's system
+    std::string tools;                 ///< an existing tools directory; "": make one
+    std::string root;                  ///< the disk of a new Mac; "": one in the scratch directory
+    std::string version;               ///< of the system of a new Mac
     std::vector<std::string> updates;  ///< labels that a new Mac is offered
 };
 
-/// A rehearsal Mac, made by zelor-rehearsal or taken as it is, with an agent's settings for one repository.
+/// A rehearsal Mac, made by zelor-rehearsal or existing, with an agent's settings for one repository.
 class RehearsalMac {
   public:
-    /// Throws UsageError when the order cannot be carried out.
+    /// Uses or makes the Mac; the tools directory of a new one is below `scratch`. Throws UsageError when
+    /// that is not possible.
     RehearsalMac(const std::string& scratch, const RehearsalMacOptions& options);
 
+    /// The tools directory; the directory that is its disk; its system.
     const std::string& tools() const { return tools_; }
     const std::string& root() const { return root_; }
     const std::string& system() const { return system_; }  ///< "Mac OS X 10.10.5"
 
-    /// Makes its agent use the repository at `url` and trust the public key, until this object ends.
+    /// Makes its agent use the repository at `url` and trust the public key, until this object is destroyed.
     void configure(const std::string& url, const std::string& publicPem);
-    /// Lets the settings stay.
+    /// Keeps these settings beyond the object's life.
     void keepSettings();
 
   private:

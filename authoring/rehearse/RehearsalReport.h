@@ -13,9 +13,11 @@ std::map<std::string, std::string> requestsFor(const ContentEntry& entry);
 /// Path below a rehearsal Mac's root to what distinguishes one state of that file from another; the agent's
 /// own directories are left out.
 using DiskState = std::map<std::string, std::string>;
+/// The state of the disk at `root` now.
 DiskState diskState(const std::string& root);
 
-/// What happened between two states, a line for each file, at most `limit` of them, and how many there were.
+/// The differences of two states: a line for each file, at most `limit` of them, and how many there are in
+/// all.
 std::string diskChanges(const DiskState& before, const DiskState& after, std::size_t limit);
 
 /// The last lines of a text file, indented, without control characters; "" when there is none.

@@ -5,30 +5,30 @@
 
 namespace zelor::authoring {
 
-/// Where a program runs so that nothing but a rehearsal Mac can be changed: user, mount and process
-/// namespaces of its own, made by bubblewrap. The Mac's disk is the root there, so that absolute paths lead
-/// to it. The directories of this machine that a Mac's disk does not have, and those of the system (/usr,
-/// /bin, /lib), are there to be read. /tmp is empty and forgotten at the end.
+/// A sandbox in which a program can change nothing but a rehearsal Mac: new user, mount and process
+/// namespaces, made by bubblewrap. The Mac's disk is its root directory, so absolute paths lead to the disk.
+/// Directories of this machine that the Mac's disk lacks, and those of the system (/usr, /bin, /lib), are
+/// read-only there. /tmp is empty and discarded at the end.
 struct SandboxOptions {
     std::string disk;                   ///< the rehearsal Mac's root, canonical
     std::vector<std::string> writable;  ///< further directories, absolute
-    std::vector<std::string> readable;  ///< the same, to be read alone; what is writable may lie below
+    std::vector<std::string> readable;  ///< the same, read-only; writable ones may be below them
 };
 
-/// Why no sandbox can be made on this machine, "" when one can: tries one.
+/// Tries to make a sandbox. Returns why none can be made on this machine, "" when one can.
 std::string whyNoSandbox();
 
-/// Runs commands in one sandbox. The mount points that its disk lacks are there for as long as this object.
+/// Runs commands in one sandbox. Mount points that the disk lacks exist as long as this object.
 class Sandbox {
   public:
-    /// Throws UsageError when something on the disk is in the way of a mount point.
+    /// Makes the missing mount points. Throws UsageError when a file on the disk is in the place of one.
     explicit Sandbox(SandboxOptions options);
     ~Sandbox();
     Sandbox(const Sandbox&) = delete;
     Sandbox& operator=(const Sandbox&) = delete;
 
-    /// The words that run `command` inside; the first is a path. The program outside ignores SIGINT, SIGTERM
-    /// and SIGHUP, so that they may be sent to the whole process group for the command to handle.
+    /// The argument vector that runs `command` inside; its first word is a path. The program outside ignores
+    /// SIGINT, SIGTERM and SIGHUP: send them to the whole process group, and the command handles them.
     std::vector<std::string> words(const std::vector<std::string>& command) const;
 
   private:

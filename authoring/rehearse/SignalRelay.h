@@ -12,15 +12,15 @@
 
 namespace zelor::authoring {
 
-/// A command was ended by SIGINT, SIGTERM or SIGHUP.
+/// Thrown when SIGINT, SIGTERM or SIGHUP ends a command.
 class Interrupted : public std::runtime_error {
   public:
     Interrupted() : std::runtime_error("interrupted") {}
 };
 
-/// Holds SIGINT, SIGTERM and SIGHUP back, in every thread made from here on, so that what is under way is put
-/// in order again; the process group of a program that `run` runs gets them instead, and a terminal's changes
-/// of size. One at a time in a process.
+/// Blocks SIGINT, SIGTERM and SIGHUP in this thread and those it creates from now on, so that cleanup is not
+/// cut short; the process group of a program that `run` runs gets them instead, and SIGWINCH. One object at a
+/// time in a process.
 class SignalRelay {
   public:
     SignalRelay();
@@ -28,10 +28,10 @@ class SignalRelay {
     SignalRelay(const SignalRelay&) = delete;
     SignalRelay& operator=(const SignalRelay&) = delete;
 
-    /// Throws Interrupted when a signal has come.
+    /// Throws Interrupted when one of the signals has come.
     void requireNone();
-    /// Runs `argv` (its first word a path) on this process's standard streams, in a process group of its own,
-    /// and returns its exit status, 128 and the signal's number when one ended it. Throws std::runtime_error
+    /// Runs `argv` (its first word a path) with this process's standard streams in a new process group.
+    /// Returns its exit status, or 128 plus the number of the signal that ended it. Throws std::runtime_error
     /// when it cannot be started.
     int run(std::vector<std::string> argv);
 

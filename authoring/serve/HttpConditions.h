@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-/// The decisions of a static file server that RFC 9110 leaves no room in. Pure.
+/// How a static file server selects its answer, by RFC 9110. Pure functions.
 namespace zelor::authoring {
 
 /// What a server compares a request's conditions with.
@@ -16,7 +16,7 @@ struct FileVersion {
     std::string etag;  ///< strong, with its quotes
 };
 
-/// The conditional headers of one request; "" is an absent one.
+/// The conditional headers of one request; "" for a missing one.
 struct RequestConditions {
     std::string range;
     std::string ifRange;
@@ -24,6 +24,7 @@ struct RequestConditions {
     std::string ifModifiedSince;
 };
 
+/// Which answer a request gets: 200, 206, 304 or 416.
 enum class Selection { whole, part, notModified, unsatisfiable };
 
 /// What to answer: `offset` and `length` say which bytes, for `whole` and `part`.
@@ -33,16 +34,17 @@ struct Answer {
     std::uint64_t length = 0;
 };
 
-/// A request for several ranges, or for none that can be read, is answered whole.
+/// The answer to a request. One for several ranges, or for a range that cannot be parsed, gets the whole
+/// file.
 Answer selectAnswer(const RequestConditions& conditions, const FileVersion& file);
 
-/// "Sun, 06 Nov 1994 08:49:37 GMT"
+/// A time as in HTTP headers: "Sun, 06 Nov 1994 08:49:37 GMT".
 std::string httpDate(std::time_t time);
-/// Nothing for a text of another form.
+/// The reverse; nothing for a text of another form.
 std::optional<std::time_t> parseHttpDate(const std::string& text);
 
-/// The file names that a request's path leads through, percent-decoded; nothing for one that no directory
-/// served may answer: a bad escape, a zero byte, an encoded separator, a name that begins with a dot.
+/// The percent-decoded components of a request's path; nothing for one that must not be served: with a bad
+/// escape, a zero byte, an encoded separator, or a name that begins with a dot.
 std::optional<std::vector<std::string>> servedPathComponents(const std::string& path);
 
 }  // namespace zelor::authoring

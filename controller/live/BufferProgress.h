@@ -13,7 +13,7 @@
 
 namespace zelor::controller {
 
-/// "buffered", "already-buffered", ...
+/// The outcome's name in output: "buffered", "already-buffered", ...
 std::string outcomeName(BufferOutcome kind);
 
 /// Shows a buffering job: live on a terminal, else in timestamped lines.

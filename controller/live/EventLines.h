@@ -10,10 +10,10 @@
 
 namespace zelor::controller {
 
-/// One JSON object a line for each change; the first line also says where and when the run is.
+/// Writes a line with one JSON object for each change; the first also has the facts of the run.
 class EventLines : public RunListener {
   public:
-    /// All stay the caller's.
+    /// All stay the caller's and outlive this object.
     EventLines(LineOutput& out, const RunRecord& record, const RunFacts& facts)
         : out_(out), record_(record), facts_(&facts) {}
 

@@ -11,7 +11,7 @@
 /// The live display as text: decisions alone, nothing here touches a terminal.
 namespace zelor::controller {
 
-/// What a state means to the reader; it decides about the colour.
+/// What a state means to the reader; decides the colour.
 enum class Tone { waiting, busy, good, bad, stopped };
 
 /// A download's bytes and speed.
@@ -27,7 +27,7 @@ struct LiveRow {
     std::string identifier;
     std::string state;
     Tone tone = Tone::waiting;
-    double seconds = 0;  ///< in this state; for a settled row, in all
+    double seconds = 0;  ///< in this state; for a settled row, in total
     std::optional<Transfer> transfer;
     std::string reason;
 };
@@ -61,18 +61,18 @@ struct FrameLine {
     std::size_t columns = 0;  ///< that it takes; below the style's columns, so that nothing wraps
 };
 
-/// How many rows a frame has room for, beside what it says below them.
+/// How many rows a frame has room for, above its other lines.
 std::size_t rowsThatFit(const LiveStyle& style);
 
-/// The lines that are drawn over each other: rows as far as they fit, what is left out, the total. Never more
-/// than the terminal's lines less one.
+/// The lines of a frame, which replaces the previous one: rows as far as they fit, how many are left out, the
+/// total. Fewer lines than the terminal has.
 std::vector<FrameLine> liveFrame(const LiveView& view, const LiveStyle& style);
 
-/// The lines that stay of a finished row; the reason has lines of its own where it does not fit. Names and
-/// identifiers take the columns of the view's rows.
+/// The lines that remain of a finished row; a reason that does not fit gets its own lines. Names and
+/// identifiers are as wide as those of the view's rows.
 std::vector<FrameLine> settledLines(const LiveRow& row, const LiveView& view, const LiveStyle& style);
 
-/// How many lines of the screen the frame takes when the terminal has become that wide.
+/// How many lines of the screen the frame takes after the terminal's width became `columns`.
 std::size_t linesOnScreen(const std::vector<FrameLine>& frame, std::size_t columns);
 
 }  // namespace zelor::controller

@@ -14,16 +14,16 @@
 
 namespace zelor::controller {
 
-/// What the live display of a run shows, without a terminal. A result is settled, never to be redrawn, once
-/// it has not changed for a moment: a request of several ERIs passes through results on its way.
+/// What the live display of a run shows, without a terminal. A result is settled, and not drawn again, once
+/// it has not changed for a moment: a request of several ERIs has intermediate results.
 class LiveModel {
   public:
     /// For a run of `requests` requests; `reasonOf` gives the reasons of results.
     LiveModel(std::size_t requests, ReasonOf reasonOf);
 
-    /// Takes over changes of the table. Times are seconds since the start of the run.
+    /// Takes changes of the table into account. Times are seconds since the start of the run.
     void changed(const ResultTable& table, const std::vector<Change>& changes, double time);
-    /// The rows that have come to rest since the last call, by their keys; all with `atEnd`.
+    /// The rows that settled since the last call, in the order of their keys; with `atEnd`, all results.
     std::vector<LiveRow> takeSettled(const ResultTable& table, double time, bool atEnd);
     /// A line on invalid requests that were not among them, "" for none since the last call.
     std::string takeLeftOut() { return invalid_.takeText(); }
@@ -33,8 +33,8 @@ class LiveModel {
 
   private:
     struct Interval {
-        double begun = 0;    ///< of the request's first work
-        double changed = 0;  ///< of the present value
+        double begun = 0;    ///< when work on the request began
+        double changed = 0;  ///< when the current value began
     };
 
     LiveRow row(const ResultTable& table, std::size_t request, double time) const;
@@ -74,7 +74,7 @@ class LiveProgress : public RunListener {
     EarlyEnd end_ = EarlyEnd::none;
 };
 
-/// Results by state, for the total.
+/// How many results have each state, for the total.
 std::vector<std::pair<std::string, std::size_t>> countsByState(const ResultTable& table);
 
 }  // namespace zelor::controller

@@ -10,21 +10,21 @@ namespace zelor::controller {
 /// True when a live display can be shown on the descriptor: a terminal that can move its cursor.
 bool isLiveTerminal(int fd);
 
-/// The width of the terminal at `fd`; 0 for what is no terminal.
+/// The columns of the terminal at `fd`; 0 when it is not a terminal.
 std::size_t terminalColumns(int fd);
 
-/// Draws frames over each other at the bottom of a terminal, with finished lines above them. The cursor is
-/// hidden for its life and shown again at every way out. One object at a time.
+/// Draws frames at the bottom of a terminal, each replacing the last, with finished lines above them. Hides
+/// the cursor for its life; it is shown again also when a signal ends the process. One object at a time.
 class LiveTerminal {
   public:
     /// The descriptor stays the caller's.
     explicit LiveTerminal(int fd);
-    /// Takes the last frame away.
+    /// Erases the last frame.
     ~LiveTerminal();
     LiveTerminal(const LiveTerminal&) = delete;
     LiveTerminal& operator=(const LiveTerminal&) = delete;
 
-    /// The terminal as it is now.
+    /// The terminal's current size and abilities.
     LiveStyle style() const;
     /// Writes the settled lines and replaces the frame, in one write.
     void draw(const std::vector<FrameLine>& settled, const std::vector<FrameLine>& frame);

@@ -10,10 +10,10 @@
 
 namespace zelor::controller {
 
-/// Why a request reads what it reads, in a few words; "" when there is nothing to say.
+/// Why a request has its value, in a few words; "" when there is nothing to say.
 using ReasonOf = std::function<std::string(const Result&)>;
 
-/// One timestamped line for each change, for logs and pipes.
+/// Writes a timestamped line for each change, for logs and pipes.
 class PlainLines : public RunListener {
   public:
     /// Lines go to the descriptor, which stays the caller's.
@@ -28,14 +28,14 @@ class PlainLines : public RunListener {
     InvalidRequestLimit invalid_;
 };
 
-/// Writes `text` and a line end, with the time before it, folded at the width of a terminal.
+/// Writes the time, `text` and a line end, folded at the width of a terminal.
 void writePlainLine(int fd, const std::string& text);
 
 /// Counts by state: "3 success, 1 failed".
 std::string countsText(const std::vector<ProgressValue>& values);
 
-/// The last words on a run: counts by state, what cancelled requests read before, what is needed now, where
-/// the log is. Printable lines.
+/// The summary of a run in printable lines: counts by state, the values of cancelled requests before the
+/// cancel, what is needed now, where the log is.
 std::string runSummary(const ResultTable& table, const std::vector<ProgressValue>& beforeCancel,
                        const RunFlags& flags, const std::string& logFile, double seconds);
 

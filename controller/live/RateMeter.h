@@ -8,7 +8,8 @@ namespace zelor::controller {
 /// The speed of a transfer over its last few seconds. Times in seconds.
 class RateMeter {
   public:
-    /// Bytes per second up to now; 0 until enough time has passed.
+    /// Adds a measurement, `bytes` of the transfer so far, and returns bytes per second; 0 until enough time
+    /// has passed.
     double rate(std::uint64_t bytes, double time) {
         if (!samples_.empty() && bytes < samples_.back().bytes) samples_.clear();
         samples_.push_back({bytes, time});

@@ -7,7 +7,7 @@
 
 namespace zelor::controller {
 
-/// Receives how a run goes, on the thread that watches it. Times are seconds since the start.
+/// Receives the progress of a run, on the thread that watches it. Times are seconds since the start.
 class RunListener {
   public:
     RunListener() = default;
@@ -18,7 +18,7 @@ class RunListener {
     /// Values have changed; the table holds the new ones.
     virtual void changed(const ResultTable& /*table*/, const std::vector<Change>& /*changes*/,
                          double /*time*/) {}
-    /// Some time has passed, whether anything changed or not; many times a second.
+    /// Called many times a second, whether anything changed or not.
     virtual void ticked(const ResultTable& /*table*/, double /*time*/) {}
     /// The job is to end for that reason; its end is awaited now.
     virtual void cancelling(EarlyEnd /*why*/, double /*time*/) {}

@@ -10,13 +10,13 @@
 
 namespace zelor::controller {
 
-/// How long to wait before the next look: short after a change, longer while nothing happens, and never so
-/// short that looking takes more than a small share of the time.
+/// How long to wait before the next poll: short after a change, longer while nothing happens, and never so
+/// short that polling takes more than a small share of the time.
 class LookPacer {
   public:
-    /// Never waits longer than `longest`, unless looking is so slow.
+    /// Never waits longer than `longest`, unless polling is that slow.
     explicit LookPacer(std::chrono::milliseconds longest) : longest_(longest) {}
-    /// The next pause, after a look that took `lookCost` and found a change or none.
+    /// The next pause, after a poll that took `lookCost` and found a change or none.
     std::chrono::milliseconds next(bool changed, std::chrono::nanoseconds lookCost);
 
   private:

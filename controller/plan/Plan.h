@@ -15,33 +15,36 @@
 /// What a run would do: a forecast by the run's own rules from what is there now.
 namespace zelor::controller {
 
+/// What a request asks for, and what a run would do with it or with one of its ERIs.
 enum class PlanKind { unknown, configuration, osUpdate, patch };
 enum class PlanAction { apply, applied, fail, nothing };
 
-/// "configuration", "os-update", ...; "apply", "already-applied", ...
+/// Names for output: "configuration", "os-update", ...; "apply", "already-applied", ...
 std::string planKindName(PlanKind kind);
 std::string planActionName(PlanAction action);
 
+/// A file that a run would use.
 struct PlannedFile {
     std::string name;
-    std::string sizeText;            ///< as the content says
-    bool buffered = false;           ///< taken from the buffer, else downloaded
+    std::string sizeText;            ///< from the content
+    bool buffered = false;           ///< it would be taken from the buffer, else downloaded
     std::uint64_t bytes = 0;         ///< of the buffered archive
     std::uint64_t partialBytes = 0;  ///< of an unfinished download that would be resumed
-    bool checked = false;            ///< it is here, and its signature was looked at
-    std::string problem;             ///< why it would not come to be used; "" when nothing speaks against it
+    bool checked = false;            ///< it exists already, and its signature was checked
+    std::string problem;             ///< why it would not be used; "" when nothing prevents that
 };
 
-/// What becomes of one ERI.
+/// What a run would do for one ERI.
 struct PlannedStep {
     std::string eri;
     PlanAction action = PlanAction::nothing;
     std::string reason;
     std::optional<PlannedFile> file;
     std::vector<std::string> commands;
-    std::string note;  ///< what happens beside the commands
+    std::string note;  ///< what happens besides the commands
 };
 
+/// What a run would do for one request.
 struct PlannedRequest {
     std::string key;
     std::string identifier;
@@ -50,25 +53,27 @@ struct PlannedRequest {
     ProgressValue expected = 0;  ///< at the end of the run, when downloads and installers succeed
     std::string reason;
     std::string cre;
-    bool reboot = false;  ///< its content asks for one
+    bool reboot = false;  ///< its content asks for a restart
     std::vector<PlannedStep> steps;
-    std::vector<std::string> labels;  ///< of the system updates it installs, in their order
+    std::vector<std::string> labels;  ///< of the OS updates that it installs, in order
     std::vector<std::string> commands;
     std::vector<std::string> warnings;
 };
 
+/// What a run would do for all requests.
 struct Plan {
-    std::vector<PlannedRequest> requests;  ///< refused ones first, the others in the order of a run
+    std::vector<PlannedRequest> requests;  ///< invalid ones first, the others in the order of a run
     bool rebootNeeded = false;             ///< as the run would report it
-    std::vector<std::string> warnings;     ///< that concern no single request
+    std::vector<std::string> warnings;     ///< not about a single request
     std::string productName;
     std::string productVersion;
     std::string platformCpe;
 
+    /// How many requests have that action.
     std::size_t count(PlanAction action) const;
 };
 
-/// What the forecast rests on. The functions may take their time; they are asked only for what matters.
+/// What the forecast is based on. The functions may block; they are called only for what matters.
 struct PlanFacts {
     std::string platformCpe;
     std::set<std::string> specialCases;  ///< CPEs of the system that count as products
@@ -76,8 +81,8 @@ struct PlanFacts {
     std::string contentDir;
     std::string applications;
     std::string mountPoint;
-    bool mountPointInUse = false;  ///< it holds something already
-    InvalidRequests invalid;       ///< rows of the requests file that no run takes up
+    bool mountPointInUse = false;  ///< it is not empty
+    InvalidRequests invalid;       ///< rows of the requests file that a run rejects
     std::string bufferedList;      ///< its text
     std::map<std::string, std::uint64_t> bufferFiles;
     std::map<std::string, std::uint64_t> partialFiles;
@@ -91,10 +96,11 @@ struct PlanFacts {
     std::function<std::string(const std::string& key, const std::string& identifier)> contentProblem;
     std::function<std::vector<std::string>()> updateListing;  ///< the starred lines
     std::function<std::string()> productVersion;
-    /// Why the file in that archive of the buffer would be refused, "" when its signature is good.
+    /// Why the file in that archive of the buffer would be refused; "" when its signature is good.
     std::function<std::string(const std::string& archive, const std::string& fileName)> signatureProblem;
 };
 
+/// The forecast for the requests. Reads and changes nothing but through `facts`, whose functions may throw.
 Plan makePlan(const RequestMap& requests, const PlanFacts& facts);
 
 /// 0: every request can succeed; 1: some can; 3: none can.

@@ -20,6 +20,7 @@ class PlanState {
     explicit PlanState(const PlanFacts& facts)
         : facts_(facts), bufferedList_(facts.bufferedList), bufferFiles_(facts.bufferFiles) {}
 
+    /// True when the record, or what the run will have added to it, has the ERI.
     bool isRecorded(const std::string& eri) const;
     /// How a run would get the block's file.
     PlannedFile fetch(parsedEriData& block) const;

@@ -7,10 +7,10 @@
 
 namespace zelor::controller {
 
-/// Printable lines, with escape sequences for colour when asked for. Reasons, notes and warnings are folded
-/// at `columns` (0: not at all); commands stay whole, so that they can be copied.
+/// Writes the plan as printable lines, with escape sequences for colour if `colour`. Reasons, notes and
+/// warnings are folded at `columns` (0: not at all); commands are not, so that they can be copied.
 void writePlanText(std::ostream& out, const Plan& plan, bool colour, std::size_t columns = 0);
-/// One JSON object, a request to a line.
+/// Writes the plan as one JSON object, one line for each request.
 void writePlanJson(std::ostream& out, const Plan& plan);
 
 }  // namespace zelor::controller

@@ -8,7 +8,7 @@
 #include "platform/macos/UpdateSelection.h"
 #include "remediation/intake/RequestParsing.h"
 
-/// What of a plan would surprise whoever wrote the requests or the content.
+/// Warnings about a plan: what may surprise the author of the requests or of the content.
 namespace zelor::controller {
 
 /// Adds the warnings that the request does not have yet.
@@ -18,8 +18,8 @@ void addWarnings(PlannedRequest& request, std::vector<std::string> warnings);
 std::vector<std::string> patchWarnings(const std::string& name, const std::string& sizeText,
                                        const std::string& path, bool script);
 
-/// On the disk image `name`. `runsNothing`: a bundle on it is to run with its own installer, and the content
-/// names none. `occupied`: the mount point when it holds something already, else "".
+/// On the disk image `name`. `runsNothing`: a bundle on it would be installed by its own installer, and the
+/// content names none. `occupied`: the mount point when it is not empty, else "".
 std::vector<std::string> imageWarnings(const std::string& name, bool runsNothing,
                                        const std::string& occupied);
 
@@ -27,11 +27,11 @@ std::vector<std::string> imageWarnings(const std::string& name, bool runsNothing
 /// part of it.
 std::string listedLabel(const std::string& line);
 
-/// Whether softwareupdate knows the label by that listing. One in a line that was cut into pieces is not
-/// known.
+/// Whether softwareupdate knows the label, according to that listing. A label in a line that was split into
+/// pieces is not known.
 bool isListed(const std::string& label, const std::vector<std::string>& listing);
 
-/// Whether a label is listed with white space at its end, without which it is installed and not known.
+/// Whether a label is listed with white space at its end: it is installed without that, and so not known.
 bool isListedWithBlanks(const std::string& label, const std::vector<std::string>& listing);
 
 /// On the choice of updates for a request.
@@ -42,11 +42,11 @@ std::vector<std::string> updateWarnings(const platform::UpdateSelection& selecti
 /// application; without one, the platform is `platformCpe`.
 std::vector<std::string> keyWarnings(const std::vector<std::string>& names, const std::string& platformCpe);
 
-/// On restarts that no result will report.
+/// On restarts that no result reports.
 std::vector<std::string> restartWarnings(const std::vector<PlannedRequest>& requests);
 
-/// Adds to each request what concerns several: patch names that contain one another, also those of the
-/// buffered-patches list, and results that are reported under one key.
+/// Adds warnings that concern several requests to each of them: patch names that contain one another or one
+/// in the buffered-patches list, and results that are reported under the same key.
 void addMutualWarnings(std::vector<PlannedRequest>& requests, const std::string& bufferedList);
 
 /// True for a name in the form of CPE 2.3, "cpe:2.3:a:example:editor:2.1:*:*:*:*:*:*:*".

@@ -12,10 +12,10 @@
 /// The results of a run as JSON; docs/results.schema.json describes them.
 namespace zelor::controller {
 
-/// The version of the format; it grows when something that was there changes or goes.
+/// The version of the format; raised when something in it is changed or removed.
 inline constexpr int kResultSchema = 1;
 
-/// What the run says beside the values.
+/// What a run reports besides the values.
 struct RunFlags {
     bool rebootNeeded = false;
     bool scanNeeded = false;
@@ -25,7 +25,7 @@ struct RunFlags {
     std::string endReason{};  ///< printable; "" unless the run ended at its time limit
 };
 
-/// Where and when the run was.
+/// Where and when the run took place.
 struct RunFacts {
     std::string host;
     std::string productName;
@@ -37,19 +37,20 @@ struct RunFacts {
     double seconds = 0;
 };
 
-/// What the results say of a request beside its value.
+/// What the results say about a request besides its value.
 struct RequestDetails {
     Outcome outcome;
     double seconds = 0;  ///< from its first work to its result
 };
 
-/// The whole of the results, a request to a line. `detailsOf` is asked with indexes into the results.
+/// Writes all results as one JSON object, one line for each request. `detailsOf` is called with indexes into
+/// the results.
 void writeResultJson(std::ostream& out, const ResultTable& table, const RunFlags& flags,
                      const RunFacts& facts,
                      const std::function<RequestDetails(std::size_t request)>& detailsOf);
 
-/// A line of an event file without its line end. `time`: seconds since the start. The details are written of
-/// results alone, the facts of the start unless they are null.
+/// A line of an event file without its line end. `time`: seconds since the start. The details are written
+/// only for results, the facts unless null.
 std::string eventJson(double time, const Result& result, const RequestDetails& details,
                       const RunFacts* facts = nullptr);
 

@@ -10,8 +10,8 @@
 #include "controller/report/RunTimeline.h"
 #include "controller/run/ResultTable.h"
 
-/// The report of a run: one page of HTML that is also well-formed XML, without scripts, and with nothing to
-/// be fetched. All that comes from keys, content and tools is escaped.
+/// The report of a run: one page of HTML that is also well-formed XML, without scripts and external
+/// resources. Everything from keys, content and tools is escaped.
 namespace zelor::controller {
 
 /// What the page shows.
@@ -26,15 +26,15 @@ struct RunReport {
     std::function<Outcome(const Result&)> outcomeOf;
 };
 
-/// Rows of the table and of the timeline; of more requests, those that did not succeed come first, then
-/// those that took longest.
+/// The most rows of the table and of the timeline. Of more requests, those that did not succeed are shown
+/// first, then those that took longest.
 inline constexpr std::size_t kReportTableRows = 20000;
 inline constexpr std::size_t kReportTimelineRows = 300;
 
-/// Writes the whole page. Errors are the stream's.
+/// Writes the whole page. Errors are left in the stream's state.
 void writeReportPage(std::ostream& out, const RunReport& report);
 
-/// The text for a place in HTML: control characters and the like become "?", line ends stay.
+/// `text` escaped for HTML: control characters and the like become "?", line ends stay.
 std::string htmlText(const std::string& text);
 
 /// The style sheet of a report: light and dark by the reader's preference, light on paper.

@@ -6,7 +6,7 @@
 
 #include "controller/report/RunTimeline.h"
 
-/// The pictures of a report, as SVG inside its page.
+/// The pictures of a report, as inline SVG.
 namespace zelor::controller {
 
 /// One request in the timeline; the spans stay the caller's.
@@ -16,10 +16,10 @@ struct TimelineRow {
     const std::vector<StateSpan>* spans;
 };
 
-/// A row for each request, from the start of the run to its end, with a time axis.
+/// Writes a row for each request, from the start of the run to its end, with a time axis.
 void writeTimeline(std::ostream& out, const std::vector<TimelineRow>& rows, double seconds);
 
-/// How many requests wait, are worked on, succeeded and failed at each moment.
+/// Writes an area chart: how many requests wait, are worked on, succeeded and failed at each moment.
 void writeStateAreas(std::ostream& out, const std::vector<std::vector<StateSpan>>& spans, double seconds);
 
 /// Times for the marks of an axis: round steps, at most `most` of them.

@@ -7,21 +7,21 @@
 
 namespace zelor::controller {
 
-/// How long a request read one value, in seconds since the start of the run.
+/// When a request had one value, in seconds since the start of the run.
 struct StateSpan {
     ProgressValue value = 0;
     double begin = 0;
     double end = 0;
 };
 
-/// Seconds from the first value that was no waiting to the last change.
+/// Seconds from the first value other than queued to the last change.
 inline double busySeconds(const std::vector<StateSpan>& spans) {
     const auto busy =
         std::find_if(spans.begin(), spans.end(), [](const StateSpan& span) { return span.value != 0; });
     return busy == spans.end() ? 0 : spans.back().begin - busy->begin;
 }
 
-/// Remembers every request's values over the time of a run.
+/// Records every request's values during a run.
 class RunTimeline : public RunListener {
   public:
     void changed(const ResultTable& /*table*/, const std::vector<Change>& changes, double time) override {
@@ -32,7 +32,8 @@ class RunTimeline : public RunListener {
 
     /// When the run ended, in seconds since its start; 0 before.
     double end() const { return end_; }
-    /// By request; what came before the first value is not in it, and the last value has no length.
+    /// The spans of each request. The time before its first change is left out, and its last span has no
+    /// length.
     std::vector<std::vector<StateSpan>> spans(std::size_t requests) const {
         std::vector<std::vector<StateSpan>> all(requests);
         for (const auto& [change, time] : moments_) {

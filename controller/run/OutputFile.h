@@ -11,10 +11,11 @@
 
 namespace zelor::controller {
 
-/// Writes to a descriptor that stays the caller's. What fails is dropped: ask `failed`.
+/// A stream buffer that writes to a descriptor, which stays the caller's. After a failed write, output is
+/// dropped: check `failed`.
 class FdBuffer : public std::streambuf {
   public:
-    /// Buffers; what is left is written at the end of its life.
+    /// Output is buffered; the destructor writes the rest.
     explicit FdBuffer(int fd);
     ~FdBuffer() override;
     FdBuffer(const FdBuffer&) = delete;
@@ -34,7 +35,7 @@ class FdBuffer : public std::streambuf {
     std::string room_;
 };
 
-/// An output that an option asks for.
+/// An output that was asked for by an option.
 struct RequestedOutput {
     std::string option;
     std::string path;  ///< "-": standard output; "": none
@@ -55,19 +56,18 @@ void checkOutputs(const std::vector<RequestedOutput>& outputs, const std::string
 /// all. What `checkOutputs` refuses is refused here too. Returns what went wrong, "" when all is written.
 std::string writeOutput(const std::string& path, const std::function<void(std::ostream&)>& write);
 
-/// Writes what is meant for people. Returns what went wrong; "" also for standard error, which is the last
-/// place to report it to.
+/// Writes text for people. Returns what went wrong; always "" for standard error, since there is nowhere else
+/// to report it.
 std::string writeTalk(int fd, const std::string& text);
 
-/// Lines that are out as soon as they are written, to a file that is emptied first or, for "-", to standard
-/// output.
+/// Writes lines, unbuffered, to a file that is emptied first or, for "-", to standard output.
 class LineOutput {
   public:
     /// Throws InputError when the file cannot be opened.
     LineOutput(const std::string& path, const std::string& option);
     /// Writes the line and a line end; after a failure, nothing more.
     void write(const std::string& line);
-    /// What went wrong first, "" when every line is out.
+    /// The first error, "" when every line was written.
     const std::string& problem() const { return problem_; }
 
   private:

@@ -13,16 +13,16 @@ using InvalidRequests = std::map<std::string, std::string>;
 
 /// The rows of a requests file.
 struct Requests {
-    RequestMap all;           ///< the identifier of an invalid one is "" when it was no string
-    InvalidRequests invalid;  ///< those of `all` that no run can take up
+    RequestMap all;           ///< the identifier of an invalid one is "" when it was not a string
+    InvalidRequests invalid;  ///< those of `all` that no run can use
 
     /// `all` without the invalid ones.
     RequestMap usable() const;
 };
 
 /// The requests in `text`, a JSON object from keys to identifiers. A blank key, a blank identifier and one
-/// that is no string make that request invalid. `name` is the text's name in messages. Throws InputError
-/// that names the line and the remedy for a text of another form and for a key that occurs twice.
+/// that is not a string make that request invalid. `name` is the text's name in messages. Throws InputError
+/// that names the line and the remedy when the text is something else or a key occurs twice.
 Requests parseRequests(const std::string& text, const std::string& name);
 
 /// The requests in a file of at most 1 GiB, "-" for standard input. Throws InputError.

@@ -12,7 +12,7 @@ namespace zelor::controller {
 /// The library's progress: request, as the library reports it, to value.
 using ProgressMap = std::map<std::string, ProgressValue>;
 
-/// One request and the value that it reads now.
+/// One request and its current value.
 struct Result {
     const std::string* key;
     const std::string* identifier;
@@ -20,13 +20,14 @@ struct Result {
     bool taken = false;  ///< the run has reported a value for it
 };
 
-/// A value that changed between two looks at the progress map.
+/// A value that changed between two polls of the progress map.
 struct Change {
     std::size_t request;  ///< index into the results
     ProgressValue value;
 };
 
-/// Every request's value, under the key that the caller gave, however the library reports it.
+/// Every request's value, under the key that the caller gave, even where the library reports it under
+/// another.
 class ResultTable {
   public:
     /// Every request begins with 0 (queued).
@@ -34,19 +35,21 @@ class ResultTable {
     ResultTable(const ResultTable&) = delete;
     ResultTable& operator=(const ResultTable&) = delete;
 
-    /// Sets those requests apart as never part of a run: they read 8 from the first look on. Call it before.
+    /// Marks requests that never become part of a run: they have value 8 from the first `apply` on. Call it
+    /// before that.
     void setInvalid(const InvalidRequests& invalid);
 
     /// The requests as given.
     const RequestMap& requests() const { return requests_; }
     /// In the order of the keys.
     const std::vector<Result>& results() const { return results_; }
-    /// How many requests read `value`; values beyond the defined ones count as failed.
+    /// How many requests have `value`; undefined values count as failed.
     std::size_t count(ProgressValue value) const;
     /// How many have a result.
     std::size_t finished() const;
 
-    /// Takes over a look at the progress map; what changed, in the order of the keys. One pass over both.
+    /// Updates the values from the progress map, in one pass over both. Returns what changed, in the order of
+    /// the keys.
     std::vector<Change> apply(const ProgressMap& progress);
 
   private:

@@ -12,26 +12,26 @@
 
 namespace zelor::controller {
 
-/// What a request read before a cancel made it `aborted`.
+/// The value of a request before a cancel made it `aborted`.
 struct EarlierResult {
     ProgressValue value = 0;
     std::string reason;
 };
 
-/// What is known of a request beside its value. The texts are printable, the output by lines.
+/// What is known about a request besides its value. The texts are printable, the output line by line.
 struct Outcome {
-    std::string reason;  ///< why it is no success; "" when there is nothing to say
+    std::string reason;  ///< why it did not succeed; "" when there is nothing to say
     std::string output;  ///< the end of what an installer or script wrote, at most 40 lines
     Applied applied = Applied::no;
     std::optional<EarlierResult> beforeCancel;
     std::string warning{};  ///< what speaks against a success; "" when there is nothing to say
 };
 
-/// Keeps what the library says about each request of a run or a buffering job. Any thread.
+/// Keeps what the library reports about each request of a run or a buffering job. Any thread.
 class RunRecord : public RunObserver {
   public:
     void settled(const RequestResult& result) override;
-    /// Gives the invalid rows, which the library never sees, their reasons.
+    /// Sets the reasons of invalid requests, which the library never gets.
     void setInvalid(const Requests& requests);
 
     /// Why the requests that the run aborts from now on read so, when no signal cancelled it.
@@ -56,7 +56,7 @@ class RunRecord : public RunObserver {
     std::string abortReason_ ZELOR_GUARDED_BY(mutex_);
 };
 
-/// What became of one patch of a buffering job.
+/// The outcome of one patch of a buffering job.
 struct PatchOutcome {
     std::string patch;
     BufferOutcome kind = BufferOutcome::downloading;
@@ -67,14 +67,14 @@ struct PatchOutcome {
 class BufferRecord : public RunRecord {
   public:
     void buffered(const std::string& patch, BufferOutcome outcome, const std::string& reason) override;
-    /// The job is over: what is still downloading was not finished, for that reason.
+    /// Marks the job as ended: patches still downloading count as skipped, for that reason.
     void end(const std::string& reason);
 
     /// The patch that is being downloaded, "" for none.
     std::string inHand() const;
     /// Every patch once, in the order in which the job came to it.
     std::vector<PatchOutcome> outcomes() const;
-    /// Those that changed since the last call.
+    /// The outcomes that changed since the last call.
     std::vector<PatchOutcome> takeNews();
 
   private:

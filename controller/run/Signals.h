@@ -4,9 +4,10 @@
 
 namespace zelor::controller {
 
-/// SIGINT, SIGTERM and SIGHUP counted, and SIGWINCH, SIGTSTP and SIGPIPE kept from harm, for one object's
-/// life; one object at a time. The second ending signal leaves the process at once with status 130. A signal
-/// that the process was started with as ignored stays ignored. Programs started meanwhile see the defaults.
+/// Counts SIGINT, SIGTERM and SIGHUP (the ending signals) and handles SIGWINCH, SIGTSTP and SIGPIPE for its
+/// life; one object at a time. The second ending signal ends the process at once with status 130. A signal
+/// that was ignored when the process started stays ignored. Programs started meanwhile get the default
+/// actions.
 class Signals {
   public:
     Signals();
@@ -21,8 +22,7 @@ class Signals {
     /// Waits that long, or until a signal comes.
     void wait(std::chrono::milliseconds time) const;
 
-    /// While a terminal's cursor is hidden, `fd` is the terminal, where a stop or a sudden end shows it
-    /// again; -1: none is hidden.
+    /// Sets the terminal whose cursor is hidden, -1 for none: a stop or a sudden end shows it again.
     static void setHiddenCursor(int fd);
 };
 

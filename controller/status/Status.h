@@ -14,7 +14,7 @@ namespace zelor::controller {
 struct BufferedPatch {
     std::string patch;
     std::string md5;
-    bool present = false;  ///< its archive is there
+    bool present = false;  ///< its archive exists
     std::uint64_t bytes = 0;
 };
 
@@ -24,7 +24,7 @@ struct SizedFile {
     std::uint64_t bytes = 0;
 };
 
-/// What the system says about itself; "" where it says nothing.
+/// What the system says about itself; "" where it does not.
 struct SystemIdentity {
     std::string productName;
     std::string productVersion;
@@ -33,13 +33,13 @@ struct SystemIdentity {
 /// Asks sw_vers and the library; blocks on the command.
 SystemIdentity systemIdentity();
 
-/// What there is at a place.
+/// What `status` shows.
 struct Status {
     std::string productName;
     std::string productVersion;
     std::string platformCpe;
     std::string buildFile;
-    std::string buildPlatform;  ///< as the agent's build file says; "" when it does not
+    std::string buildPlatform;  ///< from the agent's build file; "" when it has none
     std::string iniFile;
     std::vector<agent::Setting> settings;
     std::vector<std::string> problems;  ///< of the settings, and unknown keys in them
@@ -47,11 +47,10 @@ struct Status {
     std::vector<std::string> recorded;  ///< ERI ids, oldest first
     std::string bufferedList;           ///< the text of the buffered-patches list
     std::vector<BufferedPatch> buffered;
-    std::vector<SizedFile> bufferFiles;  ///< all of the buffer
+    std::vector<SizedFile> bufferFiles;  ///< all files in the buffer
     std::vector<SizedFile> unlisted;     ///< files in the buffer that no line of the list names
     std::uint64_t bufferBytes = 0;
-    std::int64_t budgetBytes =
-        0;  ///< what buffering keeps to; below zero when the setting is too large for it
+    std::int64_t budgetBytes = 0;  ///< the limit of buffering; negative when the setting is too large for it
     std::vector<SizedFile> partial;
     std::string contentDir;
     std::vector<std::string> leftovers;  ///< names in the content directory, which a run empties
@@ -60,7 +59,7 @@ struct Status {
     base::LockState lock;  ///< of runs and buffering jobs
 };
 
-/// Looks at the place and asks the system for its name. Writes nothing but lines of the log.
+/// Gathers the status at these paths. Blocks on a command; writes nothing but lines of the log.
 Status gatherStatus(const Paths& paths);
 
 /// The entries of a buffered-patches list, without their archives.

@@ -11,7 +11,7 @@
 
 namespace zelor::agent {
 
-/// The agent's own ini file, before the system root.
+/// The agent's ini file, without the system root.
 inline constexpr const char* kAgentIniFile = "/etc/zelor/zelor.ini";
 
 struct SettingEntry;
@@ -56,9 +56,9 @@ class ZELOR_API AgentSettings {
     /// null, never throws for what the file holds.
     static std::shared_ptr<const AgentSettings> load(const std::string& iniFile);
     /// The settings of `iniFile`, read again only when the system root or the file's time or size changed;
-    /// problems go to the log once per reading. Never null. Any thread.
+    /// problems are logged once per reading. Never null. Any thread.
     static std::shared_ptr<const AgentSettings> cached(const std::string& iniFile);
-    /// `cached` for the agent's own ini file below the system root in force.
+    /// `cached` for the agent's ini file below the current system root.
     static std::shared_ptr<const AgentSettings> current();
     /// `current` without logging: for the log itself, which needs the settings before it can write.
     static std::shared_ptr<const AgentSettings> currentUnreported();
@@ -72,7 +72,7 @@ class ZELOR_API AgentSettings {
     const std::vector<std::string>& problems() const { return problems_; }
     /// Unused parts of the file: unknown keys, with the nearest known one.
     const std::vector<std::string>& warnings() const { return warnings_; }
-    /// Hands each problem and each warning to `report`, the first time it is called; later calls do nothing.
+    /// Passes each problem and each warning to `report` on the first call; later calls do nothing.
     void reportProblems(const std::function<void(const std::string& line)>& report) const;
 
   private:

@@ -13,7 +13,7 @@ namespace zelor::agent {
 struct DownloadSnapshot {
     bool active = false;
     std::string resource;          ///< the archive's name
-    std::uint64_t bytesDone = 0;   ///< those of an earlier, resumed attempt included
+    std::uint64_t bytesDone = 0;   ///< including those of an earlier, resumed attempt
     std::uint64_t bytesTotal = 0;  ///< 0: not known
     std::chrono::steady_clock::time_point started;
 };
@@ -24,7 +24,7 @@ class ZELOR_API DownloadProgress {
     /// The process-wide object; valid until the process ends.
     static DownloadProgress& instance();
 
-    /// A copy of the state now.
+    /// A copy of the current state.
     DownloadSnapshot snapshot() const {
         const std::lock_guard<std::mutex> lock(mutex_);
         return snapshot_;

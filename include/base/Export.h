@@ -1,4 +1,4 @@
 #pragma once
 
-/// Marks what an embedder may use. In a shared library everything else is hidden.
+/// Marks what an embedder may use. A shared library hides everything else.
 #define ZELOR_API __attribute__((visibility("default")))

@@ -10,7 +10,7 @@
 /// is built and before other threads run. No environment variable sets it.
 ZELOR_API void setSystemRoot(const std::string& directory);
 
-/// The system root in force, without trailing separators; "" when none is set.
+/// The current system root, without trailing separators; "" when none is set.
 ZELOR_API std::string getSystemRoot();
 
 /// `path` below the system root: "/etc/x" gives "/tmp/mac/etc/x" for the root "/tmp/mac".

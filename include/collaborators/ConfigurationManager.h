@@ -4,7 +4,7 @@
 
 #include "base/Export.h"
 
-/// The agent's settings. Every getter answers with the configured text or its default; none throws.
+/// The agent's settings. Every getter returns the configured text or its default; none throws.
 class ZELOR_API ConfigurationManager {
   public:
     /// The settings read from `configFile`; "" names the agent's own ini file. Never null, valid until the
@@ -15,7 +15,7 @@ class ZELOR_API ConfigurationManager {
     std::string getUnzipFileFolder();
     /// Directory that holds the buffered archives.
     std::string getBufferPatchesDir();
-    /// Allotted size of the buffer directory: a decimal number of megabytes.
+    /// Size limit of the buffer directory: a decimal number of megabytes.
     std::string getBufferPatchesDirSize();
     /// Share of the measured bandwidth that buffering may use: a decimal number of percent.
     std::string getBufferSpeedPercent();

@@ -16,10 +16,10 @@ class ZELOR_API CreCacher {
     /// `getParsingFailed()` is true; nothing is thrown. May block on the network.
     parseOnlyMetadata getCre(std::string platformCpe, std::string productCpe, std::string cveOrCceId);
 
-    /// Forgets the content in memory, so that the next `getCre` reads it anew.
+    /// Removes the content from memory, so that the next `getCre` reads it again.
     void removeCreFromCache(std::string platformCpe, std::string productCpe, std::string cveOrCceId);
 
-    /// Deletes the content's file on disk. A file that is not there is no failure.
+    /// Deletes the content's file on disk. A missing file is not a failure.
     void removeCreFile(std::string platformCpe, std::string productCpe, std::string cveOrCceId);
 
   private:

@@ -12,6 +12,6 @@ class ZELOR_API DownloadManager {
     DownloadManager(std::string installPath, bool useProxy);
 
     /// The measured download speed in bytes per second. `status` becomes the HTTP status of the measuring
-    /// transfer: 200 when the speed is good to use, another value (0: no answer) when it is not.
+    /// transfer: 200 when the speed is usable, another value (0: no answer) when it is not.
     unsigned long GetDownloadSpeed(int& status);
 };

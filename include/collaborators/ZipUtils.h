@@ -2,7 +2,7 @@
 
 #include "base/Export.h"
 
-/// Unpacks the archives in which patches and scripts travel.
+/// Unpacks the archives that hold patches and scripts.
 class ZELOR_API ZipUtils {
   public:
     ZipUtils();

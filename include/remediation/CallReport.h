@@ -8,19 +8,19 @@
 
 namespace zelor {
 
-/// What a collaborator or an installer says about the call in hand, beside its result. The caller keeps a
-/// report on its stack, calls, and reads it; what is called adds to the innermost report of its own thread by
-/// the static functions. Those do nothing where no report is open, so that an agent may call them anywhere or
-/// not at all.
+/// What a collaborator or an installer says about the current call, besides its result. The caller keeps a
+/// report on its stack, makes the call, and reads the report; the function called adds to the innermost
+/// report of its thread with the static functions. These do nothing when no report is open, so an agent may
+/// call them anywhere or not at all.
 ///
 /// An object belongs to the thread that made it and is destroyed there, in the reverse order of construction.
 class ZELOR_API CallReport {
   public:
-    /// The most bytes that are kept of a reason or a warning (its start) and of an output (its end).
+    /// How many bytes are kept of a reason (its start) and of an output (its end).
     static constexpr std::size_t kReasonBytes = 4096;
     static constexpr std::size_t kOutputBytes = 4096;
 
-    /// Bytes of a download so far and in all (0: not known).
+    /// Takes the bytes of a download so far and in all (0: not known).
     using TransferSink = std::function<void(std::uint64_t done, std::uint64_t total)>;
 
     /// True when the caller wants the call to end early.
@@ -33,7 +33,7 @@ class ZELOR_API CallReport {
     CallReport(const CallReport&) = delete;
     CallReport& operator=(const CallReport&) = delete;
 
-    /// Why the call failed, in plain words; "" when nothing was said. Not escaped: it may hold names from
+    /// Why the call failed, in plain words; "" when no reason was given. Not escaped: it may hold names from
     /// content, files and servers.
     const std::string& reason() const { return reason_; }
     /// The end of what a command wrote; it may begin inside a character.
@@ -45,13 +45,13 @@ class ZELOR_API CallReport {
     /// True when there was nothing to install.
     bool nothingToDo() const { return nothingToDo_; }
 
-    /// The first reason of a call is kept: later ones follow from it.
+    /// Adds a reason. Only the first of a call is kept: later ones follow from it.
     static void addReason(const std::string& reason);
-    /// The last output of a call is kept.
+    /// Adds output. Only the last of a call is kept.
     static void setOutput(const std::string& output);
-    /// What was installed asks for a restart.
+    /// Reports that what was installed asks for a restart.
     static void askForRestart();
-    /// There was nothing to install.
+    /// Reports that there was nothing to install.
     static void setNothingToDo();
     /// The call counts as a success, and yet nothing was installed, in plain words why. The first warning of
     /// a call is kept.
@@ -59,7 +59,7 @@ class ZELOR_API CallReport {
     /// Reports bytes of a download so far and in all (0: not known) to the innermost report's sink.
     static void transferred(std::uint64_t done, std::uint64_t total);
     /// True when the caller of the innermost report wants the call to end early. A downloader asks several
-    /// times a second, beside `boost::this_thread::interruption_requested()`, and keeps what it has for
+    /// times a second, besides `boost::this_thread::interruption_requested()`, and keeps what it has for
     /// resumption.
     static bool stopAsked();
 

@@ -27,8 +27,8 @@ struct RunParts;
 ///
 /// Every embedder calls six operations: the constructor, `setovalIdMap`, `setContentDownloadDir`,
 /// `remediate`, `getRemDone`, `getRemediationProgressMap`. The others of the groups Inputs, Results and
-/// Cancellation, and `bufferPatches`, serve when they are needed. What is marked as a step of the run is not
-/// for embedders: the run calls it.
+/// Cancellation, and `bufferPatches`, are for those who need them. Operations marked as steps of the run are
+/// not for embedders: the run calls them.
 ///
 /// Life: construct, set the inputs, call `remediate`, poll `getRemDone()` until it is true, then read the
 /// results. One manager serves one run, which works on the requests as they were at its start. It must
@@ -68,7 +68,7 @@ class ZELOR_API RemediationManager {
 
     /// The requests: CPE text ("cpe,cpe||package name") to CVE or CCE identifier.
     void setovalIdMap(std::map<std::string, std::string> requests);
-    /// The requests as they were set last, which may be others than those of a run.
+    /// The requests that were set last, which may differ from those of a run.
     std::map<std::string, std::string> getovalIdMap();
     /// The directory for downloaded content. It is emptied at the end of a run.
     void setContentDownloadDir(std::string directory);
@@ -77,23 +77,23 @@ class ZELOR_API RemediationManager {
     /// True: the run starts with an empty installed-patches record, so that what a new scan found is applied
     /// again.
     void setFirstRemediationAfterScan(bool first);
-    /// Who is called as the run, or a buffering job, goes on; null for none. It stays the caller's and must
-    /// live until `getRemDone()` is true or `bufferPatches` has returned. Threads, order and what an event
-    /// may do: see `zelor::RunObserver` in "remediation/RunObserver.h".
+    /// Sets the observer that is called during a run or a buffering job; null for none. It stays the caller's
+    /// and must live until `getRemDone()` is true or `bufferPatches` has returned. Threads, order and what an
+    /// event may do: see `zelor::RunObserver` in "remediation/RunObserver.h".
     void setRunObserver(zelor::RunObserver* observer);
 
     // Run
 
-    /// Starts the run on a thread of its own and returns at once. `option` is kept and has no effect. While a
-    /// run of this manager goes on, another one is refused with an error line.
+    /// Starts the run on a new thread and returns at once. `option` is kept and has no effect. While a run of
+    /// this manager is in progress, another one is refused with an error line.
     void remediate(bool option);
     /// A step of the run: all of it, on the calling thread. Ends with `getRemDone()` true in every case.
-    /// Refused like `remediate` while a run goes on.
+    /// Refused like `remediate` while a run is in progress.
     void concertedRemediationStart();
 
     // Results
 
-    /// True when the run has ended, in whatever way; the manager may then be destroyed.
+    /// True when the run has ended, however it ended; the manager may then be destroyed.
     bool getRemDone();
     /// True when something that was applied asks for a restart.
     bool getRebootNeeded();
@@ -115,9 +115,9 @@ class ZELOR_API RemediationManager {
 
     // Cancellation
 
-    /// True cancels the whole run, or the buffering job: it ends after the step in hand, with 13 for all that
-    /// is unfinished. A running download is interrupted. False withdraws a cancel that the run has not yet
-    /// acted on.
+    /// True cancels the whole run, or the buffering job: it ends after the current step, with 13 for all
+    /// unfinished requests. A running download is interrupted. False withdraws a cancel that the run has not
+    /// yet acted on.
     void setCancelAllRem(bool cancel);
     /// Replaces the set of requests cancelled one by one (request key to any text); an empty map withdraws
     /// them all. A request is cancelled by its whole key as it is in the request map; other keys cancel
@@ -125,7 +125,7 @@ class ZELOR_API RemediationManager {
     void setCancelRemMap(std::map<std::string, std::string> requests);
     /// A snapshot of that set.
     std::map<std::string, std::string> getCancelRemMap();
-    /// Interrupts the download in hand if the run or its request is cancelled. The caller holds
+    /// Interrupts the current download if the run or its request is cancelled. The caller holds
     /// `thread_mutex`.
     void terminateKillableThreads();
 
@@ -158,7 +158,7 @@ class ZELOR_API RemediationManager {
     bool getOsRemediationFromCre(std::vector<parsedEriData> blocks);
     /// True when some word of the reference names neither a CVE nor a CCE.
     bool refContainsPatchId(std::string reference);
-    /// Puts the patches that install unattended first, and else keeps their order.
+    /// Moves the patches that install unattended to the front; keeps the order otherwise.
     void reArrangeRemMetadata();
     /// True when the row has content, all of which installs unattended.
     bool checkIfSilentModeSupported(remediateMetadata request);
@@ -175,11 +175,11 @@ class ZELOR_API RemediationManager {
                              bool rateLimited, unsigned long bytesPerSecond);
     /// 0 when the file's detached signature is good, else -1.
     int verifySignature(std::string filePath, std::string extension);
-    /// True when the buffered-patches list has the patch with this MD5, and its archive is there.
+    /// True when the buffered-patches list has the patch with this MD5, and its archive exists.
     bool patchIsAlreadyBuffered(std::string patchName, std::string md5sum, std::string listPath);
-    /// Lists a patch as buffered, in place of older entries. Failures are logged.
+    /// Lists a patch as buffered, replacing older entries. Failures are logged.
     void addPatchBufferedEntry(std::string patchName, std::string md5sum, std::string listPath);
-    /// Drops every line that contains `patchName`, also as part of a longer name.
+    /// Removes every line that contains `patchName`, even as part of a longer name.
     void removeEntryFromBufferedPatchesFile(std::string patchName);
     /// Deletes the buffered archive of an installed patch, and its entry in the list.
     void cleanupBufferedPatch(std::string patchName, std::string patchFileDownloaded);
@@ -204,7 +204,7 @@ class ZELOR_API RemediationManager {
 
     // Installation (steps of the run)
 
-    /// Runs the scripts of the configurations, in their order.
+    /// Runs the scripts of the configurations, in order.
     void applyConfigs();
     /// Installs the patches: OS updates, then third-party products.
     void installPatches();

@@ -9,7 +9,7 @@ namespace zelor {
 enum class Applied {
     no,     ///< also when a success installed nothing, see `RequestResult::warning`
     now,    ///< by this run
-    before  ///< it was found: in the installed-patches record, or nothing was left to install
+    before  ///< already applied: it is in the installed-patches record, or there was nothing to install
 };
 
 /// A result of one request. Texts come from content, files, servers and tools and are not escaped.
@@ -17,7 +17,7 @@ struct RequestResult {
     std::string key;          ///< as in the request map
     std::string identifier;   ///< as in the request map
     unsigned long value = 0;  ///< a RemediationManager::REM_PROGRESS from REM_SUCCESS on
-    std::string reason;       ///< why it is no success, in plain words; "" after a success or a cancel
+    std::string reason;       ///< why it did not succeed, in plain words; "" after a success or a cancel
     std::string output;       ///< the end of what the installer or script wrote, at most 4096 bytes
     Applied applied = Applied::no;
     bool restartNeeded =
@@ -25,15 +25,15 @@ struct RequestResult {
     std::string warning{};  ///< after a success: why nothing was installed all the same; "" for none
 };
 
-/// A download in hand.
+/// The current download.
 struct DownloadState {
     std::string key;               ///< of the request; "" in a buffering job, where several may share a patch
     std::string patch;             ///< the file's name in the content
-    std::uint64_t bytesDone = 0;   ///< those of an earlier, resumed attempt included
+    std::uint64_t bytesDone = 0;   ///< including those of an earlier, resumed attempt
     std::uint64_t bytesTotal = 0;  ///< 0: not known
 };
 
-/// What became of one patch in a buffering job.
+/// The outcome of one patch in a buffering job.
 enum class BufferOutcome {
     downloading,  ///< another outcome follows, unless the job is cancelled
     buffered,
@@ -61,7 +61,7 @@ struct RunEnd {
 /// Order: `started`, then `changed` and `downloading` in any number, then `settled`. An event comes before
 /// its value shows in the progress map. A request of several ERIs may be settled several times, and one that
 /// is cancelled afterwards once more with 13: the last result counts. A request that is refused or cancelled
-/// before its turn is settled without being started; one that the run passes over is never settled.
+/// before its turn is settled without being started; one that the run skips is never settled.
 class RunObserver {
   public:
     RunObserver() = default;

@@ -6,8 +6,8 @@
 #include "base/Export.h"
 #include "remediation/creEriParsedData.h"
 
-/// What the content cache hands back for one request.
-/// The content library fills it (through RecordAccess); field order and types are shared with that library.
+/// What the content cache returns for one request. The content library fills it (through RecordAccess); field
+/// order and types are shared with that library.
 class ZELOR_API parseOnlyMetadata {
   public:
     parseOnlyMetadata();

@@ -17,7 +17,7 @@ namespace zlog = zelor::log;
 
 namespace {
 
-// A separator would make the system follow a link in the name's place.
+// With a separator at the end, the system would follow a link in the path's place.
 std::string withoutSeparatorAtEnd(std::string path) {
     while (path.size() > 1 && path.back() == '/')
         path.pop_back();

@@ -30,7 +30,7 @@ std::string silentInstallerCommand(const std::string& bundlePath, const std::str
 }
 
 std::string bundleInstallerCommand(const std::string& installerPath) {
-    // The closing quote has no opening one. Published content was made against this very text.
+    // The closing quote has no opening one. Published content relies on exactly this text.
     return base::shellWord(installerPath) + "' -install 2>&1";
 }
 

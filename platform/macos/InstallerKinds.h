@@ -3,18 +3,20 @@
 #include <string>
 #include <vector>
 
-/// What can be installed: one table for a run, for a plan of it and for checks of what is published.
+/// What can be installed: one table for runs, for plans and for checks of published patches.
 namespace zelor::platform {
 
+/// How a file is installed.
 enum class InstallMethod {
     copyBundle,      ///< copied to the applications directory
     installPackage,  ///< by the system's installer
     mountImage       ///< mounted; the first bundle or package on it is installed
 };
 
+/// A row of the table. Rows live as long as the process.
 struct InstallerKind {
     const char* name;    ///< as `MacPatchManager::install3rdPartyPatch` takes it
-    const char* marker;  ///< what a path of this kind holds, anywhere
+    const char* marker;  ///< a path of this kind contains it anywhere
     InstallMethod method;
     bool isCompressed;  ///< an archive cannot make it smaller
 };
@@ -35,7 +37,7 @@ std::string installableOnImageText();
 /// ".pkg or .dmg": what is a file, not a bundle's directory.
 std::string installableFileText();
 
-/// What a plan is to show of an installation.
+/// An installation that a plan shows.
 struct Installation {
     std::string path;
     std::string mountPoint;
@@ -44,12 +46,14 @@ struct Installation {
     std::string silentOption;  ///< the bundle's own installer with its arguments
 };
 
+/// What an installation does, for a plan to show.
 struct InstallerSteps {
-    std::vector<std::string> commands;  ///< in their order
-    std::string note;                   ///< what happens beside them
-    bool readsSuccessUnseen = false;    ///< also when nothing was there to be installed
+    std::vector<std::string> commands;  ///< in order
+    std::string note;                   ///< what happens besides the commands
+    bool readsSuccessUnseen = false;    ///< reports success even when there was nothing to install
 };
 
+/// The steps that a run takes for this installation; runs none of them.
 InstallerSteps installerSteps(const InstallerKind& kind, const Installation& installation);
 
 }  // namespace zelor::platform

@@ -17,10 +17,10 @@ namespace zlog = zelor::log;
 
 namespace {
 
-// What a child reports that could not become the script's shell.
+// The wait status of a child that could not execute the script's shell.
 constexpr int kExitOne = 1 << 8;
 
-// chmod +x without a shell: whoever may read the script may run it.
+// As chmod +x: those who may read the script may run it.
 void makeExecutable(const std::string& path) {
     const zelor::base::UniqueFd fd = zelor::base::openFile(path, O_RDONLY | O_NOFOLLOW);
     struct stat info {};

@@ -19,13 +19,13 @@ namespace {
 
 using zelor::platform::InstallMethod;
 
-// There is one mount point, whatever the number of managers: held from the first detach to the last.
+// All managers share one mount point: locked from the first detach to the last.
 zelor::base::Mutex& mountPointMutex() {
     static zelor::base::Mutex mutex;
     return mutex;
 }
 
-// What lies there would be installed in place of an image that cannot be attached.
+// Files there would be installed instead of those of an image that cannot be attached.
 zelor::base::Check checkMountPoint(const std::string& mountPoint) {
     struct stat here {};
     struct stat above {};
@@ -99,7 +99,7 @@ int MacPatchManager::dmgInstallation(std::string dmgPath, std::string packageNam
     const zelor::base::MutexLock lock(mountPointMutex());
     const std::string mountPoint = underSystemRoot(zelor::platform::kDiskImageMountPoint);
     const std::string detach = zelor::platform::detachCommand(mountPoint);
-    getCmdlineOutput(detach);  // clears what an earlier run left mounted
+    getCmdlineOutput(detach);  // detaches an image that an earlier run left mounted
     if (const zelor::base::Check usable = checkMountPoint(mountPoint); !usable) {
         const std::string& problem = usable.error().text;
         zlog::error("[MacPatchManager] (Install3rdParty) The mount point '", mountPoint,

@@ -20,7 +20,7 @@ void AppliedRemediations::add(int result, const std::string& eriId) {
         return;
     }
     const base::Check added = record_.append(path_, eriId);
-    // A missing directory is the installer's business and is not logged.
+    // A missing directory is up to the installer and is not logged.
     if (!added && added.error().error != ENOENT) {
         log::error("[Remediation Manager] ", eriId, " is installed, and cannot be noted in ", path_, ": ",
                    added.error().text, "; the next run will install it again");
@@ -43,7 +43,7 @@ void AppliedRemediations::reset() {
     boost::system::error_code error;
     if (!boost::filesystem::exists(path_, error)) return;
     const bool kept = !boost::filesystem::remove(path_, error) && error;
-    // A record that stays must not say after the scan what was installed before it.
+    // A record that cannot be removed is emptied: after a scan, what was installed before it must not count.
     const int emptied = kept ? O_TRUNC : 0;
     const bool opened =
         static_cast<bool>(base::openFile(path_, O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | emptied));

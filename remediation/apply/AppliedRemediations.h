@@ -11,16 +11,16 @@ namespace zelor::remediation {
 /// time.
 class AppliedRemediations {
   public:
-    /// `path`: the record's file. It outlives the object.
+    /// `path`: the record's file; the string outlives the object.
     explicit AppliedRemediations(const std::string& path) : path_(path) {}
     AppliedRemediations(const AppliedRemediations&) = delete;
     AppliedRemediations& operator=(const AppliedRemediations&) = delete;
 
-    /// Records `eriId` when `result` is 0. One with control characters is refused with an error line.
+    /// Records `eriId` when `result` is 0. An id with control characters is refused with an error line.
     void add(int result, const std::string& eriId);
     /// True when any one of the entry's ERIs is recorded.
     bool covers(creEriParsedData& entry);
-    /// Makes a record that exists an empty one, so that everything is applied again.
+    /// Empties the record if it exists, so that everything is applied again.
     void reset();
 
   private:

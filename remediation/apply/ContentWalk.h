@@ -23,6 +23,7 @@ enum class BlockOutcome {
     attempted        ///< `code` tells how it went
 };
 
+/// How one block of the content ended.
 struct BlockResult {
     parsedEriData* block = nullptr;  ///< null when it is the result of the content as a whole
     BlockOutcome outcome = BlockOutcome::attempted;

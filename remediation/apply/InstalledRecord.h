@@ -9,18 +9,19 @@
 
 namespace zelor::remediation {
 
-/// The lines of the installed-patches record. They are kept as long as the file is as this object read or
-/// left it, which one stat(2) shows; a file that anybody else changed is read whole again. One thread at a
-/// time.
+/// The lines of the installed-patches record. They are kept in memory while the file is as this object last
+/// read or wrote it, which one stat(2) shows; a file that anyone else changed is read again as a whole. One
+/// thread at a time.
 class InstalledRecord {
   public:
     /// Brings the lines up to date with the file; one that cannot be opened counts as empty. The log gets an
     /// error line for a symbolic link that is not followed, for a last line without its end, which counts,
     /// and for lines with control characters: once for each state of the file.
     void refresh(const std::string& path);
-    /// Appends a line to the file, which is made when there is none. A refusal of the file has
-    /// no errno.
+    /// Appends a line to the file, creating the file when it is missing. When the file is refused, the
+    /// failure has no errno.
     base::Check append(const std::string& path, const std::string& line);
+    /// True when the file had no lines at the last `refresh` and none was appended since.
     bool empty() const { return lines_.empty() && unfinished_.empty(); }
     /// True when some line equals `text` exactly.
     bool hasLine(const std::string& text) const {
@@ -35,12 +36,12 @@ class InstalledRecord {
     void takeAppended(const std::string& line);
 
     std::unordered_set<std::string> lines_;
-    std::string unfinished_;  ///< a last line without its end; it counts as a line too
+    std::string unfinished_;  ///< a last line without its line end; it counts as a line
     std::uint64_t damaged_ = 0;
     std::string path_;
-    base::FileStamp stamp_;  ///< of the state that the lines are from
+    base::FileStamp stamp_;  ///< of the file when the lines were read
     bool settled_ = false;   ///< a later change cannot have left the same stamp
-    // What the log has already.
+    // What the log already says.
     std::string reportedEnd_;
     std::uint64_t reportedDamage_ = 0;
     std::string reportedRefusal_;

@@ -12,8 +12,8 @@
 
 namespace zelor::remediation {
 
-/// What the phases of a run work with. All of it outlives the phases, and belongs to the run's thread but for
-/// what says otherwise.
+/// What the phases of a run work with. All of it outlives the phases, and belongs to the run's thread except
+/// where its class says otherwise.
 struct PhaseParts {
     Progress& progress;
     Cancellation& cancellation;
@@ -25,7 +25,7 @@ struct PhaseParts {
     RunFlags flags;
     RunEvents& events;
 
-    /// Records a state.
+    /// Records a state for a request key.
     void record(const std::string& key, Progress::State state) const { progress.record(key, state); }
     /// Records a failure, which also counts for the whole run.
     void fail(const std::string& key, Progress::State state) const {

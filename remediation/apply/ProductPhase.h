@@ -9,10 +9,11 @@ namespace zelor::remediation {
 /// Installs the patches of a run for third-party products. Blocks the run's thread.
 class ProductPhase {
   public:
+    /// What `parts` refers to outlives the object.
     explicit ProductPhase(const PhaseParts& parts) : parts_(parts) {}
 
-    /// Installs the rows with content that are no OS updates, in their order; each gets a final state. Ends
-    /// early when the whole run is cancelled or has failed. Failures are logged, and reported to the events.
+    /// Installs the rows with content that are not OS updates, in order; each gets a final state. Ends early
+    /// when the whole run is cancelled or has failed. Failures are logged, and reported to the events.
     void install(std::vector<remediateMetadata>& rows);
 
   private:

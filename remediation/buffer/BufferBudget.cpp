@@ -27,7 +27,7 @@ void logSizeTrouble() {
     log::debug("[Remediation Manager] (getFoldersize) getting file size threw exception");
 }
 
-/// Directories by device and inode: one that links lead to as well counts once.
+/// Directories by device and inode: one that is also reached by links counts once.
 using SeenDirectories = std::set<std::pair<dev_t, ino_t>>;
 
 void addFileSizes(const std::string& dir, SeenDirectories& seen, long& size) {

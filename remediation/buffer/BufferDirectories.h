@@ -2,8 +2,8 @@
 
 namespace zelor::remediation {
 
-/// True when the directory of the buffered-patches list and the buffer directory are writable only by us;
-/// otherwise an error line says why neither is used.
+/// True when other users can modify neither the directory of the buffered-patches list nor the buffer
+/// directory; otherwise an error line says why neither is used.
 bool bufferDirectoriesAreOurs();
 
 }  // namespace zelor::remediation

@@ -12,7 +12,7 @@ bool bufferedLineMatches(const std::string& line, const std::string& patchName, 
 /// True when a line of `list` matches so.
 bool hasBufferedLine(const std::string& list, const std::string& patchName, const std::string& md5sum);
 
-/// The list as it was read last, so that a look at an unchanged file costs one stat(2). One thread at a time.
+/// The list as it was read last, so that checking an unchanged file costs one stat(2). One thread at a time.
 class BufferedList {
   public:
     /// True when the file at `path` is still the one that was read.
@@ -30,7 +30,7 @@ class BufferedList {
 
 /// What an older crash left in the list.
 struct ListDamage {
-    bool tornEnd = false;       ///< a last line without its end, which is given one
+    bool tornEnd = false;       ///< a last line without its line end, which is added
     bool damagedLines = false;  ///< lines with control characters, which no entry has
 };
 

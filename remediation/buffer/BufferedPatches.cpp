@@ -44,7 +44,7 @@ std::string archiveOf(const std::string& patchName) {
 void replaceList(const std::string& listPath, const std::string& temporaryPath, const std::string& lines) {
     const base::UniqueFd temporary = base::openFile(temporaryPath, O_RDWR | O_APPEND | O_CREAT | O_NOFOLLOW);
     if (!temporary) fail("cannot open the temporary list");
-    // A rewrite that was killed may have left a torn last line; its line is still in the list.
+    // A rewrite that was killed may have left an incomplete last line; the whole line is still in the list.
     if (!base::cutTornEnd(temporary.get())) fail("cannot repair the temporary list");
     const off_t before = lseek(temporary.get(), 0, SEEK_END);
     if (base::writeAll(temporary.get(), lines) && base::flushToDisk(temporary.get()) &&
@@ -79,7 +79,7 @@ bool BufferedPatches::has(const std::string& patchName, const std::string& md5su
                           const std::string& listPath) {
     log::debug("[Remediation Manager] Inside patchIsAlreadyBuffered .. bufferedPatchListFile = ", listPath);
     try {
-        // The directories are judged before what they hold is read, and before it is used.
+        // The directories are checked before the list is read, and again before it is used.
         if (!list_.isCurrent(listPath)) {
             if (!bufferDirectoriesAreOurs()) return false;
             list_.read(listPath);

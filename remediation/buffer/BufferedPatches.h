@@ -11,21 +11,22 @@ namespace zelor::remediation {
 /// throws.
 class BufferedPatches {
   public:
-    /// `listName`: the list's file name. It outlives the object.
+    /// `listName`: the list's file name; the string outlives the object.
     explicit BufferedPatches(const std::string& listName) : listName_(listName) {}
     BufferedPatches(const BufferedPatches&) = delete;
     BufferedPatches& operator=(const BufferedPatches&) = delete;
 
-    /// The list's path by the agent's settings.
+    /// The list's path according to the agent's settings.
     std::string listPath() const;
     /// The path of the archive of that name by the agent's settings.
     static std::string archivePath(const std::string& archive);
 
-    /// True when the list at `listPath` has the patch with `md5sum`, and its archive is there.
+    /// True when the list at `listPath` has the patch with `md5sum`, and its archive exists.
     bool has(const std::string& patchName, const std::string& md5sum, const std::string& listPath);
-    /// Lists a buffered patch in place of older entries. A failure is logged and added to the call report.
+    /// Adds a buffered patch to the list, replacing older entries. A failure is logged and added to the call
+    /// report.
     void add(const std::string& patchName, const std::string& md5sum, const std::string& listPath);
-    /// Drops every line that contains `patchName`, also as part of a longer name. A failure is logged, and
+    /// Removes every line that contains `patchName`, even as part of a longer name. A failure is logged and
     /// leaves the list as it is.
     void removeEntry(const std::string& patchName);
     /// Deletes the archive of a patch that has been installed from `installedFile`, and its entry.

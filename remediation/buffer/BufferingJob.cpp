@@ -55,11 +55,11 @@ void BufferingJob::buffer(std::vector<remediateMetadata>& rows) {
     }
 }
 
-// False when the job is to end. A collaborator may throw boost::thread_interrupted.
+// False when the job must end. A collaborator may throw boost::thread_interrupted.
 bool BufferingJob::bufferRows(std::vector<remediateMetadata>& rows) {
     if (!bufferDirectoriesAreOurs()) return true;
     for (remediateMetadata& request : rows) {
-        // The system's own updater fetches OS updates; they have no archive.
+        // The system's updater fetches OS updates; they have no archive.
         if (!RecordAccess::creEriDataPresent(request) || RecordAccess::osRemediation(request)) continue;
         for (parsedEriData& block : RecordAccess::blocks(RecordAccess::creEriData(request))) {
             if (isCancelled() || !bufferBlock(block)) return false;
@@ -68,7 +68,7 @@ bool BufferingJob::bufferRows(std::vector<remediateMetadata>& rows) {
     return true;
 }
 
-// False when the job is to end.
+// False when the job must end.
 bool BufferingJob::bufferBlock(parsedEriData& block) {
     const std::string patchId = base::trimmed(RecordAccess::patchId(block));
     const std::string md5sum = base::trimmed(RecordAccess::md5sum(block));

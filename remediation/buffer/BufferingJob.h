@@ -23,11 +23,11 @@ class BufferingJob {
     BufferingJob(const BufferingJob&) = delete;
     BufferingJob& operator=(const BufferingJob&) = delete;
 
-    /// Buffers the rows that `prepare` makes, patches first. Nothing is thrown, also when `prepare` throws an
+    /// Buffers the rows that `prepare` makes, patches first. Throws nothing, even when `prepare` throws a
     /// std::exception or boost::thread_interrupted.
     void run(const std::function<RequestRows()>& prepare);
-    /// Buffers the files of the rows with content that are no OS updates. An interruption ends it; an
-    /// std::exception of a collaborator is passed on.
+    /// Buffers the files of the rows with content that are not OS updates. An interruption ends it; lets a
+    /// std::exception of a collaborator through.
     void buffer(std::vector<remediateMetadata>& rows);
 
   private:

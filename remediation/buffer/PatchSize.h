@@ -2,7 +2,7 @@
 
 #include <string>
 
-/// The arithmetic of the buffer's budget and rate, on the texts that content and settings hold.
+/// The arithmetic of the buffer's budget and rate, on texts from content and settings.
 namespace zelor::remediation {
 
 /// A size text such as "12.5 MB", taken apart.
@@ -12,14 +12,14 @@ struct PatchSize {
     long bytes = 0;      ///< KB and MB are scaled; with any other unit the whole part counts as bytes
 };
 
-/// The fraction is a single-precision float made from the digits behind the "." without leading zeros: "2.05"
-/// counts as "2.5". Published sizes were made against this.
+/// The fraction is a single-precision float made from the digits after the "." without leading zeros: "2.05"
+/// counts as "2.5". Published sizes rely on this.
 PatchSize parsePatchSize(const std::string& text);
 
-/// Bytes of a budget in megabytes, in 32-bit arithmetic: 2048 and more wrap.
+/// The bytes of a budget in megabytes, in 32-bit arithmetic: 2048 and more wrap around.
 long budgetBytes(const std::string& megabytes);
 
-/// `percent` of `bytesPerSecond`, cut to a whole number; not below zero.
+/// `percent` of `bytesPerSecond`, rounded down; never negative.
 unsigned long shareOfBandwidth(unsigned long bytesPerSecond, int percent);
 
 }  // namespace zelor::remediation

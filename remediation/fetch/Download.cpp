@@ -38,7 +38,7 @@ int Download::forBuffer(const PatchName& name, std::string& archivePath, unsigne
     return result;
 }
 
-// False when there is no thread for `work`, or when the cancel came before the thread.
+// False when no thread could be made for `work`, or a cancel came before it.
 bool Download::start(const std::string& key, const std::function<void()>& work) {
     done_ = false;
     const Cancellation::Start start = cancellation_.startDownload(key, work);
@@ -46,8 +46,8 @@ bool Download::start(const std::string& key, const std::function<void()>& work) 
     return start == Cancellation::Start::started;
 }
 
-// The thread, which is over by then, is joined by a handle of our own: a cancel may look at the other one at
-// any moment.
+// Waits for the end of the transfer, then takes the thread's handle to join it: a cancel may use the shared
+// handle at any moment.
 void Download::join() {
     const boost::this_thread::disable_interruption whole;
     {

@@ -11,8 +11,8 @@
 
 namespace zelor::remediation {
 
-/// Downloads archives, one at a time: a request's on a thread that a cancel interrupts, the buffer's on the
-/// calling thread. The operations block, and belong to the run's or the buffering job's thread.
+/// Downloads archives, one at a time: for a request on a new thread, which a cancel interrupts; for the
+/// buffer on the calling thread. The operations block, and belong to the run's or the buffering job's thread.
 class Download {
   public:
     /// All of them outlive the object. `done`: true between the end of a transfer and the join of its thread.
@@ -21,19 +21,20 @@ class Download {
     Download(const Download&) = delete;
     Download& operator=(const Download&) = delete;
 
-    /// Downloads a request's archive to `archivePath` (in and out). A download that was interrupted for a
-    /// cancel which is withdrawn by then is made again. Success shows in the file alone. False when a cancel
+    /// Downloads a request's archive to `archivePath` (in and out). A download that was interrupted by a
+    /// cancel that has since been withdrawn is repeated. Only the file shows success. False when a cancel
     /// came before the transfer.
     bool forRequest(const std::string& key, const PatchName& name, std::string& archivePath);
-    /// Downloads an archive for the buffer at `bytesPerSecond`, on the calling thread. The downloader's
-    /// result: 0 when the archive is complete. A downloader that asks `CallReport::stopAsked` ends early for
-    /// a cancel of everything, one that looks at interruptions for one of the calling thread.
+    /// Downloads an archive for the buffer at `bytesPerSecond`, on the calling thread. Returns the
+    /// downloader's result: 0 when the archive is complete. A cancel of everything ends it early when the
+    /// downloader asks `CallReport::stopAsked`; an interruption of the calling thread does when the
+    /// downloader checks for it.
     int forBuffer(const PatchName& name, std::string& archivePath, unsigned long bytesPerSecond);
     /// True when a cancel or an interruption came during the last download for the buffer.
     bool bufferingWasStopped() const { return stopped_; }
 
-    /// Transfers on the calling thread, and reports the end to the events and to who waits for it. The
-    /// downloader's result, 0 when the archive is complete, or -1 for an exception, which is logged.
+    /// Transfers on the calling thread, and reports the end to the events and to the waiting thread. Returns
+    /// the downloader's result, 0 when the archive is complete, or -1 for an exception, which is logged.
     int transfer(std::string stem, std::string& archivePath, std::string extension, bool rateLimited,
                  unsigned long bytesPerSecond);
 
@@ -47,9 +48,9 @@ class Download {
     Cancellation& cancellation_;
     RunEvents& events_;
     bool refused_ = false;              ///< a cancel came before the last thread
-    std::atomic<bool> stopped_{false};  ///< the buffer's last download; a run's thread may set it in vain
-    // The end of the transfer is awaited here, so that the thread's handle is used under the cancels' lock
-    // alone.
+    std::atomic<bool> stopped_{false};  ///< of the last download for the buffer; unused for a run's
+    // For waiting for the end of the transfer, so that the thread's handle is used only under the cancels'
+    // lock.
     base::Mutex endMutex_;
     base::Condition end_;
 };

@@ -9,24 +9,25 @@
 /// Decisions on the names of patches and scripts.
 namespace zelor::remediation {
 
-/// A file name in two at its last ".": "a.b.pkg" gives "a.b" and ".pkg".
+/// A file name split at its last ".": "a.b.pkg" gives "a.b" and ".pkg".
 struct PatchName {
     std::string stem;
     std::string extension;
 };
 
-/// Nothing when the name has no ".".
+/// Splits the name at its last "."; nothing when it has none.
 std::optional<PatchName> splitAtLastDot(const std::string& fileName);
 
-/// The name cut before its last four characters, whatever they are; a shorter name is all stem. The
+/// Splits the name before its last four characters, whatever they are; a shorter name is all stem. The
 /// buffered-patches list and the buffer directory are keyed this way.
 PatchName cutFourCharacters(const std::string& fileName);
 
-/// Why a name must never reach the file system ("" when it may): a path separator, a control character, "."
-/// or "..".
+/// Why a name must never be used as a file name: it holds a path separator or a control character, or is "."
+/// or "..". "" when it may be used.
 std::string whyUnsafeFileName(const std::string& fileName);
 
-/// Why a file of that name is never fetched ("" when it is): it has no extension, or its name is unsafe.
+/// Why a file of that name is never fetched: it has no extension, or its name is unsafe. "" when it is
+/// fetched.
 std::string whyNotFetched(const std::string& fileName);
 
 /// The archive in which a file is published; "" for a name without an extension.

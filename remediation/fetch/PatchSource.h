@@ -14,15 +14,15 @@ namespace zelor::remediation {
 /// A fetched file.
 struct FetchedFile {
     std::string path;               ///< in the content directory; "" on any failure
-    bool usedBufferedCopy = false;  ///< the archive was the buffer's, also when the fetch failed
-    bool cancelled = false;         ///< the fetch ended for a cancel, not for want of a file
+    bool usedBufferedCopy = false;  ///< the archive came from the buffer, even when the fetch failed
+    bool cancelled = false;         ///< a cancel ended the fetch, not a failure
 };
 
 /// Fetches, unpacks and verifies patches and scripts. Belongs to the run's thread.
 class PatchSource {
   public:
-    /// All of them outlive the object. Files are unpacked into `contentDirectory`, which must be writable by
-    /// us alone.
+    /// All of them outlive the object. Files are unpacked into `contentDirectory`, which other users must not
+    /// be able to modify.
     PatchSource(const std::string& contentDirectory, const std::atomic<bool>& internalError,
                 Download& download, BufferedPatches& buffered, Progress& progress, Cancellation& cancellation,
                 RunEvents& events);
@@ -33,10 +33,10 @@ class PatchSource {
     /// `md5sum`) or the repository, checks its signature, and records the states of `key` on the way.
     /// Failures are logged and reported to the events.
     FetchedFile fetch(const std::string& fileName, const std::string& key, const std::string& md5sum);
-    /// The same for a block of content, followed by one look at the cancels, which the caller goes by. A
-    /// fetch that ended for a cancel which is withdrawn by then is made again.
+    /// The same for a block of content; then checks once for a cancel and returns how the caller must
+    /// proceed. A fetch that was ended by a cancel that has since been withdrawn is repeated.
     Next fetchBlock(const std::string& key, parsedEriData& block, FetchedFile& file);
-    /// 0 when the file's detached signature is good, else -1, which is logged.
+    /// Checks the file's detached signature: 0 when it is good, else -1, which is logged.
     static int verify(const std::string& filePath, const std::string& extension);
 
   private:

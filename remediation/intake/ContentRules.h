@@ -23,16 +23,16 @@ bool countsAsApplied(const creEriParsedData& entry,
 /// False for an ERI id that the installed-patches record refuses: it is installed again by every run.
 bool isRecordable(const std::string& eriId);
 
-/// Whether the text can name a patch or script at all: it has a ".".
+/// Whether the text can name a patch or script: it contains a ".".
 bool namesPatchFile(const std::string& patchId);
 
-/// False for a vendor's patch of another platform, which is passed over.
+/// False for a vendor's patch for another platform, which is skipped.
 bool isForThisPlatform(const parsedEriData& block);
 
 /// True when a bundle on a disk image is run with its own installer.
 bool usesBundleInstaller(const parsedEriData& block);
 
-/// False when the vendor's updates are left to the user by the agent's setting.
+/// False when the agent's setting `installationType` leaves the vendor's updates to the user.
 bool installsVendorUpdates(const std::string& installationType);
 
 }  // namespace zelor::remediation

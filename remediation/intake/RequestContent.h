@@ -16,11 +16,11 @@ class RequestContent {
     RequestContent(const RequestContent&) = delete;
     RequestContent& operator=(const RequestContent&) = delete;
 
-    /// The content for the CPEs and identifier of a row, which may be fetched for it. Its parsing flag says
-    /// whether there is any; why not is in the call report.
+    /// The content for the CPEs and identifier of a row; may fetch it, and so block. Its parsing flag says
+    /// whether there is any; if not, the call report has the reason.
     parseOnlyMetadata get(const std::string& platformCpe, const std::string& productCpe,
                           const std::string& identifier);
-    /// Drops the content of a row that is applied, and so needs it no more.
+    /// Frees the content of a row that has been applied and needs it no more.
     void drop(remediateMetadata& row);
 
   private:

@@ -15,7 +15,7 @@ namespace zelor::remediation {
 
 namespace {
 
-// About as many rows as there will be: blanks before an identifier are not looked for here.
+// About as many rows as there will be: identifiers with leading blanks are not counted.
 std::size_t countConfigurations(const std::map<std::string, std::string>& requests) {
     return static_cast<std::size_t>(std::count_if(requests.begin(), requests.end(), [](const auto& request) {
         return base::hasBeginning(request.second, "CCE-");

@@ -13,7 +13,7 @@
 
 namespace zelor::remediation {
 
-/// Makes rows of the requests and gets their content. Requests that cannot be used are recorded as failed and
+/// Turns requests into rows and gets their content. Requests that cannot be used are recorded as failed and
 /// logged. Belongs to the run's or the buffering job's thread.
 class RequestIntake {
   public:
@@ -27,12 +27,12 @@ class RequestIntake {
     /// Takes up the requests, adds a row for each usable one and gets the rows' content. Ends early when the
     /// whole run is cancelled.
     void parseAll();
-    /// Gets the content of rows; only the row list of the patches counts for collective results.
+    /// Gets the content of rows; only rows of the patch list count for collective results.
     void getContent(std::vector<remediateMetadata>& rows);
-    /// Puts the patches that install unattended first, and else keeps their order. Does nothing when the
-    /// whole run is cancelled.
+    /// Moves the patches that install unattended to the front; keeps the order otherwise. Does nothing when
+    /// the whole run is cancelled.
     void putUnattendedFirst();
-    /// True when the row has content, all of which installs unattended; else it is logged.
+    /// True when the row has content and all of it installs unattended; logs when not.
     static bool installsUnattended(const remediateMetadata& row);
 
   private:

@@ -10,21 +10,23 @@ namespace zelor::remediation {
 /// The key under which progress is stored: "X||Y" is stored under X when Y contains "oval:", else as it is.
 std::string progressKey(const std::string& requestKey);
 
-/// What the (trimmed) key of a request names.
+/// What the trimmed key of a request names.
 struct RequestKey {
     std::vector<std::string> cpes;  ///< empty when the key names none
     std::string packageName;        ///< empty for a configuration, or without "||"
 };
 
-/// True when the (trimmed) identifier asks for a configuration; else it asks for a patch.
+/// True when the trimmed identifier asks for a configuration, false when it asks for a patch.
 bool isConfiguration(const std::string& identifier);
 
-/// A request names one or two CPEs.
+/// How many CPEs a request names: one or two are usable.
 enum class CpeCount { none, usable, tooMany };
 CpeCount cpeCount(const RequestKey& request);
 /// Why a request with that many cannot be used; "" when it can.
 std::string whyUnusable(CpeCount count);
 
+/// Parses a trimmed key: up to two parts separated by "||", CPEs separated by commas and, unless
+/// `configuration`, a package name. Every text is accepted.
 RequestKey parseRequestKey(const std::string& trimmedKey, bool configuration);
 
 /// True when some word of a reference names neither a CVE nor a CCE.
@@ -36,7 +38,8 @@ struct RequestTarget {
     std::string productCpe;
 };
 
-/// `specialCases`: operating-system CPEs that count as products.
+/// The platform and product of a request; of several CPEs of one kind the last counts. `specialCases`:
+/// operating-system CPEs that count as products.
 RequestTarget requestTarget(const std::vector<std::string>& cpes, const std::string& defaultPlatformCpe,
                             const std::set<std::string>& specialCases);
 

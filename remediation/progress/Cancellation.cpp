@@ -47,7 +47,7 @@ void Cancellation::interruptDownload() {
     }
 }
 
-// The caller holds `mutex_`. A download of the buffering job has no request of its own.
+// The caller holds `mutex_`. A download of the buffering job belongs to no request.
 bool Cancellation::downloadIsCancelled() const {
     return state_.all ||
            (!state_.currentRequest.empty() && state_.requests.count(state_.currentRequest) != 0);

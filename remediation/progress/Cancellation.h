@@ -13,7 +13,7 @@
 
 namespace zelor::remediation {
 
-/// How work on a request goes on after its cancels were checked.
+/// How work on a request proceeds after a check for cancels.
 enum class Next {
     proceed,
     aborted,  ///< the request is cancelled
@@ -21,17 +21,18 @@ enum class Next {
 };
 
 /// Cancels of a whole run or of single requests, and the download thread that a cancel interrupts. Any thread
-/// may cancel; the other operations belong to the run's or the buffering job's thread. The lock is taken
-/// before the progress's.
+/// may cancel; the other operations belong to the run's or the buffering job's thread. Its lock is taken
+/// before that of `Progress`.
 class Cancellation {
   public:
+    /// Texts by request key; requests (key to identifier), unchanged once shared.
     using Texts = std::map<std::string, std::string>;
     using Requests = std::shared_ptr<const Texts>;
 
     /// What is cancelled and what would be interrupted. All but `all` is guarded by the lock.
     struct State {
         std::atomic<bool>& all;       ///< the whole run
-        Texts& requests;              ///< keys of single requests
+        Texts& requests;              ///< by the keys of single requests
         std::string& currentRequest;  ///< whose file is fetched or installed; "" for a buffering job
         boost::thread& download;      ///< the thread of the download in progress, else no thread
     };
@@ -42,44 +43,47 @@ class Cancellation {
     Cancellation(const Cancellation&) = delete;
     Cancellation& operator=(const Cancellation&) = delete;
 
-    /// Cancels the whole run and interrupts its download, or withdraws that.
+    /// Cancels the whole run and interrupts its download, or withdraws that cancel.
     void setAll(bool cancel);
+    /// True while the whole run is cancelled.
     bool all() const { return state_.all; }
-    /// Replaces the single requests that are cancelled, by whole request key; the download of one of them is
-    /// interrupted.
+    /// Replaces the requests that are cancelled one by one, by whole request key; interrupts the download of
+    /// one of them.
     void setRequests(Texts requests);
+    /// A copy of the requests that are cancelled one by one.
     Texts requests();
     /// Interrupts the download if the run or its request is cancelled. The caller holds the lock. Failures
     /// are logged.
     void interruptDownload();
 
-    /// The requests that single cancels are looked up in; shared as long as they are.
+    /// Sets the requests among which single cancels are looked up; shared until others are set.
     void setCancellable(const Requests& requests);
-    /// Records 13 for every request that is cancelled one by one and whose entry does not show it.
+    /// Records 13 for every request that is cancelled one by one and whose progress does not show it yet.
     void markCancelled();
     /// True, with a log line, when the request is cancelled one by one.
     bool isCancelled(const std::string& key);
     /// True when the run or the request with this whole key is cancelled; logs nothing. Any thread.
     bool stopsRequest(const std::string& key);
 
-    /// Between the two, the first `stopsRun` that is true makes a later withdrawal ineffective.
+    /// Begin and end of a run. In between, once `stopsRun` has returned true, a cancel can no longer be
+    /// withdrawn.
     void beginRun();
     void endRun() { inRun_ = false; }
-    /// True when the whole run is cancelled, and the caller is to leave the rest undone.
+    /// True when the whole run is cancelled: the caller must leave the rest undone.
     bool stopsRun();
 
-    /// Names the request that is worked on from now on.
+    /// Sets the request that is worked on from now on.
     void setCurrentRequest(const std::string& key);
 
     /// How a download began.
     enum class Start { started, cancelled, noThread };
-    /// Runs `work` on the download thread for a request key, or "" for a buffering job, unless it is
-    /// cancelled. No other download is in progress. A failure to make the thread is logged. What `work`
-    /// refers to outlives the thread.
+    /// Runs `work` on a new download thread for a request key, or "" for a buffering job, unless that is
+    /// cancelled. No other download may be in progress. A failure to make the thread is logged. What `work`
+    /// refers to must outlive the thread.
     Start startDownload(const std::string& key, const std::function<void()>& work);
-    /// The download thread's handle, for the caller to join once the work has ended.
+    /// Hands over the download thread, for the caller to join once the work has ended.
     boost::thread takeDownload();
-    /// True when the last download that was started has been interrupted.
+    /// True when the last download started has been interrupted.
     bool downloadWasInterrupted() const { return downloadInterrupted_; }
 
   private:

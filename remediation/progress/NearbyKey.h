@@ -5,15 +5,15 @@
 
 namespace zelor::remediation {
 
-/// Looks keys up in a map where the last one was found: a run asks in the order of the keys, mostly, and then
-/// a look costs the same whatever the map's size. `forget` before other entries take the map's place.
+/// Looks keys up in a map, starting where the last one was found: a run mostly asks in the order of the keys,
+/// and then a lookup takes constant time. Call `forget` before entries are removed or the map is replaced.
 template <class Map>
 class NearbyKey {
   public:
-    /// The entry of `key`, or the end.
+    /// The entry of `key`, or the map's end.
     auto find(Map& map, const std::string& key) { return seek(map, key) ? last_ : map.end(); }
 
-    /// The entry of `key`, made with `value` when there is none.
+    /// The entry of `key`, added with `value` when there is none; `made` says whether it was.
     auto findOrMake(Map& map, const std::string& key, const typename Map::mapped_type& value, bool& made) {
         made = !seek(map, key);
         if (made) {
@@ -23,6 +23,7 @@ class NearbyKey {
         return last_;
     }
 
+    /// Forgets where the last key was found.
     void forget() { known_ = false; }
 
   private:

@@ -71,7 +71,7 @@ void Progress::announce(const std::string& key, unsigned long value) {
     events_.recorded(key, value);
 }
 
-// `mutex_` is not held over both steps: the second takes it, and only the run's thread makes a value final.
+// `mutex_` is not held over both steps: the second locks it, and only the run's thread makes a value final.
 void Progress::recordUnlessFinal(const std::string& key, State state) {
     const auto known = table_.find(progressKey(key));
     if (!known || !isFinal(*known)) record(key, state);

@@ -27,13 +27,15 @@ struct RequestRows {
 /// state's lock, which comes first.
 class Progress {
   public:
+    /// A progress value; values by progress key; request key to the keys of removed requests; results by
+    /// request key.
     using State = RemediationManager::REM_PROGRESS;
     using Map = std::map<std::string, unsigned long>;
     using Duplicates = std::multimap<std::string, std::string>;
     using PartialResults = std::multimap<std::string, State>;
 
-    /// All of them outlive the object. `map`: progress by progress key; it is accessed through the object
-    /// alone. `duplicates`: request key to the keys of removed requests that share its progress; not changed
+    /// All of them outlive the object. `map`: progress by progress key; used only through this object from
+    /// now on. `duplicates`: request key to the keys of removed requests that share its progress; not changed
     /// while a state is recorded. `partialResults`: the results so far of keys that need several.
     Progress(Map& map, const Duplicates& duplicates, PartialResults& partialResults, boost::mutex& mutex,
              RunEvents& events);
@@ -42,35 +44,35 @@ class Progress {
 
     /// A snapshot of every request's progress, by progress key.
     Map copy() { return table_.copy(); }
-    /// Replaces every entry; the collective rule and the events keep what they have.
+    /// Replaces every entry; does not affect the collective rule and the events.
     void replace(Map progress);
 
     /// Records a state for a request key. A success or a failure from 5 to 11 passes through the collective
     /// rule first, which may hold it back.
     void record(const std::string& key, State state);
-    /// Records it unless the key's last state is a success or a failure from 5 to 11.
+    /// Records a state unless the key's last state is a success or a failure from 5 to 11.
     void recordUnlessFinal(const std::string& key, State state);
 
-    /// Counts a row with content that is no OS update among the remediations that its key needs.
+    /// Counts a row with content that is not an OS update among the remediations that its key needs.
     void addRemediation(const remediateMetadata& row);
-    /// Takes back one `addRemediation` of the row's key; nothing when there was none.
+    /// Takes back one `addRemediation` of the row's key, if there was one.
     void removeRemediation(const remediateMetadata& row);
-    /// Adds a partial result for `key`. What is to be recorded: `state` itself when the key needs one
-    /// remediation; else nothing until the last one, and then failure when any failed.
+    /// Adds a partial result for `key`. Returns what to record: `state` itself when the key needs one
+    /// remediation; else nothing until the last one, and then a failure when any failed.
     std::optional<State> collectiveResult(const std::string& key, State state);
 
     /// Records an internal failure for every row.
     void failAll(const RequestRows& rows);
-    /// Gives an internal failure to the rows without an entry, past the collective rule.
+    /// Sets an internal failure for the rows without an entry, bypassing the collective rule.
     void failRemaining(const RequestRows& rows);
     /// Records 13 for the rows whose state is not final.
     void abortRemaining(const RequestRows& rows);
-    /// Gives an internal failure to `key` unless it has got beyond installing; `reason` goes to the events.
+    /// Sets an internal failure for `key` unless it is past installing; `reason` goes to the events.
     void failUnfinished(const std::string& key, const std::string& reason);
 
-    /// The request keys that are cancelled one by one and whose entries do not show it; from now on they
-    /// count as marked, so the caller records 13 for them. `cancels`, when given, replaces what is cancelled.
-    /// The keys are valid as long as what `cancels` was made from.
+    /// The request keys that are cancelled one by one and whose entries do not show it yet; the caller must
+    /// record 13 for them, since they count as marked from now on. `cancels`, when given, replaces what is
+    /// cancelled. The keys are valid as long as what `cancels` was made from.
     std::vector<const std::string*> takeUnmarkedCancels(std::unique_ptr<SingleCancels> cancels);
 
   private:

@@ -7,7 +7,7 @@ namespace zelor::remediation {
 
 namespace {
 
-// Beyond it one copy is cheaper than to follow.
+// Above this, copying the map is cheaper than repeating the writes.
 constexpr std::size_t kWritesPerEntry = 8;
 
 }  // namespace
@@ -49,7 +49,7 @@ ProgressTable::Map ProgressTable::copy() {
     return copy_;
 }
 
-// The keys stay where they are: entries leave the map by `replace` alone, which waits for this.
+// The pointers to keys are valid: only `replace` removes entries, and it waits for this.
 void ProgressTable::follow() {
     NearbyKey<Map> nearby;
     for (const Write& write : following_) {

@@ -83,7 +83,7 @@ void RunEvents::recorded(const std::string& key, unsigned long value, const std:
     {
         const base::MutexLock lock(mutex_);
         Notes& shown = notes_[result.key];
-        // A cancelled request is marked at every look.
+        // A cancelled request is marked again at every check for cancels.
         const bool repeated = shown.value == value && (!isResult || value == RemediationManager::REM_ABORTED);
         if (repeated) return;
         shown.value = value;

@@ -8,25 +8,27 @@
 
 namespace zelor::remediation {
 
-/// Which requests are cancelled one by one, and which of their progress entries no longer show it. A look
-/// costs what was written to such entries since the last one. Not for several threads at once.
+/// Which requests are cancelled one by one, and which of their progress entries do not show it.
+/// `takeUnmarked` takes time in proportion to the writes to such entries since the last call. One thread at a
+/// time.
 class SingleCancels {
   public:
+    /// As in `Cancellation` and `Progress`.
     using Texts = std::map<std::string, std::string>;
     using Duplicates = std::multimap<std::string, std::string>;
 
     SingleCancels() = default;
-    /// The requests among the keys of `cancelled`; `requests` must outlive the object's last use.
-    /// `duplicates`: request to the removed ones whose entries follow its own.
+    /// The requests whose keys are in `cancelled`; `requests` must outlive the object's last use.
+    /// `duplicates`: request key to the keys of removed requests that share its progress.
     SingleCancels(const Texts& requests, const Texts& cancelled, const Duplicates& duplicates);
     SingleCancels(const SingleCancels&) = delete;
     SingleCancels& operator=(const SingleCancels&) = delete;
 
-    /// An entry of the progress map was written, and does not show a cancel.
+    /// Notes that an entry of the progress map was written and does not show a cancel.
     void entryWritten(const std::string& progressKey);
-    /// No entry is known to show its cancel.
+    /// Notes that any entry may have been written: none is known to show its cancel.
     void allWritten();
-    /// The request keys to mark as cancelled, each once; from now on their entries count as marked.
+    /// The request keys to mark as cancelled, once for each entry; from now on these entries count as marked.
     std::vector<const std::string*> takeUnmarked();
 
   private:

@@ -31,7 +31,7 @@ class ZELOR_API MacPatchManager {
 
     /// The platform CPE of the running system by its product name; "" when the name cannot be read.
     static std::string getSystemPlatformCpe();
-    /// Reads both agent files anew; a missing file or key gives "".
+    /// Reads both agent files again; a missing file or key gives "".
     void queryAndStoreCurrentOsName();
     /// The value under a dotted key ("Section.Key", or "Key" outside any section), or "". A malformed file
     /// reads as one without keys.
@@ -39,7 +39,7 @@ class ZELOR_API MacPatchManager {
     std::string getValueFromIni(std::string key, boost::property_tree::ptree tree);
     /// The path, with arguments, of the unattended installer inside the next bundle.
     void setSilentModeOption(std::string option);
-    /// True: a bundle on a disk image is run with its own installer instead of being copied.
+    /// True: a bundle on a disk image is installed by its own installer instead of being copied.
     void setInstallOption(bool useInstaller);
 
     /// Runs the hardening script at `path`.
