@@ -6,6 +6,8 @@
 
 #include "authoring/Finding.h"
 #include "authoring/manifest/ContentEntry.h"
+#include "authoring/manifest/Manifest.h"
+#include "authoring/publish/PublishState.h"
 
 /// Findings on what content says and on the names in it; reads no files.
 namespace zelor::authoring {
@@ -28,5 +30,12 @@ Findings containmentFindings(const std::set<std::string>& patchIds);
 
 /// On an identifier, which is both a request's value and a file name.
 Findings identifierFindings(const std::string& place, const std::string& identifier);
+
+/// A warning for each ERI id that was published with another file before: a machine that has recorded the id
+/// treats it as installed and never applies the new file. The manifest's files must have been read.
+Findings changedFileFindings(const Manifest& manifest, const PublishState& published);
+
+/// Records the file of each of the manifest's ERIs, for the next publication to compare with.
+void noteFiles(const Manifest& manifest, PublishState& state);
 
 }  // namespace zelor::authoring

@@ -5,7 +5,7 @@
 #include <iostream>
 
 #include "authoring/UsageError.h"
-#include "authoring/checks/ChangedFileCheck.h"
+#include "authoring/checks/ContentChecks.h"
 #include "base/Files.h"
 
 namespace zelor::authoring {

@@ -10,7 +10,7 @@
 #include <stdexcept>
 
 #include "authoring/UsageError.h"
-#include "authoring/checks/ChangedFileCheck.h"
+#include "authoring/checks/ContentChecks.h"
 #include "authoring/publish/ContentDirectory.h"
 #include "authoring/publish/ContentXml.h"
 #include "authoring/publish/PatchPublisher.h"

@@ -98,6 +98,9 @@ struct PlanFacts {
     std::function<std::string()> productVersion;
     /// Why the file in that archive of the buffer would be refused; "" when its signature is good.
     std::function<std::string(const std::string& archive, const std::string& fileName)> signatureProblem;
+    /// Why the digests of content let nothing be downloaded for the two; "" when they do.
+    std::function<std::string(const std::string& archive, const std::string& fileName)> digestProblem =
+        [](const std::string& /*archive*/, const std::string& /*fileName*/) { return std::string(); };
 };
 
 /// The forecast for the requests. Reads and changes nothing but through `facts`, whose functions may throw.

@@ -30,7 +30,7 @@
 #include "platform/macos/MacPatchManager.h"
 #include "remediation/CallReport.h"
 #include "remediation/apply/InstalledRecord.h"
-#include "remediation/buffer/BufferDirectories.h"
+#include "remediation/buffer/BufferedPatches.h"
 #include "remediation/fetch/PatchName.h"
 
 namespace zelor::controller {
@@ -60,6 +60,18 @@ std::string signatureProblem(const std::string& archive, const std::string& file
         if (verdict.good && digest) agent::requireDigest(fileName, verdict.digest, *digest);
         return verdict.reason;
     } catch (const std::exception& e) {
+        return e.what();
+    }
+}
+
+/// Contents that differ on a file's digest, or give none where one is required, get nothing.
+std::string digestProblem(const std::string& archive, const std::string& fileName, bool required) {
+    const agent::WantedPatches& wanted = agent::WantedPatches::instance();
+    try {
+        (void)wanted.archive(archive, required);
+        (void)wanted.file(fileName, required);
+        return "";
+    } catch (const std::runtime_error& e) {
         return e.what();
     }
 }
@@ -136,6 +148,9 @@ class Collector {
             stopIfAsked();
             return signatureProblem(paths_.settings->values().patchesDir + '/' + archive, fileName,
                                     *paths_.settings);
+        };
+        facts.digestProblem = [this](const std::string& archive, const std::string& fileName) {
+            return digestProblem(archive, fileName, paths_.settings->values().requireDigests);
         };
         return facts;
     }

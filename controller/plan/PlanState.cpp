@@ -35,6 +35,8 @@ PlannedFile PlanState::fetch(parsedEriData& block) const {
     if (!file.buffered) {
         const auto partial = facts_.partialFiles.find(archive);
         if (partial != facts_.partialFiles.end()) file.partialBytes = partial->second;
+        const std::string refused = facts_.digestProblem(archive, file.name);
+        if (!refused.empty()) file.problem = refused;
         return file;
     }
     const auto there = bufferFiles_.find(archive);

@@ -5,7 +5,7 @@
 
 #include "platform/macos/InstallerKinds.h"
 #include "remediation/RemediationManager.h"
-#include "remediation/apply/InstallResult.h"
+#include "remediation/apply/PhaseParts.h"
 #include "remediation/fetch/PatchSource.h"
 
 /// The walk through the content of one request. A run walks to apply the content and a plan to foresee it:

@@ -14,10 +14,10 @@
 
 #include "base/Files.h"
 #include "base/Strings.h"
+#include "base/TrustedDirectory.h"
 #include "collaborators/ConfigurationManager.h"
 #include "platform/Log.h"
 #include "remediation/CallReport.h"
-#include "remediation/buffer/BufferDirectories.h"
 #include "remediation/fetch/PatchName.h"
 
 namespace zelor::remediation {
@@ -147,6 +147,20 @@ void BufferedPatches::discard(const std::string& patchName, const std::string& i
         if (error) log::debug("[Remediation Manager] Inside cleanupBufferedPatch: ", error.message());
     }
     removeEntry(patchName);
+}
+
+bool bufferDirectoriesAreOurs() {
+    ConfigurationManager* configuration = ConfigurationManager::GetInstance("");
+    for (const std::string& directory :
+         {configuration->getUnzipFileFolder(), configuration->getBufferPatchesDir()}) {
+        if (directory.empty()) continue;
+        const base::Check own = base::checkDirectory(directory);
+        if (own) continue;
+        log::error("[Remediation Manager] Buffered patches are not used. The directory '", directory,
+                   "' is refused: ", own.error().text);
+        return false;
+    }
+    return true;
 }
 
 }  // namespace zelor::remediation

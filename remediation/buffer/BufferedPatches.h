@@ -37,4 +37,8 @@ class BufferedPatches {
     BufferedList list_;
 };
 
+/// True when other users can modify neither the directory of the buffered-patches list nor the buffer
+/// directory; otherwise an error line says why neither is used.
+bool bufferDirectoriesAreOurs();
+
 }  // namespace zelor::remediation

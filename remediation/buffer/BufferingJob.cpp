@@ -9,7 +9,7 @@
 #include "remediation/CallReport.h"
 #include "remediation/RecordAccess.h"
 #include "remediation/buffer/BufferBudget.h"
-#include "remediation/buffer/BufferDirectories.h"
+#include "remediation/buffer/BufferedPatches.h"
 #include "remediation/fetch/PatchName.h"
 
 namespace zelor::remediation {

@@ -8,7 +8,7 @@
 
 #include "base/Strings.h"
 #include "base/SystemRoot.h"
-#include "controller/Arguments.h"
+#include "controller/CommandLine.h"
 #include "controller/InputError.h"
 #include "controller/Setup.h"
 #include "controller/Text.h"

@@ -132,6 +132,19 @@ TEST_F(ControllerPlanTest, SeesAnImageThatIsStillAttached) {
     EXPECT_THAT(on("plan", {{"cpe:/a:a", "CVE-1"}}).out, HasSubstr("hdiutil detach first"));
 }
 
+TEST_F(ControllerPlanTest, ForeseesWhatMissingDigestsRefuse) {
+    fixture.addScript("CCE-1", "good", "exit 0\n");
+    const std::string ini = fixture.dir / "etc/zelor/zelor.ini";
+    std::string required = readFile(ini);
+    required.insert(required.find("Url"), "RequireDigests = true\n");
+    writeFile(ini, required);
+    const json plan =
+        json::parse(on("plan", {{"cpe:/o:a", "CCE-1"}}, {"--json"}).out)["requests"]["cpe:/o:a"];
+    on("run", {{"cpe:/o:a", "CCE-1"}}, {"--json", fixture.dir / "out.json"});
+    EXPECT_EQ(plan["value"], readJson("out.json")["requests"]["cpe:/o:a"]["value"]);
+    EXPECT_THAT(plan.dump(), HasSubstr("gives no digest of good.zip"));
+}
+
 TEST_F(ControllerPlanTest, EndsByWhatStandsInTheWay) {
     fixture.addScript("CCE-1", "good", "exit 0\n");
     EXPECT_EQ(on("plan", {{"cpe:/o:a", "CCE-1"}}).status, 0);
