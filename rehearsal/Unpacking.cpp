@@ -55,8 +55,8 @@ class Pass {
 
   private:
     agent::ExtractionTree::Path below(const std::string& name) const {
-        const std::string problem = agent::entryNameProblem(name, {});
-        if (!problem.empty()) throw std::runtime_error(problem);
+        if (const base::Check usable = agent::checkEntryName(name, {}); !usable)
+            throw std::runtime_error(usable.error().text);
         agent::ExtractionTree::Path path = rules_.prefix;
         const auto components = agent::pathComponents(name);
         path.insert(path.end(), components.begin(), components.end());
@@ -152,9 +152,9 @@ UnpackRules linksInside(const std::string& root, const agent::ExtractionTree::Pa
                 const bool absolute = !target.empty() && target.front() == '/';
                 // An absolute path counts from the root, as a relative one does from a link at the very top.
                 const std::string relative = absolute ? "./" + target.substr(1) : target;
-                const std::string problem = agent::linkTargetProblem(
+                const base::Check usable = agent::checkLinkTarget(
                     absolute ? agent::ExtractionTree::Path{"link"} : link, relative, {});
-                if (!problem.empty()) throw std::runtime_error(problem);
+                if (!usable) throw std::runtime_error(usable.error().text);
                 return absolute ? root + target : target;
             }};
 }

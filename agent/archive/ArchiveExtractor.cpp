@@ -84,11 +84,14 @@ class Extraction {
                                  (cause == nullptr ? "unreadable" : cause));
     }
 
+    static void require(const base::Check& check) {
+        if (!check) throw std::runtime_error(check.error().text);
+    }
+
     void takeEntry(archive_entry* entry) {
         constexpr const char* kTooMany = "is one more than the entries allowed";
         if (++entries_ > limits_.entries) throw std::runtime_error(kTooMany);
-        const std::string problem = entryNameProblem(name_, limits_);
-        if (!problem.empty()) throw std::runtime_error(problem);
+        require(checkEntryName(name_, limits_));
         if (archive_entry_is_encrypted(entry) != 0) throw std::runtime_error("is encrypted");
         if (archive_entry_hardlink(entry) != nullptr) throw std::runtime_error("is a hard link");
         const auto path = pathComponents(name_);
@@ -97,8 +100,7 @@ class Extraction {
             if (type != AE_IFDIR) throw std::runtime_error("has no name");
             return;
         }
-        const std::string twin = names_.add(path);
-        if (!twin.empty()) throw std::runtime_error(twin);
+        require(names_.add(path));
         if (names_.size() > limits_.entries) throw std::runtime_error(kTooMany);
         create(entry, path, type);
     }
@@ -114,8 +116,7 @@ class Extraction {
             tree_.addDirectory(path, mode, time);
         } else if (type == AE_IFLNK) {
             const char* target = archive_entry_symlink(entry);
-            const std::string problem = linkTargetProblem(path, target == nullptr ? "" : target, limits_);
-            if (!problem.empty()) throw std::runtime_error(problem);
+            require(checkLinkTarget(path, target == nullptr ? "" : target, limits_));
             tree_.addLink(path, target, time);
         } else if (type == AE_IFREG) {
             if (archive_entry_size_is_set(entry) != 0) requireRoom(archive_entry_size(entry));

@@ -18,33 +18,34 @@ std::vector<std::string> pathComponents(const std::string& path) {
     return components;
 }
 
-std::string entryNameProblem(const std::string& name, const ExtractionLimits& limits) {
-    if (name.empty()) return "has no name";
-    if (name.size() > limits.nameLength) return "has a name that is too long";
-    if (name.front() == '/') return "has an absolute path";
+base::Check checkEntryName(const std::string& name, const ExtractionLimits& limits) {
+    if (name.empty()) return base::failure("has no name");
+    if (name.size() > limits.nameLength) return base::failure("has a name that is too long");
+    if (name.front() == '/') return base::failure("has an absolute path");
     const auto components = pathComponents(name);
     if (std::find(components.begin(), components.end(), "..") != components.end()) {
-        return "has \"..\" in its path";
+        return base::failure("has \"..\" in its path");
     }
-    if (components.size() > limits.depth) return "lies too deep in directories";
-    return "";
+    if (components.size() > limits.depth) return base::failure("lies too deep in directories");
+    return {};
 }
 
-std::string linkTargetProblem(const std::vector<std::string>& linkPath, const std::string& target,
-                              const ExtractionLimits& limits) {
-    if (target.empty()) return "is a symbolic link to nothing";
-    if (target.size() > limits.nameLength) return "is a symbolic link with a target that is too long";
-    if (target.front() == '/') return "is a symbolic link to an absolute path";
+base::Check checkLinkTarget(const std::vector<std::string>& linkPath, const std::string& target,
+                            const ExtractionLimits& limits) {
+    if (target.empty()) return base::failure("is a symbolic link to nothing");
+    if (target.size() > limits.nameLength)
+        return base::failure("is a symbolic link with a target that is too long");
+    if (target.front() == '/') return base::failure("is a symbolic link to an absolute path");
     const auto components = pathComponents(target);
     const auto isUp = [](const std::string& component) { return component == ".."; };
     const auto descent = std::find_if_not(components.begin(), components.end(), isUp);
     if (static_cast<std::size_t>(descent - components.begin()) >= std::max<std::size_t>(linkPath.size(), 1)) {
-        return "is a symbolic link that leads out of the destination";
+        return base::failure("is a symbolic link that leads out of the destination");
     }
     if (std::any_of(descent, components.end(), isUp)) {
-        return "is a symbolic link that climbs (\"..\") after it descended";
+        return base::failure("is a symbolic link that climbs (\"..\") after it descended");
     }
-    return "";
+    return {};
 }
 
 bool EntryNames::CaseBlind::operator()(const Key& one, const Key& other) const {
@@ -55,19 +56,19 @@ bool EntryNames::CaseBlind::operator()(const Key& one, const Key& other) const {
                                         [&](char a, char b) { return folded(a) < folded(b); });
 }
 
-std::string EntryNames::add(const std::vector<std::string>& components) {
+base::Check EntryNames::add(const std::vector<std::string>& components) {
     std::size_t parent = 0;
     for (std::size_t i = 0; i < components.size(); ++i) {
         const bool isEntry = i + 1 == components.size();
         const auto [known, isNew] =
             nodes_.try_emplace({parent, components[i]}, Node{nodes_.size() + 1, isEntry});
         Node& node = known->second;
-        if (known->first.second != components[i]) return "differs from another only in case";
-        if (isEntry && !isNew && node.isEntry) return "is there twice";
+        if (known->first.second != components[i]) return base::failure("differs from another only in case");
+        if (isEntry && !isNew && node.isEntry) return base::failure("is there twice");
         node.isEntry = node.isEntry || isEntry;
         parent = node.number;
     }
-    return "";
+    return {};
 }
 
 Allowance unpackedAllowance(std::uint64_t archiveBytes, std::uint64_t freeBytes,

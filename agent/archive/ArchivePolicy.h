@@ -7,6 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include "base/Result.h"
+
 /// What an archive may contain: decisions only, nothing here touches a file.
 namespace zelor::agent {
 
@@ -27,21 +29,21 @@ struct ExtractionLimits {
 /// The components of an entry's name or a link's target; empty ones and "." are left out.
 std::vector<std::string> pathComponents(const std::string& path);
 
-/// Why an entry of this name cannot be created below the destination, "" when it can.
-std::string entryNameProblem(const std::string& name, const ExtractionLimits& limits);
+/// Fails when an entry of this name cannot be created below the destination.
+base::Check checkEntryName(const std::string& name, const ExtractionLimits& limits);
 
-/// Why a symbolic link at `linkPath` (components below the destination) must not hold `target`, "" when it
-/// may. A target may have ".." only at its start: after a name, it would be relative to wherever a link of
-/// that name leads.
-std::string linkTargetProblem(const std::vector<std::string>& linkPath, const std::string& target,
-                              const ExtractionLimits& limits);
+/// Fails when a symbolic link at `linkPath` (components below the destination) must not hold `target`. A
+/// target may have ".." only at its start: after a name, it would be relative to wherever a link of that name
+/// leads.
+base::Check checkLinkTarget(const std::vector<std::string>& linkPath, const std::string& target,
+                            const ExtractionLimits& limits);
 
 /// The entries of one archive so far. Names that differ only in the case of ASCII letters are the same file
 /// on the usual file systems of a Mac, so they are refused on every system.
 class EntryNames {
   public:
-    /// Adds the next entry. Returns why it conflicts with earlier ones, "" when it does not.
-    std::string add(const std::vector<std::string>& components);
+    /// Adds the next entry. Fails when it conflicts with earlier ones.
+    base::Check add(const std::vector<std::string>& components);
 
     /// How many entries there are, including the directories that lead to them.
     std::size_t size() const { return nodes_.size(); }

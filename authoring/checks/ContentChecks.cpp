@@ -102,8 +102,8 @@ Finding unusableName(const std::string& place, const std::string& patchId) {
     const auto error = [&](const std::string& what, const std::string& remedy) {
         return Finding{Severity::error, place, "patch id " + quoted(patchId) + " " + what, remedy};
     };
-    if (const std::string why = remediation::whyUnsafeFileName(patchId); !why.empty()) {
-        return error("is refused by agents: " + why, "use a plain file name");
+    if (const base::Check usable = remediation::checkFileName(patchId); !usable) {
+        return error("is refused by agents: " + usable.error().text, "use a plain file name");
     }
     const auto name = remediation::splitAtLastDot(patchId);
     if (!name) return error("has no \".\", so agents report the request as invalid", "give it an extension");

@@ -190,8 +190,7 @@ UsesByPatch usesByPatch(const std::vector<ContentEntry>& entries) {
         for (const ContentCre& cre : entry.cres) {
             for (const ContentEri& eri : cre.eris) {
                 // What cannot be a file's name is a finding already, and must not become a path here either.
-                if (!remediation::splitAtLastDot(eri.patchId) ||
-                    !remediation::whyUnsafeFileName(eri.patchId).empty())
+                if (!remediation::splitAtLastDot(eri.patchId) || !remediation::checkFileName(eri.patchId))
                     continue;
                 uses[eri.patchId].push_back(
                     {placeOf(entry, eri), eri, remediation::isConfiguration(entry.identifier)});

@@ -81,7 +81,7 @@ std::optional<remediation::FetchedFile> Foresight::fetch(parsedEriData& block) {
     step_.file = state_.fetch(block);
     const PlannedFile& file = *step_.file;
     const std::string path = state_.pathOf(file.name);
-    if (remediation::whyNotFetched(file.name).empty())
+    if (remediation::checkFetchable(file.name))
         addWarnings(request_,
                     patchWarnings(file.name, file.sizeText, path, request_.kind == PlanKind::configuration));
     return remediation::FetchedFile{file.problem.empty() ? path : "", file.buffered, false};

@@ -18,9 +18,8 @@ PlannedFile PlanState::fetch(parsedEriData& block) const {
     PlannedFile file;
     file.name = RecordAccess::patchId(block);
     file.sizeText = RecordAccess::patchSize(block);
-    const std::string refusedName = remediation::whyNotFetched(file.name);
-    if (!refusedName.empty()) {
-        file.problem = "the file name is refused: " + refusedName;
+    if (const base::Check fetchable = remediation::checkFetchable(file.name); !fetchable) {
+        file.problem = "the file name is refused: " + fetchable.error().text;
         return file;
     }
     const std::string extension = remediation::splitAtLastDot(file.name)->extension;

@@ -141,7 +141,7 @@ void BufferedPatches::discard(const std::string& patchName, const std::string& i
     log::debug("[Remediation Manager] Inside cleanupBufferedPatch: patchName = ", patchName,
                ", patchfiledownloaded = ", installedFile);
     if (!bufferDirectoriesAreOurs()) return;
-    if (whyUnsafeFileName(patchName).empty()) {
+    if (checkFileName(patchName)) {
         boost::system::error_code error;
         fs::remove(archiveOf(patchName), error);
         if (error) log::debug("[Remediation Manager] Inside cleanupBufferedPatch: ", error.message());

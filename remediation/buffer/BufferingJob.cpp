@@ -73,8 +73,9 @@ bool BufferingJob::bufferBlock(parsedEriData& block) {
     const std::string patchId = base::trimmed(RecordAccess::patchId(block));
     const std::string md5sum = base::trimmed(RecordAccess::md5sum(block));
     if (patchId == "empty") return true;
-    const std::string unsafe = patchId.empty() ? "it is empty" : whyUnsafeFileName(patchId);
-    if (!unsafe.empty()) {
+    const base::Check usable = patchId.empty() ? base::failure("it is empty") : checkFileName(patchId);
+    if (!usable) {
+        const std::string& unsafe = usable.error().text;
         log::error("[Remediation Manager] (downloadPatchForBuffering) The patch name '", patchId,
                    "' is refused: ", unsafe);
         events_.buffered(patchId, BufferOutcome::skipped, "its name is refused: " + unsafe);

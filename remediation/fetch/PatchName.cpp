@@ -20,15 +20,16 @@ PatchName cutFourCharacters(const std::string& fileName) {
     return {fileName.substr(0, fileName.size() - kCut), fileName.substr(fileName.size() - kCut)};
 }
 
-std::string whyUnsafeFileName(const std::string& fileName) {
-    if (fileName == "." || fileName == "..") return "it names a directory";
-    if (base::contains(fileName, "/")) return "it holds a path separator";
-    if (base::hasControlCharacter(fileName)) return "it holds a control character";
-    return "";
+base::Check checkFileName(const std::string& fileName) {
+    if (fileName == "." || fileName == "..") return base::failure("it names a directory");
+    if (base::contains(fileName, "/")) return base::failure("it holds a path separator");
+    if (base::hasControlCharacter(fileName)) return base::failure("it holds a control character");
+    return {};
 }
 
-std::string whyNotFetched(const std::string& fileName) {
-    return splitAtLastDot(fileName) ? whyUnsafeFileName(fileName) : "it has no extension";
+base::Check checkFetchable(const std::string& fileName) {
+    if (!splitAtLastDot(fileName)) return base::failure("it has no extension");
+    return checkFileName(fileName);
 }
 
 std::string archiveName(const std::string& fileName) {

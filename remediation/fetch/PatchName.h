@@ -6,6 +6,8 @@
 #include <utility>
 #include <vector>
 
+#include "base/Result.h"
+
 /// Decisions on the names of patches and scripts.
 namespace zelor::remediation {
 
@@ -22,13 +24,12 @@ std::optional<PatchName> splitAtLastDot(const std::string& fileName);
 /// buffered-patches list and the buffer directory are keyed this way.
 PatchName cutFourCharacters(const std::string& fileName);
 
-/// Why a name must never be used as a file name: it holds a path separator or a control character, or is "."
-/// or "..". "" when it may be used.
-std::string whyUnsafeFileName(const std::string& fileName);
+/// Fails for a name that must never be used as a file name: it holds a path separator or a control character,
+/// or is "." or "..".
+base::Check checkFileName(const std::string& fileName);
 
-/// Why a file of that name is never fetched: it has no extension, or its name is unsafe. "" when it is
-/// fetched.
-std::string whyNotFetched(const std::string& fileName);
+/// Fails for a file that is never fetched: its name has no extension, or is unsafe.
+base::Check checkFetchable(const std::string& fileName);
 
 /// The archive in which a file is published; "" for a name without an extension.
 std::string archiveName(const std::string& fileName);

@@ -43,8 +43,8 @@ FetchedFile PatchSource::fetch(const std::string& fileName, const std::string& k
                                const std::string& md5sum) {
     log::debug(" [Remediation Manager] Inside getFileFromRepo: File to download is : ", fileName);
     FetchedFile file;
-    const std::string unsafe = whyNotFetched(fileName);
-    if (!unsafe.empty()) {
+    if (const base::Check fetchable = checkFetchable(fileName); !fetchable) {
+        const std::string& unsafe = fetchable.error().text;
         log::error(" [Remediation Manager] Inside getFileFromRepo: The file name '", fileName,
                    "' is refused: ", unsafe, ". ");
         events_.failed(key, "the file name '" + fileName + "' is refused: " + unsafe);

@@ -113,7 +113,7 @@ const std::vector<std::string> kUpdateLabels = {
     "TV's-2",        "  OS X  A",    "Done OS X-3", "*OS X*-4", "Tools (OS X 10.10)-6"};
 
 bool isFetchable(const std::string& name) {
-    return remediation::whyNotFetched(name).empty();
+    return remediation::checkFetchable(name).has_value();
 }
 
 /// Everything by one seed.
@@ -273,7 +273,7 @@ class World {
     void addBuffer() {
         std::string list;
         for (const std::string& name : kPatchNames) {
-            if (!remediation::whyUnsafeFileName(name).empty() || name.empty() || name == "twice.pkg.pkg" ||
+            if (!remediation::checkFileName(name) || name.empty() || name == "twice.pkg.pkg" ||
                 name == "end.")
                 continue;
             if (chance(40)) list += name + "=" + pick<std::string>({"00", "11", "", "00=x"}) + '\n';
