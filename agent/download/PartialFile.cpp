@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
@@ -25,6 +26,9 @@ namespace {
 constexpr mode_t kFileMode = 0600;
 constexpr std::size_t kVersionBytesLimit = 16U << 10U;
 constexpr std::size_t kCopyPiece = 1U << 20U;
+// What a power loss or a kill may cost of a download.
+constexpr std::uint64_t kKeepBytes = 16U << 20U;
+constexpr std::chrono::minutes kKeepTime{1};
 
 void write(const base::UniqueFd& file, const std::string& path, std::string_view bytes) {
     if (!base::writeAll(file.get(), bytes))
@@ -43,9 +47,15 @@ std::string nearestExisting(std::string path) {
     return path;
 }
 
-/// Parses the version file; an empty version for anything else.
-PartialFile::Version parseVersion(const std::string& text) {
-    std::array<std::string, 3> lines;
+/// True when the whole text is one number.
+bool parseNumber(const std::string& text, std::uint64_t& value) {
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    return error == std::errc() && end == text.data() + text.size();
+}
+
+/// The lines of the version file, `kept` from its last; for anything else an empty version, and `kept` stays.
+PartialFile::Version parseVersion(const std::string& text, std::uint64_t& kept) {
+    std::array<std::string, 4> lines;
     std::size_t begin = 0;
     for (std::string& line : lines) {
         const auto end = text.find('\n', begin);
@@ -54,9 +64,10 @@ PartialFile::Version parseVersion(const std::string& text) {
         begin = end + 1;
     }
     PartialFile::Version version{lines[0], lines[1], 0};
-    const auto [end, error] =
-        std::from_chars(lines[2].data(), lines[2].data() + lines[2].size(), version.total);
-    if (begin != text.size() || error != std::errc() || end != lines[2].data() + lines[2].size()) return {};
+    std::uint64_t bytes = 0;
+    if (!parseNumber(lines[2], version.total) || !parseNumber(lines[3], bytes) || begin != text.size())
+        return {};
+    kept = bytes;
     return version;
 }
 
@@ -69,6 +80,24 @@ PartialFile::PartialFile(const std::string& directory, const std::string& name)
       path_(directory + "/" + name_) {
     openLocked();
     readVersion();
+    if (size_ > kept_) truncate(kept_);
+    kept_ = size_;
+}
+
+PartialFile::~PartialFile() {
+    try {
+        keep();
+    } catch (const std::exception&) {
+        // The next attempt then continues where the last flush was.
+    }
+}
+
+void PartialFile::keep() {
+    keptAt_ = std::chrono::steady_clock::now();
+    if (kept_ == size_ || version_.validator.empty()) return;
+    flush(file_, path_);
+    kept_ = size_;
+    writeVersion();
 }
 
 void PartialFile::fail(const std::string& what) const {
@@ -102,16 +131,16 @@ void PartialFile::openLocked() {
 
 void PartialFile::readVersion() {
     try {
-        version_ = parseVersion(base::readBounded(path_ + ".version", kVersionBytesLimit));
+        version_ = parseVersion(base::readBounded(path_ + ".version", kVersionBytesLimit), kept_);
     } catch (const std::exception&) {
         version_ = {};  // without it nothing is resumed, which is safe
     }
 }
 
 void PartialFile::writeVersion() const {
-    base::replaceFileIn(
-        directory_, versionName_, path_ + ".version",
-        version_.url + '\n' + version_.validator + '\n' + std::to_string(version_.total) + '\n');
+    base::replaceFileIn(directory_, versionName_, path_ + ".version",
+                        version_.url + '\n' + version_.validator + '\n' + std::to_string(version_.total) +
+                            '\n' + std::to_string(kept_) + '\n');
 }
 
 std::uint64_t PartialFile::resumeAt(const std::string& url) {
@@ -123,11 +152,14 @@ std::uint64_t PartialFile::resumeAt(const std::string& url) {
 void PartialFile::truncate(std::uint64_t size) {
     if (::ftruncate(file_.get(), static_cast<off_t>(size)) != 0) fail("shorten");
     size_ = size;
+    kept_ = std::min(kept_, size);
 }
 
 void PartialFile::restart(const Version& version) {
     if (size_ != 0) {
-        // After a power loss, old bytes must not be combined with the new version.
+        // Old bytes must not meet the new version after a power loss, nor new bytes the old one.
+        (void)::unlinkat(directory_.get(), versionName_.c_str(), 0);
+        (void)base::flushToDisk(directory_.get());
         truncate(0);
         flush(file_, path_);
     }
@@ -144,6 +176,7 @@ void PartialFile::restart(const Version& version) {
 void PartialFile::append(std::string_view bytes) {
     write(file_, path_, bytes);
     size_ += bytes.size();
+    if (size_ - kept_ >= kKeepBytes || std::chrono::steady_clock::now() - keptAt_ >= kKeepTime) keep();
 }
 
 void PartialFile::discard() {
@@ -166,6 +199,7 @@ bool PartialFile::moveTo(const std::string& destination, bool durable, const std
     // After a rename another process may have begun a new partial file, so its name must not be removed.
     (void)::unlinkat(directory_.get(), versionName_.c_str(), 0);
     if (durable) base::flushDirectory(directory);
+    version_ = {};
     return true;
 }
 

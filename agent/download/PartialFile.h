@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -9,9 +10,11 @@
 
 namespace zelor::agent {
 
-/// An incomplete download: the bytes so far and, in a second file, the URL and version that they belong to.
-/// It is locked against other processes and threads for the object's life, and stays on disk unless it is
-/// discarded or moved to its destination. Every failure throws std::runtime_error that names the file.
+/// A download that is not complete yet: the bytes so far and, in a file beside them, which version of which
+/// URL they belong to. It is locked against other processes and threads for its life, and stays on disk
+/// unless it is discarded or moved to its destination. A later object continues behind what is known to be on
+/// the disk: a power loss may leave other bytes than were written. Every failure is a std::runtime_error that
+/// names the file.
 class PartialFile {
   public:
     /// Which bytes the file holds; a version without a validator is never resumed.
@@ -24,6 +27,10 @@ class PartialFile {
     /// Opens or begins `<directory>/<name>.part`; the directory is made with mode 0700. Symbolic links,
     /// special files and a file that is locked already are refused.
     PartialFile(const std::string& directory, const std::string& name);
+    /// Flushes what stays to the disk.
+    ~PartialFile();
+    PartialFile(const PartialFile&) = delete;
+    PartialFile& operator=(const PartialFile&) = delete;
 
     /// Where the bytes are, how many there are, and which version they belong to.
     const std::string& path() const { return path_; }
@@ -38,7 +45,7 @@ class PartialFile {
     void read(const std::function<bool(std::string_view)>& consume) const;
     /// Drops the bytes and begins again with that version.
     void restart(const Version& version);
-    /// Appends the bytes.
+    /// Writes the bytes behind those that are there; now and then flushes them to the disk.
     void append(std::string_view bytes);
     /// Removes both files.
     void discard();
@@ -52,6 +59,7 @@ class PartialFile {
     void openLocked();
     void readVersion();
     void writeVersion() const;
+    void keep();
     void truncate(std::uint64_t size);
     bool copyTo(const std::string& destination, bool durable, const std::function<bool()>& goOn) const;
     [[noreturn]] void fail(const std::string& what) const;
@@ -62,6 +70,8 @@ class PartialFile {
     std::string versionName_;
     std::string path_;
     std::uint64_t size_ = 0;
+    std::uint64_t kept_ = 0;  ///< the bytes that are on the disk whatever happens
+    std::chrono::steady_clock::time_point keptAt_ = std::chrono::steady_clock::now();
     Version version_;
 };
 

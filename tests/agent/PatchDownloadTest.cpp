@@ -180,7 +180,7 @@ TEST_F(PatchDownloadTest, ALaterRunResumesAndBeginsAnewForAnotherVersion) {
 
 TEST_F(PatchDownloadTest, ACompletePartialFileIsConfirmedWithItsLastByte) {
     leavePartial(100'000);
-    writeFile(partial(), bytes);
+    PartialFile(root / "opt/partial", "editor 2.1.zip").append(std::string_view(bytes).substr(100'000));
     EXPECT_EQ(run(), DownloadResult::done);
     EXPECT_EQ(server.takeLog().at(0).request.range, "bytes=299999-");
     EXPECT_TRUE(arrived());
