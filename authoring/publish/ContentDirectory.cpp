@@ -90,6 +90,8 @@ bool ContentDirectory::exchange() {
     for (const auto& [name, bytes] : changed_)
         stage(files, next_ + '/' + name, bytes);
     files.commit();
+    // With nothing but withdrawals no file has flushed the links.
+    base::flushDirectory(next_);
     if (!base::exchangePaths(next_, directory_)) return false;
     base::flushDirectory(fs::path(directory_).parent_path().string());
     return true;
