@@ -160,6 +160,12 @@ void flushDirectory(const std::string& directory) {
     if (fd) flushDescriptor(fd.get());
 }
 
+bool flushAll(int fd) {
+    if (flushFileSystem(fd)) return true;
+    ::sync();
+    return flushDescriptor(fd);
+}
+
 bool cutTornEnd(int fd) {
     struct stat info {};
     const off_t end = wholeLinesEnd(fd);

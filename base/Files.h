@@ -95,6 +95,9 @@ bool writeAll(int fd, std::string_view bytes);
 bool flushToDisk(int fd);
 /// Makes a rename in `directory` survive a power loss, as far as the file system can.
 void flushDirectory(const std::string& directory);
+/// Makes what any process wrote to the file system of `fd` survive a power loss; false on failure, errno set.
+/// macOS has no call that waits for all of it: there all is asked for, and the drive's cache is emptied.
+bool flushAll(int fd);
 /// Truncates a file after its last line end: an incomplete last line, which a crash leaves, is removed. False
 /// on failure, errno set.
 bool cutTornEnd(int fd);

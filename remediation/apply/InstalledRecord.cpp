@@ -86,6 +86,8 @@ base::Check InstalledRecord::append(const std::string& path, const std::string& 
     base::Result<base::UniqueFd> file = base::openOwnFile(path, O_RDWR | O_APPEND | O_CREAT);
     if (!file) return tl::unexpected(file.error());
     base::UniqueFd& fd = *file;
+    // The record must not outlive what it says is installed, whoever installed it.
+    if (!base::flushAll(fd.get())) return base::systemFailure();
     struct stat before {};
     struct stat after {};
     bool done = fstat(fd.get(), &before) == 0 && base::appendLine(fd.get(), line);

@@ -408,6 +408,9 @@ TEST_F(PlanProperty, DetectsAPlanThatDecidesOtherwise) {
 }  // namespace zelor::test
 
 // Nothing here has to survive a power loss.
+extern "C" int syncfs(int) noexcept {
+    return 0;
+}
 extern "C" int fsync(int) {
     return 0;
 }
