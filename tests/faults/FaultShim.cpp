@@ -2,19 +2,17 @@
 // ZELOR_FAULT="KIND FIRST COUNT ERRNO": calls FIRST to FIRST+COUNT-1 of the kind fail; COUNT 0: all from
 // FIRST. ZELOR_FAULT_COUNTS=FILE: the number of calls of each kind, written at the end. ZELOR_CLOCK_FACTOR=N:
 // time goes N times as fast. ZELOR_CLOCK_BACK="FIRST SECONDS": from that look at the time of day on, it is so
-// much earlier. Processes that the process starts are left alone.
+// much earlier. ZELOR_RECORD=FILE: what it does to files, in order (OperationLog.h). Processes that the
+// process starts are left alone.
 
-#include <dirent.h>
-#include <dlfcn.h>
-#include <fcntl.h>
+#include "tests/faults/FaultShim.h"
+
 #include <pthread.h>
 #include <spawn.h>
-#include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
 #include <time.h>
@@ -28,31 +26,10 @@ extern "C" void* __libc_malloc(size_t size);
 extern "C" void* __libc_calloc(size_t count, size_t size);
 extern "C" void* __libc_realloc(void* old, size_t size);
 
+using namespace zelor::test::shim;
+
 namespace {
 
-enum Kind {
-    Write,
-    Torn,
-    Read,
-    Open,
-    Create,
-    Rename,
-    Mkdir,
-    Unlink,
-    Fsync,
-    Truncate,
-    Mode,
-    Copy,
-    List,
-    Lock,
-    Spawn,
-    Pipe,
-    Thread,
-    Socket,
-    Connect,
-    Memory,
-    Kinds
-};
 constexpr const char* kNames[Kinds] = {"write",  "torn",  "read",     "open",   "create",  "rename", "mkdir",
                                        "unlink", "fsync", "truncate", "mode",   "copy",    "list",   "lock",
                                        "spawn",  "pipe",  "thread",   "socket", "connect", "memory"};
@@ -68,17 +45,12 @@ std::atomic<long> looks{0};
 timespec begin[2];
 char countsFile[4096];
 
-template <class Function>
-Function real(const char* name) {
-    void* found = dlsym(RTLD_NEXT, name);
-    Function function;
-    memcpy(&function, &found, sizeof function);
-    return function;
-}
-// One look-up for each function, however often it is called.
-#define REAL(name) static const auto next = real<decltype(&::name)>(#name)
+}  // namespace
 
-/// True when this call has to fail; errno is set then.
+namespace zelor::test::shim {
+
+OperationLog operations;
+
 bool fails(Kind kind) {
     if (!started || (kind == Memory && !workBegan)) return false;
     const long number = ++counts[kind];
@@ -87,16 +59,17 @@ bool fails(Kind kind) {
     return true;
 }
 
-bool isPlainFile(int fd) {
-    struct stat info;
-    return fd > 2 && fstat(fd, &info) == 0 && S_ISREG(info.st_mode);
+void beginWork() {
+    workBegan = true;
 }
 
-bool failsToOpen(const char* path, int flags) {
-    const size_t size = strlen(path);
-    if (size > 5 && strcmp(path + size - 5, ".json") == 0) workBegan = true;
-    return fails(Open) || ((flags & (O_CREAT | O_WRONLY | O_RDWR)) != 0 && fails(Create));
+int errorOfFaults() {
+    return faultErrno;
 }
+
+}  // namespace zelor::test::shim
+
+namespace {
 
 void readClock(clockid_t clock, timespec* time) {
     syscall(SYS_clock_gettime, clock, time);
@@ -117,8 +90,9 @@ struct Start {
         if (const char* factor = getenv("ZELOR_CLOCK_FACTOR")) clockFactor = atol(factor);
         if (const char* back = getenv("ZELOR_CLOCK_BACK")) sscanf(back, "%ld %ld", &backFrom, &backSeconds);
         if (const char* file = getenv("ZELOR_FAULT_COUNTS")) strncpy(countsFile, file, sizeof countsFile - 1);
-        for (const char* own :
-             {"LD_PRELOAD", "ZELOR_FAULT", "ZELOR_FAULT_COUNTS", "ZELOR_CLOCK_FACTOR", "ZELOR_CLOCK_BACK"})
+        if (const char* file = getenv("ZELOR_RECORD")) operations.begin(file);
+        for (const char* own : {"LD_PRELOAD", "ZELOR_FAULT", "ZELOR_FAULT_COUNTS", "ZELOR_CLOCK_FACTOR",
+                                "ZELOR_CLOCK_BACK", "ZELOR_RECORD"})
             unsetenv(own);
         started = true;
     }
@@ -135,125 +109,6 @@ struct Start {
 }  // namespace
 
 extern "C" {
-
-ssize_t write(int fd, const void* bytes, size_t size) {
-    REAL(write);
-    if (!isPlainFile(fd)) return next(fd, bytes, size);
-    if (fails(Write)) return -1;
-    if (fails(Torn)) {  // the disk takes half of it, then it is full
-        static std::atomic<bool> half{false};
-        if (size > 1 && !half.exchange(true)) return next(fd, bytes, size / 2);
-        errno = faultErrno;
-        return -1;
-    }
-    return next(fd, bytes, size);
-}
-
-ssize_t read(int fd, void* bytes, size_t size) {
-    REAL(read);
-    return isPlainFile(fd) && fails(Read) ? -1 : next(fd, bytes, size);
-}
-
-ssize_t pread(int fd, void* bytes, size_t size, off_t at) {
-    REAL(pread);
-    return isPlainFile(fd) && fails(Read) ? -1 : next(fd, bytes, size, at);
-}
-ssize_t pread64(int fd, void* bytes, size_t size, off64_t at) {
-    return pread(fd, bytes, size, at);
-}
-
-int openat(int directory, const char* path, int flags, ...) {
-    REAL(openat);
-    va_list more;
-    va_start(more, flags);
-    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(more, mode_t) : 0;
-    va_end(more);
-    return failsToOpen(path, flags) ? -1 : next(directory, path, flags, mode);
-}
-int open(const char* path, int flags, ...) {
-    va_list more;
-    va_start(more, flags);
-    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(more, mode_t) : 0;
-    va_end(more);
-    return openat(AT_FDCWD, path, flags, mode);
-}
-int open64(const char* path, int flags, ...) {
-    va_list more;
-    va_start(more, flags);
-    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(more, mode_t) : 0;
-    va_end(more);
-    return openat(AT_FDCWD, path, flags, mode);
-}
-FILE* fopen(const char* path, const char* mode) {
-    REAL(fopen);
-    return failsToOpen(path, mode[0] == 'r' ? O_RDONLY : O_WRONLY) ? nullptr : next(path, mode);
-}
-FILE* fopen64(const char* path, const char* mode) {
-    return fopen(path, mode);
-}
-DIR* opendir(const char* path) {
-    REAL(opendir);
-    return fails(List) ? nullptr : next(path);
-}
-DIR* fdopendir(int fd) {
-    REAL(fdopendir);
-    return fails(List) ? nullptr : next(fd);
-}
-
-int rename(const char* from, const char* to) {
-    REAL(rename);
-    return fails(Rename) ? -1 : next(from, to);
-}
-int renameat(int one, const char* from, int other, const char* to) {
-    REAL(renameat);
-    return fails(Rename) ? -1 : next(one, from, other, to);
-}
-int mkdir(const char* path, mode_t mode) {
-    REAL(mkdir);
-    return fails(Mkdir) ? -1 : next(path, mode);
-}
-int mkdirat(int directory, const char* path, mode_t mode) {
-    REAL(mkdirat);
-    return fails(Mkdir) ? -1 : next(directory, path, mode);
-}
-int unlink(const char* path) {
-    REAL(unlink);
-    return fails(Unlink) ? -1 : next(path);
-}
-int unlinkat(int directory, const char* path, int flags) {
-    REAL(unlinkat);
-    return fails(Unlink) ? -1 : next(directory, path, flags);
-}
-int remove(const char* path) {
-    REAL(remove);
-    return fails(Unlink) ? -1 : next(path);
-}
-int fsync(int fd) {
-    REAL(fsync);
-    return fails(Fsync) ? -1 : next(fd);
-}
-int ftruncate(int fd, off_t size) {
-    REAL(ftruncate);
-    return fails(Truncate) ? -1 : next(fd, size);
-}
-int fchmod(int fd, mode_t mode) {
-    REAL(fchmod);
-    return fails(Mode) ? -1 : next(fd, mode);
-}
-int futimens(int fd, const timespec times[2]) {
-    REAL(futimens);
-    return fails(Mode) ? -1 : next(fd, times);
-}
-ssize_t copy_file_range(int from, off64_t* at, int to, off64_t* toAt, size_t size, unsigned flags) {
-    REAL(copy_file_range);
-    return fails(Copy) ? -1 : next(from, at, to, toAt, size, flags);
-}
-// Its own name would hide a type.
-int lockFile(int fd, int operation) __asm__("flock");
-int lockFile(int fd, int operation) {
-    static const auto kNext = real<int (*)(int, int)>("flock");
-    return fails(Lock) ? -1 : kNext(fd, operation);
-}
 
 int posix_spawn(pid_t* pid, const char* path, const posix_spawn_file_actions_t* actions,
                 const posix_spawnattr_t* attributes, char* const* words, char* const* environment) {
