@@ -45,7 +45,9 @@ bool move(const base::UniqueFd& from, const base::UniqueFd& to, const std::strin
     if (!closed || ::fchmodat(from.get(), name.c_str(), 0700, 0) != 0) return false;
     const bool done = ::renameat(from.get(), name.c_str(), to.get(), name.c_str()) == 0;
     const int renameError = errno;
-    (void)::fchmodat((done ? to : from).get(), name.c_str(), info.st_mode & 07777U, 0);
+    // Where this fails, the bundle's signature, which covers the mode, does not match.
+    [[maybe_unused]] const int restored =
+        ::fchmodat((done ? to : from).get(), name.c_str(), info.st_mode & 07777U, 0);
     errno = renameError;
     return done;
 }
