@@ -163,7 +163,7 @@ void addRehearse(CLI::App& app, RehearseOptions& options, Action& action) {
     command->callback([&] { action = [&] { return runRehearse(options); }; });
 }
 
-/// In the list of commands each has the first sentence of its help.
+/// The list of commands shows the first sentence of each help.
 std::string shortened(const CLI::App* command) {
     const std::string text = command->get_description();
     const auto begin = text.find("\n\n");
@@ -183,7 +183,7 @@ class HelpFormat : public CLI::Formatter {
     }
 };
 
-/// CLI11 would only say that a command is missing.
+/// CLI11 would only report that a command is missing.
 void refuseUnknownCommand(const CLI::App& app, const std::vector<std::string>& arguments) {
     if (arguments.empty() || arguments[0].rfind('-', 0) == 0) return;
     const auto named = [&](const CLI::App* command) { return command->get_name() == arguments[0]; };

@@ -45,7 +45,7 @@ bool awaitLock(const std::function<bool()>& take, const std::function<Clock::tim
     return false;
 }
 
-/// A run's wait for a buffering job that gives way to it, which may be longer than what it was asked for.
+/// A run's wait for a buffering job that stops for it; may be longer than --wait asks for.
 class BufferingWait {
   public:
     explicit BufferingWait(const Waiting& waiting)
@@ -56,7 +56,7 @@ class BufferingWait {
 
     Clock::time_point until() {
         if (!sign_.jobBuffers()) return until_;
-        // A job that begins or ends has one of its two locks for a moment.
+        // A job that begins or ends briefly holds only one of its two locks.
         until_ = std::max(until_, std::min(Clock::now() + kBetweenLocks, longest_));
         if (!quiet_) {
             std::cerr
@@ -86,7 +86,7 @@ bool awaitJob(base::LockFile& lock, const Waiting& waiting) {
 
 void takeJobLock(base::LockFile& lock, const Waiting& waiting) {
     if (lock.take()) return;
-    // Who only looks shares the lock for a moment.
+    // A process that only checks the lock holds it briefly.
     std::this_thread::sleep_for(kAgain);
     if (lock.take()) return;
     const std::string other = "another run or buffering job works at this place (" +

@@ -29,7 +29,7 @@ constexpr char kLogDirectory[] = "/var/log/zelor";
 constexpr char kMountPoint[] = "/var/zelor/mountpoint";
 constexpr char kSystemPath[] = "/usr/bin:/bin:/usr/sbin:/sbin";
 
-/// The directory that a person named, without symbolic links.
+/// The directory given with the option, with symbolic links resolved.
 std::string existingDirectory(const std::string& path, const std::string& option) {
     const std::unique_ptr<char, base::Deleter<::free>> real(::realpath(path.c_str(), nullptr));
     if (!real) {
@@ -43,7 +43,7 @@ std::string existingDirectory(const std::string& path, const std::string& option
     return real.get();
 }
 
-/// A path as seen from the root, below it.
+/// Prefixes a path as seen from the root with the root.
 std::string placed(const std::string& path, const std::string& option) {
     const bool climbs = (path + '/').find("/../") != std::string::npos;
     if (path.empty() || path.front() != '/' || climbs) {
@@ -55,7 +55,7 @@ std::string placed(const std::string& path, const std::string& option) {
 }
 
 void setEnvironment(const std::string& tools, const std::string& root) {
-    // Scripts put it before their paths; without a root it must not lead them elsewhere.
+    // Scripts prefix their paths with it, so an inherited value must not redirect them when there is no root.
     constexpr const char* kRootVariable = "ZELOR_REHEARSAL_ROOT";
     if (root.empty())
         ::unsetenv(kRootVariable);
@@ -76,8 +76,8 @@ std::string parentOf(const std::string& path) {
     return slash == 0 || slash == std::string::npos ? "/" : path.substr(0, slash);
 }
 
-/// Makes a missing directory: below a root as it comes, on the system itself only where no other user can
-/// replace it, and closed to others.
+/// Makes a missing directory. On the system itself, only where no other user can replace it, and closed to
+/// others.
 void requireDirectory(const std::string& path, bool belowRoot) {
     if (belowRoot && !base::makeDirectories(path)) {
         const int error = errno;
@@ -210,8 +210,7 @@ void checkContentDir(const Paths& paths) {
     }
     if (const base::Check own = base::checkDirectory(paths.contentDir); !own)
         throw InputError("the content directory " + paths.contentDir + " is refused: " + own.error().text);
-    // The library lets others read a directory that they cannot change; a run of ours empties only a closed
-    // one.
+    // The library accepts a directory that others can read but not change; we empty only a closed one.
     struct stat info {};
     if (::stat(paths.contentDir.c_str(), &info) == 0 && (info.st_mode & 077U) != 0) {
         throw InputError(

@@ -24,7 +24,7 @@ std::string ownDirectory(const std::string& name) {
     return directoryOfName(name, searchPath == nullptr ? "" : searchPath);
 }
 
-/// The options of all subcommands; each subcommand's callback sets what is to be done.
+/// The options of all subcommands; each subcommand's callback sets `action`.
 struct Options {
     std::string program;
     std::string tools;

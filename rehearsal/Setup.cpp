@@ -33,7 +33,7 @@ void makeName(const fs::path& link, const std::string& program) {
     if (error) throw std::runtime_error("cannot make " + link.string() + ": " + error.message());
 }
 
-/// What the agent on this Mac reads about it; files of the root's own stay.
+/// Writes the files that describe the Mac to its agent; existing ones are kept.
 void describeMac(const MacState& state) {
     const std::string directory = state.root + "/etc/zelor";
     if (!base::makeDirectories(directory)) throw std::runtime_error("cannot make the directory " + directory);

@@ -27,8 +27,8 @@ bool overlap(const std::string& one, const std::string& other) {
     return covers(one, other) || other.empty();
 }
 
-/// The first of several CREs that match a request is taken. One for a single product before one for any is
-/// the usual way to write an exception, and no finding.
+/// Of several CREs that match a request the first is taken. One for a single product before one for any is
+/// the usual way to write an exception, and not a finding.
 void checkCompetition(const ContentEntry& entry, std::size_t at, Findings& findings) {
     const ContentCre& cre = entry.cres[at];
     for (std::size_t i = 0; i < at; ++i) {
@@ -97,7 +97,7 @@ std::string quoted(const std::string& text) {
     return '"' + text + '"';
 }
 
-/// Why a patch of this name can never be fetched, with the remedy; empty texts when it can.
+/// Why a patch of this name can never be fetched, with the remedy; none when it can.
 Finding unusableName(const std::string& place, const std::string& patchId) {
     const auto error = [&](const std::string& what, const std::string& remedy) {
         return Finding{Severity::error, place, "patch id " + quoted(patchId) + " " + what, remedy};

@@ -21,7 +21,7 @@ namespace zelor::authoring {
 
 namespace {
 
-/// A text by which a kind of disk image is known, and where it is; from the end when negative.
+/// The signature of a kind of disk image, and its offset; from the end when negative.
 struct ImageMark {
     off_t at;
     std::string_view text;
@@ -51,7 +51,7 @@ std::uint64_t bigEndian(const std::string& bytes, std::size_t at, std::size_t le
     return value;
 }
 
-/// Why the file cannot be a flat package, a xar archive, "" when it may be one: looks at the header alone.
+/// Why the file cannot be a flat package (a xar archive), "" when it may be one. Reads only the header.
 std::string packageProblem(const std::string& path) {
     constexpr std::size_t kHeaderBytes = 28, kSizeAt = 4, kTableAt = 8;
     std::string header(kHeaderBytes, '\0');
@@ -72,7 +72,7 @@ Findings packageFindings(const std::string& place, const std::string& patchId, c
         return {{Severity::error, place, "\"" + patchId + "\" is no package: " + why,
                  "publish the package as pkgbuild or productbuild wrote it"}};
     } catch (const std::exception&) {
-        return {};  // whoever reads all of it reports that
+        return {};  // reported when the whole file is read
     }
 }
 
@@ -148,7 +148,7 @@ Findings sizeFindings(const std::string& place, const std::string& size, std::ui
         return {
             {Severity::warning, place, "it has no size, so buffering takes the patch for 0 bytes", remedy}};
     }
-    // How a text misleads is reported with the content itself.
+    // A misleading size is reported by the checks of the content.
     if (!whySizeMisleads(size).empty()) return {};
     const std::uint64_t least = std::min(archiveBytes, patchBytes), most = std::max(archiveBytes, patchBytes);
     const auto announced = static_cast<std::uint64_t>(std::max(0L, remediation::parsePatchSize(size).bytes));

@@ -81,9 +81,9 @@ Findings patchLeftovers(const std::string& repository, const std::set<std::strin
     return findings;
 }
 
-/// Findings on files in patches/ that no content names, and on signatures of nothing. `stems`: the archives
-/// that content names, in lower case; without them archives are not judged. An archive that publish knows as
-/// retired is none: a later publication removes it.
+/// Findings on files in patches/ that no content names, and on signatures without a file. `stems`: the
+/// archives that content names, in lower case; without them archives are not checked. An archive that publish
+/// has retired is not a finding: a later publication removes it.
 Findings leftoverFindings(const std::string& repository, const std::set<std::string>* stems) {
     Findings findings = contentLeftovers(repository);
     if (stems == nullptr) return findings;
@@ -92,8 +92,8 @@ Findings leftoverFindings(const std::string& repository, const std::set<std::str
     return findings;
 }
 
-/// Findings on identifiers that are published and no longer named: by any of `manifests`, or, when there are
-/// none, by the manifest that published them, as long as that can be read.
+/// Findings on published identifiers that are no longer in any of `manifests` or, without manifests, in the
+/// one that published them, if it can be read.
 Findings withdrawnFindings(const std::string& repository, const std::set<std::string>& identifiers,
                            const std::vector<std::string>& manifests) {
     using Names = std::optional<std::set<std::string>>;
@@ -150,7 +150,7 @@ std::set<std::string> contentFiles(const std::string& repository) {
     return names;
 }
 
-/// A key that cannot be used at all would make every signature a finding.
+/// An unusable key would make every signature a finding.
 void requireKey(const std::string& keyFile) {
     const agent::SignatureVerdict verdict = agent::verifyBytes("", "x", keyFile);
     if (base::contains(verdict.reason, "does not match")) return;
@@ -189,7 +189,7 @@ UsesByPatch usesByPatch(const std::vector<ContentEntry>& entries) {
     for (const ContentEntry& entry : entries) {
         for (const ContentCre& cre : entry.cres) {
             for (const ContentEri& eri : cre.eris) {
-                // What cannot be a file's name is a finding already, and must not become a path here either.
+                // An unusable file name is a finding already, and must not become a path here.
                 if (!remediation::splitAtLastDot(eri.patchId) || !remediation::checkFileName(eri.patchId))
                     continue;
                 uses[eri.patchId].push_back(
@@ -249,7 +249,7 @@ CheckReport checkRepository(const std::string& repository, const std::string& ke
     report.patches = patchIds.size();
     append(containmentFindings(patchIds));
     const std::set<std::string> stems = stemsOf(patchIds);
-    // What a file that cannot be read would name is unknown.
+    // The archives that unreadable content names are unknown.
     append(leftoverFindings(repository, entries.size() == report.entries ? &stems : nullptr));
     append(withdrawnFindings(repository, identifiers, manifests));
     boost::system::error_code ignored;

@@ -120,8 +120,8 @@ class ManifestParser {
     Manifest result_;
 };
 
-/// "at line 1, column 3: unexpected ','; expected string literal": the parser's message without what only its
-/// programmers know.
+/// The parser's message without its internals: "at line 1, column 3: unexpected ','; expected string
+/// literal".
 std::string plainJsonError(const std::string& message) {
     const std::string prefix = "parse error ";
     std::string text = message.substr(message.find("] ") + 2);

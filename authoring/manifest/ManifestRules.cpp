@@ -33,7 +33,7 @@ void checkFile(const ManifestPatch& patch, Findings& findings) {
         findings.push_back(std::move(finding));
 }
 
-/// Agents' own bounds on content: number of elements, bytes, characters.
+/// The agent's limits on content: number of elements, bytes, characters.
 void checkContent(const ContentEntry& entry, Findings& findings) {
     try {
         agent::ContentDocument::parse(contentXml(entry), entry.identifier);
@@ -44,7 +44,7 @@ void checkContent(const ContentEntry& entry, Findings& findings) {
     }
 }
 
-/// Sizes given by hand must read as they look; content that is written anew has no excuse.
+/// Agents must read sizes given by hand as they look. An error here, since publish can compute them.
 void checkSize(const ManifestPatch& patch, Findings& findings) {
     if (patch.size.empty() || whySizeMisleads(patch.size).empty()) return;
     findings.push_back({Severity::error, patch.place,
@@ -52,7 +52,7 @@ void checkSize(const ManifestPatch& patch, Findings& findings) {
                         "leave it out; publish computes it"});
 }
 
-/// Patches share one directory of archives, named by their stems alone; some file systems ignore case.
+/// Archives are named only by the stem of the patch and share a directory; some file systems ignore case.
 void checkCollisions(const std::vector<ManifestPatch>& patches, Findings& findings) {
     std::map<std::string, const ManifestPatch*> stems;
     for (const ManifestPatch& patch : patches) {

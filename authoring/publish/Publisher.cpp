@@ -36,7 +36,7 @@ void requireDirectory(const std::string& directory) {
     }
 }
 
-/// Held for the object's life.
+/// Locks the repository for the lifetime of the returned object.
 base::LockFile lockRepository(const std::string& repository) {
     try {
         base::LockFile lock(repository + "/.zelor-content.lock");
@@ -61,7 +61,7 @@ void removeLeftovers(const std::string& directory) {
     }
 }
 
-/// Random, so that no proxy makes it smaller on the way.
+/// Random bytes, which no proxy can compress.
 bool writeSpeedFile(const std::string& path) {
     boost::system::error_code ignored;
     if (fs::file_size(path, ignored) == kSpeedBytes) return false;
@@ -73,7 +73,7 @@ bool writeSpeedFile(const std::string& path) {
     return true;
 }
 
-/// Also what was written before a failure is saved, so that it is not written again.
+/// Saves the state after a failure too, so that what was written is not written again.
 class SavedState {
   public:
     explicit SavedState(const std::string& path) : path_(path), state_(readPublishState(path)) {}
@@ -81,7 +81,7 @@ class SavedState {
         try {
             save();
         } catch (const std::exception&) {
-            // The next publication then writes these archives anew.
+            // The next publication writes these archives again.
         }
     }
     SavedState(const SavedState&) = delete;
@@ -128,7 +128,7 @@ class Publisher {
         collectContent();
         const std::set<std::string> withdrawn = collectWithdrawals();
         noteFiles(manifest_, state_.get());
-        // Saved before content is shown: what shows must be known for its withdrawal, whatever happens here.
+        // Saved first: published entries must be recorded so that they can be withdrawn.
         state_.save();
         content_.commit();
         for (const std::string& identifier : withdrawn)

@@ -19,7 +19,7 @@ namespace {
 
 namespace fs = boost::filesystem;
 
-/// Runs zelor-rehearsal; its own message says what was wrong.
+/// Runs zelor-rehearsal, which reports its own errors.
 std::string rehearsal(std::vector<std::string> words) {
     constexpr std::chrono::minutes kLimit{1};
     words.insert(words.begin(), siblingProgram("zelor-rehearsal"));

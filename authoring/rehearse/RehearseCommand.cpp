@@ -31,7 +31,7 @@ std::string chosenIdentifier(const RehearseOptions& options) {
     if (!options.identifier.empty()) return options.identifier;
     const auto identifiers = manifestIdentifiers(options.manifest);
     if (!identifiers) {
-        readManifest(options.manifest);  // reports what is wrong with it
+        readManifest(options.manifest);  // throws what is wrong with it
     } else if (identifiers->size() == 1) {
         return *identifiers->begin();
     }
@@ -55,7 +55,7 @@ void requireSandbox(const RehearseOptions& options) {
         "use --no-sandbox");
 }
 
-/// One rehearsal, from the manifest to what became of the Mac; its end takes everything away again.
+/// One rehearsal, from the manifest to the report on the Mac. The destructor removes everything temporary.
 class Rehearsal {
   public:
     explicit Rehearsal(const RehearseOptions& options)
@@ -127,7 +127,7 @@ class Rehearsal {
         return words;
     }
 
-    /// In a sandbox the report's own place cannot be written to.
+    /// The sandbox cannot write to the report's final path.
     std::string report() const {
         return options_.noSandbox ? options_.report : scratch_.path() + "/out/report";
     }
@@ -179,7 +179,7 @@ class Rehearsal {
 
     const RehearseOptions& options_;
     std::string identifier_;
-    SignalRelay relay_;  // ends last, so that no signal comes between a directory and its removal
+    SignalRelay relay_;  // destroyed last, so that no signal prevents the removal of a directory
     base::TemporaryDirectory scratch_{"zelor-rehearse"};
     std::string repository_;
     std::string requests_;

@@ -259,7 +259,7 @@ std::string percentEncoded(char letter) {
     return code;
 }
 
-/// A field as CPE 2.2 writes it; none for a letter that should be quoted, and for a quote without a letter.
+/// A field as CPE 2.2 writes it; none when a letter should be quoted or a quote has no letter after it.
 std::optional<std::string> field22(const std::string& field) {
     if (field == "*") return "";
     std::string text;
