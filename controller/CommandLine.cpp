@@ -82,8 +82,9 @@ constexpr const char* kStatusHelp = R"(Examples:
   zelor-remediate status
   zelor-remediate status --json | jq .buffer
 
-Shows settings, installed patches, buffer, unfinished downloads, leftovers and who holds the lock. For each setting it shows whether it comes from the
-ini file or is the default, for each buffered patch its size. Writes only to the log.)";
+Shows settings, installed patches, buffer, unfinished downloads, leftovers and which process holds the lock. For each
+setting it shows whether it comes from the ini file or is the default, for each buffered patch its size. Writes only to
+the log.)";
 
 using Action = std::function<int()>;
 

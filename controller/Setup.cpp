@@ -88,10 +88,10 @@ void requireDirectory(const std::string& path, bool belowRoot) {
     if (::stat(path.c_str(), &info) != 0 && errno == ENOENT) {
         if (const base::Check made = base::prepareDirectory(path); !made) {
             throw InputError("the directory " + path + " is missing and cannot be made: " +
-                             made.error().text + "; run as root, or make it for root alone (mode 0700)");
+                             made.error().text + "; run as root, or make it with mode 0700, owned by root");
         }
     } else if (!S_ISDIR(info.st_mode)) {
-        throw InputError(path + " is no directory; move it away");
+        throw InputError(path + " is not a directory; move it away");
     }
     if (::access(path.c_str(), W_OK | X_OK) != 0) {
         const int error = errno;
@@ -109,7 +109,7 @@ base::Check checkSystem(const SystemFacts& facts, bool changes) {
             "this system is not a Mac; name a directory to work below with --root DIR, for example a "
             "rehearsal Mac");
     if (changes && !facts.superuser)
-        return base::failure("must run as root; use sudo, or name a directory of your own with --root DIR");
+        return base::failure("must run as root; use sudo, or name your own directory with --root DIR");
     return {};
 }
 
@@ -127,8 +127,8 @@ void requireSystem(const PathOptions& options, bool changes) {
 std::string writeRemedy(int error, bool superuser) {
     if (error == EROFS) return "; make its disk writable";
     if ((error == EACCES || error == EPERM) && !superuser)
-        return "; run as root, or name a root of your own with --root";
-    return "; correct its place or rights";
+        return "; run as root, or name your own root with --root";
+    return "; correct its path or permissions";
 }
 
 Paths resolvePaths(const PathOptions& options) {
@@ -136,7 +136,8 @@ Paths resolvePaths(const PathOptions& options) {
     const std::string root = options.root.empty() ? "" : existingDirectory(options.root, "--root");
     const std::string tools = options.tools.empty() ? "" : existingDirectory(options.tools, "--tools");
     if (tools.find(':') != std::string::npos) {
-        throw InputError("--tools " + tools + " holds a colon, which PATH cannot; move the directory");
+        throw InputError("--tools " + tools +
+                         " contains a colon, which separates directories in PATH; move the directory");
     }
     paths.belowRoot = !root.empty();
     setSystemRoot(root);
@@ -206,7 +207,7 @@ void checkContentDir(const Paths& paths) {
     if (taken || paths.contentDir.empty()) {
         throw InputError(
             "--content-dir " + paths.contentDir +
-            " holds other files of the agent, and a run empties it; choose a directory of its own");
+            " contains other files of the agent, and a run empties it; choose a separate directory");
     }
     if (const base::Check own = base::checkDirectory(paths.contentDir); !own)
         throw InputError("the content directory " + paths.contentDir + " is refused: " + own.error().text);
@@ -215,8 +216,8 @@ void checkContentDir(const Paths& paths) {
     if (::stat(paths.contentDir.c_str(), &info) == 0 && (info.st_mode & 077U) != 0) {
         throw InputError(
             "the content directory " + paths.contentDir +
-            " must be a directory of your own that nobody else may enter, since a run empties it and starts "
-            "what it holds; choose another, or give it mode 0700 if it holds nothing you need");
+            " must be a directory that you own and nobody else may enter, since a run empties it and starts "
+            "what is in it; choose another, or give it mode 0700 if it contains nothing you need");
     }
 }
 

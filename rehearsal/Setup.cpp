@@ -115,8 +115,8 @@ void setUpdateOutcome(MacState& state, const std::string& label, Outcome outcome
 void setToolFault(MacState& state, const std::string& tool, const std::string& outcome) {
     const auto known = toolNamed(tool);
     if (!known) {
-        throw std::invalid_argument("no tool \"" + tool +
-                                    "\": softwareupdate, sw_vers, installer or hdiutil");
+        throw std::invalid_argument("there is no tool \"" + tool +
+                                    "\"; use softwareupdate, sw_vers, installer or hdiutil");
     }
     setFault(state, {FaultScope::tool, tool, requireOutcome(*known, outcome)});
 }

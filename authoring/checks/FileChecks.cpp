@@ -69,7 +69,7 @@ Findings packageFindings(const std::string& place, const std::string& patchId, c
     try {
         const std::string why = packageProblem(path);
         if (why.empty()) return {};
-        return {{Severity::error, place, "\"" + patchId + "\" is no package: " + why,
+        return {{Severity::error, place, "\"" + patchId + "\" is not a package: " + why,
                  "publish the package as pkgbuild or productbuild wrote it"}};
     } catch (const std::exception&) {
         return {};  // reported when the whole file is read
@@ -120,7 +120,7 @@ Findings imageFindings(const std::string& place, const std::string& patchId, con
     if (known) return {};
     return {{Severity::warning, place,
              "\"" + patchId +
-                 "\" is no disk image of a known kind; when it cannot be attached, nothing is installed and "
+                 "\" is not a disk image of a known kind; if it cannot be attached, nothing is installed and "
                  "the request reads success",
              "make it with hdiutil create, and rehearse the entry before you publish it"}};
 }
@@ -137,7 +137,7 @@ Findings scriptFindings(const std::string& place, const std::string& script) {
     for (auto at = said.find(script); at != std::string::npos; at = said.find(script))
         said.erase(at, script.size() + (said.compare(at + script.size(), 2, ": ") == 0 ? 2 : 0));
     return {{Severity::error, place,
-             "bash cannot parse the script: " + (result.timedOut ? "no end in a minute" : said),
+             "bash cannot parse the script: " + (result.timedOut ? "it took more than a minute" : said),
              "correct the line named (bash -n shows the same) and publish it again"}};
 }
 
@@ -146,7 +146,7 @@ Findings sizeFindings(const std::string& place, const std::string& size, std::ui
     const std::string remedy = "write \"" + sizeText(archiveBytes) + "\", or let publish compute it";
     if (size.empty()) {
         return {
-            {Severity::warning, place, "it has no size, so buffering takes the patch for 0 bytes", remedy}};
+            {Severity::warning, place, "it has no size, so buffering counts the patch as 0 bytes", remedy}};
     }
     // A misleading size is reported by the checks of the content.
     if (!whySizeMisleads(size).empty()) return {};

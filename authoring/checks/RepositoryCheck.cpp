@@ -51,7 +51,7 @@ Findings contentLeftovers(const std::string& repository) {
         const bool signature = base::hasEnding(name, ".xml.sig");
         if (signature && names.count(name.substr(0, name.size() - 4)) != 0) continue;
         findings.push_back({Severity::warning, "content/" + name,
-                            signature ? "it is the signature of content that is not there"
+                            signature ? "it is the signature of missing content"
                                       : "it is neither content nor a signature, and no agent asks for it",
                             signature ? "remove it, or publish the entry again" : "remove it"});
     }
@@ -75,7 +75,7 @@ Findings patchLeftovers(const std::string& repository, const std::set<std::strin
             warn("no content names it, so no agent asks for it",
                  "remove it and its signature, or publish the entry that needs it");
         } else if (names.count(stem + ".zip") == 0) {
-            warn("it is the signature of an archive that is not there", "remove it");
+            warn("it is the signature of a missing archive", "remove it");
         }
     }
     return findings;
@@ -125,8 +125,8 @@ Findings withdrawnFindings(const std::string& repository, const std::set<std::st
         findings.push_back({Severity::warning, "content/" + identifier + ".xml",
                             "it is still published, but no longer in " + from,
                             manifests.empty() ? "publish that manifest again, which withdraws it"
-                                              : "publish the manifest that had it again, or with --only the "
-                                                "only manifest that counts"});
+                                              : "publish the manifest that had it again, or publish the only "
+                                                "current manifest with --only"});
     }
     return findings;
 }
@@ -140,7 +140,7 @@ std::set<std::string> contentFiles(const std::string& repository) {
     boost::system::error_code error;
     fs::directory_iterator it(repository + "/content", error);
     if (error) {
-        throw UsageError(repository + " holds no content directory: " + error.message() +
+        throw UsageError(repository + " has no content directory: " + error.message() +
                          "; name the directory that zelor-content publish wrote");
     }
     for (const fs::directory_iterator end; it != end; ++it) {
@@ -256,7 +256,7 @@ CheckReport checkRepository(const std::string& repository, const std::string& ke
     if (!fs::is_regular_file(repository + "/speed.bin", ignored)) {
         append({{Severity::warning, "speed.bin",
                  "it is missing, so patches are buffered at 1024 bytes per second",
-                 "publish again; that makes one"}});
+                 "publish again, which makes one"}});
     }
     return report;
 }

@@ -106,7 +106,7 @@ class ManifestParser {
         if (patch.patchId.empty()) patch.patchId = lastName(patch.file);
         if (patch.file.empty() && !patch.patchId.empty() && !patch.omitArchive) {
             fields.report("field \"patchId\" names \"" + patch.patchId + "\", but there is no field \"file\"",
-                          "name the file to publish, or say \"omitArchive\": true");
+                          "name the file to publish, or write \"omitArchive\": true");
         }
         patch.file.erase(patch.file.find_last_not_of('/') + 1);
         if (!patch.file.empty() && patch.file[0] != '/') patch.file = directory_ + '/' + patch.file;

@@ -40,7 +40,7 @@ void checkContent(const ContentEntry& entry, Findings& findings) {
     } catch (const std::exception& e) {
         findings.push_back({Severity::error, entry.place,
                             std::string("agents could not use its content: ") + e.what(),
-                            "correct that in the manifest"});
+                            "correct the manifest"});
     }
 }
 
@@ -66,8 +66,8 @@ void checkCollisions(const std::vector<ManifestPatch>& patches, Findings& findin
         if (patch.patchId == same.patchId && oneFile && patch.omitArchive == same.omitArchive) continue;
         findings.push_back({Severity::error, patch.place,
                             "patch \"" + patch.patchId + "\" and \"" + same.patchId + "\" at " + same.place +
-                                " would both be the archive " + name->stem + ".zip",
-                            "give one of them another name before its extension (patchId)"});
+                                " would both use the archive " + name->stem + ".zip",
+                            "rename one of them before its extension (patchId)"});
     }
 }
 

@@ -70,7 +70,7 @@ Findings sourceFindings(Manifest& manifest, const std::set<std::string>& publish
                 known != read.end() ? known->second : (read[patch.file] = digestsOfSource(patch.file));
         } catch (const std::exception& e) {
             findings.push_back({Severity::error, patch.place, std::string("field \"file\": ") + e.what(),
-                                "publish again once the file can be read and is as agents take it"});
+                                "publish again when the file can be read and agents accept it"});
             continue;
         }
         append(md5Findings(patch));

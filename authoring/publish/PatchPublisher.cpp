@@ -206,7 +206,7 @@ agent::FileDigest PatchPublisher::write(const ManifestPatch& patch) {
                           remediation::signaturePath(patch.patchId, name.extension), signature);
     if (digestsOfSource(patch.file).sha256 != patch.digests.sha256) {
         throw std::runtime_error(patch.file +
-                                 " changed while it was published; publish again once it is at rest");
+                                 " changed while it was published; publish again when it no longer changes");
     }
     zip.close();
     base::StagedFile& detached = group_.add(directory_ + name.stem + ".sig");

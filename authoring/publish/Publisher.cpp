@@ -45,9 +45,9 @@ base::LockFile lockRepository(const std::string& repository) {
             return lock;
         }
         const std::optional<long> other = lock.noted();
-        throw UsageError("another publication to " + repository + " is under way (" +
+        throw UsageError("another publication to " + repository + " is active (" +
                          (other ? "process " + std::to_string(*other) + ", " : "") + "it holds " +
-                         lock.path() + "); wait for its end");
+                         lock.path() + "); wait until it ends");
     } catch (const UsageError&) {
         throw;
     } catch (const std::runtime_error& e) {
@@ -67,7 +67,7 @@ bool writeSpeedFile(const std::string& path) {
     if (fs::file_size(path, ignored) == kSpeedBytes) return false;
     std::string bytes(kSpeedBytes, '\0');
     if (RAND_bytes(reinterpret_cast<unsigned char*>(bytes.data()), static_cast<int>(bytes.size())) != 1) {
-        throw std::runtime_error("OpenSSL has no random bytes for " + path);
+        throw std::runtime_error("OpenSSL cannot make random bytes for " + path);
     }
     base::replaceFile(path, bytes);
     return true;

@@ -66,7 +66,7 @@ RehearsalMac::RehearsalMac(const std::string& scratch, const RehearsalMacOptions
         system_ =
             state.at("productName").get<std::string>() + ' ' + state.at("productVersion").get<std::string>();
     } catch (const nlohmann::json::exception&) {
-        throw UsageError(tools_ + " is no tools directory; make one with zelor-rehearsal init");
+        throw UsageError(tools_ + " is not a tools directory; make one with zelor-rehearsal init");
     }
 }
 

@@ -44,7 +44,7 @@ std::string chosenIdentifier(const RehearseOptions& options) {
 /// Throws UsageError when a sandbox is wanted and cannot be made.
 void requireSandbox(const RehearseOptions& options) {
     if (options.noSandbox) {
-        std::cout << "No sandbox: a script that names absolute paths of its own changes this machine\n";
+        std::cout << "No sandbox: a script that uses absolute paths changes this machine\n";
         return;
     }
     const std::string why = whyNoSandbox();
@@ -84,7 +84,7 @@ class Rehearsal {
         if (options_.keep) {
             keep(mac, server.port());
         } else {
-            std::cout << "What is in " << scratch_.path() << " is removed now; --keep leaves it there.\n";
+            std::cout << scratch_.path() << " is removed now; --keep keeps it.\n";
         }
         const bool reported =
             status == 0 || status == exitStatus::kInterrupted || status == exitStatus::kUnusable;
@@ -109,7 +109,7 @@ class Rehearsal {
         const std::string publicKey = scratch_.path() + "/repository.pem";
         base::replaceFile(publicKey, key_.publicPem());
         std::cout << "Published " << identifier_ << " with " << amount(summary.patches, "patch", "patches")
-                  << ", signed for this rehearsal alone\n"
+                  << ", signed only for this rehearsal\n"
                   << findingsText(checkRepository(repository_, publicKey).findings);
     }
 
@@ -152,8 +152,8 @@ class Rehearsal {
             if (!expected) return;
             std::cout << findingsText(
                 {{Severity::warning, "the run", "success, nothing changed",
-                  "see whether the entry's file does what it should; --after-scan applies "
-                  "what was recorded as applied again"}});
+                  "check that the entry's file does what it should; --after-scan applies again what is "
+                  "recorded as applied"}});
         } else {
             std::cout << "What changed on its disk:\n" << changes;
         }
@@ -169,12 +169,11 @@ class Rehearsal {
     void keep(RehearsalMac& mac, std::uint16_t port) {
         scratch_.keep();
         if (options_.root.empty() && options_.tools.empty()) mac.keepSettings();
-        std::cout
-            << "Kept in " << scratch_.path() << ". To run it again:\n"
-            << "  zelor-content serve " << repository_ << " --port " << port << " &\n"
-            << "  zelor-remediate run " << requests_ << " --root " << mac.root() << " --tools " << mac.tools()
-            << " --after-scan\n"
-            << "That has no sandbox: absolute paths in what it runs lead to this machine's own files.\n";
+        std::cout << "Kept in " << scratch_.path() << ". To run it again:\n"
+                  << "  zelor-content serve " << repository_ << " --port " << port << " &\n"
+                  << "  zelor-remediate run " << requests_ << " --root " << mac.root() << " --tools "
+                  << mac.tools() << " --after-scan\n"
+                  << "That has no sandbox: absolute paths lead to this machine's own files.\n";
     }
 
     const RehearseOptions& options_;

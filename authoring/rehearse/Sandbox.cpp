@@ -110,7 +110,7 @@ void Sandbox::rememberMissing(const std::string& path) {
         if (type == fs::file_not_found) {
             missing_.push_back(place);
         } else if (type != fs::directory_file) {
-            throw UsageError(place + " is no directory, but the sandbox needs one there; rename it");
+            throw UsageError(place + " is not a directory, but the sandbox needs one there; rename it");
         }
         if (end == std::string::npos) return;
     }

@@ -141,7 +141,7 @@ std::string Foresight::reasonOf(BlockOutcome outcome, parsedEriData& block) {
         case BlockOutcome::appliedBefore:
             return whyApplied(RecordAccess::eriId(block));
         case BlockOutcome::notInstallable:
-            return "no installer takes it: it is no " + platform::installableText();
+            return "no installer accepts it: it is not a " + platform::installableText();
         default:
             return "";
     }

@@ -58,8 +58,7 @@ class Job {
             });
         }
         if (!options_.talk.quiet)
-            problem +=
-                writeTalk(talkFd_, (gaveWay ? "Stopped for a run that waits. " : "") + summary(counts));
+            problem += writeTalk(talkFd_, (gaveWay ? "Stopped for a waiting run. " : "") + summary(counts));
         if (!problem.empty()) std::cerr << "zelor-remediate: " << problem << '\n';
         if (cancelled) return exitStatus::kCancelled;
         if (!problem.empty()) return exitStatus::kOutputFailed;

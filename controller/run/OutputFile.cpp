@@ -133,7 +133,7 @@ std::string openEmptied(const std::string& path, base::UniqueFd& file) {
     file = base::openFile(path, O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, kFileMode);
     struct stat info {};
     if (!file || ::fstat(file.get(), &info) != 0) return cannotWrite(path, errno) + "; choose another file";
-    if (!S_ISREG(info.st_mode)) return path + " has become something else; choose another file";
+    if (!S_ISREG(info.st_mode)) return path + " is no longer a regular file; choose another file";
     if (info.st_nlink > 1) return path + " has another name too, a hard link; choose another file";
     return ::ftruncate(file.get(), 0) == 0 ? "" : cannotWrite(path, errno) + "; choose another file";
 }
@@ -192,7 +192,7 @@ void checkOutputs(const std::vector<RequestedOutput>& outputs, const std::string
             throw InputError(option + ' ' + path + " is the file of the requests; name another file");
         if (identity && !taken.emplace(*identity, option).second)
             throw InputError(option + " and " + taken[*identity] + " name the same file, " + path +
-                             "; give each a file of its own");
+                             "; choose a different file for each");
         checkOutput(path, option);
     }
 }

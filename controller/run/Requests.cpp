@@ -111,7 +111,7 @@ class RequestReader : public nlohmann::json_sax<json> {
     }
     void add(const std::string& identifier, std::string problem) {
         if (!requests_.all.emplace(key_, identifier).second)
-            fail("the request " + quoted(key_) + " is given twice; leave one of them out");
+            fail("the request " + quoted(key_) + " is duplicated; remove one");
         if (base::trimmed(key_).empty()) problem = "its key is empty; give the CPE names that it is for";
         if (!problem.empty())
             requests_.invalid.emplace(key_, "line " + std::to_string(*line_) + ": " + problem);
@@ -142,7 +142,7 @@ Requests parseRequests(const std::string& text, const std::string& name) {
     json::sax_parse(CountingIterator(text.data(), &line), CountingIterator(text.data() + text.size(), &line),
                     &reader);
     Requests requests = reader.take();
-    if (requests.all.empty()) throw InputError(name + " holds no request; add at least one");
+    if (requests.all.empty()) throw InputError(name + " contains no request; add at least one");
     return requests;
 }
 

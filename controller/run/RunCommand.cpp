@@ -117,7 +117,7 @@ class Run {
     void cancel(EarlyEnd why) {
         if (why == EarlyEnd::timeLimit) {
             record_.setAbortReason(kTimeLimitReason);
-            std::cerr << "zelor-remediate: " << kTimeLimitReason << "; waiting for the step in hand\n";
+            std::cerr << "zelor-remediate: " << kTimeLimitReason << "; waiting for the current step\n";
         }
         manager_.setCancelAllRem(true);
     }

@@ -108,7 +108,7 @@ TEST_F(RehearseTest, AbsolutePathsLeadToTheMacsDiskAndNowhereElse) {
     for (const char* mountPoint : {"/usr", "/bin", "/dev", "/proc", "/tmp", "/etc/passwd"})
         EXPECT_FALSE(fs::exists(root + mountPoint)) << mountPoint;
     fs::create_symlink("elsewhere", root + "/usr");
-    EXPECT_THAT(rehearse("CCE-1", {"--root", root}).err, HasSubstr("/usr is no directory"));
+    EXPECT_THAT(rehearse("CCE-1", {"--root", root}).err, HasSubstr("/usr is not a directory"));
 }
 
 TEST_F(RehearseTest, WithoutASandboxNothingRunsUnlessAsked) {

@@ -75,7 +75,7 @@ TEST(ControllerRequests, SaysWhatIsWrongAndWhere) {
         {"[\"a\"]", {"the text is an array where an object is needed"}},
         {"\"a\"", {"the text is a string"}},
         {"{\"a\": \"CVE-1\",\n \"b\": \"x\",\n \"a\": null}", {"line 3", "\"a\" is given twice"}},
-        {"{}", {"r.json holds no request"}},
+        {"{}", {"r.json contains no request"}},
         {"{\"\\u001b[2Ja\": \"\", \"\\u001b[2Ja\": \"\"}", {"\"?[2Ja\""}},
     };
     for (const auto& one : cases) {

@@ -103,7 +103,8 @@ TEST_F(ControllerPlanTest, ChangesNothingAndForetellsTheRun) {
          {"in the buffer, but refused: ", "signature good", "fetched.pkg, 2 GB, to download",
           "ERI-CCE-2 is recorded as applied", "E-2 is not applied: E-1 of the same CRE is recorded by then",
           "\"2 GB\" counts as 2 bytes", "names more than two CPEs", "no installer takes it",
-          "\"Command Line Tools (OS X 10.10)-6.0\" is taken by a word", "6 to apply, 1 applied already"})
+          "\"Command Line Tools (OS X 10.10)-6.0\" is selected only by a word",
+          "6 to apply, 1 applied already"})
         EXPECT_THAT(shown.out, HasSubstr(part));
     const json plan = json::parse(planned.out);
     on("run", map, {"--json", fixture.dir / "out.json"});
@@ -249,7 +250,7 @@ TEST_F(PlanDecisions, ForeseeUpdatesOfTheSystem) {
          "10.10",
          {"Command Line Tools (OS X 10.10)-6"},
          4,
-         "by a word in its label alone"},
+         "only by a word in its label"},
         {{" * OS X SecUpd-7\n"},
          "Apple Mac OS X",
          "10.10",
@@ -339,9 +340,9 @@ TEST_F(PlanDecisions, WarnOfNamesThatARunIgnores) {
     contents["CCE-1"] = {block("E1", "set.bsh")};
     facts.platformCpe = "cpe:/o:this";
     const std::map<std::string, std::string> reported = {
-        {"hello", "\"hello\" is no CPE 2.2 name"},
+        {"hello", "\"hello\" is not a CPE 2.2 name"},
         {"cpe:/h:x", "it counts for cpe:/o:this, without a product"},
-        {"cpe:/o:x,Editor||Editor", "\"Editor\" is no CPE 2.2 name"},
+        {"cpe:/o:x,Editor||Editor", "\"Editor\" is not a CPE 2.2 name"},
         {"cpe:/o:x,cpe:2.3:a:y:z:1:*:*:*:*:*:*:*", "write it in CPE 2.2, \"cpe:/a:y:z:1\""},
         {"cpe:2.3:x", "write it in CPE 2.2, \"cpe:/a:vendor:product:version\""}};
     for (const auto& [key, warning] : reported) {
