@@ -166,7 +166,7 @@ struct PageRow {
     std::string name, fallback, text;
 };
 
-// What the pages say is what the table says, row by row.
+// The pages describe exactly the rows of the table.
 TEST_F(AgentSettingsTest, ThePagesSayWhatTheTableSays) {
     std::vector<PageRow> page;
     std::vector<PageRow> manual;

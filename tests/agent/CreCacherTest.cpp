@@ -110,7 +110,7 @@ TEST_F(CreCacherTest, WhoWantsNoContentAnyMoreDoesNotWaitForIt) {
         EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1)) << drip.name;
         EXPECT_EQ(report.reason(), "") << drip.name;
     }
-    // That nobody answered was not said: the next call asks as usual.
+    // Without an answer nothing is cached: the next call asks as usual.
     test::writeFile(root / "etc/zelor/zelor.ini", ini);
     publish(content("one"));
     EXPECT_EQ(creOf(), "one");
@@ -165,7 +165,7 @@ TEST_F(CreCacherTest, TheCopyOnDiskSparesTheTransferAndServesWhenNobodyAnswers) 
 TEST_F(CreCacherTest, ADamagedCopyIsFetchedAnew) {
     publish(content("one"));
     EXPECT_EQ(creOf(), "one");
-    // As a crash between the two renames leaves it, the version file still there in the worst case.
+    // As after a crash between the two renames, in the worst case with the old version file.
     for (const std::string& suffix : {std::string(".xml"), std::string(".xml.sig")}) {
         const std::string good = test::readFile(kept(suffix));
         test::writeFile(kept(suffix), suffix == ".xml" ? content("evil") : key.sign("other"));

@@ -62,7 +62,7 @@ struct PatchDownloadTest : testing::Test {
     bool arrived() { return readFile(archive()) == bytes; }
     std::string logText() { return readFile(root / "var/log/zelor/remediation.log"); }
 
-    /// The first request gets that fault, the later ones none.
+    /// Only the first request gets the fault.
     void firstMeets(const authoring::ServerFault& fault) {
         server.onRequest([=](const authoring::ServerRequest&, int number) {
             return number == 0 ? fault : authoring::ServerFault();
@@ -250,8 +250,8 @@ TEST_F(PatchDownloadTest, HeadersNeitherGoOnForEverNorReachAnEarlierAnswer) {
     }
     EXPECT_THAT(logText(), HasSubstr("headers are larger than 128 KiB"));
 
-    // A folded header goes on with the one before it, which must not be one of the earlier answer. Some
-    // versions of libcurl refuse it.
+    // A folded header continues the one before it, which must not be from the earlier answer. Some versions
+    // of libcurl refuse it.
     raw.setAnswers({"HTTP/1.1 503 Busy\r\nX: y\r\n\r\n",
                     "HTTP/1.1 200 OK\r\n folded: z\r\nContent-Length: 5\r\n\r\nbytes"});
     const bool done = runFrom(raw.url()) == DownloadResult::done;
@@ -296,7 +296,7 @@ TEST_F(DigestTest, OnlyTheWantedArchiveArrivesHoweverItComes) {
     EXPECT_TRUE(arrived());
     boost::filesystem::remove(archive());
 
-    // A part with other bytes of the same version is found out at the end, and fetched from its start once.
+    // A part with other bytes of the same version is noticed at the end, and fetched from its start once.
     leavePartial(100'000);
     writeFile(partial(), std::string(100'000, 'x'));
     EXPECT_EQ(fetch(bytes), DownloadResult::done);

@@ -17,7 +17,7 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-/// Writes each event down as a line: "settled k1 5: why".
+/// Records each event as a line: "settled k1 5: why".
 class Recorder : public zelor::RunObserver {
   public:
     void started(const std::string& key, const std::string& identifier) override {

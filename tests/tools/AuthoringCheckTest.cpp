@@ -32,7 +32,7 @@ struct CheckTest : test::Authoring {
         writeFile(path("content/" + identifier + ".xml"), xml);
         writeFile(path("content/" + identifier + ".xml.sig"), sign(xml));
     }
-    /// Changes signed content as an author could who writes it by hand.
+    /// Changes signed content as an author could by hand.
     void edit(const std::string& identifier, const std::string& from, const std::string& to) const {
         std::string xml = readFile(path("content/" + identifier + ".xml"));
         ASSERT_NE(xml.find(from), std::string::npos) << xml;

@@ -21,8 +21,8 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::Pair;
 
-/// A manifest of a script, a package and a system update; temporary directories are made where they can be
-/// seen.
+/// A manifest of a script, a package and a system update; temporary directories are made where the test sees
+/// them.
 struct RehearseTest : test::Authoring {
     std::string temporary = dir / "tmp", root = dir / "mac", order = source + "/manifest.json";
 
@@ -136,7 +136,7 @@ TEST_F(RehearseTest, AMacOfOnesOwnKeepsWhatWasInstalledAndItsSettings) {
 
     fs::remove(root + "/Applications/about.txt");
     EXPECT_THAT(rehearse("CVE-1", {"--root", root}).out, HasSubstr("Nothing changed on its disk."));
-    // As if killed: what was put aside comes back all the same.
+    // As after a kill: the files that were put aside are restored.
     fs::rename(root + "/etc/zelor/zelor.ini", root + "/etc/zelor/zelor.ini.before-rehearsal");
     writeFile(root + "/etc/zelor/zelor.ini", "of a rehearsal");
     EXPECT_THAT(rehearse("CVE-1", {"--root", root, "--after-scan"}).out, HasSubstr("about.txt"));

@@ -157,7 +157,7 @@ RequestResult settled(const std::string& key, unsigned long value, const std::st
 }
 
 TEST(ControllerResults, KeepInvalidRequestsApart) {
-    // Both are reported under "a", and the library knows the second one alone.
+    // Both are reported under "a", and the library knows only the second one.
     ResultTable table({{"a||oval:1", ""}, {"a||oval:2", "CVE-2"}});
     table.setInvalid({{"a||oval:1", "line 1: ..."}});
     EXPECT_EQ(pairs(table.apply({})), (std::vector<std::pair<std::size_t, ProgressValue>>{{0, 8}}));

@@ -14,7 +14,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
-/// Everything below a directory but the log and the cache of content: path, kind, time and bytes.
+/// Everything below a directory except the log and the cache of content: path, kind, time and bytes.
 std::map<std::string, std::string> snapshot(const std::string& root) {
     std::map<std::string, std::string> all;
     for (const auto& entry : fs::recursive_directory_iterator(root)) {
@@ -28,7 +28,7 @@ std::map<std::string, std::string> snapshot(const std::string& root) {
 }
 
 struct ControllerPlanTest : ControllerTest {
-    /// softwareupdate lists the file "listing", and installing a label takes its line away.
+    /// softwareupdate lists the file "listing", and installing a label removes its line.
     void listUpdates(const std::string& listing) {
         const std::string file = fixture.dir / "tools/listing";
         writeFile(file, listing);
@@ -180,7 +180,7 @@ TEST_F(ControllerPlanTest, WritesJsonWhereItIsAsked) {
     EXPECT_EQ(readJson("requests.json").size(), 1U);
 }
 
-// The decisions alone, on facts in memory.
+// Only the decisions, on facts in memory.
 
 parsedEriData block(const std::string& eri, const std::string& patch, const std::string& instructions = "") {
     parsedEriData data;

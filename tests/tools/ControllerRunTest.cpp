@@ -262,7 +262,7 @@ struct ControllerLimitTest : ControllerTest {
         result.err = testing::internal::GetCapturedStderr();
         return result;
     }
-    /// How long `work` goes on after a signal that comes when it has asked the server.
+    /// How long `work` runs after a signal that comes when it has asked the server.
     static double secondsToEnd(const DripServer& server, const std::function<void()>& work) {
         std::atomic<bool> over{false};
         std::chrono::steady_clock::time_point signalled;
@@ -346,7 +346,7 @@ TEST_F(ControllerTest, SaysSoWhenItsResultsAreLost) {
             EXPECT_THAT(result.output, HasSubstr("status=4")) << arguments << output;
         }
     }
-    // Whatever opens a file first must not get the number of the closed descriptor.
+    // The first file that is opened must not get the number of the closed descriptor.
     for (const std::string arguments : {"run requests.json", "run requests.json --json -", "status",
                                         "plan requests.json", "run requests.json --events events"}) {
         const base::CommandResult result =
@@ -387,7 +387,7 @@ TEST_F(ControllerTest, WaitsForAnotherRun) {
     other = base::openFile(lockFile, O_RDWR);
     ASSERT_EQ(::flock(other.get(), LOCK_EX | LOCK_NB), 0);
     std::thread user([&] {
-        // Before its handler is there, the signal would end the test.
+        // Without its handler the signal would end the test.
         struct sigaction action {};
         do {
             ::sigaction(SIGINT, nullptr, &action);
@@ -399,7 +399,7 @@ TEST_F(ControllerTest, WaitsForAnotherRun) {
 }
 
 TEST_F(ControllerTest, ASignalCancelsAndWaitsForTheStepInHand) {
-    // The script says that it began, and goes on once the signal was sent.
+    // The script reports its start, and continues when the signal was sent.
     ASSERT_EQ(::mkfifo((fixture.dir / "began").c_str(), 0600), 0);
     ASSERT_EQ(::mkfifo((fixture.dir / "goOn").c_str(), 0600), 0);
     fixture.addScript(
