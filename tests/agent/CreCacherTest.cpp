@@ -98,7 +98,7 @@ TEST_F(CreCacherTest, NoRepositoryHoldsContentForLong) {
     }
 }
 
-TEST_F(CreCacherTest, WhoWantsNoContentAnyMoreDoesNotWaitForIt) {
+TEST_F(CreCacherTest, ACancelEndsTheWaitForContent) {
     const std::string ini = test::readFile(root / "etc/zelor/zelor.ini");
     for (const test::DripServer::Drip& drip : test::DripServer::all()) {
         const test::DripServer slow(drip);
@@ -162,7 +162,7 @@ TEST_F(CreCacherTest, TheCopyOnDiskSparesTheTransferAndServesWhenNobodyAnswers) 
     EXPECT_THAT(logText(), HasSubstr("check that the repository can be reached"));
 }
 
-TEST_F(CreCacherTest, ADamagedCopyIsFetchedAnew) {
+TEST_F(CreCacherTest, ADamagedCopyIsFetchedAgain) {
     publish(content("one"));
     EXPECT_EQ(creOf(), "one");
     // As after a crash between the two renames, in the worst case with the old version file.

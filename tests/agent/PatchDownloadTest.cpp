@@ -130,7 +130,7 @@ TEST_F(PatchDownloadTest, StatusesThatStayFailAtOnceAndNameTheRemedy) {
                       HasSubstr("answered 404; publish the archive")));
 }
 
-TEST_F(PatchDownloadTest, ADroppedTransferGoesOnWhereItStopped) {
+TEST_F(PatchDownloadTest, ADroppedTransferIsResumed) {
     firstMeets(dropAfter(100'000));
     EXPECT_EQ(run(), DownloadResult::done);
     EXPECT_TRUE(arrived());
@@ -141,7 +141,7 @@ TEST_F(PatchDownloadTest, ADroppedTransferGoesOnWhereItStopped) {
     EXPECT_EQ(log[1].status, 206);
 }
 
-TEST_F(PatchDownloadTest, ProgressBuysMoreAttemptsThanStandingStill) {
+TEST_F(PatchDownloadTest, ProgressAllowsMoreAttempts) {
     server.onRequest([](const authoring::ServerRequest&, int) { return dropAfter(20'000); });
     EXPECT_EQ(run(), DownloadResult::done);
     EXPECT_EQ(server.takeLog().size(), 15U);
@@ -162,7 +162,7 @@ TEST_F(PatchDownloadTest, ATransferThatCannotBeResumedIsNotBegunWithoutEnd) {
         EXPECT_EQ(line.request.range, "");
 }
 
-TEST_F(PatchDownloadTest, ALaterRunResumesAndBeginsAnewForAnotherVersion) {
+TEST_F(PatchDownloadTest, ALaterRunResumesOrStartsOverForAnotherVersion) {
     leavePartial(100'000);
     EXPECT_EQ(run(), DownloadResult::done);
     EXPECT_EQ(server.takeLog().at(0).status, 206);
@@ -237,7 +237,7 @@ TEST_F(PatchDownloadTest, AnAnswerWithoutALengthEndsWithItsLastChunk) {
     EXPECT_TRUE(arrived());
 }
 
-TEST_F(PatchDownloadTest, HeadersNeitherGoOnForEverNorReachAnEarlierAnswer) {
+TEST_F(PatchDownloadTest, HeadersAreBoundedAndBelongToOneAnswer) {
     test::RawServer raw;
     const std::string line = "X-Header: " + std::string(4000, 'x') + "\r\n";
     for (const std::string& begin :
@@ -338,7 +338,7 @@ TEST_F(DigestTest, AnAnswerOfUnknownLengthIsBoundedByTheContents) {
     EXPECT_EQ(fetch(bytes + "and more"), DownloadResult::failed);
 }
 
-TEST_F(PatchDownloadTest, AStalledTransferIsGivenUpAndResumed) {
+TEST_F(PatchDownloadTest, AStalledTransferIsAbortedAndResumed) {
     authoring::ServerFault stall;
     stall.stallAfter = 50'000;
     firstMeets(stall);
@@ -395,7 +395,7 @@ TEST(PatchPaceTest, GivesTheBytesTheirTimeAndAGrace) {
     EXPECT_TRUE(pace.isLate(PatchPace::Time() + seconds(602)));
 }
 
-TEST_F(PatchDownloadTest, RedirectsLeadToWebServersOnlyAndNotForever) {
+TEST_F(PatchDownloadTest, RedirectsAreBoundedAndLeadOnlyToWebServers) {
     test::RepositoryServer other;
     other.publish("elsewhere.zip", bytes);
     authoring::ServerFault moved;
@@ -466,7 +466,7 @@ TEST_F(PatchDownloadTest, AFullDiskIsSeenBeforeTheFirstByte) {
     EXPECT_EQ(run(), DownloadResult::done) << "only what is missing needs room";
 }
 
-TEST_F(PatchDownloadTest, WhatStandsInThePartialFilesPlaceIsNeitherFollowedNorShared) {
+TEST_F(PatchDownloadTest, APartialFileIsNeitherALinkNorShared) {
     writeFile(root / "victim", "untouched");
     boost::filesystem::create_directories(root / "opt/partial");
     ASSERT_EQ(::symlink((root / "victim").c_str(), partial().c_str()), 0);

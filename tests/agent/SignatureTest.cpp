@@ -157,7 +157,7 @@ TEST_F(BundleTest, HostileNamesCannotForgeLines) {
     EXPECT_THAT(manifest, HasSubstr("link t\\x0a\\x20x l\n"));
 }
 
-TEST_F(BundleTest, ASignedBundleStandsUntilAnythingChanges) {
+TEST_F(BundleTest, ASignedBundleIsValidUntilAnythingChanges) {
     const std::string inner = bundle + "/Contents/MacOS/editor", link = bundle + "/Contents/Current";
     struct Case {
         const char* name;

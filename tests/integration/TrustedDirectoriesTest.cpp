@@ -93,7 +93,7 @@ const std::vector<Place> kPlaces = {
      "", true},
 };
 
-TEST(TrustedDirectories, ARunUsesNoContentDirectoryThatOthersHaveAHandIn) {
+TEST(TrustedDirectories, ARunUsesNoContentDirectoryThatOthersCanChange) {
     for (const Place& place : kPlaces) {
         if (place.asRoot && geteuid() != 0) continue;
         SCOPED_TRACE(place.name);

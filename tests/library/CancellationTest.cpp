@@ -105,7 +105,7 @@ TEST_F(Cancellation, OfTheRunStopsTheDownloadAndKeepsSuccesses) {
     EXPECT_EQ(run(), (Map{{"k1||", 4}, {"k2||", 13}, {"k3||", 13}}));
 }
 
-TEST_F(Cancellation, OfTheRequestInHandStopsItsDownloadAlone) {
+TEST_F(Cancellation, OfTheCurrentRequestStopsOnlyItsDownload) {
     agent.repository.erase("s2");
     agent.beforeDownload = [this](const std::string& stem) {
         if (stem != "s2") return;

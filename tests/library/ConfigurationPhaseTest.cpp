@@ -89,7 +89,7 @@ TEST_F(ConfigurationPhase, TheFirstFailingBlockDecides) {
     EXPECT_EQ(agent.countLogged("never.sh"), 0);
 }
 
-TEST_F(ConfigurationPhase, ReleasesABufferedCopyOnSuccessAlone) {
+TEST_F(ConfigurationPhase, ReleasesABufferedCopyOnlyOnSuccess) {
     agent.addContent("CCE-1", {{"ERI-1", "good.ksh"}});
     agent.addContent("CCE-2", {{"ERI-2", "fail.ksh"}});
     agent.bufferFile("good.ksh", "exit 0");

@@ -166,7 +166,7 @@ TEST_F(InstalledPatches, ItsOwnLinesAreNotReadAgain) {
 }
 
 // One writer meets the limit in the middle of its line while another's short lines still fit.
-TEST(AppendedLines, AFailedOneTakesNobodyElsesWithIt) {
+TEST(AppendedLines, AFailedOneLeavesTheOthersWhole) {
     const zelor::test::TempDir dir;
     const std::string path = dir / "record";
     struct rlimit old {};

@@ -65,7 +65,7 @@ TEST_F(RunDriver, RunsOnAThreadOfItsOwn) {
     EXPECT_TRUE(boost::filesystem::is_empty(agent.contentDir()));
 }
 
-TEST_F(RunDriver, StartsTheRecordAnewAfterAScanWhenThereIsOne) {
+TEST_F(RunDriver, EmptiesTheRecordAfterAScan) {
     struct {
         bool first, exists;
         std::string after;
@@ -153,7 +153,7 @@ TEST_F(RunDriver, OneSuccessOutweighsFailures) {
     EXPECT_TRUE(failing.getAllRemFailed());
 }
 
-TEST_F(RunDriver, RefusesASecondRunWhileOneGoesOn) {
+TEST_F(RunDriver, RefusesASecondRunWhileOneIsActive) {
     std::vector<int> downloads;
     agent.beforeDownload = [&](const std::string&) {
         downloads.push_back(0);

@@ -222,7 +222,7 @@ void expectWhole(const std::string& repository, const std::string& key) {
     }
 }
 
-TEST_F(PublishTest, KilledAtAnyMomentItShowsNothingHalfDone) {
+TEST_F(PublishTest, KilledAtAnyTimeItShowsNothingIncomplete) {
     // Some more entries, so that showing them takes a while.
     const auto version = [&](const std::string& text, const char* image, const char* option) {
         std::string json = std::string(R"([{"identifier": "CCE-1", "file": "lock.bsh"},
@@ -321,7 +321,7 @@ TEST_F(PublishTest, WhereDirectoriesCannotBeExchangedFilesAreRenamed) {
     EXPECT_EQ(check().status, 0);
 }
 
-TEST_F(PublishTest, AFailureLeavesWhatStoodThere) {
+TEST_F(PublishTest, AFailureLeavesTheContentUnchanged) {
     ASSERT_EQ(publish().status, 0);
     auto before = stamps();
     writeFile(source + "/image.dmg", "new");

@@ -125,7 +125,7 @@ TEST_F(RehearseTest, WithoutASandboxNothingRunsUnlessAsked) {
     EXPECT_THAT(run.out, AllOf(HasSubstr("No sandbox: "), HasSubstr("new      /mark\n")));
 }
 
-TEST_F(RehearseTest, AMacOfOnesOwnKeepsWhatWasInstalledAndItsSettings) {
+TEST_F(RehearseTest, AGivenMacKeepsWhatWasInstalledAndItsSettings) {
     writeFile(root + "/etc/zelor/zelor.ini", "mine");
     ToolRun run = rehearse("CVE-1", {"--root", root});
     EXPECT_EQ(run.status, 0) << run.out << run.err;

@@ -65,7 +65,7 @@ TEST_F(ControllerTest, BuffersAndSaysWhatItHas) {
     EXPECT_FALSE(boost::filesystem::exists(fixture.dir / "var/zelor/content"));
 }
 
-TEST_F(ControllerTest, BufferingGivesWayToARunThatWaits) {
+TEST_F(ControllerTest, BufferingStopsForAWaitingRun) {
     authoring::ServerFault slow;
     slow.bytesPerSecond = 200'000;
     authoring::ServerFault stall;

@@ -128,7 +128,7 @@ std::vector<std::pair<std::size_t, ProgressValue>> pairs(const std::vector<Chang
     return all;
 }
 
-TEST(ControllerResults, StandUnderTheKeysAsGiven) {
+TEST(ControllerResults, UseTheKeysAsGiven) {
     using Pairs = std::vector<std::pair<std::size_t, ProgressValue>>;
     // The library reports the second and third under "a"; "a,b" sorts between the keys but not the report
     // keys.

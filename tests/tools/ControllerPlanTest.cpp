@@ -55,7 +55,7 @@ struct ControllerPlanTest : ControllerTest {
     }
 };
 
-TEST_F(ControllerPlanTest, ChangesNothingAndForetellsTheRun) {
+TEST_F(ControllerPlanTest, ChangesNothingAndPredictsTheRun) {
     listUpdates("   * OSXUpd10.10.5-10.10.5\n   * Command Line Tools (OS X 10.10)-6.0\n   * Safari9.0-9.0\n");
     fixture.addScript("CCE-1", "good", "exit 0\n");
     fixture.addScript("CCE-2", "before", "exit 1\n");
@@ -146,7 +146,7 @@ TEST_F(ControllerPlanTest, ForeseesWhatMissingDigestsRefuse) {
     EXPECT_THAT(plan.dump(), HasSubstr("gives no digest of good.zip"));
 }
 
-TEST_F(ControllerPlanTest, EndsByWhatStandsInTheWay) {
+TEST_F(ControllerPlanTest, ExitStatusSaysWhatPreventsRequests) {
     fixture.addScript("CCE-1", "good", "exit 0\n");
     EXPECT_EQ(on("plan", {{"cpe:/o:a", "CCE-1"}}).status, 0);
     EXPECT_EQ(on("plan", {{"cpe:/o:a", "CCE-9"}}).status, 3);
@@ -285,7 +285,7 @@ TEST_F(PlanDecisions, ForeseeUpdatesOfTheSystem) {
     EXPECT_EQ(twice.requests.at(1).expected, 5U) << "the first request installs it";
 }
 
-TEST_F(PlanDecisions, TellWhatSurprises) {
+TEST_F(PlanDecisions, WarnOfSurprises) {
     contents = {{"CVE-1", {block("E1", "foo.pkg")}},
                 {"CVE-2", {block("E2", "barfoo.pkg")}},
                 {"CVE-3", {block("E3", "bundle.framework.app.tgz")}},

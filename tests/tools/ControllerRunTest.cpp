@@ -358,7 +358,7 @@ TEST_F(ControllerTest, SaysSoWhenItsResultsAreLost) {
     EXPECT_EQ(platform::runShell(program + "run requests.json --quiet --root . >&-").status, 0);
 }
 
-TEST_F(ControllerTest, WorksAloneAtItsPlace) {
+TEST_F(ControllerTest, OnlyOneRunAtATime) {
     const base::UniqueFd other =
         base::openFile(fixture.dir / "var/zelor/remediate.lock", O_RDWR | O_CREAT, 0600);
     ASSERT_EQ(::flock(other.get(), LOCK_EX | LOCK_NB), 0);
@@ -398,7 +398,7 @@ TEST_F(ControllerTest, WaitsForAnotherRun) {
     user.join();
 }
 
-TEST_F(ControllerTest, ASignalCancelsAndWaitsForTheStepInHand) {
+TEST_F(ControllerTest, ASignalCancelsAndWaitsForTheCurrentStep) {
     // The script reports its start, and continues when the signal was sent.
     ASSERT_EQ(::mkfifo((fixture.dir / "began").c_str(), 0600), 0);
     ASSERT_EQ(::mkfifo((fixture.dir / "goOn").c_str(), 0600), 0);
@@ -420,7 +420,7 @@ TEST_F(ControllerTest, ASignalCancelsAndWaitsForTheStepInHand) {
     EXPECT_THAT(run.out, HasSubstr("Cancelling"));
 }
 
-TEST_F(ControllerTest, ResultsHoldToTheirSchemaAndTellCausesApart) {
+TEST_F(ControllerTest, ResultsMatchTheirSchemaAndDistinguishCauses) {
     const JsonSchema schema(json::parse(readFile(ZELOR_RESULTS_SCHEMA)));
     fixture.addScript("CCE-1", "good", "exit 0\n");
     fixture.addScript("CCE-2", "forged", "exit 0\n");

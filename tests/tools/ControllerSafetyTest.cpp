@@ -111,7 +111,7 @@ TEST_F(ControllerSafety, ARunWaitsForTheScriptOfAKilledOne) {
 }
 
 // A service that a script leaves behind does not count as a running command.
-TEST_F(ControllerSafety, AServiceOfAKilledRunHoldsNobodyUp) {
+TEST_F(ControllerSafety, AServiceOfAKilledRunDoesNotBlock) {
     fixture.addScript("CCE-1", "service",
                       "cd '" + root +
                           "'; first=yes; [ -e began ] && first=no; touch began\n"
@@ -199,7 +199,7 @@ TEST_F(ControllerSafety, AFileSizeLimitEndsWithAMessage) {
     EXPECT_THAT(run.output, HasSubstr("File too large"));
 }
 
-TEST_F(ControllerSafety, HarmfulVariablesReachNobody) {
+TEST_F(ControllerSafety, HarmfulVariablesAreRemoved) {
     fixture.addScript("CCE-1", "variables",
                       "/usr/bin/env >'" + fixture.dir / "environment" + "'\nls -d . || exit 1\n");
     const std::string keyLog = fixture.dir / "keys.log";

@@ -364,7 +364,7 @@ struct PlanProperty : testing::Test {
     }
 };
 
-TEST_F(PlanProperty, ForetellsEveryRequestOfRandomWorlds) {
+TEST_F(PlanProperty, PredictsEveryRequestOfRandomWorlds) {
     std::set<std::string> foreseen;
     for (unsigned seed = 1; seed <= kWorlds && !HasFailure(); ++seed) {
         World world(seed);
