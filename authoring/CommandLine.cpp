@@ -89,8 +89,7 @@ void addPublish(CLI::App& app, PublishOptions& options, Action& action) {
         ->type_name("DIR");
     command->add_flag("--only", options.only,
                       "Withdraw all content that the manifest does not name, also of other manifests");
-    command->add_flag("--prune", options.prune,
-                      "Remove archives that no content names at once, not a day later");
+    command->add_flag("--prune", options.prune, "Remove unused archives at once instead of a day later");
     command->add_flag("--strict", options.strict, "Publish nothing when there is a warning");
     command->callback([&] { action = [&] { return runPublish(options); }; });
 }
