@@ -161,7 +161,7 @@ TEST_F(CheckTest, FindsEachPlantedFaultAndSaysItsRemedy) {
          },
          "warning", "content/CVE-3.xml, CRE-CVE-3", "has 2 ERIs", "one ERI for each identifier"},
         {"one ERI id twice", [&] { edit("CVE-3", "\"ERI-CVE-3-1\"", "\"ERI-8\""); }, "error",
-         "content/CVE-3.xml, ERI-8", "its id is duplicated: content/CVE-1.xml has it", "unique id"},
+         "content/CVE-3.xml, ERI-8", "its id is duplicated: content/CVE-1.xml", "unique id"},
         {"knowledge-base number", [&] { edit("CVE-1", "<mskb></mskb>", "<mskb>KB1</mskb>"); }, "warning",
          "content/CVE-1.xml, ERI-7-1", "is skipped on this platform", "leave mskb out", true},
         {"own installer without silent",
@@ -169,7 +169,7 @@ TEST_F(CheckTest, FindsEachPlantedFaultAndSaysItsRemedy) {
              const std::string eri = "\"ERI-8\" reboot=\"false\">";
              edit("CVE-1", eri, eri + "<instructions>Using install option</instructions>");
          },
-         "warning", "content/CVE-1.xml, ERI-8", "the shell refuses its command",
+         "warning", "content/CVE-1.xml, ERI-8", "the shell refuses the command",
          "name the bundle's installer in silent"},
         {"image of no kind",
          [&] {
@@ -182,7 +182,7 @@ TEST_F(CheckTest, FindsEachPlantedFaultAndSaysItsRemedy) {
         {"archive that nobody names", [&] { writeFile(path("patches/old.zip"), "x"); }, "warning",
          "patches/old.zip", "no content names it", "remove it", true},
         {"signature of nothing", [&] { writeFile(path("content/CVE-8.xml.sig"), "x"); }, "warning",
-         "content/CVE-8.xml.sig", "not there", "remove it", true},
+         "content/CVE-8.xml.sig", "missing content", "remove it", true},
         {"something else", [&] { writeFile(path("patches/notes.txt"), "x"); }, "warning", "patches/notes.txt",
          "no agent asks for it", "remove it", true},
         {"no speed file", [&] { remove("speed.bin"); }, "warning", "speed.bin", "1024 bytes per second",
@@ -271,8 +271,8 @@ TEST(NameChecksTest, PatchNames) {
     };
     for (const Case& c : {Case{"..", "names a directory"},
                           {"a\nb.pkg", "control character"},
-                          {".pkg", "lacks a name"},
-                          {"a.", "lacks a name"},
+                          {".pkg", "has no name"},
+                          {"a.", "has no name"},
                           {"a.SIG", "collides"},
                           {"a=b.pkg", "contains \"=\""},
                           {" a.pkg", "white space"},
@@ -297,7 +297,7 @@ TEST(ContentChecksTest, CresCompeteUnlessTheLaterOneIsTheGeneralCase) {
         {"the same", "cpe:/o:a", "cpe:/a:x", "cpe:/o:a", "cpe:/a:x", "never is"},
         {"both general", "", "", "", "", "never is"},
         {"general first", "cpe:/o:a", "", "cpe:/o:a", "cpe:/a:x", "never is"},
-        {"crossing", "cpe:/o:a", "", "", "cpe:/a:x", "that one is taken"},
+        {"crossing", "cpe:/o:a", "", "", "cpe:/a:x", "the first match is used"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);

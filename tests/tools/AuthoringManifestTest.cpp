@@ -73,7 +73,7 @@ TEST_F(ManifestTest, ErrorsNameEntryFieldAndRemedyAndPublishNothing) {
         {"bundle with a set-user-id program", with(R"("file": "Setuid.app")"), {"chmod ug-s"}},
         {"same ERI id",
          with(R"("eris": [{"id": "E", "file": "image.dmg"}, {"id": "E", "file": "image.dmg"}])"),
-         {"its id is at", "id of its own"}},
+         {"its id is duplicated", "unique id"}},
         {"competing CREs",
          R"([{"identifier": "CVE-1", "cres": [{"product": "cpe:/a:x", )" + pkg +
              R"(}, {"product": "cpe:/a:x", )" + pkg + "}]}]",

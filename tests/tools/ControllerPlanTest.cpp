@@ -102,7 +102,7 @@ TEST_F(ControllerPlanTest, ChangesNothingAndPredictsTheRun) {
     for (const char* part :
          {"in the buffer, but refused: ", "signature good", "fetched.pkg, 2 GB, to download",
           "ERI-CCE-2 is recorded as applied", "E-2 is not applied: E-1 of the same CRE is recorded by then",
-          "\"2 GB\" counts as 2 bytes", "names more than two CPEs", "no installer takes it",
+          "\"2 GB\" counts as 2 bytes", "names more than two CPEs", "no installer accepts it",
           "\"Command Line Tools (OS X 10.10)-6.0\" is selected only by a word",
           "6 to apply, 1 applied already"})
         EXPECT_THAT(shown.out, HasSubstr(part));
@@ -321,7 +321,7 @@ TEST_F(PlanDecisions, WarnOfSurprises) {
 TEST_F(PlanDecisions, WarnOfImagesThatReadSuccessUninstalled) {
     contents = {{"CVE-1", {block("E1", "copied.dmg")}}, {"CVE-2", {block("E2", "run.dmg")}}};
     RecordAccess::instructions(contents["CVE-2"][0]) = "Using install option";
-    const char* refusedCommand = "runs nothing: the shell refuses its command";
+    const char* refusedCommand = "nothing runs: the shell refuses the command";
     EXPECT_THAT(
         warnings(only("cpe:/a:1", "CVE-1")),
         AllOf(HasSubstr("cannot be attached"), Not(HasSubstr(refusedCommand)), Not(HasSubstr("/m "))));
