@@ -44,7 +44,7 @@ TEST_F(ManifestTest, ErrorsNameEntryFieldAndRemedyAndPublishNothing) {
         {"identifier of no kind", R"([{"identifier": "oval-1", )" + pkg + "}]", {"neither \"CVE-\" nor"}},
         {"repeated identifier",
          "[{" + entry + "," + pkg + "},{" + entry + "," + pkg + "}]",
-         {"CVE-1", "is at"}},
+         {"CVE-1", "is duplicated"}},
         {"not a CPE",
          R"([{"identifier": "CVE-1", "platform": "mac", )" + pkg + "}]",
          {"platform \"mac\"", "cpe:/o"}},
