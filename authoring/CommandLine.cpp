@@ -28,7 +28,7 @@ Makes, verifies, serves and rehearses repositories of signed remediation content
 
 constexpr const char* kExitStatuses = R"(Exit status:
   0    done; check: no errors
-  1    something failed on the way; check: there are errors
+  1    a failure; check: there are errors
   2    unusable arguments, manifest, key or directory: nothing was changed
   130  rehearse: ended by a signal)";
 
@@ -37,12 +37,12 @@ constexpr const char* kPublishHelp = R"(Examples:
 
 Publishes what a manifest names. Everything is checked first. What is unchanged is not written again, and what is
 written appears complete or not at all: archives first, then all content in one step. Content that this manifest
-published before and names no more is withdrawn; its archives go a day later, when no run needs them any more.
+published before and no longer names is withdrawn; its archives are removed a day later, when no run needs them.
 
 An entry has an identifier and either "cres": [{id, platform, product, "eris": [...]}] or the fields of its only cre.
 A cre has either "eris": [{...}] or the fields of its only ERI: product, impact, instructions, file (relative to the
 manifest; a bundle is a directory), patchId (the file's name), reboot, silent, mskb, size and md5 (computed), omitArchive
-(publish the content alone). Ids and the ERI's product have defaults.)";
+(publish only the content). Ids and the ERI's product have defaults.)";
 
 constexpr const char* kCheckHelp = R"(Examples:
   zelor-content check repository --key keys/repository.pem
@@ -57,13 +57,13 @@ constexpr const char* kRehearseHelp = R"(Examples:
   zelor-content rehearse manifest.json --identifier CVE-2015-7001 --os 10.9.5 --update SecUpd2015-007
   zelor-content rehearse manifest.json --identifier CVE-2014-4459 --tools mac --report report.html
 
-Tries one entry of a manifest on a rehearsal Mac and reports what became of it. Publishes the entry to a temporary directory
-with a key made for it, checks and serves it, sets up a Mac, and runs zelor-remediate there. Everything is removed
-afterwards, but for a Mac of your own (--root, --tools). Ctrl-C cancels the run.
+Tries one entry of a manifest on a rehearsal Mac and reports the result. Publishes the entry to a temporary directory
+with a temporary key, checks and serves it, sets up a Mac, and runs zelor-remediate there. Everything is removed
+afterwards, except a Mac that you name (--root, --tools). Ctrl-C cancels the run.
 
-What the entry runs finds the Mac's disk at / and can change nothing else: bubblewrap (bwrap) makes a sandbox, on Linux
-alone. Where it cannot, nothing is run without --no-sandbox: then a script that writes to /etc writes to yours, unless it
-puts ZELOR_REHEARSAL_ROOT, which names the disk, before its paths.)";
+On Linux, bubblewrap (bwrap) makes a sandbox in which the Mac's disk is at / and nothing else can be changed. Without a
+sandbox nothing is run unless --no-sandbox is given: then a script that writes to /etc writes to yours, unless it
+prefixes its paths with ZELOR_REHEARSAL_ROOT, the path of the disk.)";
 
 using Action = std::function<int()>;
 
@@ -84,13 +84,12 @@ void addPublish(CLI::App& app, PublishOptions& options, Action& action) {
     CLI::App* command = app.add_subcommand("publish", kPublishHelp);
     command->add_option("MANIFEST.json", options.manifest, "What to publish")->required()->type_name("");
     command->add_option("--key", options.key, "The repository's private key")->required()->type_name("FILE");
-    command->add_option("--out", options.out, "The repository; made when it is missing")
+    command->add_option("--out", options.out, "The repository; created when it is missing")
         ->required()
         ->type_name("DIR");
     command->add_flag("--only", options.only,
-                      "Withdraw all content that the manifest does not name, whoever published it");
-    command->add_flag("--prune", options.prune,
-                      "Remove the archives that no content names now, not a day later");
+                      "Withdraw all content that the manifest does not name, also of other manifests");
+    command->add_flag("--prune", options.prune, "Remove unused archives at once instead of a day later");
     command->add_flag("--strict", options.strict, "Publish nothing when there is a warning");
     command->callback([&] { action = [&] { return runPublish(options); }; });
 }
@@ -102,10 +101,10 @@ void addServe(CLI::App& app, ServeOptions& options, Action& action) {
     command->add_option("--port", options.port, "TCP port; 0 takes any free one")
         ->type_name("N")
         ->capture_default_str();
-    command->add_option("--address", options.address, "IPv4 address to listen at")
+    command->add_option("--address", options.address, "IPv4 address to listen on")
         ->type_name("A")
         ->capture_default_str();
-    command->add_flag("--verbose", options.verbose, "Tell of every request on standard error");
+    command->add_flag("--verbose", options.verbose, "Log every request to standard error");
     command->callback([&] { action = [&] { return runServe(options); }; });
 }
 
@@ -122,48 +121,46 @@ void addCheck(CLI::App& app, CheckOptions& options, Action& action) {
         ->allow_extra_args(false);
     command->add_flag("--json", options.json, "Print the findings as JSON");
     command->add_flag("--warnings-as-errors", options.warningsAsErrors,
-                      "End with status 1 for a warning, too");
+                      "Exit with status 1 for warnings too");
     command->callback([&] { action = [&] { return runCheck(options); }; });
 }
 
 void addRehearse(CLI::App& app, RehearseOptions& options, Action& action) {
     CLI::App* command = app.add_subcommand("rehearse", kRehearseHelp);
     command->add_option("MANIFEST.json", options.manifest, "What to rehearse")->required()->type_name("");
-    command
-        ->add_option("--identifier", options.identifier, "The entry; may be left out when there is one alone")
+    command->add_option("--identifier", options.identifier, "The entry; optional when there is only one")
         ->type_name("ID");
     command
-        ->add_option(
-            "--request", options.requests,
-            "Key of the request to make, such as \"cpe:/a:x:y||Name\", in place of one for each cre; "
-            "may be repeated")
+        ->add_option("--request", options.requests,
+                     "Key of the request to make, such as \"cpe:/a:x:y||Name\", instead of one for each cre; "
+                     "may be repeated")
         ->type_name("KEY")
         ->allow_extra_args(false);
     CLI::Option* tools =
-        command->add_option("--tools", options.tools, "Take the Mac of this tools directory as it is")
+        command->add_option("--tools", options.tools, "Use the Mac of this tools directory as it is")
             ->type_name("DIR");
-    command->add_option("--os", options.os, "System of the Mac that is made")
+    command->add_option("--os", options.os, "System version of the new Mac")
         ->type_name("VERSION")
         ->capture_default_str()
         ->excludes(tools);
-    command->add_option("--update", options.updates, "Label of an update that it is offered; may be repeated")
+    command->add_option("--update", options.updates, "Label of an update to offer; may be repeated")
         ->type_name("LABEL")
         ->allow_extra_args(false)
         ->excludes(tools);
-    command->add_option("--root", options.root, "Its disk, which then stays")
+    command->add_option("--root", options.root, "Directory for its disk, which is kept")
         ->type_name("DIR")
         ->excludes(tools);
-    command->add_flag("--after-scan", options.afterScan, "Apply again what its record holds as applied");
+    command->add_flag("--after-scan", options.afterScan, "Apply again what is recorded as applied");
     command->add_flag("--no-sandbox", options.noSandbox,
-                      "Run without a sandbox: what the entry runs can change this machine");
-    command->add_option("--report", options.report, "Write the run's report there")->type_name("FILE");
+                      "Run without a sandbox: the entry can change this machine");
+    command->add_option("--report", options.report, "Write the run's HTML report")->type_name("FILE");
     command->add_flag("--keep", options.keep,
-                      "Leave repository, Mac and requests where they are, and say where");
+                      "Keep the repository, the Mac and the requests, and print where they are");
     command->add_flag("--verbose", options.verbose, "Also log to standard error");
     command->callback([&] { action = [&] { return runRehearse(options); }; });
 }
 
-/// In the list of commands each has the first sentence of its help.
+/// The list of commands shows the first sentence of each help.
 std::string shortened(const CLI::App* command) {
     const std::string text = command->get_description();
     const auto begin = text.find("\n\n");
@@ -183,7 +180,7 @@ class HelpFormat : public CLI::Formatter {
     }
 };
 
-/// CLI11 would only say that a command is missing.
+/// CLI11 would only report that a command is missing.
 void refuseUnknownCommand(const CLI::App& app, const std::vector<std::string>& arguments) {
     if (arguments.empty() || arguments[0].rfind('-', 0) == 0) return;
     const auto named = [&](const CLI::App* command) { return command->get_name() == arguments[0]; };

@@ -1,4 +1,4 @@
-// The default agent at work on what scripts/bench laid out; ends with status 1 when a single piece fails.
+// The default agent's operations on the files that scripts/bench prepared; exits with 1 when one fails.
 // usage: zelor_bench_agent fetch ROOT COUNT | content ROOT COUNT | scripts ROOT COUNT | copy SOURCE TARGET
 
 #include <cstdio>

@@ -9,8 +9,7 @@ struct HeapMeter {
     static void start();
     /// The most bytes in use at once since `start`, beyond what was in use then.
     static std::size_t peak();
-    /// Gives free memory back to the system, so that what follows takes its pages anew, as a fresh process
-    /// does.
+    /// Returns free memory to the system, so that later allocations take new pages, as in a new process.
     static void release();
 };
 

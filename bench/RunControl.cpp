@@ -28,7 +28,7 @@
 #include "remediation/RunParts.h"
 #include "tests/support/TempDir.h"
 
-/// The bench's way to states that no input reaches.
+/// Makes states that no input reaches.
 struct RemediationManagerPeer {
     static void addRow(RemediationManager& manager, const remediateMetadata& row) {
         manager.remMetadataForCVE.push_back(row);
@@ -36,7 +36,7 @@ struct RemediationManagerPeer {
     }
 };
 
-// What callgrind counts: nothing but the work.
+// callgrind counts only what runs below this function.
 extern "C" __attribute__((noinline)) void zelor_bench_measured(const std::function<void()>& work) {
     work();
 }
@@ -52,7 +52,7 @@ constexpr int kRemediationsPerCpe = 2;
 constexpr std::chrono::milliseconds kPollInterval{100};
 const char* const kRecord = "var/log/zelor/ZelorInstalledPatches.txt";
 
-/// Set by a work whose end comes before its clean-up.
+/// Set by a work that ends before its clean-up.
 Clock::time_point measuredEnd;
 
 std::string numbered(const char* text, int number) {
@@ -124,11 +124,11 @@ Requests requestsFor(int count) {
     return requests;
 }
 
-/// One pass over something prepared; what it leaves is freed after the clock has stopped.
+/// One pass over something prepared; its results are freed after the clock has stopped.
 using Work = std::function<void()>;
 using Prepare = std::function<Work(int count)>;
 
-/// The records alone: what any implementation has to hold.
+/// Only the records, which any implementation has to keep.
 Work prepareRecords(int count) {
     auto requests = std::make_shared<Requests>(requestsFor(count));
     auto rows = std::make_shared<std::vector<remediateMetadata>>();
@@ -165,7 +165,7 @@ Work prepareCancelledRun(int count, const Requests& cancelled) {
     return [manager] { manager->concertedRemediationStart(); };
 }
 
-/// Every CPE needs several remediations; results come in, then each mass setter has its turn.
+/// Every CPE needs several remediations; sets their results, then calls each mass setter.
 Work prepareCollective(int count, const Requests& cancelled) {
     const std::shared_ptr<RemediationManager> manager = ground().manager(requestsFor(count));
     auto keys = std::make_shared<std::vector<std::string>>();

@@ -66,7 +66,7 @@ class Child {
 };
 
 constexpr std::chrono::milliseconds kSample{50};
-constexpr std::chrono::milliseconds kEndLook{1};  ///< how late the end of a transfer is seen
+constexpr std::chrono::milliseconds kEndLook{1};  ///< how late the end of a transfer is noticed
 
 struct RateKept {
     double mean = 0;         ///< off the rate asked for, in percent

@@ -82,8 +82,9 @@ constexpr const char* kStatusHelp = R"(Examples:
   zelor-remediate status
   zelor-remediate status --json | jq .buffer
 
-Shows settings, installed patches, buffer, unfinished downloads, leftovers and who holds the lock. For each setting it shows whether it comes from the
-ini file or is the default, for each buffered patch its size. Writes only to the log.)";
+Shows settings, installed patches, buffer, unfinished downloads, leftovers and which process holds the lock. For each
+setting it shows whether it comes from the ini file or is the default, for each buffered patch its size. Writes only to
+the log.)";
 
 using Action = std::function<int()>;
 
@@ -99,7 +100,7 @@ CLI::Option* addRequests(CLI::App* command, std::string& requests) {
         ->type_name("");
 }
 
-/// --json of a command whose result is its output: standard output without FILE.
+/// --json of a command that prints its result; without FILE it writes to standard output.
 CLI::Option* addJson(CLI::App* command, std::string& json) {
     return command->add_option("--json", json, "Write JSON instead of text, to FILE or standard output (-)")
         ->expected(0, 1)
@@ -199,7 +200,7 @@ void addStatus(CLI::App& app, StatusOptions& options, Action& action) {
     command->callback([&] { action = [&] { return statusCommand(options); }; });
 }
 
-/// For the list of commands and its own help: what it does is done before the arguments are parsed.
+/// For the list of commands and for `help --help`; arrangedArguments() has replaced any other use of it.
 void addHelp(CLI::App& app) {
     addCommand(app, "help", kHelpHelp)->add_option("COMMAND", "The command")->type_name("");
 }
@@ -252,7 +253,7 @@ CommandWords wordsOf(const CLI::App& app) {
     return words;
 }
 
-/// What is wrong with the arguments of a command; the command that shows its help follows.
+/// What is wrong with the arguments of a command; the caller appends the command that shows its help.
 std::string parseProblem(const CLI::App& command, const CLI::ParseError& error) {
     const std::vector<std::string> extra = command.remaining(true);
     if (extra.empty()) return error.what() + std::string("; see");
@@ -330,7 +331,7 @@ bool isOption(const std::string& argument) {
     return argument.size() > 1 && base::hasBeginning(argument, "-");
 }
 
-/// Where the command is: behind the options before it and their values; the end when there is none.
+/// The index of the command, after the options before it and their values; the size when there is none.
 std::size_t commandPosition(const std::vector<std::string>& arguments, const CommandWords& words) {
     std::size_t at = 0;
     while (at < arguments.size() && isOption(arguments[at])) {

@@ -39,13 +39,13 @@ bool awaitLock(const std::function<bool()>& take, const std::function<Clock::tim
     while (Clock::now() < until()) {
         signals.wait(milliseconds(100));
         if (signals.endAsked())
-            throw CommandError(exitStatus::kCancelled, "cancelled while it waited; nothing was changed");
+            throw CommandError(exitStatus::kCancelled, "cancelled while waiting; nothing was changed");
         if (take()) return true;
     }
     return false;
 }
 
-/// A run's wait for a buffering job that gives way to it, which may be longer than what it was asked for.
+/// A run's wait for a buffering job that stops for it; may be longer than --wait asks for.
 class BufferingWait {
   public:
     explicit BufferingWait(const Waiting& waiting)
@@ -56,11 +56,11 @@ class BufferingWait {
 
     Clock::time_point until() {
         if (!sign_.jobBuffers()) return until_;
-        // A job that begins or ends has one of its two locks for a moment.
+        // A job that begins or ends briefly holds only one of its two locks.
         until_ = std::max(until_, std::min(Clock::now() + kBetweenLocks, longest_));
         if (!quiet_) {
             std::cerr
-                << "zelor-remediate: waiting for the buffering job, which stops after the patch in hand or "
+                << "zelor-remediate: waiting for the buffering job, which stops after the current patch or "
                    "at most a minute\n";
         }
         quiet_ = true;
@@ -86,7 +86,7 @@ bool awaitJob(base::LockFile& lock, const Waiting& waiting) {
 
 void takeJobLock(base::LockFile& lock, const Waiting& waiting) {
     if (lock.take()) return;
-    // Who only looks shares the lock for a moment.
+    // A process that only checks the lock holds it briefly.
     std::this_thread::sleep_for(kAgain);
     if (lock.take()) return;
     const std::string other = "another run or buffering job works at this place (" +
@@ -94,9 +94,9 @@ void takeJobLock(base::LockFile& lock, const Waiting& waiting) {
     const bool wait = waiting.longest.count() > 0;
     if (wait && !waiting.quiet) std::cerr << "zelor-remediate: waiting, since " << other << '\n';
     if (awaitJob(lock, waiting)) return;
-    throw CommandError(
-        exitStatus::kBusy,
-        other + (wait ? "; wait longer, or stop it" : "; wait for its end with --wait SECONDS, or stop it"));
+    throw CommandError(exitStatus::kBusy,
+                       other + (wait ? "; wait longer, or stop it"
+                                     : "; wait until it ends with --wait SECONDS, or stop it"));
 }
 
 void takeCommandLock(base::ChildLock& lock, const Waiting& waiting) {
@@ -106,7 +106,7 @@ void takeCommandLock(base::ChildLock& lock, const Waiting& waiting) {
     if (!waiting.quiet) std::cerr << "zelor-remediate: waiting for " << command << '\n';
     const auto until = Clock::now() + std::max(waiting.longest, kLongestCommandWait);
     if (awaitLock([&lock] { return lock.take(); }, [until] { return until; })) return;
-    throw CommandError(exitStatus::kBusy, command + " goes on; wait for its end, or stop it");
+    throw CommandError(exitStatus::kBusy, command + " is still running; wait until it ends, or stop it");
 }
 
 }  // namespace

@@ -29,7 +29,7 @@ constexpr char kLogDirectory[] = "/var/log/zelor";
 constexpr char kMountPoint[] = "/var/zelor/mountpoint";
 constexpr char kSystemPath[] = "/usr/bin:/bin:/usr/sbin:/sbin";
 
-/// The directory that a person named, without symbolic links.
+/// The directory given with the option, with symbolic links resolved.
 std::string existingDirectory(const std::string& path, const std::string& option) {
     const std::unique_ptr<char, base::Deleter<::free>> real(::realpath(path.c_str(), nullptr));
     if (!real) {
@@ -43,7 +43,7 @@ std::string existingDirectory(const std::string& path, const std::string& option
     return real.get();
 }
 
-/// A path as seen from the root, below it.
+/// Prefixes a path as seen from the root with the root.
 std::string placed(const std::string& path, const std::string& option) {
     const bool climbs = (path + '/').find("/../") != std::string::npos;
     if (path.empty() || path.front() != '/' || climbs) {
@@ -55,7 +55,7 @@ std::string placed(const std::string& path, const std::string& option) {
 }
 
 void setEnvironment(const std::string& tools, const std::string& root) {
-    // Scripts put it before their paths; without a root it must not lead them elsewhere.
+    // Scripts prefix their paths with it, so an inherited value must not redirect them when there is no root.
     constexpr const char* kRootVariable = "ZELOR_REHEARSAL_ROOT";
     if (root.empty())
         ::unsetenv(kRootVariable);
@@ -76,8 +76,8 @@ std::string parentOf(const std::string& path) {
     return slash == 0 || slash == std::string::npos ? "/" : path.substr(0, slash);
 }
 
-/// Makes a missing directory: below a root as it comes, on the system itself only where no other user can
-/// replace it, and closed to others.
+/// Makes a missing directory. On the system itself, only where no other user can replace it, and closed to
+/// others.
 void requireDirectory(const std::string& path, bool belowRoot) {
     if (belowRoot && !base::makeDirectories(path)) {
         const int error = errno;
@@ -88,10 +88,10 @@ void requireDirectory(const std::string& path, bool belowRoot) {
     if (::stat(path.c_str(), &info) != 0 && errno == ENOENT) {
         if (const base::Check made = base::prepareDirectory(path); !made) {
             throw InputError("the directory " + path + " is missing and cannot be made: " +
-                             made.error().text + "; run as root, or make it for root alone (mode 0700)");
+                             made.error().text + "; run as root, or make it with mode 0700, owned by root");
         }
     } else if (!S_ISDIR(info.st_mode)) {
-        throw InputError(path + " is no directory; move it away");
+        throw InputError(path + " is not a directory; move it away");
     }
     if (::access(path.c_str(), W_OK | X_OK) != 0) {
         const int error = errno;
@@ -109,7 +109,7 @@ base::Check checkSystem(const SystemFacts& facts, bool changes) {
             "this system is not a Mac; name a directory to work below with --root DIR, for example a "
             "rehearsal Mac");
     if (changes && !facts.superuser)
-        return base::failure("must run as root; use sudo, or name a directory of your own with --root DIR");
+        return base::failure("must run as root; use sudo, or name your own directory with --root DIR");
     return {};
 }
 
@@ -127,8 +127,8 @@ void requireSystem(const PathOptions& options, bool changes) {
 std::string writeRemedy(int error, bool superuser) {
     if (error == EROFS) return "; make its disk writable";
     if ((error == EACCES || error == EPERM) && !superuser)
-        return "; run as root, or name a root of your own with --root";
-    return "; correct its place or rights";
+        return "; run as root, or name your own root with --root";
+    return "; correct its path or permissions";
 }
 
 Paths resolvePaths(const PathOptions& options) {
@@ -136,7 +136,8 @@ Paths resolvePaths(const PathOptions& options) {
     const std::string root = options.root.empty() ? "" : existingDirectory(options.root, "--root");
     const std::string tools = options.tools.empty() ? "" : existingDirectory(options.tools, "--tools");
     if (tools.find(':') != std::string::npos) {
-        throw InputError("--tools " + tools + " holds a colon, which PATH cannot; move the directory");
+        throw InputError("--tools " + tools +
+                         " contains a colon, which separates directories in PATH; move the directory");
     }
     paths.belowRoot = !root.empty();
     setSystemRoot(root);
@@ -206,18 +207,17 @@ void checkContentDir(const Paths& paths) {
     if (taken || paths.contentDir.empty()) {
         throw InputError(
             "--content-dir " + paths.contentDir +
-            " holds other files of the agent, and a run empties it; choose a directory of its own");
+            " contains other files of the agent, and a run empties it; choose a separate directory");
     }
     if (const base::Check own = base::checkDirectory(paths.contentDir); !own)
         throw InputError("the content directory " + paths.contentDir + " is refused: " + own.error().text);
-    // The library lets others read a directory that they cannot change; a run of ours empties only a closed
-    // one.
+    // The library accepts a directory that others can read but not change; we empty only a closed one.
     struct stat info {};
     if (::stat(paths.contentDir.c_str(), &info) == 0 && (info.st_mode & 077U) != 0) {
         throw InputError(
             "the content directory " + paths.contentDir +
-            " must be a directory of your own that nobody else may enter, since a run empties it and starts "
-            "what it holds; choose another, or give it mode 0700 if it holds nothing you need");
+            " must be a directory that you own and nobody else may enter, since a run empties it and starts "
+            "what is in it; choose another, or give it mode 0700 if it contains nothing you need");
     }
 }
 

@@ -17,11 +17,11 @@ std::string earlyEndText(EarlyEnd why) {
         case EarlyEnd::none:
             return "";
         case EarlyEnd::signal:
-            return "Cancelling; waiting for the step in hand.";
+            return "Cancelling; waiting for the current step.";
         case EarlyEnd::timeLimit:
-            return "The run has reached its time limit; waiting for the step in hand.";
+            return "The run has reached its time limit; waiting for the current step.";
         case EarlyEnd::waitingRun:
-            return "Stopping for a run that waits; the next job goes on.";
+            return "Stopping for a waiting run; the next job continues.";
     }
     return "";
 }

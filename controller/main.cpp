@@ -6,8 +6,8 @@
 
 namespace {
 
-/// A file must not come to be opened in the place of a closed standard descriptor, where messages would be
-/// written into it. What is put there cannot be used, so a write to it fails as it would without it.
+/// Keeps a file that is opened later from getting the number of a closed standard descriptor, which would
+/// write messages into it. Writes to the placeholder fail, as they would to the closed descriptor.
 void occupyStandardDescriptors() {
     for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
         if (::fcntl(fd, F_GETFD) >= 0) continue;

@@ -13,7 +13,7 @@
 
 namespace zelor::fuzz {
 
-/// Ends the process, which is a finding, unless `holds`.
+/// Aborts, which is a finding, unless `holds`.
 inline void require(bool holds, const char* what) {
     if (holds) return;
     std::fprintf(stderr, "FINDING: not so: %s\n", what);
@@ -32,7 +32,7 @@ inline std::string takeUntil(std::string& text, const std::string& separator) {
     return front;
 }
 
-/// A temporary directory that is the system root too; nothing is logged.
+/// A temporary directory that is also the system root; nothing is logged.
 struct QuietRoot : test::TempDir {
     QuietRoot() {
         setSystemRoot(path().string());

@@ -50,7 +50,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     server.setAnswers(answers);
     fs::remove_all(kRoot / "partial");
     fetchPatch(server, kRoot, client);
-    // Redirects are followed here, and must not lead out of this machine.
+    // Redirects are followed here, and must not leave this machine.
     if (redirects) return 0;
     server.setAnswers(answers);
     const auto answer =

@@ -5,7 +5,7 @@
 
 namespace fs = boost::filesystem;
 
-// Nothing may be beside the destination afterwards.
+// Nothing may be left beside the destination.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const zelor::test::TempDir kPlace;
     const std::string archive = kPlace / "a.zip", inside = kPlace / "inside";

@@ -15,7 +15,7 @@ void compare(const zelor::authoring::ContentEri& one, const zelor::authoring::Co
 
 }  // namespace
 
-// A manifest without a fault makes content that agents read, and read as it was meant.
+// A valid manifest makes content that agents read with the same meaning.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const zelor::test::TempDir kDirectory;
     zelor::authoring::Findings findings;

@@ -10,7 +10,7 @@ using zelor::fuzz::takeUntil;
 
 constexpr std::time_t kNow = 1'700'000'000;
 
-/// What the agent reads out of an answer.
+/// What the agent reads from an answer.
 void readAnswer(const std::string& one, const std::string& two) {
     if (const auto range = zelor::agent::parseContentRange(one)) {
         require(range->first <= range->last, "a range runs forward");
@@ -24,7 +24,7 @@ void readAnswer(const std::string& one, const std::string& two) {
     require(validator.rfind("W/", 0) != 0 || validator == two, "a weak ETag is no validator");
 }
 
-/// What the author's server reads out of a request.
+/// What the author's server reads from a request.
 void readRequest(const std::string& one, const std::string& two) {
     const zelor::authoring::FileVersion file{1000, kNow, "\"tag\""};
     for (const zelor::authoring::RequestConditions& conditions :

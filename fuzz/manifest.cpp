@@ -18,7 +18,7 @@ bool usable(const std::string& name) {
     return !name.empty() && name.front() != '/' && name.back() != '/' && name.size() < 2000;
 }
 
-/// Makes one entry of the bundle; those that cannot be are left out.
+/// Makes one entry of the bundle, if it can be made.
 void make(const fs::path& bundle, const std::string& name, char kind, const std::string& content) {
     boost::system::error_code error;
     if (!usable(name) || fs::exists(fs::symlink_status(bundle / name, error))) return;
@@ -50,7 +50,7 @@ std::string unescaped(const std::string& name) {
     return out;
 }
 
-/// What one line says of an entry must be so.
+/// A line must describe its entry.
 std::string judge(const std::string& line, const fs::path& bundle) {
     const auto blank = line.rfind(' ');
     require(blank != std::string::npos, "a line has fields");
@@ -72,8 +72,7 @@ std::string judge(const std::string& line, const fs::path& bundle) {
 
 }  // namespace
 
-// Entries, each "KIND NAME NUL CONTENT NUL", become a bundle; its manifest must list each, once, and
-// truly.
+// Entries, each "KIND NAME NUL CONTENT NUL", become a bundle; its manifest must list each correctly and once.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const zelor::test::TempDir kPlace;
     const fs::path bundle = kPlace.path() / "b.app";

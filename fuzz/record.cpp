@@ -36,8 +36,8 @@ void compare(const zelor::remediation::InstalledRecord& record, const std::strin
 }  // namespace
 
 // Pieces between zero bytes are written one after the other: appended, or by their first byte as a new file
-// ('!'), into the same file in front of what it has ('='), or as a line of the record's own ('+'). A record
-// that is read at each step says what one read at the end would.
+// ('!'), at the beginning of the same file ('='), or through the record ('+'). A record that is read at each
+// step gives the same as one that is read at the end.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const zelor::fuzz::QuietRoot kPlace;
     const std::string file = kPlace / "record";

@@ -16,7 +16,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             zelor::remediation::progressKey(request.first);
         }
     } catch (const zelor::controller::InputError&) {
-        return 0;  // the only way in which it may refuse
+        return 0;  // the only exception that it may throw
     }
     return 0;
 }

@@ -35,7 +35,7 @@ std::string changed(std::string signature, const std::string& changes) {
 
 }  // namespace
 
-// The first byte says what the rest is: changes of a good signature, a signature, or the text of a key.
+// The first byte selects what the rest is: changes of a good signature, a signature, or the text of a key.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const Keys kKeys;
     if (size == 0) return 0;

@@ -8,7 +8,7 @@
 #include "remediation/buffer/PatchSize.h"
 #include "remediation/fetch/PatchName.h"
 
-// Size texts, patch names, list lines and shell words: everything that content puts into a decision.
+// Size texts, patch names, list lines and shell words: the texts of content that decisions depend on.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string text(reinterpret_cast<const char*>(data), size);
     zelor::remediation::parsePatchSize(text);

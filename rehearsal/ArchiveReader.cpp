@@ -32,7 +32,7 @@ ArchiveReader::ArchiveReader(Kind kind, const std::string& path)
     if (!reader_) throw std::bad_alloc();
     supportKind(reader_.get(), kind);
     if (archive_read_open_fd(reader_.get(), file_.get(), kBlockBytes) != ARCHIVE_OK) throw NoArchive(cause());
-    // The kind is recognised at the first header.
+    // The format is recognised at the first header.
     const int result = archive_read_next_header(reader_.get(), &pending_);
     if (result == ARCHIVE_EOF) {
         atEnd_ = true;

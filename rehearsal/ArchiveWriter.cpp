@@ -34,7 +34,7 @@ std::vector<std::string> sortedNames(const std::string& directory) {
     return names;
 }
 
-/// A directory may not take in the archive that is being made of it.
+/// Refuses an archive that would be written into the directory it is made of.
 bool isInside(const std::string& path, const std::string& directory) {
     const auto relative =
         fs::weakly_canonical(fs::absolute(path)).lexically_relative(fs::canonical(directory));
@@ -166,7 +166,7 @@ void ArchiveWriter::addPath(const std::string& path, const std::string& name, Di
 void ArchiveWriter::commit() {
     require(archive_write_close(writer_.get()));
     if (!volume_.empty()) {
-        // The format's writer knows capitals alone here; Macs show the name unchanged.
+        // libarchive writes only capitals here; Macs show the name unchanged.
         std::string name = volume_;
         name.resize(kVolumeNameBytes, ' ');
         if (::pwrite(staged_.descriptor(), name.data(), name.size(), kVolumeNameAt) !=

@@ -24,7 +24,7 @@ std::string ownDirectory(const std::string& name) {
     return directoryOfName(name, searchPath == nullptr ? "" : searchPath);
 }
 
-/// The options of all subcommands; each subcommand's callback sets what is to be done.
+/// The options of all subcommands; each subcommand's callback sets `action`.
 struct Options {
     std::string program;
     std::string tools;
@@ -59,25 +59,23 @@ void addToolsOption(CLI::App* command, Options& options) {
 }
 
 void addOsOptions(CLI::App* command, Options& options) {
-    command->add_option("--build", options.build,
-                        "Build version (default: the one that goes with the version)");
+    command->add_option("--build", options.build, "Build version (default: the one of the version)");
     command->add_option("--product", options.product,
                         "Product name (default: \"Mac OS X\" to 10.15, \"macOS\" from 11)");
 }
 
 void addMacCommands(CLI::App& app, Options& options) {
-    CLI::App* init =
-        addCommand(app, options, "init", "Make a tools directory with a Mac of its own", [&options] {
-            makeMac(options.directory,
-                    fs::canonical(ownDirectory(options.program) + "/" +
-                                  fs::path(options.program).filename().string())
-                        .string(),
-                    {options.root, options.version, options.build, options.product});
-        });
+    CLI::App* init = addCommand(app, options, "init", "Make a tools directory with a new Mac", [&options] {
+        makeMac(
+            options.directory,
+            fs::canonical(ownDirectory(options.program) + "/" + fs::path(options.program).filename().string())
+                .string(),
+            {options.root, options.version, options.build, options.product});
+    });
     init->add_option("DIR", options.directory, "The tools directory")->required();
     init->add_option("--root", options.root,
-                     "The Mac's disk: everything is installed below it (default: DIR/root)");
-    init->add_option("--os", options.version, "Version, from 10.9 on")->capture_default_str();
+                     "The Mac's disk, below which everything is installed (default: DIR/root)");
+    init->add_option("--os", options.version, "Version, 10.9 or later")->capture_default_str();
     addOsOptions(init, options);
 
     CLI::App* os = addCommand(app, options, "os", "Change the version of the system", [&options] {
@@ -85,7 +83,7 @@ void addMacCommands(CLI::App& app, Options& options) {
             setSystem(state, {"", options.version, options.build, options.product});
         });
     });
-    os->add_option("VERSION", options.version, "Version, from 10.9 on")->required();
+    os->add_option("VERSION", options.version, "Version, 10.9 or later")->required();
     addOsOptions(os, options);
     addToolsOption(os, options);
 
@@ -109,7 +107,7 @@ void addUpdateCommand(CLI::App& app, Options& options) {
         requireUpdate(options.update);
         options.state().update([&](MacState& state) { state.updates.push_back(options.update); });
     });
-    add->add_option("--label", options.update.label, "Label to install it by")->required();
+    add->add_option("--label", options.update.label, "Label that installs it")->required();
     add->add_option("--title", options.update.title, "Title in listings (default: the label)");
     add->add_option("--version", options.update.version, "Version in listings")->required();
     add->add_option("--size", options.update.sizeK, "Size in K")->required();
@@ -117,7 +115,7 @@ void addUpdateCommand(CLI::App& app, Options& options) {
     add->add_flag("--recommended,!--no,!--not-recommended", options.update.recommended,
                   "Recommended, and so listed with a star (the default); or not");
     add->add_flag("--os-update", options.update.osUpdate,
-                  "An update of the system itself, whose installation ends with \"Done.\" alone");
+                  "An update of the system itself: installing it prints only \"Done.\" at the end");
     add->add_option(
            "--outcome", options.outcome,
            "What installing it does: ok, fail, hang, done-then-error, no-network, not-found, not-root, "
@@ -166,11 +164,11 @@ void addBuilders(CLI::App& app, Options& options) {
     package->add_option("--id", order.info.id, "Package identifier, such as com.example.editor")->required();
     package->add_option("--version", order.info.version, "Package version")->required();
     package->add_option("--name", order.name,
-                        "Title; makes a product (default: a single package, called as its file)");
+                        "Title; makes a product (default: a single package, named like its file)");
     package
         ->add_option("--install-location", order.info.installLocation, "Where the directory's content goes")
         ->capture_default_str();
-    package->add_flag("--restart", order.info.restart, "Asks for a restart");
+    package->add_flag("--restart", order.info.restart, "Require a restart");
     package->add_option("--scripts", order.scripts, "Directory with preinstall, postinstall or both");
     package->add_option("DIRECTORY", order.directory, "What to install")->required();
     package->add_option("OUT", order.output, "The package file")->required();

@@ -65,8 +65,8 @@ std::string requireBelowRoot(const std::string& mountPoint, const std::string& r
     return path.string();
 }
 
-/// Adds the mount to the state, so that no other process takes its number or place. Disk 0 and 1 are the
-/// Mac's.
+/// Adds the mount to the state, so that no other process takes its number or mount point. Disks 0 and 1 are
+/// the Mac's.
 std::optional<Mount> reserve(const StateDirectory& directory, Mount mount) {
     bool taken = false;
     directory.update([&](MacState& state) {
@@ -90,7 +90,7 @@ void forget(const StateDirectory& directory, int disk) {
     });
 }
 
-/// "" for an image that can be mounted, else the tool's words.
+/// "" for an image that can be mounted, else the tool's error text.
 std::string imageProblem(const std::string& image) {
     if (!fs::exists(image)) return "No such file or directory";
     if (!fs::is_regular_file(image)) return "image not recognized";
@@ -149,7 +149,7 @@ int emptyMountPoint(const Mount& mount, const std::string& root) {
     const std::string directory = requireBelowRoot(mount.mountPoint, root);
     base::removeTree(directory);
     boost::system::error_code error;
-    fs::remove(directory, error);  // it is there no more, or says why
+    fs::remove(directory, error);
     if (error) return error.value();
     return base::makeDirectories(directory) ? 0 : errno;
 }

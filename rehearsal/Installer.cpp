@@ -150,7 +150,7 @@ class Installation {
     }
 
     std::string logFile() const { return directory_.path() + "/install.log"; }
-    /// As on a Mac, the log says more than the tool.
+    /// As on a Mac, the log has more details than the tool's output.
     void explain(const std::string& what) const { base::appendLine(logFile(), what); }
 
     const StateDirectory& directory_;

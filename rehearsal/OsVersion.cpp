@@ -10,7 +10,7 @@ OsVersion parseOsVersion(const std::string& text) {
     static const std::regex kShape("([0-9]{2})(?:\\.([0-9]{1,2}))?(?:\\.[0-9]{1,2})?");
     std::smatch parts;
     if (!std::regex_match(text, parts, kShape)) {
-        throw std::invalid_argument("\"" + text + "\" is no version such as 10.9.5 or 13.2.1");
+        throw std::invalid_argument("\"" + text + "\" is not a version such as 10.9.5 or 13.2.1");
     }
     OsVersion version;
     version.major = std::stoi(parts[1].str());

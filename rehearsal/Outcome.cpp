@@ -93,7 +93,7 @@ Outcome requireOutcome(Tool tool, const std::string& name) {
         if (nameOf(outcome) == name) return outcome;
         known += (known.empty() ? "" : ", ") + nameOf(outcome);
     }
-    throw std::invalid_argument(nameOf(tool) + " has no outcome \"" + name + "\"; it knows " + known);
+    throw std::invalid_argument(nameOf(tool) + " has no outcome \"" + name + "\"; use one of: " + known);
 }
 
 }  // namespace zelor::rehearsal

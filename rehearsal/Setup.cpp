@@ -33,7 +33,7 @@ void makeName(const fs::path& link, const std::string& program) {
     if (error) throw std::runtime_error("cannot make " + link.string() + ": " + error.message());
 }
 
-/// What the agent on this Mac reads about it; files of the root's own stay.
+/// Writes the files that describe the Mac to its agent; existing ones are kept.
 void describeMac(const MacState& state) {
     const std::string directory = state.root + "/etc/zelor";
     if (!base::makeDirectories(directory)) throw std::runtime_error("cannot make the directory " + directory);
@@ -115,8 +115,8 @@ void setUpdateOutcome(MacState& state, const std::string& label, Outcome outcome
 void setToolFault(MacState& state, const std::string& tool, const std::string& outcome) {
     const auto known = toolNamed(tool);
     if (!known) {
-        throw std::invalid_argument("no tool \"" + tool +
-                                    "\": softwareupdate, sw_vers, installer or hdiutil");
+        throw std::invalid_argument("there is no tool \"" + tool +
+                                    "\"; use softwareupdate, sw_vers, installer or hdiutil");
     }
     setFault(state, {FaultScope::tool, tool, requireOutcome(*known, outcome)});
 }

@@ -15,7 +15,7 @@ struct Command {
     UpdateChoice choice;
 };
 
-/// Short options may be joined ("-ia"); what is no option is a label.
+/// Short options may be joined ("-ia"); what is not an option is a label.
 std::string shortOptions(const std::string& argument) {
     if (argument == "--list") return "l";
     if (argument == "--install") return "i";
@@ -74,7 +74,7 @@ void writePayloads(const std::vector<Update>& updates, const std::string& root) 
     }
 }
 
-/// Moves what was installed out of the listing; another process may have done so for some.
+/// Removes the installed updates from the listing; another process may have removed some already.
 void recordInstalled(MacState& state, const std::vector<Update>& updates) {
     for (const Update& update : updates) {
         const auto it = std::find_if(state.updates.begin(), state.updates.end(),

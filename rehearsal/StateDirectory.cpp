@@ -48,7 +48,7 @@ void StateDirectory::create(const MacState& state) const {
     if (!base::makeDirectories(path_))
         throw std::runtime_error("cannot make " + path_ + ": " + base::errorText(errno));
     const Lock lock(path_);
-    if (exists()) throw std::runtime_error(path_ + " holds a rehearsal Mac already; \"reset\" empties it");
+    if (exists()) throw std::runtime_error(path_ + " contains a rehearsal Mac already; \"reset\" empties it");
     write(state);
 }
 

@@ -31,7 +31,7 @@ std::string textOrNone(const char* text) {
     return text == nullptr ? "" : text;
 }
 
-/// One pass over an archive, with or without a tree to fill.
+/// One pass over an archive, with or without unpacking it.
 class Pass {
   public:
     Pass(ArchiveReader::Kind kind, const std::string& path, const UnpackRules& rules,
@@ -84,7 +84,7 @@ class Pass {
 
     void takeDirectory(archive_entry* entry, const agent::ExtractionTree::Path& path) {
         tree_->addDirectory(path, modeOf(entry), timeOf(entry));
-        // One from an earlier unpacking may be closed to its owner, whom no root rights help here.
+        // An existing directory may be closed to its owner, who is not root here.
         struct stat status {};
         const std::string place = placeOf(path);
         if (::lstat(place.c_str(), &status) == 0 && (status.st_mode & S_IRWXU) != S_IRWXU) {
@@ -99,7 +99,7 @@ class Pass {
         return place;
     }
 
-    /// A second name of an earlier file: a file of its own with the same content.
+    /// A hard link to an earlier file; becomes a copy of it.
     void takeTwin(archive_entry* entry, const agent::ExtractionTree::Path& path,
                   const agent::ExtractionTree::Path& twin) {
         const bool hasContent = archive_entry_size_is_set(entry) != 0 && archive_entry_size(entry) > 0;
@@ -150,7 +150,7 @@ UnpackRules verbatimLinks() {
 UnpackRules linksInside(const std::string& root, const agent::ExtractionTree::Path& prefix) {
     return {prefix, [root](const agent::ExtractionTree::Path& link, const std::string& target) {
                 const bool absolute = !target.empty() && target.front() == '/';
-                // An absolute path counts from the root, as a relative one does from a link at the very top.
+                // An absolute path counts from the root, like a relative one in a link in the top directory.
                 const std::string relative = absolute ? "./" + target.substr(1) : target;
                 const base::Check usable = agent::checkLinkTarget(
                     absolute ? agent::ExtractionTree::Path{"link"} : link, relative, {});

@@ -15,7 +15,7 @@ std::string header(const OsVersion& version) {
     return text + "\n";
 }
 
-/// 10.13 and 10.14 keep quiet about the search and the start of a download when they install.
+/// When they install, 10.13 and 10.14 do not report the search and the start of a download.
 bool isTerseInstaller(const OsVersion& version) {
     return version.atLeast(10, 13) && !version.atLeast(10, 15);
 }

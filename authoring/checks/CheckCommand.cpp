@@ -18,7 +18,7 @@ void printJson(const CheckReport& report) {
     }
     const nlohmann::ordered_json document = {
         {"entries", report.entries}, {"patches", report.patches}, {"findings", findings}};
-    // Content may hold bytes that are no UTF-8; they are replaced, not fatal.
+    // Content may contain invalid UTF-8, which is replaced.
     std::cout << document.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << '\n';
 }
 

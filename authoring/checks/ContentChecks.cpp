@@ -27,8 +27,8 @@ bool overlap(const std::string& one, const std::string& other) {
     return covers(one, other) || other.empty();
 }
 
-/// The first of several CREs that match a request is taken. One for a single product before one for any is
-/// the usual way to write an exception, and no finding.
+/// Of several CREs that match a request the first is taken. One for a single product before one for any is
+/// the usual way to write an exception, and not a finding.
 void checkCompetition(const ContentEntry& entry, std::size_t at, Findings& findings) {
     const ContentCre& cre = entry.cres[at];
     for (std::size_t i = 0; i < at; ++i) {
@@ -41,9 +41,9 @@ void checkCompetition(const ContentEntry& entry, std::size_t at, Findings& findi
         const bool never = covers(earlier.platform, cre.platform) && covers(earlier.product, cre.product);
         findings.push_back({never ? Severity::error : Severity::warning, entry.place + ", " + cre.id,
                             "it matches requests that " + earlier.id +
-                                " before it matches too, and that one is taken" +
+                                " before it matches too, and the first match is used" +
                                 (never ? ": this one never is" : ""),
-                            "give the two different platforms or products, the more particular one first"});
+                            "give the two different platforms or products, the more specific one first"});
     }
 }
 
@@ -62,17 +62,18 @@ void checkEri(const ContentEntry& entry, const ContentEri& eri, Findings& findin
         findings.push_back({severity, place, what, remedy});
     };
     if (eri.id.empty() || base::trimmed(eri.id) != eri.id || base::hasControlCharacter(eri.id)) {
-        add(Severity::error, "its id is empty or holds white space around it or control characters",
-            "give the ERI an id of its own: it is a line of the installed-patches record");
+        add(Severity::error,
+            "its id is empty, begins or ends with white space, or contains control characters",
+            "give the ERI a unique id: it is a line of the installed-patches record");
     }
     if (!eri.mskb.empty() && !remediation::isConfiguration(entry.identifier)) {
-        add(Severity::warning, "it has a vendor knowledge-base number, so this platform passes it over",
+        add(Severity::warning, "it has a vendor knowledge-base number, so it is skipped on this platform",
             "leave mskb out of content for macOS");
     }
     if (eri.patchId.empty()) {
         if (isOsRemediation(eri) && !remediation::isConfiguration(entry.identifier)) return;
         add(Severity::error, "it names no patch, so the request always fails",
-            "name a file, or for an update of Apple's own begin its instructions with \"OS Remediation\" and "
+            "name a file, or for a system update begin its instructions with \"OS Remediation\" and "
             "give "
             "it a product that begins with cpe:/a:apple or cpe:/o:apple");
         return;
@@ -82,9 +83,9 @@ void checkEri(const ContentEntry& entry, const ContentEri& eri, Findings& findin
                        platform::isInstalledBy(platform::InstallMethod::mountImage, eri.patchId);
     if (image && usesBundleInstaller(eri) && eri.silent.empty()) {
         add(Severity::warning,
-            "its instructions say \"using install option\" without silent: the shell refuses its command, so "
+            "its instructions say \"using install option\" without silent: the shell refuses the command, so "
             "a bundle on the image is not installed and the request reads success",
-            "name the bundle's installer in silent, or take the words out so that the bundle is copied");
+            "name the bundle's installer in silent, or remove the words so that the bundle is copied");
     }
     if (eri.size.empty()) return;
     if (const std::string why = whySizeMisleads(eri.size); !why.empty()) {
@@ -97,7 +98,7 @@ std::string quoted(const std::string& text) {
     return '"' + text + '"';
 }
 
-/// Why a patch of this name can never be fetched, with the remedy; empty texts when it can.
+/// Why a patch of this name can never be fetched, with the remedy; none when it can.
 Finding unusableName(const std::string& place, const std::string& patchId) {
     const auto error = [&](const std::string& what, const std::string& remedy) {
         return Finding{Severity::error, place, "patch id " + quoted(patchId) + " " + what, remedy};
@@ -108,7 +109,7 @@ Finding unusableName(const std::string& place, const std::string& patchId) {
     const auto name = remediation::splitAtLastDot(patchId);
     if (!name) return error("has no \".\", so agents report the request as invalid", "give it an extension");
     if (name->stem.empty() || name->extension == ".") {
-        return error("lacks a name before or an extension after its last \".\"",
+        return error("has no name before or no extension after its last \".\"",
                      "name it like editor-2.1.pkg");
     }
     const std::string extension = base::lowerCased(name->extension);
@@ -124,7 +125,7 @@ Findings installerFindings(const std::string& place, const std::string& patchId)
     const std::string extension = remediation::splitAtLastDot(patchId)->extension;
     if (kind == nullptr) {
         return {{Severity::error, place,
-                 "no installer takes patch " + quoted(patchId) + ", so it always fails",
+                 "no installer accepts patch " + quoted(patchId) + ", so it always fails",
                  "publish a " + platform::installableText()}};
     }
     if (extension == kind->marker) return {};
@@ -185,9 +186,10 @@ Findings repetitionFindings(const std::vector<ContentEntry>& entries) {
     for (const ContentEntry& entry : entries) {
         const auto [same, fresh] = identifiers.emplace(entry.identifier, entry.place);
         if (!fresh && !entry.identifier.empty()) {
-            findings.push_back({Severity::error, entry.place,
-                                "identifier " + entry.identifier + " is at " + same->second + " already",
-                                "put both into one entry with two cres"});
+            findings.push_back(
+                {Severity::error, entry.place,
+                 "identifier " + entry.identifier + " is duplicated: " + same->second + " has it",
+                 "put both into one entry with two cres"});
             continue;
         }
         for (const ContentCre& cre : entry.cres) {
@@ -195,9 +197,9 @@ Findings repetitionFindings(const std::vector<ContentEntry>& entries) {
                 const auto [other, first] = eris.emplace(eri.id, entry.place);
                 if (first) continue;
                 findings.push_back({Severity::error, placeOf(entry, eri),
-                                    "its id is at " + other->second +
-                                        " already: installing one makes the other count as installed",
-                                    "give each ERI an id of its own"});
+                                    "its id is duplicated: " + other->second +
+                                        " has it, so installing one makes the other count as installed",
+                                    "give each ERI a unique id"});
             }
         }
     }
@@ -217,11 +219,11 @@ Findings patchNameFindings(const std::string& place, const std::string& patchId,
                  (script ? ".bsh" : ".pkg"));
     }
     if (base::contains(patchId, "=")) {
-        warn("holds \"=\", so it is never found in the buffer", "rename it without \"=\"");
+        warn("contains \"=\", so it is never found in the buffer", "rename it without \"=\"");
     }
     if (base::trimmed(patchId) != patchId) {
         warn("begins or ends with white space, which buffering drops and fetching keeps",
-             "rename it without");
+             "rename it without white space around it");
     }
     for (Finding& finding : script ? scriptNameFindings(place, patchId) : installerFindings(place, patchId))
         findings.push_back(std::move(finding));
@@ -247,7 +249,7 @@ Findings identifierFindings(const std::string& place, const std::string& identif
     if (identifier.empty()) return error("there is no identifier", "add one, for example \"CVE-2014-4459\"");
     if (!agent::isContentIdentifier(identifier)) {
         return error("identifier " + quoted(identifier) + " cannot be a file name",
-                     "use letters, digits, \".\", \"_\" and \"-\" alone, 128 at most");
+                     "use only letters, digits, \".\", \"_\" and \"-\", at most 128");
     }
     if (!base::hasBeginning(identifier, "CVE-") && !base::hasBeginning(identifier, "CCE-")) {
         return error("identifier " + quoted(identifier) + " begins with neither \"CVE-\" nor \"CCE-\"",

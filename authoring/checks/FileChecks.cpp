@@ -21,7 +21,7 @@ namespace zelor::authoring {
 
 namespace {
 
-/// A text by which a kind of disk image is known, and where it is; from the end when negative.
+/// The signature of a kind of disk image, and its offset; from the end when negative.
 struct ImageMark {
     off_t at;
     std::string_view text;
@@ -51,7 +51,7 @@ std::uint64_t bigEndian(const std::string& bytes, std::size_t at, std::size_t le
     return value;
 }
 
-/// Why the file cannot be a flat package, a xar archive, "" when it may be one: looks at the header alone.
+/// Why the file cannot be a flat package (a xar archive), "" when it may be one. Reads only the header.
 std::string packageProblem(const std::string& path) {
     constexpr std::size_t kHeaderBytes = 28, kSizeAt = 4, kTableAt = 8;
     std::string header(kHeaderBytes, '\0');
@@ -69,10 +69,10 @@ Findings packageFindings(const std::string& place, const std::string& patchId, c
     try {
         const std::string why = packageProblem(path);
         if (why.empty()) return {};
-        return {{Severity::error, place, "\"" + patchId + "\" is no package: " + why,
+        return {{Severity::error, place, "\"" + patchId + "\" is not a package: " + why,
                  "publish the package as pkgbuild or productbuild wrote it"}};
     } catch (const std::exception&) {
-        return {};  // whoever reads all of it reports that
+        return {};  // reported when the whole file is read
     }
 }
 
@@ -120,7 +120,7 @@ Findings imageFindings(const std::string& place, const std::string& patchId, con
     if (known) return {};
     return {{Severity::warning, place,
              "\"" + patchId +
-                 "\" is no disk image of a known kind; when it cannot be attached, nothing is installed and "
+                 "\" is not a disk image of a known kind; if it cannot be attached, nothing is installed and "
                  "the request reads success",
              "make it with hdiutil create, and rehearse the entry before you publish it"}};
 }
@@ -137,7 +137,7 @@ Findings scriptFindings(const std::string& place, const std::string& script) {
     for (auto at = said.find(script); at != std::string::npos; at = said.find(script))
         said.erase(at, script.size() + (said.compare(at + script.size(), 2, ": ") == 0 ? 2 : 0));
     return {{Severity::error, place,
-             "bash cannot parse the script: " + (result.timedOut ? "no end in a minute" : said),
+             "bash cannot parse the script: " + (result.timedOut ? "it took more than a minute" : said),
              "correct the line named (bash -n shows the same) and publish it again"}};
 }
 
@@ -146,9 +146,9 @@ Findings sizeFindings(const std::string& place, const std::string& size, std::ui
     const std::string remedy = "write \"" + sizeText(archiveBytes) + "\", or let publish compute it";
     if (size.empty()) {
         return {
-            {Severity::warning, place, "it has no size, so buffering takes the patch for 0 bytes", remedy}};
+            {Severity::warning, place, "it has no size, so buffering counts the patch as 0 bytes", remedy}};
     }
-    // How a text misleads is reported with the content itself.
+    // A misleading size is reported by the checks of the content.
     if (!whySizeMisleads(size).empty()) return {};
     const std::uint64_t least = std::min(archiveBytes, patchBytes), most = std::max(archiveBytes, patchBytes);
     const auto announced = static_cast<std::uint64_t>(std::max(0L, remediation::parsePatchSize(size).bytes));

@@ -76,17 +76,18 @@ class PatchCheck {
             others.insert(it->path().filename().string());
         const bool found = others.erase(patchId_) != 0;
         if (others.erase(signatureName_) == 0) {
-            add(Severity::error, "it does not hold the signature " + signatureName_,
+            add(Severity::error, "it does not contain the signature " + signatureName_,
                 "remove it and publish the patch again");
         }
         if (!found) {
-            add(Severity::error, "it does not hold \"" + patchId_ + "\"",
+            add(Severity::error, "it does not contain \"" + patchId_ + "\"",
                 "remove it and publish the patch again");
         }
         for (const std::string& other : others) {
             add(Severity::warning,
-                "it holds \"" + other + "\" besides, which lands unchecked among the run's files",
-                "publish one patch in one archive");
+                "it also contains \"" + other +
+                    "\", which is unpacked beside the run's files without a check",
+                "publish one patch per archive");
         }
         return found;
     }
@@ -105,7 +106,7 @@ class PatchCheck {
         const agent::SignatureVerdict beside = agent::verifyPath(path_, detached_, keyFile_);
         if (!beside.good) {
             add(Severity::warning,
-                "the signature beside it, " + name_.stem + ".sig, is not good: " + beside.reason,
+                "the signature beside it, " + name_.stem + ".sig, is not valid: " + beside.reason,
                 "publish the patch again");
         }
     }

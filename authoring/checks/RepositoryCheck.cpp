@@ -51,7 +51,7 @@ Findings contentLeftovers(const std::string& repository) {
         const bool signature = base::hasEnding(name, ".xml.sig");
         if (signature && names.count(name.substr(0, name.size() - 4)) != 0) continue;
         findings.push_back({Severity::warning, "content/" + name,
-                            signature ? "it is the signature of content that is not there"
+                            signature ? "it is the signature of missing content"
                                       : "it is neither content nor a signature, and no agent asks for it",
                             signature ? "remove it, or publish the entry again" : "remove it"});
     }
@@ -75,15 +75,15 @@ Findings patchLeftovers(const std::string& repository, const std::set<std::strin
             warn("no content names it, so no agent asks for it",
                  "remove it and its signature, or publish the entry that needs it");
         } else if (names.count(stem + ".zip") == 0) {
-            warn("it is the signature of an archive that is not there", "remove it");
+            warn("it is the signature of a missing archive", "remove it");
         }
     }
     return findings;
 }
 
-/// Findings on files in patches/ that no content names, and on signatures of nothing. `stems`: the archives
-/// that content names, in lower case; without them archives are not judged. An archive that publish knows as
-/// retired is none: a later publication removes it.
+/// Findings on files in patches/ that no content names, and on signatures without a file. `stems`: the
+/// archives that content names, in lower case; without them archives are not checked. An archive that publish
+/// has retired is not a finding: a later publication removes it.
 Findings leftoverFindings(const std::string& repository, const std::set<std::string>* stems) {
     Findings findings = contentLeftovers(repository);
     if (stems == nullptr) return findings;
@@ -92,8 +92,8 @@ Findings leftoverFindings(const std::string& repository, const std::set<std::str
     return findings;
 }
 
-/// Findings on identifiers that are published and no longer named: by any of `manifests`, or, when there are
-/// none, by the manifest that published them, as long as that can be read.
+/// Findings on published identifiers that are no longer in any of `manifests` or, without manifests, in the
+/// one that published them, if it can be read.
 Findings withdrawnFindings(const std::string& repository, const std::set<std::string>& identifiers,
                            const std::vector<std::string>& manifests) {
     using Names = std::optional<std::set<std::string>>;
@@ -125,8 +125,8 @@ Findings withdrawnFindings(const std::string& repository, const std::set<std::st
         findings.push_back({Severity::warning, "content/" + identifier + ".xml",
                             "it is still published, but no longer in " + from,
                             manifests.empty() ? "publish that manifest again, which withdraws it"
-                                              : "publish the manifest that had it again, or with --only the "
-                                                "only manifest that counts"});
+                                              : "publish the manifest that had it again, or publish the only "
+                                                "current manifest with --only"});
     }
     return findings;
 }
@@ -140,7 +140,7 @@ std::set<std::string> contentFiles(const std::string& repository) {
     boost::system::error_code error;
     fs::directory_iterator it(repository + "/content", error);
     if (error) {
-        throw UsageError(repository + " holds no content directory: " + error.message() +
+        throw UsageError(repository + " has no content directory: " + error.message() +
                          "; name the directory that zelor-content publish wrote");
     }
     for (const fs::directory_iterator end; it != end; ++it) {
@@ -150,7 +150,7 @@ std::set<std::string> contentFiles(const std::string& repository) {
     return names;
 }
 
-/// A key that cannot be used at all would make every signature a finding.
+/// An unusable key would make every signature a finding.
 void requireKey(const std::string& keyFile) {
     const agent::SignatureVerdict verdict = agent::verifyBytes("", "x", keyFile);
     if (base::contains(verdict.reason, "does not match")) return;
@@ -189,7 +189,7 @@ UsesByPatch usesByPatch(const std::vector<ContentEntry>& entries) {
     for (const ContentEntry& entry : entries) {
         for (const ContentCre& cre : entry.cres) {
             for (const ContentEri& eri : cre.eris) {
-                // What cannot be a file's name is a finding already, and must not become a path here either.
+                // An unusable file name is a finding already, and must not become a path here.
                 if (!remediation::splitAtLastDot(eri.patchId) || !remediation::checkFileName(eri.patchId))
                     continue;
                 uses[eri.patchId].push_back(
@@ -249,14 +249,14 @@ CheckReport checkRepository(const std::string& repository, const std::string& ke
     report.patches = patchIds.size();
     append(containmentFindings(patchIds));
     const std::set<std::string> stems = stemsOf(patchIds);
-    // What a file that cannot be read would name is unknown.
+    // The archives that unreadable content names are unknown.
     append(leftoverFindings(repository, entries.size() == report.entries ? &stems : nullptr));
     append(withdrawnFindings(repository, identifiers, manifests));
     boost::system::error_code ignored;
     if (!fs::is_regular_file(repository + "/speed.bin", ignored)) {
         append({{Severity::warning, "speed.bin",
                  "it is missing, so patches are buffered at 1024 bytes per second",
-                 "publish again; that makes one"}});
+                 "publish again, which makes one"}});
     }
     return report;
 }

@@ -26,10 +26,10 @@ std::string ManifestFields::text(const char* field) {
     }
     auto value = found->get<std::string>();
     if (hasOddControls(value)) {
-        report(std::string("field \"") + field + "\" holds a control character", "take it out");
+        report(std::string("field \"") + field + "\" contains a control character", "remove it");
     }
     if (base::trimmed(value) != value) {
-        report(std::string("field \"") + field + "\" begins or ends with white space", "take it out");
+        report(std::string("field \"") + field + "\" begins or ends with white space", "remove it");
     }
     return value;
 }

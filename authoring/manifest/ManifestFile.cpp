@@ -61,7 +61,7 @@ Manifest readManifest(const std::string& path, const ManifestUse& use) {
     if (use.strict && !findings.empty())
         throw UsageError("nothing was published: --strict refuses the warnings above");
     if (!identifier.empty() && manifest.entries.empty()) {
-        throw UsageError(path + " has no entry for " + identifier + "; name one that it has");
+        throw UsageError(path + " has no entry for " + identifier + "; name one of its entries");
     }
     return manifest;
 }

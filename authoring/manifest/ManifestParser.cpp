@@ -106,7 +106,7 @@ class ManifestParser {
         if (patch.patchId.empty()) patch.patchId = lastName(patch.file);
         if (patch.file.empty() && !patch.patchId.empty() && !patch.omitArchive) {
             fields.report("field \"patchId\" names \"" + patch.patchId + "\", but there is no field \"file\"",
-                          "name the file to publish, or say \"omitArchive\": true");
+                          "name the file to publish, or write \"omitArchive\": true");
         }
         patch.file.erase(patch.file.find_last_not_of('/') + 1);
         if (!patch.file.empty() && patch.file[0] != '/') patch.file = directory_ + '/' + patch.file;
@@ -120,8 +120,8 @@ class ManifestParser {
     Manifest result_;
 };
 
-/// "at line 1, column 3: unexpected ','; expected string literal": the parser's message without what only its
-/// programmers know.
+/// The parser's message without its internals: "at line 1, column 3: unexpected ','; expected string
+/// literal".
 std::string plainJsonError(const std::string& message) {
     const std::string prefix = "parse error ";
     std::string text = message.substr(message.find("] ") + 2);

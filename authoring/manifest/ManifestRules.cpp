@@ -33,18 +33,18 @@ void checkFile(const ManifestPatch& patch, Findings& findings) {
         findings.push_back(std::move(finding));
 }
 
-/// Agents' own bounds on content: number of elements, bytes, characters.
+/// The agent's limits on content: number of elements, bytes, characters.
 void checkContent(const ContentEntry& entry, Findings& findings) {
     try {
         agent::ContentDocument::parse(contentXml(entry), entry.identifier);
     } catch (const std::exception& e) {
         findings.push_back({Severity::error, entry.place,
                             std::string("agents could not use its content: ") + e.what(),
-                            "correct that in the manifest"});
+                            "correct the manifest"});
     }
 }
 
-/// Sizes given by hand must read as they look; content that is written anew has no excuse.
+/// Agents must read sizes given by hand as they look. An error here, since publish can compute them.
 void checkSize(const ManifestPatch& patch, Findings& findings) {
     if (patch.size.empty() || whySizeMisleads(patch.size).empty()) return;
     findings.push_back({Severity::error, patch.place,
@@ -52,7 +52,7 @@ void checkSize(const ManifestPatch& patch, Findings& findings) {
                         "leave it out; publish computes it"});
 }
 
-/// Patches share one directory of archives, named by their stems alone; some file systems ignore case.
+/// Archives are named only by the stem of the patch and share a directory; some file systems ignore case.
 void checkCollisions(const std::vector<ManifestPatch>& patches, Findings& findings) {
     std::map<std::string, const ManifestPatch*> stems;
     for (const ManifestPatch& patch : patches) {
@@ -66,8 +66,8 @@ void checkCollisions(const std::vector<ManifestPatch>& patches, Findings& findin
         if (patch.patchId == same.patchId && oneFile && patch.omitArchive == same.omitArchive) continue;
         findings.push_back({Severity::error, patch.place,
                             "patch \"" + patch.patchId + "\" and \"" + same.patchId + "\" at " + same.place +
-                                " would both be the archive " + name->stem + ".zip",
-                            "give one of them another name before its extension (patchId)"});
+                                " would both use the archive " + name->stem + ".zip",
+                            "rename one of them before its extension (patchId)"});
     }
 }
 

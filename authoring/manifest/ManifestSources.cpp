@@ -32,7 +32,7 @@ Findings md5Findings(const ManifestPatch& patch) {
              "leave the field out, or check the file"}};
 }
 
-/// Parses the scripts, several at a time, since each is a process of its own.
+/// Parses the scripts, several at a time, since each takes a process.
 Findings parsedScripts(const std::vector<const ManifestPatch*>& scripts) {
     std::vector<Findings> found(scripts.size());
     std::atomic<std::size_t> next{0};
@@ -59,7 +59,7 @@ Findings sourceFindings(Manifest& manifest, const std::set<std::string>& publish
     const auto append = [&](const Findings& more) {
         findings.insert(findings.end(), more.begin(), more.end());
     };
-    std::map<std::string, Digests> read;  // by file: several patches may be one
+    std::map<std::string, Digests> read;  // by file: several patches may share one
     std::set<std::string> seen;
     std::vector<const ManifestPatch*> scripts;
     for (ManifestPatch& patch : manifest.patches) {
@@ -70,7 +70,7 @@ Findings sourceFindings(Manifest& manifest, const std::set<std::string>& publish
                 known != read.end() ? known->second : (read[patch.file] = digestsOfSource(patch.file));
         } catch (const std::exception& e) {
             findings.push_back({Severity::error, patch.place, std::string("field \"file\": ") + e.what(),
-                                "publish again once the file can be read and is as agents take it"});
+                                "publish again when the file can be read and agents accept it"});
             continue;
         }
         append(md5Findings(patch));

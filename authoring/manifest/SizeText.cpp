@@ -37,7 +37,7 @@ std::string whySizeMisleads(const std::string& size) {
     const auto dot = number.find('.');
     const std::string fraction = dot == std::string::npos ? "1" : number.substr(dot + 1);
     if (!isDigits(number.substr(0, dot)) || !isDigits(fraction))
-        return asRead + ": its number is not a plain one";
+        return asRead + ": its number is not a plain decimal";
     constexpr std::size_t kLongestFraction = 3;
     if (dot != std::string::npos && (fraction[0] == '0' || fraction.size() > kLongestFraction)) {
         return asRead + ": a fraction is read without its leading zeros and up to three digits";

@@ -77,7 +77,7 @@ void ContentDirectory::commit() {
 }
 
 bool ContentDirectory::exchange() {
-    // A directory that is a link, or that holds more than plain files, is somebody's own arrangement.
+    // A directory that is a symbolic link, or that holds more than plain files, was set up by somebody else.
     if (fs::is_symlink(directory_)) return false;
     fs::create_directory(next_);
     for (fs::directory_iterator it(directory_), end; it != end; ++it) {

@@ -111,7 +111,7 @@ ContentEntry readContentXml(const std::string& xml, const std::string& place, co
         agent::ContentDocument::parse(xml, identifier);
     } catch (const std::exception& e) {
         findings.push_back({Severity::error, place, std::string("agents cannot use the content: ") + e.what(),
-                            "correct that and publish the entry again"});
+                            "correct it and publish the entry again"});
         return entry;
     }
     entry.place = place;

@@ -112,7 +112,7 @@ class ZipWriter {
     void write(std::string_view bytes) {
         while (!bytes.empty()) {
             const la_ssize_t written = archive_write_data(archive_.get(), bytes.data(), bytes.size());
-            // Nothing written means that the file has grown beyond the size announced for it.
+            // Nothing is written when the file has grown beyond the size in its header.
             if (written <= 0) require(ARCHIVE_FATAL);
             bytes.remove_prefix(static_cast<std::size_t>(written));
         }
@@ -138,7 +138,7 @@ std::vector<std::string> pathsBelow(const std::string& directory) {
 agent::FileDigest writePatchArchive(int descriptor, const std::string& source, const std::string& patchId,
                                     const std::string& signatureName, const std::string& signature) {
     const struct stat status = statusOf(source, true);
-    // Packages and disk images are compressed inside.
+    // Packages and disk images are compressed already.
     const platform::InstallerKind* const kind = platform::installerKindOf(patchId);
     ZipWriter zip(descriptor, S_ISDIR(status.st_mode) || kind == nullptr || !kind->isCompressed);
     zip.add(source, patchId, status);
@@ -152,7 +152,7 @@ agent::FileDigest writePatchArchive(int descriptor, const std::string& source, c
     return zip.finish();
 }
 
-// Flushed together; a group's bytes are on the disk a second time until it is shown.
+// Patches of a group are flushed together; until then they take twice their size on the disk.
 constexpr std::size_t kGroupPatches = 500;
 constexpr std::uint64_t kGroupBytes = 256U << 20U;
 
@@ -187,7 +187,7 @@ PatchFacts PatchPublisher::publish(const ManifestPatch& patch) {
     return facts;
 }
 
-/// The digest of an archive that is left alone.
+/// The digest of an archive that is not written again.
 agent::FileDigest PatchPublisher::keep(const ManifestPatch& patch) {
     PublishedPatch& known = state_.at(patch.patchId);
     const std::string archive = archiveOf(patch.patchId);
@@ -206,7 +206,7 @@ agent::FileDigest PatchPublisher::write(const ManifestPatch& patch) {
                           remediation::signaturePath(patch.patchId, name.extension), signature);
     if (digestsOfSource(patch.file).sha256 != patch.digests.sha256) {
         throw std::runtime_error(patch.file +
-                                 " changed while it was published; publish again once it is at rest");
+                                 " changed while it was published; publish again when it no longer changes");
     }
     zip.close();
     base::StagedFile& detached = group_.add(directory_ + name.stem + ".sig");

@@ -36,7 +36,7 @@ void requireDirectory(const std::string& directory) {
     }
 }
 
-/// Held for the object's life.
+/// Locks the repository for the lifetime of the returned object.
 base::LockFile lockRepository(const std::string& repository) {
     try {
         base::LockFile lock(repository + "/.zelor-content.lock");
@@ -45,9 +45,9 @@ base::LockFile lockRepository(const std::string& repository) {
             return lock;
         }
         const std::optional<long> other = lock.noted();
-        throw UsageError("another publication to " + repository + " is under way (" +
+        throw UsageError("another publication to " + repository + " is active (" +
                          (other ? "process " + std::to_string(*other) + ", " : "") + "it holds " +
-                         lock.path() + "); wait for its end");
+                         lock.path() + "); wait until it ends");
     } catch (const UsageError&) {
         throw;
     } catch (const std::runtime_error& e) {
@@ -61,19 +61,19 @@ void removeLeftovers(const std::string& directory) {
     }
 }
 
-/// Random, so that no proxy makes it smaller on the way.
+/// Random bytes, which no proxy can compress.
 bool writeSpeedFile(const std::string& path) {
     boost::system::error_code ignored;
     if (fs::file_size(path, ignored) == kSpeedBytes) return false;
     std::string bytes(kSpeedBytes, '\0');
     if (RAND_bytes(reinterpret_cast<unsigned char*>(bytes.data()), static_cast<int>(bytes.size())) != 1) {
-        throw std::runtime_error("OpenSSL has no random bytes for " + path);
+        throw std::runtime_error("OpenSSL cannot make random bytes for " + path);
     }
     base::replaceFile(path, bytes);
     return true;
 }
 
-/// Also what was written before a failure is saved, so that it is not written again.
+/// Saves the state after a failure too, so that what was written is not written again.
 class SavedState {
   public:
     explicit SavedState(const std::string& path) : path_(path), state_(readPublishState(path)) {}
@@ -81,7 +81,7 @@ class SavedState {
         try {
             save();
         } catch (const std::exception&) {
-            // The next publication then writes these archives anew.
+            // The next publication writes these archives again.
         }
     }
     SavedState(const SavedState&) = delete;
@@ -128,7 +128,7 @@ class Publisher {
         collectContent();
         const std::set<std::string> withdrawn = collectWithdrawals();
         noteFiles(manifest_, state_.get());
-        // Saved before content is shown: what shows must be known for its withdrawal, whatever happens here.
+        // Saved first: published entries must be recorded so that they can be withdrawn.
         state_.save();
         content_.commit();
         for (const std::string& identifier : withdrawn)

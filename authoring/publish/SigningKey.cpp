@@ -111,7 +111,7 @@ SigningKey SigningKey::load(const std::string& keyFile) {
     ERR_clear_error();
     if (!key.key_) {
         throw UsageError(keyFile +
-                         " holds no PEM private key that opens without a pass phrase; use repository.key of "
+                         " contains no PEM private key without a pass phrase; use repository.key of "
                          "zelor-content keygen, or remove the pass phrase with openssl pkey");
     }
     requireUsable(key.key_.get(), keyFile);
@@ -163,8 +163,8 @@ void writeKeyPair(const SigningKey& key, const std::string& directory) {
         struct stat status {};
         if (::lstat(path.c_str(), &status) == 0) {
             throw UsageError(path +
-                             " is there already and keys are never overwritten; choose another --out, or "
-                             "move the old pair away once no agent trusts it");
+                             " exists, and keys are never overwritten; choose another --out, or move the old "
+                             "pair away when no agent trusts it any more");
         }
     }
     if (!base::makeDirectories(directory))

@@ -19,7 +19,7 @@ namespace {
 
 namespace fs = boost::filesystem;
 
-/// Runs zelor-rehearsal; its own message says what was wrong.
+/// Runs zelor-rehearsal, which reports its own errors.
 std::string rehearsal(std::vector<std::string> words) {
     constexpr std::chrono::minutes kLimit{1};
     words.insert(words.begin(), siblingProgram("zelor-rehearsal"));
@@ -66,7 +66,7 @@ RehearsalMac::RehearsalMac(const std::string& scratch, const RehearsalMacOptions
         system_ =
             state.at("productName").get<std::string>() + ' ' + state.at("productVersion").get<std::string>();
     } catch (const nlohmann::json::exception&) {
-        throw UsageError(tools_ + " is no tools directory; make one with zelor-rehearsal init");
+        throw UsageError(tools_ + " is not a tools directory; make one with zelor-rehearsal init");
     }
 }
 

@@ -27,7 +27,7 @@ bool isAgentDirectory(const std::string& path) {
     return false;
 }
 
-/// What follows the "||": system updates are chosen by it, elsewhere it is for people.
+/// What follows the "||": system updates are chosen by it, otherwise it is only shown.
 std::string packageName(const ContentEntry& entry, const ContentCre& cre) {
     std::string product = cre.product;
     for (const ContentEri& eri : cre.eris) {

@@ -31,7 +31,7 @@ std::string chosenIdentifier(const RehearseOptions& options) {
     if (!options.identifier.empty()) return options.identifier;
     const auto identifiers = manifestIdentifiers(options.manifest);
     if (!identifiers) {
-        readManifest(options.manifest);  // reports what is wrong with it
+        readManifest(options.manifest);  // throws what is wrong with it
     } else if (identifiers->size() == 1) {
         return *identifiers->begin();
     }
@@ -44,7 +44,7 @@ std::string chosenIdentifier(const RehearseOptions& options) {
 /// Throws UsageError when a sandbox is wanted and cannot be made.
 void requireSandbox(const RehearseOptions& options) {
     if (options.noSandbox) {
-        std::cout << "No sandbox: a script that names absolute paths of its own changes this machine\n";
+        std::cout << "No sandbox: a script that uses absolute paths changes this machine\n";
         return;
     }
     const std::string why = whyNoSandbox();
@@ -55,7 +55,7 @@ void requireSandbox(const RehearseOptions& options) {
         "use --no-sandbox");
 }
 
-/// One rehearsal, from the manifest to what became of the Mac; its end takes everything away again.
+/// One rehearsal, from the manifest to the report on the Mac. The destructor removes everything temporary.
 class Rehearsal {
   public:
     explicit Rehearsal(const RehearseOptions& options)
@@ -84,7 +84,7 @@ class Rehearsal {
         if (options_.keep) {
             keep(mac, server.port());
         } else {
-            std::cout << "What is in " << scratch_.path() << " is removed now; --keep leaves it there.\n";
+            std::cout << scratch_.path() << " is removed now; --keep keeps it.\n";
         }
         const bool reported =
             status == 0 || status == exitStatus::kInterrupted || status == exitStatus::kUnusable;
@@ -109,7 +109,7 @@ class Rehearsal {
         const std::string publicKey = scratch_.path() + "/repository.pem";
         base::replaceFile(publicKey, key_.publicPem());
         std::cout << "Published " << identifier_ << " with " << amount(summary.patches, "patch", "patches")
-                  << ", signed for this rehearsal alone\n"
+                  << ", signed only for this rehearsal\n"
                   << findingsText(checkRepository(repository_, publicKey).findings);
     }
 
@@ -127,7 +127,7 @@ class Rehearsal {
         return words;
     }
 
-    /// In a sandbox the report's own place cannot be written to.
+    /// The sandbox cannot write to the report's final path.
     std::string report() const {
         return options_.noSandbox ? options_.report : scratch_.path() + "/out/report";
     }
@@ -152,8 +152,8 @@ class Rehearsal {
             if (!expected) return;
             std::cout << findingsText(
                 {{Severity::warning, "the run", "success, nothing changed",
-                  "see whether the entry's file does what it should; --after-scan applies "
-                  "what was recorded as applied again"}});
+                  "check that the entry's file does what it should; --after-scan applies again what is "
+                  "recorded as applied"}});
         } else {
             std::cout << "What changed on its disk:\n" << changes;
         }
@@ -169,17 +169,16 @@ class Rehearsal {
     void keep(RehearsalMac& mac, std::uint16_t port) {
         scratch_.keep();
         if (options_.root.empty() && options_.tools.empty()) mac.keepSettings();
-        std::cout
-            << "Kept in " << scratch_.path() << ". To run it again:\n"
-            << "  zelor-content serve " << repository_ << " --port " << port << " &\n"
-            << "  zelor-remediate run " << requests_ << " --root " << mac.root() << " --tools " << mac.tools()
-            << " --after-scan\n"
-            << "That has no sandbox: absolute paths in what it runs lead to this machine's own files.\n";
+        std::cout << "Kept in " << scratch_.path() << ". To run it again:\n"
+                  << "  zelor-content serve " << repository_ << " --port " << port << " &\n"
+                  << "  zelor-remediate run " << requests_ << " --root " << mac.root() << " --tools "
+                  << mac.tools() << " --after-scan\n"
+                  << "That has no sandbox: absolute paths lead to this machine's own files.\n";
     }
 
     const RehearseOptions& options_;
     std::string identifier_;
-    SignalRelay relay_;  // ends last, so that no signal comes between a directory and its removal
+    SignalRelay relay_;  // destroyed last, so that no signal prevents the removal of a directory
     base::TemporaryDirectory scratch_{"zelor-rehearse"};
     std::string repository_;
     std::string requests_;

@@ -16,13 +16,13 @@ namespace {
 
 namespace fs = boost::filesystem;
 
-/// Top directories of this machine that are not shown: a Mac's disk has its own of that name, they are made
-/// for each sandbox, or they hold sockets through which services could be reached.
+/// Top-level directories of this machine that are hidden: a Mac's disk has its own, each sandbox gets a new
+/// one, or they hold sockets of services.
 const std::set<std::string> kHidden = {
     "Applications", "Library", "System",  "Users", "Volumes", "boot", "cores", "dev", "etc",
     "lost+found",   "opt",     "private", "proc",  "run",     "sys",  "tmp",   "var"};
 
-/// What programs of this machine need below /etc, where the disk has no such file of its own.
+/// Files below /etc that programs of this machine need, unless the disk has its own.
 constexpr const char* kSharedSettings[] = {"/etc/alternatives", "/etc/group", "/etc/ld.so.cache",
                                            "/etc/nsswitch.conf", "/etc/passwd"};
 
@@ -37,8 +37,7 @@ std::vector<std::string> wrapped(const std::vector<std::string>& options,
     std::vector<std::string> words = {"/bin/bash", "--norc", "-c", kStart, "bwrap"};
     words.insert(words.end(), {"--unshare-user", "--uid", "0", "--gid", "0"});
     words.insert(words.end(), {"--unshare-pid", "--unshare-ipc", "--die-with-parent"});
-    // Of what root may do elsewhere only what concerns files of his own, which is all that a Mac's disk
-    // holds.
+    // Only the rights of root over its own files, which are all that the Mac's disk holds.
     words.insert(words.end(), {"--cap-drop", "ALL"});
     for (const char* capability : {"CAP_CHOWN", "CAP_DAC_OVERRIDE", "CAP_FOWNER"})
         words.insert(words.end(), {"--cap-add", capability});
@@ -91,7 +90,7 @@ Sandbox::Sandbox(SandboxOptions options) : options_(std::move(options)) {
 }
 
 Sandbox::~Sandbox() {
-    // Mount points that bwrap made; a directory that is in use by now stays.
+    // Mount points that bwrap made; a directory that is no longer empty stays.
     for (auto it = missing_.rbegin(); it != missing_.rend(); ++it) {
         boost::system::error_code ignored;
         if (isDirectory(*it) || fs::file_size(*it, ignored) == 0) ::remove(it->c_str());
@@ -111,7 +110,7 @@ void Sandbox::rememberMissing(const std::string& path) {
         if (type == fs::file_not_found) {
             missing_.push_back(place);
         } else if (type != fs::directory_file) {
-            throw UsageError(place + " is no directory, but the sandbox needs one there; rename it");
+            throw UsageError(place + " is not a directory, but the sandbox needs one there; rename it");
         }
         if (end == std::string::npos) return;
     }

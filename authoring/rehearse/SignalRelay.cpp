@@ -49,7 +49,7 @@ void SignalRelay::requireNone() {
 int SignalRelay::run(std::vector<std::string> argv) {
     sigset_t none;
     sigemptyset(&none);
-    // In a group of its own, so that a terminal's Ctrl-C reaches the program once, through here.
+    // In its own process group, so that a terminal's Ctrl-C reaches the program once, through the relay.
     const base::SpawnAttributes attributes(none, signals_, POSIX_SPAWN_SETPGROUP);
     pid_t program = 0;
     {
@@ -60,7 +60,7 @@ int SignalRelay::run(std::vector<std::string> argv) {
         if (error != 0) throw std::runtime_error("cannot start " + argv[0] + ": " + base::errorText(error));
         program_ = program;
     }
-    // Its number stays taken until no signal can go to it any more.
+    // The process is reaped only when no more signals can be sent to its id.
     siginfo_t info{};
     while (::waitid(P_PID, static_cast<id_t>(program), &info, WEXITED | WNOWAIT) != 0 && errno == EINTR) {
     }

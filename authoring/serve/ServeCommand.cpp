@@ -13,7 +13,7 @@ namespace zelor::authoring {
 
 namespace {
 
-/// The signals that end the server, held back in every thread made from here on and waited for.
+/// Blocks the signals that end the server, in every thread made afterwards too, and waits for them.
 class EndSignals {
   public:
     EndSignals() {

@@ -32,7 +32,7 @@ constexpr std::size_t kPieceBytes = 64U << 10U;
 
 using Response = std::unique_ptr<MHD_Response, base::Deleter<MHD_destroy_response>>;
 
-/// Lets every answer that waits on purpose go on when the server stops.
+/// Wakes every answer that is delayed on purpose when the server stops.
 class Stopping {
   public:
     void stop() {
@@ -57,7 +57,7 @@ class Stopping {
     bool stopping_ ZELOR_GUARDED_BY(mutex_) = false;
 };
 
-/// A body that is sent otherwise than the file has it.
+/// A body that is sent damaged or slowly on purpose.
 struct FaultyBody {
     base::UniqueFd file;
     Answer answer;
@@ -133,7 +133,7 @@ FileVersion versionOf(const struct stat& status) {
     return {static_cast<std::uint64_t>(status.st_size), time.tv_sec, etag.data()};
 }
 
-/// Takes every argument of a request apart by ourselves: a decoded zero byte would cut the path short.
+/// Leaves the arguments of a request encoded: a decoded zero byte would truncate the path.
 std::size_t keepEncoded(void* /*closure*/, MHD_Connection* /*connection*/, char* text) {
     return std::char_traits<char>::length(text);
 }
@@ -184,8 +184,8 @@ class StaticServer::Running {
     static MHD_Result handle(void* self, MHD_Connection* connection, const char* url, const char* method,
                              const char* /*version*/, const char* /*data*/, std::size_t* dataSize,
                              void** state) {
-        // The first call of a request brings its headers alone; a body, which no method served has, is
-        // dropped.
+        // The first call for a request has only its headers. A body is dropped, since no method served has
+        // one.
         static char seen = 0;
         if (*state == nullptr) {
             *state = &seen;
@@ -292,7 +292,7 @@ class StaticServer::Running {
             MHD_create_response_from_callback(length, kPieceBytes, &readBody, state.release(), &freeBody));
     }
 
-    /// Walks down one name at a time, so that no symbolic link on the way leads out.
+    /// Opens one component at a time, so that no symbolic link leads outside.
     base::UniqueFd openBelow(const std::string& path, struct stat& found) const {
         const auto names = servedPathComponents(path);
         if (!names || names->empty()) return base::UniqueFd();

@@ -110,7 +110,7 @@ void BufferProgress::cancelling(EarlyEnd why, double /*time*/) {
     view_.end = why;
     if (terminal_) return;
     writePlainLine(
-        fd_, why == EarlyEnd::signal ? "Cancelling. A second signal leaves at once." : earlyEndText(why));
+        fd_, why == EarlyEnd::signal ? "Cancelling. A second signal exits at once." : earlyEndText(why));
 }
 
 void BufferProgress::ended(const ResultTable& table, double time) {

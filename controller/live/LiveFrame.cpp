@@ -230,7 +230,7 @@ std::vector<FrameLine> liveFrame(const LiveView& view, const LiveStyle& style) {
     }
     frame.push_back(totalLine(view, style));
     if (view.end != EarlyEnd::none && style.lines > kLinesBelow) {
-        const char* hint = view.end == EarlyEnd::signal ? " A second Ctrl-C leaves at once." : "";
+        const char* hint = view.end == EarlyEnd::signal ? " A second Ctrl-C exits at once." : "";
         frame.push_back(oneLine(earlyEndText(view.end) + hint, kYellow, style));
     }
     return frame;

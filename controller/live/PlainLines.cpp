@@ -40,7 +40,7 @@ void PlainLines::changed(const ResultTable& table, const std::vector<Change>& ch
 
 void PlainLines::cancelling(EarlyEnd why, double /*time*/) {
     writePlainLine(fd_,
-                   earlyEndText(why) + (why == EarlyEnd::signal ? " A second signal leaves at once." : ""));
+                   earlyEndText(why) + (why == EarlyEnd::signal ? " A second signal exits at once." : ""));
 }
 
 std::string countsText(const std::vector<ProgressValue>& values) {

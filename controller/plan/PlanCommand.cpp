@@ -39,10 +39,10 @@ namespace {
 
 namespace fs = boost::filesystem;
 
-/// Thrown where a signal has asked for the end.
+/// Thrown after a signal.
 struct Stopped {};
 
-/// What a run would find of a buffered archive, looked at in a temporary directory.
+/// Why a run would refuse a buffered archive, "" when it would use it; unpacks it in a temporary directory.
 std::string signatureProblem(const std::string& archive, const std::string& fileName,
                              const agent::AgentSettings& settings) {
     try {
@@ -64,7 +64,7 @@ std::string signatureProblem(const std::string& archive, const std::string& file
     }
 }
 
-/// Contents that differ on a file's digest, or give none where one is required, get nothing.
+/// Contents that disagree on a file's digest, or give none where one is required, are refused.
 std::string digestProblem(const std::string& archive, const std::string& fileName, bool required) {
     const agent::WantedPatches& wanted = agent::WantedPatches::instance();
     try {
@@ -83,7 +83,7 @@ std::map<std::string, std::uint64_t> sizesByName(const std::vector<SizedFile>& f
     return sizes;
 }
 
-/// Looks at the place for what a plan needs.
+/// Collects the facts that a plan needs.
 class Collector {
   public:
     Collector(const PlanOptions& options, const Paths& paths) : options_(options), paths_(paths) {}
@@ -138,7 +138,7 @@ class Collector {
             contentProblem_ = report.reason();
             return content;
         };
-        // Asked about the content that was looked at last.
+        // Only asked about the content that was read last.
         facts.contentProblem = [this](const std::string& /*key*/, const std::string& /*identifier*/) {
             return base::printable(contentProblem_);
         };

@@ -28,7 +28,7 @@ PlanAction actionOf(BlockOutcome outcome) {
     }
 }
 
-/// Foresees what a run does with the content of one request.
+/// Predicts what a run does with the content of one request.
 class Foresight : public remediation::ContentActor {
   public:
     Foresight(PlannedRequest& request, creEriParsedData& entry, const PlanFacts& facts, PlanState& state)
@@ -55,7 +55,7 @@ class Foresight : public remediation::ContentActor {
     const PlanFacts& facts_;
     PlanState& state_;
     bool rebootNeeded_ = false;
-    PlannedStep step_;  ///< of the block in hand
+    PlannedStep step_;  ///< of the current block
 };
 
 void Foresight::walk() {
@@ -141,13 +141,13 @@ std::string Foresight::reasonOf(BlockOutcome outcome, parsedEriData& block) {
         case BlockOutcome::appliedBefore:
             return whyApplied(RecordAccess::eriId(block));
         case BlockOutcome::notInstallable:
-            return "no installer takes it: it is no " + platform::installableText();
+            return "no installer accepts it: it is not a " + platform::installableText();
         default:
             return "";
     }
 }
 
-/// Why an ERI counts as applied; warns of one that counts so by another of its CRE.
+/// Why an ERI counts as applied; warns when only another ERI of its CRE is recorded.
 std::string Foresight::whyApplied(const std::string& eri) {
     if (state_.isRecorded(eri)) return eri + " is recorded as applied";
     const std::vector<std::string>& eris = RecordAccess::eriIds(entry_);

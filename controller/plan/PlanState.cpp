@@ -26,7 +26,8 @@ PlannedFile PlanState::fetch(parsedEriData& block) const {
     if (remediation::signaturePath(pathOf(file.name), extension) !=
         pathOf(remediation::signaturePath(file.name, extension))) {
         file.problem =
-            "its signature is looked for elsewhere, since the content directory's path holds " + extension;
+            "its signature is not looked for beside it, since the content directory's path contains " +
+            extension;
     }
     const std::string archive = remediation::archiveName(file.name);
     file.buffered = bufferFiles_.count(remediation::bufferedArchiveName(file.name)) != 0 &&

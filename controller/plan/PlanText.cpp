@@ -127,7 +127,7 @@ class Writer {
         out_ << kIndent << tinted("$ " + base::printable(command), kDim) << '\n';
     }
 
-    /// A step that says no more than its request is left out.
+    /// Omits a step that adds nothing to its request.
     void writeStep(const PlannedRequest& request, const PlannedStep& step) {
         const bool only = request.steps.size() == 1;
         if (!step.file && only) return;

@@ -114,8 +114,8 @@ std::vector<std::string> imageWarnings(const std::string& name, bool runsNothing
                                          "look at the installed product after the run"};
     if (runsNothing) {
         warnings.push_back("a bundle on " + quoted(name) +
-                           " is to run with its own installer, but the content names none in silent, so it "
-                           "runs nothing: the shell refuses its command, and the request reads success");
+                           " is to be installed by its own installer, but the content's silent is empty, so "
+                           "nothing runs: the shell refuses the command, and the request reads success");
     }
     if (!occupied.empty()) {
         warnings.push_back(occupied +
@@ -181,7 +181,7 @@ std::vector<std::string> updateWarnings(const platform::UpdateSelection& selecti
             repeated.insert(label);
         } else if (!beginsLikeASystemUpdate(label)) {
             warnings.push_back(quoted(label) +
-                               " is taken by a word in its label alone; it does not look like an update of "
+                               " is selected only by a word in its label; it does not look like an update of "
                                "the system");
         }
     }
@@ -205,9 +205,10 @@ std::vector<std::string> keyWarnings(const std::vector<std::string>& names, cons
                                " is a CPE 2.3 name, which a run ignores; write it in CPE 2.2, " +
                                quoted(remedy));
         } else if (!name.empty()) {
-            warnings.push_back(quoted(name) +
-                               " is no CPE 2.2 name of a system (cpe:/o:) or a product (cpe:/a:), so a run "
-                               "ignores it");
+            warnings.push_back(
+                quoted(name) +
+                " is not a CPE 2.2 name of a system (cpe:/o:) or a product (cpe:/a:), so a run "
+                "ignores it");
         }
     }
     if (!used) {
@@ -259,7 +260,7 @@ std::string percentEncoded(char letter) {
     return code;
 }
 
-/// A field as CPE 2.2 writes it; none for a letter that should be quoted, and for a quote without a letter.
+/// A field as CPE 2.2 writes it; none when a letter should be quoted or a quote has no letter after it.
 std::optional<std::string> field22(const std::string& field) {
     if (field == "*") return "";
     std::string text;

@@ -58,7 +58,7 @@ std::string markSvg(ProgressValue value) {
     return std::string("<svg viewBox=\"0 0 12 12\" aria-hidden=\"true\">") + shape + "</svg>";
 }
 
-/// The requests that are shown, at most `most`: all in their order, or the most telling of them.
+/// The requests that are shown, at most `most`: all in their order, or the most important ones.
 std::vector<std::size_t> chosenRequests(const RunReport& report, std::size_t most) {
     std::vector<std::size_t> chosen(report.table.results().size());
     std::iota(chosen.begin(), chosen.end(), std::size_t{0});
@@ -131,7 +131,7 @@ class Page {
         out_ << "</dl>\n";
     }
 
-    /// Counts by state; 0 to 3 are left when a run ends before its time.
+    /// Counts by state; 0 to 3 occur when a run ended early.
     std::vector<std::pair<std::string, std::size_t>> stateCounts() const {
         auto counts = countsByState(report_.table);
         for (ProgressValue value = 0; value < kSuccessValue; ++value) {
@@ -179,7 +179,7 @@ class Page {
         return values;
     }
 
-    /// By the moment at which a request was first worked on or decided.
+    /// Sorted by the time at which a request was started or decided.
     void sortByBegin(std::vector<std::size_t>& requests) const {
         const auto begun = [&](std::size_t request) {
             for (const StateSpan& span : report_.spans[request]) {
@@ -195,7 +195,7 @@ class Page {
         std::vector<std::size_t> shown = chosenRequests(report_, kReportTimelineRows);
         sortByBegin(shown);
         const std::size_t total = report_.table.results().size();
-        // Many rows come behind one line, which opens without a script.
+        // Many rows are collapsed into one line that expands without a script.
         const bool many = total > kOpenTimelineRows;
         out_ << "<details" << (many ? "" : " open=\"open\"") << ">\n<summary><h2>Timeline</h2></summary>\n";
         if (shown.size() < total) {

@@ -63,7 +63,7 @@ void writeBar(std::ostream& out, const std::string& kind, double from, double to
         << number(std::max(to - from, kLeastSpan)) << "\" height=\"" << number(height) << "\" rx=\"1.5\"/>";
 }
 
-/// A dot for success, a cross for failure, a square for what was stopped: shapes beside colours.
+/// A dot for success, a cross for failure, a square for cancelled: not only colours distinguish them.
 void writeEndMark(std::ostream& out, ProgressValue value, double x, double y, double size) {
     const std::string kind = stateClass(value);
     if (value == kSuccessValue) {
@@ -156,7 +156,7 @@ void writeStateAreas(std::ostream& out, const std::vector<std::vector<StateSpan>
     constexpr std::size_t kColumns = 240;
     constexpr double kHeight = 190;
     constexpr double kFloor = kHeight - 8;
-    // Counts at the end of each column, by area: a request adds itself from the moment that it changes.
+    // Counts by area at the end of each column; a request counts from the time of its change.
     std::array<std::vector<double>, 3> counts;
     for (std::vector<double>& count : counts)
         count.assign(kColumns + 2, 0);

@@ -58,8 +58,7 @@ class Job {
             });
         }
         if (!options_.talk.quiet)
-            problem +=
-                writeTalk(talkFd_, (gaveWay ? "Stopped for a run that waits. " : "") + summary(counts));
+            problem += writeTalk(talkFd_, (gaveWay ? "Stopped for a waiting run. " : "") + summary(counts));
         if (!problem.empty()) std::cerr << "zelor-remediate: " << problem << '\n';
         if (cancelled) return exitStatus::kCancelled;
         if (!problem.empty()) return exitStatus::kOutputFailed;
@@ -86,7 +85,7 @@ class Job {
             try {
                 if (!usable_.empty()) manager_.bufferPatches(usable_);
             } catch (const boost::thread_interrupted&) {
-                // The way in which a cancel reaches a download in hand.
+                // This is how a cancel stops the current download.
             }
             done = true;
         });
@@ -108,7 +107,7 @@ class Job {
         return end;
     }
 
-    /// A run that waits has its turn after the patch in hand, or when that takes too long.
+    /// Stops for a waiting run after the current patch, or at once when that takes too long.
     EarlyEnd giveWay() {
         if (!sign_.runWaits()) {
             waitsSince_.reset();
@@ -178,7 +177,7 @@ class Job {
     ResultTable table_;
     BufferRecord record_;
     RemediationManager manager_;
-    std::optional<std::chrono::steady_clock::time_point> waitsSince_;  ///< a run
+    std::optional<std::chrono::steady_clock::time_point> waitsSince_;  ///< since when a run waits
     std::string inHand_;                                               ///< the patch then
 };
 

@@ -44,7 +44,7 @@ bool isHeld(const base::UniqueFd& file) {
 
 }  // namespace
 
-// Whoever looks at a lock has it for a moment, so that both wait for that moment.
+// A process that checks a lock holds it briefly, so both constructors wait for it.
 BufferingSign::BufferingSign(const std::string& directory)
     : buffering_(openSign(directory + kBufferingFile)), waiting_(openSign(directory + kWaitingFile)) {
     (void)lock(buffering_, LOCK_SH);

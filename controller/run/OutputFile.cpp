@@ -37,9 +37,9 @@ bool isWrittenInPlace(const struct stat& info, int fd) {
 
 enum class Target { file, inPlace };
 
-/// What is at `path`, opened for writing when it is written in place: nothing is created, emptied or
-/// followed. A pipe that nobody reads is `inPlace` without a descriptor, unless `wait`. Returns what is
-/// wrong, or "".
+/// Checks what is at `path`, and opens it when it is written in place. Creates and truncates nothing and
+/// follows no symbolic link. Without `wait`, a pipe is `inPlace` but not opened. Returns what is wrong, or
+/// "".
 std::string lookAt(const std::string& path, bool wait, Target& target, base::UniqueFd& file) {
     struct stat info {};
     target = Target::file;
@@ -50,7 +50,7 @@ std::string lookAt(const std::string& path, bool wait, Target& target, base::Uni
     if (::access(path.c_str(), W_OK) != 0) return cannotWrite(path, errno) + "; choose another file";
     if (S_ISREG(info.st_mode)) return "";
     target = Target::inPlace;
-    if (S_ISFIFO(info.st_mode) && !wait) return "";  // its reader would see an end
+    if (S_ISFIFO(info.st_mode) && !wait) return "";  // closing it again would be end of file for its reader
     if (!S_ISFIFO(info.st_mode) && !S_ISCHR(info.st_mode))
         return "cannot write " + path + ", a device or socket; name a file, a pipe, a terminal or /dev/null";
     const int dontWait = S_ISCHR(info.st_mode) ? O_NONBLOCK : 0;
@@ -62,7 +62,7 @@ std::string lookAt(const std::string& path, bool wait, Target& target, base::Uni
     return "";
 }
 
-/// Why a descriptor that was named is not one that the caller left open for writing. Ours close on exec.
+/// Why a named descriptor is not one that the caller left open for writing. Our own ones close on exec.
 std::string descriptorProblem(int fd, const std::string& path) {
     const int own = ::fcntl(fd, F_GETFD);
     const int mode = own < 0 ? 0 : ::fcntl(fd, F_GETFL) & O_ACCMODE;
@@ -71,7 +71,7 @@ std::string descriptorProblem(int fd, const std::string& path) {
     return "";
 }
 
-/// "" when everything is written to the open file.
+/// Returns what is wrong, or "" when everything was written.
 std::string fill(int fd, const std::string& path, const std::function<void(std::ostream&)>& write) {
     FdBuffer buffer(fd);
     std::ostream out(&buffer);
@@ -95,11 +95,10 @@ std::string replaceFile(const std::string& path, const std::function<void(std::o
     }
 }
 
-/// Tells one file from another by device and inode; one that is not there yet by its directory's and its
-/// name.
+/// A file's device and inode; for a missing file, its directory's and its name.
 using Identity = std::tuple<dev_t, ino_t, std::string>;
 
-/// None for what is no regular file: devices and pipes may be used twice.
+/// None for anything but a regular file: devices and pipes may be used twice.
 std::optional<Identity> identityOf(const std::string& path) {
     struct stat info {};
     const int result = path == "-" ? ::fstat(STDIN_FILENO, &info) : ::stat(path.c_str(), &info);
@@ -111,7 +110,8 @@ std::optional<Identity> identityOf(const std::string& path) {
     return Identity(info.st_dev, info.st_ino, path.substr(path.rfind('/') + 1));
 }
 
-/// Opens the output as it will be opened at the end. A pipe is left alone: its reader would see an end.
+/// Checks that the output can be written at the end. A pipe is not opened, since closing it again would be
+/// end of file for its reader.
 void checkOutput(const std::string& path, const std::string& option) {
     const auto descriptor = namedDescriptor(path);
     Target target = Target::inPlace;
@@ -128,12 +128,12 @@ void checkOutput(const std::string& path, const std::string& option) {
     }
 }
 
-/// Another name of the file could be one that nobody asked to empty.
+/// Truncates the file. Refuses one with several hard links: another name may be a file nobody meant to empty.
 std::string openEmptied(const std::string& path, base::UniqueFd& file) {
     file = base::openFile(path, O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, kFileMode);
     struct stat info {};
     if (!file || ::fstat(file.get(), &info) != 0) return cannotWrite(path, errno) + "; choose another file";
-    if (!S_ISREG(info.st_mode)) return path + " has become something else; choose another file";
+    if (!S_ISREG(info.st_mode)) return path + " is no longer a regular file; choose another file";
     if (info.st_nlink > 1) return path + " has another name too, a hard link; choose another file";
     return ::ftruncate(file.get(), 0) == 0 ? "" : cannotWrite(path, errno) + "; choose another file";
 }
@@ -192,7 +192,7 @@ void checkOutputs(const std::vector<RequestedOutput>& outputs, const std::string
             throw InputError(option + ' ' + path + " is the file of the requests; name another file");
         if (identity && !taken.emplace(*identity, option).second)
             throw InputError(option + " and " + taken[*identity] + " name the same file, " + path +
-                             "; give each a file of its own");
+                             "; choose a different file for each");
         checkOutput(path, option);
     }
 }

@@ -20,7 +20,7 @@ using nlohmann::json;
 
 constexpr std::size_t kFileBytesLimit = std::size_t{1} << 30U;
 
-/// Reads a text and keeps count of its lines, since the parser names them in syntax errors alone.
+/// Reads a text and counts its lines, since the parser reports them only for syntax errors.
 class CountingIterator {
   public:
     using iterator_category = std::input_iterator_tag;
@@ -44,7 +44,7 @@ class CountingIterator {
     std::size_t* lines_;
 };
 
-/// Takes the parser's events: one object is let through, and of its values the strings.
+/// Handles the parser's events; accepts one object whose values are strings.
 class RequestReader : public nlohmann::json_sax<json> {
   public:
     RequestReader(std::string name, const std::size_t* line) : name_(std::move(name)), line_(line) {}
@@ -99,7 +99,7 @@ class RequestReader : public nlohmann::json_sax<json> {
         --depth_;
         return true;
     }
-    /// A value that is no identifier; what is inside one counts no more.
+    /// A value that is not an identifier; what it contains is ignored.
     bool other(const std::string& what) {
         if (depth_ == 0) {
             fail("the text is " + what +
@@ -111,7 +111,7 @@ class RequestReader : public nlohmann::json_sax<json> {
     }
     void add(const std::string& identifier, std::string problem) {
         if (!requests_.all.emplace(key_, identifier).second)
-            fail("the request " + quoted(key_) + " is given twice; leave one of them out");
+            fail("the request " + quoted(key_) + " is duplicated; remove one");
         if (base::trimmed(key_).empty()) problem = "its key is empty; give the CPE names that it is for";
         if (!problem.empty())
             requests_.invalid.emplace(key_, "line " + std::to_string(*line_) + ": " + problem);
@@ -142,7 +142,7 @@ Requests parseRequests(const std::string& text, const std::string& name) {
     json::sax_parse(CountingIterator(text.data(), &line), CountingIterator(text.data() + text.size(), &line),
                     &reader);
     Requests requests = reader.take();
-    if (requests.all.empty()) throw InputError(name + " holds no request; add at least one");
+    if (requests.all.empty()) throw InputError(name + " contains no request; add at least one");
     return requests;
 }
 

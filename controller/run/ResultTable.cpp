@@ -20,7 +20,7 @@ ResultTable::ResultTable(RequestMap requests) : requests_(std::move(requests)), 
     reportKeys_.reserve(requests_.size());
     for (const auto& [key, identifier] : requests_) {
         results_.push_back({&key, &identifier});
-        // What a key is shortened to is always its beginning.
+        // A shortened key is always a prefix of the key.
         reportKeys_.push_back(std::string_view(key).substr(0, remediation::progressKey(key).size()));
     }
     byReportKey_.resize(results_.size());

@@ -30,7 +30,7 @@ namespace zelor::controller {
 
 namespace {
 
-constexpr std::chrono::seconds kLastStep{15};  ///< a job that gives way still ends what it writes
+constexpr std::chrono::seconds kLastStep{15};  ///< for a job that stops to finish what it writes
 constexpr char kTimeLimitReason[] = "the run reached its time limit, RunMinutes in section Limits";
 
 std::string hostName() {
@@ -43,7 +43,7 @@ bool keepsStandardOutput(const RunOptions& options) {
     return options.json == "-" || options.events == "-" || options.report == "-";
 }
 
-/// False when there is a problem, which is reported.
+/// Reports the problem, if any; false when there is one.
 bool isWritten(const std::string& problem) {
     if (!problem.empty()) std::cerr << "zelor-remediate: " << problem << '\n';
     return problem.empty();
@@ -117,7 +117,7 @@ class Run {
     void cancel(EarlyEnd why) {
         if (why == EarlyEnd::timeLimit) {
             record_.setAbortReason(kTimeLimitReason);
-            std::cerr << "zelor-remediate: " << kTimeLimitReason << "; waiting for the step in hand\n";
+            std::cerr << "zelor-remediate: " << kTimeLimitReason << "; waiting for the current step\n";
         }
         manager_.setCancelAllRem(true);
     }
@@ -189,7 +189,7 @@ class Run {
         });
     }
 
-    /// What was applied counts, whatever happens to the report.
+    /// A failed report does not change the results of the run.
     std::string writeReport(const RunFlags& flags) const {
         try {
             return makeReport(flags);

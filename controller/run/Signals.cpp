@@ -16,7 +16,7 @@ namespace zelor::controller {
 
 namespace {
 
-// What a signal handler may touch.
+// The state that the signal handler uses.
 std::atomic<int> endsAsked{0};
 std::atomic<bool> redraw{false};
 std::atomic<int> wakeFd{-1};
@@ -27,7 +27,7 @@ constexpr std::array<int, 6> kHandled = {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGTS
 std::array<struct sigaction, kHandled.size()> oldActions;
 std::array<int, 2> pipeEnds = {-1, -1};
 
-// Fixed sizes: nothing here may allocate.
+// Called in the signal handler: must not allocate.
 void showCursor(bool shown) {
     const int fd = cursorFd;
     if (fd < 0) return;
@@ -37,7 +37,7 @@ void showCursor(bool shown) {
 
 void wake() {
     const char byte = 0;
-    if (::write(wakeFd, &byte, 1) < 0) return;  // a full pipe wakes as well
+    if (::write(wakeFd, &byte, 1) < 0) return;  // a full pipe wakes the reader as well
 }
 
 extern "C" void zelorHandleSignal(int signal) {

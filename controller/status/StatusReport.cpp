@@ -23,7 +23,7 @@ std::string orNone(const std::string& text, const std::string& none) {
 }
 
 std::string platformText(const Status& status) {
-    return "Platform\n" + row("Product", 8, orNone(status.productName, "unknown: sw_vers says nothing")) +
+    return "Platform\n" + row("Product", 8, orNone(status.productName, "unknown: sw_vers printed nothing")) +
            row("Version", 8, orNone(status.productVersion, "unknown")) +
            row("CPE", 8, orNone(status.platformCpe, "none")) +
            row("Build", 8, orNone(status.buildPlatform, "unknown: no platform in " + status.buildFile));

@@ -46,7 +46,7 @@ bool parse(int count, char** words, Arguments& arguments) {
     return !arguments.requests.empty();
 }
 
-// Process-wide things come before the first manager and before other threads.
+// Process-wide settings are made before the first manager and before other threads.
 void prepareProcess(const Arguments& arguments) {
     const std::string system = "/usr/bin:/bin:/usr/sbin:/sbin";
     setenv("PATH", (arguments.tools.empty() ? system : arguments.tools + ":" + system).c_str(), 1);
@@ -57,7 +57,7 @@ void prepareProcess(const Arguments& arguments) {
     sigaction(SIGINT, &action, nullptr);
 }
 
-// Hears, on the run's thread, why a request reads what it reads; the polling thread asks.
+// Receives the reasons of results on the run's thread; the polling thread reads them.
 class Reasons : public zelor::RunObserver {
   public:
     void settled(const zelor::RequestResult& result) override {
@@ -65,7 +65,7 @@ class Reasons : public zelor::RunObserver {
         std::string text = result.reason;
         if (result.applied == zelor::Applied::now) text = "applied by this run";
         if (result.applied == zelor::Applied::before) text = "was applied before";
-        // Servers and tools had a part in it: nothing of it may control the terminal.
+        // The text can come from servers and tools, so it must not control the terminal.
         std::replace_if(
             text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; }, '?');
         reasons_[result.key] = text;

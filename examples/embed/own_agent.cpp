@@ -1,4 +1,4 @@
-// An agent of one's own: every collaborator that the library calls, with a plain directory for a repository.
+// Your own agent: every collaborator that the library calls, with a plain directory as repository.
 //
 // Below the system root:
 //   /srv/repository/content/<identifier>.ini   what remediates one finding: keys platform, product, eri,
@@ -6,8 +6,8 @@
 //   /srv/repository/patches/<stem>.tar         the file that `patch` names, and <stem>.sig beside it
 //   /etc/zelor/repository.pem                  the key that the signatures are checked with
 //
-// Content is taken as trusted here, since the directory is local and root's. An agent that fetches it checks
-// a signature on it as well.
+// Content is trusted here, since the directory is local and root's. An agent that fetches content must check
+// its signature as well.
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -200,7 +200,7 @@ parseOnlyMetadata CreCacher::getCre(std::string platformCpe, std::string product
     }
 }
 
-// Nothing is kept, so there is nothing to forget.
+// There is no cache to clear.
 void CreCacher::removeCreFromCache(std::string, std::string, std::string) {}
 void CreCacher::removeCreFile(std::string, std::string, std::string) {}
 

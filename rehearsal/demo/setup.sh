@@ -1,5 +1,5 @@
 # The demo's rehearsal Mac, its products and its signed repository, as functions for the scripts that source this.
-# They need: here (this folder), work (a folder of their own, made anew by begin_work), PATH with the programs.
+# They need: here (this directory), work (a directory that begin_work recreates), PATH with the programs.
 
 begin_work() {
     rm -rf "$work"
@@ -41,7 +41,7 @@ build_products() {
     zelor-rehearsal build-dmg --volume Viewer "$work/src/viewer-image" "$products/viewer-3.0.dmg"
     cp -R "$samples/Example.app" "$work/src/player-image/Player.app"
     zelor-rehearsal build-dmg --volume Player "$work/src/player-image" "$products/player-1.5.dmg"
-    # What a bundle patch holds is copied to /Applications, so the application stands inside a folder of its name.
+    # The contents of a bundle patch are copied to /Applications, so the application is inside a directory of its name.
     mkdir -p "$products/Notes.app"
     cp -R "$samples/Example.app" "$products/Notes.app/Notes.app"
 }

@@ -113,7 +113,7 @@ TEST_F(AgentSettingsTest, UnusableFilesGiveAllDefaultsAndOneProblem) {
     EXPECT_THAT(problemsOf(*AgentSettings::load(root / "etc")), HasSubstr("not a regular file"));
 }
 
-TEST_F(AgentSettingsTest, UnusableValuesGiveTheDefaultOfTheirKeyAlone) {
+TEST_F(AgentSettingsTest, UnusableValuesGiveTheDefaultOfTheirKey) {
     const auto settings = AgentSettings::load(
         ini("[Buffer]\nSpeedPercent = a lot\nPatchesDirSizeMB = 7\nUnzipFolder = relative\n"
             "PatchesDir = /var/../../up\n[Limits]\nCommandMinutes = -1\n"));
@@ -125,7 +125,7 @@ TEST_F(AgentSettingsTest, UnusableValuesGiveTheDefaultOfTheirKeyAlone) {
     EXPECT_THAT(problemsOf(*settings), HasSubstr("Buffer.SpeedPercent = \"a lot\""));
 }
 
-TEST_F(AgentSettingsTest, UnknownNamesAreWarnedOfWithTheNearestKnownOne) {
+TEST_F(AgentSettingsTest, UnknownNamesAreReportedWithTheNearestKnownOne) {
     struct {
         const char* text;
         const char* warning;  ///< "" for none
@@ -166,7 +166,7 @@ struct PageRow {
     std::string name, fallback, text;
 };
 
-// What the pages say is what the table says, row by row.
+// The pages describe exactly the rows of the table.
 TEST_F(AgentSettingsTest, ThePagesSayWhatTheTableSays) {
     std::vector<PageRow> page;
     std::vector<PageRow> manual;

@@ -56,7 +56,7 @@ TEST(ArchivePolicy, LinksLeadInside) {
         {"l", "../a", false},
         {"d/l", "../../a", false},
         {"d/l", "./.././../a", false},
-        // The directory may be a link itself, and ".." starts from where that leads.
+        // The directory may itself be a link, and ".." starts from its target.
         {"l", "d/..", false},
         {"d/l", "../e/../../a", false},
         {"l", std::string(5000, 'n'), false},

@@ -98,7 +98,7 @@ TEST_F(CreCacherTest, NoRepositoryHoldsContentForLong) {
     }
 }
 
-TEST_F(CreCacherTest, WhoWantsNoContentAnyMoreDoesNotWaitForIt) {
+TEST_F(CreCacherTest, ACancelEndsTheWaitForContent) {
     const std::string ini = test::readFile(root / "etc/zelor/zelor.ini");
     for (const test::DripServer::Drip& drip : test::DripServer::all()) {
         const test::DripServer slow(drip);
@@ -110,7 +110,7 @@ TEST_F(CreCacherTest, WhoWantsNoContentAnyMoreDoesNotWaitForIt) {
         EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1)) << drip.name;
         EXPECT_EQ(report.reason(), "") << drip.name;
     }
-    // That nobody answered was not said: the next call asks as usual.
+    // Without an answer nothing is cached: the next call asks as usual.
     test::writeFile(root / "etc/zelor/zelor.ini", ini);
     publish(content("one"));
     EXPECT_EQ(creOf(), "one");
@@ -162,10 +162,10 @@ TEST_F(CreCacherTest, TheCopyOnDiskSparesTheTransferAndServesWhenNobodyAnswers) 
     EXPECT_THAT(logText(), HasSubstr("check that the repository can be reached"));
 }
 
-TEST_F(CreCacherTest, ADamagedCopyIsFetchedAnew) {
+TEST_F(CreCacherTest, ADamagedCopyIsFetchedAgain) {
     publish(content("one"));
     EXPECT_EQ(creOf(), "one");
-    // As a crash between the two renames leaves it, the version file still there in the worst case.
+    // As after a crash between the two renames, in the worst case with the old version file.
     for (const std::string& suffix : {std::string(".xml"), std::string(".xml.sig")}) {
         const std::string good = test::readFile(kept(suffix));
         test::writeFile(kept(suffix), suffix == ".xml" ? content("evil") : key.sign("other"));

@@ -62,7 +62,7 @@ struct PatchDownloadTest : testing::Test {
     bool arrived() { return readFile(archive()) == bytes; }
     std::string logText() { return readFile(root / "var/log/zelor/remediation.log"); }
 
-    /// The first request gets that fault, the later ones none.
+    /// Only the first request gets the fault.
     void firstMeets(const authoring::ServerFault& fault) {
         server.onRequest([=](const authoring::ServerRequest&, int number) {
             return number == 0 ? fault : authoring::ServerFault();
@@ -130,7 +130,7 @@ TEST_F(PatchDownloadTest, StatusesThatStayFailAtOnceAndNameTheRemedy) {
                       HasSubstr("answered 404; publish the archive")));
 }
 
-TEST_F(PatchDownloadTest, ADroppedTransferGoesOnWhereItStopped) {
+TEST_F(PatchDownloadTest, ADroppedTransferIsResumed) {
     firstMeets(dropAfter(100'000));
     EXPECT_EQ(run(), DownloadResult::done);
     EXPECT_TRUE(arrived());
@@ -141,7 +141,7 @@ TEST_F(PatchDownloadTest, ADroppedTransferGoesOnWhereItStopped) {
     EXPECT_EQ(log[1].status, 206);
 }
 
-TEST_F(PatchDownloadTest, ProgressBuysMoreAttemptsThanStandingStill) {
+TEST_F(PatchDownloadTest, ProgressAllowsMoreAttempts) {
     server.onRequest([](const authoring::ServerRequest&, int) { return dropAfter(20'000); });
     EXPECT_EQ(run(), DownloadResult::done);
     EXPECT_EQ(server.takeLog().size(), 15U);
@@ -162,7 +162,7 @@ TEST_F(PatchDownloadTest, ATransferThatCannotBeResumedIsNotBegunWithoutEnd) {
         EXPECT_EQ(line.request.range, "");
 }
 
-TEST_F(PatchDownloadTest, ALaterRunResumesAndBeginsAnewForAnotherVersion) {
+TEST_F(PatchDownloadTest, ALaterRunResumesOrStartsOverForAnotherVersion) {
     leavePartial(100'000);
     EXPECT_EQ(run(), DownloadResult::done);
     EXPECT_EQ(server.takeLog().at(0).status, 206);
@@ -237,7 +237,7 @@ TEST_F(PatchDownloadTest, AnAnswerWithoutALengthEndsWithItsLastChunk) {
     EXPECT_TRUE(arrived());
 }
 
-TEST_F(PatchDownloadTest, HeadersNeitherGoOnForEverNorReachAnEarlierAnswer) {
+TEST_F(PatchDownloadTest, HeadersAreBoundedAndBelongToOneAnswer) {
     test::RawServer raw;
     const std::string line = "X-Header: " + std::string(4000, 'x') + "\r\n";
     for (const std::string& begin :
@@ -250,8 +250,8 @@ TEST_F(PatchDownloadTest, HeadersNeitherGoOnForEverNorReachAnEarlierAnswer) {
     }
     EXPECT_THAT(logText(), HasSubstr("headers are larger than 128 KiB"));
 
-    // A folded header goes on with the one before it, which must not be one of the earlier answer. Some
-    // versions of libcurl refuse it.
+    // A folded header continues the one before it, which must not be from the earlier answer. Some versions
+    // of libcurl refuse it.
     raw.setAnswers({"HTTP/1.1 503 Busy\r\nX: y\r\n\r\n",
                     "HTTP/1.1 200 OK\r\n folded: z\r\nContent-Length: 5\r\n\r\nbytes"});
     const bool done = runFrom(raw.url()) == DownloadResult::done;
@@ -296,7 +296,7 @@ TEST_F(DigestTest, OnlyTheWantedArchiveArrivesHoweverItComes) {
     EXPECT_TRUE(arrived());
     boost::filesystem::remove(archive());
 
-    // A part with other bytes of the same version is found out at the end, and fetched from its start once.
+    // A part with other bytes of the same version is noticed at the end, and fetched from its start once.
     leavePartial(100'000);
     writeFile(partial(), std::string(100'000, 'x'));
     EXPECT_EQ(fetch(bytes), DownloadResult::done);
@@ -338,7 +338,7 @@ TEST_F(DigestTest, AnAnswerOfUnknownLengthIsBoundedByTheContents) {
     EXPECT_EQ(fetch(bytes + "and more"), DownloadResult::failed);
 }
 
-TEST_F(PatchDownloadTest, AStalledTransferIsGivenUpAndResumed) {
+TEST_F(PatchDownloadTest, AStalledTransferIsAbortedAndResumed) {
     authoring::ServerFault stall;
     stall.stallAfter = 50'000;
     firstMeets(stall);
@@ -395,7 +395,7 @@ TEST(PatchPaceTest, GivesTheBytesTheirTimeAndAGrace) {
     EXPECT_TRUE(pace.isLate(PatchPace::Time() + seconds(602)));
 }
 
-TEST_F(PatchDownloadTest, RedirectsLeadToWebServersOnlyAndNotForever) {
+TEST_F(PatchDownloadTest, RedirectsAreBoundedAndLeadOnlyToWebServers) {
     test::RepositoryServer other;
     other.publish("elsewhere.zip", bytes);
     authoring::ServerFault moved;
@@ -466,7 +466,7 @@ TEST_F(PatchDownloadTest, AFullDiskIsSeenBeforeTheFirstByte) {
     EXPECT_EQ(run(), DownloadResult::done) << "only what is missing needs room";
 }
 
-TEST_F(PatchDownloadTest, WhatStandsInThePartialFilesPlaceIsNeitherFollowedNorShared) {
+TEST_F(PatchDownloadTest, APartialFileIsNeitherALinkNorShared) {
     writeFile(root / "victim", "untouched");
     boost::filesystem::create_directories(root / "opt/partial");
     ASSERT_EQ(::symlink((root / "victim").c_str(), partial().c_str()), 0);

@@ -140,7 +140,7 @@ TEST_F(BundleTest, TheManifestListsEveryEntryInByteOrder) {
         "folder 0755 Contents/MacOS\n"
         "file 0755 7 @PROGRAM@ Contents/MacOS/editor\n";
     std::string manifest = bundleManifest(bundle + "/");
-    // The digests of the other two files are checked by hand against the openssl command in another test.
+    // Another test checks the digests of the other two files with the openssl command.
     manifest.replace(manifest.find("file 0644 5 ") + 12, 64, "@PLIST@");
     manifest.replace(manifest.find("file 0755 7 ") + 12, 64, "@PROGRAM@");
     EXPECT_EQ(manifest, expected);
@@ -157,7 +157,7 @@ TEST_F(BundleTest, HostileNamesCannotForgeLines) {
     EXPECT_THAT(manifest, HasSubstr("link t\\x0a\\x20x l\n"));
 }
 
-TEST_F(BundleTest, ASignedBundleStandsUntilAnythingChanges) {
+TEST_F(BundleTest, ASignedBundleIsValidUntilAnythingChanges) {
     const std::string inner = bundle + "/Contents/MacOS/editor", link = bundle + "/Contents/Current";
     struct Case {
         const char* name;

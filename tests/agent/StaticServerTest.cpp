@@ -114,7 +114,7 @@ TEST_F(StaticServerTest, OneAddressCannotTakeAllConnections) {
     EXPECT_EQ(refused, 100 - 64);
     idle.clear();
     while (get("/plain").head.status != 200)
-        std::this_thread::yield();  // until the server has seen that they are closed
+        std::this_thread::yield();  // until the server has noticed that they are closed
 }
 
 }  // namespace

@@ -28,7 +28,7 @@ std::string little(std::uint64_t number, int bytes) {
     return text;
 }
 
-/// An archive of empty entries with these names, whose directory lists directories of a mode of their own.
+/// An archive of empty entries with these names, whose central directory lists directories with other modes.
 std::string bareArchive(const std::vector<std::string>& names) {
     std::string files, directory;
     const std::string rest = little(0, 4) + little(0, 4) + little(0, 4) + little(0, 4);  // time, CRC, sizes
@@ -118,7 +118,7 @@ TEST(UnpackingMemory, IsBoundedForAnyArchive) {
         {"a larger directory than allowed", [&] { return flat(80'000, 240); }, false},
     };
     for (const Case& c : cases) {
-        // In a process of its own: what this one has freed, unpacking would use again without growing.
+        // In another process: in this one, unpacking would reuse freed memory without growing.
         const pid_t writer = ::fork();
         if (writer == 0) {
             writeFile(archive, bareArchive(c.entries()));

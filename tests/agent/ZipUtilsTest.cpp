@@ -183,7 +183,7 @@ TEST_F(ZipUtilsTest, NeverWritesThroughALinkThatStoodBefore) {
     EXPECT_EQ(readFile(out + "/sub/f"), "1");
 }
 
-TEST_F(ZipUtilsTest, WhatItBringsReplacesWhatStoodThereWhole) {
+TEST_F(ZipUtilsTest, ItsEntriesReplaceExistingOnesCompletely) {
     writeFile(out + "/patch.pkg/left/behind", "a directory in a file's place");
     writeFile(out + "/Editor.app", "a file in a directory's place");
     writeFile(out + "/Bundle.app/Contents/old", "no longer in the bundle");

@@ -1,6 +1,6 @@
-// Works on the buffered-patches list below a root directory until it is killed: adds, replaces and removes
-// the entries of its own patches ("churn-<n>.pkg") and their archives, and never touches another's. usage:
-// zelor_list_operations ROOT SEED
+// Adds, replaces and removes entries of the buffered-patches list below a root directory, with their
+// archives, until it is killed. Changes only patches named "churn-<n>.pkg". usage: zelor_list_operations ROOT
+// SEED
 
 #include <cstdio>
 #include <cstdlib>

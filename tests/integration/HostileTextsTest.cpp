@@ -19,7 +19,7 @@ namespace fs = boost::filesystem;
 
 namespace {
 
-/// "canary" is a command that leaves a mark, and is put wherever a text could become one.
+/// "canary" is a command that leaves a mark, and occurs wherever a text could be run.
 const std::vector<std::string> kTexts = {
     "'; canary; '",
     "\"; canary; \"",
@@ -60,7 +60,7 @@ std::string xmlEscaped(const std::string& text) {
     return out;
 }
 
-/// True when a file can be named so on any system.
+/// True when any system allows a file of this name.
 bool namesAFile(const std::string& text) {
     return !text.empty() && text != "." && text != ".." && text.size() < 200 &&
            text.find('/') == std::string::npos && text.find('\0') == std::string::npos;
@@ -112,7 +112,7 @@ class HostileTexts : public testing::Test {
                                      .finish());
     }
 
-    /// A content directory, and a system root, of any name serve like others.
+    /// A content directory and a system root may have any name.
     void expectToWorkIn(const std::string& directory) {
         fixture.addScript("CCE-1", "one", "exit 0");
         fixture.addContent("CVE-2", "two.pkg");
@@ -134,7 +134,7 @@ class HostileTexts : public testing::Test {
             << readFile(words);
     }
 
-    /// Nothing ran, nothing left its place, no line of the log is another's.
+    /// Nothing ran, no file was written elsewhere, no line of the log was forged.
     void expectUntouched(const std::string& where) {
         EXPECT_FALSE(fs::exists(canary)) << where;
         fs::remove(canary);
@@ -143,7 +143,7 @@ class HostileTexts : public testing::Test {
             "2[0-9]{3}-[0-9]{2}-[0-9]{2}T[0-9:.]{12}Z (DEBUG|INFO|ERROR) [^\\x01-\\x1f\\x7f]*");
         std::istringstream log(fixture.log().substr(std::min(read, fixture.log().size())));
         for (std::string text; std::getline(log, text);) {
-            // The expression's library recurses on each byte.
+            // std::regex recurses for each byte.
             EXPECT_TRUE(std::regex_match(text.substr(0, 500), kLine)) << where << ": " << text;
             EXPECT_EQ(text.find('\0'), std::string::npos) << where;
             EXPECT_EQ(text.find("\xe2\x80\xa8"), std::string::npos) << where;
@@ -280,7 +280,7 @@ TEST_F(HostileTexts, InWhatToolsPrintAndInPaths) {
         }
         if (namesAFile(text)) manager.applyConfig(bundle + "/" + text);
         if (namesAFile(text)) expectToWorkIn(odd + "/" + text);
-        fs::remove_all(odd);  // from here on the working directory is one that is gone
+        fs::remove_all(odd);  // from here on the working directory is missing
         fs::create_directory(odd);
         expectUntouched("path or output " + text);
     }

@@ -71,7 +71,7 @@ class IntegrationFixture {
         writeFile(dir / ("repo/patches/" + stem + ".zip"), bytes);
     }
 
-    /// A whole run on a manager of its own; without a content directory, in one that it makes.
+    /// A whole run on a new manager; without a content directory, in a new one.
     Map run(const std::map<std::string, std::string>& requests, const std::string& contentDir = "") {
         agent::startNewRun();
         RemediationManager manager(dir / "opt");

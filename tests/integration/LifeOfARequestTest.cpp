@@ -93,7 +93,7 @@ TEST(LifeOfARequest, BuffersThenAppliesWithoutADownload) {
     EXPECT_TRUE(boost::filesystem::is_empty(fixture.dir.path() / "var/zelor/buffer"));
 }
 
-// One record, one repository, one content cache; a content directory each. A buffering job works beside them.
+// Shared record, repository and content cache; separate content directories. A buffering job runs meanwhile.
 TEST(LifeOfARequest, SeveralManagersInOneProcess) {
     IntegrationFixture fixture;
     constexpr int kManagers = 4, kRequests = 5;
@@ -138,7 +138,7 @@ TEST(LifeOfARequest, SeveralManagersInOneProcess) {
     EXPECT_EQ(std::count(list.begin(), list.end(), '\n'), kManagers * kRequests) << list;
 }
 
-// Several getters polled from a controller's thread while the real agent works; the sanitizers watch.
+// Polls several getters from another thread while the agent works; for the sanitizers.
 TEST(LifeOfARequest, IsPolledAndCancelledFromOtherThreads) {
     IntegrationFixture fixture;
     for (int i = 0; i < 5; ++i)

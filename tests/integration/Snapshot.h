@@ -15,7 +15,7 @@ namespace zelor::test {
 /// What lies below a directory: relative path to type, mode and content.
 using Snapshot = std::map<std::string, std::string>;
 
-/// Everything below `root` but what is `except` or lies below one of those.
+/// Everything below `root` except the paths `except` and what is below them.
 inline Snapshot snapshotOf(const boost::filesystem::path& root, const std::vector<std::string>& except) {
     namespace fs = boost::filesystem;
     Snapshot snapshot;
@@ -35,7 +35,7 @@ inline Snapshot snapshotOf(const boost::filesystem::path& root, const std::vecto
     return snapshot;
 }
 
-/// The paths that came, went or changed.
+/// The paths that were added, removed or changed.
 inline std::vector<std::string> changes(const Snapshot& before, const Snapshot& after) {
     std::vector<std::string> names;
     for (const auto& [name, state] : before) {

@@ -93,15 +93,14 @@ TEST_F(SwapMatrix, NothingSignedForAnotherPlaceIsUsed) {
     const std::vector<Swap> all = swaps();
     for (const Swap& swap : all)
         fixture.addArchive(swap.stem(), swappedArchive(swap));
-    // The digest of the archive alone, of the file alone (of an archive that nobody could have swapped),
-    // both.
+    // Only the digest of the archive, only that of the file (with the good archive), or both.
     for (const Swap& swap : all)
         served[swap.stem()] = goodArchive(swap);
     expectNothingHappened(all, runSwaps(all, false, true));
     expectNothingHappened(all, runSwaps(all, true, true));
     expectNothingHappened(all, runSwaps(all, true, false));
 
-    // From the buffer no download is judged.
+    // From the buffer, where no download is checked.
     std::string list;
     for (const Swap& swap : all) {
         fs::rename(fixture.dir / ("repo/patches/" + swap.stem() + ".zip"),

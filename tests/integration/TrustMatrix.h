@@ -35,7 +35,7 @@ struct Cell {
     bool accepted() const { return cause.empty(); }
 };
 
-/// State and what the log has to say of it; nothing when the state alone refuses nothing.
+/// A state and the text that the log must have for it; "" when this state does not refuse anything.
 inline const std::vector<std::pair<std::string, std::string>> archiveStates = {
     {"good", ""},
     {"truncated", "damaged or no zip archive"},

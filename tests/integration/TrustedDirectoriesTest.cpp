@@ -35,7 +35,7 @@ struct Place {
     const char* cause;  ///< "" when a run takes it
     std::function<void(const std::string& directory)> make;
     const char* suffix = "";
-    bool asRoot = false;  ///< takes another user's files, which root alone can make
+    bool asRoot = false;  ///< needs another user's files, which only root can make
 };
 
 /// What can be where a content directory is expected: "<base>/above/content".
@@ -93,7 +93,7 @@ const std::vector<Place> kPlaces = {
      "", true},
 };
 
-TEST(TrustedDirectories, ARunUsesNoContentDirectoryThatOthersHaveAHandIn) {
+TEST(TrustedDirectories, ARunUsesNoContentDirectoryThatOthersCanChange) {
     for (const Place& place : kPlaces) {
         if (place.asRoot && geteuid() != 0) continue;
         SCOPED_TRACE(place.name);

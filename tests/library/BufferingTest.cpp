@@ -118,7 +118,7 @@ TEST_F(Buffering, FillsTheBudgetToTheByteAndNoFurther) {
     EXPECT_EQ(agent.countLogged("getting file size threw exception"), 1);
 }
 
-TEST_F(Buffering, CountsFilesOnceWhateverStandsBesideThem) {
+TEST_F(Buffering, CountsFilesOnceWhateverIsBesideThem) {
     writeFile(agent.bufferDir() + "/a", std::string(1000, 'a'));
     writeFile(agent.bufferDir() + "/sub/b", std::string(200, 'b'));
     writeFile(agent.dir / "elsewhere/c", std::string(30, 'c'));

@@ -105,7 +105,7 @@ TEST_F(Cancellation, OfTheRunStopsTheDownloadAndKeepsSuccesses) {
     EXPECT_EQ(run(), (Map{{"k1||", 4}, {"k2||", 13}, {"k3||", 13}}));
 }
 
-TEST_F(Cancellation, OfTheRequestInHandStopsItsDownloadAlone) {
+TEST_F(Cancellation, OfTheCurrentRequestStopsOnlyItsDownload) {
     agent.repository.erase("s2");
     agent.beforeDownload = [this](const std::string& stem) {
         if (stem != "s2") return;
@@ -220,7 +220,7 @@ TEST_F(Cancellation, WithdrawnBeforeItIsSeenIsNoFailure) {
         if (kind == "patch") agent.addContent("CVE-1", {{"ERI-9", "s9.sh"}});
         agent.addFile("s9.sh", "x");
         one.setovalIdMap({{"k2||", kind == "patch" ? "CVE-1" : "CCE-2"}});
-        // On a thread of its own, as a controller's: the log holds a lock meanwhile.
+        // On another thread, like a controller's: the log is locked meanwhile.
         const auto cancel = [&](const std::map<std::string, std::string>& cancelled) {
             std::thread([&] { one.setCancelRemMap(cancelled); }).join();
         };
@@ -247,7 +247,7 @@ TEST_F(Cancellation, OfOneRequestIsNoErrorOfOurs) {
               1);
 }
 
-// What the controller sets for a later run is no part of this one.
+// What the controller sets for a later run does not affect this one.
 TEST_F(Cancellation, ConcernsTheRequestsOfTheRun) {
     for (const bool exception : {false, true}) {
         RemediationManager one(agent.installPath());
@@ -276,7 +276,7 @@ TEST_F(Cancellation, KeepsItsValuesUnderManyControllers) {
             std::this_thread::yield();
         }
     };
-    // Leaves the processors to the run now and then.
+    // Yields the processors to the run now and then.
     const auto pause = [](int i) {
         if (i % 200 == 0) std::this_thread::sleep_for(std::chrono::microseconds(200));
     };

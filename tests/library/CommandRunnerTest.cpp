@@ -31,13 +31,13 @@ CommandResult shell(const std::string& command, bool mergeError = false,
     return runCommand({"/bin/sh", "-c", command}, mergeError, limit);
 }
 
-/// Whether the process whose id `text` begins with runs; one that ended and was not waited for does not.
+/// Whether the process whose id `text` begins with is running; a zombie is not.
 bool isRunning(const std::string& text) {
     const std::string state = shell("ps -o stat= -p " + std::to_string(std::stoi(text))).output;
     return !state.empty() && state.find('Z') == std::string::npos;
 }
 
-/// Closes descriptors of this process for the object's life.
+/// Closes descriptors of this process for the lifetime of the object.
 class ClosedDescriptors {
   public:
     explicit ClosedDescriptors(const std::vector<int>& descriptors) {
@@ -106,7 +106,7 @@ TEST(CommandRunner, EndsTheWholeGroupAtTheLimit) {
 }
 
 TEST(CommandRunner, ReadsToTheEndOfOutputAfterTheCommandEnded) {
-    // Longer than any grace that a runner might give: an installer's worker may take minutes.
+    // Longer than any grace period of a runner: an installer's worker may take minutes.
     const CommandResult result = shell("(sleep 6; echo late; echo last) & echo early; exit 3");
     EXPECT_EQ(result.output, "early\nlate\nlast\n");
     EXPECT_EQ(WEXITSTATUS(result.status), 3);

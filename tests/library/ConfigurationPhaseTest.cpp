@@ -89,7 +89,7 @@ TEST_F(ConfigurationPhase, TheFirstFailingBlockDecides) {
     EXPECT_EQ(agent.countLogged("never.sh"), 0);
 }
 
-TEST_F(ConfigurationPhase, ReleasesABufferedCopyOnSuccessAlone) {
+TEST_F(ConfigurationPhase, ReleasesABufferedCopyOnlyOnSuccess) {
     agent.addContent("CCE-1", {{"ERI-1", "good.ksh"}});
     agent.addContent("CCE-2", {{"ERI-2", "fail.ksh"}});
     agent.bufferFile("good.ksh", "exit 0");
@@ -102,7 +102,7 @@ TEST_F(ConfigurationPhase, ReleasesABufferedCopyOnSuccessAlone) {
 }
 
 TEST_F(ConfigurationPhase, CutsAHangingScriptOffAtTheLimit) {
-    // A minute is the smallest limit, so the script is one that ends at TERM and the test sends it.
+    // A minute is the smallest limit, so the script sends itself the TERM that the limit would.
     agent.addContent("CCE-1", {{"ERI-1", "killed.sh"}});
     agent.addFile("killed.sh", "kill -TERM $$; sleep 600");
     EXPECT_EQ(run({{"1", "CCE-1"}}), (Map{{"1", 5}}));

@@ -10,7 +10,7 @@
 namespace zelor::remediation {
 namespace {
 
-/// Acts by the names of files, and notes what it is asked for.
+/// Acts by the names of files, and records the calls.
 struct Notes : ContentActor {
     bool applied = false;
     std::ostringstream text;

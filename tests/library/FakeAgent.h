@@ -33,7 +33,7 @@ parsedEriData makeEri(const Eri& eri);
 creEriParsedData makeCre(const std::string& id, const std::vector<Eri>& eris);
 
 /// A small agent in memory and below one temporary directory: content by identifier, archives that are plain
-/// text files, signatures that are the word "good". Every hook is a place for one fault.
+/// text files, signatures that are the word "good". Each hook can inject a fault.
 class FakeAgent {
   public:
     FakeAgent();

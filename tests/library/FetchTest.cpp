@@ -176,7 +176,7 @@ TEST_F(BufferedPatches, KeepWhatAnInterruptedRewriteLeft) {
     EXPECT_EQ(agent.countLogged("had damaged lines; they are left out."), 1);
 }
 
-TEST_F(BufferedPatches, AMissingListIsNoHarm) {
+TEST_F(BufferedPatches, AMissingListIsTolerated) {
     manager.removeEntryFromBufferedPatchesFile("foo.pkg");
     EXPECT_TRUE(
         agent.logged("DEBUG",

@@ -18,7 +18,7 @@ class InstallationPhase : public testing::Test {
   protected:
     InstallationPhase() {
         manager.setContentDownloadDir(agent.contentDir());
-        // The tools write down how they were called.
+        // The tools record their arguments.
         agent.addTool("installer", "echo \"installer $*\" >> '" + commands + "'; cat \"$2\"");
         agent.addTool("softwareupdate", "echo \"softwareupdate $*\" >> '" + commands +
                                             "'; case $1 in -l) cat '" + listing + "';; *) echo Done.;; esac");

@@ -6,7 +6,7 @@
 #include "remediation/apply/ProductPhase.h"
 #include "tests/library/FakeAgent.h"
 
-// The parts behind the manager, each made from its inputs alone.
+// The parts behind the manager, each made only from its inputs.
 
 namespace zelor::remediation {
 
@@ -15,7 +15,7 @@ namespace {
 using Manager = RemediationManager;
 using Map = Progress::Map;
 
-/// What a progress needs, with the data in plain members.
+/// A Progress and its inputs as plain members.
 struct ProgressInputs {
     boost::mutex mutex;
     Map map;
@@ -25,7 +25,7 @@ struct ProgressInputs {
     Progress progress{map, duplicates, partialResults, mutex, events};
 };
 
-/// What the phases need.
+/// The inputs of the phases.
 struct PhaseInputs : ProgressInputs {
     boost::mutex cancelMutex;
     std::atomic<bool> cancelAll{false}, reboot{false}, scan{false}, failed{false}, succeeded{false},

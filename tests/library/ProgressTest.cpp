@@ -138,7 +138,7 @@ TEST_F(ProgressMap, SingleCancelsMarkKnownRequestsAgainAndAgain) {
     EXPECT_EQ(value("a"), 3U) << "an empty map withdraws the cancels";
 }
 
-// A poll brings a copy of its own up to date, by the writes since the last one or, when they are many, anew.
+// A poll updates its own copy: by the writes since the last poll or, when there are many, by a full copy.
 TEST_F(ProgressMap, EveryPollShowsEveryWrite) {
     Map expected;
     unsigned random = 1;

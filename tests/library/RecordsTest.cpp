@@ -72,7 +72,7 @@ TEST_F(InstalledPatches, LinesAreComparedWhole) {
     EXPECT_FALSE(applied({{"returned", ""}}));
 }
 
-// The record is only ever appended to, whatever a power loss or a hand left in it.
+// The record is only appended to, whatever a power loss or an editor left in it.
 TEST_F(InstalledPatches, DamageOfAnOlderCrashIsReportedAndDoesNotSpread) {
     const std::string path = agent.recordPath();
     const std::string lone(1, '\xc3');  // half of a letter
@@ -127,7 +127,7 @@ TEST_F(InstalledPatches, SeesWhatOthersDidToTheFile) {
     EXPECT_FALSE(applied({{"ERI-7", ""}}));
 }
 
-// Growth alone does not make a file the same one with something appended.
+// A file that has grown need not be the same one with something appended.
 TEST_F(InstalledPatches, CountsAsAppendedOnlyWhatItAppendedItself) {
     const std::string path = agent.recordPath();
     const auto rewrite = [&](const std::string& text) { writeFile(path, text); };
@@ -157,7 +157,7 @@ TEST_F(InstalledPatches, ItsOwnLinesAreNotReadAgain) {
     manager.addEntryInInstalledPatchesFile(0, "ERI-1");
     struct stat info {};
     ASSERT_EQ(stat(agent.recordPath().c_str(), &info), 0);
-    // Another text under the same stamp shows whether the file is read.
+    // Other text with the same modification time shows whether the file is read.
     writeFile(agent.recordPath(), "ERI-x\nERI-y\n");
     const struct timespec times[2] = {zelor::base::accessTime(info), zelor::base::modificationTime(info)};
     ASSERT_EQ(utimensat(AT_FDCWD, agent.recordPath().c_str(), times, 0), 0);
@@ -166,7 +166,7 @@ TEST_F(InstalledPatches, ItsOwnLinesAreNotReadAgain) {
 }
 
 // One writer meets the limit in the middle of its line while another's short lines still fit.
-TEST(AppendedLines, AFailedOneTakesNobodyElsesWithIt) {
+TEST(AppendedLines, AFailedOneLeavesTheOthersWhole) {
     const zelor::test::TempDir dir;
     const std::string path = dir / "record";
     struct rlimit old {};

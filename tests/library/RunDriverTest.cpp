@@ -65,7 +65,7 @@ TEST_F(RunDriver, RunsOnAThreadOfItsOwn) {
     EXPECT_TRUE(boost::filesystem::is_empty(agent.contentDir()));
 }
 
-TEST_F(RunDriver, StartsTheRecordAnewAfterAScanWhenThereIsOne) {
+TEST_F(RunDriver, EmptiesTheRecordAfterAScan) {
     struct {
         bool first, exists;
         std::string after;
@@ -88,7 +88,7 @@ TEST_F(RunDriver, StartsTheRecordAnewAfterAScanWhenThereIsOne) {
     EXPECT_FALSE(boost::filesystem::exists(agent.recordPath()));
 }
 
-// A directory in which nothing can be removed, as its owner has made it.
+// A directory whose owner has made it read-only, so that nothing can be removed.
 TEST_F(RunDriver, EmptiesARecordThatCannotBeRemoved) {
     const std::string directory = boost::filesystem::path(agent.recordPath()).parent_path().string();
     writeFile(agent.recordPath(), "old\n");
@@ -153,7 +153,7 @@ TEST_F(RunDriver, OneSuccessOutweighsFailures) {
     EXPECT_TRUE(failing.getAllRemFailed());
 }
 
-TEST_F(RunDriver, RefusesASecondRunWhileOneGoesOn) {
+TEST_F(RunDriver, RefusesASecondRunWhileOneIsActive) {
     std::vector<int> downloads;
     agent.beforeDownload = [&](const std::string&) {
         downloads.push_back(0);
@@ -173,7 +173,7 @@ TEST_F(RunDriver, RefusesASecondRunWhileOneGoesOn) {
     EXPECT_EQ(downloads.size(), 1U);
 }
 
-// A success is recorded, then a failure: from then on no read may say that all failed.
+// A success is recorded, then a failure: afterwards no read may return that all failed.
 TEST_F(RunDriver, ASuccessIsSeenByEveryReadOfTheFlags) {
     std::atomic<bool> stop{false};
     std::atomic<int> turn{0};

@@ -17,7 +17,7 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-/// Writes each event down as a line: "settled k1 5: why".
+/// Records each event as a line: "settled k1 5: why".
 class Recorder : public zelor::RunObserver {
   public:
     void started(const std::string& key, const std::string& identifier) override {
@@ -100,7 +100,7 @@ class RunObserver : public testing::Test {
     RemediationManager manager{agent.installPath()};
 };
 
-TEST_F(RunObserver, HearsEveryResultWithItsReason) {
+TEST_F(RunObserver, ReportsEveryResultWithItsReason) {
     addOs("CVE-OS");
     agent.addContent("CCE-1", {{"ERI-C1", "ok.sh", true}});
     agent.addContent("CCE-2", {{"ERI-C2", "bad.sh"}});
@@ -227,7 +227,7 @@ TEST_F(RunObserver, AnUnexpectedErrorOfTheRunIsTheReason) {
     expectLastResultsOf(manager.getRemediationProgressMap());
 }
 
-TEST_F(RunObserver, HearsWhatBecomesOfEachBufferedPatch) {
+TEST_F(RunObserver, ReportsTheOutcomeOfEachBufferedPatch) {
     Eri large{"ERI-5", "large.pkg"};
     large.size = "9000 MB";
     agent.addContent("CVE-1", {{"ERI-1", "editor.pkg"}, {"ERI-2", "there.pkg"}, {"ERI-3", "../evil.pkg"}});

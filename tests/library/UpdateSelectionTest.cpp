@@ -101,7 +101,7 @@ TEST(UpdateSelection, AHugeListingCostsOneQuestionAndAHundredLabels) {
     EXPECT_LE(selection.candidates.size(), 100U);
 }
 
-// A tool that answers from files and writes down its calls.
+// A tool that answers from files and records its calls.
 class OsUpdates : public testing::Test {
   protected:
     int install(const std::string& listing, const std::string& name, const std::string& answers) {

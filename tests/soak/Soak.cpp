@@ -1,7 +1,7 @@
-// Runs and buffering jobs in turn in one process, and whole runs of the controller beside it, with random
-// faults, cancels and kills; watches memory, descriptors, threads and children. Ends with 1 when they grow or
-// a run misbehaves. usage: zelor_soak SECONDS SEED [BYTES LEAKED AT EACH STEP]   (a leak shows that the
-// verdict can fail)
+// Runs and buffering jobs alternate in one process, with runs of the controller in others, and with random
+// faults, cancels and kills; watches memory, descriptors, threads and children. Exits with 1 when they grow
+// or a run misbehaves. usage: zelor_soak SECONDS SEED [BYTES LEAKED AT EACH STEP]   (a leak shows that the
+// test can fail)
 
 #include <dirent.h>
 #include <signal.h>
@@ -161,7 +161,7 @@ class Soak {
         fullDisks_ += bytes == RLIM_INFINITY ? 0 : 1;
     }
 
-    /// A moment before which something is cancelled; never for most.
+    /// When to cancel; never in two of three cases.
     Clock::time_point cancelTime() {
         return random() % 3 == 0 ? Clock::now() + milliseconds(random() % 400) : Clock::time_point::max();
     }
@@ -201,7 +201,7 @@ class Soak {
             try {
                 manager.bufferPatches(requests_);
             } catch (const boost::thread_interrupted&) {
-                // the way of a cancel
+                // a cancel ends it so
             }
             done = true;
         });
@@ -223,7 +223,7 @@ class Soak {
                                         {"timeout", "-s", random() % 2 == 0 ? "KILL" : "INT", time});
         kills_ += time == "60" ? 0 : 1;
         if (!ended.inTime) wrong("a process did not end");
-        // A killed process leaves its tools to themselves; the next step must not race with them.
+        // The tools of a killed process keep running; the next step must not race with them.
         std::this_thread::sleep_for(milliseconds(time == "60" ? 0 : 300));
     }
 

@@ -16,8 +16,8 @@
 
 namespace zelor::test {
 
-/// Listens on loopback, and answers whatever is asked with `begin` at once and then with `piece` every twenty
-/// milliseconds for ever.
+/// Listens on loopback, and answers every request with `begin` at once and then with `piece` every twenty
+/// milliseconds without end.
 class DripServer {
   public:
     /// What it sends.

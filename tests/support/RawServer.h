@@ -17,8 +17,8 @@
 
 namespace zelor::test {
 
-/// Listens on loopback, gives each connection the next of some answers, whatever was asked and to the byte as
-/// they are, and closes it. Nothing is left of them: nothing is sent.
+/// Listens on loopback, sends each connection the next answer byte for byte, whatever the request, and closes
+/// it. Sends nothing when there are no more answers.
 class RawServer {
   public:
     RawServer() {

@@ -11,7 +11,7 @@
 
 namespace zelor::test {
 
-/// A repository on loopback that keeps account of what was asked and misbehaves on demand.
+/// A repository on loopback that logs requests and misbehaves on demand.
 class RepositoryServer {
   public:
     struct Line {
@@ -27,7 +27,7 @@ class RepositoryServer {
     void publish(const std::string& path, const std::string& bytes) { writeFile(directory_ / path, bytes); }
     void withdraw(const std::string& path) { boost::filesystem::remove(directory_ / path); }
 
-    /// Sets what becomes of each later request; `number` counts them from 0.
+    /// Sets the fault of each later request; `number` counts them from 0.
     void onRequest(std::function<authoring::ServerFault(const authoring::ServerRequest&, int number)> fault) {
         const std::lock_guard<std::mutex> lock(mutex_);
         fault_ = std::move(fault);
@@ -43,7 +43,7 @@ class RepositoryServer {
     }
     void behave() { onRequest(nullptr); }
 
-    /// What was asked since the last call.
+    /// The requests since the last call.
     std::vector<Line> takeLog() {
         const std::lock_guard<std::mutex> lock(mutex_);
         return std::exchange(log_, {});

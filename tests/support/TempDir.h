@@ -16,7 +16,7 @@ namespace zelor::test {
 /// A temporary directory below TMPDIR.
 class TempDir {
   public:
-    // What tests make is theirs alone to write to, whatever the caller's mask.
+    // Only the user may write to what tests make, whatever the caller's mask.
     TempDir() { umask(022); }
 
     const boost::filesystem::path& path() const { return path_; }
@@ -35,7 +35,7 @@ inline void writeFile(const std::string& path, const std::string& text) {
     if (!out.flush()) throw std::runtime_error("cannot write " + path);
 }
 
-/// Another text of the same length under the time of the last change: only reading the file again shows it.
+/// Writes other text of the same length with the same modification time: only reading the file shows it.
 inline void replaceUnseen(const std::string& path, const std::string& text) {
     const std::time_t time = boost::filesystem::last_write_time(path);
     if (boost::filesystem::file_size(path) != text.size())

@@ -32,7 +32,7 @@ struct CheckTest : test::Authoring {
         writeFile(path("content/" + identifier + ".xml"), xml);
         writeFile(path("content/" + identifier + ".xml.sig"), sign(xml));
     }
-    /// Changes signed content as an author could who writes it by hand.
+    /// Changes signed content as an author could by hand.
     void edit(const std::string& identifier, const std::string& from, const std::string& to) const {
         std::string xml = readFile(path("content/" + identifier + ".xml"));
         ASSERT_NE(xml.find(from), std::string::npos) << xml;
@@ -94,20 +94,20 @@ TEST_F(CheckTest, FindsEachPlantedFaultAndSaysItsRemedy) {
              ArchiveBuilder zip;
              writeFile(path("patches/lock.zip"), zip.file("lock.bsh", good()).finish());
          },
-         "error", "patches/lock.zip", "does not hold the signature lock.sig", "publish the patch again"},
+         "error", "patches/lock.zip", "does not contain the signature lock.sig", "publish the patch again"},
         {"archive without patch",
          [&] {
              ArchiveBuilder zip;
              writeFile(path("patches/lock.zip"), zip.file("lock.sig", sign(good())).finish());
          },
-         "error", "patches/lock.zip", "does not hold \"lock.bsh\"", "publish the patch again"},
+         "error", "patches/lock.zip", "does not contain \"lock.bsh\"", "publish the patch again"},
         {"archive leaves the directory",
          [&] { script(good(), [](auto& zip) { zip.file("../../etc/x", "x"); }); }, "error",
          "patches/lock.zip", "refuse to unpack", "find out who changed it"},
         {"archive is none", [&] { writeFile(path("patches/lock.zip"), "no zip"); }, "error",
          "patches/lock.zip", "refuse to unpack", "publish the patch again"},
         {"archive holds more", [&] { script(good(), [](auto& zip) { zip.file("else.bsh", "x"); }); },
-         "warning", "patches/lock.zip", "holds \"else.bsh\" besides", "one patch in one archive"},
+         "warning", "patches/lock.zip", "also contains \"else.bsh\"", "one patch per archive"},
         {"signature beside is old", [&] { writeFile(path("patches/lock.sig"), sign("old")); }, "warning",
          "patches/lock.zip", "signature beside it", "publish the patch again"},
         {"wrong md5", [&] { edit("CCE-1", "md5=\"", "md5=\"0"); }, "error", "content/CCE-1.xml, ERI-CCE-1-1",
@@ -148,7 +148,7 @@ TEST_F(CheckTest, FindsEachPlantedFaultAndSaysItsRemedy) {
              writeFile(path("patches/editor-2.1.zip"),
                        zip.file("editor-2.1.pkg", bytes).file("editor-2.1.sig", sign(bytes)).finish());
          },
-         "error", "content/CVE-1.xml, ERI-7-1", "is no package", "pkgbuild"},
+         "error", "content/CVE-1.xml, ERI-7-1", "is not a package", "pkgbuild"},
         {"script does not parse", [&] { script("#!/bin/bash\nif true; then\n"); }, "error",
          "patches/lock.zip", "cannot parse the script: line", "correct the line", true},
         {"competing CREs", [&] { edit("CVE-1", "cpe:/a:x:two\">", "cpe:/a:x:one\">"); }, "error",
@@ -161,28 +161,28 @@ TEST_F(CheckTest, FindsEachPlantedFaultAndSaysItsRemedy) {
          },
          "warning", "content/CVE-3.xml, CRE-CVE-3", "has 2 ERIs", "one ERI for each identifier"},
         {"one ERI id twice", [&] { edit("CVE-3", "\"ERI-CVE-3-1\"", "\"ERI-8\""); }, "error",
-         "content/CVE-3.xml, ERI-8", "its id is at content/CVE-1.xml", "id of its own"},
+         "content/CVE-3.xml, ERI-8", "its id is duplicated: content/CVE-1.xml", "unique id"},
         {"knowledge-base number", [&] { edit("CVE-1", "<mskb></mskb>", "<mskb>KB1</mskb>"); }, "warning",
-         "content/CVE-1.xml, ERI-7-1", "passes it over", "leave mskb out", true},
+         "content/CVE-1.xml, ERI-7-1", "is skipped on this platform", "leave mskb out", true},
         {"own installer without silent",
          [&] {
              const std::string eri = "\"ERI-8\" reboot=\"false\">";
              edit("CVE-1", eri, eri + "<instructions>Using install option</instructions>");
          },
-         "warning", "content/CVE-1.xml, ERI-8", "the shell refuses its command",
+         "warning", "content/CVE-1.xml, ERI-8", "the shell refuses the command",
          "name the bundle's installer in silent"},
         {"image of no kind",
          [&] {
              writeFile(source + "/image.dmg", "text");
              publish();
          },
-         "warning", "patches/image.zip", "is no disk image of a known kind", "hdiutil create"},
+         "warning", "patches/image.zip", "is not a disk image of a known kind", "hdiutil create"},
         {"identifier of no kind", [&] { writeSigned("X-1", R"(<remediation identifier="X-1"/>)"); }, "error",
          "content/X-1.xml", "begins with neither", "identifier that requests name", true},
         {"archive that nobody names", [&] { writeFile(path("patches/old.zip"), "x"); }, "warning",
          "patches/old.zip", "no content names it", "remove it", true},
         {"signature of nothing", [&] { writeFile(path("content/CVE-8.xml.sig"), "x"); }, "warning",
-         "content/CVE-8.xml.sig", "not there", "remove it", true},
+         "content/CVE-8.xml.sig", "missing content", "remove it", true},
         {"something else", [&] { writeFile(path("patches/notes.txt"), "x"); }, "warning", "patches/notes.txt",
          "no agent asks for it", "remove it", true},
         {"no speed file", [&] { remove("speed.bin"); }, "warning", "speed.bin", "1024 bytes per second",
@@ -271,10 +271,10 @@ TEST(NameChecksTest, PatchNames) {
     };
     for (const Case& c : {Case{"..", "names a directory"},
                           {"a\nb.pkg", "control character"},
-                          {".pkg", "lacks a name"},
-                          {"a.", "lacks a name"},
+                          {".pkg", "has no name"},
+                          {"a.", "has no name"},
                           {"a.SIG", "collides"},
-                          {"a=b.pkg", "holds \"=\""},
+                          {"a=b.pkg", "contains \"=\""},
                           {" a.pkg", "white space"},
                           {"a.pkg.dmg", "installed as .pkg"},
                           {"a.exe", "no installer"}}) {
@@ -297,7 +297,7 @@ TEST(ContentChecksTest, CresCompeteUnlessTheLaterOneIsTheGeneralCase) {
         {"the same", "cpe:/o:a", "cpe:/a:x", "cpe:/o:a", "cpe:/a:x", "never is"},
         {"both general", "", "", "", "", "never is"},
         {"general first", "cpe:/o:a", "", "cpe:/o:a", "cpe:/a:x", "never is"},
-        {"crossing", "cpe:/o:a", "", "", "cpe:/a:x", "that one is taken"},
+        {"crossing", "cpe:/o:a", "", "", "cpe:/a:x", "the first match is used"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);

@@ -24,7 +24,7 @@ inline std::string flatPackage(const std::string& rest) {
     return std::string(kHeader, sizeof kHeader - 1) + rest;
 }
 
-/// What one run of the author's tool said and how it ended.
+/// Output and exit status of one run of the author's tool.
 struct ToolRun {
     int status = 0;
     std::string out;
@@ -41,7 +41,7 @@ inline ToolRun contentTool(const std::vector<std::string>& arguments) {
     return run;
 }
 
-/// The tool as a process of its own, with its standard output in a pipe.
+/// The tool as another process, with its standard output in a pipe.
 class ToolProcess {
   public:
     ToolProcess(std::vector<std::string> arguments, const std::string& errors) {

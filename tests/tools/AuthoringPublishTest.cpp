@@ -213,9 +213,8 @@ TEST_F(PublishTest, WhatAManifestNoLongerNamesIsWithdrawn) {
     EXPECT_THAT(check().out, HasSubstr("patches/image.zip: no content names it"));
 }
 
-/// Every entry is signed, and every archive that it names is there and good. Warnings name what agents
-/// never ask for; a digest that differs, of an archive that is newer than the content, which agents refuse
-/// till the next publication.
+/// Every entry is signed, and every archive that it names exists and is valid. Allowed are warnings, and
+/// digests of archives that are newer than the content, which agents refuse until the next publication.
 void expectWhole(const std::string& repository, const std::string& key) {
     for (const Finding& finding : checkRepository(repository, key).findings) {
         if (finding.severity == Severity::warning) continue;
@@ -223,7 +222,7 @@ void expectWhole(const std::string& repository, const std::string& key) {
     }
 }
 
-TEST_F(PublishTest, KilledAtAnyMomentItShowsNothingHalfDone) {
+TEST_F(PublishTest, KilledAtAnyTimeItShowsNothingIncomplete) {
     // Some more entries, so that showing them takes a while.
     const auto version = [&](const std::string& text, const char* image, const char* option) {
         std::string json = std::string(R"([{"identifier": "CCE-1", "file": "lock.bsh"},
@@ -255,7 +254,7 @@ TEST_F(PublishTest, KilledAtAnyMomentItShowsNothingHalfDone) {
         test::ToolProcess tool(
             {"publish", source + "/manifest.json", "--key", privateKey, "--out", repository, "--prune"},
             dir / "errors");
-        // After some of its lines, or when what it shows begins to change; and a little work of our own.
+        // After some of its lines or when the published content begins to change, and after a random delay.
         if (round % 2 == 0) {
             for (auto lines = random() % 8 + (round % 4) * 10; lines > 0 && !tool.line().empty();)
                 --lines;
@@ -322,7 +321,7 @@ TEST_F(PublishTest, WhereDirectoriesCannotBeExchangedFilesAreRenamed) {
     EXPECT_EQ(check().status, 0);
 }
 
-TEST_F(PublishTest, AFailureLeavesWhatStoodThere) {
+TEST_F(PublishTest, AFailureLeavesTheContentUnchanged) {
     ASSERT_EQ(publish().status, 0);
     auto before = stamps();
     writeFile(source + "/image.dmg", "new");

@@ -21,8 +21,8 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::Pair;
 
-/// A manifest of a script, a package and a system update; temporary directories are made where they can be
-/// seen.
+/// A manifest of a script, a package and a system update; temporary directories are made where the test sees
+/// them.
 struct RehearseTest : test::Authoring {
     std::string temporary = dir / "tmp", root = dir / "mac", order = source + "/manifest.json";
 
@@ -108,7 +108,7 @@ TEST_F(RehearseTest, AbsolutePathsLeadToTheMacsDiskAndNowhereElse) {
     for (const char* mountPoint : {"/usr", "/bin", "/dev", "/proc", "/tmp", "/etc/passwd"})
         EXPECT_FALSE(fs::exists(root + mountPoint)) << mountPoint;
     fs::create_symlink("elsewhere", root + "/usr");
-    EXPECT_THAT(rehearse("CCE-1", {"--root", root}).err, HasSubstr("/usr is no directory"));
+    EXPECT_THAT(rehearse("CCE-1", {"--root", root}).err, HasSubstr("/usr is not a directory"));
 }
 
 TEST_F(RehearseTest, WithoutASandboxNothingRunsUnlessAsked) {
@@ -125,7 +125,7 @@ TEST_F(RehearseTest, WithoutASandboxNothingRunsUnlessAsked) {
     EXPECT_THAT(run.out, AllOf(HasSubstr("No sandbox: "), HasSubstr("new      /mark\n")));
 }
 
-TEST_F(RehearseTest, AMacOfOnesOwnKeepsWhatWasInstalledAndItsSettings) {
+TEST_F(RehearseTest, AGivenMacKeepsWhatWasInstalledAndItsSettings) {
     writeFile(root + "/etc/zelor/zelor.ini", "mine");
     ToolRun run = rehearse("CVE-1", {"--root", root});
     EXPECT_EQ(run.status, 0) << run.out << run.err;
@@ -136,7 +136,7 @@ TEST_F(RehearseTest, AMacOfOnesOwnKeepsWhatWasInstalledAndItsSettings) {
 
     fs::remove(root + "/Applications/about.txt");
     EXPECT_THAT(rehearse("CVE-1", {"--root", root}).out, HasSubstr("Nothing changed on its disk."));
-    // As if killed: what was put aside comes back all the same.
+    // As after a kill: the files that were put aside are restored.
     fs::rename(root + "/etc/zelor/zelor.ini", root + "/etc/zelor/zelor.ini.before-rehearsal");
     writeFile(root + "/etc/zelor/zelor.ini", "of a rehearsal");
     EXPECT_THAT(rehearse("CVE-1", {"--root", root, "--after-scan"}).out, HasSubstr("about.txt"));

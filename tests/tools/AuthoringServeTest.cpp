@@ -40,7 +40,7 @@ TEST_F(ServeTest, AMissingDirectoryIsUnusable) {
     EXPECT_THAT(run.err, HasSubstr("none"));
 }
 
-/// Every kind of content that is shipped for rehearsals.
+/// Every kind of content that is installed for rehearsals.
 TEST_F(ServeTest, TheRehearsalContentPublishesWithoutFindings) {
     const std::string content = ZELOR_REHEARSAL_CONTENT;
     ASSERT_EQ(
@@ -51,8 +51,8 @@ TEST_F(ServeTest, TheRehearsalContentPublishesWithoutFindings) {
     EXPECT_EQ(run.status, 0) << run.out;
 }
 
-/// With the variable they change the disk that it names, without it, as on a Mac, the root, and both the
-/// same.
+/// With the variable they change the disk that it names; without it, as on a Mac, the root; both in the same
+/// way.
 TEST_F(ServeTest, SampleScriptsRunOnAMacAndOnARehearsalMac) {
     const std::string why = whyNoSandbox(), quick = "env 'BASH_FUNC_sleep%%=() { :; }' ";
     for (const char* disk : {"mac", "variable"})

@@ -65,7 +65,7 @@ TEST_F(ControllerTest, BuffersAndSaysWhatItHas) {
     EXPECT_FALSE(boost::filesystem::exists(fixture.dir / "var/zelor/content"));
 }
 
-TEST_F(ControllerTest, BufferingGivesWayToARunThatWaits) {
+TEST_F(ControllerTest, BufferingStopsForAWaitingRun) {
     authoring::ServerFault slow;
     slow.bytesPerSecond = 200'000;
     authoring::ServerFault stall;
@@ -92,14 +92,14 @@ TEST_F(ControllerTest, BufferingGivesWayToARunThatWaits) {
         fixture.clearFaults();
         fixture.takeAnswers();
         fixture.addFault("patches/one.zip", one.fault);
-        fixture.addFault("patches/two.zip", stall);  // begun at most, before the job sees its end
+        fixture.addFault("patches/two.zip", stall);  // at most started before the job stops
         options.giveWayTime = std::chrono::milliseconds(one.inHandArrives ? 60'000 : 300);
         int status = 0;
         std::atomic<bool> over{false};
         std::thread user([&] {
             while (fixture.countAnswers("/patches/one.zip") == 0 && !over)
                 std::this_thread::yield();
-            // A program may start too late for a patch that ends; for one that does not, the job waits for
+            // For a patch that ends, a program could start too late; for one that does not, the job waits for
             // it.
             std::optional<controller::WaitingSign> sign;
             if (one.inHandArrives) sign.emplace(root + "/var/zelor");

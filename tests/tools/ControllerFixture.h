@@ -14,7 +14,7 @@
 
 namespace zelor::test {
 
-/// What one run of the controller said and how it ended.
+/// Output and exit status of one run of the controller.
 struct ControllerRun {
     int status = 0;
     std::string out;
@@ -48,7 +48,7 @@ struct ControllerTest : testing::Test {
         writeFile(path, "#!/bin/sh\n" + script + "\n");
         ::chmod(path.c_str(), 0755);
     }
-    /// A command on the requests at this place.
+    /// Runs a command on the requests below the root.
     ControllerRun on(const std::string& command, const nlohmann::json& map,
                      const std::vector<std::string>& more = {}) {
         writeFile(requests, map.dump());

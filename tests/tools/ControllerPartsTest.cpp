@@ -75,7 +75,7 @@ TEST(ControllerRequests, SaysWhatIsWrongAndWhere) {
         {"[\"a\"]", {"the text is an array where an object is needed"}},
         {"\"a\"", {"the text is a string"}},
         {"{\"a\": \"CVE-1\",\n \"b\": \"x\",\n \"a\": null}", {"line 3", "\"a\" is given twice"}},
-        {"{}", {"r.json holds no request"}},
+        {"{}", {"r.json contains no request"}},
         {"{\"\\u001b[2Ja\": \"\", \"\\u001b[2Ja\": \"\"}", {"\"?[2Ja\""}},
     };
     for (const auto& one : cases) {
@@ -128,7 +128,7 @@ std::vector<std::pair<std::size_t, ProgressValue>> pairs(const std::vector<Chang
     return all;
 }
 
-TEST(ControllerResults, StandUnderTheKeysAsGiven) {
+TEST(ControllerResults, UseTheKeysAsGiven) {
     using Pairs = std::vector<std::pair<std::size_t, ProgressValue>>;
     // The library reports the second and third under "a"; "a,b" sorts between the keys but not the report
     // keys.
@@ -157,7 +157,7 @@ RequestResult settled(const std::string& key, unsigned long value, const std::st
 }
 
 TEST(ControllerResults, KeepInvalidRequestsApart) {
-    // Both are reported under "a", and the library knows the second one alone.
+    // Both are reported under "a", and the library knows only the second one.
     ResultTable table({{"a||oval:1", ""}, {"a||oval:2", "CVE-2"}});
     table.setInvalid({{"a||oval:1", "line 1: ..."}});
     EXPECT_EQ(pairs(table.apply({})), (std::vector<std::pair<std::size_t, ProgressValue>>{{0, 8}}));

@@ -14,7 +14,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
-/// Everything below a directory but the log and the cache of content: path, kind, time and bytes.
+/// Everything below a directory except the log and the cache of content: path, kind, time and bytes.
 std::map<std::string, std::string> snapshot(const std::string& root) {
     std::map<std::string, std::string> all;
     for (const auto& entry : fs::recursive_directory_iterator(root)) {
@@ -28,7 +28,7 @@ std::map<std::string, std::string> snapshot(const std::string& root) {
 }
 
 struct ControllerPlanTest : ControllerTest {
-    /// softwareupdate lists the file "listing", and installing a label takes its line away.
+    /// softwareupdate lists the file "listing", and installing a label removes its line.
     void listUpdates(const std::string& listing) {
         const std::string file = fixture.dir / "tools/listing";
         writeFile(file, listing);
@@ -55,7 +55,7 @@ struct ControllerPlanTest : ControllerTest {
     }
 };
 
-TEST_F(ControllerPlanTest, ChangesNothingAndForetellsTheRun) {
+TEST_F(ControllerPlanTest, ChangesNothingAndPredictsTheRun) {
     listUpdates("   * OSXUpd10.10.5-10.10.5\n   * Command Line Tools (OS X 10.10)-6.0\n   * Safari9.0-9.0\n");
     fixture.addScript("CCE-1", "good", "exit 0\n");
     fixture.addScript("CCE-2", "before", "exit 1\n");
@@ -102,8 +102,9 @@ TEST_F(ControllerPlanTest, ChangesNothingAndForetellsTheRun) {
     for (const char* part :
          {"in the buffer, but refused: ", "signature good", "fetched.pkg, 2 GB, to download",
           "ERI-CCE-2 is recorded as applied", "E-2 is not applied: E-1 of the same CRE is recorded by then",
-          "\"2 GB\" counts as 2 bytes", "names more than two CPEs", "no installer takes it",
-          "\"Command Line Tools (OS X 10.10)-6.0\" is taken by a word", "6 to apply, 1 applied already"})
+          "\"2 GB\" counts as 2 bytes", "names more than two CPEs", "no installer accepts it",
+          "\"Command Line Tools (OS X 10.10)-6.0\" is selected only by a word",
+          "6 to apply, 1 applied already"})
         EXPECT_THAT(shown.out, HasSubstr(part));
     const json plan = json::parse(planned.out);
     on("run", map, {"--json", fixture.dir / "out.json"});
@@ -145,7 +146,7 @@ TEST_F(ControllerPlanTest, ForeseesWhatMissingDigestsRefuse) {
     EXPECT_THAT(plan.dump(), HasSubstr("gives no digest of good.zip"));
 }
 
-TEST_F(ControllerPlanTest, EndsByWhatStandsInTheWay) {
+TEST_F(ControllerPlanTest, ExitStatusSaysWhatPreventsRequests) {
     fixture.addScript("CCE-1", "good", "exit 0\n");
     EXPECT_EQ(on("plan", {{"cpe:/o:a", "CCE-1"}}).status, 0);
     EXPECT_EQ(on("plan", {{"cpe:/o:a", "CCE-9"}}).status, 3);
@@ -179,7 +180,7 @@ TEST_F(ControllerPlanTest, WritesJsonWhereItIsAsked) {
     EXPECT_EQ(readJson("requests.json").size(), 1U);
 }
 
-// The decisions alone, on facts in memory.
+// Only the decisions, on facts in memory.
 
 parsedEriData block(const std::string& eri, const std::string& patch, const std::string& instructions = "") {
     parsedEriData data;
@@ -249,7 +250,7 @@ TEST_F(PlanDecisions, ForeseeUpdatesOfTheSystem) {
          "10.10",
          {"Command Line Tools (OS X 10.10)-6"},
          4,
-         "by a word in its label alone"},
+         "only by a word in its label"},
         {{" * OS X SecUpd-7\n"},
          "Apple Mac OS X",
          "10.10",
@@ -284,7 +285,7 @@ TEST_F(PlanDecisions, ForeseeUpdatesOfTheSystem) {
     EXPECT_EQ(twice.requests.at(1).expected, 5U) << "the first request installs it";
 }
 
-TEST_F(PlanDecisions, TellWhatSurprises) {
+TEST_F(PlanDecisions, WarnOfSurprises) {
     contents = {{"CVE-1", {block("E1", "foo.pkg")}},
                 {"CVE-2", {block("E2", "barfoo.pkg")}},
                 {"CVE-3", {block("E3", "bundle.framework.app.tgz")}},
@@ -320,7 +321,7 @@ TEST_F(PlanDecisions, TellWhatSurprises) {
 TEST_F(PlanDecisions, WarnOfImagesThatReadSuccessUninstalled) {
     contents = {{"CVE-1", {block("E1", "copied.dmg")}}, {"CVE-2", {block("E2", "run.dmg")}}};
     RecordAccess::instructions(contents["CVE-2"][0]) = "Using install option";
-    const char* refusedCommand = "runs nothing: the shell refuses its command";
+    const char* refusedCommand = "nothing runs: the shell refuses the command";
     EXPECT_THAT(
         warnings(only("cpe:/a:1", "CVE-1")),
         AllOf(HasSubstr("cannot be attached"), Not(HasSubstr(refusedCommand)), Not(HasSubstr("/m "))));
@@ -339,9 +340,9 @@ TEST_F(PlanDecisions, WarnOfNamesThatARunIgnores) {
     contents["CCE-1"] = {block("E1", "set.bsh")};
     facts.platformCpe = "cpe:/o:this";
     const std::map<std::string, std::string> reported = {
-        {"hello", "\"hello\" is no CPE 2.2 name"},
+        {"hello", "\"hello\" is not a CPE 2.2 name"},
         {"cpe:/h:x", "it counts for cpe:/o:this, without a product"},
-        {"cpe:/o:x,Editor||Editor", "\"Editor\" is no CPE 2.2 name"},
+        {"cpe:/o:x,Editor||Editor", "\"Editor\" is not a CPE 2.2 name"},
         {"cpe:/o:x,cpe:2.3:a:y:z:1:*:*:*:*:*:*:*", "write it in CPE 2.2, \"cpe:/a:y:z:1\""},
         {"cpe:2.3:x", "write it in CPE 2.2, \"cpe:/a:vendor:product:version\""}};
     for (const auto& [key, warning] : reported) {

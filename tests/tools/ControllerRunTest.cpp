@@ -123,8 +123,8 @@ TEST_F(ControllerTest, RefusesWhatCannotWorkAndChangesNothing) {
         {"[Repository\n", {}, "zelor.ini, line 1"},
         {good, {"--content-dir", "content"}, "absolute path"},
         {good, {"--content-dir", "/x/../etc"}, "absolute path"},
-        {good, {"--content-dir", "/var"}, "holds other files of the agent"},
-        {good, {"--content-dir", "/"}, "holds other files of the agent"},
+        {good, {"--content-dir", "/var"}, "contains other files of the agent"},
+        {good, {"--content-dir", "/"}, "contains other files of the agent"},
         {good, {"--content-dir", "/content"}, "nobody else may enter"},
         {good, {"--install-path", "/"}, "root itself"},
         {good, {"--json", "-", "--events", "-"}, "cannot share standard output"},
@@ -262,7 +262,7 @@ struct ControllerLimitTest : ControllerTest {
         result.err = testing::internal::GetCapturedStderr();
         return result;
     }
-    /// How long `work` goes on after a signal that comes when it has asked the server.
+    /// How long `work` runs after a signal that comes when it has asked the server.
     static double secondsToEnd(const DripServer& server, const std::function<void()>& work) {
         std::atomic<bool> over{false};
         std::chrono::steady_clock::time_point signalled;
@@ -346,7 +346,7 @@ TEST_F(ControllerTest, SaysSoWhenItsResultsAreLost) {
             EXPECT_THAT(result.output, HasSubstr("status=4")) << arguments << output;
         }
     }
-    // Whatever opens a file first must not get the number of the closed descriptor.
+    // The first file that is opened must not get the number of the closed descriptor.
     for (const std::string arguments : {"run requests.json", "run requests.json --json -", "status",
                                         "plan requests.json", "run requests.json --events events"}) {
         const base::CommandResult result =
@@ -358,7 +358,7 @@ TEST_F(ControllerTest, SaysSoWhenItsResultsAreLost) {
     EXPECT_EQ(platform::runShell(program + "run requests.json --quiet --root . >&-").status, 0);
 }
 
-TEST_F(ControllerTest, WorksAloneAtItsPlace) {
+TEST_F(ControllerTest, OnlyOneRunAtATime) {
     const base::UniqueFd other =
         base::openFile(fixture.dir / "var/zelor/remediate.lock", O_RDWR | O_CREAT, 0600);
     ASSERT_EQ(::flock(other.get(), LOCK_EX | LOCK_NB), 0);
@@ -387,7 +387,7 @@ TEST_F(ControllerTest, WaitsForAnotherRun) {
     other = base::openFile(lockFile, O_RDWR);
     ASSERT_EQ(::flock(other.get(), LOCK_EX | LOCK_NB), 0);
     std::thread user([&] {
-        // Before its handler is there, the signal would end the test.
+        // Without its handler the signal would end the test.
         struct sigaction action {};
         do {
             ::sigaction(SIGINT, nullptr, &action);
@@ -398,8 +398,8 @@ TEST_F(ControllerTest, WaitsForAnotherRun) {
     user.join();
 }
 
-TEST_F(ControllerTest, ASignalCancelsAndWaitsForTheStepInHand) {
-    // The script says that it began, and goes on once the signal was sent.
+TEST_F(ControllerTest, ASignalCancelsAndWaitsForTheCurrentStep) {
+    // The script reports its start, and continues when the signal was sent.
     ASSERT_EQ(::mkfifo((fixture.dir / "began").c_str(), 0600), 0);
     ASSERT_EQ(::mkfifo((fixture.dir / "goOn").c_str(), 0600), 0);
     fixture.addScript(
@@ -420,7 +420,7 @@ TEST_F(ControllerTest, ASignalCancelsAndWaitsForTheStepInHand) {
     EXPECT_THAT(run.out, HasSubstr("Cancelling"));
 }
 
-TEST_F(ControllerTest, ResultsHoldToTheirSchemaAndTellCausesApart) {
+TEST_F(ControllerTest, ResultsMatchTheirSchemaAndDistinguishCauses) {
     const JsonSchema schema(json::parse(readFile(ZELOR_RESULTS_SCHEMA)));
     fixture.addScript("CCE-1", "good", "exit 0\n");
     fixture.addScript("CCE-2", "forged", "exit 0\n");

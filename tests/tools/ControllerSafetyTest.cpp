@@ -1,4 +1,4 @@
-// Other users of the machine, a killed controller, and what the environment brings.
+// Other users of the machine, a killed controller, and the environment.
 
 #include <fcntl.h>
 #include <signal.h>
@@ -44,7 +44,7 @@ struct ControllerSafety : ControllerTest {
 };
 
 TEST_F(ControllerSafety, OtherUsersCannotHoldTheLock) {
-    // What everybody may open is no lock: another user could hold it for ever.
+    // Files that others can open are not used as locks: another user could hold them without end.
     const base::UniqueFd directory = base::openFile(fixture.dir / "var/zelor/unzip", O_RDONLY | O_DIRECTORY);
     ASSERT_EQ(::flock(directory.get(), LOCK_EX | LOCK_NB), 0);
     EXPECT_EQ(on("run", kOneScript).status, 0);
@@ -79,7 +79,7 @@ TEST_F(ControllerSafety, WhatIsNotOursIsNoLockFile) {
     EXPECT_THAT(on("run", kOneScript).err, HasSubstr("belongs to another user"));
 }
 
-// A script goes on after its controller was killed; the next run does not start it beside itself.
+// A script keeps running after its controller was killed; the next run does not start it again meanwhile.
 TEST_F(ControllerSafety, ARunWaitsForTheScriptOfAKilledOne) {
     fixture.addScript(
         "CCE-1", "slow",
@@ -110,8 +110,8 @@ TEST_F(ControllerSafety, ARunWaitsForTheScriptOfAKilledOne) {
     EXPECT_FALSE(fs::exists(fixture.dir / "together"));
 }
 
-// A service that a script leaves behind is no command that goes on.
-TEST_F(ControllerSafety, AServiceOfAKilledRunHoldsNobodyUp) {
+// A service that a script leaves behind does not count as a running command.
+TEST_F(ControllerSafety, AServiceOfAKilledRunDoesNotBlock) {
     fixture.addScript("CCE-1", "service",
                       "cd '" + root +
                           "'; first=yes; [ -e began ] && first=no; touch began\n"
@@ -143,7 +143,7 @@ TEST_F(ControllerSafety, SettingsAndKeysThatOthersCanChangeAreRefused) {
         ASSERT_EQ(::chmod(row.path.c_str(), row.good), 0);
         EXPECT_EQ(on("run", kOneScript).status, 0) << row.path;
     }
-    // A link is judged, and what it leads to.
+    // Both a link and its target are checked.
     const std::string target = fixture.dir / "etc/settings";
     fs::rename(iniFile, target);
     fs::create_symlink("../settings", iniFile);
@@ -152,7 +152,7 @@ TEST_F(ControllerSafety, SettingsAndKeysThatOthersCanChangeAreRefused) {
     EXPECT_THAT(on("run", kOneScript).err, HasSubstr("others may write to " + target));
     ASSERT_EQ(::chmod(target.c_str(), 0644), 0);
     fs::rename(target, iniFile);
-    // With the mask 002 of a user whose group is his alone.
+    // With the mask 002 of a user who is the only member of a group.
     ASSERT_EQ(::chmod((fixture.dir / "etc/zelor").c_str(), 0775), 0);
     ASSERT_EQ(::chmod(iniFile.c_str(), 0664), 0);
     EXPECT_EQ(on("run", kOneScript).status, 0);
@@ -182,7 +182,7 @@ TEST_F(ControllerSafety, OutputsFollowNoLinksAndSpareDevices) {
     EXPECT_EQ(on("plan", kOneScript, {"--json", fixture.dir / "link"}).status, 2);
     EXPECT_EQ(readFile(fixture.dir / "target"), "kept");
     EXPECT_FALSE(fs::exists(fixture.dir / "nothing"));
-    // The system's own links to open descriptors are what a shell's user means.
+    // The system's links to open descriptors are followed, as a shell's user expects.
     for (const std::string arguments : {"run requests.json --quiet --json /dev/stdout | cat",
                                         "run requests.json --quiet --events /dev/fd/5 5>&1",
                                         "run requests.json --quiet --json /dev/stdout >out; cat out",
@@ -199,7 +199,7 @@ TEST_F(ControllerSafety, AFileSizeLimitEndsWithAMessage) {
     EXPECT_THAT(run.output, HasSubstr("File too large"));
 }
 
-TEST_F(ControllerSafety, HarmfulVariablesReachNobody) {
+TEST_F(ControllerSafety, HarmfulVariablesAreRemoved) {
     fixture.addScript("CCE-1", "variables",
                       "/usr/bin/env >'" + fixture.dir / "environment" + "'\nls -d . || exit 1\n");
     const std::string keyLog = fixture.dir / "keys.log";

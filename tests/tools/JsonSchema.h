@@ -7,12 +7,12 @@
 
 namespace zelor::test {
 
-/// Holds a value to the part of JSON Schema that this project's schemas use; a keyword beyond it is an error.
+/// Validates a value by the part of JSON Schema that this project's schemas use; other keywords are errors.
 class JsonSchema {
   public:
     explicit JsonSchema(nlohmann::json schema) : root_(std::move(schema)) {}
 
-    /// The first place that does not fit and why; "" when all does.
+    /// The first place that is invalid and why, or "".
     std::string problem(const nlohmann::json& value) const { return check(root_, value, "$"); }
 
   private:

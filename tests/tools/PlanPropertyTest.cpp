@@ -20,17 +20,17 @@
 #include "remediation/fetch/PatchName.h"
 #include "tests/library/FakeAgent.h"
 
-// Random worlds in which `makePlan` must foretell what RemediationManager does: the value of every request,
+// Random worlds in which `makePlan` must predict what RemediationManager does: the value of every request,
 // the content it asks for, every download and every command in their order. The agent is the one of the
-// library's tests, and commands reach a Mac in memory on which no installer fails. One archive per stem holds
-// the one file that is meant; nothing is in the content directory when a run begins.
+// library's tests, and commands run on a Mac in memory on which no installer fails. There is one archive per
+// stem, with the one file expected; the content directory is empty when a run begins.
 namespace zelor::test {
 namespace {
 
 namespace fs = boost::filesystem;
 using Values = std::map<std::string, unsigned long>;
 
-/// The Mac's side of every command, and what was done in its order.
+/// Executes the commands, and records what was done in order.
 struct FakeMac {
     std::vector<std::string> labels;  ///< of the listed updates
     bool labelled = false;            ///< the newer form of listings
@@ -116,7 +116,7 @@ bool isFetchable(const std::string& name) {
     return remediation::checkFetchable(name).has_value();
 }
 
-/// Everything by one seed.
+/// A world that is determined by its seed.
 class World {
   public:
     explicit World(unsigned seed) : random_(seed) {
@@ -164,7 +164,7 @@ class World {
         return facts;
     }
 
-    /// What `plan` says and the run did that differs, "" for nothing.
+    /// The differences between the plan and the run, "" for none.
     std::string difference(const controller::PlanFacts& facts) {
         const controller::Plan plan = controller::makePlan(requests_, facts);
         for (const controller::PlannedRequest& request : plan.requests)
@@ -186,7 +186,7 @@ class World {
         return out.str();
     }
 
-    /// Kinds of requests with the values that were foreseen for them.
+    /// Kinds of requests with the values that were predicted for them.
     const std::set<std::string>& foreseen() const { return foreseen_; }
 
     std::string describe() {
@@ -304,7 +304,7 @@ class World {
         manager.concertedRemediationStart();
         reboot_ = manager.getRebootNeeded();
     }
-    /// The agent unpacks plain files; the installer of bundles takes directories alone.
+    /// The agent unpacks plain files; the installer of bundles accepts only directories.
     void makeBundles() { exchangeBundles(fs::regular_file); }
     void removeBundles() { exchangeBundles(fs::directory_file); }
     void exchangeBundles(fs::file_type from) {
@@ -364,7 +364,7 @@ struct PlanProperty : testing::Test {
     }
 };
 
-TEST_F(PlanProperty, ForetellsEveryRequestOfRandomWorlds) {
+TEST_F(PlanProperty, PredictsEveryRequestOfRandomWorlds) {
     std::set<std::string> foreseen;
     for (unsigned seed = 1; seed <= kWorlds && !HasFailure(); ++seed) {
         World world(seed);
@@ -379,7 +379,7 @@ TEST_F(PlanProperty, ForetellsEveryRequestOfRandomWorlds) {
     std::cout << kWorlds << " worlds\n";
 }
 
-// The test above would see it: each of these turns one decision of the plan round.
+// Each of these inverts one decision of the plan, which the test above would notice.
 TEST_F(PlanProperty, DetectsAPlanThatDecidesOtherwise) {
     const std::map<std::string, void (*)(controller::PlanFacts&)> turns = {
         {"recorded ERIs", [](auto& facts) { facts.isRecorded = [](const auto&) { return false; }; }},
@@ -417,7 +417,7 @@ extern "C" int fsync(int) {
 
 namespace zelor::base {
 
-// In place of the library's own: commands go to the Mac in memory.
+// Replaces the library's function: commands go to the Mac in memory.
 CommandResult runCommand(const std::vector<std::string>& argv, bool, std::chrono::seconds) {
     CommandResult result;
     result.started = result.waited = true;

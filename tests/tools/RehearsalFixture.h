@@ -29,7 +29,7 @@ struct MacRun {
     std::string err;
 };
 
-/// As readFile, at the speed that a flood needs.
+/// Like readFile, but fast enough for a flood.
 inline std::string wholeFile(const std::string& path) {
     std::ostringstream text;
     text << std::ifstream(path, std::ios::binary).rdbuf();
@@ -43,7 +43,7 @@ struct RehearsalMac : testing::Test {
 
     RehearsalMac() { run({ZELOR_REHEARSAL_PROGRAM, "init", tools, "--root", root, "--os", "10.10.5"}); }
 
-    /// Starts the words; the first is a path, or looked up in `path`. A run of more than `limit` seconds gets
+    /// Runs a command; its first word is a path, or looked up in `path`. After `limit` seconds it gets
     /// SIGALRM.
     pid_t start(const Words& words, const std::string& path, const std::string& streams, unsigned limit) {
         const pid_t child = fork();
@@ -81,7 +81,7 @@ struct RehearsalMac : testing::Test {
         return run(arguments, "", limit);
     }
 
-    /// The program under its own name in the tools directory; must succeed.
+    /// Runs the program under its own name in the tools directory; must succeed.
     MacRun mac(const Words& arguments) {
         MacRun result = tool("zelor-rehearsal", arguments);
         EXPECT_EQ(result.exit, 0) << result.err;
@@ -118,7 +118,7 @@ inline std::map<std::string, std::string> treeOf(const std::string& directory) {
     return tree;
 }
 
-/// A source directory with what bundles hold: nested links, modes, blanks, other letters, deep directories.
+/// A source directory like a bundle: nested links, modes, blanks, non-ASCII letters, deep directories.
 inline void makeSource(const std::string& directory) {
     namespace fs = boost::filesystem;
     const std::string framework = directory + "/Ex ample.app/Contents/Frameworks/X.framework";

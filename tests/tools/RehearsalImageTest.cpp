@@ -101,7 +101,7 @@ TEST_F(RehearsalImage, StaysBusyWhileTheFaultIsOn) {
         EXPECT_EQ(run.err, "hdiutil: couldn't eject \"disk2\" - Resource busy\n");
         EXPECT_TRUE(fs::is_empty(mountPoint));
     }
-    run = attach();  // the stuck disk keeps its number, not its place
+    run = attach();  // the stuck disk keeps its number, but not its mount point
     EXPECT_THAT(run.out, testing::StartsWith("/dev/disk3 "));
     EXPECT_EQ(tool("hdiutil", {"detach", "-force", mountPoint}).out, "\"disk3\" ejected.\n");
     mac({"fault", "--image", "Example Disk", "ok"});

@@ -103,7 +103,7 @@ TEST_F(RehearsalPackage, NoticesDamage) {
     const MacRun run = install();
     EXPECT_EQ(run.exit, 1);
     EXPECT_THAT(run.out + run.err, Not(HasSubstr("successful")));
-    // What init wrote is all there is.
+    // Only what init wrote exists.
     for (const fs::directory_entry& entry : fs::directory_iterator(root))
         EXPECT_EQ(entry.path().filename(), "etc");
 }

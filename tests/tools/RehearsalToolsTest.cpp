@@ -122,7 +122,7 @@ TEST_F(RehearsalTools, HangsDiesAndFloods) {
     addUpdate("Noise", {"--outcome", "binary"});
     MacRun run = tool("softwareupdate", {"-i", "Hang"}, 1);
     EXPECT_EQ(WTERMSIG(run.status), SIGALRM);
-    EXPECT_EQ(run.out, "");  // what it would have said sits in its buffer
+    EXPECT_EQ(run.out, "");  // its output was still buffered
     run = tool("softwareupdate", {"-i", "Die"});
     EXPECT_EQ(WTERMSIG(run.status), SIGKILL);
     run = tool("softwareupdate", {"-i", "Flood"});
