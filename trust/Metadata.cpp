@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::size_t kSignaturesLimit = 1024;
 constexpr std::size_t kDelegationsLimit = 65'536;
-constexpr std::size_t kRoleNameLimit = 200;
+constexpr std::size_t kRoleNameLimit = 200;  ///< of the file name, without its ending
 
 /// What was read, unless there was a fault.
 template <class Value>
@@ -82,10 +82,13 @@ std::vector<std::string> readTexts(JsonReader& reader, const Json& parent, const
     return texts;
 }
 
-/// A role's file is kept under its name: the name of a top-level role would replace that one's.
+/// A role's file is kept under its name: the name of a top-level role, which file systems may know in any
+/// case, would replace that one's.
 bool isDelegatedName(const std::string& name) {
-    return !name.empty() && name.size() <= kRoleNameLimit && !base::hasControlCharacter(name) &&
-           name != kRootRole && name != kTimestampRole && name != kSnapshotRole && name != kTargetsRole;
+    const std::string lower = base::lowerCased(name);
+    return !name.empty() && percentEncoded(name).size() <= kRoleNameLimit &&
+           !base::hasControlCharacter(name) && lower != kRootRole && lower != kTimestampRole &&
+           lower != kSnapshotRole && lower != kTargetsRole;
 }
 
 Delegation readDelegation(JsonReader& reader, const Json& role) {

@@ -208,6 +208,8 @@ TEST(Metadata, ThatIsMalformedIsRefused) {
         {R"({"delegations": {"keys": {}, "roles": {}}})", "\"roles\" is not an array"},
         {R"({"delegations": {"keys": {}, "roles": [{"name": "root", "keyids": [], "threshold": 1, "paths": []}]}})",
          "may not be named \"root\""},
+        {R"({"delegations": {"keys": {}, "roles": [{"name": "Root", "keyids": [], "threshold": 1, "paths": []}]}})",
+         "may not be named \"Root\""},
         {R"({"delegations": {"keys": {}, "roles": [{"name": "r", "keyids": [], "threshold": 0, "paths": []}]}})",
          "\"threshold\" is not"},
         {R"({"delegations": {"keys": {}, "roles": [{"name": "r", "keyids": [], "threshold": 1}]}})",
