@@ -10,7 +10,7 @@ namespace zelor::authoring {
 
 namespace exitStatus {
 constexpr int kGood = 0;
-constexpr int kFailed = 1;  ///< or check found errors
+constexpr int kFailed = 1;  ///< or check found errors, or import no rule to import
 constexpr int kUnusable = 2;
 constexpr int kInterrupted = 130;  ///< rehearse, by a signal
 }  // namespace exitStatus
@@ -48,6 +48,23 @@ struct CheckOptions {
     bool warningsAsErrors = false;
 };
 int runCheck(const CheckOptions& options);
+
+struct ImportMscpOptions {
+    std::string directory;
+    std::string os;
+    std::string benchmark;  ///< "" for all rules, with the recommended values
+    std::string out;
+};
+/// Imports rules of the macOS Security Compliance Project.
+int runImportMscp(const ImportMscpOptions& options);
+
+struct ImportXccdfOptions {
+    std::string dataStream;
+    std::string profile;  ///< "" for all rules, with the default values
+    std::string out;
+};
+/// Imports the bash fixes of an XCCDF benchmark.
+int runImportXccdf(const ImportXccdfOptions& options);
 
 struct RehearseOptions {
     std::string manifest;
