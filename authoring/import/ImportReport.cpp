@@ -41,7 +41,7 @@ base::Result<ImportHistory> parseImportReport(const std::string& json) {
     return history;
 }
 
-std::string importReport(const RuleSet& rules, const ImportHistory& history) {
+std::string importReport(const RuleSet& rules, const ImportHistory& history, const ImportSummary& summary) {
     Json list = Json::array(), entries = Json::object();
     for (const ImportedRule& rule : rules.rules) {
         Json one = {{"rule", oneLine(rule.rule)},
@@ -54,8 +54,17 @@ std::string importReport(const RuleSet& rules, const ImportHistory& history) {
     for (const auto& [identifier, known] : history.entries)
         entries[identifier] = {
             {"number", known.number}, {"sha256", known.sha256}, {"current", known.current}};
-    return dumped(
-        {{"source", history.source}, {"choice", rules.choice}, {"rules", list}, {"entries", entries}});
+    const Json changes = {{"new", summary.added},
+                          {"changed", summary.changed},
+                          {"gone", summary.gone},
+                          {"unchanged", summary.unchanged}};
+    return dumped({{"source", history.source},
+                   {"choice", rules.choice},
+                   {"imported", summary.imported},
+                   {"leftOut", summary.leftOut},
+                   {"changes", changes},
+                   {"rules", list},
+                   {"entries", entries}});
 }
 
 std::string importManifest(const RuleSet& rules, const ImportHistory& history) {

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <cstddef>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "authoring/import/ImportedRule.h"
 #include "base/Result.h"
@@ -21,14 +23,24 @@ struct ImportHistory {
     std::map<std::string, KnownEntry> entries;  ///< by identifier
 };
 
+/// What an import wrote.
+struct ImportSummary {
+    std::size_t imported = 0;                       ///< rules
+    std::map<std::string, std::size_t> leftOut;     ///< rules by reason
+    std::vector<std::string> added, changed, gone;  ///< identifiers, against the import before
+    std::size_t unchanged = 0;                      ///< identifiers
+    bool first = true;                              ///< there was no import before
+};
+
 /// The id of an imported script: ERI-CCE-90001-1-2.
 std::string eriId(const std::string& identifier, long number);
 
 /// Reads a report. Fails when it is none, or has what no import wrote.
 base::Result<ImportHistory> parseImportReport(const std::string& json);
 
-/// The report as JSON: the source, every rule with what became of it, and the history.
-std::string importReport(const RuleSet& rules, const ImportHistory& history);
+/// The report as JSON: the source, every rule with what became of it, the counts, what changed, and
+/// the history.
+std::string importReport(const RuleSet& rules, const ImportHistory& history, const ImportSummary& summary);
 
 /// The manifest of the rules that are imported.
 std::string importManifest(const RuleSet& rules, const ImportHistory& history);

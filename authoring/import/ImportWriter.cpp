@@ -53,7 +53,7 @@ void leaveOutRepetitions(RuleSet& rules) {
         for (const std::string& identifier : rule.identifiers) {
             const auto owner = owners.find(identifier);
             if (owner != owners.end())
-                leaveOut(rule, "its identifier " + identifier + " is that of " + oneLine(owner->second));
+                leaveOut(rule, "an earlier rule has its identifier: " + oneLine(owner->second));
         }
         if (!rule.reason.empty()) continue;
         for (const std::string& identifier : rule.identifiers)
@@ -61,23 +61,31 @@ void leaveOutRepetitions(RuleSet& rules) {
     }
 }
 
-/// Leaves out what bash cannot parse. Each script is a process of its own, so several run at a time.
+/// Why bash cannot parse a text, "" when it can. Uses `file`, which is gone afterwards.
+std::string whyNotParsed(const std::string& text, const std::string& file) {
+    base::UniqueFd opened = base::openFile(file, O_WRONLY | O_CREAT | O_EXCL, 0600);
+    if (!opened || !base::writeAll(opened.get(), text) || !opened.close())
+        return "it could not be parsed: " + base::errorText(errno);
+    const Findings findings = scriptFindings("", file);
+    ::unlink(file.c_str());
+    return findings.empty() ? "" : oneLine(findings[0].what);
+}
+
+/// Leaves out what bash cannot parse. The texts of the source are parsed alone too: one that ends the
+/// function that it is put into would take part in what the script reports. Several run at a time.
 void leaveOutUnparsed(RuleSet& rules) {
     const base::TemporaryDirectory directory("zelor-import");
     std::atomic<std::size_t> next{0};
     const auto work = [&] {
         for (std::size_t i = next++; i < rules.rules.size(); i = next++) {
             ImportedRule& rule = rules.rules[i];
-            if (!rule.reason.empty()) continue;
-            const std::string file = directory.path() + '/' + std::to_string(i);
-            base::UniqueFd opened = base::openFile(file, O_WRONLY | O_CREAT | O_EXCL, 0600);
-            if (!opened || !base::writeAll(opened.get(), rule.script) || !opened.close()) {
-                leaveOut(rule, "bash could not be asked about it: " + base::errorText(errno));
-                continue;
+            std::vector<std::string> texts = rule.texts;
+            texts.push_back(rule.script);
+            for (const std::string& text : texts) {
+                if (!rule.reason.empty()) break;
+                const std::string why = whyNotParsed(text, directory.path() + '/' + std::to_string(i));
+                if (!why.empty()) leaveOut(rule, why);
             }
-            const Findings findings = scriptFindings("", file);
-            if (!findings.empty()) leaveOut(rule, oneLine(findings[0].what));
-            ::unlink(file.c_str());
         }
     };
     std::vector<std::thread> workers(std::max(1U, std::thread::hardware_concurrency()));
@@ -85,6 +93,14 @@ void leaveOutUnparsed(RuleSet& rules) {
         worker = std::thread(work);
     for (std::thread& worker : workers)
         worker.join();
+}
+
+/// Counts what became of the rules. What follows the colon of a reason is different for each.
+void count(const RuleSet& rules, ImportSummary& summary) {
+    for (const ImportedRule& rule : rules.rules) {
+        if (rule.reason.empty()) ++summary.imported;
+        if (!rule.reason.empty()) ++summary.leftOut[rule.reason.substr(0, rule.reason.find(": "))];
+    }
 }
 
 /// Brings the history up to date with what is imported now.
@@ -133,7 +149,7 @@ void write(const RuleSet& rules, const ImportHistory& history, const ImportSumma
              std::set<std::string>(rule.identifiers.begin(), rule.identifiers.end()))
             add("scripts/" + identifier + ".bsh", rule.script);
     }
-    add("import.json", importReport(rules, history));
+    add("import.json", importReport(rules, history, summary));
     add("manifest.json", importManifest(rules, history));
     files.commit();
     for (const std::string& identifier : summary.gone)
@@ -150,10 +166,7 @@ ImportSummary writeImport(RuleSet& rules, const std::string& out) {
     leaveOutUnparsed(rules);
     leaveOutRepetitions(rules);
     compare(rules, history, summary);
-    for (const ImportedRule& rule : rules.rules) {
-        if (rule.reason.empty()) ++summary.imported;
-        if (!rule.reason.empty()) ++summary.leftOut[rule.reason];
-    }
+    count(rules, summary);
     write(rules, history, summary, out);
     return summary;
 }

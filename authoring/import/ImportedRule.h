@@ -12,6 +12,7 @@ struct ImportedRule {
     std::vector<std::string> identifiers;  ///< its CCE identifiers
     std::string script;                    ///< "" when it is left out
     std::string reason;                    ///< why it is left out; "" when it is imported
+    std::vector<std::string> texts;        ///< the parts of the script that come from the source
     bool reboot = false;
 };
 

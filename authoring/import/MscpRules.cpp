@@ -58,8 +58,7 @@ base::Result<std::string> expectedText(const YamlNode& result, const std::string
     const auto& [type, node] = result.members[0];
     if (type == "integer" || type == "string") return node.text;
     if (type == "boolean") return base::lowerCased(node.text);
-    if (type != "base64")
-        return base::failure("its result is of the unknown type \"" + oneLine(type, 40) + '"');
+    if (type != "base64") return base::failure("its result is of the unknown type: " + oneLine(type, 40));
     const auto at = node.text.find("$ODV");
     const std::string plain =
         at == std::string::npos ? node.text : std::string(node.text).replace(at, 4, value);
@@ -176,6 +175,7 @@ base::Result<std::string> scriptOf(const YamlNode& file, const MscpChoice& choic
     auto expected = expectedText(*found->result, value.text);
     if (!expected) return expected;
     checked.expected = std::move(*expected);
+    rule.texts = {checked.check, checked.fix};
     return checkedScript(checked);
 }
 

@@ -78,11 +78,11 @@ bool XccdfProfile::selects(const pugi::xml_node& item, bool inherited) const {
 base::Result<std::string> XccdfProfile::valueOf(const pugi::xml_node& sub) const {
     const std::string id = sub.attribute("idref").value(), use = sub.attribute("use").value();
     const auto found = values_.find(id);
-    if (found == values_.end()) return base::failure("its fix uses the unknown value \"" + oneLine(id) + '"');
+    if (found == values_.end()) return base::failure("its fix uses an unknown value: " + oneLine(id));
     if (document_->is(found->second, "plain-text")) return textOf(found->second);
     if (use == "title") return textOf(document_->child(found->second, "title"));
     if (!use.empty() && use != "legacy" && use != "value")
-        return base::failure("its fix uses a value in the unknown way \"" + oneLine(use, 40) + '"');
+        return base::failure("its fix uses a value in an unknown way: " + oneLine(use, 40));
     return chosen(found->second, id);
 }
 
@@ -94,10 +94,11 @@ base::Result<std::string> XccdfProfile::chosen(const pugi::xml_node& value, cons
         if (wanted == node.attribute("selector").value()) return textOf(node);
     }
     if (!wanted.empty())
-        return base::failure("the value \"" + oneLine(id) + "\" has no choice \"" + oneLine(wanted) + '"');
+        return base::failure("a value of its fix has no such choice: " + oneLine(id) + ", " +
+                             oneLine(wanted));
     // Without a default the first choice is it.
     if (const pugi::xml_node first = document_->child(value, "value")) return textOf(first);
-    return base::failure("the value \"" + oneLine(id) + "\" is of an unknown form");
+    return base::failure("a value of its fix is of an unknown form: " + oneLine(id));
 }
 
 }  // namespace zelor::authoring

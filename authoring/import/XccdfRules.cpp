@@ -38,8 +38,11 @@ class RuleReader {
         rule.title = textOf(document_.child(node, "title"));
         for (const pugi::xml_node ident : document_.children(node, "ident")) {
             const std::string text = base::trimmed(textOf(ident));
-            if (ident.attribute("system").value() == std::string(kCceSystem) && isCceIdentifier(text))
-                rule.identifiers.push_back(text);
+            auto& known = rule.identifiers;
+            const bool fresh = std::find(known.begin(), known.end(), text) == known.end();
+            if (ident.attribute("system").value() == std::string(kCceSystem) && isCceIdentifier(text) &&
+                fresh)
+                known.push_back(text);
         }
         auto script = scriptOf(node, selected, rule);
         if (script) rule.script = std::move(*script);
@@ -61,7 +64,9 @@ class RuleReader {
         const std::string reboot = fixes[0].attribute("reboot").value();
         rule.reboot = reboot == "true" || reboot == "1";
         auto text = fixText(fixes[0]);
-        return text ? fixScript(rule.rule, *text) : text;
+        if (!text) return text;
+        rule.texts = {*text};
+        return fixScript(rule.rule, *text);
     }
 
     base::Result<std::string> fixText(const pugi::xml_node& fix) const {
@@ -74,7 +79,7 @@ class RuleReader {
                 if (!value) return value;
                 text += *value;
             } else if (piece.type() == pugi::node_element) {
-                return base::failure("its fix has the unknown element \"" + oneLine(piece.name(), 60) + '"');
+                return base::failure("its fix has the unknown element: " + oneLine(piece.name(), 60));
             }
         }
         return text;

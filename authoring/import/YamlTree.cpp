@@ -15,6 +15,12 @@ namespace zelor::authoring {
 namespace {
 
 constexpr std::size_t kDepthLimit = 32;
+constexpr std::size_t kMembersLimit = 1000;  // each new name is compared with the others
+
+bool has(const YamlNode& map, const std::string& name) {
+    return std::any_of(map.members.begin(), map.members.end(),
+                       [&](const auto& member) { return member.first == name; });
+}
 
 /// Builds the tree while the file is read, so that nothing larger than the file ever exists.
 class TreeBuilder : public YAML::EventHandler {
@@ -95,7 +101,8 @@ class TreeBuilder : public YAML::EventHandler {
             parent.named = false;
         } else {
             if (node.kind != YamlNode::Kind::scalar) fail(mark, "a name that is no text");
-            if (&parent.node[node.text] != &YamlNode()[""]) fail(mark, "\"" + node.text + "\" a second time");
+            if (has(parent.node, node.text)) fail(mark, "\"" + node.text + "\" a second time");
+            if (parent.node.members.size() == kMembersLimit) fail(mark, "more than 1,000 names in one map");
             parent.name = node.text;
             parent.named = true;
         }
