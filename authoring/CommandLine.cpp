@@ -1,5 +1,6 @@
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <functional>
 #include <iostream>
 
@@ -13,6 +14,7 @@ namespace {
 
 constexpr const char* kExamples = R"(Examples:
   zelor-content keygen --out keys
+  zelor-content import mscp macos_security --os 15 --out rules
   zelor-content publish manifest.json --key keys/repository.key --out repository
   zelor-content check repository --key keys/repository.pem
   zelor-content serve repository --port 8000
@@ -28,8 +30,8 @@ Makes, verifies, serves and rehearses repositories of signed remediation content
 
 constexpr const char* kExitStatuses = R"(Exit status:
   0    done; check: no errors
-  1    a failure; check: there are errors
-  2    unusable arguments, manifest, key or directory: nothing was changed
+  1    a failure; check: there are errors; import: no rule could be imported
+  2    unusable arguments, manifest, key, source or directory: nothing was changed
   130  rehearse: ended by a signal)";
 
 constexpr const char* kPublishHelp = R"(Examples:
@@ -65,7 +67,21 @@ On Linux, bubblewrap (bwrap) makes a sandbox in which the Mac's disk is at / and
 sandbox nothing is run unless --no-sandbox is given: then a script that writes to /etc writes to yours, unless it
 prefixes its paths with ZELOR_REHEARSAL_ROOT, the path of the disk.)";
 
+constexpr const char* kImportHelp = R"(Examples:
+  zelor-content import mscp macos_security --os 15 --benchmark cis_lvl1 --out mac-rules
+  zelor-content import xccdf ssg-rhel8-ds.xml --profile cis --out rhel-rules
+
+Makes a manifest of public rules. Every rule that has a CCE identifier and a fix for bash becomes an entry with a script;
+the others are listed with the reason, on standard output and in import.json. Importing a newer release into the same
+directory shows what changed and gives changed scripts new ERI ids. Review the scripts before you publish them.)";
+
 using Action = std::function<int()>;
+
+std::string whyNoVersion(const std::string& text) {
+    const auto fits = [](char c) { return (c >= '0' && c <= '9') || c == '.'; };
+    const bool version = !text.empty() && text.size() <= 16 && std::all_of(text.begin(), text.end(), fits);
+    return version ? "" : "\"" + text + "\" is no version; write it as 15 or 10.15";
+}
 
 void addKeygen(CLI::App& app, KeygenOptions& options, Action& action) {
     CLI::App* command =
@@ -160,6 +176,36 @@ void addRehearse(CLI::App& app, RehearseOptions& options, Action& action) {
     command->callback([&] { action = [&] { return runRehearse(options); }; });
 }
 
+void addImport(CLI::App& app, ImportMscpOptions& mscp, ImportXccdfOptions& xccdf, Action& action) {
+    CLI::App* command = app.add_subcommand("import", kImportHelp);
+    command->require_subcommand(1);
+    const auto addOut = [](CLI::App* source, std::string& out) {
+        source->add_option("--out", out, "Directory for manifest.json, scripts and import.json")
+            ->required()
+            ->type_name("DIR");
+    };
+    CLI::App* rules = command->add_subcommand("mscp", "Rules of the macOS Security Compliance Project");
+    rules->add_option("DIRECTORY", mscp.directory, "The project's files, or their directory of rules")
+        ->required()
+        ->type_name("");
+    rules->add_option("--os", mscp.os, "Version of macOS, such as 15")
+        ->required()
+        ->check(CLI::Validator(whyNoVersion, ""))
+        ->type_name("VERSION");
+    rules->add_option("--benchmark", mscp.benchmark, "Only its rules, with its values, such as cis_lvl1")
+        ->type_name("NAME");
+    addOut(rules, mscp.out);
+    rules->callback([&] { action = [&] { return runImportMscp(mscp); }; });
+    CLI::App* stream = command->add_subcommand("xccdf", "Bash fixes of an XCCDF 1.2 benchmark");
+    stream->add_option("DATASTREAM.xml", xccdf.dataStream, "A SCAP data stream, or a benchmark alone")
+        ->required()
+        ->type_name("");
+    stream->add_option("--profile", xccdf.profile, "Only its rules, with its values; the id or its end")
+        ->type_name("ID");
+    addOut(stream, xccdf.out);
+    stream->callback([&] { action = [&] { return runImportXccdf(xccdf); }; });
+}
+
 /// The list of commands shows the first sentence of each help.
 std::string shortened(const CLI::App* command) {
     const std::string text = command->get_description();
@@ -186,7 +232,7 @@ void refuseUnknownCommand(const CLI::App& app, const std::vector<std::string>& a
     const auto named = [&](const CLI::App* command) { return command->get_name() == arguments[0]; };
     if (!app.get_subcommands(named).empty()) return;
     throw UsageError("there is no command \"" + arguments[0] +
-                     "\"; use keygen, publish, serve, check or rehearse");
+                     "\"; use keygen, import, publish, serve, check or rehearse");
 }
 
 }  // namespace
@@ -202,8 +248,11 @@ int runContentTool(const std::vector<std::string>& arguments) {
     ServeOptions serveOptions;
     CheckOptions checkOptions;
     RehearseOptions rehearseOptions;
+    ImportMscpOptions mscpOptions;
+    ImportXccdfOptions xccdfOptions;
     Action action;
     addKeygen(app, keygenOptions, action);
+    addImport(app, mscpOptions, xccdfOptions, action);
     addPublish(app, publishOptions, action);
     addServe(app, serveOptions, action);
     addCheck(app, checkOptions, action);

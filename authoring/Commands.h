@@ -13,7 +13,7 @@ namespace exitStatus {
 /// The command succeeded; failed on the way; cannot use its arguments, manifest, key or directory, and has
 /// changed nothing; was interrupted.
 constexpr int kGood = 0;
-constexpr int kFailed = 1;  ///< also: check found errors
+constexpr int kFailed = 1;  ///< also: check found errors, import no rule to import
 constexpr int kUnusable = 2;
 constexpr int kInterrupted = 130;  ///< rehearse, by a signal
 }  // namespace exitStatus
@@ -59,6 +59,25 @@ struct CheckOptions {
     bool warningsAsErrors = false;
 };
 int runCheck(const CheckOptions& options);
+
+/// What `import mscp` was asked for.
+struct ImportMscpOptions {
+    std::string directory;
+    std::string os;
+    std::string benchmark;  ///< "" for all rules, with the recommended values
+    std::string out;
+};
+/// Imports rules of the macOS Security Compliance Project.
+int runImportMscp(const ImportMscpOptions& options);
+
+/// What `import xccdf` was asked for.
+struct ImportXccdfOptions {
+    std::string dataStream;
+    std::string profile;  ///< "" for all rules, with the default values
+    std::string out;
+};
+/// Imports the bash fixes of an XCCDF benchmark.
+int runImportXccdf(const ImportXccdfOptions& options);
 
 /// Runs one entry of a manifest on a rehearsal Mac: the one of the directory `tools` or, when that is "", a
 /// new one with system version `os` and the labels in `updates`, whose disk is the directory `root` ("": a

@@ -1,7 +1,7 @@
 # For the preset macos-tools: the libraries that a Mac brings are known by their headers, which are the same everywhere.
 # What is compiled with them cannot be linked here.
 set(zelor_libraries "CURL CURL::libcurl" "LibArchive LibArchive::LibArchive" "OpenSSL OpenSSL::Crypto" "CLI11 CLI11::CLI11"
-    "pugixml pugixml::pugixml" "nlohmann_json nlohmann_json::nlohmann_json" "GTest GTest::gtest GTest::gmock GTest::gtest_main GTest::gmock_main")
+    "pugixml pugixml::pugixml" "yaml-cpp yaml-cpp" "nlohmann_json nlohmann_json::nlohmann_json" "GTest GTest::gtest GTest::gmock GTest::gtest_main GTest::gmock_main")
 foreach(library ${zelor_libraries})
     separate_arguments(library)
     list(POP_FRONT library name)

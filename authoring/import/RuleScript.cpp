@@ -1,0 +1,137 @@
+#include "authoring/import/RuleScript.h"
+
+#include <algorithm>
+#include <set>
+
+#include "authoring/import/SourceText.h"
+#include "base/Strings.h"
+
+namespace zelor::authoring {
+
+namespace {
+
+constexpr std::size_t kTextLimit = 256U << 10U;
+
+std::string inSingleQuotes(const std::string& text) {
+    return '\'' + base::insideSingleQuotes(text) + '\'';
+}
+
+/// A function that runs in a shell of its own, so that an `exit` in the text ends it alone.
+std::string function(const std::string& name, const std::string& text) {
+    return name + "() (\n" + text + (base::hasEnding(text, "\n") ? "" : "\n") + ")\n";
+}
+
+std::string header(const std::string& rule) {
+    return "#!/bin/bash\n# Imported rule: " + oneLine(rule) + "\n\n";
+}
+
+bool isNameByte(char c) {
+    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_';
+}
+
+/// The name before the "=(" at `at`; "" when it assigns no array.
+std::string arrayName(const std::string& text, std::size_t at) {
+    std::size_t begin = at;
+    while (begin > 0 && isNameByte(text[begin - 1]))
+        --begin;
+    return text.substr(begin, at - begin);
+}
+
+/// Whether $name is in the text without an index or braces: bash takes that for the first element alone.
+bool expandsWhole(const std::string& text, const std::string& name) {
+    const std::string expansion = '$' + name;
+    for (auto at = text.find(expansion); at != std::string::npos; at = text.find(expansion, at + 1)) {
+        const std::size_t end = at + expansion.size();
+        if (end == text.size() || !isNameByte(text[end])) return true;
+    }
+    return false;
+}
+
+/// The project runs its rules by zsh; bash would run such texts to another end.
+bool needsZsh(const std::string& text) {
+    if (base::contains(text, "${(")) return true;
+    std::set<std::string> arrays;
+    for (auto at = text.find("=("); at != std::string::npos; at = text.find("=(", at + 1))
+        arrays.insert(arrayName(text, at));
+    arrays.erase("");
+    return std::any_of(arrays.begin(), arrays.end(),
+                       [&](const std::string& name) { return expandsWhole(text, name); });
+}
+
+std::string whyNotRun(const std::string& what, const std::string& text) {
+    if (base::trimmed(text).empty()) return "the " + what + " is empty";
+    if (text.size() > kTextLimit) return "the " + what + " is larger than 256 KiB";
+    const std::string why = whyUnfitText(text);
+    return why.empty() ? "" : "the " + what + " has " + why;
+}
+
+/// The variables that rules about the user at the screen expect.
+std::string userVariables(const std::string& text) {
+    std::string variables;
+    if (base::contains(text, "CURRENT_USER") || base::contains(text, "CURR_USER_UID"))
+        variables += "CURRENT_USER=$(/usr/bin/stat -f %Su /dev/console)\n";
+    if (base::contains(text, "CURR_USER_UID"))
+        variables += "CURR_USER_UID=$(/usr/bin/id -u \"$CURRENT_USER\")\n";
+    return variables;
+}
+
+constexpr const char* kVerification = R"(
+holds() {
+    found=$(check)
+    [ "$found" = "$expected" ]
+}
+
+holds && exit 0
+fix
+holds && exit 0
+printf '%s: found "%s", expected "%s"\n' "$rule" "${found:0:1000}" "$expected" >&2
+exit 1
+)";
+
+constexpr const char* kSaysNotApplicable =
+    R"(# Ends with 77 when the fix says on standard error that it is not applicable.
+echo() {
+    builtin echo "$@" || return
+    case $* in
+        *'not applicable'*) [ /dev/fd/1 -ef /dev/fd/2 ] && exit 77 ;;
+    esac
+    return 0
+}
+
+)";
+
+}  // namespace
+
+base::Result<std::string> checkedScript(const CheckedRule& rule) {
+    CheckedRule filled = rule;
+    for (std::string* text : {&filled.check, &filled.fix}) {
+        const std::string why = whyNotRun(text == &filled.fix ? "fix" : "check", *text);
+        if (!why.empty()) return base::failure(why);
+        if (needsZsh(*text))
+            return base::failure(std::string(text == &filled.fix ? "the fix" : "the check") +
+                                 " is written for zsh, not for bash");
+        if (!base::contains(*text, "$ODV")) continue;
+        if (!rule.hasValue) return base::failure("there is no value for $ODV");
+        auto done = filledIn(*text, rule.value);
+        if (!done) return done;
+        *text = std::move(*done);
+    }
+    if (base::contains(rule.expected, "$ODV")) {
+        if (!rule.hasValue) return base::failure("there is no value for $ODV");
+        const auto at = rule.expected.find("$ODV");
+        filled.expected.replace(at, 4, rule.value);
+    }
+    const std::string variable =
+        base::contains(filled.check + filled.fix, "${ODV}") ? "ODV=" + inSingleQuotes(rule.value) + '\n' : "";
+    return header(rule.rule) + "rule=" + inSingleQuotes(oneLine(rule.rule)) +
+           "\nexpected=" + inSingleQuotes(filled.expected) + '\n' + variable +
+           userVariables(filled.check + filled.fix) + '\n' + function("check", filled.check) + '\n' +
+           function("fix", filled.fix) + kVerification;
+}
+
+base::Result<std::string> fixScript(const std::string& rule, const std::string& fix) {
+    if (const std::string why = whyNotRun("fix", fix); !why.empty()) return base::failure(why);
+    return header(rule) + kSaysNotApplicable + function("fix", fix) + "\nfix\n";
+}
+
+}  // namespace zelor::authoring

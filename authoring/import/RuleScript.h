@@ -1,0 +1,36 @@
+#pragma once
+
+#include <string>
+
+#include "base/Result.h"
+
+namespace zelor::authoring {
+
+/// The exit status of an imported script whose fix says that it does not apply to the machine.
+constexpr int kNotApplicableStatus = 77;
+
+/// What a rule with a check of its own consists of.
+struct CheckedRule {
+    std::string rule;
+    std::string check;     ///< bash, prints the result
+    std::string expected;  ///< what it prints when the rule holds
+    std::string fix;       ///< bash
+    std::string value;     ///< what the text $ODV in the others stands for; used when `hasValue`
+    bool hasValue = false;
+};
+
+/// A script that ends with 0 when the check's result is the expected one, before or after the fix, and
+/// otherwise prints what was found and expected and ends with 1. Fails when a text cannot be run by bash or
+/// the value cannot be filled in safely.
+base::Result<std::string> checkedScript(const CheckedRule& rule);
+
+/// A script that runs the fix and ends as it does, but with `kNotApplicableStatus` when the fix says on
+/// standard error that it is not applicable. Fails when the text cannot be run by bash.
+base::Result<std::string> fixScript(const std::string& rule, const std::string& fix);
+
+/// `script` with `value` in place of $ODV. A simple word is put there as it is. Any other value is only used
+/// where bash itself expands it, as the variable ODV in double quotes, never inside another program's text:
+/// fails when $ODV is elsewhere.
+base::Result<std::string> filledIn(const std::string& script, const std::string& value);
+
+}  // namespace zelor::authoring

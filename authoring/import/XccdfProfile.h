@@ -1,0 +1,37 @@
+#pragma once
+
+#include <map>
+#include <string>
+
+#include "authoring/import/XccdfDocument.h"
+
+namespace zelor::authoring {
+
+/// What a profile decides: which rules are selected, and the values. Refers to the document, which must
+/// outlive it.
+class XccdfProfile {
+  public:
+    /// `id`: "" for the default values and every rule. Fails when the document has no such profile, or one
+    /// that extends itself.
+    static base::Result<XccdfProfile> resolve(const XccdfDocument& document, const std::string& id);
+
+    /// Whether a Rule or Group is selected, if what it is in was.
+    bool selects(const pugi::xml_node& item, bool inherited) const;
+    /// What a `sub` element of a fix stands for. Fails when there is no such value.
+    base::Result<std::string> valueOf(const pugi::xml_node& sub) const;
+
+  private:
+    explicit XccdfProfile(const XccdfDocument& document) : document_(&document) {}
+    void add(const pugi::xml_node& profile);
+    void findValues(const pugi::xml_node& item);
+    base::Result<std::string> chosen(const pugi::xml_node& value, const std::string& id) const;
+
+    const XccdfDocument* document_;
+    bool everyRule_ = false;
+    std::map<std::string, bool> selected_;          ///< by id or cluster-id
+    std::map<std::string, std::string> given_;      ///< set-value
+    std::map<std::string, std::string> selectors_;  ///< refine-value
+    std::map<std::string, pugi::xml_node> values_;
+};
+
+}  // namespace zelor::authoring
