@@ -38,13 +38,16 @@ bool worthAnotherAttempt(const HttpResult& result) {
            (result.outcome == HttpOutcome::answered && statusIsTransient(result.head.status));
 }
 
-Fetched fetch(HttpClient& client, const HttpRequest& request, std::size_t limit, const RetryPolicy& retry,
-              const Deadline& deadline) {
+Fetched fetch(HttpClient& client, HttpRequest request, std::size_t limit, const RetryPolicy& retry,
+              const Deadline& deadline, RepositoryTurn& turn) {
     for (int failures = 1;; ++failures) {
+        request.limits = turn.bounded(contentLimits());
         Fetched fetched = fetchOnce(client, request, limit);
+        turn.learn(fetched.result);
         if (!worthAnotherAttempt(fetched.result) || failures >= retry.attempts) return fetched;
         const auto asked = retryAfter(fetched.result.head.header("retry-after"), std::time(nullptr));
         const auto pause = deadline.atMost(pauseAfter(failures, asked, retry, randomChance()));
+        if (!turn.mayGoOn(pause, asked)) return fetched;
         if (!sleepUnlessInterrupted(pause)) {
             fetched.result.outcome = HttpOutcome::interrupted;
             return fetched;
@@ -91,16 +94,15 @@ HttpLimits contentLimits() {
 
 ContentAnswer fetchContent(HttpClient& client, const std::string& repository, const std::string& identifier,
                            const SignedContent& known, const RetryPolicy& retry,
-                           std::chrono::milliseconds longest) {
+                           std::chrono::milliseconds longest, RepositoryTurn& turn) {
     const Deadline deadline(longest);
     HttpRequest request;
     request.overdue = [&] { return deadline.passed(); };
     request.url = repository + "/content/" + urlSegment(identifier) + ".xml";
-    request.limits = contentLimits();
     if (!known.etag.empty()) request.headers.push_back("If-None-Match: " + known.etag);
     if (!known.lastModified.empty()) request.headers.push_back("If-Modified-Since: " + known.lastModified);
     const bool conditional = !request.headers.empty();
-    Fetched xml = fetch(client, request, kContentBytesLimit, retry, deadline);
+    Fetched xml = fetch(client, request, kContentBytesLimit, retry, deadline, turn);
     ContentAnswer answer = judge(xml, request.url, kContentBytesLimit);
     if (answer.kind != Kind::unchanged) return answer;
     if (xml.result.head.status == 304) {
@@ -110,7 +112,7 @@ ContentAnswer fetchContent(HttpClient& client, const std::string& repository, co
 
     request.url += ".sig";
     request.headers.clear();
-    Fetched signature = fetch(client, request, kSignatureLimit, retry, deadline);
+    Fetched signature = fetch(client, request, kSignatureLimit, retry, deadline, turn);
     answer = judge(signature, request.url, kSignatureLimit);
     if (answer.kind == Kind::none) answer.kind = Kind::refused;  // content without a signature is no removal
     if (answer.kind != Kind::unchanged) return answer;

@@ -5,6 +5,7 @@
 
 #include "agent/content/ContentStore.h"
 #include "agent/http/HttpClient.h"
+#include "agent/http/RepositoryOutage.h"
 #include "agent/http/RetryPolicy.h"
 
 namespace zelor::agent {
@@ -31,9 +32,9 @@ HttpLimits contentLimits();
 
 /// Asks `<repository>/content/<identifier>.xml` for the content when it differs from the version in `known`
 /// (empty etag and date: in any case), and for its signature. Both together, with all attempts and pauses,
-/// take at most `longest` (zero: no limit); later is no answer.
+/// take at most `longest` (zero: no limit); later is no answer. `turn` says how patiently.
 ContentAnswer fetchContent(HttpClient& client, const std::string& repository, const std::string& identifier,
                            const SignedContent& known, const RetryPolicy& retry,
-                           std::chrono::milliseconds longest = std::chrono::minutes(2));
+                           std::chrono::milliseconds longest, RepositoryTurn& turn);
 
 }  // namespace zelor::agent

@@ -9,7 +9,6 @@
 #include "agent/http/RepositoryUrl.h"
 #include "agent/log/FailureLine.h"
 #include "agent/trust/Signature.h"
-#include "base/Mutex.h"
 #include "platform/Log.h"
 #include "remediation/CallReport.h"
 
@@ -22,7 +21,6 @@ using Kind = ContentAnswer::Kind;
 
 constexpr std::chrono::minutes kTrustedTime{10};
 constexpr std::chrono::seconds kMissingTime{5};  ///< how long "there is none" is believed within a run
-constexpr std::chrono::seconds kSilentTime{30};
 
 std::atomic<std::uint64_t>& runNumber() {
     static std::atomic<std::uint64_t> number{1};
@@ -81,7 +79,7 @@ ContentLibrary::Document ContentLibrary::refresh(const std::string& identifier, 
     } else {
         kept = readKept(identifier);
     }
-    ContentAnswer answer = ask(identifier, run, kept);
+    ContentAnswer answer = ask(identifier, kept);
     Document document;
     switch (answer.kind) {
         case Kind::fresh:
@@ -131,30 +129,25 @@ ContentLibrary::Kept ContentLibrary::readKept(const std::string& identifier) con
     }
 }
 
-ContentAnswer ContentLibrary::ask(const std::string& identifier, std::uint64_t run, const Kept& kept) {
-    RetryPolicy retry = retry_;
-    {
-        const base::MutexLock lock(mutex_);
-        if (silentRun_ == run && Clock::now() < silentUntil_) {
-            if (kept.document) return {Kind::noAnswer, {}, "the repository did not answer a moment ago"};
-            retry.attempts = 1;
-        }
-    }
-    ContentAnswer answer;
+ContentAnswer ContentLibrary::ask(const std::string& identifier, const Kept& kept) {
     try {
         const auto settings = AgentSettings::current();
-        const auto client = clients_.lend();
-        answer = fetchContent(*client, repositoryUrl(*settings), identifier, kept.version, retry,
-                              std::chrono::seconds(settings->values().contentSeconds));
+        const std::string repository = repositoryUrl(*settings);
+        RepositoryTurn turn(RepositoryOutage::ofRun(repository));
+        ContentAnswer answer{Kind::noAnswer, {}, turn.reason()};
+        if (turn.mayAsk()) {
+            const auto client = clients_.lend();
+            answer = fetchContent(*client, repository, identifier, kept.version, retry_,
+                                  std::chrono::seconds(settings->values().contentSeconds), turn);
+        }
+        if (answer.kind == Kind::noAnswer) {
+            turn.gaveUp();
+            if (!kept.document && turn.isDown()) CallReport::addReason(turn.reason(answer.problem));
+        }
+        return answer;
     } catch (const std::exception& e) {
         return {Kind::noAnswer, {}, e.what()};
     }
-    if (answer.kind == Kind::noAnswer) {
-        const base::MutexLock lock(mutex_);
-        silentRun_ = run;
-        silentUntil_ = Clock::now() + kSilentTime;
-    }
-    return answer;
 }
 
 ContentLibrary::Document ContentLibrary::accept(const std::string& identifier, const SignedContent& content,

@@ -10,7 +10,6 @@
 #include "agent/content/ContentStore.h"
 #include "agent/http/HttpClient.h"
 #include "agent/http/RetryPolicy.h"
-#include "base/Mutex.h"
 
 namespace zelor::agent {
 
@@ -18,9 +17,9 @@ namespace zelor::agent {
 ///
 /// What is in memory is used without a question until the next run begins or ten minutes have passed. After
 /// that, and for what is on disk alone, the repository is asked whether it changed; when nobody answers, the
-/// copy kept serves. Within a run, a repository that did not answer is asked again for kept content only
-/// after half a minute. A copy read from disk is checked against its signature each time, and one that fails
-/// is fetched anew. Failures go to the log.
+/// copy kept serves. A repository that did not answer is asked as RepositoryOutage allows. A copy read from
+/// disk is checked against its signature each time, and one that fails is fetched anew. Failures go to the
+/// log.
 class ContentLibrary {
   public:
     /// Keeps files in `directory`, which is made when it is first needed.
@@ -44,7 +43,7 @@ class ContentLibrary {
 
     Document refresh(const std::string& identifier, std::uint64_t run, std::optional<CachedContent> cached);
     Kept readKept(const std::string& identifier) const;
-    ContentAnswer ask(const std::string& identifier, std::uint64_t run, const Kept& kept);
+    ContentAnswer ask(const std::string& identifier, const Kept& kept);
     /// Null for content that is not good, with the reason in `problem`.
     Document accept(const std::string& identifier, const SignedContent& content, std::string& problem);
 
@@ -54,10 +53,6 @@ class ContentLibrary {
     RetryPolicy retry_;
     ContentCache cache_{kCacheBytes};
     HttpClientPool clients_;
-    base::Mutex mutex_;
-    std::uint64_t silentRun_ ZELOR_GUARDED_BY(mutex_) =
-        0;  ///< the run in which the repository did not answer
-    std::chrono::steady_clock::time_point silentUntil_ ZELOR_GUARDED_BY(mutex_);
 };
 
 }  // namespace zelor::agent

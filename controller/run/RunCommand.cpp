@@ -162,8 +162,9 @@ class Run {
         if (!options_.report.empty()) written &= isWritten(writeReport(flags));
         if (eventOutput_) written &= isWritten(eventOutput_->problem());
         if (!options_.talk.quiet) {
-            const std::string summary = runSummary(table_, valuesBeforeCancel(), flags,
-                                                   paths_.settings->values().logFile, facts_.seconds);
+            const std::string summary =
+                runSummary(table_, valuesBeforeCancel(), flags, paths_.settings->values().logFile,
+                           facts_.seconds, outageText());
             written &= isWritten(writeTalk(talkFd_, summary));
         }
         return written;
@@ -177,6 +178,13 @@ class Run {
             if (before) values.push_back(before->value);
         }
         return values;
+    }
+
+    std::string outageText() const {
+        std::vector<std::string> reasons;
+        for (const Result& result : table_.results())
+            reasons.push_back(record_.reason(result));
+        return outageSummary(reasons);
     }
 
     std::string writeResults(const RunFlags& flags) const {
