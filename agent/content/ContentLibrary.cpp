@@ -133,6 +133,7 @@ ContentAnswer ContentLibrary::ask(const std::string& identifier, const Kept& kep
     try {
         const auto settings = AgentSettings::current();
         const std::string repository = repositoryUrl(*settings);
+        if (auto came = ahead_.take(identifier, kept.version)) return std::move(*came);
         RepositoryTurn turn(RepositoryOutage::ofRun(repository));
         ContentAnswer answer{Kind::noAnswer, {}, turn.reason()};
         if (turn.mayAsk()) {
@@ -173,6 +174,32 @@ ContentLibrary::Document ContentLibrary::accept(const std::string& identifier, c
                    "; free space or correct its permissions");
     }
     return document;
+}
+
+void ContentLibrary::fetchAhead(const std::vector<std::string>& identifiers) {
+    try {
+        const auto settings = AgentSettings::current();
+        const std::uint64_t run = currentRun();
+        std::vector<std::string> unknown;
+        for (const std::string& identifier : identifiers) {
+            if (!isContentIdentifier(identifier)) continue;
+            const std::optional<CachedContent> cached = cache_.get(identifier);
+            if (!cached || !isFresh(*cached, run)) unknown.push_back(identifier);
+        }
+        ahead_.begin(
+            repositoryUrl(*settings), unknown,
+            [this](const std::string& identifier) { return knownVersion(identifier); },
+            std::chrono::seconds(settings->values().contentSeconds));
+    } catch (const std::exception& e) {
+        log::debug("[CreCacher] no content is fetched ahead: ", e.what());
+    }
+}
+
+SignedContent ContentLibrary::knownVersion(const std::string& identifier) {
+    const std::optional<CachedContent> cached = cache_.get(identifier);
+    if (cached && cached->document) return {"", "", cached->etag, cached->lastModified};
+    const std::optional<SignedContent> content = store_.read(identifier);
+    return content ? SignedContent{"", "", content->etag, content->lastModified} : SignedContent{};
 }
 
 void ContentLibrary::removeFile(const std::string& identifier) {

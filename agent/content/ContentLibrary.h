@@ -4,7 +4,9 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
+#include "agent/content/ContentAhead.h"
 #include "agent/content/ContentCache.h"
 #include "agent/content/ContentFetch.h"
 #include "agent/content/ContentStore.h"
@@ -33,6 +35,12 @@ class ContentLibrary {
     /// Deletes what is on disk.
     void removeFile(const std::string& identifier);
 
+    /// Asks the repository about these identifiers at once, for the `get` of each that will follow, in their
+    /// order. Those whose content is in memory and still believed are left out. One thread at a time.
+    void fetchAhead(const std::vector<std::string>& identifiers);
+    /// What was asked ahead, to end it.
+    ContentAhead& ahead() { return ahead_; }
+
   private:
     using Document = std::shared_ptr<const ContentDocument>;
     /// What is at hand before the repository is asked.
@@ -43,6 +51,7 @@ class ContentLibrary {
 
     Document refresh(const std::string& identifier, std::uint64_t run, std::optional<CachedContent> cached);
     Kept readKept(const std::string& identifier) const;
+    SignedContent knownVersion(const std::string& identifier);
     ContentAnswer ask(const std::string& identifier, const Kept& kept);
     /// Null for content that is not good, with the reason in `problem`.
     Document accept(const std::string& identifier, const SignedContent& content, std::string& problem);
@@ -53,6 +62,11 @@ class ContentLibrary {
     RetryPolicy retry_;
     ContentCache cache_{kCacheBytes};
     HttpClientPool clients_;
+    ContentAhead ahead_;  ///< last: its thread uses the others
 };
+
+/// The one of the agent installed in `installPath`, which has no trailing separator. It is never removed. Any
+/// thread.
+ContentLibrary& contentLibraryAt(const std::string& installPath);
 
 }  // namespace zelor::agent

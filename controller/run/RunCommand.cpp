@@ -8,6 +8,7 @@
 
 #include "agent/ContentCacheControl.h"
 #include "agent/LogControl.h"
+#include "agent/Prefetch.h"
 #include "agent/http/Deadline.h"
 #include "agent/http/HttpClient.h"
 #include "controller/Commands.h"
@@ -58,10 +59,12 @@ class Run {
           talkFd_(keepsStandardOutput(options) ? STDERR_FILENO : STDOUT_FILENO),
           usable_(requests.usable()),
           table_(requests.all),
+          prefetch_(paths.installPath),
           manager_(paths.installPath) {
         table_.setInvalid(requests.invalid);
         record_.setInvalid(requests);
         manager_.setRunObserver(&record_);
+        manager_.setAheadOfNeed(&prefetch_);
         if (!options.events.empty()) {
             eventOutput_ = std::make_unique<LineOutput>(options.events, "--events");
             addListener(std::make_unique<EventLines>(*eventOutput_, record_, facts_));
@@ -221,6 +224,7 @@ class Run {
     ResultTable table_;
     RunFacts facts_;
     RunRecord record_;  // outlives the run, which reports to it
+    agent::Prefetch prefetch_;
     RemediationManager manager_;
     std::unique_ptr<LineOutput> eventOutput_;
     RunTimeline timeline_;
