@@ -53,8 +53,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     // Redirects are followed here, and must not leave this machine.
     if (redirects) return 0;
     server.setAnswers(answers);
-    const auto answer =
-        zelor::agent::fetchContent(client, server.url(), "CVE-1", {"", "", "\"tag\"", ""}, noPause());
+    const auto answer = zelor::agent::RepositoryTurn turn;
+    zelor::agent::fetchContent(client, server.url(), "CVE-1", {"", "", "\"tag\"", ""}, noPause(),
+                               std::chrono::minutes(2), turn);
     using Kind = zelor::agent::ContentAnswer::Kind;
     const bool good = answer.kind == Kind::fresh || answer.kind == Kind::unchanged;
     require(good == answer.problem.empty(), "a failure is explained");

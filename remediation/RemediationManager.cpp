@@ -98,6 +98,10 @@ void RemediationManager::setRunObserver(zelor::RunObserver* observer) {
     parts->events.setObserver(observer);
 }
 
+void RemediationManager::setAheadOfNeed(zelor::AheadOfNeed* receiver) {
+    parts->needs.setReceiver(receiver);
+}
+
 bool RemediationManager::getRemDone() {
     return remDone;
 }
@@ -215,9 +219,11 @@ void RemediationManager::setAllRemainingRemStatusToAborted() {
 
 void RemediationManager::setCancelAllRem(bool cancel) {
     parts->cancellation.setAll(cancel);
+    if (cancel) parts->needs.cancelled();
 }
 
 void RemediationManager::setCancelRemMap(std::map<std::string, std::string> requests) {
+    if (parts->needs.heard()) parts->needs.notNeeded(requests);
     parts->cancellation.setRequests(std::move(requests));
 }
 

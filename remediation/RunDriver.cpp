@@ -54,6 +54,7 @@ void RunDriver::run() {
         endAfterException("an exception of unknown type");
     }
     const RunFlags& flags = state_.flags;
+    parts_.needs.ended();
     parts_.events.ended({flags.rebootNeeded, flags.scanNeeded, flags.everyOneFailed()});
     parts_.cancellation.endRun();
     stage_ = Stage::none;
@@ -78,7 +79,7 @@ bool RunDriver::runPhases() {
         " AND firstRemediationAfterScan is: ", state_.firstAfterScan ? "true" : "false");
     if (state_.firstAfterScan) parts_.applied.reset();
 
-    parts_.intake.parseAll();
+    parts_.intake.parseAll(&parts_.needs);
     parts_.cancellation.markCancelled();
     log::debug(
         " [Remediation Manager] After parseCreEriForSupersedesTrue, the size of remMetadataForCVE is = ",

@@ -12,6 +12,7 @@
 #include "remediation/intake/RequestIntake.h"
 #include "remediation/intake/RequestStore.h"
 #include "remediation/progress/Cancellation.h"
+#include "remediation/progress/Needs.h"
 #include "remediation/progress/Progress.h"
 #include "remediation/progress/RunEvents.h"
 
@@ -44,6 +45,7 @@ class RunDriver {
         Progress& progress;
         Cancellation& cancellation;
         RunEvents& events;
+        Needs& needs;
     };
 
     /// Starts nothing yet.

@@ -15,6 +15,7 @@
 #include "remediation/intake/RequestIntake.h"
 #include "remediation/intake/RequestStore.h"
 #include "remediation/progress/Cancellation.h"
+#include "remediation/progress/Needs.h"
 #include "remediation/progress/Progress.h"
 #include "remediation/progress/RunEvents.h"
 
@@ -50,6 +51,7 @@ struct RunParts {
 
     RunFlags flags;
     RunEvents events;
+    Needs needs;
     Progress progress;
     Cancellation cancellation;
     RequestStore requests;
@@ -85,7 +87,7 @@ struct RunParts {
           driver({in.done, in.option, in.firstAfterScan, in.installPath, in.contentDirectory,
                   in.installedRecord, in.thread, in.rows, flags},
                  {requests, intake, applied, configurations, osUpdates, products, in.installer, progress,
-                  cancellation, events}) {}
+                  cancellation, events, needs}) {}
 
   private:
     PhaseParts phaseParts(const Inputs& in) {

@@ -15,14 +15,8 @@ using Kind = ContentAnswer::Kind;
 
 constexpr std::size_t kSignatureLimit = 16U << 10U;
 
-struct Fetched {
-    HttpResult result;
-    std::string body;
-    bool tooLarge = false;
-};
-
-Fetched fetchOnce(HttpClient& client, const HttpRequest& prepared, std::size_t limit) {
-    Fetched fetched;
+FetchedFile fetchOnce(HttpClient& client, const HttpRequest& prepared, std::size_t limit) {
+    FetchedFile fetched;
     HttpRequest request = prepared;
     request.onBody = [&](std::string_view piece) {
         fetched.tooLarge = piece.size() > limit - fetched.body.size();
@@ -38,13 +32,16 @@ bool worthAnotherAttempt(const HttpResult& result) {
            (result.outcome == HttpOutcome::answered && statusIsTransient(result.head.status));
 }
 
-Fetched fetch(HttpClient& client, const HttpRequest& request, std::size_t limit, const RetryPolicy& retry,
-              const Deadline& deadline) {
+FetchedFile fetch(HttpClient& client, HttpRequest request, std::size_t limit, const RetryPolicy& retry,
+                  const Deadline& deadline, RepositoryTurn& turn) {
     for (int failures = 1;; ++failures) {
-        Fetched fetched = fetchOnce(client, request, limit);
+        request.limits = turn.bounded(contentLimits());
+        FetchedFile fetched = fetchOnce(client, request, limit);
+        turn.learn(fetched.result);
         if (!worthAnotherAttempt(fetched.result) || failures >= retry.attempts) return fetched;
         const auto asked = retryAfter(fetched.result.head.header("retry-after"), std::time(nullptr));
         const auto pause = deadline.atMost(pauseAfter(failures, asked, retry, randomChance()));
+        if (!turn.mayGoOn(pause, asked)) return fetched;
         if (!sleepUnlessInterrupted(pause)) {
             fetched.result.outcome = HttpOutcome::interrupted;
             return fetched;
@@ -53,9 +50,8 @@ Fetched fetch(HttpClient& client, const HttpRequest& request, std::size_t limit,
     }
 }
 
-/// The answer when the fetch was not successful; `unchanged` stands for a good one, whose content is not
-/// looked at.
-ContentAnswer judge(const Fetched& fetched, const std::string& url, std::size_t limit) {
+/// Everything but a good answer; `unchanged` means a good one.
+ContentAnswer judge(const FetchedFile& fetched, const std::string& url, std::size_t limit) {
     const std::string shown = withoutCredentials(url);
     const HttpResult& result = fetched.result;
     if (fetched.tooLarge) {
@@ -90,35 +86,54 @@ HttpLimits contentLimits() {
     return limits;
 }
 
+ContentExchange::ContentExchange(std::string repository, const std::string& identifier,
+                                 const SignedContent& known) {
+    request_.url = std::move(repository) + "/content/" + urlSegment(identifier) + ".xml";
+    if (!known.etag.empty()) request_.headers.push_back("If-None-Match: " + known.etag);
+    if (!known.lastModified.empty()) request_.headers.push_back("If-Modified-Since: " + known.lastModified);
+    conditional_ = !request_.headers.empty();
+}
+
+std::size_t ContentExchange::limit() const {
+    return hasXml_ ? kSignatureLimit : kContentBytesLimit;
+}
+
+std::optional<ContentAnswer> ContentExchange::take(FetchedFile fetched) {
+    ContentAnswer answer = judge(fetched, request_.url, limit());
+    const HttpHead& head = fetched.result.head;
+    if (hasXml_) {
+        // Content without a signature is no removal.
+        if (answer.kind == Kind::none) answer.kind = Kind::refused;
+        if (answer.kind != Kind::unchanged) return answer;
+        answer.kind = Kind::fresh;
+        answer.content = std::move(content_);
+        answer.content.signature = std::move(fetched.body);
+        return answer;
+    }
+    if (answer.kind != Kind::unchanged) return answer;
+    if (head.status == 304) {
+        if (conditional_) return answer;
+        return ContentAnswer{
+            Kind::refused, {}, withoutCredentials(request_.url) + ": answered 304 to a plain request"};
+    }
+    content_ = {std::move(fetched.body), "", head.validator("etag"), head.validator("last-modified")};
+    hasXml_ = true;
+    request_.url += ".sig";
+    request_.headers.clear();
+    return std::nullopt;
+}
+
 ContentAnswer fetchContent(HttpClient& client, const std::string& repository, const std::string& identifier,
                            const SignedContent& known, const RetryPolicy& retry,
-                           std::chrono::milliseconds longest) {
+                           std::chrono::milliseconds longest, RepositoryTurn& turn) {
     const Deadline deadline(longest);
-    HttpRequest request;
-    request.overdue = [&] { return deadline.passed(); };
-    request.url = repository + "/content/" + urlSegment(identifier) + ".xml";
-    request.limits = contentLimits();
-    if (!known.etag.empty()) request.headers.push_back("If-None-Match: " + known.etag);
-    if (!known.lastModified.empty()) request.headers.push_back("If-Modified-Since: " + known.lastModified);
-    const bool conditional = !request.headers.empty();
-    Fetched xml = fetch(client, request, kContentBytesLimit, retry, deadline);
-    ContentAnswer answer = judge(xml, request.url, kContentBytesLimit);
-    if (answer.kind != Kind::unchanged) return answer;
-    if (xml.result.head.status == 304) {
-        if (conditional) return answer;
-        return {Kind::refused, {}, withoutCredentials(request.url) + ": answered 304 to a plain request"};
+    ContentExchange exchange(repository, identifier, known);
+    for (;;) {
+        HttpRequest request = exchange.request();
+        request.overdue = [&] { return deadline.passed(); };
+        auto answer = exchange.take(fetch(client, request, exchange.limit(), retry, deadline, turn));
+        if (answer) return std::move(*answer);
     }
-
-    request.url += ".sig";
-    request.headers.clear();
-    Fetched signature = fetch(client, request, kSignatureLimit, retry, deadline);
-    answer = judge(signature, request.url, kSignatureLimit);
-    if (answer.kind == Kind::none) answer.kind = Kind::refused;  // unsigned content is not removed content
-    if (answer.kind != Kind::unchanged) return answer;
-    answer.kind = Kind::fresh;
-    answer.content = {std::move(xml.body), std::move(signature.body), xml.result.head.validator("etag"),
-                      xml.result.head.validator("last-modified")};
-    return answer;
 }
 
 }  // namespace zelor::agent

@@ -1,10 +1,13 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
+#include <optional>
 #include <string>
 
 #include "agent/content/ContentStore.h"
 #include "agent/http/HttpClient.h"
+#include "agent/http/RepositoryOutage.h"
 #include "agent/http/RetryPolicy.h"
 
 namespace zelor::agent {
@@ -29,10 +32,38 @@ struct ContentAnswer {
 RetryPolicy contentRetryPolicy();
 HttpLimits contentLimits();
 
-/// Fetches `<repository>/content/<identifier>.xml` and its signature, if the content differs from the version
-/// in `known` (always when that has neither etag nor date). Blocks.
+/// One answer of the repository, with the start of its body.
+struct FetchedFile {
+    HttpResult result;
+    std::string body;
+    bool tooLarge = false;  ///< for the exchange's limit
+};
+
+/// The requests that get one identifier's content, one after the other: the content file, when it differs
+/// from the version in `known`, and then its signature. One thread at a time.
+class ContentExchange {
+  public:
+    /// For an identifier that may name content; `known` gives its etag and date alone.
+    ContentExchange(std::string repository, const std::string& identifier, const SignedContent& known);
+    /// The next request, without limits and callbacks.
+    const HttpRequest& request() const { return request_; }
+    /// The most bytes of its body.
+    std::size_t limit() const;
+    /// Takes its answer. Nothing: another request follows.
+    std::optional<ContentAnswer> take(FetchedFile fetched);
+
+  private:
+    HttpRequest request_;
+    bool conditional_ = false;
+    bool hasXml_ = false;
+    SignedContent content_;
+};
+
+/// Asks `<repository>/content/<identifier>.xml` for the content when it differs from the version in `known`
+/// (empty etag and date: in any case), and for its signature. Both together, with all attempts and pauses,
+/// take at most `longest` (zero: no limit); later is no answer. `turn` says how patiently.
 ContentAnswer fetchContent(HttpClient& client, const std::string& repository, const std::string& identifier,
                            const SignedContent& known, const RetryPolicy& retry,
-                           std::chrono::milliseconds longest = std::chrono::minutes(2));
+                           std::chrono::milliseconds longest, RepositoryTurn& turn);
 
 }  // namespace zelor::agent

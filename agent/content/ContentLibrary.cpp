@@ -9,7 +9,6 @@
 #include "agent/http/RepositoryUrl.h"
 #include "agent/log/FailureLine.h"
 #include "agent/trust/Signature.h"
-#include "base/Mutex.h"
 #include "platform/Log.h"
 #include "remediation/CallReport.h"
 
@@ -22,7 +21,6 @@ using Kind = ContentAnswer::Kind;
 
 constexpr std::chrono::minutes kTrustedTime{10};
 constexpr std::chrono::seconds kMissingTime{5};  ///< how long "there is none" is believed within a run
-constexpr std::chrono::seconds kSilentTime{30};
 
 std::atomic<std::uint64_t>& runNumber() {
     static std::atomic<std::uint64_t> number{1};
@@ -81,7 +79,7 @@ ContentLibrary::Document ContentLibrary::refresh(const std::string& identifier, 
     } else {
         kept = readKept(identifier);
     }
-    ContentAnswer answer = ask(identifier, run, kept);
+    ContentAnswer answer = ask(identifier, kept);
     Document document;
     switch (answer.kind) {
         case Kind::fresh:
@@ -131,30 +129,26 @@ ContentLibrary::Kept ContentLibrary::readKept(const std::string& identifier) con
     }
 }
 
-ContentAnswer ContentLibrary::ask(const std::string& identifier, std::uint64_t run, const Kept& kept) {
-    RetryPolicy retry = retry_;
-    {
-        const base::MutexLock lock(mutex_);
-        if (silentRun_ == run && Clock::now() < silentUntil_) {
-            if (kept.document) return {Kind::noAnswer, {}, "the repository did not answer a moment ago"};
-            retry.attempts = 1;
-        }
-    }
-    ContentAnswer answer;
+ContentAnswer ContentLibrary::ask(const std::string& identifier, const Kept& kept) {
     try {
         const auto settings = AgentSettings::current();
-        const auto client = clients_.lend();
-        answer = fetchContent(*client, repositoryUrl(*settings), identifier, kept.version, retry,
-                              std::chrono::seconds(settings->values().contentSeconds));
+        const std::string repository = repositoryUrl(*settings);
+        if (auto came = ahead_.take(identifier, kept.version)) return std::move(*came);
+        RepositoryTurn turn(RepositoryOutage::ofRun(repository));
+        ContentAnswer answer{Kind::noAnswer, {}, turn.reason()};
+        if (turn.mayAsk()) {
+            const auto client = clients_.lend();
+            answer = fetchContent(*client, repository, identifier, kept.version, retry_,
+                                  std::chrono::seconds(settings->values().contentSeconds), turn);
+        }
+        if (answer.kind == Kind::noAnswer) {
+            turn.gaveUp();
+            if (!kept.document && turn.isDown()) CallReport::addReason(turn.reason(answer.problem));
+        }
+        return answer;
     } catch (const std::exception& e) {
         return {Kind::noAnswer, {}, e.what()};
     }
-    if (answer.kind == Kind::noAnswer) {
-        const base::MutexLock lock(mutex_);
-        silentRun_ = run;
-        silentUntil_ = Clock::now() + kSilentTime;
-    }
-    return answer;
 }
 
 ContentLibrary::Document ContentLibrary::accept(const std::string& identifier, const SignedContent& content,
@@ -180,6 +174,32 @@ ContentLibrary::Document ContentLibrary::accept(const std::string& identifier, c
                    "; free space or correct its permissions");
     }
     return document;
+}
+
+void ContentLibrary::fetchAhead(const std::vector<std::string>& identifiers) {
+    try {
+        const auto settings = AgentSettings::current();
+        const std::uint64_t run = currentRun();
+        std::vector<std::string> unknown;
+        for (const std::string& identifier : identifiers) {
+            if (!isContentIdentifier(identifier)) continue;
+            const std::optional<CachedContent> cached = cache_.get(identifier);
+            if (!cached || !isFresh(*cached, run)) unknown.push_back(identifier);
+        }
+        ahead_.begin(
+            repositoryUrl(*settings), unknown,
+            [this](const std::string& identifier) { return knownVersion(identifier); },
+            std::chrono::seconds(settings->values().contentSeconds));
+    } catch (const std::exception& e) {
+        log::debug("[CreCacher] no content is fetched ahead: ", e.what());
+    }
+}
+
+SignedContent ContentLibrary::knownVersion(const std::string& identifier) {
+    const std::optional<CachedContent> cached = cache_.get(identifier);
+    if (cached && cached->document) return {"", "", cached->etag, cached->lastModified};
+    const std::optional<SignedContent> content = store_.read(identifier);
+    return content ? SignedContent{"", "", content->etag, content->lastModified} : SignedContent{};
 }
 
 void ContentLibrary::removeFile(const std::string& identifier) {

@@ -4,23 +4,24 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
+#include "agent/content/ContentAhead.h"
 #include "agent/content/ContentCache.h"
 #include "agent/content/ContentFetch.h"
 #include "agent/content/ContentStore.h"
 #include "agent/http/HttpClient.h"
 #include "agent/http/RetryPolicy.h"
-#include "base/Mutex.h"
 
 namespace zelor::agent {
 
 /// Signed remediation content of one install path: in memory, on disk, and from the repository. Any thread.
 ///
-/// Content in memory is used without asking the repository until the next run begins or ten minutes have
-/// passed. After that, and for content that is only on disk, the repository is asked whether it changed; when
-/// it does not answer, the copy is used. Within a run, a repository that did not answer is asked again about
-/// existing content only after half a minute. A copy read from disk is checked against its signature each
-/// time, and one that fails is fetched again. Failures are logged.
+/// What is in memory is used without a question until the next run begins or ten minutes have passed. After
+/// that, and for what is on disk alone, the repository is asked whether it changed; when nobody answers, the
+/// copy kept serves. A repository that did not answer is asked as RepositoryOutage allows. A copy read from
+/// disk is checked against its signature each time, and one that fails is fetched anew. Failures go to the
+/// log.
 class ContentLibrary {
   public:
     /// Keeps files in `directory`, which is made when it is first needed.
@@ -34,6 +35,12 @@ class ContentLibrary {
     /// Deletes what is on disk.
     void removeFile(const std::string& identifier);
 
+    /// Asks the repository about these identifiers at once, for the `get` of each that will follow, in their
+    /// order. Those whose content is in memory and still believed are left out. One thread at a time.
+    void fetchAhead(const std::vector<std::string>& identifiers);
+    /// What was asked ahead, to end it.
+    ContentAhead& ahead() { return ahead_; }
+
   private:
     using Document = std::shared_ptr<const ContentDocument>;
     /// What is at hand before the repository is asked.
@@ -44,7 +51,8 @@ class ContentLibrary {
 
     Document refresh(const std::string& identifier, std::uint64_t run, std::optional<CachedContent> cached);
     Kept readKept(const std::string& identifier) const;
-    ContentAnswer ask(const std::string& identifier, std::uint64_t run, const Kept& kept);
+    SignedContent knownVersion(const std::string& identifier);
+    ContentAnswer ask(const std::string& identifier, const Kept& kept);
     /// Null for content that is not good, with the reason in `problem`.
     Document accept(const std::string& identifier, const SignedContent& content, std::string& problem);
 
@@ -54,10 +62,11 @@ class ContentLibrary {
     RetryPolicy retry_;
     ContentCache cache_{kCacheBytes};
     HttpClientPool clients_;
-    base::Mutex mutex_;
-    std::uint64_t silentRun_ ZELOR_GUARDED_BY(mutex_) =
-        0;  ///< the run in which the repository did not answer
-    std::chrono::steady_clock::time_point silentUntil_ ZELOR_GUARDED_BY(mutex_);
+    ContentAhead ahead_;  ///< last: its thread uses the others
 };
+
+/// The one of the agent installed in `installPath`, which has no trailing separator. It is never removed. Any
+/// thread.
+ContentLibrary& contentLibraryAt(const std::string& installPath);
 
 }  // namespace zelor::agent

@@ -26,13 +26,6 @@ Cachers& cachers() {
     return all;
 }
 
-zelor::agent::ContentLibrary& libraryAt(const std::string& installPath) {
-    const zelor::base::MutexLock lock(cachers().mutex);
-    auto& library = cachers().libraries[installPath];
-    if (!library) library = std::make_unique<zelor::agent::ContentLibrary>(installPath + "/content");
-    return *library;
-}
-
 parseOnlyMetadata noContent() {
     parseOnlyMetadata metadata;
     RecordAccess::parsingFailed(metadata) = true;
@@ -45,6 +38,13 @@ parseOnlyMetadata failure(const std::string& line) {
 }
 
 }  // namespace
+
+zelor::agent::ContentLibrary& zelor::agent::contentLibraryAt(const std::string& installPath) {
+    const base::MutexLock lock(cachers().mutex);
+    auto& library = cachers().libraries[installPath];
+    if (!library) library = std::make_unique<ContentLibrary>(installPath + "/content");
+    return *library;
+}
 
 CreCacher* CreCacher::GetInstance(std::string installPath, std::string /*platformCpe*/) {
     // Content is cached by identifier alone, not by platform.
@@ -60,7 +60,7 @@ CreCacher* CreCacher::GetInstance(std::string installPath, std::string /*platfor
 
 parseOnlyMetadata CreCacher::getCre(std::string platformCpe, std::string productCpe, std::string cveOrCceId) {
     try {
-        const auto document = libraryAt(installPath_).get(cveOrCceId);
+        const auto document = zelor::agent::contentLibraryAt(installPath_).get(cveOrCceId);
         if (!document) return noContent();
         const creEriParsedData* entry = document->find(platformCpe, productCpe);
         if (entry == nullptr) {
@@ -79,10 +79,10 @@ parseOnlyMetadata CreCacher::getCre(std::string platformCpe, std::string product
 
 void CreCacher::removeCreFromCache(std::string /*platformCpe*/, std::string /*productCpe*/,
                                    std::string cveOrCceId) {
-    libraryAt(installPath_).forget(cveOrCceId);
+    zelor::agent::contentLibraryAt(installPath_).forget(cveOrCceId);
 }
 
 void CreCacher::removeCreFile(std::string /*platformCpe*/, std::string /*productCpe*/,
                               std::string cveOrCceId) {
-    libraryAt(installPath_).removeFile(cveOrCceId);
+    zelor::agent::contentLibraryAt(installPath_).removeFile(cveOrCceId);
 }

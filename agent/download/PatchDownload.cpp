@@ -96,12 +96,18 @@ DownloadResult PatchDownload::run() {
     partial_.reset();
     DownloadProgress::instance().end();
     const std::string url = withoutCredentials(job_.url);
+    if (result == DownloadResult::failed && turn_.isDown()) CallReport::addReason(turn_.reason(problem_));
     if (result == DownloadResult::failed) logFailure("[Downloader] cannot fetch " + url + ": " + problem_);
     if (result == DownloadResult::interrupted) log::info("[Downloader] stopped fetching ", url);
     return result;
 }
 
 DownloadResult PatchDownload::fetchAndMove() {
+    turn_ = RepositoryTurn(policy_.outage);
+    if (!turn_.mayAsk()) {
+        problem_ = turn_.reason();
+        return DownloadResult::failed;
+    }
     PartialFile& partial = partial_.emplace(job_.partialDirectory, job_.name);
     pace_.startAt(partial.resumeAt(job_.url));
     int failures = 0;
@@ -126,13 +132,15 @@ DownloadResult PatchDownload::fetchAndMove() {
 /// After a failed attempt: `again`, or the end.
 PatchDownload::Step PatchDownload::pauseOrGiveUp(int failures, int attempts) {
     if (isLate()) return late();
-    if (failures >= policy_.retry.attempts || attempts >= policy_.retry.attemptsInAll) {
+    const auto time = pauseAfter(failures, serverPause_, policy_.retry, randomChance());
+    if (failures >= policy_.retry.attempts || attempts >= policy_.retry.attemptsInAll ||
+        !turn_.mayGoOn(time, serverPause_)) {
+        if (turn_.isDown()) turn_.gaveUp();
         problem_ += "; gave up after " + std::to_string(attempts) +
                     " attempts, the next run continues where this one stopped";
         return Step::failed;
     }
     log::info("[Downloader] trying ", withoutCredentials(job_.url), " again: ", problem_);
-    const auto time = pauseAfter(failures, serverPause_, policy_.retry, randomChance());
     return sleepUnlessInterrupted(time) ? Step::again : Step::interrupted;
 }
 
@@ -159,7 +167,7 @@ PatchDownload::Step PatchDownload::attempt() {
     HttpRequest request;
     request.url = job_.url;
     request.bytesPerSecond = job_.bytesPerSecond;
-    request.limits = policy_.limits;
+    request.limits = turn_.bounded(policy_.limits);
     if (asked_ != 0) {
         request.headers = {"Range: bytes=" + std::to_string(asked_) + "-",
                            "If-Range: " + partial_->version().validator};
@@ -167,7 +175,9 @@ PatchDownload::Step PatchDownload::attempt() {
     request.overdue = [this] { return isLate(); };
     request.onHead = [this](const HttpHead& head) { return takeHead(head); };
     request.onBody = [this](std::string_view piece) { return takeBody(piece); };
-    return judge(client_.perform(request));
+    const HttpResult result = client_.perform(request);
+    turn_.learn(result);
+    return judge(result);
 }
 
 PatchDownload::Step PatchDownload::judge(const HttpResult& result) {

@@ -2,12 +2,14 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 
 #include "agent/download/PartialFile.h"
 #include "agent/download/PatchPace.h"
 #include "agent/http/HttpClient.h"
+#include "agent/http/RepositoryOutage.h"
 #include "agent/http/RetryPolicy.h"
 #include "agent/trust/Sha256.h"
 #include "base/Result.h"
@@ -19,6 +21,8 @@ struct DownloadPolicy {
     RetryPolicy retry;
     HttpLimits limits;
     PaceLimit pace;
+    /// What is known of the repository; null: every download finds out for itself.
+    std::shared_ptr<RepositoryOutage> outage{};
     /// The free bytes where that path is or will be.
     std::function<std::uint64_t(const std::string& path)> freeBytes = &zelor::agent::freeBytes;
 };
@@ -75,6 +79,7 @@ class PatchDownload {
     DownloadJob job_;
     DownloadPolicy policy_;
     HttpClient& client_;
+    RepositoryTurn turn_;
     std::optional<PartialFile> partial_;  ///< while running
     PatchPace pace_;
 

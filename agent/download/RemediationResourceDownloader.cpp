@@ -59,6 +59,7 @@ zelor::agent::DownloadPolicy policyInForce() {
     zelor::agent::DownloadPolicy policy;
     policy.pace.bytesPerSecond = std::uint64_t{settings->values().patchKiBPerSecond} << 10U;
     policy.pace.grace = std::chrono::minutes(settings->values().patchMinutes);
+    policy.outage = zelor::agent::RepositoryOutage::ofRun(zelor::agent::repositoryUrl(*settings));
     return policy;
 }
 

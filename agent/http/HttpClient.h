@@ -85,6 +85,8 @@ class HttpClient {
     HttpResult perform(const HttpRequest& request);
 
   private:
+    friend class ParallelTransfers;
+
     std::unique_ptr<HttpHandles> handles_;
 };
 

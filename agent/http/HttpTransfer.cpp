@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <boost/thread/thread.hpp>
 #include <exception>
+#include <optional>
 #include <stdexcept>
 #include <thread>
 
+#include "agent/http/CurlParts.h"
 #include "base/Strings.h"
 #include "remediation/Version.h"
 
@@ -27,43 +29,11 @@ constexpr std::uint64_t kReadsPerSecond = 50;
 constexpr int kLeastWindow = 16 << 10;
 constexpr std::uint64_t kWindowsPerSecond = 8;
 
-using HeaderList = std::unique_ptr<curl_slist, base::Deleter<curl_slist_free_all>>;
-
-HeaderList headerList(const std::vector<std::string>& headers) {
-    HeaderList list;
-    for (const std::string& header : headers) {
-        curl_slist* longer = curl_slist_append(list.get(), header.c_str());
-        if (longer == nullptr) throw std::bad_alloc();
-        // Appending does not change the list's head once there is one.
-        (void)list.release();
-        list.reset(longer);
-    }
-    return list;
-}
-
 bool isRedirect(long status) {
     return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
 }
 
-HttpOutcome outcomeOf(CURLcode code) {
-    switch (code) {
-        case CURLE_OK:
-            return HttpOutcome::answered;
-        case CURLE_URL_MALFORMAT:
-        case CURLE_UNSUPPORTED_PROTOCOL:
-        case CURLE_PEER_FAILED_VERIFICATION:
-        case CURLE_SSL_CACERT_BADFILE:
-        case CURLE_SSL_ISSUER_ERROR:
-        case CURLE_SSL_INVALIDCERTSTATUS:
-        case CURLE_OUT_OF_MEMORY:
-        case CURLE_BAD_FUNCTION_ARGUMENT:
-            return HttpOutcome::permanent;
-        default:
-            return HttpOutcome::transient;
-    }
-}
-
-/// Keeps the kernel's receive buffer small in relation to the rate.
+/// Keeps what the kernel takes from the network ahead of us small beside the rate.
 int limitWindow(void* closure, curl_socket_t socket, curlsocktype /*purpose*/) {
     const int bytes = *static_cast<const int*>(closure);
     (void)setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
@@ -80,13 +50,14 @@ void set(CURL* easy, CURLoption option, Value value) {
 /// One request and its answer, without redirects.
 class Transfer {
   public:
-    Transfer(HttpHandles& handles, const HttpRequest& request, const std::string& url)
+    Transfer(HttpHandles& handles, const HttpRequest& request, const std::string& url, bool amongOthers)
         : request_(request),
           headers_(headerList(request.headers)),
           pacer_(request.bytesPerSecond),
           multi_(handles.multi.get()) {
         if (!owned_) throw std::bad_alloc();
         setUp(url);
+        if (amongOthers) set(easy_, CURLOPT_HTTP_VERSION, CURL_HTTP_VERSION_2TLS);
         if (curl_multi_add_handle(multi_, easy_) != CURLM_OK)
             throw std::runtime_error("libcurl is out of memory");
     }
@@ -98,6 +69,47 @@ class Transfer {
         HttpResult result;
         while (!step(result)) {
         }
+        redirect = complete(result);
+        return result;
+    }
+
+    /// True when the transfer is over for another reason than libcurl's, after each round of libcurl.
+    bool isOver(HttpResult& result) {
+        if (headBytes_ > kHeadBytesLimit) {
+            return end(result, HttpOutcome::permanent, "the answer's headers are larger than 128 KiB");
+        }
+        if (!otherCoding_.empty()) {
+            return end(
+                result, HttpOutcome::permanent,
+                "the answer has the transfer coding \"" + otherCoding_ + "\", and only chunked is taken");
+        }
+        if (stopped_) return end(result, HttpOutcome::stopped, "stopped");
+        return false;
+    }
+
+    /// The same for one that libcurl goes on with.
+    bool isTooSlow(HttpResult& result) {
+        if (!headEnded_ && Clock::now() > answerDue_) {
+            return end(result, HttpOutcome::transient, "no answer came in time");
+        }
+        if (Clock::now() - progressed_ > request_.limits.stallTime) {
+            return end(result, HttpOutcome::transient, "the transfer stalled: nothing came for too long");
+        }
+        return request_.overdue && request_.overdue() && end(result, HttpOutcome::overdue, "its time was up");
+    }
+
+    /// libcurl has ended it with that code.
+    bool finish(HttpResult& result, CURLcode code) {
+        if (discarding_ && code == CURLE_WRITE_ERROR) code = CURLE_OK;
+        return end(result, outcomeOf(code),
+                   code == CURLE_OK         ? ""
+                   : error_.front() == '\0' ? curl_easy_strerror(code)
+                                            : error_.data());
+    }
+
+    /// Adds the head to the result of a transfer that is over. The target of a redirect, or "".
+    std::string complete(HttpResult& result) {
+        std::string redirect;
         if (thrown_) std::rethrow_exception(thrown_);
         if (result.outcome == HttpOutcome::answered && isRedirect(head_.status)) {
             const char* target = nullptr;
@@ -105,8 +117,10 @@ class Transfer {
             if (target != nullptr) redirect = target;
         }
         result.head = std::move(head_);
-        return result;
+        return redirect;
     }
+
+    bool isOf(const CURL* easy) const { return easy == easy_; }
 
   private:
     void setUp(const std::string& url) {
@@ -179,22 +193,9 @@ class Transfer {
         if (curl_multi_perform(multi_, &running) != CURLM_OK) {
             return end(result, HttpOutcome::permanent, "libcurl failed");
         }
-        if (headBytes_ > kHeadBytesLimit) {
-            return end(result, HttpOutcome::permanent, "the answer's headers are larger than 128 KiB");
-        }
-        if (!otherCoding_.empty()) {
-            return end(
-                result, HttpOutcome::permanent,
-                "the answer has the transfer coding \"" + otherCoding_ + "\", and only chunked is taken");
-        }
-        if (stopped_) return end(result, HttpOutcome::stopped, "stopped");
-        if (running == 0) return finish(result);
-        if (!headEnded_ && Clock::now() > answerDue_) {
-            return end(result, HttpOutcome::transient, "no answer came in time");
-        }
-        if (Clock::now() - progressed_ > request_.limits.stallTime) {
-            return end(result, HttpOutcome::transient, "the transfer stalled: nothing came for too long");
-        }
+        if (isOver(result)) return true;
+        if (running == 0) return finish(result, endOfTheOnlyOne());
+        if (isTooSlow(result)) return true;
         if (pacer_.due() <= Clock::now()) {
             curl_multi_poll(multi_, nullptr, 0, static_cast<int>(kReaction.count()), nullptr);
         }
@@ -207,17 +208,13 @@ class Transfer {
         return true;
     }
 
-    bool finish(HttpResult& result) {
+    CURLcode endOfTheOnlyOne() {
         int left = 0;
         CURLcode code = CURLE_RECV_ERROR;
         while (const CURLMsg* message = curl_multi_info_read(multi_, &left)) {
             if (message->msg == CURLMSG_DONE) code = message->data.result;
         }
-        if (discarding_ && code == CURLE_WRITE_ERROR) code = CURLE_OK;
-        return end(result, outcomeOf(code),
-                   code == CURLE_OK         ? ""
-                   : error_.front() == '\0' ? curl_easy_strerror(code)
-                                            : error_.data());
+        return code;
     }
 
     template <class Work>
@@ -327,7 +324,60 @@ class Transfer {
 
 HttpResult transferOnce(HttpHandles& handles, const HttpRequest& request, const std::string& url,
                         std::string& redirect) {
-    return Transfer(handles, request, url).run(redirect);
+    return Transfer(handles, request, url, false).run(redirect);
+}
+
+struct ParallelTransfers::Running {
+    HttpRequest request;
+    Done done;
+    Transfer transfer;
+    std::optional<CURLcode> ended{};
+
+    Running(HttpHandles& handles, HttpRequest asked, Done then)
+        : request(std::move(asked)), done(std::move(then)), transfer(handles, request, request.url, true) {}
+
+    /// True when it is over, with its result.
+    bool isOver(HttpResult& result) {
+        if (transfer.isOver(result)) return true;
+        return ended ? transfer.finish(result, *ended) : transfer.isTooSlow(result);
+    }
+};
+
+ParallelTransfers::ParallelTransfers(HttpClient& client, std::size_t most) : handles_(*client.handles_) {
+    CURLM* multi = handles_.multi.get();
+    curl_multi_setopt(multi, CURLMOPT_MAX_TOTAL_CONNECTIONS, static_cast<long>(most));
+    curl_multi_setopt(multi, CURLMOPT_MAXCONNECTS, static_cast<long>(most));
+}
+
+ParallelTransfers::~ParallelTransfers() = default;
+
+void ParallelTransfers::start(HttpRequest request, Done done) {
+    running_.push_back(std::make_unique<Running>(handles_, std::move(request), std::move(done)));
+}
+
+void ParallelTransfers::work() {
+    CURLM* multi = handles_.multi.get();
+    int left = 0;
+    if (curl_multi_perform(multi, &left) != CURLM_OK) throw std::runtime_error("libcurl failed");
+    while (const CURLMsg* message = curl_multi_info_read(multi, &left)) {
+        if (message->msg != CURLMSG_DONE) continue;
+        for (const auto& one : running_)
+            if (one->transfer.isOf(message->easy_handle)) one->ended = message->data.result;
+    }
+    std::vector<std::unique_ptr<Running>> over;
+    std::vector<HttpResult> results;
+    for (auto& one : running_) {
+        HttpResult result;
+        if (!one->isOver(result)) continue;
+        (void)one->transfer.complete(result);
+        results.push_back(std::move(result));
+        over.push_back(std::move(one));
+    }
+    running_.erase(std::remove(running_.begin(), running_.end(), nullptr), running_.end());
+    for (std::size_t i = 0; i < over.size(); ++i)
+        over[i]->done(std::move(results[i]));
+    if (over.empty() && !running_.empty())
+        curl_multi_poll(multi, nullptr, 0, static_cast<int>(kReaction.count()), nullptr);
 }
 
 }  // namespace zelor::agent

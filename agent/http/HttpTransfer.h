@@ -3,9 +3,12 @@
 #include <curl/curl.h>
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "agent/http/HttpClient.h"
 #include "base/Deleter.h"
@@ -21,6 +24,37 @@ struct HttpHandles {
 /// `redirect` to its target. Throws what a callback throws, std::bad_alloc and std::runtime_error.
 HttpResult transferOnce(HttpHandles& handles, const HttpRequest& request, const std::string& url,
                         std::string& redirect);
+
+/// Makes several requests at once on one client's connections, over HTTP/2 where a server speaks it, and else
+/// on as many connections. Redirects are not followed: they are answers. One thread; what is left is given up
+/// when it is destroyed.
+class ParallelTransfers {
+  public:
+    /// Receives the end of a request.
+    using Done = std::function<void(HttpResult)>;
+
+    /// Opens at most `most` connections. The client stays the caller's, must outlive the object, and does
+    /// nothing else.
+    ParallelTransfers(HttpClient& client, std::size_t most);
+    ~ParallelTransfers();
+    ParallelTransfers(const ParallelTransfers&) = delete;
+    ParallelTransfers& operator=(const ParallelTransfers&) = delete;
+
+    /// Starts a request; its rate is not kept to. `done` is called by `work`, which it may not call, and may
+    /// start others. Throws std::bad_alloc and std::runtime_error.
+    void start(HttpRequest request, Done done);
+    /// How many have not ended.
+    std::size_t inHand() const { return running_.size(); }
+    /// Goes on with all of them, and waits up to a twentieth of a second for something to do. Throws what a
+    /// callback throws.
+    void work();
+
+  private:
+    struct Running;
+
+    HttpHandles& handles_;
+    std::vector<std::unique_ptr<Running>> running_;
+};
 
 /// Spreads bytes over time: the mean is the rate asked for, and what an idle moment left unused is made good
 /// only up to a tenth of a second's worth, so that no second runs far over the rate.

@@ -92,6 +92,7 @@ std::vector<LiveRow> LiveModel::takeSettled(const ResultTable& table, double tim
             continue;
         }
         rows.push_back(row(table, request, time));
+        rows.back().reason = outage_.shown(rows.back().reason);
         intervals_.erase(request);
     }
     resting_.swap(still);

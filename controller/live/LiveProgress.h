@@ -8,6 +8,7 @@
 #include "agent/DownloadProgress.h"
 #include "controller/live/InvalidRequestLimit.h"
 #include "controller/live/LiveTerminal.h"
+#include "controller/live/OutageReason.h"
 #include "controller/live/PlainLines.h"
 #include "controller/live/RateMeter.h"
 #include "controller/live/RunListener.h"
@@ -48,6 +49,7 @@ class LiveModel {
         intervals_;                  ///< of the requests that are being worked on or have just ended
     std::set<std::size_t> resting_;  ///< with a result that is not settled
     InvalidRequestLimit invalid_;
+    OutageReason outage_;
     RateMeter meter_;
     std::string resource_;
     std::size_t nameColumns_ = 0;

@@ -27,7 +27,8 @@ void PlainLines::changed(const ResultTable& table, const std::vector<Change>& ch
         if (change.value == 0) continue;  // nothing has begun
         if (invalid_.leavesOut(change.value)) continue;
         const Result& result = table.results()[change.request];
-        const std::string reason = isResult(change.value) && reasonOf_ ? reasonOf_(result) : "";
+        const std::string reason =
+            isResult(change.value) && reasonOf_ ? outage_.shown(reasonOf_(result)) : "";
         const std::string line = now + "  " + fitToColumns(stateName(change.value), 16, "") + "  " +
                                  requestLabel(*result.key) + " (" + base::printable(*result.identifier) +
                                  ')' + (reason.empty() ? "" : ": " + reason);
@@ -67,7 +68,8 @@ std::string restartText(const RunFlags& flags) {
 }
 
 std::string runSummary(const ResultTable& table, const std::vector<ProgressValue>& beforeCancel,
-                       const RunFlags& flags, const std::string& logFile, double seconds) {
+                       const RunFlags& flags, const std::string& logFile, double seconds,
+                       const std::string& outage) {
     std::vector<ProgressValue> values;
     for (const Result& result : table.results())
         values.push_back(result.value);
@@ -79,6 +81,7 @@ std::string runSummary(const ResultTable& table, const std::vector<ProgressValue
     }
     if (!flags.endReason.empty())
         text += "The requests that were left are aborted: " + flags.endReason + ".\n";
+    if (!outage.empty()) text += outage + ".\n";
     const std::string restart = restartText(flags);
     return text + (restart.empty() ? "" : restart + '\n') + "Log: " + base::printable(logFile) + '\n';
 }

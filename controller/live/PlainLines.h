@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "controller/live/InvalidRequestLimit.h"
+#include "controller/live/OutageReason.h"
 #include "controller/live/RunListener.h"
 #include "controller/report/ReportJson.h"
 
@@ -26,6 +27,7 @@ class PlainLines : public RunListener {
     int fd_;
     ReasonOf reasonOf_;
     InvalidRequestLimit invalid_;
+    OutageReason outage_;
 };
 
 /// Writes the time, `text` and a line end, folded at the width of a terminal.
@@ -34,10 +36,11 @@ void writePlainLine(int fd, const std::string& text);
 /// Counts by state: "3 success, 1 failed".
 std::string countsText(const std::vector<ProgressValue>& values);
 
-/// The summary of a run in printable lines: counts by state, the values of cancelled requests before the
-/// cancel, what is needed now, where the log is.
+/// The last words on a run: counts by state, what cancelled requests read before, what is needed now, where
+/// the log is. `outage` is a line of its own, if it is not empty. Printable lines.
 std::string runSummary(const ResultTable& table, const std::vector<ProgressValue>& beforeCancel,
-                       const RunFlags& flags, const std::string& logFile, double seconds);
+                       const RunFlags& flags, const std::string& logFile, double seconds,
+                       const std::string& outage = {});
 
 /// What the flags say about a restart, "" when there is nothing to say.
 std::string restartText(const RunFlags& flags);

@@ -8,6 +8,7 @@
 
 #include "agent/ContentCacheControl.h"
 #include "agent/LogControl.h"
+#include "agent/Prefetch.h"
 #include "agent/http/Deadline.h"
 #include "agent/http/HttpClient.h"
 #include "controller/Commands.h"
@@ -58,10 +59,12 @@ class Run {
           talkFd_(keepsStandardOutput(options) ? STDERR_FILENO : STDOUT_FILENO),
           usable_(requests.usable()),
           table_(requests.all),
+          prefetch_(paths.installPath),
           manager_(paths.installPath) {
         table_.setInvalid(requests.invalid);
         record_.setInvalid(requests);
         manager_.setRunObserver(&record_);
+        manager_.setAheadOfNeed(&prefetch_);
         if (!options.events.empty()) {
             eventOutput_ = std::make_unique<LineOutput>(options.events, "--events");
             addListener(std::make_unique<EventLines>(*eventOutput_, record_, facts_));
@@ -162,8 +165,9 @@ class Run {
         if (!options_.report.empty()) written &= isWritten(writeReport(flags));
         if (eventOutput_) written &= isWritten(eventOutput_->problem());
         if (!options_.talk.quiet) {
-            const std::string summary = runSummary(table_, valuesBeforeCancel(), flags,
-                                                   paths_.settings->values().logFile, facts_.seconds);
+            const std::string summary =
+                runSummary(table_, valuesBeforeCancel(), flags, paths_.settings->values().logFile,
+                           facts_.seconds, outageText());
             written &= isWritten(writeTalk(talkFd_, summary));
         }
         return written;
@@ -177,6 +181,13 @@ class Run {
             if (before) values.push_back(before->value);
         }
         return values;
+    }
+
+    std::string outageText() const {
+        std::vector<std::string> reasons;
+        for (const Result& result : table_.results())
+            reasons.push_back(record_.reason(result));
+        return outageSummary(reasons);
     }
 
     std::string writeResults(const RunFlags& flags) const {
@@ -213,6 +224,7 @@ class Run {
     ResultTable table_;
     RunFacts facts_;
     RunRecord record_;  // outlives the run, which reports to it
+    agent::Prefetch prefetch_;
     RemediationManager manager_;
     std::unique_ptr<LineOutput> eventOutput_;
     RunTimeline timeline_;

@@ -17,8 +17,9 @@
 
 class MacPatchManager;
 namespace zelor {
+class AheadOfNeed;
 class RunObserver;
-}
+}  // namespace zelor
 namespace zelor::remediation {
 struct RunParts;
 }  // namespace zelor::remediation
@@ -81,6 +82,10 @@ class ZELOR_API RemediationManager {
     /// and must live until `getRemDone()` is true or `bufferPatches` has returned. Threads, order and what an
     /// event may do: see `zelor::RunObserver` in "remediation/RunObserver.h".
     void setRunObserver(zelor::RunObserver* observer);
+    /// Who hears what the run will need, so that it can be fetched ahead; null for none, as without a call.
+    /// It stays the caller's and must live until `getRemDone()` is true and no other thread cancels. See
+    /// "collaborators/AheadOfNeed.h".
+    void setAheadOfNeed(zelor::AheadOfNeed* receiver);
 
     // Run
 

@@ -46,7 +46,7 @@ RequestIntake::RequestIntake(RequestRows rows, const std::string& platformCpe, R
       cancellation_(cancellation),
       events_(events) {}
 
-void RequestIntake::parseAll() {
+void RequestIntake::parseAll(Needs* needs) {
     const std::set<std::string> specialCases = CacheStore::GetSplCaseCPEs();
     const RequestStore::Requests requests = store_.takeUp();
     {
@@ -61,6 +61,7 @@ void RequestIntake::parseAll() {
             parse(key, identifier, specialCases);
         }
     }
+    if (needs != nullptr && needs->heard()) announce(*needs);
     for (std::vector<remediateMetadata>* rows : {&rows_.patches, &rows_.configurations}) {
         if (rows->empty()) continue;
         getContent(*rows);
@@ -132,6 +133,18 @@ void RequestIntake::getContent(std::vector<remediateMetadata>& rows) {
         }
         cancellation_.markCancelled();
     }
+}
+
+void RequestIntake::announce(Needs& needs) {
+    std::vector<NeededContent> content;
+    content.reserve(rows_.patches.size() + rows_.configurations.size());
+    for (std::vector<remediateMetadata>* rows : {&rows_.patches, &rows_.configurations}) {
+        for (remediateMetadata& row : *rows) {
+            content.push_back({RecordAccess::combinedCpes(row), row.getPlatformCpe(), row.getProductCpe(),
+                               row.getCveOrCceId()});
+        }
+    }
+    if (!content.empty()) needs.content(content);
 }
 
 // True when a cancel ended it, so that nothing is known of the content. A cancel may be withdrawn.

@@ -8,6 +8,7 @@
 #include "remediation/intake/RequestContent.h"
 #include "remediation/intake/RequestStore.h"
 #include "remediation/progress/Cancellation.h"
+#include "remediation/progress/Needs.h"
 #include "remediation/progress/Progress.h"
 #include "remediation/progress/RunEvents.h"
 
@@ -24,10 +25,10 @@ class RequestIntake {
     RequestIntake(const RequestIntake&) = delete;
     RequestIntake& operator=(const RequestIntake&) = delete;
 
-    /// Takes up the requests, adds a row for each usable one and gets the rows' content. Ends early when the
-    /// whole run is cancelled.
-    void parseAll();
-    /// Gets the content of rows; only rows of the patch list count for collective results.
+    /// Takes up the requests, adds a row for each usable one, announces what content they need, if there are
+    /// `needs`, and gets it. Ends early when the whole run is cancelled.
+    void parseAll(Needs* needs = nullptr);
+    /// Gets the content of rows; only the row list of the patches counts for collective results.
     void getContent(std::vector<remediateMetadata>& rows);
     /// Moves the patches that install unattended to the front; keeps the order otherwise. Does nothing when
     /// the whole run is cancelled.
@@ -38,6 +39,7 @@ class RequestIntake {
   private:
     void parse(const std::string& key, const std::string& identifier,
                const std::set<std::string>& specialCases);
+    void announce(Needs& needs);
     bool getContentUnlessCancelled(remediateMetadata& row);
     bool getContent(remediateMetadata& row);
 

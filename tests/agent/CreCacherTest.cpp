@@ -91,7 +91,9 @@ TEST_F(CreCacherTest, NoRepositoryHoldsContentForLong) {
         const test::DripServer slow(drip);
         HttpClient client;
         const auto start = std::chrono::steady_clock::now();
-        const ContentAnswer answer = fetchContent(client, slow.url(), kId, {}, retry, milliseconds(300));
+        RepositoryTurn turn;
+        const ContentAnswer answer =
+            fetchContent(client, slow.url(), kId, {}, retry, milliseconds(300), turn);
         EXPECT_EQ(answer.kind, ContentAnswer::Kind::noAnswer) << drip.name;
         EXPECT_THAT(answer.problem, HasSubstr("it takes longer than ContentSeconds")) << drip.name;
         EXPECT_LT(std::chrono::steady_clock::now() - start, milliseconds(1000)) << drip.name;

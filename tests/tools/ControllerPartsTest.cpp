@@ -445,6 +445,20 @@ TEST(ControllerSummary, SaysWhatTheCancelledReadBeforeAndWhatNeedsARestart) {
                 HasSubstr("The requests that were left are aborted: the time was up.\n"));
 }
 
+TEST(ControllerOutage, IsSaidOnceWithWhatItAffects) {
+    const std::string down = "the repository does not answer since 10:15:02 UTC";
+    OutageReason outage;
+    EXPECT_EQ(outage.shown("http://h: refused"), "http://h: refused");
+    EXPECT_EQ(outage.shown(down + ": http://h: refused"), down + ": http://h: refused");
+    EXPECT_EQ(outage.shown(down), "");
+    EXPECT_EQ(outage.shown("exit status 3"), "exit status 3");
+    EXPECT_EQ(outageSummary({"", "exit status 3"}), "");
+    EXPECT_EQ(outageSummary({"", down + ": http://h: refused", down, "exit status 3"}),
+              "The repository does not answer since 10:15:02 UTC: 2 requests could not be completed");
+    const ResultTable table(RequestMap{{"a", "CVE-1"}});
+    EXPECT_THAT(runSummary(table, {}, {}, "/l", 2, "The end"), HasSubstr("\nThe end.\n"));
+}
+
 TEST(ControllerCpeNames, AreWrittenInTheOlderForm) {
     const struct {
         const char* name23;

@@ -1,0 +1,226 @@
+#include "agent/content/ContentAhead.h"
+
+#include <exception>
+#include <memory>
+#include <utility>
+
+#include "agent/http/Deadline.h"
+#include "agent/http/HttpTransfer.h"
+#include "agent/http/RepositoryOutage.h"
+#include "base/Strings.h"
+#include "platform/Log.h"
+
+namespace zelor::agent {
+
+namespace {
+
+using Kind = ContentAnswer::Kind;
+
+constexpr std::chrono::milliseconds kReaction{50};  ///< how late a stop may be seen
+
+std::size_t bytesOf(const ContentAnswer& answer) {
+    return answer.content.xml.size() + answer.content.signature.size();
+}
+
+}  // namespace
+
+/// One identifier's way through the worker: the content, then its signature.
+struct ContentAhead::Transfer {
+    std::string identifier;
+    SignedContent known;
+    ContentExchange exchange;
+    Deadline deadline;
+    std::string body{};
+    bool tooLarge = false;
+};
+
+/// What the worker's thread has in hand.
+class ContentAhead::Work {
+  public:
+    explicit Work(ContentAhead& ahead)
+        : ahead_(ahead),
+          outage_(RepositoryOutage::ofRun(ahead.repository_)),
+          transfers_(client_, kParallel) {}
+
+    void run() {
+        for (;;) {
+            while (transfers_.inHand() < allowed()) {
+                std::optional<std::string> identifier = ahead_.next(transfers_.inHand() == 0);
+                if (!identifier) break;
+                begin(*identifier);
+            }
+            if (transfers_.inHand() == 0) return;
+            transfers_.work();
+        }
+    }
+
+  private:
+    // Over TLS the first answer shows whether one connection is enough for all (HTTP/2).
+    std::size_t allowed() const {
+        return answered_ || !base::hasBeginningInAnyCase(ahead_.repository_, "https:") ? kParallel : 1;
+    }
+
+    void begin(const std::string& identifier) {
+        SignedContent known = ahead_.known_(identifier);
+        ContentExchange exchange(ahead_.repository_, identifier, known);
+        ask(std::make_shared<Transfer>(
+            Transfer{identifier, std::move(known), std::move(exchange), Deadline(ahead_.longest_)}));
+    }
+
+    void ask(const std::shared_ptr<Transfer>& transfer) {
+        HttpRequest request = transfer->exchange.request();
+        request.limits = contentLimits();
+        request.overdue = [this, transfer] {
+            return transfer->deadline.passed() || !ahead_.isWanted(transfer->identifier);
+        };
+        transfer->body.clear();
+        request.onBody = [transfer](std::string_view piece) {
+            transfer->tooLarge = piece.size() > transfer->exchange.limit() - transfer->body.size();
+            if (!transfer->tooLarge) transfer->body += piece;
+            return !transfer->tooLarge;
+        };
+        const auto began = std::chrono::steady_clock::now();
+        transfers_.start(std::move(request),
+                         [=](HttpResult result) { take(transfer, std::move(result), began); });
+    }
+
+    void take(const std::shared_ptr<Transfer>& transfer, HttpResult result,
+              std::chrono::steady_clock::time_point began) {
+        if (!ahead_.isWanted(transfer->identifier)) return;
+        if (outage_->learn(result, began)) return ahead_.failed();
+        answered_ = true;
+        // Redirects, and what another attempt may change, are for who wants the answer.
+        const long status = result.head.status;
+        const bool late = result.outcome == HttpOutcome::overdue;
+        if (status >= 300 && status < 400 && status != 304) return ahead_.drop(transfer->identifier);
+        std::optional<ContentAnswer> answer =
+            transfer->exchange.take({std::move(result), std::move(transfer->body), transfer->tooLarge});
+        if (!answer) return ask(transfer);
+        if (answer->kind == Kind::noAnswer && !late) return ahead_.drop(transfer->identifier);
+        ahead_.arrived(transfer->identifier, std::move(transfer->known), std::move(*answer));
+    }
+
+    ContentAhead& ahead_;
+    std::shared_ptr<RepositoryOutage> outage_;
+    bool answered_ = false;
+    HttpClient client_;
+    ParallelTransfers transfers_;
+};
+
+void ContentAhead::begin(std::string repository, const std::vector<std::string>& identifiers,
+                         KnownVersion known, std::chrono::milliseconds longest) {
+    join();
+    if (identifiers.empty()) return;
+    repository_ = std::move(repository);
+    known_ = std::move(known);
+    longest_ = longest;
+    {
+        const base::MutexLock lock(mutex_);
+        for (const std::string& identifier : identifiers)
+            if (entries_.try_emplace(identifier).second) queue_.push_back(identifier);
+        stopping_ = false;
+    }
+    try {
+        thread_ = std::thread([this] { run(); });
+    } catch (...) {
+        stop();
+        throw;
+    }
+}
+
+void ContentAhead::run() {
+    try {
+        Work(*this).run();
+    } catch (const std::exception& problem) {
+        log::debug("[CreCacher] content is no longer fetched ahead: ", problem.what());
+    }
+    const base::MutexLock lock(mutex_);
+    for (auto entry = entries_.begin(); entry != entries_.end();)
+        entry = entry->second.state == State::arrived ? std::next(entry) : entries_.erase(entry);
+    changed_.notifyAll();
+}
+
+// The next identifier to ask about; none while there is no room for another answer, for which an idle worker
+// waits.
+std::optional<std::string> ContentAhead::next(bool idle) {
+    const base::MutexLock lock(mutex_);
+    while (idle && !stopping_ && held_ > kHeldBytes && !queue_.empty())
+        changed_.wait(mutex_);
+    while (!stopping_ && held_ <= kHeldBytes && !queue_.empty()) {
+        std::string identifier = std::move(queue_.front());
+        queue_.pop_front();
+        const auto entry = entries_.find(identifier);
+        if (entry == entries_.end()) continue;  // dropped, or asked for by who wanted it
+        entry->second.state = State::inHand;
+        return identifier;
+    }
+    return std::nullopt;
+}
+
+bool ContentAhead::isWanted(const std::string& identifier) {
+    const base::MutexLock lock(mutex_);
+    return !stopping_ && entries_.count(identifier) != 0;
+}
+
+void ContentAhead::arrived(const std::string& identifier, SignedContent known, ContentAnswer answer) {
+    const base::MutexLock lock(mutex_);
+    const auto entry = entries_.find(identifier);
+    if (entry == entries_.end()) return;
+    held_ += bytesOf(answer);
+    entry->second = {State::arrived, std::move(known), std::move(answer)};
+    changed_.notifyAll();
+}
+
+void ContentAhead::failed() {
+    const base::MutexLock lock(mutex_);
+    queue_.clear();
+    for (auto entry = entries_.begin(); entry != entries_.end();)
+        entry = entry->second.state == State::arrived ? std::next(entry) : entries_.erase(entry);
+    changed_.notifyAll();
+}
+
+void ContentAhead::drop(const std::string& identifier) {
+    const base::MutexLock lock(mutex_);
+    const auto entry = entries_.find(identifier);
+    if (entry == entries_.end()) return;
+    held_ -= bytesOf(entry->second.answer);
+    entries_.erase(entry);
+    changed_.notifyAll();
+}
+
+void ContentAhead::stop() {
+    const base::MutexLock lock(mutex_);
+    stopping_ = true;
+    queue_.clear();
+    entries_.clear();
+    held_ = 0;
+    changed_.notifyAll();
+}
+
+void ContentAhead::join() {
+    stop();
+    if (thread_.joinable()) thread_.join();
+}
+
+std::optional<ContentAnswer> ContentAhead::take(const std::string& identifier, const SignedContent& known) {
+    const base::MutexLock lock(mutex_);
+    for (;;) {
+        const auto found = entries_.find(identifier);
+        if (found == entries_.end()) return std::nullopt;
+        Entry& entry = found->second;
+        if (entry.state != State::inHand) {
+            std::optional<ContentAnswer> answer;
+            const bool same =
+                entry.known.etag == known.etag && entry.known.lastModified == known.lastModified;
+            held_ -= bytesOf(entry.answer);
+            if (entry.state == State::arrived && same) answer = std::move(entry.answer);
+            entries_.erase(found);
+            changed_.notifyAll();
+            return answer;
+        }
+        if (stopRequested()) return std::nullopt;
+        (void)changed_.waitUntil(mutex_, std::chrono::steady_clock::now() + kReaction);
+    }
+}
+
+}  // namespace zelor::agent

@@ -1,0 +1,77 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "agent/content/ContentFetch.h"
+#include "base/Mutex.h"
+
+namespace zelor::agent {
+
+/// The repository's answers about the content of many identifiers, asked for side by side before anyone wants
+/// them. It keeps them in bounded memory, unchecked, until they are taken. At the first sign of an outage it
+/// stops: who wants an answer then asks for itself. Any thread, but for `begin` and `join`.
+class ContentAhead {
+  public:
+    /// The etag and the date of what is kept of an identifier's content; on a thread of its own.
+    using KnownVersion = std::function<SignedContent(const std::string& identifier)>;
+
+    ContentAhead() = default;
+    ~ContentAhead() { join(); }
+    ContentAhead(const ContentAhead&) = delete;
+    ContentAhead& operator=(const ContentAhead&) = delete;
+
+    /// Asks `repository` about these identifiers, in their order. What an earlier call left is dropped. Each
+    /// may take `longest`, zero for no limit. Returns at once. Throws std::system_error without a thread.
+    void begin(std::string repository, const std::vector<std::string>& identifiers, KnownVersion known,
+               std::chrono::milliseconds longest);
+    /// Nobody will take that answer: the transfer in hand ends within a tenth of a second.
+    void drop(const std::string& identifier);
+    /// The same for all of them.
+    void stop();
+    /// Stops, and waits until nothing is in hand.
+    void join();
+
+    /// The answer about an identifier, which was asked with the version of `known`; waits for one in hand.
+    /// Nothing when there is none, when the call is to end early, or when another version was asked about.
+    std::optional<ContentAnswer> take(const std::string& identifier, const SignedContent& known);
+
+  private:
+    enum class State { waiting, inHand, arrived };
+    struct Entry {
+        State state = State::waiting;
+        SignedContent known;
+        ContentAnswer answer;
+    };
+    struct Transfer;
+    class Work;
+
+    std::optional<std::string> next(bool idle);
+    bool isWanted(const std::string& identifier);
+    void arrived(const std::string& identifier, SignedContent known, ContentAnswer answer);
+    void failed();
+    void run();
+
+    static constexpr std::size_t kParallel = 16;
+    static constexpr std::size_t kHeldBytes = 32U << 20U;
+
+    std::string repository_;  ///< this one and the next two are set while there is no thread
+    KnownVersion known_;
+    std::chrono::milliseconds longest_{0};
+    std::thread thread_;
+    base::Mutex mutex_;
+    base::Condition changed_;
+    std::map<std::string, Entry> entries_ ZELOR_GUARDED_BY(mutex_);
+    std::deque<std::string> queue_ ZELOR_GUARDED_BY(mutex_);
+    std::size_t held_ ZELOR_GUARDED_BY(mutex_) = 0;  ///< bytes of the answers that arrived
+    bool stopping_ ZELOR_GUARDED_BY(mutex_) = true;
+};
+
+}  // namespace zelor::agent

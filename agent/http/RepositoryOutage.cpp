@@ -1,0 +1,160 @@
+#include "agent/http/RepositoryOutage.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <ctime>
+#include <utility>
+
+#include "agent/ContentCacheControl.h"
+#include "agent/RepositoryStatus.h"
+
+namespace zelor::agent {
+
+namespace {
+
+using std::chrono::milliseconds;
+using Clock = std::chrono::steady_clock;
+
+constexpr milliseconds kPatience{15'000};  ///< of a series, from the first attempt without an answer
+constexpr milliseconds kProbeLimit{3'000};
+constexpr milliseconds kFirstProbePause{5'000};
+constexpr milliseconds kLongestProbePause{30'000};
+constexpr milliseconds kLongestAsked{300'000};
+constexpr std::chrono::minutes kForgotten{10};  ///< an outage that nobody has met for so long
+
+/// The server answered, and not with its own trouble.
+bool isAnswer(const HttpResult& result) {
+    return result.head.status != 0 && result.head.status < 500;
+}
+
+bool isSilence(const HttpResult& result) {
+    const bool tried = result.outcome == HttpOutcome::transient || result.outcome == HttpOutcome::overdue;
+    return result.head.status >= 500 || (tried && result.head.status == 0);
+}
+
+HttpLimits atMost(HttpLimits limits, milliseconds time) {
+    limits.connectTimeout = std::min(limits.connectTimeout, time);
+    limits.firstAnswer = std::min(limits.firstAnswer, time);
+    return limits;
+}
+
+/// The memory of the repository that was used last. A run has one.
+struct Latest {
+    base::Mutex mutex;
+    std::uint64_t run ZELOR_GUARDED_BY(mutex) = 0;
+    std::string url ZELOR_GUARDED_BY(mutex);
+    std::shared_ptr<RepositoryOutage> outage ZELOR_GUARDED_BY(mutex);
+};
+
+}  // namespace
+
+std::shared_ptr<RepositoryOutage> RepositoryOutage::ofRun(const std::string& url) {
+    // Kept to the very end of the process: a run's thread may outlive main().
+    static Latest& latest = *new Latest;
+    const std::uint64_t run = currentRun();
+    const base::MutexLock lock(latest.mutex);
+    if (!latest.outage || latest.run != run || latest.url != url) {
+        latest.outage = std::make_shared<RepositoryOutage>();
+        latest.run = run;
+        latest.url = url;
+    }
+    return latest.outage;
+}
+
+RepositoryOutage::Turn RepositoryOutage::begin(Time now) {
+    const base::MutexLock lock(mutex_);
+    if (since_ && now - last_ > kForgotten) {
+        since_.reset();
+        known_ = false;
+    }
+    if (!since_ || !known_) return Turn::series;
+    if (now < nextProbe_) return Turn::none;
+    nextProbe_ = now + kFirstProbePause;
+    return Turn::probe;
+}
+
+HttpLimits RepositoryOutage::bounded(Turn turn, HttpLimits limits, Time now) const {
+    if (turn == Turn::probe) return atMost(limits, kProbeLimit);
+    const base::MutexLock lock(mutex_);
+    if (!since_) return limits;
+    const auto left = std::chrono::duration_cast<milliseconds>(*since_ + kPatience - now);
+    return atMost(limits, std::max(left, kProbeLimit));
+}
+
+void RepositoryOutage::start(Time now) {
+    if (!since_) {
+        since_ = now;
+        sinceText_ = std::chrono::system_clock::now() -
+                     std::chrono::duration_cast<std::chrono::system_clock::duration>(Clock::now() - now);
+        known_ = false;
+        probes_ = 0;
+        waited_ = false;
+    }
+    last_ = std::max(last_, now);
+}
+
+bool RepositoryOutage::learn(const HttpResult& result, Time began) {
+    const base::MutexLock lock(mutex_);
+    if (isAnswer(result)) since_.reset();
+    if (!isSilence(result)) return false;
+    start(began);
+    return true;
+}
+
+bool RepositoryOutage::mayGoOn(Turn turn, Time next, Milliseconds asked) {
+    if (turn != Turn::series) return false;
+    const base::MutexLock lock(mutex_);
+    if (!since_) return true;
+    if (known_) return false;  // another thread's request found out
+    if (asked > Milliseconds::zero()) return !std::exchange(waited_, true);
+    return next < *since_ + kPatience;
+}
+
+void RepositoryOutage::gaveUp(Time now, Milliseconds asked) {
+    const base::MutexLock lock(mutex_);
+    start(now);
+    last_ = now;
+    known_ = true;
+    const Milliseconds pause = std::min(kFirstProbePause * (1 << std::min(probes_, 3)), kLongestProbePause);
+    ++probes_;
+    nextProbe_ = now + std::max(pause, std::min(asked, kLongestAsked));
+}
+
+std::string RepositoryOutage::reason() const {
+    const base::MutexLock lock(mutex_);
+    if (!since_) return kRepositoryDown;
+    const std::time_t time = std::chrono::system_clock::to_time_t(sinceText_);
+    std::tm parts{};
+    std::array<char, 32> text{};
+    if (gmtime_r(&time, &parts) == nullptr ||
+        std::strftime(text.data(), text.size(), "%H:%M:%S", &parts) == 0)
+        return kRepositoryDown;
+    return std::string(kRepositoryDown) + " since " + text.data() + " UTC";
+}
+
+RepositoryTurn::RepositoryTurn(std::shared_ptr<RepositoryOutage> outage)
+    : outage_(std::move(outage)),
+      turn_(outage_ ? outage_->begin(Clock::now()) : RepositoryOutage::Turn::series) {}
+
+HttpLimits RepositoryTurn::bounded(const HttpLimits& limits) {
+    began_ = Clock::now();
+    return outage_ ? outage_->bounded(turn_, limits, began_) : limits;
+}
+
+void RepositoryTurn::learn(const HttpResult& result) {
+    if (!outage_) return;
+    silent_ = outage_->learn(result, began_);
+    asked_ = milliseconds(0);
+}
+
+bool RepositoryTurn::mayGoOn(milliseconds pause, milliseconds asked) {
+    asked_ = asked;
+    return !outage_ || !silent_ || outage_->mayGoOn(turn_, Clock::now() + pause, asked);
+}
+
+void RepositoryTurn::gaveUp() {
+    if (outage_ && mayAsk()) outage_->gaveUp(Clock::now(), asked_);
+}
+
+}  // namespace zelor::agent

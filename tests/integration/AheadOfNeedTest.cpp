@@ -1,0 +1,149 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <regex>
+
+#include "agent/Prefetch.h"
+#include "support/DripServer.h"
+#include "tests/integration/IntegrationFixture.h"
+
+namespace zelor::test {
+namespace {
+
+using std::chrono::steady_clock;
+
+/// What a run left to see.
+struct Seen {
+    IntegrationFixture::Map values;
+    std::vector<std::string> log;       ///< without times
+    std::vector<std::string> requests;  ///< of the repository, sorted
+};
+
+struct AheadOfNeedTest : testing::Test {
+    IntegrationFixture fixture;
+    std::map<std::string, std::string> requests;
+
+    void request(const std::string& identifier) { requests["cpe:/a:example:" + identifier] = identifier; }
+
+    Seen run(const std::string& installPath, AheadOfNeed* ahead, const std::string& cancelled) {
+        const std::size_t logged = fixture.log().size();
+        (void)fixture.takeAnswers();
+        agent::startNewRun();
+        RemediationManager manager(installPath);
+        manager.setAheadOfNeed(ahead);
+        manager.setContentDownloadDir(fixture.dir / "content");
+        manager.setFirstRemediationAfterScan(true);
+        manager.setovalIdMap(requests);
+        manager.setCancelRemMap({{cancelled, ""}});
+        manager.remediate(true);
+        while (!manager.getRemDone())
+            boost::this_thread::yield();
+        Seen seen{manager.getRemediationProgressMap(), {}, fixture.takeAnswers()};
+        std::sort(seen.requests.begin(), seen.requests.end());
+        std::istringstream lines(fixture.log().substr(logged));
+        // The second install path, the times, and the pauses of attempts differ.
+        for (std::string line; std::getline(lines, line);)
+            seen.log.push_back(std::regex_replace(line.substr(24), std::regex("opt-[ab]"), "opt"));
+        return seen;
+    }
+};
+
+TEST_F(AheadOfNeedTest, ARunGivesTheSameAndAsksTheSameWithAndWithoutIt) {
+    for (int i = 0; i < 6; ++i) {
+        const std::string number = std::to_string(10000 + i);
+        fixture.addScript("CCE-" + number, "script-" + number, "exit " + std::to_string(i % 3) + "\n");
+        request("CCE-" + number);
+    }
+    for (int i = 0; i < 40; ++i) {
+        const std::string identifier = "CCE-" + std::to_string(20000 + i);
+        fixture.addContent(identifier, "nowhere.sh");
+        request(identifier);
+    }
+    for (const char* identifier :
+         {"CCE-unsigned", "CCE-forged", "CCE-broken", "CCE-nowhere", "CCE/../1", "CCE-moved"})
+        request(identifier);
+    requests["cpe:/a:example:again"] = "CCE-10001";
+    fixture.addContent("CCE-unsigned", "a.sh");
+    boost::filesystem::remove(fixture.dir / "repo/content/CCE-unsigned.xml.sig");
+    fixture.addContent("CCE-forged", "a.sh");
+    fixture.addContent("CCE-forged-too", "b.sh");
+    boost::filesystem::rename(fixture.dir / "repo/content/CCE-forged-too.xml",
+                              fixture.dir / "repo/content/CCE-forged.xml");
+    fixture.addContentText("CCE-broken", "<remediation");
+    // A redirect is followed by who needs the content: for it and its signature, after one look ahead.
+    const auto move = [&](int times) {
+        authoring::ServerFault moved;
+        moved.status = 302;
+        moved.headers = {{"Location", "/content/CCE-10000.xml"}};
+        fixture.clearFaults();
+        for (int i = 0; i < times; ++i)
+            fixture.addFault("CCE-moved", moved);
+    };
+    const std::string a = fixture.dir / "opt-a";
+    const std::string b = fixture.dir / "opt-b";
+    const std::string cancelled = "cpe:/a:example:CCE-20007";
+    agent::Prefetch prefetch(b);
+    for (const char* round : {"cold", "warm"}) {
+        move(2);
+        Seen without = run(a, nullptr, cancelled);
+        move(3);
+        Seen with = run(b, &prefetch, cancelled);
+        EXPECT_EQ(with.values, without.values) << round;
+        EXPECT_EQ(with.log, without.log) << round;
+        // A redirect is seen ahead, and followed by who needs the content.
+        for (Seen* seen : {&without, &with}) {
+            const auto other = [](const std::string& line) {
+                return line.find("CCE-moved") != std::string::npos;
+            };
+            seen->requests.erase(std::remove_if(seen->requests.begin(), seen->requests.end(), other),
+                                 seen->requests.end());
+        }
+        EXPECT_EQ(with.requests, without.requests) << round;
+        EXPECT_GE(with.requests.size(), 50U) << round;
+    }
+}
+
+TEST_F(AheadOfNeedTest, ACancelEndsEveryTransferWithinASecond) {
+    for (const char* how : {"one by one", "all", "end", "destruction"}) {
+        const DripServer mute(DripServer::all().at(3));
+        writeFile(fixture.dir / "etc/zelor/zelor.ini", "[Repository]\nUrl = " + mute.url() + "\n");
+        agent::startNewRun();
+        std::vector<NeededContent> content;
+        for (int i = 0; i < 100; ++i)
+            content.push_back({"key-" + std::to_string(i), "o", "a", "CCE-" + std::to_string(i)});
+        auto prefetch = std::make_unique<agent::Prefetch>(fixture.dir / ("opt-" + std::string(how)));
+        prefetch->contentNeeded(content);
+        while (mute.connections() < 16)
+            boost::this_thread::yield();
+        const auto start = steady_clock::now();
+        if (how == std::string("one by one")) {
+            for (const NeededContent& one : content)
+                prefetch->notNeeded(one.key);
+        }
+        if (how == std::string("all")) prefetch->cancelled();
+        if (how == std::string("end")) prefetch->ended();
+        prefetch.reset();
+        EXPECT_LT(steady_clock::now() - start, std::chrono::milliseconds(900)) << how;
+        EXPECT_EQ(mute.connections(), 16) << how;
+    }
+}
+
+TEST_F(AheadOfNeedTest, ARepositoryThatIsDownIsFoundOutOnce) {
+    for (int i = 0; i < 100; ++i)
+        request("CCE-" + std::to_string(10000 + i));
+    for (int i = 0; i < 1000; ++i) {
+        authoring::ServerFault down;
+        down.status = 503;
+        fixture.addFault("content", down);
+    }
+    agent::Prefetch prefetch(fixture.dir / "opt-b");
+    const Seen seen = run(fixture.dir / "opt-b", &prefetch, "");
+    EXPECT_THAT(seen.values,
+                testing::Each(testing::Field(&std::pair<const std::string, unsigned long>::second, 6)));
+    EXPECT_LE(seen.requests.size(), 16U + 3U);
+}
+
+}  // namespace
+}  // namespace zelor::test
