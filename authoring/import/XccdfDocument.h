@@ -14,6 +14,7 @@ class XccdfDocument {
     /// Fails as `readXccdfRules` does.
     static base::Result<XccdfDocument> parse(const std::string& xml);
 
+    /// The root element of the benchmark; valid as long as the document.
     pugi::xml_node benchmark() const { return benchmark_; }
     /// Whether a node is the XCCDF element of that name.
     bool is(const pugi::xml_node& node, const char* name) const { return prefix_ + name == node.name(); }

@@ -10,6 +10,7 @@ namespace zelor::authoring {
 
 /// One node of a YAML file, with every scalar as its text.
 struct YamlNode {
+    /// `null` is also an empty document.
     enum class Kind { null, scalar, list, map };
     Kind kind = Kind::null;
     std::string text;                                       ///< of a scalar

@@ -60,7 +60,7 @@ TEST_F(ManifestTest, ErrorsNameEntryFieldAndRemedyAndPublishNothing) {
         {"misleading size", with(pkg + R"(, "size": "2 GB")"), {"\"size\"", "2 bytes", "leave it out"}},
         {"same stem",
          with(R"("eris": [{"file": "image.dmg"}, {"file": "image.dmg", "patchId": "IMAGE.pkg"}])"),
-         {"both be the archive IMAGE.zip", "patchId"}},
+         {"both use the archive IMAGE.zip", "patchId"}},
         {"script that does not parse",
          R"([{"identifier": "CCE-1", "file": "bad.bsh"}])",
          {"CCE-1", "bash cannot parse the script: line 3", "correct the line"}},

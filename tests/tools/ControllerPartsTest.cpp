@@ -74,7 +74,7 @@ TEST(ControllerRequests, SaysWhatIsWrongAndWhere) {
         {"{\"a\": [\"CVE-1\"}", {"not valid JSON"}},
         {"[\"a\"]", {"the text is an array where an object is needed"}},
         {"\"a\"", {"the text is a string"}},
-        {"{\"a\": \"CVE-1\",\n \"b\": \"x\",\n \"a\": null}", {"line 3", "\"a\" is given twice"}},
+        {"{\"a\": \"CVE-1\",\n \"b\": \"x\",\n \"a\": null}", {"line 3", "\"a\" is duplicated"}},
         {"{}", {"r.json contains no request"}},
         {"{\"\\u001b[2Ja\": \"\", \"\\u001b[2Ja\": \"\"}", {"\"?[2Ja\""}},
     };
