@@ -21,10 +21,15 @@ zelor::agent::RetryPolicy noPause() {
 
 void fetchPatch(const zelor::test::RawServer& server, const zelor::fuzz::QuietRoot& root,
                 zelor::agent::HttpClient& client) {
-    zelor::agent::DownloadPolicy policy{noPause(), {}};
+    zelor::agent::DownloadPolicy policy;
+    policy.retry = noPause();
     policy.limits.redirects = 0;
     const std::string file = root / "a.zip";
-    const zelor::agent::DownloadJob job{server.url() + "/patches/a.zip", "a.zip", root / "partial", file};
+    zelor::agent::DownloadJob job;
+    job.url = server.url() + "/patches/a.zip";
+    job.name = "a.zip";
+    job.partialDirectory = root / "partial";
+    job.destination = file;
     for (int run = 0; run < 2; ++run) {
         fs::remove(file);
         const bool done =
@@ -53,9 +58,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     // Redirects are followed here, and must not leave this machine.
     if (redirects) return 0;
     server.setAnswers(answers);
-    const auto answer = zelor::agent::RepositoryTurn turn;
-    zelor::agent::fetchContent(client, server.url(), "CVE-1", {"", "", "\"tag\"", ""}, noPause(),
-                               std::chrono::minutes(2), turn);
+    zelor::agent::RepositoryTurn turn;
+    const auto answer = zelor::agent::fetchContent(client, server.url(), "CVE-1", {"", "", "\"tag\"", ""},
+                                                   noPause(), std::chrono::minutes(2), turn);
     using Kind = zelor::agent::ContentAnswer::Kind;
     const bool good = answer.kind == Kind::fresh || answer.kind == Kind::unchanged;
     require(good == answer.problem.empty(), "a failure is explained");

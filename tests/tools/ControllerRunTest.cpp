@@ -463,7 +463,8 @@ TEST_F(ControllerTest, ResultsMatchTheirSchemaAndDistinguishCauses) {
     EXPECT_EQ(schema.problem(second), "");
     EXPECT_EQ(second["requests"]["a"]["applied"], "before");
     EXPECT_EQ(second["requests"]["d"]["value"], 6);
-    EXPECT_THAT(reason(second, "d"), HasSubstr("check that the repository can be reached"));
+    EXPECT_THAT(reason(second, "d"),
+                AllOf(HasSubstr("the repository does not answer since"), HasSubstr("answered 503")));
 }
 
 TEST_F(ControllerTest, ACancelKeepsTheFailuresBeforeIt) {
