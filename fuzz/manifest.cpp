@@ -59,7 +59,7 @@ std::string judge(const std::string& line, const fs::path& bundle) {
     std::string name = unescaped(line.substr(blank + 1));
     const fs::file_type type = fs::symlink_status(name == "." ? bundle : bundle / name).type();
     const std::string kind = line.substr(0, line.find(' '));
-    require(kind == (type == fs::directory_file ? "directory"
+    require(kind == (type == fs::directory_file ? "folder"
                      : type == fs::symlink_file ? "link"
                                                 : "file"),
             "a line gives the kind of an entry that is there");
