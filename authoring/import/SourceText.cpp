@@ -46,7 +46,7 @@ std::string oneLine(const std::string& text, std::size_t limit) {
     if (line.size() > limit) {
         while (limit > 0 && (static_cast<unsigned char>(line[limit]) & 0xc0U) == 0x80)
             --limit;
-        line = line.substr(0, limit) + "...";
+        line.replace(limit, std::string::npos, "...");
     }
     return base::trimmed(base::printable(line));
 }
