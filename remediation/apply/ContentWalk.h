@@ -20,7 +20,7 @@ enum class BlockOutcome {
     appliedBefore,   ///< the content counts as applied
     unavailable,     ///< its file is missing or not trusted
     notInstallable,  ///< no installer takes its file
-    attempted        ///< `code` tells how it went
+    attempted        ///< `code` says how it went
 };
 
 /// How one block of the content ended.
