@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cerrno>
 #include <stdexcept>
+#include <thread>
 
 #include "controller/States.h"
 
@@ -20,6 +21,7 @@ namespace {
 std::atomic<int> endsAsked{0};
 std::atomic<bool> redraw{false};
 std::atomic<int> wakeFd{-1};
+std::atomic<int> waking{0};  ///< handlers, on any thread, that may be writing to it
 std::atomic<int> cursorFd{-1};
 static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free);
 
@@ -37,7 +39,10 @@ void showCursor(bool shown) {
 
 void wake() {
     const char byte = 0;
-    if (::write(wakeFd, &byte, 1) < 0) return;  // a full pipe wakes the reader as well
+    ++waking;
+    const int fd = wakeFd;
+    if (fd >= 0 && ::write(fd, &byte, 1) < 0) errno = 0;  // a full pipe wakes the reader as well
+    --waking;
 }
 
 extern "C" void zelorHandleSignal(int signal) {
@@ -88,6 +93,8 @@ Signals::~Signals() {
     for (std::size_t i = 0; i < kHandled.size(); ++i)
         ::sigaction(kHandled.at(i), &oldActions.at(i), nullptr);
     wakeFd = -1;
+    while (waking > 0)
+        std::this_thread::yield();  // else it could write to a file that gets the number next
     for (int& end : pipeEnds) {
         ::close(end);
         end = -1;

@@ -2,10 +2,10 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <optional>
 #include <thread>
 
-#include "base/CommandRunner.h"
 #include "controller/Commands.h"
 #include "controller/live/BufferProgress.h"
 #include "controller/run/GiveWay.h"
@@ -106,7 +106,8 @@ TEST_F(ControllerTest, BufferingStopsForAWaitingRun) {
             const std::string command = std::string("'" ZELOR_REMEDIATE_PROGRAM "' run '") +
                                         (fixture.dir / "run.json") + "' --root '" + root + "' --tools '" +
                                         (fixture.dir / "tools") + "' --quiet";
-            status = base::runCommand({"/bin/sh", "-c", command}, true, std::chrono::seconds(30)).status;
+            // Not by the function that the job's own commands use: it would note them in the job's lock.
+            status = std::system(("timeout 30 " + command).c_str());
         });
         const int buffered = controller::bufferCommand(options);
         over = true;
