@@ -80,7 +80,7 @@ using Action = std::function<int()>;
 std::string whyNoVersion(const std::string& text) {
     const auto fits = [](char c) { return (c >= '0' && c <= '9') || c == '.'; };
     const bool version = !text.empty() && text.size() <= 16 && std::all_of(text.begin(), text.end(), fits);
-    return version ? "" : "\"" + text + "\" is no version; write it as 15 or 10.15";
+    return version ? "" : "\"" + text + "\" is not a version; write it as 15 or 10.15";
 }
 
 void addKeygen(CLI::App& app, KeygenOptions& options, Action& action) {
@@ -197,7 +197,7 @@ void addImport(CLI::App& app, ImportMscpOptions& mscp, ImportXccdfOptions& xccdf
     addOut(rules, mscp.out);
     rules->callback([&] { action = [&] { return runImportMscp(mscp); }; });
     CLI::App* stream = command->add_subcommand("xccdf", "Bash fixes of an XCCDF 1.2 benchmark");
-    stream->add_option("DATASTREAM.xml", xccdf.dataStream, "A SCAP data stream, or a benchmark alone")
+    stream->add_option("DATASTREAM.xml", xccdf.dataStream, "A SCAP data stream, or a single benchmark")
         ->required()
         ->type_name("");
     stream->add_option("--profile", xccdf.profile, "Only its rules, with its values; the id or its end")

@@ -11,7 +11,7 @@ namespace zelor::base {
 
 /// While it is taken, each command of `base/CommandRunner.h` inherits the descriptor of a lock file, under
 /// the number `kChildLockDescriptor`: when this process is killed, the lock stays held as long as its command
-/// goes on, and the next process sees that. The file says which process that is, so that services which a
+/// is running, and the next process sees that. The file says which process that is, so that services which a
 /// command left behind, and which have the descriptor too, are not taken for it. At most one lives in a
 /// process, and commands run one at a time under it.
 class ChildLock {
@@ -22,10 +22,11 @@ class ChildLock {
     ChildLock(const ChildLock&) = delete;
     ChildLock& operator=(const ChildLock&) = delete;
 
-    /// False when a command of an earlier process goes on. The caller has made sure that the earlier process
-    /// itself has ended.
+    /// False when a command of an earlier process is still running. The caller has made sure that the earlier
+    /// process itself has ended.
     bool take();
-    /// The command that goes on, as the id of its process or, negative, its group; nothing when not known.
+    /// The command that is still running, as the id of its process or, negative, its group; nothing when not
+    /// known.
     std::optional<long> command() const { return file_.noted(); }
     const std::string& path() const { return file_.path(); }
 

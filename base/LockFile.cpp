@@ -15,12 +15,16 @@ namespace {
 
 constexpr mode_t kMode = 0600;
 
-bool lockNow(int fd, int kind) {
+bool lockFile(int fd, int operation) {
     int result = 0;
     do {
-        result = ::flock(fd, kind | LOCK_NB);
+        result = ::flock(fd, operation);
     } while (result != 0 && errno == EINTR);
     return result == 0;
+}
+
+bool lockNow(int fd, int kind) {
+    return lockFile(fd, kind | LOCK_NB);
 }
 
 std::optional<long> numberIn(int fd) {
@@ -73,6 +77,16 @@ bool LockFile::take() {
         if (isInPlace()) return true;
         open();
     }
+}
+
+void LockFile::share() {
+    (void)lockFile(file_.get(), LOCK_SH);
+}
+
+bool LockFile::isHeld() const {
+    if (!lockNow(file_.get(), LOCK_EX)) return errno == EWOULDBLOCK;
+    ::flock(file_.get(), LOCK_UN);
+    return false;
 }
 
 void LockFile::release() {

@@ -22,6 +22,10 @@ class LockFile {
     /// process that inherited the descriptor has closed it. Throws as the constructor does, and when the file
     /// system has no locks.
     bool take();
+    /// Holds the lock together with others that share it; waits for one that has taken it.
+    void share();
+    /// Whether another open file holds or shares the lock. Only for who neither holds nor shares it.
+    bool isHeld() const;
     /// Gives the lock up, for processes that inherited it too.
     void release();
     /// Puts a new file in the place of this one and opens it. Only for who knows that the lock means nothing.

@@ -26,6 +26,10 @@ target_include_directories(zelor_build INTERFACE ${PROJECT_SOURCE_DIR})
 target_compile_options(zelor_build INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast
     $<$<CXX_COMPILER_ID:Clang,AppleClang>:-Wthread-safety> -Werror -fno-omit-frame-pointer)
+if(CMAKE_UNITY_BUILD AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    # It takes a class that a header declares and a source defines for one of the header.
+    target_compile_options(zelor_build INTERFACE -Wno-subobject-linkage)
+endif()
 if(ZELOR_SANITIZE)
     target_compile_options(zelor_build INTERFACE -fsanitize=${ZELOR_SANITIZE} -fno-sanitize-recover=all)
     target_link_options(zelor_build INTERFACE -fsanitize=${ZELOR_SANITIZE})

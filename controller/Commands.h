@@ -34,7 +34,7 @@ struct RunOptions {
 };
 int runCommand(const RunOptions& options);
 
-/// How long a buffering job goes on with the patch in hand when a run waits.
+/// How long a buffering job continues with the current patch when a run waits.
 inline constexpr std::chrono::seconds kGiveWayTime{60};
 
 /// What `buffer` was asked for.

@@ -22,7 +22,7 @@ struct Waiting {
 std::string lockDirectory();
 /// The lock of a run or buffering job.
 std::string jobLockFile();
-/// The lock that the command in hand holds too, which outlives a controller that is killed.
+/// The lock that the running command holds too, which outlives a controller that is killed.
 std::string commandLockFile();
 
 /// Holds the only right to run or buffer on this system for its life. While another process has it, waits as

@@ -65,8 +65,8 @@ void checkContentDir(const Paths& paths);
 void emptyContentDir(const Paths& paths);
 
 /// Makes the directories that a command writes to where they are missing; on the system itself for their
-/// owner alone, and an InputError when another user could replace one. `contentDir` is made for its owner
-/// alone.
+/// owner only, and an InputError when another user could replace one. `contentDir` is made for its owner
+/// only.
 void prepareDirectories(const Paths& paths, bool contentDir);
 
 /// The same for a command that only reads: it writes nothing but the log and the cache of content.

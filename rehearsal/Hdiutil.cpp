@@ -19,7 +19,7 @@ namespace {
 
 constexpr int kBusyStatus = 16;
 
-struct Command {
+struct ImageCommand {
     std::string verb;
     std::string subject;  ///< image, mount point or device
     std::string mountPoint;
@@ -30,9 +30,9 @@ bool same(const std::string& text, const char* option) {
     return strcasecmp(text.c_str(), option) == 0;
 }
 
-std::optional<Command> parse(const Arguments& arguments) {
+std::optional<ImageCommand> parseImage(const Arguments& arguments) {
     if (arguments.empty()) return std::nullopt;
-    Command command;
+    ImageCommand command;
     command.verb = arguments.front();
     for (std::size_t i = 1; i < arguments.size(); ++i) {
         const std::string& word = arguments[i];
@@ -100,7 +100,7 @@ std::string imageProblem(const std::string& image) {
     return size > 0 && size % 512 == 0 ? "no mountable file systems" : "image not recognized";
 }
 
-int attach(const StateDirectory& directory, const MacState& state, const Command& command,
+int attach(const StateDirectory& directory, const MacState& state, const ImageCommand& command,
            Outcome toolFault) {
     const std::string problem = imageProblem(command.subject);
     if (!problem.empty()) return say(attachFailed(problem));
@@ -170,7 +170,7 @@ Outcome busyFault(const MacState& state, const Mount& mount, Outcome toolFault) 
     return toolFault;
 }
 
-int detach(const StateDirectory& directory, const MacState& state, const Command& command,
+int detach(const StateDirectory& directory, const MacState& state, const ImageCommand& command,
            Outcome toolFault) {
     const auto mount = findMount(state, command.subject);
     if (!mount) return say({"", "hdiutil: " + command.verb + " failed - No such file or directory\n", 1});
@@ -195,7 +195,7 @@ int detach(const StateDirectory& directory, const MacState& state, const Command
 }  // namespace
 
 int runHdiutil(const StateDirectory& directory, const Arguments& arguments) {
-    const auto command = parse(arguments);
+    const auto command = parseImage(arguments);
     if (!command) {
         return say(
             {"", "Usage: hdiutil attach [-nobrowse] [-mountPoint DIR] IMAGE | detach [-force] DEVICE\n", 1});

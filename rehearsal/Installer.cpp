@@ -14,13 +14,13 @@ namespace zelor::rehearsal {
 
 namespace {
 
-struct Command {
+struct InstallCommand {
     std::string package;
     std::string target;
 };
 
-std::optional<Command> parse(const Arguments& arguments) {
-    Command command;
+std::optional<InstallCommand> parseInstall(const Arguments& arguments) {
+    InstallCommand command;
     for (std::size_t i = 0; i < arguments.size(); ++i) {
         const std::string& option = arguments[i];
         const bool hasValue = i + 1 < arguments.size();
@@ -163,7 +163,7 @@ class Installation {
 }  // namespace
 
 int runInstaller(const StateDirectory& directory, const Arguments& arguments) {
-    const auto command = parse(arguments);
+    const auto command = parseInstall(arguments);
     if (!command) return say({"", "Usage: installer -pkg <path> -target <volume>\n", 1});
     const MacState state = directory.load();
     const Outcome fault = faultFor(state, FaultScope::tool, nameOf(Tool::installer));

@@ -19,7 +19,7 @@ struct Update {
     std::uint64_t sizeK = 0;
     bool recommended = true;
     bool restart = false;
-    bool osUpdate = false;  ///< its install ends with "Done." alone
+    bool osUpdate = false;  ///< its install prints only "Done."
     Outcome outcome = Outcome::ok;
     std::string payload;  ///< a file below the root that installing it writes; "" for none
 };

@@ -10,7 +10,7 @@ namespace zelor::rehearsal {
 
 namespace {
 
-struct Command {
+struct UpdateCommand {
     enum class Verb { usage, list, install } verb = Verb::usage;
     UpdateChoice choice;
 };
@@ -26,16 +26,16 @@ std::string shortOptions(const std::string& argument) {
     return argument.size() > 1 && argument[0] == '-' && argument[1] != '-' ? argument.substr(1) : "?";
 }
 
-std::optional<Command> parse(const Arguments& arguments) {
-    Command command;
+std::optional<UpdateCommand> parseUpdate(const Arguments& arguments) {
+    UpdateCommand command;
     for (const std::string& argument : arguments) {
         if (argument.empty() || argument.front() != '-') {
             command.choice.labels.push_back(argument);
             continue;
         }
         for (const char option : shortOptions(argument)) {
-            if (option == 'l') command.verb = Command::Verb::list;
-            if (option == 'i') command.verb = Command::Verb::install;
+            if (option == 'l') command.verb = UpdateCommand::Verb::list;
+            if (option == 'i') command.verb = UpdateCommand::Verb::install;
             if (option == 'a') command.choice.all = true;
             if (option == 'r') command.choice.recommended = true;
             if (std::string("liarRv").find(option) == std::string::npos) return std::nullopt;
@@ -107,17 +107,17 @@ int install(const StateDirectory& directory, const MacState& state, Outcome faul
 }  // namespace
 
 int runSoftwareUpdate(const StateDirectory& directory, const Arguments& arguments) {
-    const auto command = parse(arguments);
+    const auto command = parseUpdate(arguments);
     const bool chooses =
         command && (command->choice.all || command->choice.recommended || !command->choice.labels.empty());
-    if (!command || command->verb == Command::Verb::usage ||
-        (command->verb == Command::Verb::install && !chooses)) {
+    if (!command || command->verb == UpdateCommand::Verb::usage ||
+        (command->verb == UpdateCommand::Verb::install && !chooses)) {
         return say({"", "usage: softwareupdate -l | -i <label> ... | -i -a | -i -r\n", 1});
     }
     const MacState state = directory.load();
     const Outcome fault = faultFor(state, FaultScope::tool, nameOf(Tool::softwareupdate));
     disturb(fault);
-    if (command->verb == Command::Verb::list) return say(list(state, fault));
+    if (command->verb == UpdateCommand::Verb::list) return say(list(state, fault));
     return install(directory, state, fault, command->choice);
 }
 

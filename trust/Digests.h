@@ -19,7 +19,7 @@ std::optional<std::string> digestOf(const std::string& algorithm, std::string_vi
 
 /// True when `digits` are an even number, at least two, of hexadecimal digits.
 bool isHex(const std::string& digits);
-/// The bytes that hexadecimal digits stand for; nothing when `digits` are something else.
+/// The bytes that hexadecimal digits encode; nothing when `digits` are something else.
 std::optional<std::string> bytesOfHex(const std::string& digits);
 
 /// Whether `bytes` have that length, if there is one, and every one of those digests. One of an algorithm

@@ -31,11 +31,6 @@ using Bio = std::unique_ptr<BIO, base::Deleter<BIO_free>>;
 using PublicKey = std::unique_ptr<EVP_PKEY, base::Deleter<EVP_PKEY_free>>;
 using DigestContext = std::unique_ptr<EVP_MD_CTX, base::Deleter<EVP_MD_CTX_free>>;
 
-/// Without it OpenSSL would ask on the terminal.
-int noPassPhrase(char* /*buffer*/, int /*size*/, int /*writing*/, void* /*data*/) {
-    return -1;
-}
-
 const unsigned char* unsignedBytes(std::string_view bytes) {
     return reinterpret_cast<const unsigned char*>(bytes.data());
 }
@@ -120,6 +115,10 @@ bool idIsRight(const Json& key, const std::string& id) {
 }
 
 }  // namespace
+
+int noPassPhrase(char* /*buffer*/, int /*size*/, int /*writing*/, void* /*data*/) {
+    return -1;
+}
 
 std::string keyId(const Json& key) {
     JsonReader reader;

@@ -52,4 +52,8 @@ bool verifies(const Key& key, std::string_view bytes, std::string_view signature
 base::Check checkSignatures(std::string_view bytes, const std::vector<Signature>& signatures,
                             const RoleKeys& role, const Keys& keys);
 
+/// For OpenSSL's functions that read PEM, which would otherwise ask for a pass phrase on the terminal: an
+/// encrypted key is refused.
+int noPassPhrase(char* buffer, int size, int writing, void* data);
+
 }  // namespace zelor::trust

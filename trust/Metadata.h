@@ -13,7 +13,7 @@
 #include "trust/Keys.h"
 #include "trust/Time.h"
 
-/// The four kinds of metadata, read from bytes that nobody has checked. Reading checks the form alone; who
+/// The four kinds of metadata, read from bytes that nobody has checked. Reading checks only the form; who
 /// signed and what is newer is decided in trust/Rules.h.
 namespace zelor::trust {
 

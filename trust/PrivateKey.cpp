@@ -19,11 +19,6 @@ constexpr std::size_t kRsaBits = 3072;
 using Bio = std::unique_ptr<BIO, base::Deleter<BIO_free>>;
 using DigestContext = std::unique_ptr<EVP_MD_CTX, base::Deleter<EVP_MD_CTX_free>>;
 
-/// Without it OpenSSL would ask on the terminal.
-int noPassPhrase(char* /*buffer*/, int /*size*/, int /*writing*/, void* /*data*/) {
-    return -1;
-}
-
 std::string contentOf(BIO* bio) {
     char* text = nullptr;
     const long size = BIO_get_mem_data(bio, &text);

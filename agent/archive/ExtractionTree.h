@@ -21,7 +21,7 @@ class ExtractionTree {
     using Path = std::vector<std::string>;
     using Time = std::optional<timespec>;
 
-    /// Whether what was created is kept in mind for `rollBack`. Who unpacks into a directory of its own, and
+    /// Whether what was created is remembered for `rollBack`. Who unpacks into a private directory, and
     /// removes that, needs no memory for it.
     enum class Undo { possible, none };
 

@@ -12,15 +12,13 @@ namespace zelor::agent {
 
 namespace {
 
-constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY;
-
 std::string made(const std::string& destination) {
     if (base::makeDirectories(destination)) return destination;
     throw std::runtime_error("cannot make the directory " + destination + ": " + base::errorText(errno));
 }
 
 base::UniqueFd openDirectory(const std::string& path) {
-    base::UniqueFd directory = base::openFile(path, kDirectoryFlags);
+    base::UniqueFd directory = base::openFile(path, O_RDONLY | O_DIRECTORY);
     if (!directory)
         throw std::runtime_error("cannot open the directory " + path + ": " + base::errorText(errno));
     return directory;

@@ -16,8 +16,6 @@ namespace {
 
 using Kind = ContentAnswer::Kind;
 
-constexpr std::chrono::milliseconds kReaction{50};  ///< how late a stop may be seen
-
 std::size_t bytesOf(const ContentAnswer& answer) {
     return answer.content.xml.size() + answer.content.signature.size();
 }

@@ -13,6 +13,8 @@ namespace zelor::agent {
 
 /// The largest size of a content file, in bytes.
 inline constexpr std::size_t kContentBytesLimit = 4U << 20U;
+/// The same of its detached signature.
+inline constexpr std::size_t kSignatureBytesLimit = 16U << 10U;
 
 /// Whether the text is a valid content identifier, which becomes part of a file name and of a URL.
 bool isContentIdentifier(const std::string& text);

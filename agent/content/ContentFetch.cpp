@@ -13,8 +13,6 @@ namespace {
 
 using Kind = ContentAnswer::Kind;
 
-constexpr std::size_t kSignatureLimit = 16U << 10U;
-
 FetchedFile fetchOnce(HttpClient& client, const HttpRequest& prepared, std::size_t limit) {
     FetchedFile fetched;
     HttpRequest request = prepared;
@@ -95,7 +93,7 @@ ContentExchange::ContentExchange(std::string repository, const std::string& iden
 }
 
 std::size_t ContentExchange::limit() const {
-    return hasXml_ ? kSignatureLimit : kContentBytesLimit;
+    return hasXml_ ? kSignatureBytesLimit : kContentBytesLimit;
 }
 
 std::optional<ContentAnswer> ContentExchange::take(FetchedFile fetched) {

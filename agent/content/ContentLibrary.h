@@ -18,7 +18,7 @@ namespace zelor::agent {
 /// Signed remediation content of one install path: in memory, on disk, and from the repository. Any thread.
 ///
 /// What is in memory is used without a question until the next run begins or ten minutes have passed. After
-/// that, and for what is on disk alone, the repository is asked whether it changed; when nobody answers, the
+/// that, and for what is only on disk, the repository is asked whether it changed; when nobody answers, the
 /// copy kept serves. A repository that did not answer is asked as RepositoryOutage allows. A copy read from
 /// disk is checked against its signature each time, and one that fails is fetched anew. Failures go to the
 /// log.

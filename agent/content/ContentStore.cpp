@@ -16,7 +16,6 @@ namespace zelor::agent {
 
 namespace {
 
-constexpr std::size_t kSignatureLimit = 16U << 10U;
 constexpr std::size_t kVersionLimit = 8U << 10U;
 constexpr const char* kXmlSuffix = ".xml";
 constexpr const char* kSignatureSuffix = ".xml.sig";
@@ -59,7 +58,7 @@ std::optional<SignedContent> ContentStore::read(const std::string& identifier) c
     const base::MutexLock lock(mutex_);
     const auto xml = readIfUsable(path(identifier, kXmlSuffix), kContentBytesLimit);
     const auto signature =
-        xml ? readIfUsable(path(identifier, kSignatureSuffix), kSignatureLimit) : std::nullopt;
+        xml ? readIfUsable(path(identifier, kSignatureSuffix), kSignatureBytesLimit) : std::nullopt;
     if (!signature) return std::nullopt;
     SignedContent content{*xml, *signature, "", ""};
     const auto version = readIfUsable(path(identifier, kVersionSuffix), kVersionLimit);

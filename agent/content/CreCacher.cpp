@@ -47,7 +47,7 @@ zelor::agent::ContentLibrary& zelor::agent::contentLibraryAt(const std::string& 
 }
 
 CreCacher* CreCacher::GetInstance(std::string installPath, std::string /*platformCpe*/) {
-    // Content is cached by identifier alone, not by platform.
+    // Content is cached by identifier, not by platform.
     const std::string path = Common::StripTrailingSeparators(installPath);
     const zelor::base::MutexLock lock(cachers().mutex);
     auto& cacher = cachers().interfaces[path];

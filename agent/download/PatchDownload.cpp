@@ -149,9 +149,10 @@ bool PatchDownload::isLate() const {
 }
 
 PatchDownload::Step PatchDownload::late() {
-    problem_ = "it is slower than " + std::to_string(pace_.pace()) +
-               " bytes a second (PatchKiBPerSecond and PatchMinutes in section Limits); the next run goes on "
-               "where this one stopped";
+    problem_ =
+        "it is slower than " + std::to_string(pace_.pace()) +
+        " bytes a second (PatchKiBPerSecond and PatchMinutes in section Limits); the next run continues "
+        "where this one stopped";
     return Step::failed;
 }
 

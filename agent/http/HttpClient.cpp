@@ -17,8 +17,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-constexpr milliseconds kReaction{50};  ///< how late an interruption may be seen
-
 void initialise() {
     static std::once_flag once;
     std::call_once(once, [] {

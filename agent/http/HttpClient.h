@@ -16,6 +16,9 @@ namespace zelor::agent {
 
 struct HttpHandles;
 
+/// How late an interruption of a transfer or of a wait for one may be seen.
+constexpr std::chrono::milliseconds kReaction{50};
+
 /// The bounds of one transfer.
 struct HttpLimits {
     std::chrono::milliseconds connectTimeout{10'000};

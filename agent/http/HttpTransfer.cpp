@@ -18,7 +18,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-constexpr milliseconds kReaction{50};  ///< how late an interruption may be seen
 constexpr std::uint64_t kLeastBytesPerSecond = 1;
 constexpr std::size_t kHeaderLimit = 200;
 constexpr std::size_t kHeadBytesLimit = 128U << 10U;
@@ -87,7 +86,7 @@ class Transfer {
         return false;
     }
 
-    /// The same for one that libcurl goes on with.
+    /// The same for one that libcurl continues.
     bool isTooSlow(HttpResult& result) {
         if (!headEnded_ && Clock::now() > answerDue_) {
             return end(result, HttpOutcome::transient, "no answer came in time");

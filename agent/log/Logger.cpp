@@ -23,7 +23,7 @@ namespace {
 
 using log4cpp::Priority;
 
-constexpr std::size_t kFileBytesLimit = 10U << 20U;
+constexpr std::size_t kLogBytesLimit = 10U << 20U;
 constexpr unsigned int kBackups = 5;
 constexpr mode_t kFileMode = 0640;
 constexpr Priority::Value kErrorsOnly = Priority::ERROR;
@@ -39,7 +39,7 @@ class LineLayout : public log4cpp::Layout {
 class LogFile : public log4cpp::RollingFileAppender {
   public:
     explicit LogFile(const std::string& path)
-        : RollingFileAppender("file", path, kFileBytesLimit, kBackups, true, kFileMode) {
+        : RollingFileAppender("file", path, kLogBytesLimit, kBackups, true, kFileMode) {
         _flags |= O_CLOEXEC;
         LogFile::reopen();
     }
@@ -52,7 +52,7 @@ class LogFile : public log4cpp::RollingFileAppender {
             if (!zelor::base::writeAll(_fd, line) && event.priority <= kErrorsOnly)
                 std::cerr << line << std::flush;
             const off_t size = ::lseek(_fd, 0, SEEK_END);
-            if (size >= static_cast<off_t>(kFileBytesLimit)) rollOver();
+            if (size >= static_cast<off_t>(kLogBytesLimit)) rollOver();
         } catch (const std::exception&) {
             // log4cpp catches nothing: losing a line is better than ending the process.
             return;

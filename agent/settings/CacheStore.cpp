@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr std::size_t kFileBytesLimit = 1U << 20U;
+constexpr std::size_t kStateBytesLimit = 1U << 20U;
 
 bool exists(const std::string& path) {
     struct stat status {};
@@ -26,7 +26,7 @@ std::set<std::string> CacheStore::GetSplCaseCPEs() {
         zelor::agent::AgentSettings::current()->values().installPath + "/special-case-cpes.txt";
     if (!exists(path)) return cpes;
     try {
-        std::istringstream text(zelor::base::readBounded(path, kFileBytesLimit));
+        std::istringstream text(zelor::base::readBounded(path, kStateBytesLimit));
         for (std::string line; std::getline(text, line);) {
             line = zelor::base::trimmed(line);
             if (!line.empty() && line.front() != '#') cpes.insert(line);

@@ -154,7 +154,7 @@ bool acceptsFile(const std::string& path, std::string_view signature, const std:
     bool first = true;
     base::readInPieces(base::openRegularFile(path), path, [&](std::string_view piece) {
         if (first && beginsAsManifest(piece))
-            throw std::runtime_error("it is the manifest of a bundle, which is signed for that bundle alone");
+            throw std::runtime_error("it is the manifest of a bundle, which is signed for that bundle only");
         first = false;
         file.add(piece);
     });

@@ -71,7 +71,7 @@ std::string whyNotParsed(const std::string& text, const std::string& file) {
     return findings.empty() ? "" : oneLine(findings[0].what);
 }
 
-/// Leaves out what bash cannot parse. The texts of the source are parsed alone too: one that ends the
+/// Leaves out what bash cannot parse. The texts of the source are also parsed one by one: one that ends the
 /// function that it is put into would take part in what the script reports. Several run at a time.
 void leaveOutUnparsed(RuleSet& rules) {
     const base::TemporaryDirectory directory("zelor-import");

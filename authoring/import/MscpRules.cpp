@@ -16,7 +16,7 @@ namespace {
 namespace fs = boost::filesystem;
 
 constexpr std::size_t kFilesLimit = 10'000;
-constexpr int kDepthLimit = 8;
+constexpr int kDirectoryDepthLimit = 8;
 
 /// "15" and "15.0" are one system.
 std::string plainVersion(const std::string& version) {
@@ -184,7 +184,7 @@ base::Result<std::vector<fs::path>> yamlFiles(const fs::path& directory) {
     boost::system::error_code error;
     fs::recursive_directory_iterator at(directory, error);
     for (; !error && at != fs::recursive_directory_iterator(); at.increment(error)) {
-        if (at.depth() >= kDepthLimit) at.disable_recursion_pending();
+        if (at.depth() >= kDirectoryDepthLimit) at.disable_recursion_pending();
         const std::string extension = at->path().extension().string();
         if (extension != ".yaml" && extension != ".yml") continue;
         boost::system::error_code ignored;

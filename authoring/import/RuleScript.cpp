@@ -16,7 +16,7 @@ std::string inSingleQuotes(const std::string& text) {
     return '\'' + base::insideSingleQuotes(text) + '\'';
 }
 
-/// A function that runs in a shell of its own, so that an `exit` in the text ends it alone.
+/// A function that runs in a subshell, so that an `exit` in the text ends only that.
 std::string function(const std::string& name, const std::string& text) {
     return name + "() (\n" + text + (base::hasEnding(text, "\n") ? "" : "\n") + ")\n";
 }
@@ -37,7 +37,7 @@ std::string arrayName(const std::string& text, std::size_t at) {
     return text.substr(begin, at - begin);
 }
 
-/// Whether $name is in the text without an index or braces: bash takes that for the first element alone.
+/// Whether $name is in the text without an index or braces: bash takes that for the first element only.
 bool expandsWhole(const std::string& text, const std::string& name) {
     const std::string expansion = '$' + name;
     for (auto at = text.find(expansion); at != std::string::npos; at = text.find(expansion, at + 1)) {

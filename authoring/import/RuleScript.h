@@ -9,13 +9,13 @@ namespace zelor::authoring {
 /// The exit status of an imported script whose fix says that it does not apply to the machine.
 constexpr int kNotApplicableStatus = 77;
 
-/// What a rule with a check of its own consists of.
+/// What a rule that has a check consists of.
 struct CheckedRule {
     std::string rule;
     std::string check;     ///< bash, prints the result
     std::string expected;  ///< what it prints when the rule holds
     std::string fix;       ///< bash
-    std::string value;     ///< what the text $ODV in the others stands for; used when `hasValue`
+    std::string value;     ///< what replaces the text $ODV in the others; used when `hasValue`
     bool hasValue = false;
 };
 

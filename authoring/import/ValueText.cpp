@@ -88,7 +88,8 @@ base::Result<std::string> expansion(const std::string& script, std::size_t at, Q
     const auto inLine = [&](const char* word) { return base::contains(line, word); };
     if (place == Quotes::Place::comment) return std::string("ODV");
     if (place == Quotes::Place::singleQuotes || base::contains(script, "<<"))
-        return base::failure("the value of $ODV is no simple word, and stands inside another program's text");
+        return base::failure(
+            "the value of $ODV is not a simple word, and is used inside another program's text");
     if (std::any_of(std::begin(kInterpreters), std::end(kInterpreters), inLine) ||
         (at > 0 && script[at - 1] == '\\'))
         return base::failure("the value of $ODV is no simple word, and could be run as a command there");

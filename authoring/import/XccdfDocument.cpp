@@ -12,7 +12,7 @@ namespace {
 
 constexpr const char* kNamespace = "http://checklists.nist.gov/xccdf/1.2";
 constexpr std::ptrdiff_t kMarkupLimit = 4'000'000;  // tags; a node takes about ten times the room of its tag
-constexpr int kDepthLimit = 128;
+constexpr int kElementDepthLimit = 128;
 
 std::string localName(const std::string& name) {
     const auto colon = name.find(':');
@@ -37,7 +37,7 @@ std::string namespaceOf(const pugi::xml_node& node) {
 class Survey : public pugi::xml_tree_walker {
   public:
     bool for_each(pugi::xml_node& node) override {
-        if (depth() >= kDepthLimit) problem = "it has elements more than 128 deep";
+        if (depth() >= kElementDepthLimit) problem = "it has elements more than 128 deep";
         if (node.type() == pugi::node_doctype) problem = "it has a document type; leave that out";
         const std::string encoding = base::lowerCased(node.attribute("encoding").value());
         if (node.type() == pugi::node_declaration && !encoding.empty() && encoding != "utf-8")

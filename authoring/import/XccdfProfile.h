@@ -17,7 +17,7 @@ class XccdfProfile {
 
     /// Whether a Rule or Group is selected, if what it is in was.
     bool selects(const pugi::xml_node& item, bool inherited) const;
-    /// What a `sub` element of a fix stands for. Fails when there is no such value.
+    /// The text that replaces a `sub` element of a fix. Fails when there is no such value.
     base::Result<std::string> valueOf(const pugi::xml_node& sub) const;
 
   private:

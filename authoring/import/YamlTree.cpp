@@ -14,7 +14,7 @@ namespace zelor::authoring {
 
 namespace {
 
-constexpr std::size_t kDepthLimit = 32;
+constexpr std::size_t kYamlDepthLimit = 32;
 constexpr std::size_t kMembersLimit = 1000;  // each new name is compared with the others
 
 bool has(const YamlNode& map, const std::string& name) {
@@ -67,12 +67,12 @@ class TreeBuilder : public YAML::EventHandler {
 
     static void refuse(const YAML::Mark& mark, const std::string& tag, YAML::anchor_t anchor) {
         if (anchor != YAML::NullAnchor) fail(mark, "an anchor; write values out where they are used");
-        if (!tag.empty() && tag != "?" && tag != "!") fail(mark, "a tag of its own; leave it out");
+        if (!tag.empty() && tag != "?" && tag != "!") fail(mark, "a custom tag; remove it");
     }
 
     void begin(const YAML::Mark& mark, const std::string& tag, YAML::anchor_t anchor, YamlNode::Kind kind) {
         refuse(mark, tag, anchor);
-        if (open_.size() == kDepthLimit) fail(mark, "more than 32 levels");
+        if (open_.size() == kYamlDepthLimit) fail(mark, "more than 32 levels");
         open_.push_back({{}, mark, "", false});
         open_.back().node.kind = kind;
     }

@@ -27,7 +27,7 @@ struct YamlNode {
 constexpr std::size_t kYamlBytesLimit = 1U << 20U;
 
 /// Reads a file of one YAML document. Refused: more than `kYamlBytesLimit` bytes, what is not UTF-8, control
-/// characters, anchors and aliases (a few lines of them can stand for gigabytes), tags of one's own, more
+/// characters, anchors and aliases (a few lines of them can expand to gigabytes), custom tags, more
 /// than 32 levels or 1,000 names in one map, a name given twice, a second document.
 base::Result<YamlNode> parseYaml(const std::string& text);
 

@@ -21,7 +21,7 @@ class SigningKey {
     /// Reads an unencrypted private key in PEM. Throws UsageError that names the file and the remedy.
     static SigningKey load(const std::string& keyFile);
 
-    /// The key in PEM: the private key unencrypted, or the public key alone.
+    /// The key in PEM: the private key unencrypted, or only the public key.
     std::string privatePem() const;
     std::string publicPem() const;
     /// Hexadecimal SHA-256 of the public key; identifies the key.

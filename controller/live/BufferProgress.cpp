@@ -9,9 +9,6 @@ namespace {
 
 using Kind = BufferOutcome;
 
-constexpr double kFrameTime = 0.08;
-constexpr std::size_t kStateColumns = 16;
-
 std::string plainText(const LiveRow& row) {
     return fitToColumns(row.state, kStateColumns, "") + "  " + row.name +
            (row.identifier.empty() ? "" : " (" + row.identifier + ")") +

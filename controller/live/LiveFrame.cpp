@@ -11,7 +11,6 @@ namespace zelor::controller {
 namespace {
 
 constexpr std::size_t kMostIdentifier = 20;
-constexpr std::size_t kStateColumns = 16;
 constexpr std::size_t kFullWidth = 72;  ///< below it the identifier is left out
 constexpr std::size_t kLeastBar = 6;
 constexpr std::size_t kMostBar = 28;
@@ -40,14 +39,14 @@ const char* colourOf(Tone tone) {
     return kPlain;
 }
 
-std::string markOf(Tone tone, double seconds, bool unicode) {
+std::string markOf(Tone tone, double time, bool unicode) {
     static constexpr std::array<const char*, 10> kDots = {"⠋", "⠙", "⠹", "⠸", "⠼", "⠴", "⠦", "⠧", "⠇", "⠏"};
     static constexpr std::array<const char*, 4> kStrokes = {"|", "/", "-", "\\"};
     switch (tone) {
         case Tone::waiting:
             return unicode ? "·" : ".";
         case Tone::busy: {
-            const auto turn = static_cast<std::size_t>(std::max(seconds, 0.0) * 10);
+            const auto turn = static_cast<std::size_t>(std::max(time, 0.0) * 10);
             return unicode ? kDots.at(turn % kDots.size()) : kStrokes.at(turn % kStrokes.size());
         }
         case Tone::good:

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -8,8 +9,12 @@
 
 #include "controller/States.h"
 
-/// The live display as text: decisions alone, nothing here touches a terminal.
+/// The live display as text: only decisions, nothing here touches a terminal.
 namespace zelor::controller {
+
+/// The time between two frames, in seconds, and the columns of a row's state.
+constexpr double kFrameTime = 0.08;
+constexpr std::size_t kStateColumns = 16;
 
 /// What a state means to the reader; decides the colour.
 enum class Tone { waiting, busy, good, bad, stopped };

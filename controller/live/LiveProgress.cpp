@@ -10,7 +10,6 @@ namespace {
 
 constexpr double kRestTime = 0.4;
 constexpr std::size_t kMeasuredRequests = 2000;
-constexpr double kFrameTime = 0.08;
 
 Tone toneOf(ProgressValue value) {
     if (value == kSuccessValue) return Tone::good;
@@ -132,7 +131,7 @@ LiveView LiveModel::view(const ResultTable& table, double time, std::size_t rows
     if (!download.active) return view;
     const double rate = meter_.rate(download.bytesDone, time);
     for (LiveRow& row : view.rows) {
-        // One download goes on at a time.
+        // One download runs at a time.
         if (row.state == stateName(1)) row.transfer = Transfer{download.bytesDone, download.bytesTotal, rate};
     }
     return view;

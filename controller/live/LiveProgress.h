@@ -28,7 +28,7 @@ class LiveModel {
     std::vector<LiveRow> takeSettled(const ResultTable& table, double time, bool atEnd);
     /// A line on invalid requests that were not among them, "" for none since the last call.
     std::string takeLeftOut() { return invalid_.takeText(); }
-    /// The display at `time`: at most `rows` rows, with the download in hand.
+    /// The display at `time`: at most `rows` rows, with the current download.
     LiveView view(const ResultTable& table, double time, std::size_t rows,
                   const agent::DownloadSnapshot& download);
 

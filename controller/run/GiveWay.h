@@ -2,9 +2,9 @@
 
 #include <string>
 
-#include "base/Files.h"
+#include "base/LockFile.h"
 
-/// How a buffering job gives way to a run, in two processes: each has a lock of its own, beside the one that
+/// How a buffering job gives way to a run, in two processes: each has its own lock, beside the one that
 /// only one of them can hold. A lock ends with its holder, however that ends.
 namespace zelor::controller {
 
@@ -12,15 +12,15 @@ namespace zelor::controller {
 /// time.
 class BufferingSign {
   public:
-    /// `directory`: the one of the place's lock. Throws InputError when a file of the signs is not ours
-    /// alone.
+    /// `directory`: the one of the job lock. Throws InputError when one of the files cannot be used as a
+    /// lock file.
     explicit BufferingSign(const std::string& directory);
     /// True while some run waits.
     bool runWaits() const;
 
   private:
-    base::UniqueFd buffering_;
-    base::UniqueFd waiting_;
+    base::LockFile buffering_;
+    base::LockFile waiting_;
 };
 
 /// Held by a run while it waits. One thread at a time.
@@ -32,8 +32,8 @@ class WaitingSign {
     bool jobBuffers() const;
 
   private:
-    base::UniqueFd buffering_;
-    base::UniqueFd waiting_;
+    base::LockFile buffering_;
+    base::LockFile waiting_;
 };
 
 }  // namespace zelor::controller

@@ -41,7 +41,7 @@ struct RequestedOutput {
     std::string path;  ///< "-": standard output; "": none
 };
 
-/// The descriptor that one of the system's own names stands for: 1 for "/dev/stdout", 5 for "/dev/fd/5";
+/// The descriptor that one of the system's own names means: 1 for "/dev/stdout", 5 for "/dev/fd/5";
 /// nothing for another path. Outputs to such a name are written to that descriptor, as to "-", since on Linux
 /// the names are links to whatever it is. Pure.
 std::optional<int> namedDescriptor(const std::string& path);

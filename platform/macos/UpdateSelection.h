@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-/// Which listed OS updates belong to a request: decisions on text alone.
+/// Which listed OS updates belong to a request: only decisions on text.
 namespace zelor::platform {
 
 /// The most labels that one OS-wide request installs.

@@ -9,7 +9,7 @@
 #include "remediation/fetch/PatchSource.h"
 
 /// The walk through the content of one request. A run walks to apply the content and a plan to foresee it:
-/// what is decided on the way is decided here alone.
+/// what is decided on the way is decided only here.
 namespace zelor::remediation {
 
 /// What a block of content came to.

@@ -100,9 +100,9 @@ base::Check InstalledRecord::append(const std::string& path, const std::string& 
         stamp_ = base::stampOf(before);
     }
     const std::size_t added = (unfinished_.empty() ? 0 : 1) + line.size() + 1;
-    const bool alone = path == path_ && base::stampOf(before) == stamp_ &&
-                       after.st_size == before.st_size + static_cast<off_t>(added);
-    if (known && alone) {
+    const bool onlyWriter = path == path_ && base::stampOf(before) == stamp_ &&
+                            after.st_size == before.st_size + static_cast<off_t>(added);
+    if (known && onlyWriter) {
         takeAppended(line);
         stamp_ = base::stampOf(after);
         settled_ = true;

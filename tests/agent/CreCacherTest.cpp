@@ -18,7 +18,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-const std::string kId = "CVE-2014-4459";
+const std::string kCve = "CVE-2014-4459";
 
 struct CreCacherTest : testing::Test {
     test::TempDir root;
@@ -32,23 +32,23 @@ struct CreCacherTest : testing::Test {
                         "[Repository]\nUrl = " + server.url() + "/\nTrustedKey = /etc/zelor/key.pem\n");
     }
 
-    static std::string content(const std::string& cre, const std::string& identifier = kId) {
+    static std::string content(const std::string& cre, const std::string& identifier = kCve) {
         return "<remediation identifier=\"" + identifier + "\"><cre id=\"" + cre +
                "\" platform=\"o\"><eri id=\"E\"/></cre></remediation>";
     }
     void publish(const std::string& xml) {
-        server.publish("content/" + kId + ".xml", xml);
-        server.publish("content/" + kId + ".xml.sig", key.sign(xml));
+        server.publish("content/" + kCve + ".xml", xml);
+        server.publish("content/" + kCve + ".xml.sig", key.sign(xml));
     }
     /// The CRE that the cache hands out, "failed" when none.
-    std::string creOf(const std::string& identifier = kId, const std::string& platform = "o") {
+    std::string creOf(const std::string& identifier = kCve, const std::string& platform = "o") {
         parseOnlyMetadata metadata = cacher()->getCre(platform, "a", identifier);
         return metadata.getParsingFailed() ? "failed" : metadata.getcreEriData().getCreId();
     }
     CreCacher* cacher() { return CreCacher::GetInstance(root / "opt/zelor/", "o"); }
-    void forget() { cacher()->removeCreFromCache("o", "a", kId); }
+    void forget() { cacher()->removeCreFromCache("o", "a", kCve); }
     std::string kept(const std::string& suffix = ".xml") {
-        return root / ("opt/zelor/content/" + kId + suffix);
+        return root / ("opt/zelor/content/" + kCve + suffix);
     }
     std::vector<int> statuses() {
         std::vector<int> all;
@@ -64,7 +64,7 @@ TEST_F(CreCacherTest, ContentIsFetchedOnceAndConfirmedOncePerRun) {
     EXPECT_EQ(creOf(), "one");
     EXPECT_THAT(statuses(), ElementsAre(200, 200));
     EXPECT_EQ(creOf(), "one");
-    EXPECT_EQ(creOf(kId, "other"), "failed");
+    EXPECT_EQ(creOf(kCve, "other"), "failed");
     EXPECT_THAT(statuses(), IsEmpty());
     EXPECT_THAT(logText(), HasSubstr("no cre for platform 'other'"));
     startNewRun();
@@ -93,7 +93,7 @@ TEST_F(CreCacherTest, NoRepositoryHoldsContentForLong) {
         const auto start = std::chrono::steady_clock::now();
         RepositoryTurn turn;
         const ContentAnswer answer =
-            fetchContent(client, slow.url(), kId, {}, retry, milliseconds(300), turn);
+            fetchContent(client, slow.url(), kCve, {}, retry, milliseconds(300), turn);
         EXPECT_EQ(answer.kind, ContentAnswer::Kind::noAnswer) << drip.name;
         EXPECT_THAT(answer.problem, HasSubstr("it takes longer than ContentSeconds")) << drip.name;
         EXPECT_LT(std::chrono::steady_clock::now() - start, milliseconds(1000)) << drip.name;
@@ -123,8 +123,8 @@ TEST_F(CreCacherTest, EveryCallThatFailsSaysWhy) {
     const struct {
         std::string identifier, platform, reason;
     } calls[] = {
-        {kId, "o", ""},
-        {kId, "other", "no cre for platform 'other'"},
+        {kCve, "o", ""},
+        {kCve, "other", "no cre for platform 'other'"},
         {"CVE-404", "o", "the repository answered 404; publish the content there"},
         {"CVE-404", "o", "the repository answered 404; publish the content there"},  // from memory
         {"CVE/1", "o", "an identifier has at most"},
@@ -157,7 +157,7 @@ TEST_F(CreCacherTest, TheCopyOnDiskSparesTheTransferAndServesWhenNobodyAnswers) 
     server.stop();
     EXPECT_EQ(creOf(), "one");
     forget();
-    cacher()->removeCreFile("o", "a", kId);
+    cacher()->removeCreFile("o", "a", kCve);
     EXPECT_FALSE(boost::filesystem::exists(kept()));
     EXPECT_FALSE(boost::filesystem::exists(kept(".xml.sig")));
     EXPECT_EQ(creOf(), "failed");
@@ -188,7 +188,7 @@ TEST_F(CreCacherTest, WithdrawnContentIsForgotten) {
     publish(content("one"));
     EXPECT_EQ(creOf(), "one");
     startNewRun();
-    server.withdraw("content/" + kId + ".xml");
+    server.withdraw("content/" + kCve + ".xml");
     EXPECT_EQ(creOf(), "failed");
     EXPECT_FALSE(boost::filesystem::exists(kept()));
     EXPECT_EQ(creOf(), "failed");
@@ -215,16 +215,16 @@ TEST_F(CreCacherTest, WhatIsNotSignedAsPublishedIsNeverUsed) {
     };
     for (const Case& one : cases) {
         startNewRun();
-        server.publish("content/" + kId + ".xml", one.xml);
-        server.publish("content/" + kId + ".xml.sig", one.signature);
+        server.publish("content/" + kCve + ".xml", one.xml);
+        server.publish("content/" + kCve + ".xml.sig", one.signature);
         EXPECT_EQ(creOf(), "failed") << one.what;
         EXPECT_FALSE(boost::filesystem::exists(kept())) << one.what;
     }
     startNewRun();
-    server.withdraw("content/" + kId + ".xml.sig");
+    server.withdraw("content/" + kCve + ".xml.sig");
     EXPECT_EQ(creOf(), "failed");
     startNewRun();
-    server.publish("content/" + kId + ".xml", std::string(5U << 20U, ' '));
+    server.publish("content/" + kCve + ".xml", std::string(5U << 20U, ' '));
     EXPECT_EQ(creOf(), "failed");
     EXPECT_THAT(logText(), HasSubstr("is larger than the 4194304 bytes allowed"));
     startNewRun();

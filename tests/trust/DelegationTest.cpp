@@ -113,7 +113,7 @@ void PrintTo(const DelegationAttack& attack, std::ostream* out) {
     *out << attack.name;
 }
 
-const std::vector<DelegationAttack> kAttacks = {
+const std::vector<DelegationAttack> kDelegationAttacks = {
     {"Missing", "has no 6.A.json", [](Repository& r) { r.files.erase("6.A.json"); }},
     {"ByAnotherRole", "0 of 1 good",
      [](Repository& r) {
@@ -164,7 +164,7 @@ TEST_P(DelegationAttacks, EndTheSearch) {
     EXPECT_THAT(found.error().text, HasSubstr(GetParam().cause));
 }
 
-INSTANTIATE_TEST_SUITE_P(OnADelegatedRole, DelegationAttacks, testing::ValuesIn(kAttacks),
+INSTANTIATE_TEST_SUITE_P(OnADelegatedRole, DelegationAttacks, testing::ValuesIn(kDelegationAttacks),
                          [](const auto& row) { return row.param.name; });
 
 TEST(Downloads, HaveTheListedLengthAndDigests) {

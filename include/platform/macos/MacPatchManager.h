@@ -58,9 +58,9 @@ class ZELOR_API MacPatchManager {
     /// Runs the bundle's own installer.
     int appInstaller(std::string appPath);
     /// Copies a directory tree with modes, times and symbolic links, replacing files that exist and leaving
-    /// all others in the destination alone. A symbolic link at the destination is replaced, and a directory
-    /// in the place of a copied link removed; directly in the applications directory neither is done, and the
-    /// copy fails. False on the first failure.
+    /// all others in the destination as they are. A symbolic link at the destination is replaced, and a
+    /// directory in the place of a copied link removed; directly in the applications directory neither is
+    /// done, and the copy fails. False on the first failure.
     bool copyDir(boost::filesystem::path source, boost::filesystem::path destination);
     /// Names of the directory's entries in the file system's order, "." and ".." included; empty on failure.
     std::vector<std::string> listFilesInDirectory(std::string dir);
