@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <functional>
 #include <map>
 #include <memory>
@@ -237,16 +238,22 @@ const std::map<std::string, Prepare>& works() {
     return kAll;
 }
 
+/// Wall time, and as `cpu_ms` the processor time of all threads.
 void measure(benchmark::State& state, const Prepare& prepare, int count) {
+    std::clock_t used = 0;
     for ([[maybe_unused]] const auto _ : state) {
         const Work work = prepare(count);
         measuredEnd = {};
         HeapMeter::release();
+        const std::clock_t usedBefore = std::clock();
         const auto start = Clock::now();
         zelor_bench_measured(work);
         const auto end = measuredEnd == Clock::time_point() ? Clock::now() : measuredEnd;
+        used += std::clock() - usedBefore;
         state.SetIterationTime(std::chrono::duration<double>(end - start).count());
     }
+    state.counters["cpu_ms"] =
+        static_cast<double>(used) * 1000 / CLOCKS_PER_SEC / static_cast<double>(state.iterations());
 }
 
 void registerAll() {

@@ -13,8 +13,10 @@ sys.dont_write_bytecode = True
 
 from ground import Ground
 from measure import BenchError, MissingTool, Noise
+from far import FAR_ROWS
 from rows import ROWS, measure
 
+ROWS.update(FAR_ROWS)
 SKIPPED = 77  # what ctest takes for a test that cannot run here
 
 HEADINGS = ('row', 'work', 'unit', 'ours', 'other', 'limit', 'ratio', 'aim', 'verdict')
@@ -95,6 +97,8 @@ def arguments():
     parser.add_argument('rows', nargs='*', metavar='ROW', help=f'one of: {", ".join(ROWS)} (default: all)')
     parser.add_argument('--smoke', action='store_true', help='a small run of each row, to see that it works')
     parser.add_argument('--programs', required=True, help=argparse.SUPPRESS)
+    parser.add_argument('--before', metavar='DIR', type=Path,
+                        help='programs of an earlier release, for the rows that compare with it')
     parser.add_argument('--keep', metavar='PAGE', type=Path, help='the page whose table this run replaces')
     parser.add_argument('--json', metavar='FILE', help='where the figures go')
     chosen = parser.parse_args()
@@ -109,7 +113,7 @@ def main():
     began = time.monotonic()
     noise = Noise()
     rows = []
-    with Ground(chosen.programs, chosen.smoke) as ground:
+    with Ground(chosen.programs, chosen.smoke, chosen.before) as ground:
         for name in chosen.rows or ROWS:
             rows += measure(ground, name, noise)
     text = f'{table(rows)}\n\n{summary(rows, noise, chosen.smoke)}\n'

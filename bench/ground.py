@@ -16,8 +16,9 @@ PIECE = 1 << 20
 
 
 class Ground:
-    def __init__(self, programs, smoke):
+    def __init__(self, programs, smoke, before=None):
         self.programs = Path(programs)
+        self.before = before
         self.smoke = smoke
         self.directory = Path(tempfile.mkdtemp(prefix='zelor-bench-', dir=os.environ.get('TMPDIR')))
         self.directory.chmod(0o755)

@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
 """A TCP relay on loopback that makes a near web server a far one, or one that goes away.
 
-usage: relay.py PORT TARGET_PORT [--round-trip MILLISECONDS] [--outage refused|503|mute]
+usage: relay.py PORT TARGET_PORT [--round-trip MILLISECONDS] [--rate BYTES] [--outage refused|503|mute]
 
-Bytes take half the round trip each way, a connection one more round trip before its first byte. With --outage the
+Bytes take half the round trip each way, a connection one more round trip before its first byte. With --rate all answers share that many bytes
+a second. With --outage the
 server goes away at the first request for an archive ("GET /patches/"). At SIGTERM it prints how many connections and
 requests there were, as JSON.
 """
@@ -20,10 +21,17 @@ class Relay:
     def __init__(self, options):
         self.options = options
         self.half = options.round_trip / 2000
+        self.line_free = 0.0
         self.connections = self.requests = 0
         self.gone = False
         self.server = None
         self.writers = set()
+
+    async def take_line(self, size):
+        """Waits until the line has carried that many bytes, after those of everybody before."""
+        now = asyncio.get_running_loop().time()
+        self.line_free = max(self.line_free, now) + size / self.options.rate
+        await asyncio.sleep(self.line_free - now)
 
     async def pump(self, reader, writer, first_delay, look=None):
         """Passes bytes on, each piece half a round trip after it came."""
@@ -43,6 +51,8 @@ class Relay:
             while piece := await reader.read(1 << 16):
                 if look and not look(piece):
                     continue
+                if not look and self.options.rate:
+                    await self.take_line(len(piece))
                 queue.put_nowait((loop.time() + self.half + first_delay, piece))
                 first_delay = 0
         except OSError:
@@ -95,6 +105,7 @@ def main():
     parser.add_argument('port', type=int)
     parser.add_argument('target', type=int)
     parser.add_argument('--round-trip', type=float, default=0)
+    parser.add_argument('--rate', type=float, default=0)
     parser.add_argument('--outage', choices=['refused', '503', 'mute'])
     asyncio.run(Relay(parser.parse_args()).run())
 

@@ -8,7 +8,7 @@
 namespace zelor::agent {
 
 Prefetch::Prefetch(std::string installPath)
-    : installPath_(Common::StripTrailingSeparators(std::move(installPath))) {}
+    : installPath_(Common::StripTrailingSeparators(installPath)) {}
 
 Prefetch::~Prefetch() {
     contentLibraryAt(installPath_).ahead().join();
