@@ -70,7 +70,7 @@ base::Result<ContentRange> parseContentRange(const std::string& header) {
 }
 
 std::string resumptionValidator(const HttpHead& head) {
-    const std::string etag = head.validator("etag");
+    std::string etag = head.validator("etag");
     if (etag.size() > 2 && etag.front() == '"' && etag.back() == '"') return etag;
     const std::string& modified = head.header("last-modified");
     if (modified.empty()) return "";
