@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <stdexcept>
 #include <system_error>
 #include <vector>
@@ -189,8 +190,14 @@ FileStamp stampOf(const std::string& path) {
 }
 
 bool changedRecently(const FileStamp& stamp) {
-    constexpr time_t kSettled = 2;
-    return stamp.exists && stamp.modified.tv_sec + kSettled >= time(nullptr);
+    constexpr long kCoarseStep = 10'000'000;
+    constexpr std::int64_t kCoarse = 3'000'000'000;
+    constexpr std::int64_t kFine = 100'000'000;  // several ticks of a kernel's clock
+    struct timespec now {};
+    if (!stamp.exists || ::clock_gettime(CLOCK_REALTIME, &now) != 0) return stamp.exists;
+    const std::int64_t age = std::int64_t{now.tv_sec - stamp.modified.tv_sec} * 1'000'000'000 +
+                             (now.tv_nsec - stamp.modified.tv_nsec);
+    return age < (stamp.modified.tv_nsec % kCoarseStep == 0 ? kCoarse : kFine);
 }
 
 bool appendLine(int fd, const std::string& line) {

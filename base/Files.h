@@ -63,7 +63,7 @@ FileStamp stampOf(const struct stat& info);
 /// The stamp of the file at `path`, through symbolic links; that of a missing file when stat(2) fails.
 FileStamp stampOf(const std::string& path);
 /// True when the file changed so recently that another change could leave the same stamp: file systems keep
-/// the time in steps of up to a second.
+/// the time in steps of a clock tick, or, which a round number of nanoseconds shows, of up to two seconds.
 bool changedRecently(const FileStamp& stamp);
 
 /// open(2) with O_CLOEXEC, repeated when a signal interrupts it. On failure the result is not valid, and

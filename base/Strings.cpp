@@ -131,7 +131,7 @@ bool hasControlCharacter(const std::string& text) {
     return std::any_of(text.begin(), text.end(), isControl);
 }
 
-bool isDamagedLine(const std::string& line) {
+bool isDamagedLine(std::string_view line) {
     return std::any_of(line.begin(), line.end(),
                        [](char c) { return isControl(c) && c != '\t' && c != '\r'; });
 }

@@ -42,7 +42,7 @@ std::string nearestWord(const std::string& word, const std::vector<std::string>&
 bool hasControlCharacter(const std::string& text);
 /// True when a line of one of our files has a control character other than tab and carriage return, which a
 /// power loss can leave.
-bool isDamagedLine(const std::string& line);
+bool isDamagedLine(std::string_view line);
 
 /// `text` for use inside single quotes of a shell command: its single quotes are escaped.
 std::string insideSingleQuotes(const std::string& text);

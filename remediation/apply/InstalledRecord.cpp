@@ -4,10 +4,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <utility>
-#include <vector>
 
 #include "base/Files.h"
 #include "base/Strings.h"
@@ -16,8 +16,15 @@
 
 namespace zelor::remediation {
 
+namespace {
+
+constexpr std::size_t kFirstRead = std::size_t{1} << 16U;
+
+}  // namespace
+
 void InstalledRecord::forget() {
     lines_.clear();
+    texts_.clear();
     unfinished_.clear();
     damaged_ = 0;
     path_.clear();
@@ -40,26 +47,25 @@ void InstalledRecord::refresh(const std::string& path) {
 }
 
 off_t InstalledRecord::readLines(int fd) {
-    std::vector<char> chunk(std::size_t{1} << 18);
-    off_t at = 0;
+    std::string& text = texts_.emplace_back();
     for (;;) {
-        const ssize_t count = pread(fd, chunk.data(), chunk.size(), at);
-        if (count < 0 && errno == EINTR) continue;
-        if (count <= 0) break;
-        at += count;
-        unfinished_.append(chunk.data(), static_cast<std::size_t>(count));
-        std::size_t start = 0;
-        for (auto end = unfinished_.find('\n'); end != std::string::npos;
-             end = unfinished_.find('\n', start)) {
-            std::string line = unfinished_.substr(start, end - start);
-            if (base::isDamagedLine(line)) ++damaged_;
-            lines_.insert(std::move(line));
-            start = end + 1;
-        }
-        unfinished_.erase(0, start);
+        const std::size_t size = text.size();
+        text.resize(size + std::max(size, kFirstRead));
+        const ssize_t count = pread(fd, text.data() + size, text.size() - size, static_cast<off_t>(size));
+        text.resize(size + static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+        if (count == 0 || (count < 0 && errno != EINTR)) break;
     }
+    lines_.reserve(static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n')));
+    std::string_view rest = text;
+    for (auto end = rest.find('\n'); end != std::string_view::npos; end = rest.find('\n')) {
+        const std::string_view line = rest.substr(0, end);
+        if (base::isDamagedLine(line)) ++damaged_;
+        lines_.insert(line);
+        rest.remove_prefix(end + 1);
+    }
+    unfinished_ = rest;
     if (base::isDamagedLine(unfinished_)) ++damaged_;
-    return at;
+    return static_cast<off_t>(text.size());
 }
 
 void InstalledRecord::reportDamage() {
@@ -111,9 +117,9 @@ base::Check InstalledRecord::append(const std::string& path, const std::string& 
 }
 
 void InstalledRecord::takeAppended(const std::string& line) {
-    if (!unfinished_.empty()) lines_.insert(std::move(unfinished_));
+    if (!unfinished_.empty()) lines_.insert(texts_.emplace_back(std::move(unfinished_)));
     unfinished_.clear();
-    lines_.insert(line);
+    lines_.insert(texts_.emplace_back(line));
 }
 
 }  // namespace zelor::remediation

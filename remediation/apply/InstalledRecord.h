@@ -1,7 +1,9 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <string>
+#include <string_view>
 #include <unordered_set>
 
 #include "base/Files.h"
@@ -14,6 +16,11 @@ namespace zelor::remediation {
 /// thread at a time.
 class InstalledRecord {
   public:
+    InstalledRecord() = default;
+    // A copy's lines would be in the texts of the other.
+    InstalledRecord(InstalledRecord&&) = default;
+    InstalledRecord& operator=(InstalledRecord&&) = default;
+
     /// Brings the lines up to date with the file; one that cannot be opened counts as empty. The log gets an
     /// error line for a symbolic link that is not followed, for a last line without its end, which counts,
     /// and for lines with control characters: once for each state of the file.
@@ -35,8 +42,9 @@ class InstalledRecord {
     void reportRefusal(const std::string& path, const std::string& problem);
     void takeAppended(const std::string& line);
 
-    std::unordered_set<std::string> lines_;
-    std::string unfinished_;  ///< a last line without its line end; it counts as a line
+    std::deque<std::string> texts_;               ///< what was read, and each line that was appended since
+    std::unordered_set<std::string_view> lines_;  ///< in those texts
+    std::string unfinished_;                      ///< a last line without its line end; it counts as a line
     std::uint64_t damaged_ = 0;
     std::string path_;
     base::FileStamp stamp_;  ///< of the file when the lines were read
