@@ -30,7 +30,7 @@ Makes, verifies, serves and rehearses repositories of signed remediation content
 
 constexpr const char* kExitStatuses = R"(Exit status:
   0    done; check: no errors
-  1    a failure; check: there are errors; import: no rule could be imported
+  1    a failure; check: there are errors; import: no rule could be imported; status: something expires
   2    unusable arguments, manifest, key, source or directory: nothing was changed
   130  rehearse: ended by a signal)";
 
@@ -45,6 +45,29 @@ An entry has an identifier and either "cres": [{id, platform, product, "eris": [
 A cre has either "eris": [{...}] or the fields of its only ERI: product, impact, instructions, file (relative to the
 manifest; a bundle is a directory), patchId (the file's name), reboot, silent, mskb, size and md5 (computed), omitArchive
 (publish only the content). Ids and the ERI's product have defaults.)";
+
+constexpr const char* kRefreshHelp = R"(Examples:
+  zelor-content refresh repository --metadata-keys online-keys
+
+Signs the timestamp of a repository anew, so that agents know that it is the newest. Needs the timestamp key, and the
+snapshot key when the snapshot is in the second half of its life. Meant for a timer.)";
+
+constexpr const char* kRotateHelp = R"(Examples:
+  zelor-content rotate repository --role timestamp --add new/timestamp.pem --remove keys/timestamp.pem --metadata-keys keys
+  zelor-content rotate repository --role root --add anna.pem --add ben.pem --threshold 2 --metadata-keys keys
+  zelor-content rotate repository --sign --metadata-keys anna
+  zelor-content rotate repository --metadata-keys keys
+
+Changes who signs the metadata of a repository. Root keys sign the change, so agents that trust any earlier root follow it.
+A change that lacks signatures of the old or the new root keys waits in the repository until others add theirs with
+--sign. Without --role the root is renewed before it expires.)";
+
+constexpr const char* kStatusHelp = R"(Examples:
+  zelor-content status repository
+  zelor-content status repository --metadata-keys keys --within 10
+
+Shows when the metadata of a repository expires and who can sign it again. The exit status is 1 when something has expired
+or is about to.)";
 
 constexpr const char* kCheckHelp = R"(Examples:
   zelor-content check repository --key keys/repository.pem
@@ -89,11 +112,82 @@ void addKeygen(CLI::App& app, KeygenOptions& options, Action& action) {
     command->add_option("--out", options.out, "Directory for repository.key (mode 0600) and repository.pem")
         ->required()
         ->type_name("DIR");
-    command->add_option("--type", options.type, "ec (P-256) or rsa (3072 bits)")
-        ->check(CLI::IsMember({"ec", "rsa"}))
+    command->add_option("--type", options.type, "ec (P-256), rsa (3072 bits) or, with --role, ed25519")
+        ->check(CLI::IsMember({"ec", "rsa", "ed25519"}))
         ->type_name("TYPE")
         ->capture_default_str();
+    command
+        ->add_option("--role", options.roles,
+                     "Make ROLE.key and ROLE.pem for metadata instead: root, targets, snapshot, timestamp or "
+                     "all; may be repeated")
+        ->check(CLI::IsMember({"root", "targets", "snapshot", "timestamp", "all"}))
+        ->type_name("ROLE")
+        ->allow_extra_args(false);
+    command->add_option("--holder", options.holder, "Who keeps them: the names become ROLE-NAME.key")
+        ->type_name("NAME");
     command->callback([&] { action = [&] { return runKeygen(options); }; });
+}
+
+CLI::Option* addMetadataKeys(CLI::App& command, std::string& keys, std::vector<std::string>& expires) {
+    command
+        .add_option("--expires", expires,
+                    "Days for which new files of a role are good, such as timestamp=7; may be repeated")
+        ->type_name("ROLE=DAYS")
+        ->allow_extra_args(false);
+    return command
+        .add_option("--metadata-keys", keys, "Directory with the private keys that sign metadata (ROLE.key)")
+        ->type_name("DIR");
+}
+
+void addRefresh(CLI::App& app, RefreshOptions& options, Action& action) {
+    CLI::App* command = app.add_subcommand("refresh", kRefreshHelp);
+    command->add_option("DIR", options.repository, "The repository")->required()->type_name("");
+    addMetadataKeys(*command, options.metadataKeys, options.expires)->required();
+    command->callback([&] { action = [&] { return runRefresh(options); }; });
+}
+
+void addRotate(CLI::App& app, RotateOptions& options, Action& action) {
+    CLI::App* command = app.add_subcommand("rotate", kRotateHelp);
+    command->add_option("DIR", options.repository, "The repository")->required()->type_name("");
+    addMetadataKeys(*command, options.metadataKeys, options.expires)->required();
+    CLI::Option* sign =
+        command->add_flag("--sign", options.sign, "Add signatures to a change that waits for them");
+    command->add_option("--role", options.role, "The role whose keys change; without it the root is renewed")
+        ->check(CLI::IsMember({"root", "targets", "snapshot", "timestamp"}))
+        ->type_name("ROLE")
+        ->excludes(sign);
+    command->add_option("--add", options.add, "File with a public key to add; may be repeated")
+        ->type_name("FILE")
+        ->allow_extra_args(false)
+        ->excludes(sign);
+    command
+        ->add_option("--remove", options.remove,
+                     "Key to remove: its file, or the first digits of its id; may be repeated")
+        ->type_name("KEY")
+        ->allow_extra_args(false)
+        ->excludes(sign);
+    command->add_option("--threshold", options.threshold, "How many keys of the role must sign")
+        ->check(CLI::Range(1, 100))
+        ->type_name("N")
+        ->excludes(sign);
+    command->callback([&] { action = [&] { return runRotate(options); }; });
+}
+
+void addStatus(CLI::App& app, StatusOptions& options, Action& action) {
+    CLI::App* command = app.add_subcommand("status", kStatusHelp);
+    command->add_option("DIR", options.repository, "The repository")->required()->type_name("");
+    command
+        ->add_option("--metadata-keys", options.metadataKeys,
+                     "Directory with keys: those that are there are marked")
+        ->type_name("DIR");
+    command
+        ->add_option(
+            "--within", options.within,
+            "Days before an expiry from which the status is 1; by default 30 (root), 14 (targets), 7 "
+            "(snapshot), 2 (timestamp)")
+        ->check(CLI::Range(0, 9999))
+        ->type_name("DAYS");
+    command->callback([&] { action = [&] { return runStatus(options); }; });
 }
 
 void addPublish(CLI::App& app, PublishOptions& options, Action& action) {
@@ -103,6 +197,7 @@ void addPublish(CLI::App& app, PublishOptions& options, Action& action) {
     command->add_option("--out", options.out, "The repository; created when it is missing")
         ->required()
         ->type_name("DIR");
+    addMetadataKeys(*command, options.metadataKeys, options.expires);
     command->add_flag("--only", options.only,
                       "Withdraw all content that the manifest does not name, also of other manifests");
     command->add_flag("--prune", options.prune, "Remove unused archives at once instead of a day later");
@@ -232,7 +327,7 @@ void refuseUnknownCommand(const CLI::App& app, const std::vector<std::string>& a
     const auto named = [&](const CLI::App* command) { return command->get_name() == arguments[0]; };
     if (!app.get_subcommands(named).empty()) return;
     throw UsageError("there is no command \"" + arguments[0] +
-                     "\"; use keygen, import, publish, serve, check or rehearse");
+                     "\"; use keygen, import, publish, refresh, rotate, status, serve, check or rehearse");
 }
 
 }  // namespace
@@ -245,6 +340,9 @@ int runContentTool(const std::vector<std::string>& arguments) {
     app.footer(kExitStatuses);
     KeygenOptions keygenOptions;
     PublishOptions publishOptions;
+    RefreshOptions refreshOptions;
+    RotateOptions rotateOptions;
+    StatusOptions statusOptions;
     ServeOptions serveOptions;
     CheckOptions checkOptions;
     RehearseOptions rehearseOptions;
@@ -254,6 +352,9 @@ int runContentTool(const std::vector<std::string>& arguments) {
     addKeygen(app, keygenOptions, action);
     addImport(app, mscpOptions, xccdfOptions, action);
     addPublish(app, publishOptions, action);
+    addRefresh(app, refreshOptions, action);
+    addRotate(app, rotateOptions, action);
+    addStatus(app, statusOptions, action);
     addServe(app, serveOptions, action);
     addCheck(app, checkOptions, action);
     addRehearse(app, rehearseOptions, action);

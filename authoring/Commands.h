@@ -13,30 +13,69 @@ namespace exitStatus {
 /// The command succeeded; failed on the way; cannot use its arguments, manifest, key or directory, and has
 /// changed nothing; was interrupted.
 constexpr int kGood = 0;
-constexpr int kFailed = 1;  ///< also: check found errors, import no rule to import
+constexpr int kFailed = 1;  ///< also: check found errors, status a role to sign, import no rule to import
 constexpr int kUnusable = 2;
 constexpr int kInterrupted = 130;  ///< rehearse, by a signal
 }  // namespace exitStatus
 
-/// Makes a key pair of `type`, "ec" or "rsa", in the directory `out`; never overwrites one.
+/// Makes a key pair of `type`, "ec" or "rsa", in the directory `out`; never overwrites one. With `roles` it
+/// makes a key for each of these roles of metadata instead, named for `holder` unless that is ""; "ed25519"
+/// is a type too then.
 struct KeygenOptions {
     std::string out;
     std::string type = "ec";
+    std::vector<std::string> roles;
+    std::string holder;
 };
 int runKeygen(const KeygenOptions& options);
 
 /// Publishes the manifest file to the repository directory `out`, signed with the private key file `key`.
 /// `only` withdraws all content that the manifest does not name, `prune` removes unnamed archives at once,
-/// and `strict` treats warnings as errors.
+/// and `strict` treats warnings as errors. `metadataKeys`: the directory of the keys that sign metadata, ""
+/// for none; `expires`: "ROLE=DAYS" where a role's files are good for other than the default time.
 struct PublishOptions {
     std::string manifest;
     std::string key;
     std::string out;
+    std::string metadataKeys;
+    std::vector<std::string> expires;
     bool only = false;
     bool prune = false;
     bool strict = false;
 };
 int runPublish(const PublishOptions& options);
+
+/// Signs the timestamp of a repository anew, and the snapshot when it is due.
+struct RefreshOptions {
+    std::string repository;
+    std::string metadataKeys;
+    std::vector<std::string> expires;
+};
+int runRefresh(const RefreshOptions& options);
+
+/// Changes who signs for `role` ("": nothing, the root is renewed): `add` are key files, `remove` key files
+/// or the first digits of key ids, `threshold` how many must sign, 0 for as many as now. `sign` adds
+/// signatures to a change that waits for them.
+struct RotateOptions {
+    std::string repository;
+    std::string metadataKeys;
+    std::string role;
+    std::vector<std::string> add;
+    std::vector<std::string> remove;
+    std::int64_t threshold = 0;
+    bool sign = false;
+    std::vector<std::string> expires;
+};
+int runRotate(const RotateOptions& options);
+
+/// Shows which metadata expires when, and who can sign it again. `metadataKeys`: keys to look for, or "".
+/// `within`: days before its expiry from which a role needs attention; negative: a number for each role.
+struct StatusOptions {
+    std::string repository;
+    std::string metadataKeys;
+    int within = -1;
+};
+int runStatus(const StatusOptions& options);
 
 /// Serves a repository directory over HTTP. `address`: numeric IPv4; `port` 0: any free one; `verbose`: a
 /// line on standard error for each request.

@@ -142,6 +142,12 @@ Keys readKeys(JsonReader& reader, const Json& keys) {
     return found;
 }
 
+bool isUsable(const Key& key) {
+    const bool usable = decode(key) != nullptr;
+    ERR_clear_error();
+    return usable;
+}
+
 bool verifies(const Key& key, std::string_view bytes, std::string_view signature, std::string* identity) {
     const PublicKey decoded = decode(key);
     const bool good = decoded && !signature.empty() && judge(decoded.get(), bytes, signature);

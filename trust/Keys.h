@@ -43,6 +43,9 @@ std::string keyId(const Json& key);
 /// keys had a type of their own. Faults go to `reader`.
 Keys readKeys(JsonReader& reader, const Json& keys);
 
+/// Whether signatures by `key` can be verified: it can be read, and is of the kind that its scheme needs.
+bool isUsable(const Key& key);
+
 /// True when `signature` is one of `bytes` by `key`. `identity`, when given, becomes what two forms of one
 /// key have in common.
 bool verifies(const Key& key, std::string_view bytes, std::string_view signature,

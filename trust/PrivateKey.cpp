@@ -15,6 +15,7 @@ namespace zelor::trust {
 namespace {
 
 constexpr std::size_t kRsaBits = 3072;
+constexpr const char* kNoKind = "the key is neither EC on P-256, nor Ed25519, nor RSA of 2048 to 16384 bits";
 
 using Bio = std::unique_ptr<BIO, base::Deleter<BIO_free>>;
 using DigestContext = std::unique_ptr<EVP_MD_CTX, base::Deleter<EVP_MD_CTX_free>>;
@@ -52,6 +53,18 @@ std::string publicValue(const EVP_PKEY* key) {
 
 }  // namespace
 
+base::Result<Json> publicKeyFromPem(const std::string& pem) {
+    const Bio bio(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
+    const std::unique_ptr<EVP_PKEY, base::Deleter<EVP_PKEY_free>> key(
+        bio ? PEM_read_bio_PUBKEY(bio.get(), nullptr, noPassPhrase, nullptr) : nullptr);
+    ERR_clear_error();
+    if (!key) return base::failure("there is no public key in PEM form");
+    const auto [type, scheme] = kindOf(key.get());
+    const std::string value = publicValue(key.get());
+    if (!isUsable({type, scheme, value})) return base::failure(kNoKind);
+    return Json{{"keytype", type}, {"scheme", scheme}, {"keyval", {{"public", value}}}};
+}
+
 struct PrivateKey::Handle {
     std::unique_ptr<EVP_PKEY, base::Deleter<EVP_PKEY_free>> key;
 };
@@ -67,8 +80,7 @@ base::Result<PrivateKey> PrivateKey::of(std::shared_ptr<Handle> handle) {
     const auto probe = made.sign("probe");
     if (!probe || !verifies({type, scheme, value}, "probe", *probe)) {
         ERR_clear_error();
-        return base::failure(
-            "the private key is neither EC on P-256, nor Ed25519, nor RSA of 2048 to 16384 bits");
+        return base::failure(kNoKind);
     }
     return made;
 }
@@ -107,6 +119,15 @@ base::Result<std::string> PrivateKey::pem() const {
     return contentOf(bio.get());
 }
 
+base::Result<std::string> PrivateKey::publicPem() const {
+    const Bio bio(BIO_new(BIO_s_mem()));
+    if (!bio || PEM_write_bio_PUBKEY(bio.get(), handle_->key.get()) != 1) {
+        ERR_clear_error();
+        return base::failure("the public key cannot be written as text");
+    }
+    return contentOf(bio.get());
+}
+
 base::Result<std::string> PrivateKey::sign(std::string_view bytes) const {
     EVP_PKEY* key = handle_->key.get();
     const int type = EVP_PKEY_get_base_id(key);
@@ -139,7 +160,7 @@ base::Result<std::string> PrivateKey::signedFile(const Json& content, const std:
         if (!signature) return tl::unexpected<base::Failure>(signature.error());
         file["signatures"].push_back({{"keyid", key.id()}, {"sig", base::hexadecimal(*signature)}});
     }
-    return file.dump(1) + "\n";
+    return file.dump() + "\n";
 }
 
 }  // namespace zelor::trust

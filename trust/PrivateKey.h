@@ -10,6 +10,9 @@
 
 namespace zelor::trust {
 
+/// The public key in `pem` as metadata has it. Fails when it is of a kind that signs no metadata.
+base::Result<Json> publicKeyFromPem(const std::string& pem);
+
 /// The private half of a key that signs metadata. Copies share it; const operations on any thread.
 class PrivateKey {
   public:
@@ -23,6 +26,8 @@ class PrivateKey {
     const std::string& id() const { return id_; }
     /// The key as PKCS #8 text: a secret. Fails only when memory is short.
     base::Result<std::string> pem() const;
+    /// Its public half as PEM text. Fails only when memory is short.
+    base::Result<std::string> publicPem() const;
     /// The signature of `bytes`.
     base::Result<std::string> sign(std::string_view bytes) const;
     /// A metadata file: `content` with the signature of each key. Fails on a number that is not an

@@ -1,6 +1,7 @@
 #include "authoring/checks/RepositoryCheck.h"
 
 #include <boost/filesystem.hpp>
+#include <ctime>
 #include <map>
 #include <optional>
 #include <set>
@@ -11,6 +12,8 @@
 #include "authoring/checks/ContentChecks.h"
 #include "authoring/checks/PatchCheck.h"
 #include "authoring/manifest/ManifestFile.h"
+#include "authoring/metadata/MetadataCheck.h"
+#include "authoring/metadata/MetadataDirectory.h"
 #include "authoring/publish/ContentXml.h"
 #include "authoring/publish/PublishState.h"
 #include "base/Files.h"
@@ -145,7 +148,7 @@ std::set<std::string> contentFiles(const std::string& repository) {
     }
     for (const fs::directory_iterator end; it != end; ++it) {
         const std::string name = it->path().filename().string();
-        if (base::hasEnding(name, ".xml") && name[0] != '.') names.insert(name);
+        if (base::hasEnding(name, ".xml") && name[0] != '.' && !isNamedByDigest(name)) names.insert(name);
     }
     return names;
 }
@@ -252,6 +255,7 @@ CheckReport checkRepository(const std::string& repository, const std::string& ke
     // The archives that unreadable content names are unknown.
     append(leftoverFindings(repository, entries.size() == report.entries ? &stems : nullptr));
     append(withdrawnFindings(repository, identifiers, manifests));
+    append(metadataFindings(repository, std::time(nullptr)));
     boost::system::error_code ignored;
     if (!fs::is_regular_file(repository + "/speed.bin", ignored)) {
         append({{Severity::warning, "speed.bin",

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "authoring/publish/SigningKey.h"
+#include "trust/Metadata.h"
 
 namespace zelor::authoring {
 
@@ -23,17 +24,24 @@ class ContentDirectory {
     void withdraw(const std::string& identifier);
     /// The identifiers that have content now.
     std::set<std::string> identifiers() const;
+    /// Collects a second name for every content file that `commit` leaves: its SHA-256 digest and a dot
+    /// before the name, under which clients that read metadata ask for it. Returns these files by their path
+    /// in the repository. Throws std::runtime_error for a file that `key` did not sign.
+    std::map<std::string, trust::TargetFile> nameByDigest(const SigningKey& key);
     /// Makes the collected changes, if any. Throws std::runtime_error.
     void commit();
 
   private:
     bool exchange();
     void renameEach();
+    std::string signedContent(const std::string& name, const SigningKey& key) const;
 
     std::string directory_;
     std::string next_;
     std::map<std::string, std::string> changed_;  // file name to bytes; a signature sorts after its content
     std::set<std::string> removed_;               // file names, in the same order
+    std::map<std::string, std::string> named_;  // name by digest to file name, where it is missing or damaged
+    std::set<std::string> unchanged_;           // names of files that `put` found as they should be
 };
 
 }  // namespace zelor::authoring

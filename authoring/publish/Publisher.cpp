@@ -1,11 +1,11 @@
 #include "authoring/publish/Publisher.h"
 
 #include <openssl/rand.h>
-#include <unistd.h>
 
 #include <boost/filesystem.hpp>
 #include <cerrno>
 #include <map>
+#include <memory>
 #include <set>
 #include <stdexcept>
 
@@ -15,9 +15,9 @@
 #include "authoring/publish/ContentXml.h"
 #include "authoring/publish/PatchPublisher.h"
 #include "authoring/publish/PublishState.h"
+#include "authoring/publish/RepositoryLock.h"
 #include "base/Directories.h"
 #include "base/Files.h"
-#include "base/LockFile.h"
 #include "base/StagedFile.h"
 #include "remediation/fetch/PatchName.h"
 
@@ -33,25 +33,6 @@ void requireDirectory(const std::string& directory) {
     if (!base::makeDirectories(directory)) {
         throw UsageError("cannot make " + directory + ": " + base::errorText(errno) +
                          "; choose another --out");
-    }
-}
-
-/// Locks the repository for the lifetime of the returned object.
-base::LockFile lockRepository(const std::string& repository) {
-    try {
-        base::LockFile lock(repository + "/.zelor-content.lock");
-        if (lock.take()) {
-            lock.note(::getpid());
-            return lock;
-        }
-        const std::optional<long> other = lock.noted();
-        throw UsageError("another publication to " + repository + " is active (" +
-                         (other ? "process " + std::to_string(*other) + ", " : "") + "it holds " +
-                         lock.path() + "); wait until it ends");
-    } catch (const UsageError&) {
-        throw;
-    } catch (const std::runtime_error& e) {
-        throw UsageError(e.what());
     }
 }
 
@@ -120,17 +101,31 @@ class Publisher {
           publication_(publication),
           report_(report),
           state_(publishStateFile(publication.repository)),
-          content_(publication.repository) {}
+          content_(publication.repository) {
+        if (publication.metadata) {
+            metadata_ = std::make_unique<MetadataPublisher>(publication.repository, *publication.metadata);
+        } else if (MetadataDirectory(publication.repository).exists()) {
+            throw UsageError(
+                publication.repository +
+                " has signed metadata, which would no longer list what it has; name its keys with "
+                "--metadata-keys");
+        }
+    }
 
     PublishSummary run() {
         publishPatches();
         if (writeSpeedFile(publication_.repository + "/speed.bin")) report_("wrote speed.bin");
         collectContent();
         const std::set<std::string> withdrawn = collectWithdrawals();
+        if (metadata_) metadata_->list(content_.nameByDigest(key_));
         noteFiles(manifest_, state_.get());
         // Saved first: published entries must be recorded so that they can be withdrawn.
         state_.save();
         content_.commit();
+        if (metadata_) {
+            metadata_->write();
+            report_("wrote metadata/timestamp.json");
+        }
         for (const std::string& identifier : withdrawn)
             state_.get().entries.erase(identifier);
         summary_.entriesWithdrawn = withdrawn.size();
@@ -190,6 +185,7 @@ class Publisher {
     const std::function<void(const std::string&)>& report_;
     SavedState state_;
     ContentDirectory content_;
+    std::unique_ptr<MetadataPublisher> metadata_;
     FactsByPatch facts_;
     PublishSummary summary_;
 };

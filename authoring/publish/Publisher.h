@@ -1,9 +1,11 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "authoring/manifest/Manifest.h"
+#include "authoring/metadata/MetadataPublisher.h"
 #include "authoring/publish/SigningKey.h"
 
 namespace zelor::authoring {
@@ -14,6 +16,7 @@ struct Publication {
     std::string manifest;  ///< names the manifest among those that share the repository: its full path
     bool only = false;     ///< withdraw all content that this manifest does not name
     bool prune = false;    ///< remove archives that no content names at once, not a day later
+    std::optional<MetadataOptions> metadata{};  ///< nothing: the repository has no metadata
 };
 
 /// What a publication did.

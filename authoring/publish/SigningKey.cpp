@@ -157,20 +157,24 @@ bool SigningKey::accepts(std::string_view sha256, std::string_view signature) co
     return good;
 }
 
-void writeKeyPair(const SigningKey& key, const std::string& directory) {
-    const std::string privateFile = directory + "/repository.key", publicFile = directory + "/repository.pem";
-    for (const std::string& path : {privateFile, publicFile}) {
+void requireNoKeyPair(const std::string& directory, const std::string& name) {
+    for (const char* extension : {".key", ".pem"}) {
+        const std::string path = directory + '/' + name + extension;
         struct stat status {};
-        if (::lstat(path.c_str(), &status) == 0) {
-            throw UsageError(path +
-                             " exists, and keys are never overwritten; choose another --out, or move the old "
-                             "pair away when no agent trusts it any more");
-        }
+        if (::lstat(path.c_str(), &status) != 0) continue;
+        throw UsageError(path +
+                         " exists, and keys are never overwritten; choose another --out, or move the old "
+                         "pair away when no agent trusts it any more");
     }
+}
+
+void writeKeyPair(const std::string& directory, const std::string& name, const std::string& privatePem,
+                  const std::string& publicPem) {
+    requireNoKeyPair(directory, name);
     if (!base::makeDirectories(directory))
         throw UsageError("cannot make " + directory + ": " + base::errorText(errno));
-    createFile(publicFile, key.publicPem(), 0644);
-    createFile(privateFile, key.privatePem(), 0600);
+    createFile(directory + '/' + name + ".pem", publicPem, 0644);
+    createFile(directory + '/' + name + ".key", privatePem, 0600);
 }
 
 }  // namespace zelor::authoring

@@ -38,8 +38,12 @@ class SigningKey {
     std::unique_ptr<EVP_PKEY, base::Deleter<EVP_PKEY_free>> key_;
 };
 
-/// Writes `directory`/repository.key (mode 0600) and `directory`/repository.pem. Throws UsageError when one
-/// of them exists, std::runtime_error when it cannot be written.
-void writeKeyPair(const SigningKey& key, const std::string& directory);
+/// Throws UsageError when `directory` has a NAME.key or a NAME.pem.
+void requireNoKeyPair(const std::string& directory, const std::string& name);
+
+/// Writes `directory`/NAME.key (mode 0600) and `directory`/NAME.pem. Throws UsageError when one of them
+/// exists, std::runtime_error when it cannot be written.
+void writeKeyPair(const std::string& directory, const std::string& name, const std::string& privatePem,
+                  const std::string& publicPem);
 
 }  // namespace zelor::authoring

@@ -122,4 +122,17 @@ std::optional<std::vector<std::string>> servedPathComponents(const std::string& 
     return names;
 }
 
+std::string cacheControl(const std::string& path) {
+    constexpr std::size_t kDigestDigits = 64;
+    if (path == "/metadata/timestamp.json") return "no-cache";
+    const auto name = path.rfind('/') + 1, dot = path.find('.', name);
+    if (dot == std::string::npos) return "";
+    const std::string directory = path.substr(0, name), prefix = path.substr(name, dot - name);
+    const bool version =
+        directory == "/metadata/" && prefix.find_first_not_of("0123456789") == std::string::npos;
+    const bool digest = directory == "/content/" && prefix.size() == kDigestDigits &&
+                        prefix.find_first_not_of("0123456789abcdef") == std::string::npos;
+    return version || digest ? "public, max-age=31536000, immutable" : "";
+}
+
 }  // namespace zelor::authoring

@@ -38,6 +38,10 @@ struct Answer {
 /// file.
 Answer selectAnswer(const RequestConditions& conditions, const FileVersion& file);
 
+/// How caches may keep the file at a request's path: one whose name has its version or digest in it for ever,
+/// the timestamp of metadata only if they ask again at every use; "" for other files.
+std::string cacheControl(const std::string& path);
+
 /// A time as in HTTP headers: "Sun, 06 Nov 1994 08:49:37 GMT".
 std::string httpDate(std::time_t time);
 /// The reverse; nothing for a text of another form.

@@ -255,6 +255,8 @@ class StaticServer::Running {
         addHeader(response, "ETag", version.etag);
         addHeader(response, "Last-Modified", httpDate(version.modified));
         addHeader(response, "Accept-Ranges", "bytes");
+        if (const std::string control = cacheControl(request.path); !control.empty())
+            addHeader(response, "Cache-Control", control);
         return response;
     }
 

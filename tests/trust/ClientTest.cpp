@@ -117,7 +117,7 @@ const std::vector<Attack> kAttacks = {
     {"TimestampChangedAfterSigning", "timestamp", "0 of 1 good",
      [](Repository& r) {
          std::string& bytes = r.files["timestamp.json"];
-         bytes.replace(bytes.find("\"version\": 6"), 12, "\"version\": 7");
+         bytes.replace(bytes.find("\"version\":6"), 11, "\"version\":7");
      }},
     {"TimestampOlder", "timestamp", "4 is older than 5",
      [](Repository& r) {
