@@ -55,8 +55,10 @@ class ContentAhead::Work {
     }
 
   private:
-    // Over TLS the first answer shows whether one connection is enough for all (HTTP/2).
+    // Over TLS the first answer shows whether one connection is enough for all (HTTP/2), and after trouble
+    // with one file whether there is trouble with all.
     std::size_t allowed() const {
+        if (outage_->isOneFile()) return 1;
         return answered_ || !base::hasBeginningInAnyCase(ahead_.repository_, "https:") ? kParallel : 1;
     }
 
@@ -87,7 +89,8 @@ class ContentAhead::Work {
     void take(const std::shared_ptr<Transfer>& transfer, HttpResult result,
               std::chrono::steady_clock::time_point began) {
         if (!ahead_.isWanted(transfer->identifier)) return;
-        if (outage_->learn(result, began)) return ahead_.failed();
+        if (outage_->learn(transfer->identifier, result, began))
+            return outage_->isOneFile() ? ahead_.drop(transfer->identifier) : ahead_.failed();
         answered_ = true;
         // Redirects, and what another attempt may change, are for who wants the answer.
         const long status = result.head.status;

@@ -134,7 +134,7 @@ ContentAnswer ContentLibrary::ask(const std::string& identifier, const Kept& kep
         const auto settings = AgentSettings::current();
         const std::string repository = repositoryUrl(*settings);
         if (auto came = ahead_.take(identifier, kept.version)) return std::move(*came);
-        RepositoryTurn turn(RepositoryOutage::ofRun(repository));
+        RepositoryTurn turn(RepositoryOutage::ofRun(repository), identifier);
         ContentAnswer answer{Kind::noAnswer, {}, turn.reason()};
         if (turn.mayAsk()) {
             const auto client = clients_.lend();

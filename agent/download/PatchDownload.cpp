@@ -103,7 +103,7 @@ DownloadResult PatchDownload::run() {
 }
 
 DownloadResult PatchDownload::fetchAndMove() {
-    turn_ = RepositoryTurn(policy_.outage);
+    turn_ = RepositoryTurn(policy_.outage, job_.name);
     if (!turn_.mayAsk()) {
         problem_ = turn_.reason();
         return DownloadResult::failed;

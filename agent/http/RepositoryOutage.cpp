@@ -62,13 +62,14 @@ std::shared_ptr<RepositoryOutage> RepositoryOutage::ofRun(const std::string& url
     return latest.outage;
 }
 
-RepositoryOutage::Turn RepositoryOutage::begin(Time now) {
+RepositoryOutage::Turn RepositoryOutage::begin(const std::string& file, Time now) {
     const base::MutexLock lock(mutex_);
     if (since_ && now - last_ > kForgotten) {
         since_.reset();
         known_ = false;
     }
     if (!since_ || !known_) return Turn::series;
+    if (!everyFile_ && file != file_) return Turn::probe;
     if (now < nextProbe_) return Turn::none;
     nextProbe_ = now + kFirstProbePause;
     return Turn::probe;
@@ -82,11 +83,15 @@ HttpLimits RepositoryOutage::bounded(Turn turn, HttpLimits limits, Time now) con
     return atMost(limits, std::max(left, kProbeLimit));
 }
 
-void RepositoryOutage::start(Time now) {
-    if (!since_) {
+void RepositoryOutage::start(const std::string& file, Time now) {
+    if (since_) {
+        everyFile_ = everyFile_ || file != file_;
+    } else {
         since_ = now;
         sinceText_ = std::chrono::system_clock::now() -
                      std::chrono::duration_cast<std::chrono::system_clock::duration>(Clock::now() - now);
+        file_ = file;
+        everyFile_ = false;
         known_ = false;
         probes_ = 0;
         waited_ = false;
@@ -94,12 +99,18 @@ void RepositoryOutage::start(Time now) {
     last_ = std::max(last_, now);
 }
 
-bool RepositoryOutage::learn(const HttpResult& result, Time began) {
+bool RepositoryOutage::learn(const std::string& file, const HttpResult& result, Time began) {
     const base::MutexLock lock(mutex_);
     if (isAnswer(result)) since_.reset();
     if (!isSilence(result)) return false;
-    start(began);
+    start(file, began);
+    if (result.head.status == 0) everyFile_ = true;  // there was no server to have trouble with a file
     return true;
+}
+
+bool RepositoryOutage::isOneFile() const {
+    const base::MutexLock lock(mutex_);
+    return since_ && !everyFile_;
 }
 
 bool RepositoryOutage::mayGoOn(Turn turn, Time next, Milliseconds asked) {
@@ -111,13 +122,13 @@ bool RepositoryOutage::mayGoOn(Turn turn, Time next, Milliseconds asked) {
     return next < *since_ + kPatience;
 }
 
-void RepositoryOutage::gaveUp(Time now, Milliseconds asked) {
+void RepositoryOutage::gaveUp(const std::string& file, Time now, Milliseconds asked) {
     const base::MutexLock lock(mutex_);
-    start(now);
+    start(file, now);
     last_ = now;
     known_ = true;
     const Milliseconds pause = std::min(kFirstProbePause * (1 << std::min(probes_, 3)), kLongestProbePause);
-    ++probes_;
+    if (everyFile_) ++probes_;
     nextProbe_ = now + std::max(pause, std::min(asked, kLongestAsked));
 }
 
@@ -133,9 +144,10 @@ std::string RepositoryOutage::reason() const {
     return std::string(kRepositoryDown) + " since " + text.data() + " UTC";
 }
 
-RepositoryTurn::RepositoryTurn(std::shared_ptr<RepositoryOutage> outage)
+RepositoryTurn::RepositoryTurn(std::shared_ptr<RepositoryOutage> outage, std::string file)
     : outage_(std::move(outage)),
-      turn_(outage_ ? outage_->begin(Clock::now()) : RepositoryOutage::Turn::series) {}
+      file_(std::move(file)),
+      turn_(outage_ ? outage_->begin(file_, Clock::now()) : RepositoryOutage::Turn::series) {}
 
 HttpLimits RepositoryTurn::bounded(const HttpLimits& limits) {
     began_ = Clock::now();
@@ -144,7 +156,7 @@ HttpLimits RepositoryTurn::bounded(const HttpLimits& limits) {
 
 void RepositoryTurn::learn(const HttpResult& result) {
     if (!outage_) return;
-    silent_ = outage_->learn(result, began_);
+    silent_ = outage_->learn(file_, result, began_);
     asked_ = milliseconds(0);
 }
 
@@ -154,7 +166,7 @@ bool RepositoryTurn::mayGoOn(milliseconds pause, milliseconds asked) {
 }
 
 void RepositoryTurn::gaveUp() {
-    if (outage_ && mayAsk()) outage_->gaveUp(Clock::now(), asked_);
+    if (outage_ && mayAsk()) outage_->gaveUp(file_, Clock::now(), asked_);
 }
 
 }  // namespace zelor::agent
