@@ -159,15 +159,15 @@ class Run {
                              usable_.empty() || manager_.getAllRemFailed(),
                              record_.restartNeeded(),
                              end_,
-                             end_ == EarlyEnd::timeLimit ? kTimeLimitReason : ""};
+                             end_ == EarlyEnd::timeLimit ? kTimeLimitReason : "",
+                             outage()};
         bool written = true;
         if (!options_.json.empty()) written &= isWritten(writeResults(flags));
         if (!options_.report.empty()) written &= isWritten(writeReport(flags));
         if (eventOutput_) written &= isWritten(eventOutput_->problem());
         if (!options_.talk.quiet) {
-            const std::string summary =
-                runSummary(table_, valuesBeforeCancel(), flags, paths_.settings->values().logFile,
-                           facts_.seconds, outageText());
+            const std::string summary = runSummary(table_, valuesBeforeCancel(), flags,
+                                                   paths_.settings->values().logFile, facts_.seconds);
             written &= isWritten(writeTalk(talkFd_, summary));
         }
         return written;
@@ -183,11 +183,11 @@ class Run {
         return values;
     }
 
-    std::string outageText() const {
+    Outage outage() const {
         std::vector<std::string> reasons;
         for (const Result& result : table_.results())
             reasons.push_back(record_.reason(result));
-        return outageSummary(reasons);
+        return outageIn(reasons);
     }
 
     std::string writeResults(const RunFlags& flags) const {
