@@ -2,11 +2,9 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdint>
 #include <ctime>
 #include <utility>
 
-#include "agent/ContentCacheControl.h"
 #include "agent/RepositoryStatus.h"
 
 namespace zelor::agent {
@@ -39,27 +37,12 @@ HttpLimits atMost(HttpLimits limits, milliseconds time) {
     return limits;
 }
 
-/// The memory of the repository that was used last. A run has one.
-struct Latest {
-    base::Mutex mutex;
-    std::uint64_t run ZELOR_GUARDED_BY(mutex) = 0;
-    std::string url ZELOR_GUARDED_BY(mutex);
-    std::shared_ptr<RepositoryOutage> outage ZELOR_GUARDED_BY(mutex);
-};
-
 }  // namespace
 
-std::shared_ptr<RepositoryOutage> RepositoryOutage::ofRun(const std::string& url) {
-    // Kept to the very end of the process: a run's thread may outlive main().
-    static Latest& latest = *new Latest;
-    const std::uint64_t run = currentRun();
-    const base::MutexLock lock(latest.mutex);
-    if (!latest.outage || latest.run != run || latest.url != url) {
-        latest.outage = std::make_shared<RepositoryOutage>();
-        latest.run = run;
-        latest.url = url;
-    }
-    return latest.outage;
+RepositoryOutage::Turn RepositoryOutage::turn(const std::string& file, Time now) const {
+    if (!since_ || !known_ || now - last_ > kForgotten) return Turn::series;
+    if (!everyFile_ && file != file_) return Turn::probe;
+    return now < nextProbe_ ? Turn::none : Turn::probe;
 }
 
 RepositoryOutage::Turn RepositoryOutage::begin(const std::string& file, Time now) {
@@ -68,11 +51,14 @@ RepositoryOutage::Turn RepositoryOutage::begin(const std::string& file, Time now
         since_.reset();
         known_ = false;
     }
-    if (!since_ || !known_) return Turn::series;
-    if (!everyFile_ && file != file_) return Turn::probe;
-    if (now < nextProbe_) return Turn::none;
-    nextProbe_ = now + kFirstProbePause;
-    return Turn::probe;
+    const Turn given = turn(file, now);
+    if (given == Turn::probe && now >= nextProbe_) nextProbe_ = now + kFirstProbePause;
+    return given;
+}
+
+bool RepositoryOutage::mayAsk(const std::string& file, Time now) const {
+    const base::MutexLock lock(mutex_);
+    return turn(file, now) != Turn::none;
 }
 
 HttpLimits RepositoryOutage::bounded(Turn turn, HttpLimits limits, Time now) const {
@@ -144,10 +130,11 @@ std::string RepositoryOutage::reason() const {
     return std::string(kRepositoryDown) + " since " + text.data() + " UTC";
 }
 
-RepositoryTurn::RepositoryTurn(std::shared_ptr<RepositoryOutage> outage, std::string file)
+RepositoryTurn::RepositoryTurn(std::shared_ptr<RepositoryOutage> outage, std::string file, bool othersLeft)
     : outage_(std::move(outage)),
       file_(std::move(file)),
-      turn_(outage_ ? outage_->begin(file_, Clock::now()) : RepositoryOutage::Turn::series) {}
+      turn_(outage_ ? outage_->begin(file_, Clock::now()) : RepositoryOutage::Turn::series),
+      othersLeft_(othersLeft) {}
 
 HttpLimits RepositoryTurn::bounded(const HttpLimits& limits) {
     began_ = Clock::now();
@@ -156,12 +143,14 @@ HttpLimits RepositoryTurn::bounded(const HttpLimits& limits) {
 
 void RepositoryTurn::learn(const HttpResult& result) {
     if (!outage_) return;
+    begun_ = result.head.status >= 200 && result.head.status < 300;
     silent_ = outage_->learn(file_, result, began_);
     asked_ = milliseconds(0);
 }
 
 bool RepositoryTurn::mayGoOn(milliseconds pause, milliseconds asked) {
     asked_ = asked;
+    if (othersLeft_) return begun_;
     return !outage_ || !silent_ || outage_->mayGoOn(turn_, Clock::now() + pause, asked);
 }
 

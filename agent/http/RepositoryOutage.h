@@ -22,9 +22,6 @@ class RepositoryOutage {
     using Time = std::chrono::steady_clock::time_point;
     using Milliseconds = std::chrono::milliseconds;
 
-    /// The memory of the repository with that URL in the current run. Never null.
-    static std::shared_ptr<RepositoryOutage> ofRun(const std::string& url);
-
     /// How a request may ask.
     enum class Turn {
         series,  ///< with its own limits and attempts
@@ -33,6 +30,8 @@ class RepositoryOutage {
     };
     /// For a request for `file`, by any name that it alone has.
     Turn begin(const std::string& file, Time now);
+    /// False when that would be `none`.
+    bool mayAsk(const std::string& file, Time now) const;
     /// `limits`, or less: for a probe, or as far as the patience with the outage goes.
     HttpLimits bounded(Turn turn, HttpLimits limits, Time now) const;
     /// Takes note of how an attempt for `file` that began at `began` ended. True when it speaks for an
@@ -49,6 +48,7 @@ class RepositoryOutage {
     std::string reason() const;
 
   private:
+    Turn turn(const std::string& file, Time now) const ZELOR_REQUIRES(mutex_);
     void start(const std::string& file, Time now) ZELOR_REQUIRES(mutex_);
 
     mutable base::Mutex mutex_;
@@ -68,8 +68,9 @@ class RepositoryOutage {
 class RepositoryTurn {
   public:
     RepositoryTurn() = default;
-    /// Takes the turn of a request for `file` now.
-    RepositoryTurn(std::shared_ptr<RepositoryOutage> outage, std::string file);
+    /// Takes the turn of a request for `file` now. With another mirror to ask, only a transfer that broke off
+    /// is worth another attempt.
+    RepositoryTurn(std::shared_ptr<RepositoryOutage> outage, std::string file, bool othersLeft = false);
 
     /// False: the repository is not to be asked.
     bool mayAsk() const { return turn_ != RepositoryOutage::Turn::none; }
@@ -96,6 +97,8 @@ class RepositoryTurn {
     RepositoryOutage::Turn turn_ = RepositoryOutage::Turn::series;
     RepositoryOutage::Time began_{};
     std::chrono::milliseconds asked_{0};
+    bool othersLeft_ = false;
+    bool begun_ = false;
     bool silent_ = false;
 };
 

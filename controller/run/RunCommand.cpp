@@ -10,7 +10,7 @@
 #include "agent/LogControl.h"
 #include "agent/Prefetch.h"
 #include "agent/http/Deadline.h"
-#include "agent/http/HttpClient.h"
+#include "agent/http/RepositoryUrl.h"
 #include "controller/Commands.h"
 #include "controller/InputError.h"
 #include "controller/JobLock.h"
@@ -148,7 +148,7 @@ class Run {
         facts_.productName = system.productName;
         facts_.productVersion = system.productVersion;
         facts_.platformCpe = system.platformCpe;
-        facts_.repository = agent::withoutCredentials(paths_.settings->values().repositoryUrl);
+        facts_.repository = agent::shownAddresses(paths_.settings->values().repositoryUrl);
         facts_.started = std::chrono::system_clock::now();
     }
 
