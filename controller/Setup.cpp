@@ -174,7 +174,7 @@ void requireUsableSettings(const Paths& paths) {
     if (!problems.empty())
         throw InputError("the agent's settings are not all usable; correct them:" + problems);
     try {
-        agent::repositoryUrl(*paths.settings);
+        agent::repositoryUrls(*paths.settings);
     } catch (const std::exception& e) {
         throw InputError(e.what());
     }

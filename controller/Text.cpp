@@ -126,8 +126,9 @@ std::string utcText(std::chrono::system_clock::time_point time) {
 
 std::string countText(std::size_t count, const std::string& noun) {
     if (count == 1) return "1 " + noun;
-    const bool entry = !noun.empty() && noun.back() == 'y';
-    return std::to_string(count) + ' ' + (entry ? noun.substr(0, noun.size() - 1) + "ies" : noun + "s");
+    const std::string number = std::to_string(count) + ' ';
+    if (base::hasEnding(noun, "y")) return number + noun.substr(0, noun.size() - 1) + "ies";
+    return number + noun + (base::hasEnding(noun, "ch") ? "es" : "s");
 }
 
 std::string packageNameOf(const std::string& key) {

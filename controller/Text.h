@@ -36,7 +36,7 @@ std::string durationText(double seconds);
 /// "2026-11-21T10:15:02Z"
 std::string utcText(std::chrono::system_clock::time_point time);
 
-/// "1 request", "3 requests", "2 entries"
+/// "1 request", "3 requests", "2 entries", "4 patches"
 std::string countText(std::size_t count, const std::string& noun);
 
 /// How a request is called in front of people, printable: its package name, else its last CPE, else its key.

@@ -25,6 +25,7 @@ std::size_t bytesOf(const ContentAnswer& answer) {
 /// One identifier's way through the worker: the content, then its signature.
 struct ContentAhead::Transfer {
     std::string identifier;
+    std::size_t mirror = 0;
     SignedContent known;
     ContentExchange exchange;
     Deadline deadline;
@@ -35,10 +36,7 @@ struct ContentAhead::Transfer {
 /// What the worker's thread has in hand.
 class ContentAhead::Work {
   public:
-    explicit Work(ContentAhead& ahead)
-        : ahead_(ahead),
-          outage_(RepositoryOutage::ofRun(ahead.repository_)),
-          transfers_(client_, kParallel) {}
+    explicit Work(ContentAhead& ahead) : ahead_(ahead), transfers_(client_, kParallel) {}
 
     void run() {
         for (;;) {
@@ -53,16 +51,20 @@ class ContentAhead::Work {
     }
 
   private:
-    // Over TLS the first answer shows whether one connection is enough for all (HTTP/2).
+    // Over TLS the first answer shows whether one connection is enough for all (HTTP/2), and after trouble
+    // with one file whether there is trouble with all.
     std::size_t allowed() const {
-        return answered_ || !base::hasBeginningInAnyCase(ahead_.repository_, "https:") ? kParallel : 1;
+        const Mirror& mirror = ahead_.mirrors_[mirror_];
+        if (mirror.outage->isOneFile()) return 1;
+        return answered_ || !base::hasBeginningInAnyCase(mirror.url, "https:") ? kParallel : 1;
     }
 
     void begin(const std::string& identifier) {
-        SignedContent known = ahead_.known_(identifier);
-        ContentExchange exchange(ahead_.repository_, identifier, known);
+        const Mirror& mirror = ahead_.mirrors_[mirror_];
+        SignedContent known = ahead_.known_(identifier, mirror.source);
+        ContentExchange exchange(mirror, identifier, known);
         ask(std::make_shared<Transfer>(
-            Transfer{identifier, std::move(known), std::move(exchange), Deadline(ahead_.longest_)}));
+            Transfer{identifier, mirror_, std::move(known), std::move(exchange), Deadline(ahead_.longest_)}));
     }
 
     void ask(const std::shared_ptr<Transfer>& transfer) {
@@ -85,7 +87,9 @@ class ContentAhead::Work {
     void take(const std::shared_ptr<Transfer>& transfer, HttpResult result,
               std::chrono::steady_clock::time_point began) {
         if (!ahead_.isWanted(transfer->identifier)) return;
-        if (outage_->learn(result, began)) return ahead_.failed();
+        const RepositoryOutage& outage = *ahead_.mirrors_[transfer->mirror].outage;
+        if (ahead_.mirrors_[transfer->mirror].outage->learn(transfer->identifier, result, began))
+            return outage.isOneFile() ? ahead_.drop(transfer->identifier) : goElsewhere(*transfer);
         answered_ = true;
         // Redirects, and what another attempt may change, are for who wants the answer.
         const long status = result.head.status;
@@ -98,18 +102,28 @@ class ContentAhead::Work {
         ahead_.arrived(transfer->identifier, std::move(transfer->known), std::move(*answer));
     }
 
+    /// The transfer met a mirror that is down.
+    void goElsewhere(const Transfer& transfer) {
+        if (transfer.mirror + 1 == ahead_.mirrors_.size()) return ahead_.failed();
+        if (mirror_ == transfer.mirror) {
+            ++mirror_;
+            answered_ = false;
+        }
+        ahead_.askAgain(transfer.identifier);
+    }
+
     ContentAhead& ahead_;
-    std::shared_ptr<RepositoryOutage> outage_;
+    std::size_t mirror_ = 0;
     bool answered_ = false;
     HttpClient client_;
     ParallelTransfers transfers_;
 };
 
-void ContentAhead::begin(std::string repository, const std::vector<std::string>& identifiers,
+void ContentAhead::begin(std::vector<Mirror> mirrors, const std::vector<std::string>& identifiers,
                          KnownVersion known, std::chrono::milliseconds longest) {
     join();
     if (identifiers.empty()) return;
-    repository_ = std::move(repository);
+    mirrors_ = std::move(mirrors);
     known_ = std::move(known);
     longest_ = longest;
     {
@@ -169,6 +183,15 @@ void ContentAhead::arrived(const std::string& identifier, SignedContent known, C
     changed_.notifyAll();
 }
 
+void ContentAhead::askAgain(const std::string& identifier) {
+    const base::MutexLock lock(mutex_);
+    const auto entry = entries_.find(identifier);
+    if (entry == entries_.end()) return;
+    entry->second.state = State::waiting;
+    queue_.push_front(identifier);
+    changed_.notifyAll();
+}
+
 void ContentAhead::failed() {
     const base::MutexLock lock(mutex_);
     queue_.clear();
@@ -208,8 +231,9 @@ std::optional<ContentAnswer> ContentAhead::take(const std::string& identifier, c
         Entry& entry = found->second;
         if (entry.state != State::inHand) {
             std::optional<ContentAnswer> answer;
-            const bool same =
-                entry.known.etag == known.etag && entry.known.lastModified == known.lastModified;
+            const bool same = entry.answer.kind != Kind::unchanged ||
+                              (entry.known.etag == known.etag && entry.known.source == known.source &&
+                               entry.known.lastModified == known.lastModified);
             held_ -= bytesOf(entry.answer);
             if (entry.state == State::arrived && same) answer = std::move(entry.answer);
             entries_.erase(found);

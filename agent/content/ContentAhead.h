@@ -20,17 +20,20 @@ namespace zelor::agent {
 /// stops: who wants an answer then asks for itself. Any thread, but for `begin` and `join`.
 class ContentAhead {
   public:
-    /// The etag and the date of what is kept of an identifier's content; on a thread of its own.
-    using KnownVersion = std::function<SignedContent(const std::string& identifier)>;
+    /// The etag and the date that a mirror gave what is kept of an identifier's content; on a thread of its
+    /// own.
+    using KnownVersion =
+        std::function<SignedContent(const std::string& identifier, const std::string& source)>;
 
     ContentAhead() = default;
     ~ContentAhead() { join(); }
     ContentAhead(const ContentAhead&) = delete;
     ContentAhead& operator=(const ContentAhead&) = delete;
 
-    /// Asks `repository` about these identifiers, in their order. What an earlier call left is dropped. Each
-    /// may take `longest`, zero for no limit. Returns at once. Throws std::system_error without a thread.
-    void begin(std::string repository, const std::vector<std::string>& identifiers, KnownVersion known,
+    /// Asks the first mirror, when it is down the next one, about these identifiers, in their order. What an
+    /// earlier call left is dropped. Each may take `longest`, zero for no limit. Returns at once. Throws
+    /// std::system_error without a thread.
+    void begin(std::vector<Mirror> mirrors, const std::vector<std::string>& identifiers, KnownVersion known,
                std::chrono::milliseconds longest);
     /// Nobody will take that answer: the transfer in hand ends within a tenth of a second.
     void drop(const std::string& identifier);
@@ -39,8 +42,8 @@ class ContentAhead {
     /// Stops, and waits until nothing is in hand.
     void join();
 
-    /// The answer about an identifier, which was asked with the version of `known`; waits for one in hand.
-    /// Nothing when there is none, when the call is to end early, or when another version was asked about.
+    /// The answer about an identifier, unless it says that another version than that of `known` is unchanged;
+    /// waits for one in hand. Nothing when there is none, or when the call is to end early.
     std::optional<ContentAnswer> take(const std::string& identifier, const SignedContent& known);
 
   private:
@@ -56,13 +59,14 @@ class ContentAhead {
     std::optional<std::string> next(bool idle);
     bool isWanted(const std::string& identifier);
     void arrived(const std::string& identifier, SignedContent known, ContentAnswer answer);
+    void askAgain(const std::string& identifier);
     void failed();
     void run();
 
     static constexpr std::size_t kParallel = 16;
     static constexpr std::size_t kHeldBytes = 32U << 20U;
 
-    std::string repository_;  ///< this one and the next two are set while there is no thread
+    std::vector<Mirror> mirrors_;  ///< this one and the next two are set while there is no thread
     KnownVersion known_;
     std::chrono::milliseconds longest_{0};
     std::thread thread_;

@@ -9,6 +9,7 @@
 #include <unordered_map>
 
 #include "agent/content/ContentDocument.h"
+#include "agent/content/ContentStore.h"
 #include "base/Mutex.h"
 
 namespace zelor::agent {
@@ -16,8 +17,7 @@ namespace zelor::agent {
 /// The state of one identifier's content as last confirmed with the repository.
 struct CachedContent {
     std::shared_ptr<const ContentDocument> document;  ///< null: there is no usable content
-    std::string etag;
-    std::string lastModified;
+    SignedContent version;                            ///< without the files
     std::uint64_t run = 0;
     std::chrono::steady_clock::time_point confirmed;
     std::string problem{};  ///< why there is no content

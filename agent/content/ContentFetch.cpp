@@ -84,9 +84,10 @@ HttpLimits contentLimits() {
     return limits;
 }
 
-ContentExchange::ContentExchange(std::string repository, const std::string& identifier,
-                                 const SignedContent& known) {
-    request_.url = std::move(repository) + "/content/" + urlSegment(identifier) + ".xml";
+ContentExchange::ContentExchange(const Mirror& mirror, const std::string& identifier,
+                                 const SignedContent& known)
+    : source_(mirror.source) {
+    request_.url = mirror.url + "/content/" + urlSegment(identifier) + ".xml";
     if (!known.etag.empty()) request_.headers.push_back("If-None-Match: " + known.etag);
     if (!known.lastModified.empty()) request_.headers.push_back("If-Modified-Since: " + known.lastModified);
     conditional_ = !request_.headers.empty();
@@ -97,6 +98,12 @@ std::size_t ContentExchange::limit() const {
 }
 
 std::optional<ContentAnswer> ContentExchange::take(FetchedFile fetched) {
+    std::optional<ContentAnswer> answer = answerTo(std::move(fetched));
+    if (answer) answer->content.source = source_;
+    return answer;
+}
+
+std::optional<ContentAnswer> ContentExchange::answerTo(FetchedFile fetched) {
     ContentAnswer answer = judge(fetched, request_.url, limit());
     const HttpHead& head = fetched.result.head;
     if (hasXml_) {
@@ -121,11 +128,11 @@ std::optional<ContentAnswer> ContentExchange::take(FetchedFile fetched) {
     return std::nullopt;
 }
 
-ContentAnswer fetchContent(HttpClient& client, const std::string& repository, const std::string& identifier,
+ContentAnswer fetchContent(HttpClient& client, const Mirror& mirror, const std::string& identifier,
                            const SignedContent& known, const RetryPolicy& retry,
                            std::chrono::milliseconds longest, RepositoryTurn& turn) {
     const Deadline deadline(longest);
-    ContentExchange exchange(repository, identifier, known);
+    ContentExchange exchange(mirror, identifier, known);
     for (;;) {
         HttpRequest request = exchange.request();
         request.overdue = [&] { return deadline.passed(); };

@@ -7,6 +7,7 @@
 
 #include "agent/content/ContentStore.h"
 #include "agent/http/HttpClient.h"
+#include "agent/http/Mirrors.h"
 #include "agent/http/RepositoryOutage.h"
 #include "agent/http/RetryPolicy.h"
 
@@ -24,8 +25,8 @@ struct ContentAnswer {
         refused     ///< an answer that cannot be used
     };
     Kind kind = Kind::noAnswer;
-    SignedContent content;
-    std::string problem;  ///< why there is no usable answer; "" for fresh and unchanged
+    SignedContent content;  ///< its source is who answered, whatever the kind
+    std::string problem;    ///< why there is no usable answer; "" for fresh and unchanged
 };
 
 /// Retries and time limits for content: short, since a kept copy can be used instead.
@@ -44,7 +45,7 @@ struct FetchedFile {
 class ContentExchange {
   public:
     /// For an identifier that may name content; `known` gives its etag and date alone.
-    ContentExchange(std::string repository, const std::string& identifier, const SignedContent& known);
+    ContentExchange(const Mirror& mirror, const std::string& identifier, const SignedContent& known);
     /// The next request, without limits and callbacks.
     const HttpRequest& request() const { return request_; }
     /// The most bytes of its body.
@@ -53,16 +54,19 @@ class ContentExchange {
     std::optional<ContentAnswer> take(FetchedFile fetched);
 
   private:
+    std::optional<ContentAnswer> answerTo(FetchedFile fetched);
+
+    std::string source_;
     HttpRequest request_;
     bool conditional_ = false;
     bool hasXml_ = false;
     SignedContent content_;
 };
 
-/// Asks `<repository>/content/<identifier>.xml` for the content when it differs from the version in `known`
+/// Asks `<url>/content/<identifier>.xml` for the content when it differs from the version in `known`
 /// (empty etag and date: in any case), and for its signature. Both together, with all attempts and pauses,
 /// take at most `longest` (zero: no limit); later is no answer. `turn` says how patiently.
-ContentAnswer fetchContent(HttpClient& client, const std::string& repository, const std::string& identifier,
+ContentAnswer fetchContent(HttpClient& client, const Mirror& mirror, const std::string& identifier,
                            const SignedContent& known, const RetryPolicy& retry,
                            std::chrono::milliseconds longest, RepositoryTurn& turn);
 

@@ -1,12 +1,13 @@
 #include "agent/content/ContentLibrary.h"
 
+#include <algorithm>
 #include <atomic>
 #include <stdexcept>
 #include <utility>
 
 #include "agent/AgentSettings.h"
 #include "agent/ContentCacheControl.h"
-#include "agent/http/RepositoryUrl.h"
+#include "agent/http/Mirrors.h"
 #include "agent/log/FailureLine.h"
 #include "agent/trust/Signature.h"
 #include "platform/Log.h"
@@ -42,6 +43,29 @@ SignatureVerdict checkSignature(const SignedContent& content) {
     return verifyBytes(content.xml, content.signature, key);
 }
 
+void requireSignature(ContentAnswer& answer) {
+    const SignatureVerdict verdict = checkSignature(answer.content);
+    if (verdict.good) return;
+    answer.kind = Kind::refused;
+    const std::string& mirror = answer.content.source;
+    answer.problem = (mirror.empty() ? "" : mirror + ": ") + verdict.reason + "; sign and publish it again";
+}
+
+/// What the unusable answers of `mirrors` say together; those that are known to be down gave none. Only all
+/// of them can say that there is no such content, and the copy kept serves only if none of them did.
+ContentAnswer combined(const std::vector<ContentAnswer>& answers, std::size_t mirrors) {
+    const auto count = [&](Kind kind) {
+        return static_cast<std::size_t>(std::count_if(
+            answers.begin(), answers.end(), [&](const ContentAnswer& one) { return one.kind == kind; }));
+    };
+    ContentAnswer all{Kind::refused, {}, ""};
+    if (count(Kind::none) == mirrors) all.kind = Kind::none;
+    if (count(Kind::none) == 0 && count(Kind::noAnswer) != 0) all.kind = Kind::noAnswer;
+    for (const ContentAnswer& one : answers)
+        all.problem += (all.problem.empty() ? "" : "; ") + one.problem;
+    return all;
+}
+
 void reportUnusable(const std::string& identifier, const std::string& problem) {
     logFailure("[CreCacher] no usable content for " + identifier + ": " + problem);
 }
@@ -75,7 +99,7 @@ ContentLibrary::Document ContentLibrary::refresh(const std::string& identifier, 
                                                  std::optional<CachedContent> cached) {
     Kept kept;
     if (cached && cached->document) {
-        kept = {cached->document, {"", "", cached->etag, cached->lastModified}};
+        kept = {cached->document, cached->version};
     } else {
         kept = readKept(identifier);
     }
@@ -109,7 +133,7 @@ ContentLibrary::Document ContentLibrary::refresh(const std::string& identifier, 
             reportUnusable(identifier, answer.problem);
             break;
     }
-    cache_.put(identifier, {document, kept.version.etag, kept.version.lastModified, run, Clock::now(),
+    cache_.put(identifier, {document, kept.version.versionFor(kept.version.source), run, Clock::now(),
                             std::move(answer.problem)});
     return document;
 }
@@ -131,34 +155,61 @@ ContentLibrary::Kept ContentLibrary::readKept(const std::string& identifier) con
 
 ContentAnswer ContentLibrary::ask(const std::string& identifier, const Kept& kept) {
     try {
-        const auto settings = AgentSettings::current();
-        const std::string repository = repositoryUrl(*settings);
-        if (auto came = ahead_.take(identifier, kept.version)) return std::move(*came);
-        RepositoryTurn turn(RepositoryOutage::ofRun(repository));
-        ContentAnswer answer{Kind::noAnswer, {}, turn.reason()};
-        if (turn.mayAsk()) {
-            const auto client = clients_.lend();
-            answer = fetchContent(*client, repository, identifier, kept.version, retry_,
-                                  std::chrono::seconds(settings->values().contentSeconds), turn);
-        }
-        if (answer.kind == Kind::noAnswer) {
-            turn.gaveUp();
-            if (!kept.document && turn.isDown()) CallReport::addReason(turn.reason(answer.problem));
-        }
-        return answer;
+        return askEach(identifier, kept);
     } catch (const std::exception& e) {
         return {Kind::noAnswer, {}, e.what()};
     }
 }
 
+ContentAnswer ContentLibrary::askEach(const std::string& identifier, const Kept& kept) {
+    const auto mirrors = Mirrors::ofRun(*AgentSettings::current());
+    std::vector<Mirror> toAsk = mirrors->toAsk(identifier);
+    std::optional<ContentAnswer> came = ahead_.take(identifier, kept.version);
+    if (came) {
+        const auto asked = std::find_if(toAsk.begin(), toAsk.end(), [&](const Mirror& mirror) {
+            return mirror.source == came->content.source;
+        });
+        if (asked != toAsk.end()) toAsk.erase(asked);
+        toAsk.insert(toAsk.begin(), Mirror{"", came->content.source, nullptr});
+    }
+    std::vector<ContentAnswer> bad;
+    std::string outage;
+    for (std::size_t i = 0; i < toAsk.size(); ++i) {
+        const bool othersLeft = i + 1 < toAsk.size();
+        ContentAnswer answer =
+            came && i == 0 ? std::move(*came) : askMirror(toAsk[i], othersLeft, identifier, kept, outage);
+        if (answer.kind == Kind::fresh) requireSignature(answer);
+        if (answer.kind == Kind::fresh || answer.kind == Kind::unchanged) mirrors->served(toAsk[i]);
+        if (answer.kind == Kind::fresh || answer.kind == Kind::unchanged || answer.kind == Kind::stopped)
+            return answer;
+        if (othersLeft)
+            log::error("[CreCacher] ", identifier, ": ", answer.problem, "; asking ",
+                       withoutCredentials(toAsk[i + 1].url));
+        bad.push_back(std::move(answer));
+    }
+    ContentAnswer answer = combined(bad, mirrors->inOrder().size());
+    if (answer.kind == Kind::noAnswer && !kept.document && !outage.empty()) CallReport::addReason(outage);
+    return answer;
+}
+
+ContentAnswer ContentLibrary::askMirror(const Mirror& mirror, bool othersLeft, const std::string& identifier,
+                                        const Kept& kept, std::string& outage) {
+    const std::chrono::seconds longest(AgentSettings::current()->values().contentSeconds);
+    RepositoryTurn turn(mirror.outage, identifier, othersLeft);
+    ContentAnswer answer{Kind::noAnswer, {}, turn.reason()};
+    if (turn.mayAsk()) {
+        const auto client = clients_.lend();
+        answer = fetchContent(*client, mirror, identifier, kept.version.versionFor(mirror.source), retry_,
+                              longest, turn);
+    }
+    if (answer.kind != Kind::noAnswer) return answer;
+    turn.gaveUp();
+    if (turn.isDown()) outage = turn.reason(answer.problem);
+    return answer;
+}
+
 ContentLibrary::Document ContentLibrary::accept(const std::string& identifier, const SignedContent& content,
                                                 std::string& problem) {
-    const SignatureVerdict verdict = checkSignature(content);
-    if (!verdict.good) {
-        problem = verdict.reason + "; sign and publish it again";
-        reportUnusable(identifier, problem);
-        return nullptr;
-    }
     Document document;
     try {
         document = std::make_shared<const ContentDocument>(ContentDocument::parse(content.xml, identifier));
@@ -187,19 +238,21 @@ void ContentLibrary::fetchAhead(const std::vector<std::string>& identifiers) {
             if (!cached || !isFresh(*cached, run)) unknown.push_back(identifier);
         }
         ahead_.begin(
-            repositoryUrl(*settings), unknown,
-            [this](const std::string& identifier) { return knownVersion(identifier); },
+            Mirrors::ofRun(*settings)->inOrder(), unknown,
+            [this](const std::string& identifier, const std::string& source) {
+                return knownVersion(identifier, source);
+            },
             std::chrono::seconds(settings->values().contentSeconds));
     } catch (const std::exception& e) {
         log::debug("[CreCacher] no content is fetched ahead: ", e.what());
     }
 }
 
-SignedContent ContentLibrary::knownVersion(const std::string& identifier) {
+SignedContent ContentLibrary::knownVersion(const std::string& identifier, const std::string& source) {
     const std::optional<CachedContent> cached = cache_.get(identifier);
-    if (cached && cached->document) return {"", "", cached->etag, cached->lastModified};
+    if (cached && cached->document) return cached->version.versionFor(source);
     const std::optional<SignedContent> content = store_.read(identifier);
-    return content ? SignedContent{"", "", content->etag, content->lastModified} : SignedContent{};
+    return content ? content->versionFor(source) : SignedContent{};
 }
 
 void ContentLibrary::removeFile(const std::string& identifier) {

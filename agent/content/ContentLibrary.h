@@ -20,8 +20,8 @@ namespace zelor::agent {
 /// What is in memory is used without a question until the next run begins or ten minutes have passed. After
 /// that, and for what is only on disk, the repository is asked whether it changed; when nobody answers, the
 /// copy kept serves. A repository that did not answer is asked as RepositoryOutage allows. A copy read from
-/// disk is checked against its signature each time, and one that fails is fetched anew. Failures go to the
-/// log.
+/// disk is checked against its signature each time, and one that fails is fetched anew. Of several mirrors,
+/// the next is asked when one does not give content with a good signature. Failures go to the log.
 class ContentLibrary {
   public:
     /// Keeps files in `directory`, which is made when it is first needed.
@@ -51,8 +51,12 @@ class ContentLibrary {
 
     Document refresh(const std::string& identifier, std::uint64_t run, std::optional<CachedContent> cached);
     Kept readKept(const std::string& identifier) const;
-    SignedContent knownVersion(const std::string& identifier);
+    SignedContent knownVersion(const std::string& identifier, const std::string& source);
     ContentAnswer ask(const std::string& identifier, const Kept& kept);
+    ContentAnswer askEach(const std::string& identifier, const Kept& kept);
+    /// Asks one mirror; adds to `outage` that it is down.
+    ContentAnswer askMirror(const Mirror& mirror, bool othersLeft, const std::string& identifier,
+                            const Kept& kept, std::string& outage);
     /// Null for content that is not good, with the reason in `problem`.
     Document accept(const std::string& identifier, const SignedContent& content, std::string& problem);
 

@@ -26,15 +26,18 @@ bool oneLine(const std::string& text) {
 }
 
 std::string versionText(const SignedContent& content) {
-    return oneLine(content.etag + content.lastModified) ? content.etag + '\n' + content.lastModified + '\n'
-                                                        : "";
+    if (!oneLine(content.etag + content.lastModified + content.source)) return "";
+    return content.etag + '\n' + content.lastModified + '\n' +
+           (content.source.empty() ? "" : content.source + '\n');
 }
 
 void takeVersion(const std::string& text, SignedContent& content) {
     const auto first = text.find('\n');
     if (first == std::string::npos || text.back() != '\n' || first + 1 == text.size()) return;
+    const auto second = text.find('\n', first + 1);
     content.etag = text.substr(0, first);
-    content.lastModified = text.substr(first + 1, text.size() - first - 2);
+    content.lastModified = text.substr(first + 1, second - first - 1);
+    if (second + 1 < text.size()) content.source = text.substr(second + 1, text.size() - second - 2);
 }
 
 /// The content of a file; nothing when it is missing, too large or not a regular file.

@@ -14,6 +14,12 @@ struct SignedContent {
     std::string signature;
     std::string etag;
     std::string lastModified;
+    std::string source{};  ///< the mirror that said so: `Mirror::source`
+
+    /// What that mirror is asked about: the version alone; an empty one for other mirrors.
+    SignedContent versionFor(const std::string& mirror) const {
+        return mirror == source ? SignedContent{"", "", etag, lastModified, source} : SignedContent{};
+    }
 };
 
 /// Content files kept on disk: `<identifier>.xml`, `.xml.sig` and `.xml.version` in one directory of mode

@@ -7,7 +7,7 @@
 #include "agent/AgentSettings.h"
 #include "agent/http/Deadline.h"
 #include "agent/http/HttpClient.h"
-#include "agent/http/RepositoryUrl.h"
+#include "agent/http/Mirrors.h"
 #include "platform/Log.h"
 
 namespace {

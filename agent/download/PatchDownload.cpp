@@ -92,18 +92,24 @@ DownloadResult PatchDownload::run() {
         result = fetchAndMove();
     } catch (const std::exception& e) {
         problem_ = e.what();
+        failedHere_ = true;
     }
     partial_.reset();
     DownloadProgress::instance().end();
     const std::string url = withoutCredentials(job_.url);
-    if (result == DownloadResult::failed && turn_.isDown()) CallReport::addReason(turn_.reason(problem_));
-    if (result == DownloadResult::failed) logFailure("[Downloader] cannot fetch " + url + ": " + problem_);
+    const std::string failure = "[Downloader] cannot fetch " + url + ": " + problem_;
+    if (result == DownloadResult::failed && mayAskAnother()) {
+        log::error(failure, "; asking the next mirror");
+    } else if (result == DownloadResult::failed) {
+        if (turn_.isDown()) CallReport::addReason(turn_.reason(problem_));
+        logFailure(failure);
+    }
     if (result == DownloadResult::interrupted) log::info("[Downloader] stopped fetching ", url);
     return result;
 }
 
 DownloadResult PatchDownload::fetchAndMove() {
-    turn_ = RepositoryTurn(policy_.outage);
+    turn_ = RepositoryTurn(policy_.outage, job_.name, policy_.othersLeft);
     if (!turn_.mayAsk()) {
         problem_ = turn_.reason();
         return DownloadResult::failed;
@@ -319,6 +325,7 @@ bool PatchDownload::roomFor(std::uint64_t total) {
     const auto check = [this](const std::string& path, std::uint64_t need) {
         const std::uint64_t room = policy_.freeBytes(path);
         if (need <= room) return true;
+        failedHere_ = true;
         return refuse(path + " needs " + std::to_string(need) + " free bytes and has " +
                       std::to_string(room) + "; make room there");
     };

@@ -23,6 +23,7 @@ struct DownloadPolicy {
     PaceLimit pace;
     /// What is known of the repository; null: every download finds out for itself.
     std::shared_ptr<RepositoryOutage> outage{};
+    bool othersLeft = false;  ///< another mirror is asked when this one does not serve
     /// The free bytes where that path is or will be.
     std::function<std::uint64_t(const std::string& path)> freeBytes = &zelor::agent::freeBytes;
 };
@@ -50,6 +51,9 @@ class PatchDownload {
     PatchDownload(DownloadJob job, DownloadPolicy policy, HttpClient& client);
     /// Blocks until the end. Call it once.
     DownloadResult run();
+    /// Of a failed download: false when another mirror would end the same way. Never true without another
+    /// one.
+    bool mayAskAnother() const { return policy_.othersLeft && !failedHere_; }
 
   private:
     enum class Step { done, again, afresh, failed, interrupted };
@@ -89,6 +93,7 @@ class PatchDownload {
     std::uint64_t best_ = 0;      ///< the most bytes that the partial file has ever had
     bool afresh_ = false;         ///< the next attempt starts without the bytes so far
     bool startedAfresh_ = false;  ///< that has happened before
+    bool failedHere_ = false;     ///< a file or the room for it, and not the repository
     std::chrono::milliseconds serverPause_{0};
     std::string problem_;
 };

@@ -3,16 +3,21 @@
 #include <algorithm>
 #include <stdexcept>
 #include <utility>
+#include <vector>
 
 #include "agent/AgentSettings.h"
 #include "agent/content/PatchDigests.h"
 #include "agent/download/PatchDownload.h"
 #include "agent/http/HttpClient.h"
+#include "agent/http/Mirrors.h"
 #include "agent/http/RepositoryUrl.h"
 #include "agent/log/FailureLine.h"
 #include "collaborators/Common.h"
 
 namespace {
+
+using zelor::agent::DownloadJob;
+using zelor::agent::DownloadResult;
 
 constexpr int kFailed = -1;
 constexpr int kInterrupted = -2;
@@ -35,8 +40,7 @@ std::string stemProblem(const std::string& stem) {
     return stem.size() > 200 ? "it is longer than 200 bytes" : "";
 }
 
-zelor::agent::DownloadJob jobFor(const std::string& stem, const std::string& archivePath,
-                                 const std::string& installPath) {
+DownloadJob jobFor(const std::string& stem, const std::string& archivePath, const std::string& installPath) {
     const std::string problem = stemProblem(stem);
     if (!problem.empty()) {
         throw std::runtime_error("cannot fetch the patch \"" + stem + "\": " + problem +
@@ -44,8 +48,7 @@ zelor::agent::DownloadJob jobFor(const std::string& stem, const std::string& arc
     }
     const auto settings = zelor::agent::AgentSettings::current();
     const std::string archive = stem + ".zip";
-    zelor::agent::DownloadJob job;
-    job.url = zelor::agent::repositoryUrl(*settings) + "/patches/" + zelor::agent::urlSegment(stem) + ".zip";
+    DownloadJob job;
     job.name = archive;
     job.partialDirectory = Common::StripTrailingSeparators(installPath) + "/partial";
     job.destination = archivePath;
@@ -54,13 +57,29 @@ zelor::agent::DownloadJob jobFor(const std::string& stem, const std::string& arc
     return job;
 }
 
-zelor::agent::DownloadPolicy policyInForce() {
-    const auto settings = zelor::agent::AgentSettings::current();
+zelor::agent::DownloadPolicy policyInForce(const zelor::agent::AgentSettings& settings) {
     zelor::agent::DownloadPolicy policy;
-    policy.pace.bytesPerSecond = std::uint64_t{settings->values().patchKiBPerSecond} << 10U;
-    policy.pace.grace = std::chrono::minutes(settings->values().patchMinutes);
-    policy.outage = zelor::agent::RepositoryOutage::ofRun(zelor::agent::repositoryUrl(*settings));
+    policy.pace.bytesPerSecond = std::uint64_t{settings.values().patchKiBPerSecond} << 10U;
+    policy.pace.grace = std::chrono::minutes(settings.values().patchMinutes);
     return policy;
+}
+
+/// Asks one mirror after the other, until one serves the archive.
+DownloadResult fetch(DownloadJob job, const std::string& stem) {
+    const auto settings = zelor::agent::AgentSettings::current();
+    const auto mirrors = zelor::agent::Mirrors::ofRun(*settings);
+    zelor::agent::DownloadPolicy policy = policyInForce(*settings);
+    const std::vector<zelor::agent::Mirror> toAsk = mirrors->toAsk(job.name);
+    const auto client = clients().lend();
+    for (std::size_t i = 0;; ++i) {
+        job.url = toAsk[i].url + "/patches/" + zelor::agent::urlSegment(stem) + ".zip";
+        policy.outage = toAsk[i].outage;
+        policy.othersLeft = i + 1 < toAsk.size();
+        zelor::agent::PatchDownload download(job, policy, *client);
+        const DownloadResult result = download.run();
+        if (result == DownloadResult::done) mirrors->served(toAsk[i]);
+        if (result != DownloadResult::failed || !download.mayAskAnother()) return result;
+    }
 }
 
 }  // namespace
@@ -74,18 +93,17 @@ int RemediationResourceDownloader::getResource(std::string stem, std::string& ar
                                                std::string /*extension*/, std::string installPath,
                                                bool rateLimited, unsigned long bytesPerSecond) {
     try {
-        zelor::agent::DownloadJob job = jobFor(stem, archivePath, installPath);
+        DownloadJob job = jobFor(stem, archivePath, installPath);
         if (rateLimited) job.bytesPerSecond = std::max(bytesPerSecond, kLeastRate);
         // A buffered archive must survive a power loss; one for a run is unpacked, checked and removed by
         // that run.
         job.durable = rateLimited;
-        const auto client = clients().lend();
-        switch (zelor::agent::PatchDownload(std::move(job), policyInForce(), *client).run()) {
-            case zelor::agent::DownloadResult::done:
+        switch (fetch(std::move(job), stem)) {
+            case DownloadResult::done:
                 return 0;
-            case zelor::agent::DownloadResult::interrupted:
+            case DownloadResult::interrupted:
                 return kInterrupted;
-            case zelor::agent::DownloadResult::failed:
+            case DownloadResult::failed:
                 return kFailed;
         }
     } catch (const std::exception& e) {

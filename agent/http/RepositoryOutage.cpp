@@ -2,11 +2,9 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdint>
 #include <ctime>
 #include <utility>
 
-#include "agent/ContentCacheControl.h"
 #include "agent/RepositoryStatus.h"
 
 namespace zelor::agent {
@@ -39,39 +37,28 @@ HttpLimits atMost(HttpLimits limits, milliseconds time) {
     return limits;
 }
 
-/// The memory of the repository that was used last. A run has one.
-struct Latest {
-    base::Mutex mutex;
-    std::uint64_t run ZELOR_GUARDED_BY(mutex) = 0;
-    std::string url ZELOR_GUARDED_BY(mutex);
-    std::shared_ptr<RepositoryOutage> outage ZELOR_GUARDED_BY(mutex);
-};
-
 }  // namespace
 
-std::shared_ptr<RepositoryOutage> RepositoryOutage::ofRun(const std::string& url) {
-    // Kept to the very end of the process: a run's thread may outlive main().
-    static Latest& latest = *new Latest;
-    const std::uint64_t run = currentRun();
-    const base::MutexLock lock(latest.mutex);
-    if (!latest.outage || latest.run != run || latest.url != url) {
-        latest.outage = std::make_shared<RepositoryOutage>();
-        latest.run = run;
-        latest.url = url;
-    }
-    return latest.outage;
+RepositoryOutage::Turn RepositoryOutage::turn(const std::string& file, Time now) const {
+    if (!since_ || !known_ || now - last_ > kForgotten) return Turn::series;
+    if (!everyFile_ && file != file_) return Turn::probe;
+    return now < nextProbe_ ? Turn::none : Turn::probe;
 }
 
-RepositoryOutage::Turn RepositoryOutage::begin(Time now) {
+RepositoryOutage::Turn RepositoryOutage::begin(const std::string& file, Time now) {
     const base::MutexLock lock(mutex_);
     if (since_ && now - last_ > kForgotten) {
         since_.reset();
         known_ = false;
     }
-    if (!since_ || !known_) return Turn::series;
-    if (now < nextProbe_) return Turn::none;
-    nextProbe_ = now + kFirstProbePause;
-    return Turn::probe;
+    const Turn given = turn(file, now);
+    if (given == Turn::probe && now >= nextProbe_) nextProbe_ = now + kFirstProbePause;
+    return given;
+}
+
+bool RepositoryOutage::mayAsk(const std::string& file, Time now) const {
+    const base::MutexLock lock(mutex_);
+    return turn(file, now) != Turn::none;
 }
 
 HttpLimits RepositoryOutage::bounded(Turn turn, HttpLimits limits, Time now) const {
@@ -82,11 +69,15 @@ HttpLimits RepositoryOutage::bounded(Turn turn, HttpLimits limits, Time now) con
     return atMost(limits, std::max(left, kProbeLimit));
 }
 
-void RepositoryOutage::start(Time now) {
-    if (!since_) {
+void RepositoryOutage::start(const std::string& file, Time now) {
+    if (since_) {
+        everyFile_ = everyFile_ || file != file_;
+    } else {
         since_ = now;
         sinceText_ = std::chrono::system_clock::now() -
                      std::chrono::duration_cast<std::chrono::system_clock::duration>(Clock::now() - now);
+        file_ = file;
+        everyFile_ = false;
         known_ = false;
         probes_ = 0;
         waited_ = false;
@@ -94,12 +85,18 @@ void RepositoryOutage::start(Time now) {
     last_ = std::max(last_, now);
 }
 
-bool RepositoryOutage::learn(const HttpResult& result, Time began) {
+bool RepositoryOutage::learn(const std::string& file, const HttpResult& result, Time began) {
     const base::MutexLock lock(mutex_);
     if (isAnswer(result)) since_.reset();
     if (!isSilence(result)) return false;
-    start(began);
+    start(file, began);
+    if (result.head.status == 0) everyFile_ = true;  // there was no server to have trouble with a file
     return true;
+}
+
+bool RepositoryOutage::isOneFile() const {
+    const base::MutexLock lock(mutex_);
+    return since_ && !everyFile_;
 }
 
 bool RepositoryOutage::mayGoOn(Turn turn, Time next, Milliseconds asked) {
@@ -111,13 +108,13 @@ bool RepositoryOutage::mayGoOn(Turn turn, Time next, Milliseconds asked) {
     return next < *since_ + kPatience;
 }
 
-void RepositoryOutage::gaveUp(Time now, Milliseconds asked) {
+void RepositoryOutage::gaveUp(const std::string& file, Time now, Milliseconds asked) {
     const base::MutexLock lock(mutex_);
-    start(now);
+    start(file, now);
     last_ = now;
     known_ = true;
     const Milliseconds pause = std::min(kFirstProbePause * (1 << std::min(probes_, 3)), kLongestProbePause);
-    ++probes_;
+    if (everyFile_) ++probes_;
     nextProbe_ = now + std::max(pause, std::min(asked, kLongestAsked));
 }
 
@@ -133,9 +130,11 @@ std::string RepositoryOutage::reason() const {
     return std::string(kRepositoryDown) + " since " + text.data() + " UTC";
 }
 
-RepositoryTurn::RepositoryTurn(std::shared_ptr<RepositoryOutage> outage)
+RepositoryTurn::RepositoryTurn(std::shared_ptr<RepositoryOutage> outage, std::string file, bool othersLeft)
     : outage_(std::move(outage)),
-      turn_(outage_ ? outage_->begin(Clock::now()) : RepositoryOutage::Turn::series) {}
+      file_(std::move(file)),
+      turn_(outage_ ? outage_->begin(file_, Clock::now()) : RepositoryOutage::Turn::series),
+      othersLeft_(othersLeft) {}
 
 HttpLimits RepositoryTurn::bounded(const HttpLimits& limits) {
     began_ = Clock::now();
@@ -144,17 +143,19 @@ HttpLimits RepositoryTurn::bounded(const HttpLimits& limits) {
 
 void RepositoryTurn::learn(const HttpResult& result) {
     if (!outage_) return;
-    silent_ = outage_->learn(result, began_);
+    begun_ = result.head.status >= 200 && result.head.status < 300;
+    silent_ = outage_->learn(file_, result, began_);
     asked_ = milliseconds(0);
 }
 
 bool RepositoryTurn::mayGoOn(milliseconds pause, milliseconds asked) {
     asked_ = asked;
+    if (othersLeft_) return begun_;
     return !outage_ || !silent_ || outage_->mayGoOn(turn_, Clock::now() + pause, asked);
 }
 
 void RepositoryTurn::gaveUp() {
-    if (outage_ && mayAsk()) outage_->gaveUp(Clock::now(), asked_);
+    if (outage_ && mayAsk()) outage_->gaveUp(file_, Clock::now(), asked_);
 }
 
 }  // namespace zelor::agent

@@ -14,15 +14,13 @@ namespace zelor::agent {
 /// each request does not find out for itself. An outage begins with an attempt that brings no answer, or one
 /// of the server's own trouble (5xx), and ends with any other answer. The request that meets it first makes
 /// its series of attempts, which ends after a quarter of a minute; later ones make one short attempt, a
-/// probe, and none at all until the next probe is due. Any thread.
+/// probe, and none at all until the next probe is due. Trouble with one file may be the file's alone: a
+/// request for another one then probes at once, and only when it fails too does nobody ask. Any thread.
 class RepositoryOutage {
   public:
     /// The clock of all moments.
     using Time = std::chrono::steady_clock::time_point;
     using Milliseconds = std::chrono::milliseconds;
-
-    /// The memory of the repository with that URL in the current run. Never null.
-    static std::shared_ptr<RepositoryOutage> ofRun(const std::string& url);
 
     /// How a request may ask.
     enum class Turn {
@@ -30,21 +28,28 @@ class RepositoryOutage {
         probe,   ///< once, and briefly; nobody else is given this probe
         none     ///< not now
     };
-    Turn begin(Time now);
+    /// For a request for `file`, by any name that it alone has.
+    Turn begin(const std::string& file, Time now);
+    /// False when that would be `none`.
+    bool mayAsk(const std::string& file, Time now) const;
     /// `limits`, or less: for a probe, or as far as the patience with the outage goes.
     HttpLimits bounded(Turn turn, HttpLimits limits, Time now) const;
-    /// Takes note of how an attempt that began at `began` ended. True when it speaks for an outage.
-    bool learn(const HttpResult& result, Time began);
+    /// Takes note of how an attempt for `file` that began at `began` ended. True when it speaks for an
+    /// outage.
+    bool learn(const std::string& file, const HttpResult& result, Time began);
+    /// True when the server had trouble with one file, and no other was asked for since.
+    bool isOneFile() const;
     /// Whether a series may go on at `next`; a pause that the server `asked` for is waited for once.
     bool mayGoOn(Turn turn, Time next, Milliseconds asked);
-    /// A request ends at `now` without an answer, and later ones are to probe, no sooner than the server
-    /// `asked` for.
-    void gaveUp(Time now, Milliseconds asked);
+    /// A request for `file` ends at `now` without an answer, and later ones are to probe, no sooner than the
+    /// server `asked` for.
+    void gaveUp(const std::string& file, Time now, Milliseconds asked);
     /// kRepositoryDown and since when, for a log line or a display.
     std::string reason() const;
 
   private:
-    void start(Time now) ZELOR_REQUIRES(mutex_);
+    Turn turn(const std::string& file, Time now) const ZELOR_REQUIRES(mutex_);
+    void start(const std::string& file, Time now) ZELOR_REQUIRES(mutex_);
 
     mutable base::Mutex mutex_;
     std::optional<Time> since_ ZELOR_GUARDED_BY(mutex_);  ///< nothing: there is no outage
@@ -52,6 +57,8 @@ class RepositoryOutage {
     Time last_ ZELOR_GUARDED_BY(mutex_){};
     Time nextProbe_ ZELOR_GUARDED_BY(mutex_){};
     bool known_ ZELOR_GUARDED_BY(mutex_) = false;  ///< a request gave up
+    std::string file_ ZELOR_GUARDED_BY(mutex_);    ///< that it began with
+    bool everyFile_ ZELOR_GUARDED_BY(mutex_) = false;
     int probes_ ZELOR_GUARDED_BY(mutex_) = 0;
     bool waited_ ZELOR_GUARDED_BY(mutex_) = false;  ///< as long as the server asked for
 };
@@ -61,8 +68,9 @@ class RepositoryOutage {
 class RepositoryTurn {
   public:
     RepositoryTurn() = default;
-    /// Takes the request's turn now.
-    explicit RepositoryTurn(std::shared_ptr<RepositoryOutage> outage);
+    /// Takes the turn of a request for `file` now. With another mirror to ask, only a transfer that broke off
+    /// is worth another attempt.
+    RepositoryTurn(std::shared_ptr<RepositoryOutage> outage, std::string file, bool othersLeft = false);
 
     /// False: the repository is not to be asked.
     bool mayAsk() const { return turn_ != RepositoryOutage::Turn::none; }
@@ -85,9 +93,12 @@ class RepositoryTurn {
 
   private:
     std::shared_ptr<RepositoryOutage> outage_;
+    std::string file_;
     RepositoryOutage::Turn turn_ = RepositoryOutage::Turn::series;
     RepositoryOutage::Time began_{};
     std::chrono::milliseconds asked_{0};
+    bool othersLeft_ = false;
+    bool begun_ = false;
     bool silent_ = false;
 };
 

@@ -40,7 +40,7 @@ const std::vector<SettingEntry>& settingsTable() {
          "Name of the operating-system profile that the scanner works with.", &S::profileId},
         {"ScanManager", "InstallPath", T::path, "/opt/zelor", "The agent's install directory.",
          &S::installPath},
-        {"Repository", "Url", T::text, "", "Base address of the remediation repository, a static web server.",
+        {"Repository", "Url", T::text, "", "Base address of the remediation repository, a static web server, or several, separated by blanks or commas.",
          &S::repositoryUrl},
         {"Repository", "TrustedKey", T::path, "",
          "PEM file with the public key or certificate that signatures are checked against.", &S::trustedKey},

@@ -51,7 +51,7 @@ void BufferProgress::changed(const ResultTable& table, const std::vector<Change>
         if (invalid_.leavesOut(change.value)) continue;
         const Result& result = table.results()[change.request];
         settle({requestLabel(*result.key), base::printable(*result.identifier), stateName(change.value),
-                Tone::bad, 0, std::nullopt, record_.reason(result)});
+                Tone::bad, 0, std::nullopt, outage_.shown(record_.reason(result))});
     }
     const std::string more = invalid_.takeText();
     if (!more.empty()) writeLine(more);
@@ -69,13 +69,8 @@ void BufferProgress::writeLine(const std::string& text) {
 void BufferProgress::ticked(const ResultTable& /*table*/, double time) {
     for (const PatchOutcome& news : record_.takeNews()) {
         view_.rows.clear();
-        LiveRow row{base::printable(news.patch),
-                    "",
-                    outcomeName(news.kind),
-                    Tone::busy,
-                    0,
-                    std::nullopt,
-                    news.reason};
+        LiveRow row{base::printable(news.patch), "", outcomeName(news.kind), Tone::busy, 0, std::nullopt,
+                    outage_.shown(news.reason)};
         if (news.kind == Kind::downloading) {
             meter_.reset();
             if (terminal_) view_.rows.push_back(row);

@@ -6,6 +6,7 @@
 
 #include "controller/live/InvalidRequestLimit.h"
 #include "controller/live/LiveTerminal.h"
+#include "controller/live/OutageReason.h"
 #include "controller/live/PlainLines.h"
 #include "controller/live/RateMeter.h"
 #include "controller/live/RunListener.h"
@@ -39,6 +40,7 @@ class BufferProgress : public RunListener {
     LiveView view_;
     RateMeter meter_;
     InvalidRequestLimit invalid_;
+    OutageReason outage_;
     double drawn_ = -1;
 };
 

@@ -68,8 +68,7 @@ std::string restartText(const RunFlags& flags) {
 }
 
 std::string runSummary(const ResultTable& table, const std::vector<ProgressValue>& beforeCancel,
-                       const RunFlags& flags, const std::string& logFile, double seconds,
-                       const std::string& outage) {
+                       const RunFlags& flags, const std::string& logFile, double seconds) {
     std::vector<ProgressValue> values;
     for (const Result& result : table.results())
         values.push_back(result.value);
@@ -81,6 +80,7 @@ std::string runSummary(const ResultTable& table, const std::vector<ProgressValue
     }
     if (!flags.endReason.empty())
         text += "The requests that were left are aborted: " + flags.endReason + ".\n";
+    const std::string outage = outageText(flags.outage);
     if (!outage.empty()) text += outage + ".\n";
     const std::string restart = restartText(flags);
     return text + (restart.empty() ? "" : restart + '\n') + "Log: " + base::printable(logFile) + '\n';

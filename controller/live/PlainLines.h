@@ -37,10 +37,9 @@ void writePlainLine(int fd, const std::string& text);
 std::string countsText(const std::vector<ProgressValue>& values);
 
 /// The last words on a run: counts by state, what cancelled requests read before, what is needed now, where
-/// the log is. `outage` becomes a separate line, if it is not empty. Printable lines.
+/// the log is. Printable lines.
 std::string runSummary(const ResultTable& table, const std::vector<ProgressValue>& beforeCancel,
-                       const RunFlags& flags, const std::string& logFile, double seconds,
-                       const std::string& outage = {});
+                       const RunFlags& flags, const std::string& logFile, double seconds);
 
 /// What the flags say about a restart, "" when there is nothing to say.
 std::string restartText(const RunFlags& flags);

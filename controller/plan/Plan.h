@@ -68,6 +68,7 @@ struct Plan {
     std::string productName;
     std::string productVersion;
     std::string platformCpe;
+    std::string repository{};  ///< its addresses, without credentials; "" when there is none
 
     /// How many requests have that action.
     std::size_t count(PlanAction action) const;

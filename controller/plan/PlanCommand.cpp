@@ -10,6 +10,7 @@
 #include "agent/LogControl.h"
 #include "agent/archive/ArchiveExtractor.h"
 #include "agent/content/PatchDigests.h"
+#include "agent/http/RepositoryUrl.h"
 #include "agent/trust/Signature.h"
 #include "base/Directories.h"
 #include "base/Files.h"
@@ -105,6 +106,7 @@ class Collector {
                 "which");
         }
         plan.productName = status_.productName;
+        plan.repository = agent::shownAddresses(paths_.settings->values().repositoryUrl);
         plan.productVersion = status_.productVersion;
         plan.platformCpe = status_.platformCpe;
         return plan;

@@ -54,7 +54,8 @@ ordered_json requestJson(const PlannedRequest& request, std::size_t order) {
 void writePlanJson(std::ostream& out, const Plan& plan) {
     const ordered_json platform = {
         {"product", plan.productName}, {"version", plan.productVersion}, {"cpe", plan.platformCpe}};
-    out << "{\"platform\": " << dumped(platform) << ", \"requests\": {";
+    out << "{\"platform\": " << dumped(platform) << ", \"repository\": " << dumped(plan.repository)
+        << ", \"requests\": {";
     std::size_t order = 0;
     for (const PlannedRequest& request : plan.requests) {
         ++order;

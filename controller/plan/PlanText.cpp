@@ -67,6 +67,7 @@ class Writer {
         out_ << base::printable(plan_.productName + ' ' + plan_.productVersion + " (" + plan_.platformCpe +
                                 ")")
              << '\n';
+        if (!plan_.repository.empty()) out_ << "Repository: " << base::printable(plan_.repository) << '\n';
         for (const auto& [kind, heading] : {std::pair{PlanKind::unknown, "Refused"},
                                             {PlanKind::configuration, "Configurations"},
                                             {PlanKind::osUpdate, "Updates of the system"},

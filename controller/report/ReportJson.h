@@ -6,6 +6,7 @@
 #include <string>
 
 #include "controller/States.h"
+#include "controller/live/OutageReason.h"
 #include "controller/run/ResultTable.h"
 #include "controller/run/RunRecord.h"
 
@@ -23,6 +24,7 @@ struct RunFlags {
     bool restartNeededByThisRun = false;  ///< for what this run applied
     EarlyEnd end = EarlyEnd::none;
     std::string endReason{};  ///< printable; "" unless the run ended at its time limit
+    Outage outage{};
 };
 
 /// Where and when the run took place.

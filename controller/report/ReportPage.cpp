@@ -102,9 +102,10 @@ class Page {
              << "</h1>\n";
         facts(when);
         const std::string restart = restartText(report_.flags);
-        if (!restart.empty() || report_.cancelled) {
+        const std::string outage = outageText(report_.flags.outage);
+        if (!restart.empty() || report_.cancelled || !outage.empty()) {
             out_ << "<ul class=\"flags\">" << (restart.empty() ? "" : "<li>" + escaped(restart) + "</li>")
-                 << endItem() << "</ul>\n";
+                 << endItem() << (outage.empty() ? "" : "<li>" + htmlText(outage) + "</li>") << "</ul>\n";
         }
         out_ << "</header>\n";
     }
@@ -251,7 +252,7 @@ class Page {
         const std::string label = requestLabel(*result.key);
         const double busy = busySeconds(report_.spans[request]);
         const char* applied = outcome.applied == Applied::before ? "applied before" : "";
-        const std::string reason = report_.reasonOf(result);
+        const std::string reason = outage_.shown(report_.reasonOf(result));
         out_ << "<tr" << (outcome.output.empty() ? "" : " class=\"has-said\"") << "><td class=\"state "
              << kind << "\">" << markSvg(result.value) << stateName(result.value) << "</td><td class=\"id\">"
              << htmlText(*result.identifier) << "</td><td class=\"product\">" << escaped(label) << "<code>"
@@ -265,6 +266,7 @@ class Page {
 
     std::ostream& out_;
     const RunReport& report_;
+    OutageReason outage_;
 };
 
 }  // namespace

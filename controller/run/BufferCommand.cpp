@@ -13,6 +13,7 @@
 #include "controller/JobLock.h"
 #include "controller/Text.h"
 #include "controller/live/BufferProgress.h"
+#include "controller/live/OutageReason.h"
 #include "controller/live/Watch.h"
 #include "controller/run/GiveWay.h"
 #include "controller/run/OutputFile.h"
@@ -158,6 +159,9 @@ class Job {
                                        {"state", stateName(result.value)},
                                        {"reason", record_.reason(result)}});
         }
+        const Outage down = outage();
+        if (!down.reason.empty())
+            all["outage"] = {{"reason", down.reason}, {"patches", down.patches}, {"requests", down.requests}};
         return all;
     }
 
@@ -167,7 +171,18 @@ class Job {
                            " in the buffer";
         if (counts.missing > unusable) text += ", " + std::to_string(counts.missing - unusable) + " skipped";
         if (unusable > 0) text += "; " + countText(unusable, "request") + " without usable content";
-        return text + ".\n";
+        const std::string down = outageText(outage());
+        return text + ".\n" + (down.empty() ? "" : down + ".\n");
+    }
+
+    Outage outage() const {
+        std::vector<std::string> ofRequests;
+        std::vector<std::string> ofPatches;
+        for (const Result& result : table_.results())
+            ofRequests.push_back(record_.reason(result));
+        for (const PatchOutcome& outcome : record_.outcomes())
+            ofPatches.push_back(outcome.reason);
+        return outageIn(ofRequests, ofPatches);
     }
 
     const BufferOptions& options_;

@@ -10,7 +10,7 @@
 #include "agent/LogControl.h"
 #include "agent/Prefetch.h"
 #include "agent/http/Deadline.h"
-#include "agent/http/HttpClient.h"
+#include "agent/http/RepositoryUrl.h"
 #include "controller/Commands.h"
 #include "controller/InputError.h"
 #include "controller/JobLock.h"
@@ -148,7 +148,7 @@ class Run {
         facts_.productName = system.productName;
         facts_.productVersion = system.productVersion;
         facts_.platformCpe = system.platformCpe;
-        facts_.repository = agent::withoutCredentials(paths_.settings->values().repositoryUrl);
+        facts_.repository = agent::shownAddresses(paths_.settings->values().repositoryUrl);
         facts_.started = std::chrono::system_clock::now();
     }
 
@@ -159,15 +159,15 @@ class Run {
                              usable_.empty() || manager_.getAllRemFailed(),
                              record_.restartNeeded(),
                              end_,
-                             end_ == EarlyEnd::timeLimit ? kTimeLimitReason : ""};
+                             end_ == EarlyEnd::timeLimit ? kTimeLimitReason : "",
+                             outage()};
         bool written = true;
         if (!options_.json.empty()) written &= isWritten(writeResults(flags));
         if (!options_.report.empty()) written &= isWritten(writeReport(flags));
         if (eventOutput_) written &= isWritten(eventOutput_->problem());
         if (!options_.talk.quiet) {
-            const std::string summary =
-                runSummary(table_, valuesBeforeCancel(), flags, paths_.settings->values().logFile,
-                           facts_.seconds, outageText());
+            const std::string summary = runSummary(table_, valuesBeforeCancel(), flags,
+                                                   paths_.settings->values().logFile, facts_.seconds);
             written &= isWritten(writeTalk(talkFd_, summary));
         }
         return written;
@@ -183,11 +183,11 @@ class Run {
         return values;
     }
 
-    std::string outageText() const {
+    Outage outage() const {
         std::vector<std::string> reasons;
         for (const Result& result : table_.results())
             reasons.push_back(record_.reason(result));
-        return outageSummary(reasons);
+        return outageIn(reasons);
     }
 
     std::string writeResults(const RunFlags& flags) const {

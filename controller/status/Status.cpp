@@ -5,7 +5,7 @@
 #include <set>
 #include <sstream>
 
-#include "agent/http/HttpClient.h"
+#include "agent/http/RepositoryUrl.h"
 #include "base/CommandRunner.h"
 #include "base/Files.h"
 #include "base/Strings.h"
@@ -113,7 +113,7 @@ Status gatherStatus(const Paths& paths) {
     status.iniFile = paths.settings->iniFile();
     status.settings = paths.settings->all();
     for (agent::Setting& setting : status.settings) {
-        if (setting.key == "Repository.Url") setting.value = agent::withoutCredentials(setting.value);
+        if (setting.key == "Repository.Url") setting.value = agent::shownAddresses(setting.value);
     }
     status.problems = paths.settings->problems();
     const auto& warnings = paths.settings->warnings();

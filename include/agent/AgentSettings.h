@@ -23,7 +23,7 @@ enum class LogLevel { debug, info, error };
 struct Settings {
     std::string profileId;  ///< "" when the file names none
     std::string installPath;
-    std::string repositoryUrl;  ///< as in the file, "" when it names none
+    std::string repositoryUrl;  ///< one or more, as in the file; "" when it names none
     std::string trustedKey;     ///< "" when the file names none
     bool requireDigests = false;
     std::string unzipDirectory;

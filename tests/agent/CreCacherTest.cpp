@@ -93,7 +93,7 @@ TEST_F(CreCacherTest, NoRepositoryHoldsContentForLong) {
         const auto start = std::chrono::steady_clock::now();
         RepositoryTurn turn;
         const ContentAnswer answer =
-            fetchContent(client, slow.url(), kCve, {}, retry, milliseconds(300), turn);
+            fetchContent(client, {slow.url(), "", nullptr}, kCve, {}, retry, milliseconds(300), turn);
         EXPECT_EQ(answer.kind, ContentAnswer::Kind::noAnswer) << drip.name;
         EXPECT_THAT(answer.problem, HasSubstr("it takes longer than ContentSeconds")) << drip.name;
         EXPECT_LT(std::chrono::steady_clock::now() - start, milliseconds(1000)) << drip.name;
@@ -251,12 +251,12 @@ TEST(ContentCacheTest, WhatWasNotUsedForLongestGoesFirst) {
     };
     ContentCache cache(35'000);
     for (const char* name : {"a", "b", "c"})
-        cache.put(name, {documentOf(name), "", "", 1, {}});
+        cache.put(name, {documentOf(name), {}, 1, {}});
     EXPECT_TRUE(cache.get("a"));
-    cache.put("d", {documentOf("d"), "", "", 1, {}});
+    cache.put("d", {documentOf("d"), {}, 1, {}});
     EXPECT_TRUE(cache.get("a"));
     EXPECT_FALSE(cache.get("b"));
-    cache.put("a", {nullptr, "", "", 1, {}});
+    cache.put("a", {nullptr, {}, 1, {}});
     EXPECT_FALSE(cache.get("a")->document);
     cache.remove("d");
     EXPECT_FALSE(cache.get("d"));

@@ -31,9 +31,9 @@ TEST(RepositoryOutageTest, ASeriesHasItsPatienceAndProbesComeMoreAndMoreSeldom) 
     RepositoryOutage outage;
     const RepositoryOutage::Time start = std::chrono::steady_clock::now();
     const auto at = [&](int time) { return start + seconds(time); };
-    EXPECT_EQ(outage.begin(at(0)), Turn::series);
+    EXPECT_EQ(outage.begin("a", at(0)), Turn::series);
     EXPECT_EQ(outage.bounded(Turn::series, {}, at(0)).firstAnswer, seconds(10));
-    EXPECT_TRUE(outage.learn(answer(0), at(0)));
+    EXPECT_TRUE(outage.learn("a", answer(0), at(0)));
     EXPECT_EQ(outage.bounded(Turn::series, {}, at(11)).firstAnswer, seconds(4));
     EXPECT_TRUE(outage.mayGoOn(Turn::series, at(14), {}));
     EXPECT_FALSE(outage.mayGoOn(Turn::series, at(15), {}));
@@ -41,21 +41,28 @@ TEST(RepositoryOutageTest, ASeriesHasItsPatienceAndProbesComeMoreAndMoreSeldom) 
     EXPECT_FALSE(outage.mayGoOn(Turn::series, at(50), seconds(40))) << "once";
     int now = 15;
     for (const int pause : {5, 10, 20, 30, 30}) {
-        outage.gaveUp(at(now), {});
-        EXPECT_EQ(outage.begin(at(now + pause - 1)), Turn::none) << pause;
-        EXPECT_EQ(outage.begin(at(now + pause)), Turn::probe) << pause;
-        EXPECT_EQ(outage.begin(at(now + pause)), Turn::none) << "one probe at a time";
+        outage.gaveUp("a", at(now), {});
+        EXPECT_EQ(outage.begin("b", at(now + pause - 1)), Turn::none) << pause;
+        EXPECT_EQ(outage.begin("a", at(now + pause)), Turn::probe) << pause;
+        EXPECT_EQ(outage.begin("a", at(now + pause)), Turn::none) << "one probe at a time";
         EXPECT_EQ(outage.bounded(Turn::probe, {}, at(now)).firstAnswer, seconds(3));
         EXPECT_FALSE(outage.mayGoOn(Turn::probe, at(now), {}));
         now += pause;
     }
-    outage.gaveUp(at(now), seconds(100));
-    EXPECT_EQ(outage.begin(at(now + 99)), Turn::none) << "Retry-After counts for all";
-    EXPECT_EQ(outage.begin(at(now + 100)), Turn::probe);
-    EXPECT_FALSE(outage.learn(answer(404), at(now + 100)));
-    EXPECT_EQ(outage.begin(at(now + 100)), Turn::series) << "any answer ends it";
-    outage.gaveUp(at(now), {});
-    EXPECT_EQ(outage.begin(at(now + 601)), Turn::series) << "nobody met it for ten minutes";
+    outage.gaveUp("a", at(now), seconds(100));
+    EXPECT_EQ(outage.begin("a", at(now + 99)), Turn::none) << "Retry-After counts for all";
+    EXPECT_EQ(outage.begin("a", at(now + 100)), Turn::probe);
+    EXPECT_FALSE(outage.learn("a", answer(404), at(now + 100)));
+    EXPECT_EQ(outage.begin("a", at(now + 100)), Turn::series) << "any answer ends it";
+    EXPECT_TRUE(outage.learn("a", answer(503), at(now)));
+    outage.gaveUp("a", at(now), {});
+    EXPECT_EQ(outage.begin("a", at(now)), Turn::none);
+    EXPECT_EQ(outage.begin("b", at(now)), Turn::probe) << "it may be the file's trouble alone";
+    EXPECT_TRUE(outage.isOneFile());
+    outage.gaveUp("b", at(now), {});
+    EXPECT_EQ(outage.begin("c", at(now + 4)), Turn::none);
+    EXPECT_EQ(outage.begin("c", at(now + 5)), Turn::probe) << "the pauses begin now";
+    EXPECT_EQ(outage.begin("a", at(now + 601)), Turn::series) << "nobody met it for ten minutes";
 }
 
 TEST(RepositoryOutageTest, OneRequestMeetsItAndTheOthersEndAtOnceWhateverItsKind) {
@@ -83,8 +90,35 @@ TEST(RepositoryOutageTest, OneRequestMeetsItAndTheOthersEndAtOnceWhateverItsKind
         }
         EXPECT_LT(std::chrono::steady_clock::now() - start, milliseconds(4000)) << url;
     }
-    EXPECT_EQ(ill.takeLog().size(), 5U);
+    EXPECT_EQ(ill.takeLog().size(), 5U + 1U)
+        << "the next file confirms that it is not the first one's trouble";
     EXPECT_EQ(mute.connections(), 5);
+}
+
+TEST(RepositoryOutageTest, AFileThatTheServerCannotGiveKeepsNoOtherFromBeingServed) {
+    const test::TempDir root;
+    setSystemRoot(root.path().string());
+    test::RepositoryServer server;
+    server.onRequest([](const authoring::ServerRequest& request, int) {
+        authoring::ServerFault fault;
+        if (request.path.find("ill") != std::string::npos) {
+            fault.status = 503;
+            fault.headers = {{"Retry-After", "600"}};
+        }
+        return fault;
+    });
+    DownloadPolicy policy;
+    policy.retry.firstPause = policy.retry.longestPause = milliseconds(1);
+    policy.outage = std::make_shared<RepositoryOutage>();
+    HttpClient client;
+    for (const char* name : {"a.zip", "ill.zip", "b.zip", "ill.zip", "ill-too.zip"}) {
+        if (*name != 'i') server.publish(std::string("patches/") + name, "archive");
+        const DownloadJob job{server.url() + "/patches/" + name, name, root / "partial", root / name};
+        EXPECT_EQ(PatchDownload(job, policy, client).run(),
+                  *name == 'i' ? DownloadResult::failed : DownloadResult::done)
+            << name;
+    }
+    EXPECT_EQ(server.takeLog().size(), 1U + 2U + 1U + 2U + 1U) << "two in a row: the second is a probe";
 }
 
 TEST(RepositoryOutageTest, ContentAndArchivesShareWhatTheyKnow) {
@@ -99,6 +133,8 @@ TEST(RepositoryOutageTest, ContentAndArchivesShareWhatTheyKnow) {
     EXPECT_TRUE(contentFails("CVE-1"));
     EXPECT_EQ(server.takeLog().size(), 3U);
     EXPECT_TRUE(contentFails("CVE-2"));
+    EXPECT_EQ(server.takeLog().size(), 1U) << "another file confirms it";
+    EXPECT_TRUE(contentFails("CVE-3"));
     std::string archive = root / "a.zip";
     EXPECT_NE(RemediationResourceDownloader::GetInstance()->getResource("a", archive, "pkg", root / "opt",
                                                                         false, 0),

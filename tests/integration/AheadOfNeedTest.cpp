@@ -145,5 +145,25 @@ TEST_F(AheadOfNeedTest, ARepositoryThatIsDownIsFoundOutOnce) {
     EXPECT_LE(seen.requests.size(), 16U + 3U);
 }
 
+TEST_F(AheadOfNeedTest, ContentThatTheServerCannotGiveFailsAlone) {
+    authoring::ServerFault down;
+    down.status = 503;
+    for (int i = 0; i < 100; ++i)
+        fixture.addFault("CCE-10003", down);
+    for (int i = 0; i < 60; ++i) {
+        const std::string identifier = "CCE-" + std::to_string(10000 + i);
+        fixture.addContent(identifier, "nowhere.sh");
+        request(identifier);
+    }
+    agent::Prefetch prefetch(fixture.dir / "opt-b");
+    for (AheadOfNeed* ahead : {static_cast<AheadOfNeed*>(nullptr), static_cast<AheadOfNeed*>(&prefetch)}) {
+        const Seen seen = run(fixture.dir / (ahead != nullptr ? "opt-b" : "opt-a"), ahead, "");
+        for (const auto& [key, value] : seen.values)
+            EXPECT_EQ(value == 6, key == "cpe:/a:example:CCE-10003") << key << ' ' << value;
+        EXPECT_THAT(seen.requests,
+                    testing::Contains(testing::HasSubstr("CCE-10003.xml 503")).Times(testing::Le(4)));
+    }
+}
+
 }  // namespace
 }  // namespace zelor::test

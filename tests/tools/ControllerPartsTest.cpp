@@ -450,13 +450,16 @@ TEST(ControllerOutage, IsSaidOnceWithWhatItAffects) {
     OutageReason outage;
     EXPECT_EQ(outage.shown("http://h: refused"), "http://h: refused");
     EXPECT_EQ(outage.shown(down + ": http://h: refused"), down + ": http://h: refused");
-    EXPECT_EQ(outage.shown(down), "");
+    EXPECT_EQ(outage.shown(down), "no answer");
     EXPECT_EQ(outage.shown("exit status 3"), "exit status 3");
-    EXPECT_EQ(outageSummary({"", "exit status 3"}), "");
-    EXPECT_EQ(outageSummary({"", down + ": http://h: refused", down, "exit status 3"}),
-              "The repository does not answer since 10:15:02 UTC: 2 requests could not be completed");
+    EXPECT_EQ(outageText(outageIn({"", "exit status 3"})), "");
+    RunFlags flags;
+    flags.outage = outageIn({"", down + ": http://h: refused", down, "exit status 3"}, {down});
+    const std::string once =
+        "The repository does not answer since 10:15:02 UTC: 1 patch and 2 requests could not be completed";
+    EXPECT_EQ(outageText(flags.outage), once);
     const ResultTable table(RequestMap{{"a", "CVE-1"}});
-    EXPECT_THAT(runSummary(table, {}, {}, "/l", 2, "The end"), HasSubstr("\nThe end.\n"));
+    EXPECT_THAT(runSummary(table, {}, flags, "/l", 2), HasSubstr("\n" + once + ".\n"));
 }
 
 TEST(ControllerCpeNames, AreWrittenInTheOlderForm) {

@@ -6,6 +6,7 @@
 #include <functional>
 #include <thread>
 
+#include "agent/RepositoryStatus.h"
 #include "base/Files.h"
 #include "collaborators/Logger.h"
 #include "controller/Commands.h"
@@ -428,7 +429,9 @@ TEST_F(ControllerTest, ResultsMatchTheirSchemaAndDistinguishCauses) {
                        ArchiveBuilder().file("forged.sh", "x").file("forged.sig", "no signature").finish());
     fixture.addContent("CCE-3", "none.sh");
     const json map = {{"a", "CCE-1"}, {"b", "CCE-2"}, {"c", "CCE-3"}, {"d", "CCE-9"}, {"e,f,g", "CCE-1"}};
-    const std::vector<std::string> files = {"--json", fixture.dir / "out", "--events", fixture.dir / "ev"};
+    const std::vector<std::string> files = {"--json",   fixture.dir / "out",
+                                            "--events", fixture.dir / "ev",
+                                            "--report", fixture.dir / "report.html"};
     EXPECT_EQ(on("run", map, files).status, 1);
     const json first = readJson("out");
     EXPECT_EQ(schema.problem(first), "");
@@ -455,11 +458,19 @@ TEST_F(ControllerTest, ResultsMatchTheirSchemaAndDistinguishCauses) {
 
     authoring::ServerFault outage;
     outage.status = 503;
-    // One attempt is made ahead of need, three when the run asks.
-    for (int attempt = 0; attempt < 4; ++attempt)
+    // One attempt is made ahead of need for each, three and one when the run asks.
+    for (int attempt = 0; attempt < 6; ++attempt)
         fixture.addFault("content/CCE-9", outage);
-    EXPECT_EQ(on("run", {{"a", "CCE-1"}, {"d", "CCE-9"}}, files).status, 1);
+    const ControllerRun down = on("run", {{"a", "CCE-1"}, {"d", "CCE-9"}, {"e", "CCE-90"}}, files);
+    EXPECT_EQ(down.status, 1);
     const json second = readJson("out");
+    EXPECT_EQ(second["outage"]["requests"], 2);
+    for (const std::string& shown : {down.out, readFile(fixture.dir / "report.html")}) {
+        EXPECT_THAT(shown,
+                    testing::ContainsRegex("The repository does not answer since [0-9:]+ UTC: 2 requests "));
+        EXPECT_EQ(shown.find(agent::kRepositoryDown), shown.rfind(agent::kRepositoryDown)) << "once";
+        EXPECT_THAT(shown, HasSubstr("no answer"));
+    }
     EXPECT_EQ(schema.problem(second), "");
     EXPECT_EQ(second["requests"]["a"]["applied"], "before");
     EXPECT_EQ(second["requests"]["d"]["value"], 6);
