@@ -72,6 +72,7 @@ or is about to.)";
 constexpr const char* kCheckHelp = R"(Examples:
   zelor-content check repository --key keys/repository.pem
   zelor-content check repository --key keys/repository.pem --json
+  zelor-content check repository --key keys/repository.pem --sarif findings.sarif
 
 Verifies a repository as agents would see it. Each finding says how to fix it: signatures, sizes, MD5 sums, missing
 files, malformed content, names that agents refuse or confuse, scripts that bash cannot parse, content that can never
@@ -230,7 +231,12 @@ void addCheck(CLI::App& app, CheckOptions& options, Action& action) {
                      "Content that is in none of these manifests is a finding; may be repeated")
         ->type_name("FILE")
         ->allow_extra_args(false);
-    command->add_flag("--json", options.json, "Print the findings as JSON");
+    CLI::Option* json = command->add_flag("--json", options.json, "Print the findings as JSON");
+    command
+        ->add_option("--sarif", options.sarif,
+                     "Write the findings as SARIF 2.1.0; - is standard output, in place of the text")
+        ->type_name("FILE")
+        ->excludes(json);
     command->add_flag("--warnings-as-errors", options.warningsAsErrors,
                       "Exit with status 1 for warnings too");
     command->callback([&] { action = [&] { return runCheck(options); }; });

@@ -95,6 +95,8 @@ struct CheckOptions {
     std::string key;
     std::vector<std::string> manifests;
     bool json = false;
+    std::string
+        sarif;  ///< file for the findings as SARIF, "-": standard output in place of the text, "": none
     bool warningsAsErrors = false;
 };
 int runCheck(const CheckOptions& options);

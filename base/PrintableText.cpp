@@ -21,7 +21,8 @@ Utf8Locale::~Utf8Locale() {
 }
 
 int columnsOfCharacter(char32_t code) {
-    if (code == base::kInvalidCharacter || code < 0x20 || (code >= 0x7f && code < 0xa0) ||
+    const bool noCharacter = (code & 0xfffeU) == 0xfffe;  // XML excludes two of them
+    if (code == base::kInvalidCharacter || code < 0x20 || (code >= 0x7f && code < 0xa0) || noCharacter ||
         base::reordersText(code))
         return -1;
     if (code < 0x7f) return 1;

@@ -7,10 +7,12 @@
 #include <utility>
 
 #include "base/Strings.h"
+#include "controller/ArgumentOrder.h"
 #include "controller/Commands.h"
 #include "controller/InputError.h"
 #include "controller/States.h"
 #include "controller/Text.h"
+#include "controller/export/Export.h"
 #include "remediation/Version.h"
 
 namespace zelor::controller {
@@ -23,6 +25,7 @@ constexpr const char* kExamples = R"(Examples:
   zelor-remediate run requests.json --report report.html   and write an HTML report
   zelor-remediate buffer requests.json                     download patches ahead of time
   zelor-remediate status                                   settings, installed patches, buffer
+  zelor-remediate export results.json --format xccdf       results for other programs
   zelor-remediate run requests.json --root /tmp/mac --tools mac    on a rehearsal Mac
 
 requests.json is an object from request key to CVE or CCE identifier:
@@ -85,6 +88,15 @@ constexpr const char* kStatusHelp = R"(Examples:
 Shows settings, installed patches, buffer, unfinished downloads, leftovers and which process holds the lock. For each
 setting it shows whether it comes from the ini file or is the default, for each buffered patch its size. Writes only to
 the log.)";
+
+constexpr const char* kExportHelp = R"(Examples:
+  zelor-remediate export results.json --format xccdf --out results.xml
+  zelor-remediate run requests.json --json - --quiet | zelor-remediate export - --format ocsf
+  zelor-remediate export results.json --format prometheus --out /var/lib/node_exporter/zelor.prom
+
+Writes the results of a run in a format of other programs. These are XCCDF 1.2 results (xccdf), a line of JSON for each
+request as OCSF Remediation Activity (ocsf), and the text format of Prometheus (prometheus). run --export writes the same
+when the run ends.)";
 
 using Action = std::function<int()>;
 
@@ -159,6 +171,11 @@ void addRun(CLI::App& app, RunOptions& options, Action& action) {
         ->add_option("--report", options.report,
                      "Write an HTML report when the run ends; - is standard output")
         ->type_name("FILE");
+    command
+        ->add_option("--export", options.exports,
+                     "Write the results as xccdf, ocsf or prometheus when the run ends; may be repeated")
+        ->type_name("FORMAT=FILE")
+        ->allow_extra_args(false);
     addWait(command, options.waitSeconds);
     addTalk(command, options.talk);
     addPathOptions(command, options.paths, true);
@@ -198,6 +215,19 @@ void addStatus(CLI::App& app, StatusOptions& options, Action& action) {
     addJson(command, options.json);
     addPathOptions(command, options.paths, true);
     command->callback([&] { action = [&] { return statusCommand(options); }; });
+}
+
+void addExport(CLI::App& app, ExportOptions& options, Action& action) {
+    CLI::App* command = addCommand(app, "export", kExportHelp);
+    command->add_option("RESULTS.json", options.results, "What run --json wrote; - reads standard input")
+        ->required()
+        ->type_name("");
+    command->add_option("--format", options.format, "xccdf, ocsf or prometheus")
+        ->required()
+        ->check(CLI::IsMember(exportFormatNames()))
+        ->type_name("FORMAT");
+    command->add_option("--out", options.out, "Write to FILE instead of standard output")->type_name("FILE");
+    command->callback([&] { action = [&] { return exportCommand(options); }; });
 }
 
 /// For the list of commands and for `help --help`; arrangedArguments() has replaced any other use of it.
@@ -310,76 +340,15 @@ int runController(const std::vector<std::string>& arguments) {
     PlanOptions plan;
     BufferOptions buffer;
     StatusOptions status;
+    ExportOptions exporting;
     Action action;
     addRun(app, run, action);
     addPlan(app, plan, action);
     addBuffer(app, buffer, action);
     addStatus(app, status, action);
+    addExport(app, exporting, action);
     addHelp(app);
     return execute(app, arguments, action);
-}
-
-namespace {
-
-constexpr char kSeeHelp[] = "; see \"zelor-remediate --help\"";
-
-bool has(const std::vector<std::string>& words, const std::string& word) {
-    return std::find(words.begin(), words.end(), word) != words.end();
-}
-
-bool isOption(const std::string& argument) {
-    return argument.size() > 1 && base::hasBeginning(argument, "-");
-}
-
-/// The index of the command, after the options before it and their values; the size when there is none.
-std::size_t commandPosition(const std::vector<std::string>& arguments, const CommandWords& words) {
-    std::size_t at = 0;
-    while (at < arguments.size() && isOption(arguments[at])) {
-        const std::string& option = arguments[at++];
-        if (at == arguments.size()) break;
-        const bool mayLackIt = words.optionalValued.count(option) != 0;
-        if (mayLackIt ? !isOption(arguments[at]) && !has(words.commands, arguments[at])
-                      : words.valued.count(option) != 0)
-            ++at;
-    }
-    return at;
-}
-
-void refuseUnknown(const std::string& command, const std::vector<std::string>& commands) {
-    if (has(commands, command)) return;
-    const std::string problem = "there is no command \"" + base::printable(command) + "\"; ";
-    const std::string nearest = base::nearestWord(command, commands);
-    if (!nearest.empty())
-        throw InputError(problem + "did you mean \"" + nearest + "\"? See \"zelor-remediate --help\"");
-    std::string known;
-    for (const std::string& one : commands)
-        known += (known.empty() ? "" : ", ") + one;
-    throw InputError(problem + "use one of: " + known + kSeeHelp);
-}
-
-}  // namespace
-
-std::vector<std::string> arrangedArguments(const std::vector<std::string>& arguments,
-                                           const CommandWords& words) {
-    const std::size_t at = commandPosition(arguments, words);
-    const std::vector<std::string> before(arguments.begin(),
-                                          arguments.begin() + static_cast<std::ptrdiff_t>(at));
-    if (has(before, "-V") || has(before, "--version")) return {"--version"};
-    const bool help = has(before, "-h") || has(before, "--help");
-    if (at == arguments.size()) {
-        if (help) return {"--help"};
-        throw InputError(std::string("name a command, for example \"zelor-remediate status\"") + kSeeHelp);
-    }
-    refuseUnknown(arguments[at], words.commands);
-    if (help) return {arguments[at], "--help"};
-    std::vector<std::string> arranged(arguments.begin() + static_cast<std::ptrdiff_t>(at), arguments.end());
-    if (arranged.front() == "help" && (arranged.size() == 1 || !isOption(arranged[1]))) {
-        if (arranged.size() == 1) return {"--help"};
-        refuseUnknown(arranged[1], words.commands);
-        return {arranged[1], "--help"};
-    }
-    arranged.insert(arranged.begin() + 1, before.begin(), before.end());
-    return arranged;
 }
 
 }  // namespace zelor::controller

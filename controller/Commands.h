@@ -3,6 +3,7 @@
 #include <chrono>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "controller/Setup.h"
 
@@ -29,6 +30,7 @@ struct RunOptions {
     std::string json;
     std::string events;
     std::string report;
+    std::vector<std::string> exports;  ///< "FORMAT=FILE" each, see `requestedExport`
     /// How long the run may take, zero for any time; none: as the agent's settings say.
     std::optional<std::chrono::milliseconds> timeLimit;
 };
@@ -55,6 +57,15 @@ struct StatusOptions {
     std::string json;  ///< "": text on standard output; else the file for JSON, "-" for standard output
 };
 int statusCommand(const StatusOptions& options);
+
+/// Writes the results in the file `results` ("-": standard input) in another format, one of
+/// `exportFormatNames`.
+struct ExportOptions {
+    std::string results;
+    std::string format;
+    std::string out = "-";  ///< "-": standard output
+};
+int exportCommand(const ExportOptions& options);
 
 /// Shows what a run of the requests would do, and changes nothing. The status is that of `planExitStatus`.
 struct PlanOptions {

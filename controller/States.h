@@ -23,9 +23,12 @@ inline bool isResult(ProgressValue value) {
     return value >= kSuccessValue;
 }
 
-/// The content could not be obtained; the request itself is unusable.
+/// The content could not be obtained; the run failed; the request itself is unusable; its file is missing or
+/// not good.
 inline constexpr ProgressValue kContentFailedValue = 6;
+inline constexpr ProgressValue kInternalFailedValue = 7;
 inline constexpr ProgressValue kInvalidRequestValue = 8;
+inline constexpr ProgressValue kFileUnavailableValue = 12;
 
 /// Why a run or a buffering job ends before its time.
 enum class EarlyEnd {

@@ -131,6 +131,43 @@ std::string countText(std::size_t count, const std::string& noun) {
     return number + noun + (base::hasEnding(noun, "ch") ? "es" : "s");
 }
 
+std::string escapedMarkup(const std::string& printableText) {
+    std::string markup;
+    for (const char letter : printableText) {
+        switch (letter) {
+            case '&':
+                markup += "&amp;";
+                break;
+            case '<':
+                markup += "&lt;";
+                break;
+            case '>':
+                markup += "&gt;";
+                break;
+            case '"':
+                markup += "&quot;";
+                break;
+            case '\'':
+                markup += "&#39;";
+                break;
+            default:
+                markup += letter;
+        }
+    }
+    return markup;
+}
+
+std::string markupText(const std::string& text) {
+    std::string markup;
+    for (std::size_t start = 0; start <= text.size();) {
+        const auto end = std::min(text.find('\n', start), text.size());
+        if (start > 0) markup += '\n';
+        markup += escapedMarkup(base::printable(text.substr(start, end - start)));
+        start = end + 1;
+    }
+    return markup;
+}
+
 std::string packageNameOf(const std::string& key) {
     const std::string name =
         base::trimmed(remediation::parseRequestKey(base::trimmed(key), false).packageName);

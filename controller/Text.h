@@ -36,6 +36,11 @@ std::string durationText(double seconds);
 /// "2026-11-21T10:15:02Z"
 std::string utcText(std::chrono::system_clock::time_point time);
 
+/// A printable text escaped for HTML and XML, also inside quotes.
+std::string escapedMarkup(const std::string& printableText);
+/// Any text escaped for HTML and XML: control characters and the like become "?", line ends stay.
+std::string markupText(const std::string& text);
+
 /// "1 request", "3 requests", "2 entries", "4 patches"
 std::string countText(std::size_t count, const std::string& noun);
 

@@ -25,6 +25,7 @@ void addDetails(ordered_json& entry, const RequestDetails& details) {
     if (!outcome.reason.empty()) entry["reason"] = outcome.reason;
     if (!outcome.warning.empty()) entry["warning"] = outcome.warning;
     if (outcome.applied != Applied::no) entry["applied"] = outcome.applied == Applied::now ? "now" : "before";
+    if (details.begin) entry["begin"] = milliseconds(*details.begin);
     entry["seconds"] = milliseconds(details.seconds);
     if (!outcome.beforeCancel) return;
     ordered_json& before = entry["beforeCancel"];

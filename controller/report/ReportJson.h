@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <functional>
+#include <optional>
 #include <ostream>
 #include <string>
 
@@ -42,7 +43,8 @@ struct RunFacts {
 /// What the results say about a request besides its value.
 struct RequestDetails {
     Outcome outcome;
-    double seconds = 0;  ///< from its first work to its result
+    double seconds = 0;             ///< from its first work to its result
+    std::optional<double> begin{};  ///< of its first work, in seconds since the start of the run
 };
 
 /// Writes all results as one JSON object, one line for each request. `detailsOf` is called with indexes into

@@ -16,32 +16,6 @@ namespace {
 constexpr std::size_t kLabelColumns = 34;
 constexpr std::size_t kOpenTimelineRows = 40;
 
-std::string escaped(const std::string& printableText) {
-    std::string html;
-    for (const char letter : printableText) {
-        switch (letter) {
-            case '&':
-                html += "&amp;";
-                break;
-            case '<':
-                html += "&lt;";
-                break;
-            case '>':
-                html += "&gt;";
-                break;
-            case '"':
-                html += "&quot;";
-                break;
-            case '\'':
-                html += "&#39;";
-                break;
-            default:
-                html += letter;
-        }
-    }
-    return html;
-}
-
 /// "2026-11-21 10:15:02 UTC"
 std::string dateText(std::chrono::system_clock::time_point time) {
     std::string text = utcText(time);
@@ -84,7 +58,7 @@ class Page {
         counts();
         requests();
         timeline();
-        out_ << "<footer><p>Log: <code>" << htmlText(report_.logFile)
+        out_ << "<footer><p>Log: <code>" << markupText(report_.logFile)
              << "</code></p></footer>\n</body>\n</html>\n";
     }
 
@@ -97,15 +71,16 @@ class Page {
                 "<meta name=\"viewport\" content=\"width=device-width, "
                 "initial-scale=1\"/>\n<title>Remediation "
                 "of "
-             << htmlText(report_.facts.host) << ", " << when << "</title>\n<style>" << kReportStyle
-             << "</style>\n</head>\n<body>\n<header>\n<h1>Remediation of " << htmlText(report_.facts.host)
+             << markupText(report_.facts.host) << ", " << when << "</title>\n<style>" << kReportStyle
+             << "</style>\n</head>\n<body>\n<header>\n<h1>Remediation of " << markupText(report_.facts.host)
              << "</h1>\n";
         facts(when);
         const std::string restart = restartText(report_.flags);
         const std::string outage = outageText(report_.flags.outage);
         if (!restart.empty() || report_.cancelled || !outage.empty()) {
-            out_ << "<ul class=\"flags\">" << (restart.empty() ? "" : "<li>" + escaped(restart) + "</li>")
-                 << endItem() << (outage.empty() ? "" : "<li>" + htmlText(outage) + "</li>") << "</ul>\n";
+            out_ << "<ul class=\"flags\">"
+                 << (restart.empty() ? "" : "<li>" + escapedMarkup(restart) + "</li>") << endItem()
+                 << (outage.empty() ? "" : "<li>" + markupText(outage) + "</li>") << "</ul>\n";
         }
         out_ << "</header>\n";
     }
@@ -113,7 +88,7 @@ class Page {
     std::string endItem() const {
         if (!report_.cancelled) return "";
         const std::string& reason = report_.flags.endReason;
-        return "<li>" + (reason.empty() ? "Cancelled by a signal" : "Ended early: " + htmlText(reason)) +
+        return "<li>" + (reason.empty() ? "Cancelled by a signal" : "Ended early: " + markupText(reason)) +
                "</li>";
     }
 
@@ -127,7 +102,7 @@ class Page {
               {"System", facts.productName + ' ' + facts.productVersion},
               {"Repository", facts.repository},
               {"Program", std::string("zelor-remediate ") + ZELOR_VERSION_STRING}}) {
-            out_ << "<div><dt>" << name << "</dt><dd>" << htmlText(value) << "</dd></div>";
+            out_ << "<div><dt>" << name << "</dt><dd>" << markupText(value) << "</dd></div>";
         }
         out_ << "</dl>\n";
     }
@@ -215,10 +190,10 @@ class Page {
         for (const std::size_t request : shown) {
             const Result& result = report_.table.results()[request];
             const std::string label = requestLabel(*result.key);
-            rows.push_back(
-                {escaped(cutToColumns(label, kLabelColumns, "…")),
-                 escaped(label) + " (" + htmlText(*result.identifier) + "): " + stateName(result.value),
-                 &report_.spans[request]});
+            rows.push_back({escapedMarkup(cutToColumns(label, kLabelColumns, "…")),
+                            escapedMarkup(label) + " (" + markupText(*result.identifier) +
+                                "): " + stateName(result.value),
+                            &report_.spans[request]});
         }
         out_ << "<div class=\"scroll\">";
         writeTimeline(out_, rows, report_.facts.seconds);
@@ -255,13 +230,13 @@ class Page {
         const std::string reason = outage_.shown(report_.reasonOf(result));
         out_ << "<tr" << (outcome.output.empty() ? "" : " class=\"has-said\"") << "><td class=\"state "
              << kind << "\">" << markSvg(result.value) << stateName(result.value) << "</td><td class=\"id\">"
-             << htmlText(*result.identifier) << "</td><td class=\"product\">" << escaped(label) << "<code>"
-             << htmlText(*result.key) << "</code></td><td class=\"reason\">"
-             << htmlText(reason.empty() ? applied : reason) << "</td><td class=\"time\">"
+             << markupText(*result.identifier) << "</td><td class=\"product\">" << escapedMarkup(label)
+             << "<code>" << markupText(*result.key) << "</code></td><td class=\"reason\">"
+             << markupText(reason.empty() ? applied : reason) << "</td><td class=\"time\">"
              << (busy > 0 ? shortDuration(busy) : "") << "</td></tr>\n";
         if (outcome.output.empty()) return;
         out_ << "<tr class=\"said\"><td></td><td colspan=\"4\"><pre class=\"" << kind << "\">"
-             << htmlText(outcome.output) << "</pre></td></tr>\n";
+             << markupText(outcome.output) << "</pre></td></tr>\n";
     }
 
     std::ostream& out_;
@@ -270,17 +245,6 @@ class Page {
 };
 
 }  // namespace
-
-std::string htmlText(const std::string& text) {
-    std::string html;
-    for (std::size_t start = 0; start <= text.size();) {
-        const auto end = std::min(text.find('\n', start), text.size());
-        if (start > 0) html += '\n';
-        html += escaped(base::printable(text.substr(start, end - start)));
-        start = end + 1;
-    }
-    return html;
-}
 
 void writeReportPage(std::ostream& out, const RunReport& report) {
     Page(out, report).write();

@@ -34,9 +34,6 @@ inline constexpr std::size_t kReportTimelineRows = 300;
 /// Writes the whole page. Errors are left in the stream's state.
 void writeReportPage(std::ostream& out, const RunReport& report);
 
-/// `text` escaped for HTML: control characters and the like become "?", line ends stay.
-std::string htmlText(const std::string& text);
-
 /// The style sheet of a report: light and dark by the reader's preference, light on paper.
 extern const char* const kReportStyle;
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <optional>
 #include <vector>
 
 #include "controller/live/RunListener.h"
@@ -14,11 +15,18 @@ struct StateSpan {
     double end = 0;
 };
 
-/// Seconds from the first value other than queued to the last change.
-inline double busySeconds(const std::vector<StateSpan>& spans) {
+/// When the first work on a request began, in seconds since the start of the run; none when there was none.
+inline std::optional<double> busySince(const std::vector<StateSpan>& spans) {
     const auto busy =
         std::find_if(spans.begin(), spans.end(), [](const StateSpan& span) { return span.value != 0; });
-    return busy == spans.end() ? 0 : spans.back().begin - busy->begin;
+    if (busy == spans.end()) return std::nullopt;
+    return busy->begin;
+}
+
+/// Seconds from the first value other than queued to the last change.
+inline double busySeconds(const std::vector<StateSpan>& spans) {
+    const auto since = busySince(spans);
+    return since ? spans.back().begin - *since : 0;
 }
 
 /// Records every request's values during a run.

@@ -1,15 +1,11 @@
 #include "controller/run/Requests.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <nlohmann/json.hpp>
 #include <utility>
 
-#include "base/Files.h"
 #include "base/Strings.h"
 #include "controller/InputError.h"
+#include "controller/InputFile.h"
 #include "controller/Text.h"
 
 namespace zelor::controller {
@@ -147,27 +143,9 @@ Requests parseRequests(const std::string& text, const std::string& name) {
 }
 
 Requests loadRequests(const std::string& path) {
-    const bool standardInput = path == "-";
-    const std::string name = standardInput ? "standard input" : path;
-    base::UniqueFd file;
-    if (!standardInput) file = base::openFile(path, O_RDONLY | O_NOCTTY);
-    if (!standardInput && !file) {
-        throw InputError("cannot open " + path + ": " + base::errorText(errno) +
-                         "; name a JSON file of requests, or - for standard input");
-    }
-    std::string text;
-    std::string piece(std::size_t{1} << 16U, '\0');
-    for (;;) {
-        const ssize_t got = ::read(standardInput ? STDIN_FILENO : file.get(), piece.data(), piece.size());
-        if (got < 0 && errno == EINTR) continue;
-        if (got < 0) throw InputError("cannot read " + name + ": " + base::errorText(errno));
-        if (got == 0) break;
-        text.append(piece, 0, static_cast<std::size_t>(got));
-        if (text.size() > kFileBytesLimit) {
-            throw InputError(name + " is larger than 1 GiB; split the requests into several runs");
-        }
-    }
-    return parseRequests(text, name);
+    const std::string text =
+        readInput(path, {kFileBytesLimit, "a JSON file of requests", "split the requests into several runs"});
+    return parseRequests(text, inputName(path));
 }
 
 }  // namespace zelor::controller

@@ -1,10 +1,12 @@
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <iostream>
 #include <memory>
 #include <optional>
+#include <sstream>
 
 #include "agent/ContentCacheControl.h"
 #include "agent/LogControl.h"
@@ -15,6 +17,7 @@
 #include "controller/InputError.h"
 #include "controller/JobLock.h"
 #include "controller/Text.h"
+#include "controller/export/Export.h"
 #include "controller/live/EventLines.h"
 #include "controller/live/LiveProgress.h"
 #include "controller/live/PlainLines.h"
@@ -40,8 +43,18 @@ std::string hostName() {
     return name.data();
 }
 
+std::vector<RequestedOutput> outputsOf(const RunOptions& options) {
+    std::vector<RequestedOutput> outputs = {
+        {"--json", options.json}, {"--events", options.events}, {"--report", options.report}};
+    for (const std::string& text : options.exports)
+        outputs.push_back({"--export", requestedExport(text).path});
+    return outputs;
+}
+
 bool keepsStandardOutput(const RunOptions& options) {
-    return options.json == "-" || options.events == "-" || options.report == "-";
+    const std::vector<RequestedOutput> outputs = outputsOf(options);
+    return std::any_of(outputs.begin(), outputs.end(),
+                       [](const RequestedOutput& output) { return output.path == "-"; });
 }
 
 /// Reports the problem, if any; false when there is one.
@@ -81,7 +94,8 @@ class Run {
         std::vector<RunListener*> listeners;
         for (const auto& listener : listeners_)
             listeners.push_back(listener.get());
-        if (!options_.report.empty() || !options_.json.empty()) listeners.push_back(&timeline_);
+        if (!options_.report.empty() || !options_.json.empty() || !options_.exports.empty())
+            listeners.push_back(&timeline_);
         gatherFacts();
         const auto start = std::chrono::steady_clock::now();
         const agent::Deadline deadline(timeLimit());
@@ -163,6 +177,7 @@ class Run {
                              outage()};
         bool written = true;
         if (!options_.json.empty()) written &= isWritten(writeResults(flags));
+        if (!options_.exports.empty()) written &= isWritten(writeExports(flags));
         if (!options_.report.empty()) written &= isWritten(writeReport(flags));
         if (eventOutput_) written &= isWritten(eventOutput_->problem());
         if (!options_.talk.quiet) {
@@ -190,14 +205,35 @@ class Run {
         return outageIn(reasons);
     }
 
-    std::string writeResults(const RunFlags& flags) const {
+    void writeJson(std::ostream& out, const RunFlags& flags) const {
         const auto spans = timeline_.spans(table_.results().size());
-        return writeOutput(options_.json, [&](std::ostream& out) {
-            writeResultJson(out, table_, flags, facts_, [&](std::size_t request) {
-                return RequestDetails{record_.outcome(table_.results()[request]),
-                                      busySeconds(spans[request])};
-            });
+        writeResultJson(out, table_, flags, facts_, [&](std::size_t request) {
+            return RequestDetails{record_.outcome(table_.results()[request]), busySeconds(spans[request]),
+                                  busySince(spans[request])};
         });
+    }
+
+    std::string writeResults(const RunFlags& flags) const {
+        return writeOutput(options_.json, [&](std::ostream& out) { writeJson(out, flags); });
+    }
+
+    /// From the same text that `export` reads. Returns the first problem.
+    std::string writeExports(const RunFlags& flags) const {
+        std::string problem;
+        try {
+            std::ostringstream results;
+            writeJson(results, flags);
+            const ExportedRun run = parseResults(results.str(), "the results");
+            for (const std::string& text : options_.exports) {
+                const RequestedExport wanted = requestedExport(text);
+                const std::string found = writeOutput(
+                    wanted.path, [&](std::ostream& out) { writeExport(out, run, wanted.format); });
+                if (problem.empty()) problem = found;
+            }
+        } catch (const std::exception& e) {
+            problem = std::string("the results are not exported: ") + e.what();
+        }
+        return problem;
     }
 
     /// A failed report does not change the results of the run.
@@ -237,8 +273,7 @@ class Run {
 int runCommand(const RunOptions& options) {
     requireSystem(options.paths, true);
     const Requests requests = loadRequests(options.requests);
-    checkOutputs({{"--json", options.json}, {"--events", options.events}, {"--report", options.report}},
-                 options.requests);
+    checkOutputs(outputsOf(options), options.requests);
     const Paths paths = resolvePaths(options.paths);
     requireUsableSettings(paths);
     checkContentDir(paths);

@@ -9,6 +9,7 @@
 #include "authoring/publish/SigningKey.h"
 #include "support/ArchiveBuilder.h"
 #include "tools/AuthoringFixture.h"
+#include "tools/JsonSchema.h"
 
 namespace zelor::authoring {
 namespace {
@@ -227,6 +228,37 @@ TEST_F(CheckTest, FindsEachPlantedFaultAndSaysItsRemedy) {
     }
     EXPECT_GE(std::count_if(std::begin(faults), std::end(faults), [](const Fault& f) { return f.together; }),
               12);
+}
+
+TEST_F(CheckTest, WritesSarif) {
+    const test::JsonSchema schema(nlohmann::json::parse(readFile(ZELOR_SARIF_SCHEMA)));
+    const std::vector<std::string> command = {"check", repository, "--key", publicKey, "--sarif"};
+    const auto checkTo = [&](const std::string& file) {
+        std::vector<std::string> words = command;
+        words.push_back(file);
+        return test::contentTool(words);
+    };
+    EXPECT_EQ(nlohmann::json::parse(checkTo("-").out)["runs"][0]["results"], nlohmann::json::array());
+    writeFile(path("content/a \"b\"\n\xff.txt"), "x");
+    writeSigned("CVE-3", "<remediation");
+    const std::string file = dir / "findings.sarif";
+    const ToolRun run = checkTo(file);
+    EXPECT_EQ(run.status, 1);
+    EXPECT_THAT(run.out, HasSubstr("error: content/CVE-3.xml"));
+    nlohmann::json log = nlohmann::json::parse(readFile(file));
+    EXPECT_EQ(schema.problem(log), "");
+    nlohmann::json& results = log["runs"][0]["results"];
+    const auto find = [&](const char* uri) {
+        return std::count_if(results.begin(), results.end(), [&](const nlohmann::json& result) {
+            return result["locations"][0]["physicalLocation"]["artifactLocation"]["uri"] == uri;
+        });
+    };
+    EXPECT_GE(find("content/CVE-3.xml"), 1);
+    EXPECT_EQ(find("content/a%20%22b%22%0A%FF.txt"), 1);
+    results[0]["level"] = "fatal";
+    EXPECT_EQ(schema.problem(log), "$.runs[].results[].level breaks enum");
+    EXPECT_EQ(checkTo("/dev/null").status, 2);
+    EXPECT_EQ(checkTo(dir / "none/findings.sarif").status, 2);
 }
 
 TEST_F(CheckTest, UnusableArgumentsAreNoFindings) {

@@ -8,6 +8,7 @@
 
 #include "base/Strings.h"
 #include "base/SystemRoot.h"
+#include "controller/ArgumentOrder.h"
 #include "controller/CommandLine.h"
 #include "controller/InputError.h"
 #include "controller/Setup.h"

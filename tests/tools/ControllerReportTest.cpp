@@ -1,6 +1,7 @@
 #include <pugixml.hpp>
 #include <sstream>
 
+#include "controller/Text.h"
 #include "controller/report/ReportPage.h"
 #include "controller/report/ReportTimeline.h"
 #include "tests/tools/ControllerFixture.h"
@@ -103,7 +104,7 @@ TEST(ReportPage, MarksTimeInRoundSteps) {
         EXPECT_LE(times.back(), seconds);
     }
     EXPECT_EQ(controller::axisTimes(0.4, 8), (std::vector<double>{0, 0.1, 0.1 * 2, 0.1 * 3, 0.1 * 4}));
-    EXPECT_EQ(controller::htmlText("a<b\n'&'\t"), "a&lt;b\n&#39;&amp;&#39;?");
+    EXPECT_EQ(controller::markupText("a<b\n'&'\t"), "a&lt;b\n&#39;&amp;&#39;?");
 }
 
 }  // namespace
