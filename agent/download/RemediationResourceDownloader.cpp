@@ -1,16 +1,19 @@
 #include "collaborators/RemediationResourceDownloader.h"
 
 #include <algorithm>
+#include <map>
+#include <memory>
 #include <stdexcept>
 #include <utility>
 
-#include "agent/AgentSettings.h"
-#include "agent/content/PatchDigests.h"
-#include "agent/download/PatchDownload.h"
+#include "agent/DownloadProgress.h"
+#include "agent/download/ArchiveAhead.h"
+#include "agent/download/PatchJob.h"
 #include "agent/http/HttpClient.h"
-#include "agent/http/RepositoryUrl.h"
 #include "agent/log/FailureLine.h"
+#include "base/Mutex.h"
 #include "collaborators/Common.h"
+#include "remediation/CallReport.h"
 
 namespace {
 
@@ -24,46 +27,42 @@ zelor::agent::HttpClientPool& clients() {
     return pool;
 }
 
-/// Why a stem cannot name an archive, "" when it can.
-std::string stemProblem(const std::string& stem) {
-    const bool control =
-        std::any_of(stem.begin(), stem.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; });
-    if (stem.empty()) return "it is empty";
-    if (stem == "." || stem == "..") return "it names a directory";
-    if (stem.find('/') != std::string::npos) return "it holds a path separator";
-    if (control) return "it holds a control character";
-    return stem.size() > 200 ? "it is longer than 200 bytes" : "";
+using zelor::agent::DownloadJob;
+using zelor::agent::DownloadResult;
+using zelor::agent::PatchDownload;
+
+/// The download that was begun ahead, if there is one, or a new one.
+std::shared_ptr<PatchDownload> downloadOf(const std::string& stem, const std::string& installPath,
+                                          DownloadJob job, zelor::agent::HttpClient& client) {
+    const auto report = [](std::uint64_t done, std::uint64_t total) {
+        zelor::agent::DownloadProgress::instance().advance(done, total);
+        zelor::CallReport::transferred(done, total);
+    };
+    // One that has a rate to keep does not wait for one without.
+    zelor::agent::DownloadProgress::instance().begin(job.name);
+    auto early = zelor::agent::archiveAheadAt(installPath).take(stem, job.bytesPerSecond == 0, report);
+    if (early && early->adopt(job, client)) return early;
+    if (early) early->abandon();
+    return std::make_shared<PatchDownload>(std::move(job), zelor::agent::patchPolicy(), client);
 }
 
-zelor::agent::DownloadJob jobFor(const std::string& stem, const std::string& archivePath,
-                                 const std::string& installPath) {
-    const std::string problem = stemProblem(stem);
-    if (!problem.empty()) {
-        throw std::runtime_error("cannot fetch the patch \"" + stem + "\": " + problem +
-                                 "; correct the patch id in the content");
-    }
-    const auto settings = zelor::agent::AgentSettings::current();
-    const std::string archive = stem + ".zip";
-    zelor::agent::DownloadJob job;
-    job.url = zelor::agent::repositoryUrl(*settings) + "/patches/" + zelor::agent::urlSegment(stem) + ".zip";
-    job.name = archive;
-    job.partialDirectory = Common::StripTrailingSeparators(installPath) + "/partial";
-    job.destination = archivePath;
-    const bool required = settings->values().requireDigests;
-    job.digest = zelor::agent::WantedPatches::instance().archive(archive, required);
-    return job;
-}
-
-zelor::agent::DownloadPolicy policyInForce() {
-    const auto settings = zelor::agent::AgentSettings::current();
-    zelor::agent::DownloadPolicy policy;
-    policy.pace.bytesPerSecond = std::uint64_t{settings->values().patchKiBPerSecond} << 10U;
-    policy.pace.grace = std::chrono::minutes(settings->values().patchMinutes);
-    policy.outage = zelor::agent::RepositoryOutage::ofRun(zelor::agent::repositoryUrl(*settings));
-    return policy;
-}
+/// One for each install path; never removed.
+struct Ahead {
+    zelor::base::Mutex mutex;
+    std::map<std::string, std::unique_ptr<zelor::agent::ArchiveAhead>> all ZELOR_GUARDED_BY(mutex);
+};
 
 }  // namespace
+
+zelor::agent::ArchiveAhead& zelor::agent::archiveAheadAt(const std::string& installPath) {
+    // Never destroyed: a run's thread may outlive main().
+    static Ahead& ahead = *new Ahead;
+    const std::string path = Common::StripTrailingSeparators(installPath);
+    const base::MutexLock lock(ahead.mutex);
+    auto& one = ahead.all[path];
+    if (!one) one = std::make_unique<ArchiveAhead>(path);
+    return *one;
+}
 
 RemediationResourceDownloader* RemediationResourceDownloader::GetInstance() {
     static RemediationResourceDownloader downloader;
@@ -74,18 +73,18 @@ int RemediationResourceDownloader::getResource(std::string stem, std::string& ar
                                                std::string /*extension*/, std::string installPath,
                                                bool rateLimited, unsigned long bytesPerSecond) {
     try {
-        zelor::agent::DownloadJob job = jobFor(stem, archivePath, installPath);
+        DownloadJob job = zelor::agent::patchJob(stem, archivePath, installPath);
         if (rateLimited) job.bytesPerSecond = std::max(bytesPerSecond, kLeastRate);
         // A buffered archive must survive a power loss; one for a run is unpacked, checked and removed by
         // that run.
         job.durable = rateLimited;
         const auto client = clients().lend();
-        switch (zelor::agent::PatchDownload(std::move(job), policyInForce(), *client).run()) {
-            case zelor::agent::DownloadResult::done:
+        switch (downloadOf(stem, installPath, std::move(job), *client)->run()) {
+            case DownloadResult::done:
                 return 0;
-            case zelor::agent::DownloadResult::interrupted:
+            case DownloadResult::interrupted:
                 return kInterrupted;
-            case zelor::agent::DownloadResult::failed:
+            case DownloadResult::failed:
                 return kFailed;
         }
     } catch (const std::exception& e) {

@@ -14,6 +14,10 @@ namespace zelor::remediation {
 /// thread at a time.
 class InstalledRecord {
   public:
+    /// Whether `refresh` logs what it finds wrong.
+    enum class Report { toLog, nothing };
+    explicit InstalledRecord(Report report = Report::toLog) : report_(report) {}
+
     /// Brings the lines up to date with the file; one that cannot be opened counts as empty. The log gets an
     /// error line for a symbolic link that is not followed, for a last line without its end, which counts,
     /// and for lines with control characters: once for each state of the file.
@@ -35,6 +39,7 @@ class InstalledRecord {
     void reportRefusal(const std::string& path, const std::string& problem);
     void takeAppended(const std::string& line);
 
+    Report report_;
     std::unordered_set<std::string> lines_;
     std::string unfinished_;  ///< a last line without its line end; it counts as a line
     std::uint64_t damaged_ = 0;
