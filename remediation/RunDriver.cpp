@@ -4,6 +4,7 @@
 
 #include "base/TrustedDirectory.h"
 #include "platform/Log.h"
+#include "remediation/apply/NeededArchives.h"
 
 namespace zelor::remediation {
 
@@ -85,6 +86,7 @@ bool RunDriver::runPhases() {
         " [Remediation Manager] After parseCreEriForSupersedesTrue, the size of remMetadataForCVE is = ",
         state_.rows.patches.size());
     if (stoppedBeforePhases()) return false;
+    if (parts_.needs.heard()) announceArchives();
 
     if (!state_.rows.configurations.empty()) {
         parts_.configurations.apply(state_.rows.configurations);
@@ -108,6 +110,21 @@ void RunDriver::installPatches() {
     if (parts_.cancellation.stopsRun()) return;
     parts_.cancellation.markCancelled();
     log::debug(" <<< [Remediation Manager] (installPatches) DONE!! ...");
+}
+
+// Looks at record and buffer by itself and logs nothing: the log is that of a run that announces nothing.
+void RunDriver::announceArchives() {
+    InstalledRecord record(InstalledRecord::Report::nothing);
+    record.refresh(state_.installedRecord);
+    const std::vector<NeededArchive> archives = neededArchives(
+        state_.rows, {[&](const std::string& eriId) { return record.hasLine(eriId); },
+                      BufferedPatches::lookAt(parts_.buffered.listPath()),
+                      [this](const std::string& key) { return parts_.cancellation.stopsRequest(key); }});
+    if (archives.empty()) return;
+    parts_.needs.archives(archives);
+    // A cancel may have come just before.
+    parts_.needs.notNeeded(parts_.cancellation.requests());
+    if (parts_.cancellation.all()) parts_.needs.cancelled();
 }
 
 bool RunDriver::stoppedBeforePhases() {

@@ -9,6 +9,7 @@
 #include "remediation/apply/ConfigurationPhase.h"
 #include "remediation/apply/OsUpdatePhase.h"
 #include "remediation/apply/ProductPhase.h"
+#include "remediation/buffer/BufferedPatches.h"
 #include "remediation/intake/RequestIntake.h"
 #include "remediation/intake/RequestStore.h"
 #include "remediation/progress/Cancellation.h"
@@ -38,6 +39,7 @@ class RunDriver {
         RequestStore& requests;
         RequestIntake& intake;
         AppliedRemediations& applied;
+        BufferedPatches& buffered;
         ConfigurationPhase& configurations;
         OsUpdatePhase& osUpdates;
         ProductPhase& products;
@@ -68,6 +70,7 @@ class RunDriver {
     enum class Stage { none, starting, running };
 
     bool runPhases();
+    void announceArchives();
     bool stoppedBeforePhases();
     bool stoppedAfterPhase();
     void endAsAborted();

@@ -86,8 +86,8 @@ struct RunParts {
           products(phaseParts(in)),
           driver({in.done, in.option, in.firstAfterScan, in.installPath, in.contentDirectory,
                   in.installedRecord, in.thread, in.rows, flags},
-                 {requests, intake, applied, configurations, osUpdates, products, in.installer, progress,
-                  cancellation, events, needs}) {}
+                 {requests, intake, applied, buffered, configurations, osUpdates, products, in.installer,
+                  progress, cancellation, events, needs}) {}
 
   private:
     PhaseParts phaseParts(const Inputs& in) {

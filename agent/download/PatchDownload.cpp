@@ -24,11 +24,6 @@ bool wanted() {
     return !stopRequested();
 }
 
-void advance(std::uint64_t done, std::uint64_t total) {
-    DownloadProgress::instance().advance(done, total);
-    CallReport::transferred(done, total);
-}
-
 /// Moves a whole number from the start of the text to `value`; false when there is none.
 bool takeNumber(std::string_view& text, std::uint64_t& value) {
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
@@ -82,10 +77,58 @@ std::string resumptionValidator(const HttpHead& head) {
 PatchDownload::PatchDownload(DownloadJob job, DownloadPolicy policy, HttpClient& client)
     : job_(std::move(job)),
       policy_(std::move(policy)),
-      client_(client),
+      client_(&client),
       pace_(policy_.pace, job_.bytesPerSecond, std::chrono::steady_clock::now()) {}
 
+PatchDownload::PatchDownload(DownloadJob job, DownloadPolicy policy)
+    : job_(std::move(job)),
+      policy_(std::move(policy)),
+      client_(nullptr),
+      pace_(policy_.pace, 0, std::chrono::steady_clock::now()),
+      totalBytes_(job_.digest ? job_.digest->length : 0) {}
+
+void PatchDownload::advance(std::uint64_t done, std::uint64_t total) {
+    doneBytes_ = done;
+    totalBytes_ = total;
+    if (!shown_) return;
+    DownloadProgress::instance().advance(done, total);
+    CallReport::transferred(done, total);
+}
+
+std::optional<HttpRequest> PatchDownload::beginEarly() {
+    turn_ = RepositoryTurn(policy_.outage, job_.name, policy_.othersLeft);
+    if (!turn_.mayAsk()) return std::nullopt;
+    fresh_ = partial_.emplace(job_.partialDirectory, job_.name).size() == 0;
+    if (fresh_) return request();
+    partial_.reset();
+    return std::nullopt;
+}
+
+bool PatchDownload::takeEarly(const HttpResult& result) {
+    turn_.learn(result);
+    early_ = judge(result);
+    return !turn_.isDown();
+}
+
+bool PatchDownload::adopt(DownloadJob job, bool othersLeft, HttpClient& client) {
+    const bool same = job.url == job_.url && job.name == job_.name && job.digest == job_.digest &&
+                      job.partialDirectory == job_.partialDirectory;
+    if (!same) return false;
+    job_ = std::move(job);
+    policy_.othersLeft = othersLeft;
+    client_ = &client;
+    // While nobody asked for it, it was not slow.
+    pace_ = PatchPace(policy_.pace, job_.bytesPerSecond, std::chrono::steady_clock::now());
+    return true;
+}
+
+void PatchDownload::abandon() {
+    if (partial_ && fresh_) partial_->discard();
+    partial_.reset();
+}
+
 DownloadResult PatchDownload::run() {
+    shown_ = true;
     DownloadProgress::instance().begin(job_.name);
     DownloadResult result = DownloadResult::failed;
     try {
@@ -109,17 +152,20 @@ DownloadResult PatchDownload::run() {
 }
 
 DownloadResult PatchDownload::fetchAndMove() {
-    turn_ = RepositoryTurn(policy_.outage, job_.name, policy_.othersLeft);
-    if (!turn_.mayAsk()) {
-        problem_ = turn_.reason();
-        return DownloadResult::failed;
+    if (!partial_) {
+        turn_ = RepositoryTurn(policy_.outage, job_.name, policy_.othersLeft);
+        if (!turn_.mayAsk()) {
+            problem_ = turn_.reason();
+            return DownloadResult::failed;
+        }
+        partial_.emplace(job_.partialDirectory, job_.name);
     }
-    PartialFile& partial = partial_.emplace(job_.partialDirectory, job_.name);
-    pace_.startAt(partial.resumeAt(job_.url));
+    PartialFile& partial = *partial_;
+    pace_.startAt(early_ ? partial.size() : partial.resumeAt(job_.url));
     int failures = 0;
     Step step = Step::again;
     for (int attempts = 1; step != Step::done; ++attempts) {
-        step = attempt();
+        step = early_ ? takeOver() : attempt();
         if (step == Step::afresh) continue;
         if (step == Step::again) {
             failures = partial.size() > best_ ? 1 : failures + 1;
@@ -162,7 +208,21 @@ PatchDownload::Step PatchDownload::late() {
     return Step::failed;
 }
 
+/// The early attempt as the first one of a download that is asked for now.
+PatchDownload::Step PatchDownload::takeOver() {
+    const Step step = *std::exchange(early_, std::nullopt);
+    advance(partial_->size(), expected_);
+    if (step == Step::done && !roomFor(partial_->size())) return Step::failed;
+    return step;
+}
+
 PatchDownload::Step PatchDownload::attempt() {
+    const HttpResult result = client_->perform(request());
+    turn_.learn(result);
+    return judge(result);
+}
+
+HttpRequest PatchDownload::request() {
     expected_ = 0;
     afresh_ = false;
     problem_.clear();
@@ -182,9 +242,7 @@ PatchDownload::Step PatchDownload::attempt() {
     request.overdue = [this] { return isLate(); };
     request.onHead = [this](const HttpHead& head) { return takeHead(head); };
     request.onBody = [this](std::string_view piece) { return takeBody(piece); };
-    const HttpResult result = client_.perform(request);
-    turn_.learn(result);
-    return judge(result);
+    return request;
 }
 
 PatchDownload::Step PatchDownload::judge(const HttpResult& result) {
@@ -330,6 +388,7 @@ bool PatchDownload::roomFor(std::uint64_t total) {
                       std::to_string(room) + "; make room there");
     };
     if (!check(job_.partialDirectory, missing)) return false;
+    if (job_.destination.empty()) return true;  // it is not known yet
     return onOneFileSystem(job_.partialDirectory, job_.destination) || check(job_.destination, total);
 }
 

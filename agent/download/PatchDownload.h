@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -45,6 +46,9 @@ enum class DownloadResult { done, failed, interrupted };
 /// Fetches one archive to its partial file, resuming an earlier attempt, and moves it to its destination when
 /// it is complete. Failures are logged with their remedy; nothing is thrown. Interrupting the boost::thread
 /// that runs it ends it well within a second and keeps the partial file.
+///
+/// The first attempt may be made before anyone asks for the archive: then `beginEarly`, `takeEarly` and
+/// `adopt` come before `run`, or `abandon` in its place. One thread at a time, but for `done` and `total`.
 class PatchDownload {
   public:
     /// The client stays the caller's and must outlive the download.
@@ -55,11 +59,35 @@ class PatchDownload {
     /// one.
     bool mayAskAnother() const { return policy_.othersLeft && !failedHere_; }
 
+    /// For an early attempt: the job has neither rate nor destination yet.
+    PatchDownload(DownloadJob job, DownloadPolicy policy);
+    /// The request of the early attempt; the object must outlive it. Nothing when the whole download is for
+    /// `run`: a part is there, or the repository is not to be asked. Throws std::runtime_error.
+    std::optional<HttpRequest> beginEarly();
+    /// How that request ended; without this call, `run` goes on behind the bytes that came. Logs nothing.
+    /// False when the repository does not answer.
+    bool takeEarly(const HttpResult& result);
+    /// True when an attempt found something wrong with what came.
+    bool hasProblem() const { return !problem_.empty(); }
+    /// From now on it is the download of `job`; `othersLeft` as in the policy, `client` as in the
+    /// constructor. False for another archive or mirror.
+    bool adopt(DownloadJob job, bool othersLeft, HttpClient& client);
+    /// Where it is fetched from.
+    const std::string& url() const { return job_.url; }
+    /// Nobody asks for it: removes what came early.
+    void abandon();
+    /// The bytes so far, and in all; 0: not known. Any thread.
+    std::uint64_t done() const { return doneBytes_; }
+    std::uint64_t total() const { return totalBytes_; }
+
   private:
     enum class Step { done, again, afresh, failed, interrupted };
 
     DownloadResult fetchAndMove();
+    HttpRequest request();
     Step attempt();
+    Step takeOver();
+    void advance(std::uint64_t done, std::uint64_t total);
     Step judge(const HttpResult& result);
     Step judgeAnswer(const HttpHead& head);
     bool isLate() const;
@@ -82,10 +110,15 @@ class PatchDownload {
 
     DownloadJob job_;
     DownloadPolicy policy_;
-    HttpClient& client_;
+    HttpClient* client_;  ///< null during an early attempt
     RepositoryTurn turn_;
     std::optional<PartialFile> partial_;  ///< while running
     PatchPace pace_;
+    std::optional<Step> early_;  ///< how the early attempt ended
+    bool shown_ = false;         ///< someone waits for the download
+    bool fresh_ = false;         ///< the early attempt began the partial file
+    std::atomic<std::uint64_t> doneBytes_{0};
+    std::atomic<std::uint64_t> totalBytes_{0};
 
     Sha256 sha256_;               ///< of the bytes in the partial file, when the job has a digest
     std::uint64_t asked_ = 0;     ///< the offset that this attempt asked for

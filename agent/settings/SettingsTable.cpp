@@ -80,6 +80,10 @@ const std::vector<SettingEntry>& settingsTable() {
         {"Limits", "PatchMinutes", T::number, "10",
          "Time in minutes that the download of a patch may take beyond what its bytes take at that speed.",
          &S::patchMinutes},
+        {"Limits", "AheadMegabytes", T::number, "2048",
+         "Size in MiB that archives may have together which a run fetches before it needs them; 0 means that "
+         "it fetches none.",
+         &S::aheadMegabytes},
         {"Log", "File", T::path, "/var/log/zelor/remediation.log", "The log file.", &S::logFile},
         {"Log", "Level", T::level, "debug", "What goes to the log file: debug, info or error.", &S::logLevel},
     };

@@ -37,6 +37,7 @@ struct Settings {
     std::uint32_t contentSeconds = 0;     ///< 0: no limit
     std::uint32_t patchKiBPerSecond = 0;  ///< 0: no limit
     std::uint32_t patchMinutes = 0;
+    std::uint32_t aheadMegabytes = 0;  ///< 0: no archive is fetched ahead
     std::string logFile;
     LogLevel logLevel = LogLevel::debug;
 };

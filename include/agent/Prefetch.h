@@ -11,9 +11,10 @@
 
 namespace zelor::agent {
 
-/// Fetches the content of a run at once instead of file by file, for `RemediationManager::setAheadOfNeed`.
-/// What comes is handed to the content cache, which checks it when the run asks for it: results and log are
-/// those of a run without it. Any thread.
+/// Fetches what a run needs before it asks, for `RemediationManager::setAheadOfNeed`: all content at once
+/// instead of file by file, then the archives of patches, as far as `[Limits] AheadMegabytes` and the free
+/// space allow. What comes is handed to the content cache and to the downloader, which check it as ever when
+/// the run asks for it: results and log are those of a run without it. Any thread.
 class ZELOR_API Prefetch : public AheadOfNeed {
   public:
     /// For the agent installed in `installPath`, the manager's.
@@ -22,17 +23,30 @@ class ZELOR_API Prefetch : public AheadOfNeed {
     ~Prefetch() override;
 
     void contentNeeded(const std::vector<NeededContent>& content) override;
+    void archivesNeeded(const std::vector<NeededArchive>& archives) override;
     void notNeeded(const std::string& key) override;
     void cancelled() override;
     void ended() override;
 
   private:
+    /// Names by the keys of the requests that need them and are not cancelled.
+    class Wanted {
+      public:
+        void add(const std::string& key, const std::string& name);
+        /// The names that no other request needs.
+        std::vector<std::string> remove(const std::string& key);
+        bool has(const std::string& name) const { return requests_.count(name) != 0; }
+
+      private:
+        std::map<std::string, std::vector<std::string>> names_;
+        std::map<std::string, std::size_t> requests_;  ///< by name: how many need it
+    };
+
     std::string installPath_;
     std::mutex mutex_;
     // Guarded by the mutex.
-    std::map<std::string, std::string>
-        identifiers_;                              ///< by request key, of the requests that are not cancelled
-    std::map<std::string, std::size_t> requests_;  ///< by identifier: how many need it
+    Wanted identifiers_;
+    Wanted stems_;
 };
 
 }  // namespace zelor::agent

@@ -69,6 +69,7 @@ off_t InstalledRecord::readLines(int fd) {
 }
 
 void InstalledRecord::reportDamage() {
+    if (report_ == Report::nothing) return;
     if (!unfinished_.empty() && unfinished_ != reportedEnd_) {
         log::error("[Remediation Manager] The last line of ", path_, " has no end; it counts as it stands.");
     }
@@ -81,7 +82,7 @@ void InstalledRecord::reportDamage() {
 }
 
 void InstalledRecord::reportRefusal(const std::string& path, const std::string& problem) {
-    if (!problem.empty() && problem != reportedRefusal_) {
+    if (!problem.empty() && problem != reportedRefusal_ && report_ == Report::toLog) {
         log::error("[Remediation Manager] The record ", path, " is not used: ", problem,
                    "; until then all is applied again");
     }

@@ -16,7 +16,9 @@ namespace zelor::remediation {
 /// thread at a time.
 class InstalledRecord {
   public:
-    InstalledRecord() = default;
+    /// Whether `refresh` logs what it finds wrong.
+    enum class Report { toLog, nothing };
+    explicit InstalledRecord(Report report = Report::toLog) : report_(report) {}
     // A copy's lines would be in the texts of the other.
     InstalledRecord(InstalledRecord&&) = default;
     InstalledRecord& operator=(InstalledRecord&&) = default;
@@ -42,6 +44,7 @@ class InstalledRecord {
     void reportRefusal(const std::string& path, const std::string& problem);
     void takeAppended(const std::string& line);
 
+    Report report_;
     std::deque<std::string> texts_;               ///< what was read, and each line that was appended since
     std::unordered_set<std::string_view> lines_;  ///< in those texts
     std::string unfinished_;                      ///< a last line without its line end; it counts as a line

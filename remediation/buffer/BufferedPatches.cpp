@@ -10,6 +10,7 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <stdexcept>
 
 #include "base/Files.h"
@@ -35,6 +36,18 @@ std::string unzipDirectoryFile(const std::string& name) {
 
 std::string archiveOf(const std::string& patchName) {
     return BufferedPatches::archivePath(bufferedArchiveName(patchName));
+}
+
+/// Fails with the directory and the reason when other users can modify one of the buffer's directories.
+base::Check checkBufferDirectories() {
+    ConfigurationManager* configuration = ConfigurationManager::GetInstance("");
+    for (const std::string& directory :
+         {configuration->getUnzipFileFolder(), configuration->getBufferPatchesDir()}) {
+        if (directory.empty()) continue;
+        const base::Check own = base::checkDirectory(directory);
+        if (!own) return base::failure("The directory '" + directory + "' is refused: " + own.error().text);
+    }
+    return {};
 }
 
 [[noreturn]] void fail(const std::string& what) {
@@ -94,6 +107,16 @@ bool BufferedPatches::has(const std::string& patchName, const std::string& md5su
     return false;
 }
 
+std::function<bool(const std::string&, const std::string&)> BufferedPatches::lookAt(
+    const std::string& listPath) {
+    const auto list = std::make_shared<BufferedList>();
+    if (checkBufferDirectories()) list->read(listPath);
+    return [list](const std::string& patchName, const std::string& md5sum) {
+        boost::system::error_code error;
+        return hasBufferedLine(list->text(), patchName, md5sum) && fs::exists(archiveOf(patchName), error);
+    };
+}
+
 void BufferedPatches::add(const std::string& patchName, const std::string& md5sum,
                           const std::string& listPath) {
     if (!bufferDirectoriesAreOurs()) {
@@ -150,17 +173,9 @@ void BufferedPatches::discard(const std::string& patchName, const std::string& i
 }
 
 bool bufferDirectoriesAreOurs() {
-    ConfigurationManager* configuration = ConfigurationManager::GetInstance("");
-    for (const std::string& directory :
-         {configuration->getUnzipFileFolder(), configuration->getBufferPatchesDir()}) {
-        if (directory.empty()) continue;
-        const base::Check own = base::checkDirectory(directory);
-        if (own) continue;
-        log::error("[Remediation Manager] Buffered patches are not used. The directory '", directory,
-                   "' is refused: ", own.error().text);
-        return false;
-    }
-    return true;
+    const base::Check own = checkBufferDirectories();
+    if (!own) log::error("[Remediation Manager] Buffered patches are not used. ", own.error().text);
+    return static_cast<bool>(own);
 }
 
 }  // namespace zelor::remediation

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "remediation/buffer/BufferedList.h"
@@ -23,6 +24,10 @@ class BufferedPatches {
 
     /// True when the list at `listPath` has the patch with `md5sum`, and its archive exists.
     bool has(const std::string& patchName, const std::string& md5sum, const std::string& listPath);
+    /// Answers whether the list as it is now has a patch with that md5sum, and whether its archive exists;
+    /// logs nothing.
+    static std::function<bool(const std::string& patchName, const std::string& md5sum)> lookAt(
+        const std::string& listPath);
     /// Adds a buffered patch to the list, replacing older entries. A failure is logged and added to the call
     /// report.
     void add(const std::string& patchName, const std::string& md5sum, const std::string& listPath);

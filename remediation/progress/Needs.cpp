@@ -21,6 +21,10 @@ void Needs::content(const std::vector<NeededContent>& content) {
     notify([&](AheadOfNeed& receiver) { receiver.contentNeeded(content); });
 }
 
+void Needs::archives(const std::vector<NeededArchive>& archives) {
+    notify([&](AheadOfNeed& receiver) { receiver.archivesNeeded(archives); });
+}
+
 void Needs::notNeeded(const std::map<std::string, std::string>& keys) {
     notify([&](AheadOfNeed& receiver) {
         for (const auto& one : keys)

@@ -23,6 +23,7 @@ class Needs {
 
     /// As in AheadOfNeed.
     void content(const std::vector<NeededContent>& content);
+    void archives(const std::vector<NeededArchive>& archives);
     void notNeeded(const std::map<std::string, std::string>& keys);
     void cancelled();
     void ended();

@@ -61,6 +61,7 @@ TEST_F(AgentSettingsTest, EveryKeyHasItsDefaultBelowTheRoot) {
         {"Limits.ContentSeconds", "120"},
         {"Limits.PatchKiBPerSecond", "4"},
         {"Limits.PatchMinutes", "10"},
+        {"Limits.AheadMegabytes", "2048"},
         {"Log.File", root / "var/log/zelor/remediation.log"},
         {"Log.Level", "debug"},
     };

@@ -65,6 +65,16 @@ TEST_F(AheadOfNeedTest, ARunGivesTheSameAndAsksTheSameWithAndWithoutIt) {
          {"CCE-unsigned", "CCE-forged", "CCE-broken", "CCE-nowhere", "CCE/../1", "CCE-moved"})
         request(identifier);
     requests["cpe:/a:example:again"] = "CCE-10001";
+    // Archives: of another author, damaged, and with an end that comes too soon at first.
+    fixture.addContent("CCE-30000", "evil.sh");
+    fixture.addArchive("evil", ArchiveBuilder().file("evil.sh", "x").file("evil.sig", "x").finish());
+    fixture.addContent("CCE-30001", "damaged.sh");
+    fixture.addArchive("damaged", "PK");
+    fixture.addScript("CCE-30002", "cut", "exit 0\n");
+    for (const char* identifier : {"CCE-30000", "CCE-30001", "CCE-30002"})
+        request(identifier);
+    authoring::ServerFault cut;
+    cut.dropAfter = 100;
     fixture.addContent("CCE-unsigned", "a.sh");
     boost::filesystem::remove(fixture.dir / "repo/content/CCE-unsigned.xml.sig");
     fixture.addContent("CCE-forged", "a.sh");
@@ -80,6 +90,7 @@ TEST_F(AheadOfNeedTest, ARunGivesTheSameAndAsksTheSameWithAndWithoutIt) {
         fixture.clearFaults();
         for (int i = 0; i < times; ++i)
             fixture.addFault("CCE-moved", moved);
+        fixture.addFault("/cut.zip", cut);
     };
     const std::string a = fixture.dir / "opt-a";
     const std::string b = fixture.dir / "opt-b";
@@ -103,6 +114,38 @@ TEST_F(AheadOfNeedTest, ARunGivesTheSameAndAsksTheSameWithAndWithoutIt) {
         EXPECT_EQ(with.requests, without.requests) << round;
         EXPECT_GE(with.requests.size(), 50U) << round;
     }
+}
+
+TEST_F(AheadOfNeedTest, ArchivesComeWhileScriptsRunAndEachOnce) {
+    const std::string all = fixture.dir / "all-were-asked-for";
+    fixture.addScript("CCE-10000", "first",
+                      "for i in $(seq 200); do test -e '" + all + "' && exit 0; sleep .05; done; exit 1\n");
+    request("CCE-10000");
+    std::vector<std::string> expected = {"GET /patches/first.zip 200"};
+    for (int i = 1; i < 20; ++i) {
+        const std::string number = std::to_string(10000 + i);
+        fixture.addScript("CCE-" + number, "script-" + number, "exit 0\n");
+        request("CCE-" + number);
+        expected.push_back("GET /patches/script-" + number + ".zip 200");
+    }
+    boost::thread watcher([&] {
+        while (fixture.countAnswers("/patches/") < 20) {
+            boost::this_thread::interruption_point();
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        writeFile(all, "");
+    });
+    agent::Prefetch prefetch(fixture.dir / "opt");
+    Seen seen = run(fixture.dir / "opt", &prefetch, "");
+    watcher.interrupt();
+    watcher.join();
+    EXPECT_THAT(seen.values,
+                testing::Each(testing::Field(&std::pair<const std::string, unsigned long>::second, 4)));
+    const auto archive = [](const std::string& line) { return line.find("/patches/") == std::string::npos; };
+    seen.requests.erase(std::remove_if(seen.requests.begin(), seen.requests.end(), archive),
+                        seen.requests.end());
+    EXPECT_EQ(seen.requests, expected);
+    EXPECT_TRUE(boost::filesystem::is_empty(fixture.dir / "opt/partial"));
 }
 
 TEST_F(AheadOfNeedTest, ACancelEndsEveryTransferWithinASecond) {

@@ -1,14 +1,18 @@
 #pragma once
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "agent/ContentCacheControl.h"
+#include "agent/Prefetch.h"
 #include "authoring/serve/StaticServer.h"
 #include "base/SystemRoot.h"
 #include "remediation/RemediationManager.h"
@@ -77,6 +81,8 @@ class IntegrationFixture {
         RemediationManager manager(dir / "opt");
         manager.setContentDownloadDir(contentDir.empty() ? dir / "content" : contentDir);
         manager.setovalIdMap(requests);
+        ComeEarly ahead(*this);
+        if (early) manager.setAheadOfNeed(&ahead);
         manager.remediate(true);
         while (!manager.getRemDone())
             boost::this_thread::yield();
@@ -109,10 +115,32 @@ class IntegrationFixture {
         return count;
     }
 
+    bool early = false;         ///< a run begins when its first archives have come ahead
+    std::size_t cameEarly = 0;  ///< how many
     TempDir dir;
     SigningKey key = SigningKey::ec();
 
   private:
+    class ComeEarly : public agent::Prefetch {
+      public:
+        explicit ComeEarly(IntegrationFixture& fixture) : Prefetch(fixture.dir / "opt"), fixture_(fixture) {}
+        void archivesNeeded(const std::vector<NeededArchive>& archives) override {
+            const int before = fixture_.countAnswers("/patches/");
+            const int enough = static_cast<int>(std::min<std::size_t>(archives.size(), 40));
+            const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+            Prefetch::archivesNeeded(archives);
+            int came = 0;
+            while (came < enough && std::chrono::steady_clock::now() < end) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                came = fixture_.countAnswers("/patches/") - before;
+            }
+            fixture_.cameEarly += static_cast<std::size_t>(came);
+        }
+
+      private:
+        IntegrationFixture& fixture_;
+    };
+
     authoring::ServerFault faultFor(const authoring::ServerRequest& request) {
         const std::lock_guard<std::mutex> lock(mutex_);
         for (auto& [path, queue] : faults_) {

@@ -89,7 +89,7 @@ class SwapMatrix : public TrustMatrix {
     std::map<std::string, std::string> served;  ///< by stem: what the archive's digest in content is made of
 };
 
-TEST_F(SwapMatrix, NothingSignedForAnotherPlaceIsUsed) {
+TEST_P(SwapMatrix, NothingSignedForAnotherPlaceIsUsed) {
     const std::vector<Swap> all = swaps();
     for (const Swap& swap : all)
         fixture.addArchive(swap.stem(), swappedArchive(swap));
@@ -99,6 +99,8 @@ TEST_F(SwapMatrix, NothingSignedForAnotherPlaceIsUsed) {
     expectNothingHappened(all, runSwaps(all, false, true));
     expectNothingHappened(all, runSwaps(all, true, true));
     expectNothingHappened(all, runSwaps(all, true, false));
+
+    EXPECT_EQ(fixture.cameEarly >= all.size(), GetParam());
 
     // From the buffer, where no download is checked.
     std::string list;
@@ -116,7 +118,7 @@ TEST_F(SwapMatrix, NothingSignedForAnotherPlaceIsUsed) {
     EXPECT_EQ(fixture.record(), "");
 }
 
-TEST_F(SwapMatrix, WithoutDigestsTheOldWayHoldsUnlessTheyAreRequired) {
+TEST_P(SwapMatrix, WithoutDigestsTheOldWayHoldsUnlessTheyAreRequired) {
     const Swap swap{&kinds[0], &kinds[0], "file"};
     fixture.addArchive(swap.stem(), swappedArchive(swap));
     const std::string ini = fixture.dir / "etc/zelor/zelor.ini";
@@ -132,7 +134,7 @@ TEST_F(SwapMatrix, WithoutDigestsTheOldWayHoldsUnlessTheyAreRequired) {
     EXPECT_TRUE(fixture.logged("gives no digest of " + swap.stem() + ".zip"));
 }
 
-TEST_F(SwapMatrix, ContentIsForItsIdentifierAloneAndOneNameHasOneDigest) {
+TEST_P(SwapMatrix, ContentIsForItsIdentifierAloneAndOneNameHasOneDigest) {
     const Swap one{&kinds[0], &kinds[0], "file"}, other{&kinds[0], &kinds[1], "file"};
     for (const Swap& swap : {one, other}) {
         served[swap.stem()] = goodArchive(swap);
@@ -165,6 +167,8 @@ TEST_F(SwapMatrix, ContentIsForItsIdentifierAloneAndOneNameHasOneDigest) {
     EXPECT_TRUE(fixture.logged("give different digests of " + one.stem() + ".zip"));
     EXPECT_EQ(fixture.run(requests).at(one.key()), 4U);
 }
+
+INSTANTIATE_TEST_SUITE_P(AheadOfNeed, SwapMatrix, testing::Bool());
 
 }  // namespace
 }  // namespace zelor::test

@@ -114,9 +114,11 @@ inline std::string upperCased(std::string text) {
     return text;
 }
 
-class TrustMatrix : public testing::Test {
+/// The parameter: whether archives come before they are asked for.
+class TrustMatrix : public testing::TestWithParam<bool> {
   protected:
     TrustMatrix() {
+        fixture.early = GetParam();
         mac({"init", fixture.dir / "tools", "--root", fixture.dir.path().string(), "--os", "10.10.5"});
         setenv("PATH", (fixture.dir / "tools:" + getenv("PATH")).c_str(), 1);
         const std::string applications = fixture.dir / "Applications/";

@@ -5,7 +5,7 @@
 namespace zelor::test {
 namespace {
 
-TEST_F(TrustMatrix, OnlyAGoodArchiveWithAGoodSignatureIsRunOrCopied) {
+TEST_P(TrustMatrix, OnlyAGoodArchiveWithAGoodSignatureIsRunOrCopied) {
     std::vector<Cell> refused, accepted;
     for (Cell& cell : cells())
         (cell.accepted() ? accepted : refused).push_back(std::move(cell));
@@ -37,8 +37,11 @@ TEST_F(TrustMatrix, OnlyAGoodArchiveWithAGoodSignatureIsRunOrCopied) {
     }
     for (const auto& entry : fs::recursive_directory_iterator(fixture.dir.path()))
         EXPECT_EQ(entry.status().permissions() & 06000, 0) << entry.path() << " kept a set-id bit";
+    EXPECT_EQ(fixture.cameEarly >= 40, GetParam());
     std::printf("trust matrix: %zu tried, %d survived\n", refused.size() + accepted.size(), survived);
 }
+
+INSTANTIATE_TEST_SUITE_P(AheadOfNeed, TrustMatrix, testing::Bool());
 
 }  // namespace
 }  // namespace zelor::test

@@ -2,6 +2,7 @@
 
 #include "platform/macos/MacPatchManager.h"
 #include "remediation/apply/ConfigurationPhase.h"
+#include "remediation/apply/NeededArchives.h"
 #include "remediation/apply/OsUpdatePhase.h"
 #include "remediation/apply/ProductPhase.h"
 #include "tests/library/FakeAgent.h"
@@ -126,6 +127,34 @@ TEST(PhaseParts, LeaveTheRestWhenARequestOrTheRunIsCancelled) {
     ProductPhase(in.parts).install(patches);
     EXPECT_EQ(in.progress.copy(), (Map{{"single", 13}, {"first", 1}}));
     EXPECT_EQ(in.agent.calls, std::vector<std::string>{"download first"});
+}
+
+TEST(AheadOfNeedParts, NamesTheArchivesThatThePhasesWillAskForInTheirOrder) {
+    std::vector<remediateMetadata> configurations = {
+        rowOf("all", {{"E1", "a.sh"}, {"E2", "b.sh"}}),
+        rowOf("applied", {{"new", "x.sh"}, {"done", "x.sh"}}),
+        rowOf("cancelled", {{"E3", "x.sh"}}),
+        rowOf("ends", {{"E4", "c.sh"}, {"E5", "nodot"}, {"E6", "x.sh"}}),
+        rowOf("unsafe", {{"E7", "../x.sh"}, {"E8", "x.sh"}}),
+        rowOf("again", {{"E1", "a.sh"}})};
+    std::vector<remediateMetadata> patches = {rowOf("one will do", {{"P1", "d.pkg"}, {"P2", "x.pkg"}}),
+                                              rowOf("no content", {{"P3", "x.pkg"}}),
+                                              rowOf("not installable", {{"P4", "e.exe"}, {"P5", "f.dmg"}}),
+                                              rowOf("os", {{"P6", "x.pkg"}}, true),
+                                              rowOf("buffered", {{"P7", "kept.pkg"}}),
+                                              rowOf("unrecordable", {{"P\n", "g.pkg"}, {"Q", "h.pkg"}})};
+    patches[1].setCreEriDataPresent(false);
+    std::string named;
+    for (const NeededArchive& archive : neededArchives(
+             {patches, configurations}, {[](const std::string&eriId) { return eriId == "done"; },
+                                         [](const std::string&name, const std::string&md5) {
+                                             return name == "kept.pkg" && md5 == "0123";
+                                         },
+                                         [](const std::string&key) { return key == "cancelled"; }}))
+        named += archive.key + ":" + archive.stem + archive.extension + " ";
+    EXPECT_EQ(named,
+              "all:a.sh all:b.sh ends:c.sh one will do:d.pkg not installable:e.exe not installable:f.dmg "
+              "unrecordable:g.pkg unrecordable:h.pkg ");
 }
 
 }  // namespace

@@ -43,6 +43,11 @@ class RepositoryServer {
     }
     void behave() { onRequest(nullptr); }
 
+    /// How many requests there were since the last `takeLog`.
+    std::size_t answers() {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        return log_.size();
+    }
     /// The requests since the last call.
     std::vector<Line> takeLog() {
         const std::lock_guard<std::mutex> lock(mutex_);
