@@ -154,10 +154,15 @@ base::Check checkSettingsFiles(const Paths& paths) {
     const std::string ini = paths.settings->iniFile();
     if (const base::Check own = base::checkFile(ini); !own)
         return base::failure("the settings file " + ini + " is refused: " + own.error().text);
-    const std::string& key = paths.settings->values().trustedKey;
-    if (key.empty()) return {};
-    if (const base::Check own = base::checkFile(key); !own)
-        return base::failure("the trusted key " + key + " is refused: " + own.error().text);
+    const agent::Settings& settings = paths.settings->values();
+    for (const auto& [name, file] :
+         {std::pair<const char*, const std::string&>{"trusted key", settings.trustedKey},
+          {"CA file", settings.caFile}}) {
+        if (file.empty()) continue;
+        if (const base::Check own = base::checkFile(file); !own)
+            return base::failure("the " + std::string(name) + ' ' + file +
+                                 " is refused: " + own.error().text);
+    }
     return {};
 }
 
@@ -196,6 +201,7 @@ void checkContentDir(const Paths& paths) {
                                              settings.patchesDir,
                                              settings.logFile,
                                              settings.trustedKey,
+                                             settings.caFile,
                                              paths.installPath,
                                              underSystemRoot(kLogDirectory),
                                              underSystemRoot(kMountPoint),

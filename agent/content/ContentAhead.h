@@ -16,8 +16,9 @@
 namespace zelor::agent {
 
 /// The repository's answers about the content of many identifiers, asked for side by side before anyone wants
-/// them. It keeps them in bounded memory, unchecked, until they are taken. At the first sign of an outage it
-/// stops: who wants an answer then asks for itself. Any thread, but for `begin` and `join`.
+/// them. It keeps them in bounded memory, unchecked, until they are taken. When a mirror is down it goes on
+/// with the next one, and without one it stops: who wants an answer then asks for itself. Any thread, but for
+/// `begin` and `join`.
 class ContentAhead {
   public:
     /// The etag and the date that a mirror gave what is kept of an identifier's content; on a thread of its

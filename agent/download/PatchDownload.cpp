@@ -46,6 +46,7 @@ std::uint64_t contentLength(const HttpHead& head) {
 
 std::string remedyFor(long status) {
     if (status == 404 || status == 410) return "publish the archive in the repository";
+    if (status == 407) return "correct Proxy in section Network";
     if (status == 401 || status == 403) return "let the repository serve it without a login";
     return "look at the repository's own log";
 }

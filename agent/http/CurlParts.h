@@ -2,13 +2,17 @@
 
 #include <curl/curl.h>
 
+#include <algorithm>
 #include <memory>
 #include <new>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "agent/AgentSettings.h"
 #include "agent/http/HttpClient.h"
 #include "base/Deleter.h"
+#include "base/Strings.h"
 
 namespace zelor::agent {
 
@@ -26,6 +30,32 @@ inline HeaderList headerList(const std::vector<std::string>& headers) {
         list.reset(longer);
     }
     return list;
+}
+
+/// Sets an option. Throws std::runtime_error when libcurl does not know it or has no memory.
+template <class Value>
+void setOption(CURL* easy, CURLoption option, Value value) {
+    if (curl_easy_setopt(easy, option, value) != CURLE_OK) {
+        throw std::runtime_error("libcurl refuses option " + std::to_string(option));
+    }
+}
+
+/// Sets the proxy and the authorities. Throws as `setOption`.
+inline void setUpNetwork(CURL* easy, const Settings& settings) {
+    std::string direct = settings.noProxy;
+    std::replace_if(
+        direct.begin(), direct.end(), [](char c) { return c == ' ' || c == '\t'; }, ',');
+    // Where an empty text is not set, libcurl reads the environment.
+    setOption(easy, CURLOPT_PROXY, settings.proxy.c_str());
+    setOption(easy, CURLOPT_NOPROXY, direct.c_str());
+    setOption(easy, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+    if (settings.caFile.empty()) return;
+    setOption(easy, CURLOPT_CAINFO, settings.caFile.c_str());
+    // Not every TLS library knows directories of certificates.
+    (void)curl_easy_setopt(easy, CURLOPT_CAPATH, nullptr);
+    if (!base::hasBeginningInAnyCase(settings.proxy, "https:")) return;
+    setOption(easy, CURLOPT_PROXY_CAINFO, settings.caFile.c_str());
+    (void)curl_easy_setopt(easy, CURLOPT_PROXY_CAPATH, nullptr);
 }
 
 /// What the end of a transfer with that code means.

@@ -74,9 +74,9 @@ struct HttpResult {
 };
 
 /// Makes HTTP transfers one after the other and keeps its connections open in between. TLS certificates are
-/// verified; redirects to schemes other than http and https, and from https to http, are refused; proxies and
-/// other settings in the environment are ignored. One thread at a time; `perform` returns well within a
-/// second when its boost::thread is interrupted.
+/// verified; redirects to schemes other than http and https, and from https to http, are refused; the
+/// proxy and the authorities are those of the settings in force, and the environment is ignored. One thread
+/// at a time; `perform` returns well within a second when its boost::thread is interrupted.
 class HttpClient {
   public:
     HttpClient();

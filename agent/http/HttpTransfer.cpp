@@ -1,12 +1,14 @@
 #include "agent/http/HttpTransfer.h"
 
 #include <algorithm>
+#include <boost/algorithm/string/replace.hpp>
 #include <boost/thread/thread.hpp>
 #include <exception>
 #include <optional>
 #include <stdexcept>
 #include <thread>
 
+#include "agent/AgentSettings.h"
 #include "agent/http/CurlParts.h"
 #include "base/Strings.h"
 #include "remediation/Version.h"
@@ -39,13 +41,6 @@ int limitWindow(void* closure, curl_socket_t socket, curlsocktype /*purpose*/) {
     return CURL_SOCKOPT_OK;
 }
 
-template <class Value>
-void set(CURL* easy, CURLoption option, Value value) {
-    if (curl_easy_setopt(easy, option, value) != CURLE_OK) {
-        throw std::runtime_error("libcurl refuses option " + std::to_string(option));
-    }
-}
-
 /// One request and its answer, without redirects.
 class Transfer {
   public:
@@ -56,7 +51,7 @@ class Transfer {
           multi_(handles.multi.get()) {
         if (!owned_) throw std::bad_alloc();
         setUp(url);
-        if (amongOthers) set(easy_, CURLOPT_HTTP_VERSION, CURL_HTTP_VERSION_2TLS);
+        if (amongOthers) setOption(easy_, CURLOPT_HTTP_VERSION, CURL_HTTP_VERSION_2TLS);
         if (curl_multi_add_handle(multi_, easy_) != CURLM_OK)
             throw std::runtime_error("libcurl is out of memory");
     }
@@ -100,10 +95,12 @@ class Transfer {
     /// libcurl has ended it with that code.
     bool finish(HttpResult& result, CURLcode code) {
         if (discarding_ && code == CURLE_WRITE_ERROR) code = CURLE_OK;
-        return end(result, outcomeOf(code),
-                   code == CURLE_OK         ? ""
-                   : error_.front() == '\0' ? curl_easy_strerror(code)
-                                            : error_.data());
+        std::string error = code == CURLE_OK         ? ""
+                            : error_.front() == '\0' ? curl_easy_strerror(code)
+                                                     : error_.data();
+        // libcurl quotes a proxy's address that it cannot use.
+        if (!proxy_.empty()) boost::replace_all(error, proxy_, withoutCredentials(proxy_));
+        return end(result, outcomeOf(code), std::move(error));
     }
 
     /// Adds the head to the result of a transfer that is over. The target of a redirect, or "".
@@ -123,28 +120,31 @@ class Transfer {
 
   private:
     void setUp(const std::string& url) {
-        set(easy_, CURLOPT_URL, url.c_str());
-        set(easy_, CURLOPT_NOSIGNAL, 1L);
+        setOption(easy_, CURLOPT_URL, url.c_str());
+        setOption(easy_, CURLOPT_NOSIGNAL, 1L);
 #if LIBCURL_VERSION_NUM >= 0x075500
-        set(easy_, CURLOPT_PROTOCOLS_STR, "http,https");
+        setOption(easy_, CURLOPT_PROTOCOLS_STR, "http,https");
 #else
-        set(easy_, CURLOPT_PROTOCOLS, CURLPROTO_HTTP | CURLPROTO_HTTPS);
+        setOption(easy_, CURLOPT_PROTOCOLS, CURLPROTO_HTTP | CURLPROTO_HTTPS);
 #endif
-        set(easy_, CURLOPT_HTTP_VERSION, CURL_HTTP_VERSION_1_1);
-        set(easy_, CURLOPT_SSL_VERIFYPEER, 1L);
-        set(easy_, CURLOPT_SSL_VERIFYHOST, 2L);
-        set(easy_, CURLOPT_SSLVERSION, CURL_SSLVERSION_TLSv1_2);
-        set(easy_, CURLOPT_PROXY, "");
-        set(easy_, CURLOPT_USERAGENT, "zelor-agent/" ZELOR_VERSION_STRING);
-        set(easy_, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(request_.limits.connectTimeout.count()));
-        set(easy_, CURLOPT_ERRORBUFFER, error_.data());
-        set(easy_, CURLOPT_HTTPHEADER, headers_.get());
-        set(easy_, CURLOPT_HEADERFUNCTION, &Transfer::onHeader);
-        set(easy_, CURLOPT_HEADERDATA, this);
-        set(easy_, CURLOPT_WRITEFUNCTION, &Transfer::onBody);
-        set(easy_, CURLOPT_WRITEDATA, this);
+        setOption(easy_, CURLOPT_HTTP_VERSION, CURL_HTTP_VERSION_1_1);
+        setOption(easy_, CURLOPT_SSL_VERIFYPEER, 1L);
+        setOption(easy_, CURLOPT_SSL_VERIFYHOST, 2L);
+        setOption(easy_, CURLOPT_SSLVERSION, CURL_SSLVERSION_TLSv1_2);
+        const auto settings = AgentSettings::currentUnreported();
+        proxy_ = settings->values().proxy;
+        setUpNetwork(easy_, settings->values());
+        setOption(easy_, CURLOPT_USERAGENT, "zelor-agent/" ZELOR_VERSION_STRING);
+        setOption(easy_, CURLOPT_CONNECTTIMEOUT_MS,
+                  static_cast<long>(request_.limits.connectTimeout.count()));
+        setOption(easy_, CURLOPT_ERRORBUFFER, error_.data());
+        setOption(easy_, CURLOPT_HTTPHEADER, headers_.get());
+        setOption(easy_, CURLOPT_HEADERFUNCTION, &Transfer::onHeader);
+        setOption(easy_, CURLOPT_HEADERDATA, this);
+        setOption(easy_, CURLOPT_WRITEFUNCTION, &Transfer::onBody);
+        setOption(easy_, CURLOPT_WRITEDATA, this);
 #if LIBCURL_VERSION_NUM >= 0x075700
-        set(easy_, CURLOPT_QUICK_EXIT, 1L);  // an interruption must not wait for a slow name server
+        setOption(easy_, CURLOPT_QUICK_EXIT, 1L);  // an interruption must not wait for a slow name server
 #endif
         setUpRate();
     }
@@ -152,19 +152,19 @@ class Transfer {
     void setUpRate() {
         const std::uint64_t rate = request_.bytesPerSecond;
         if (rate == 0) {
-            set(easy_, CURLOPT_BUFFERSIZE, kLargestBuffer);
+            setOption(easy_, CURLOPT_BUFFERSIZE, kLargestBuffer);
             return;
         }
         const std::uint64_t buffer =
             std::clamp<std::uint64_t>(rate / kReadsPerSecond, kLeastBuffer, kLargestBuffer);
-        set(easy_, CURLOPT_BUFFERSIZE, static_cast<long>(buffer));
+        setOption(easy_, CURLOPT_BUFFERSIZE, static_cast<long>(buffer));
         window_ = static_cast<int>(
             std::clamp<std::uint64_t>(rate / kWindowsPerSecond, kLeastWindow, 4 * kLargestBuffer));
-        set(easy_, CURLOPT_SOCKOPTFUNCTION, &limitWindow);
-        set(easy_, CURLOPT_SOCKOPTDATA, &window_);
+        setOption(easy_, CURLOPT_SOCKOPTFUNCTION, &limitWindow);
+        setOption(easy_, CURLOPT_SOCKOPTDATA, &window_);
         // The window is set when the connection is made, and would be wrong for any other transfer.
-        set(easy_, CURLOPT_FRESH_CONNECT, 1L);
-        set(easy_, CURLOPT_FORBID_REUSE, 1L);
+        setOption(easy_, CURLOPT_FRESH_CONNECT, 1L);
+        setOption(easy_, CURLOPT_FORBID_REUSE, 1L);
     }
 
     /// True when the transfer is over.
@@ -300,6 +300,7 @@ class Transfer {
     RatePacer pacer_;
     std::vector<char> error_ = std::vector<char>(CURL_ERROR_SIZE);
     int window_ = 0;
+    std::string proxy_;
     CURLM* multi_;
     // Not reused: libcurl before 8.0 follows a pointer into the handle's previous answer when the next one
     // begins with a folded header.

@@ -116,7 +116,9 @@ void AgentSettings::take(const SettingEntry& known, std::string value) {
     const base::Check usable = value.empty() ? base::Check() : checkValue(known.type, value);
     if (!usable) {
         std::string line = "[AgentSettings] " + iniFile_ + ": " + known.name();
-        line.append(" = \"").append(value).append("\" ").append(usable.error().text);
+        // A proxy's address may have a password.
+        if (known.type != SettingType::proxy) line.append(" = \"").append(value).append("\"");
+        line.append(" ").append(usable.error().text);
         line.append("; taking the default \"").append(known.fallback).append("\"");
         // The log works at any level, so this is only a warning.
         (known.type == SettingType::level ? warnings_ : problems_).push_back(line);

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <boost/algorithm/string/predicate.hpp>
+#include <cctype>
+#include <cstring>
 
 #include "base/Strings.h"
 #include "base/SystemRoot.h"
@@ -24,6 +26,19 @@ std::string belowRoot(const std::string& path) {
     return underSystemRoot(stripped.empty() ? "/" : stripped);
 }
 
+base::Check checkProxy(const std::string& value) {
+    if (value == "system")
+        return base::failure(
+            "asks for the system's own setting, which is not read; name the proxy's address");
+    const bool http = boost::istarts_with(value, "http://") || boost::istarts_with(value, "https://");
+    const std::string rest = http ? value.substr(value.find("://") + 3) : "";
+    const std::string host = rest.substr(rest.find('@') == std::string::npos ? 0 : rest.rfind('@') + 1);
+    if (host.empty() || host.front() == ':' || rest.find_first_of("/?# ") != std::string::npos ||
+        base::hasControlCharacter(value))
+        return base::failure("is not the address of a proxy, such as http://proxy.example.com:3128");
+    return {};
+}
+
 LogLevel levelOf(const std::string& value) {
     if (value == "info") return LogLevel::info;
     return value == "error" ? LogLevel::error : LogLevel::debug;
@@ -40,7 +55,9 @@ const std::vector<SettingEntry>& settingsTable() {
          "Name of the operating-system profile that the scanner works with.", &S::profileId},
         {"ScanManager", "InstallPath", T::path, "/opt/zelor", "The agent's install directory.",
          &S::installPath},
-        {"Repository", "Url", T::text, "", "Base address of the remediation repository, a static web server, or several, separated by blanks or commas.",
+        {"Repository", "Url", T::text, "",
+         "Base address of the remediation repository, a static web server, or several, separated by blanks "
+         "or commas.",
          &S::repositoryUrl},
         {"Repository", "TrustedKey", T::path, "",
          "PEM file with the public key or certificate that signatures are checked against.", &S::trustedKey},
@@ -49,6 +66,17 @@ const std::vector<SettingEntry>& settingsTable() {
          "true "
          "or false.",
          &S::requireDigests},
+        {"Network", "Proxy", T::proxy, "",
+         "Address of the web proxy that the repository is asked through, http://host:port or "
+         "https://host:port.",
+         &S::proxy},
+        {"Network", "NoProxy", T::hosts, "",
+         "Hosts that are asked without the proxy: names and addresses, separated by blanks or commas.",
+         &S::noProxy},
+        {"Network", "CaFile", T::path, "",
+         "PEM file with the certificates of the authorities that may vouch for a server, instead of the "
+         "system's.",
+         &S::caFile},
         {"Buffer", "UnzipFolder", T::path, "/var/zelor/unzip",
          "Directory that holds the list of buffered patches.", &S::unzipDirectory},
         {"Buffer", "PatchesDir", T::path, "/var/zelor/buffer", "Directory that holds the buffered archives.",
@@ -101,6 +129,14 @@ base::Check checkValue(SettingType type, const std::string& value) {
     if (type == SettingType::level) {
         const bool known = value == "debug" || value == "info" || value == "error";
         if (!known) return base::failure("is not debug, info or error");
+    }
+    if (type == SettingType::proxy) return checkProxy(value);
+    if (type == SettingType::hosts) {
+        const auto isBad = [](unsigned char c) {
+            return std::isalnum(c) == 0 && std::strchr(" ,\t.-_:[]*", c) == nullptr;
+        };
+        if (std::any_of(value.begin(), value.end(), isBad))
+            return base::failure("is not a list of host names and addresses");
     }
     if (type == SettingType::path) {
         if (value.front() != '/') return base::failure("is not an absolute path");

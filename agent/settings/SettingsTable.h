@@ -12,8 +12,9 @@
 /// documentation and the fuzz target use it.
 namespace zelor::agent {
 
-/// What a setting's text must be: anything, an absolute path, a decimal number, true or false, a log level.
-enum class SettingType { text, path, number, flag, level };
+/// What a setting's text must be: anything, an absolute path, a decimal number, true or false, a log level,
+/// the address of a proxy, a list of hosts.
+enum class SettingType { text, path, number, flag, level, proxy, hosts };
 
 /// One setting that the ini file may hold.
 struct SettingEntry {

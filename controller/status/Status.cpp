@@ -5,6 +5,7 @@
 #include <set>
 #include <sstream>
 
+#include "agent/http/HttpClient.h"
 #include "agent/http/RepositoryUrl.h"
 #include "base/CommandRunner.h"
 #include "base/Files.h"
@@ -114,6 +115,7 @@ Status gatherStatus(const Paths& paths) {
     status.settings = paths.settings->all();
     for (agent::Setting& setting : status.settings) {
         if (setting.key == "Repository.Url") setting.value = agent::shownAddresses(setting.value);
+        if (setting.key == "Network.Proxy") setting.value = agent::withoutCredentials(setting.value);
     }
     status.problems = paths.settings->problems();
     const auto& warnings = paths.settings->warnings();

@@ -26,6 +26,9 @@ struct Settings {
     std::string repositoryUrl;  ///< one or more, as in the file; "" when it names none
     std::string trustedKey;     ///< "" when the file names none
     bool requireDigests = false;
+    std::string proxy;    ///< with its credentials, "" for none
+    std::string noProxy;  ///< as in the file
+    std::string caFile;   ///< "" for the system's
     std::string unzipDirectory;
     std::string patchesDir;
     std::uint32_t patchesDirSizeMB = 0;

@@ -50,6 +50,9 @@ TEST_F(AgentSettingsTest, EveryKeyHasItsDefaultBelowTheRoot) {
         {"Repository.Url", ""},
         {"Repository.TrustedKey", ""},
         {"Repository.RequireDigests", "false"},
+        {"Network.Proxy", ""},
+        {"Network.NoProxy", ""},
+        {"Network.CaFile", ""},
         {"Buffer.UnzipFolder", root / "var/zelor/unzip"},
         {"Buffer.PatchesDir", root / "var/zelor/buffer"},
         {"Buffer.PatchesDirSizeMB", "2000"},
@@ -117,13 +120,26 @@ TEST_F(AgentSettingsTest, UnusableFilesGiveAllDefaultsAndOneProblem) {
 TEST_F(AgentSettingsTest, UnusableValuesGiveTheDefaultOfTheirKey) {
     const auto settings = AgentSettings::load(
         ini("[Buffer]\nSpeedPercent = a lot\nPatchesDirSizeMB = 7\nUnzipFolder = relative\n"
-            "PatchesDir = /var/../../up\n[Limits]\nCommandMinutes = -1\n"));
+            "PatchesDir = /var/../../up\n[Limits]\nCommandMinutes = -1\n[Network]\nNoProxy = 10.0.0.0/8\n"));
     EXPECT_EQ(valueOf(*settings, "Buffer.SpeedPercent"), "25");
     EXPECT_EQ(valueOf(*settings, "Buffer.PatchesDirSizeMB"), "7");
     EXPECT_EQ(valueOf(*settings, "Buffer.UnzipFolder"), root / "var/zelor/unzip");
     EXPECT_EQ(valueOf(*settings, "Buffer.PatchesDir"), root / "var/zelor/buffer");
     EXPECT_EQ(valueOf(*settings, "Limits.CommandMinutes"), "0");
+    EXPECT_THAT(settings->problems(),
+                testing::Contains(HasSubstr("Network.NoProxy = \"10.0.0.0/8\" is not")));
     EXPECT_THAT(problemsOf(*settings), HasSubstr("Buffer.SpeedPercent = \"a lot\""));
+    for (const char* proxy :
+         {"system", "user:secret@proxy:3128", "http://user:secret@", "http://p:1/x", "socks5://user:secret@p",
+          "http://user:secret/x@p", "http://user:secret@:3128", "http:// p"}) {
+        const auto refused = AgentSettings::load(ini("[Network]\nProxy = " + std::string(proxy) + "\n"));
+        EXPECT_EQ(refused->values().proxy, "") << proxy;
+        EXPECT_THAT(problemsOf(*refused),
+                    testing::AllOf(HasSubstr("Network.Proxy "), Not(HasSubstr("secret"))));
+    }
+    for (const char* proxy : {"http://p", "https://p:3128", "HTTP://us%40er:p@[::1]:3128"})
+        EXPECT_EQ(AgentSettings::load(ini("[Network]\nProxy = " + std::string(proxy) + "\n"))->values().proxy,
+                  proxy);
 }
 
 TEST_F(AgentSettingsTest, UnknownNamesAreReportedWithTheNearestKnownOne) {

@@ -12,6 +12,7 @@
 #include <string>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "base/Files.h"
 
@@ -46,6 +47,12 @@ class RawServer {
         answers_ = std::move(answers);
     }
 
+    /// The requests since the last call, with their headers.
+    std::vector<std::string> takeAsked() {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        return std::exchange(asked_, {});
+    }
+
   private:
     sockaddr* any() { return reinterpret_cast<sockaddr*>(&address_); }
 
@@ -58,6 +65,10 @@ class RawServer {
             for (ssize_t got = 1; got > 0 && asked.find("\r\n\r\n") == std::string::npos;) {
                 got = read(peer.get(), piece, sizeof piece);
                 if (got > 0) asked.append(piece, static_cast<std::size_t>(got));
+            }
+            {
+                const std::lock_guard<std::mutex> lock(mutex_);
+                asked_.push_back(std::move(asked));
             }
             (void)base::writeAll(peer.get(), next());
         }
@@ -74,6 +85,7 @@ class RawServer {
     sockaddr_in address_{};
     std::mutex mutex_;
     std::deque<std::string> answers_;
+    std::vector<std::string> asked_;
     std::atomic<bool> stopping_{false};
     std::thread thread_;
 };
