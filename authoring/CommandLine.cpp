@@ -130,14 +130,17 @@ void addKeygen(CLI::App& app, KeygenOptions& options, Action& action) {
 }
 
 CLI::Option* addMetadataKeys(CLI::App& command, std::string& keys, std::vector<std::string>& expires) {
+    CLI::Option* option = command
+                              .add_option("--metadata-keys", keys,
+                                          "Directory with the private keys that sign metadata (ROLE.key)")
+                              ->type_name("DIR");
     command
         .add_option("--expires", expires,
                     "Days for which new files of a role are good, such as timestamp=7; may be repeated")
         ->type_name("ROLE=DAYS")
-        ->allow_extra_args(false);
-    return command
-        .add_option("--metadata-keys", keys, "Directory with the private keys that sign metadata (ROLE.key)")
-        ->type_name("DIR");
+        ->allow_extra_args(false)
+        ->needs(option);
+    return option;
 }
 
 void addRefresh(CLI::App& app, RefreshOptions& options, Action& action) {

@@ -123,13 +123,8 @@ class MetadataCheck {
         const auto target = client_.find(path);
         if (!target) return error(path, target.error().text, kPublish);
         if (!*target) return error(path, "the metadata does not list it, so agents do not see it", kPublish);
-        const trust::TargetFile& listed = **target;
-        if (const auto same = trust::checkBytes(read(path), listed.length, listed.digests); !same)
-            return error(path, "the metadata lists another file: " + same.error().text, kPublish);
-        const std::string served = client_.downloadPath(listed);
-        if (const auto same = trust::checkBytes(read(served), listed.length, listed.digests); !same)
-            error(served, "agents ask for " + path + " by this name, and it is missing or another file",
-                  kPublish);
+        if (const auto same = trust::checkBytes(read(path), (*target)->length, (*target)->digests); !same)
+            error(path, "the metadata lists another file: " + same.error().text, kPublish);
     }
 
     void checkListed(const std::set<std::string>& paths) {
@@ -137,6 +132,10 @@ class MetadataCheck {
         if (!writer) return error("metadata", writer.error().text, kPublish);
         for (const auto& [path, file] : writer->targets()) {
             if (paths.count(path) == 0) error(path, "the metadata lists it, and it is missing", kPublish);
+            const std::string served = client_.downloadPath(file);
+            if (!trust::checkBytes(read(served), file.length, file.digests))
+                error(served, "agents ask for " + path + " by this name, and it is missing or another file",
+                      kPublish);
         }
     }
 

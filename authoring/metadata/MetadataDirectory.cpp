@@ -140,7 +140,9 @@ void MetadataDirectory::writeRoot(std::int64_t version, const std::string& bytes
 
 std::size_t MetadataDirectory::removeSuperseded(trust::Time now) const {
     std::map<std::string, std::set<std::int64_t>> versions;
+    std::vector<fs::path> leftovers;
     for (fs::directory_iterator it(directory_), end; it != end; ++it) {
+        if (base::isStagedName(it->path().filename().string())) leftovers.push_back(it->path());
         const VersionedName name = versionedName(it->path().filename().string());
         if (name.version != 0 && name.role != trust::kRootRole) versions[name.role].insert(name.version);
     }
@@ -159,13 +161,12 @@ std::size_t MetadataDirectory::removeSuperseded(trust::Time now) const {
             }
         }
     }
-    std::vector<fs::path> unlisted;
     boost::system::error_code none;
     for (fs::directory_iterator it(repository_ + "/content", none), end; it != end; ++it) {
         const std::string name = it->path().filename().string();
-        if (isNamedByDigest(name) && listed.count("content/" + name) == 0) unlisted.push_back(it->path());
+        if (isNamedByDigest(name) && listed.count("content/" + name) == 0) leftovers.push_back(it->path());
     }
-    for (const fs::path& file : unlisted)
+    for (const fs::path& file : leftovers)
         removed += fs::remove(file) ? 1 : 0;
     return removed;
 }

@@ -29,8 +29,9 @@ class MetadataDirectory {
     /// Puts a root in place.
     void writeRoot(std::int64_t version, const std::string& bytes) const;
 
-    /// Removes files that were replaced more than a day before `now`, and the content files named by digest
-    /// that no file here lists any more. Roots stay. Returns how many were removed.
+    /// Removes files that were replaced more than a day before `now`, content files named by digest that no
+    /// file here lists any more, and what interrupted commands left here. Roots stay. Returns how many were
+    /// removed.
     std::size_t removeSuperseded(trust::Time now) const;
 
   private:

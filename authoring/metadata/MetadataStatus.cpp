@@ -78,4 +78,14 @@ std::string attention(const RoleReport& role, trust::Time now, trust::Time withi
     return what.empty() ? "" : role.role + what + "; " + remedyOf(role.role);
 }
 
+std::string expiryWarnings(const MetadataDirectory& directory, trust::Time now) {
+    std::string lines;
+    for (const RoleReport& role : metadataStatus(directory)) {
+        if (role.role == trust::kTimestampRole || role.role == trust::kSnapshotRole) continue;
+        const std::string problem = attention(role, now, -1);
+        if (!problem.empty()) lines += "zelor-content: warning: " + problem + '\n';
+    }
+    return lines;
+}
+
 }  // namespace zelor::authoring

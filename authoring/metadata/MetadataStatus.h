@@ -26,4 +26,7 @@ std::vector<RoleReport> metadataStatus(const MetadataDirectory& directory);
 /// before its expiry a role needs attention; negative: as long as is usual for the role.
 std::string attention(const RoleReport& role, trust::Time now, trust::Time within);
 
+/// A line for each role that needs attention at `now` and that refresh cannot sign: root, targets and bins.
+std::string expiryWarnings(const MetadataDirectory& directory, trust::Time now);
+
 }  // namespace zelor::authoring

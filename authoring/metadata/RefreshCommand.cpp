@@ -3,6 +3,7 @@
 #include "authoring/Commands.h"
 #include "authoring/UsageError.h"
 #include "authoring/metadata/MetadataPublisher.h"
+#include "authoring/metadata/MetadataStatus.h"
 #include "authoring/publish/RepositoryLock.h"
 
 namespace zelor::authoring {
@@ -24,6 +25,7 @@ int runRefresh(const RefreshOptions& options) {
     for (const std::string& role : writer->overdue())
         std::cerr << "zelor-content: the " << role
                   << " is due to be signed, and its key is not at hand; refresh with it before it expires\n";
+    std::cerr << expiryWarnings(directory, settings.now);
     return exitStatus::kGood;
 }
 

@@ -6,6 +6,7 @@
 #include "authoring/Commands.h"
 #include "authoring/UsageError.h"
 #include "authoring/metadata/MetadataPublisher.h"
+#include "authoring/metadata/RootChanges.h"
 #include "authoring/publish/RepositoryLock.h"
 #include "base/Files.h"
 #include "base/StagedFile.h"
@@ -52,7 +53,7 @@ class Rotation {
         : options_(options),
           directory_(options.repository),
           settings_(writerOptions({options.metadataKeys, lifetimesOf(options.expires)})),
-          pending_(options.repository + "/.zelor-content-root.json") {
+          pending_(pendingRootFile(options.repository)) {
         if (!directory_.exists())
             throw UsageError(options.repository +
                              " has no metadata; zelor-content publish --metadata-keys writes it");
@@ -62,10 +63,10 @@ class Rotation {
 
     int run() {
         const std::string next = options_.sign ? signedPending() : changed();
+        std::cout << "The change of the root:\n" << rootChanges(contentOf(old_), contentOf(next));
         if (const auto complete = trust::requireNextRoot(old_, next); !complete) {
             base::replaceFile(pending_, next);
-            std::cout << "The change waits for signatures in " << pending_ << ": " << complete.error().text
-                      << "\n"
+            std::cout << "It waits for signatures in " << pending_ << ":\n"
                       << whoCanSign(next) << "Each of them runs: zelor-content rotate " << options_.repository
                       << " --sign --metadata-keys DIR\n";
             return exitStatus::kGood;

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <boost/filesystem.hpp>
 #include <ctime>
 #include <iomanip>
 #include <iostream>
@@ -8,18 +9,33 @@
 #include "authoring/UsageError.h"
 #include "authoring/metadata/MetadataKeys.h"
 #include "authoring/metadata/MetadataStatus.h"
+#include "authoring/metadata/RootChanges.h"
+#include "base/Files.h"
 
 namespace zelor::authoring {
 
 namespace {
 
 constexpr trust::Time kDay = 86'400;
+constexpr std::size_t kRootLimit = 512U << 10U;
 
 std::string signersText(const RoleReport& role, const std::set<std::string>& here) {
     std::string text = std::to_string(role.threshold) + " of";
     for (std::size_t i = 0; i < role.ids.size(); ++i)
         text += (i == 0 ? " " : ", ") + role.labels[i] + (here.count(role.ids[i]) != 0 ? " [here]" : "");
     return text;
+}
+
+/// The change of the root that waits, so that its signers see what they sign; "" when none does.
+std::string pendingText(const std::string& repository, const MetadataDirectory& directory) {
+    const std::string path = pendingRootFile(repository);
+    if (!boost::filesystem::exists(path)) return "";
+    const auto next = trust::readSignedFile(base::readBounded(path, kRootLimit), kRootLimit),
+               now = trust::readSignedFile(directory.root(directory.newestRoot()), kRootLimit);
+    if (!now || !next || !trust::readRoot(now->content) || !trust::readRoot(next->content))
+        return path + " cannot be read; remove it, and begin the change again\n";
+    return "A change of the root waits for signatures (zelor-content rotate --sign):\n" +
+           rootChanges(now->content, next->content);
 }
 
 }  // namespace
@@ -46,7 +62,7 @@ int runStatus(const StatusOptions& options) {
         good = false;
         lines += problem + '\n';
     }
-    std::cout << lines;
+    std::cout << lines << pendingText(options.repository, directory);
     if (!good) return exitStatus::kFailed;
     return exitStatus::kGood;
 }

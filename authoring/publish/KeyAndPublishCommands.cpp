@@ -1,11 +1,13 @@
 #include <algorithm>
 #include <boost/filesystem/operations.hpp>
+#include <ctime>
 #include <iostream>
 
 #include "authoring/Commands.h"
 #include "authoring/UsageError.h"
 #include "authoring/manifest/ManifestFile.h"
 #include "authoring/metadata/MetadataKeys.h"
+#include "authoring/metadata/MetadataStatus.h"
 #include "authoring/publish/Publisher.h"
 #include "authoring/publish/SigningKey.h"
 
@@ -64,6 +66,7 @@ int runPublish(const PublishOptions& options) {
               << written(amount(summary.patches, "patch", "patches"), summary.patchesWritten,
                          summary.patchesRemoved, " removed")
               << '\n';
+    if (publication.metadata) std::cerr << expiryWarnings(MetadataDirectory(options.out), std::time(nullptr));
     return exitStatus::kGood;
 }
 

@@ -1,9 +1,10 @@
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <ctime>
+#include <random>
 
-#include "authoring/metadata/MetadataDirectory.h"
-#include "authoring/metadata/MetadataStatus.h"
+#include "authoring/metadata/MetadataCheck.h"
 #include "authoring/serve/HttpConditions.h"
 #include "tools/AuthoringFixture.h"
 #include "trust/Digests.h"
@@ -38,6 +39,10 @@ struct MetadataTest : test::Authoring {
     std::string digestName(const std::string& name) const {
         return repository + "/content/" +
                *trust::digestOf("sha256", readFile(repository + "/content/" + name)) + "." + name;
+    }
+    static ino_t inodeOf(const std::string& path) {
+        struct stat status {};
+        return ::stat(path.c_str(), &status) == 0 ? status.st_ino : 0;
     }
     /// Makes a file look as if it had been written so many hours ago.
     static void age(const std::string& path, int hours) {
@@ -77,6 +82,44 @@ TEST_F(MetadataTest, PublicationsAreListedAndKeepWhatAgentsMayStillAskFor) {
     EXPECT_THAT(plain.err, HasSubstr("--metadata-keys"));
 }
 
+TEST_F(MetadataTest, KilledAtAnyTimeEverythingListedIsThere) {
+    ASSERT_EQ(publishSigned(manifest).status, 0);
+    std::minstd_rand random(3);
+    int killed = 0;
+    for (unsigned round = 0; round < 10; ++round) {
+        const std::string option = "tool -" + std::to_string(round);
+        std::string json =
+            R"([{"identifier": "CVE-1", "product": "cpe:/a:x:one", "file": "image.dmg", "silent": ")" +
+            option + "\"}";
+        for (unsigned i = 2; i < 20 + round % 2; ++i)
+            json += ", {\"identifier\": \"CVE-" + std::to_string(i) +
+                    R"(", "platform": "cpe:/o:apple:mac_os_x", "instructions": "OS Remediation )" + option +
+                    "\"}";
+        writeFile(source + "/manifest.json", json + "]");
+        test::ToolProcess tool({"publish", source + "/manifest.json", "--key", privateKey, "--out",
+                                repository, "--metadata-keys", keys},
+                               dir / "errors");
+        // As soon as the publication counts, or at a random time after the last content is prepared.
+        const auto before = inodeOf(metadata + "/timestamp.json");
+        if (round % 2 == 0) {
+            while (inodeOf(metadata + "/timestamp.json") == before && !tool.ended()) {
+            }
+        } else {
+            for (std::string line = tool.line(); !line.empty() && line != "wrote content/CVE-19.xml";)
+                line = tool.line();
+            ::usleep(static_cast<useconds_t>(random() % 100'000));
+        }
+        const int status = tool.end(SIGKILL);  // the macro takes its address on macOS
+        killed += WIFSIGNALED(status) ? 1 : 0;
+        for (const Finding& finding : metadataFindings(repository, std::time(nullptr)))
+            EXPECT_THAT(finding.what, Not(testing::ContainsRegex("agents refuse|agents ask")))
+                << finding.place << " in round " << round;
+    }
+    EXPECT_GT(killed, 0);
+    ASSERT_EQ(publishSigned(manifest).status, 0);
+    EXPECT_EQ(metadataFindings(repository, std::time(nullptr)).size(), 0U);
+}
+
 TEST_F(MetadataTest, ListsOnlyWhatTheKeyOfTheContentSigned) {
     ASSERT_EQ(publishSigned(manifest).status, 0);
     writeFile(repository + "/content/CVE-9.xml", "<planted/>");
@@ -104,13 +147,14 @@ TEST_F(MetadataTest, RefreshNeedsTheTimestampKeyAlone) {
     EXPECT_THAT(status.out, HasSubstr("timestamp expires in "));
     EXPECT_THAT(lineOf(status.out, "timestamp"), HasSubstr("[here]"));
     EXPECT_THAT(lineOf(status.out, "snapshot"), Not(HasSubstr("[here]")));
-    EXPECT_EQ(run("refresh").status, 0);
+    EXPECT_EQ(run("refresh").err, "");
     EXPECT_EQ(run("status").status, 0);
     EXPECT_EQ(run("status", {"--within", "20"}).status, 1);
     const ToolRun unable = publishSigned(manifest);
     EXPECT_EQ(unable.status, 2);
     EXPECT_THAT(unable.err, HasSubstr("targets needs 1 of its keys"));
     EXPECT_EQ(run("refresh", {"--expires", "timestamp=0"}).status, 2);
+    EXPECT_EQ(publish(manifest, {"--expires", "timestamp=1"}).status, 2);
 }
 
 TEST_F(MetadataTest, RotationsWaitForEverySignatureThatTheyNeed) {
@@ -124,13 +168,15 @@ TEST_F(MetadataTest, RotationsWaitForEverySignatureThatTheyNeed) {
     ToolRun waits = run("rotate", {"--role", "root", "--add", anna, "--add", ben, "--remove",
                                    keys + "/root.pem", "--threshold", "2"});
     EXPECT_EQ(waits.status, 0) << waits.err;
-    EXPECT_THAT(waits.out, AllOf(HasSubstr("(anna)"), HasSubstr("(ben)")));
+    EXPECT_THAT(waits.out, AllOf(HasSubstr("not yet: "), HasSubstr("(anna)"), HasSubstr("(ben)")));
+    EXPECT_THAT(run("status").out, HasSubstr(", 2 must sign instead of 1"));
     EXPECT_EQ(run("rotate").status, 2);  // one change at a time
     const auto sign = [&](const std::string& holder) {
         return contentTool({"rotate", repository, "--sign", "--metadata-keys", dir / holder});
     };
     waits = sign("anna");
-    EXPECT_THAT(waits.out, AllOf(Not(HasSubstr("(anna)")), HasSubstr("(ben)")));
+    EXPECT_THAT(waits.out.substr(waits.out.find("not yet: ")),
+                AllOf(Not(HasSubstr("(anna)")), HasSubstr("(ben)")));
     EXPECT_FALSE(fs::exists(metadata + "/2.root.json"));
     EXPECT_THAT(sign("ben").out, HasSubstr("wrote metadata/2.root.json"));
     EXPECT_EQ(check().status, 0) << check().out;
@@ -156,7 +202,8 @@ TEST_F(MetadataTest, RotationsOfOnlineKeysSignAgainWhatTheOldOnesSigned) {
         EXPECT_EQ(check().status, 0) << check().out;
         EXPECT_EQ(publishSigned(manifest).status, 0);
     }
-    EXPECT_EQ(run("rotate").status, 0);  // renews the root
+    EXPECT_EQ(run("rotate", {"--expires", "root=20"}).status, 0);  // renews the root
+    EXPECT_THAT(publishSigned(manifest).err, HasSubstr("warning: root expires in "));
     EXPECT_TRUE(fs::exists(metadata + "/5.root.json"));
     EXPECT_EQ(run("rotate", {"--role", "snapshot", "--remove", "0123456789"}).status, 2);
     EXPECT_EQ(run("rotate", {"--threshold", "2"}).status, 2);
