@@ -184,7 +184,8 @@ void ArchiveAhead::begin(std::vector<std::string> stems, AheadLimits limits) {
     limits_ = std::move(limits);
     {
         const base::MutexLock lock(mutex_);
-        waiting_ = {stems.begin(), stems.end()};
+        for (std::size_t place = 0; place < stems.size(); ++place)
+            waiting_.emplace(stems[place], place);
         stopping_ = false;
     }
     try {
@@ -247,8 +248,12 @@ AheadUse ArchiveAhead::use() {
 
 bool ArchiveAhead::hold(const std::string& stem, const std::shared_ptr<PatchDownload>& download) {
     const base::MutexLock lock(mutex_);
-    if (stopping_ || waiting_.erase(stem) == 0) return false;
-    entries_[stem].download = download;
+    const auto found = waiting_.find(stem);
+    if (stopping_ || found == waiting_.end()) return false;
+    Entry& entry = entries_[stem];
+    entry.place = found->second;
+    entry.download = download;
+    waiting_.erase(found);
     return true;
 }
 
@@ -269,6 +274,20 @@ void ArchiveAhead::end(const std::string& stem, bool whole) {
 void ArchiveAhead::waitForRoom() {
     const base::MutexLock lock(mutex_);
     if (!stopping_) (void)changed_.waitUntil(mutex_, std::chrono::steady_clock::now() + kLook);
+}
+
+void ArchiveAhead::dropBefore(std::size_t place) {
+    for (auto entry = entries_.begin(); entry != entries_.end();) {
+        Entry& passed = entry->second;
+        const bool drops = passed.place < place && !passed.joined;
+        if (drops) passed.wanted = false;
+        if (drops && passed.arrived) {
+            passed.download->abandon();
+            entry = entries_.erase(entry);
+        } else {
+            ++entry;
+        }
+    }
 }
 
 void ArchiveAhead::drop(const std::string& stem) {
@@ -307,10 +326,15 @@ std::shared_ptr<PatchDownload> ArchiveAhead::take(const std::string& stem, bool 
         std::shared_ptr<PatchDownload> download;
         {
             const base::MutexLock lock(mutex_);
-            waiting_.erase(stem);
+            if (const auto found = waiting_.find(stem); found != waiting_.end()) {
+                if (wait) dropBefore(found->second);
+                waiting_.erase(stem);
+                return nullptr;
+            }
             const auto entry = entries_.find(stem);
             if (entry == entries_.end()) return nullptr;
             Entry& found = entry->second;
+            if (wait) dropBefore(found.place);
             download = found.download;
             if (found.arrived) {
                 entries_.erase(entry);

@@ -5,7 +5,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <set>
 #include <string>
 #include <thread>
 #include <utility>
@@ -64,11 +63,13 @@ class ArchiveAhead {
     using Report = std::function<void(std::uint64_t done, std::uint64_t total)>;
     /// The download of that archive, for the caller to adopt or abandon; null when it has not begun. Waits,
     /// with reports, for one in hand; when `wait` is false, or the call is to end early, that transfer ends
-    /// and the caller goes on with it.
+    /// and the caller goes on with it. Who waits is the run: what came before in its order it has passed
+    /// over, and that is dropped.
     std::shared_ptr<PatchDownload> take(const std::string& stem, bool wait, const Report& report);
 
   private:
     struct Entry {
+        std::size_t place = 0;  ///< in the order of the run
         std::shared_ptr<PatchDownload> download{};
         bool arrived = false;
         bool wanted = true;   ///< false: its transfer is to end
@@ -85,6 +86,7 @@ class ArchiveAhead {
     /// Its transfer is over; `whole`: as any first attempt ends.
     void end(const std::string& stem, bool whole);
     void waitForRoom();
+    void dropBefore(std::size_t place) ZELOR_REQUIRES(mutex_);
     void run(std::vector<std::string> stems);
 
     const std::string installPath_;
@@ -92,8 +94,8 @@ class ArchiveAhead {
     std::thread thread_;
     base::Mutex mutex_;
     base::Condition changed_;
-    std::set<std::string> waiting_ ZELOR_GUARDED_BY(mutex_);         ///< not begun
-    std::map<std::string, Entry> entries_ ZELOR_GUARDED_BY(mutex_);  ///< in hand or come
+    std::map<std::string, std::size_t> waiting_ ZELOR_GUARDED_BY(mutex_);  ///< not begun, with their places
+    std::map<std::string, Entry> entries_ ZELOR_GUARDED_BY(mutex_);        ///< in hand or come
     bool stopping_ ZELOR_GUARDED_BY(mutex_) = true;
 };
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <chrono>
 #include <regex>
+#include <thread>
 
 #include "agent/Prefetch.h"
 #include "support/DripServer.h"
@@ -149,27 +150,38 @@ TEST_F(AheadOfNeedTest, ArchivesComeWhileScriptsRunAndEachOnce) {
 }
 
 TEST_F(AheadOfNeedTest, ACancelEndsEveryTransferWithinASecond) {
-    for (const char* how : {"one by one", "all", "end", "destruction"}) {
-        const DripServer mute(DripServer::all().at(3));
-        writeFile(fixture.dir / "etc/zelor/zelor.ini", "[Repository]\nUrl = " + mute.url() + "\n");
-        agent::startNewRun();
-        std::vector<NeededContent> content;
-        for (int i = 0; i < 100; ++i)
-            content.push_back({"key-" + std::to_string(i), "o", "a", "CCE-" + std::to_string(i)});
-        auto prefetch = std::make_unique<agent::Prefetch>(fixture.dir / ("opt-" + std::string(how)));
-        prefetch->contentNeeded(content);
-        while (mute.connections() < 16)
-            boost::this_thread::yield();
-        const auto start = steady_clock::now();
-        if (how == std::string("one by one")) {
-            for (const NeededContent& one : content)
-                prefetch->notNeeded(one.key);
+    std::vector<NeededContent> content;
+    std::vector<NeededArchive> needed;
+    for (int i = 0; i < 100; ++i) {
+        const std::string number = std::to_string(i);
+        content.push_back({"key-" + number, "o", "a", "CCE-" + number});
+        needed.push_back({"key-" + number, "CCE-" + number, ".sh"});
+    }
+    for (const std::string how : {"one by one", "all", "end", "destruction"}) {
+        for (const bool archives : {false, true}) {
+            const DripServer mute(DripServer::all().at(3));
+            writeFile(fixture.dir / "etc/zelor/zelor.ini", "[Repository]\nUrl = " + mute.url() + "\n");
+            agent::startNewRun();
+            const std::string installPath = fixture.dir / ("opt-" + how);
+            auto prefetch = std::make_unique<agent::Prefetch>(installPath);
+            archives ? prefetch->archivesNeeded(needed) : prefetch->contentNeeded(content);
+            // Archives of an unknown length are begun four at a time.
+            const int most = archives ? 4 : 16;
+            while (mute.connections() < most)
+                boost::this_thread::yield();
+            const auto start = steady_clock::now();
+            if (how == "one by one") {
+                for (const NeededContent& one : content)
+                    prefetch->notNeeded(one.key);
+            }
+            if (how == "all") prefetch->cancelled();
+            if (how == "end") prefetch->ended();
+            prefetch.reset();
+            EXPECT_LT(steady_clock::now() - start, std::chrono::milliseconds(900)) << how;
+            EXPECT_EQ(mute.connections(), most) << how;
+            EXPECT_EQ(boost::filesystem::exists(installPath + "/partial"), archives) << how;
+            EXPECT_TRUE(!archives || boost::filesystem::is_empty(installPath + "/partial")) << how;
         }
-        if (how == std::string("all")) prefetch->cancelled();
-        if (how == std::string("end")) prefetch->ended();
-        prefetch.reset();
-        EXPECT_LT(steady_clock::now() - start, std::chrono::milliseconds(900)) << how;
-        EXPECT_EQ(mute.connections(), 16) << how;
     }
 }
 
