@@ -27,7 +27,7 @@ std::size_t bytesOf(const ContentAnswer& answer) {
 /// One identifier's way through the worker: the content, then its signature.
 struct ContentAhead::Transfer {
     std::string identifier;
-    SignedContent known;
+    ContentQuestion question;
     ContentExchange exchange;
     Deadline deadline;
     std::string body{};
@@ -61,10 +61,11 @@ class ContentAhead::Work {
     }
 
     void begin(const std::string& identifier) {
-        SignedContent known = ahead_.known_(identifier);
-        ContentExchange exchange(ahead_.repository_, identifier, known);
+        auto question = ahead_.question_(identifier, [this] { return ahead_.isStopping(); });
+        if (!question) return ahead_.drop(identifier);
+        ContentExchange exchange(ahead_.repository_, identifier, *question);
         ask(std::make_shared<Transfer>(
-            Transfer{identifier, std::move(known), std::move(exchange), Deadline(ahead_.longest_)}));
+            Transfer{identifier, *std::move(question), std::move(exchange), Deadline(ahead_.longest_)}));
     }
 
     void ask(const std::shared_ptr<Transfer>& transfer) {
@@ -97,7 +98,7 @@ class ContentAhead::Work {
             transfer->exchange.take({std::move(result), std::move(transfer->body), transfer->tooLarge});
         if (!answer) return ask(transfer);
         if (answer->kind == Kind::noAnswer && !late) return ahead_.drop(transfer->identifier);
-        ahead_.arrived(transfer->identifier, std::move(transfer->known), std::move(*answer));
+        ahead_.arrived(transfer->identifier, std::move(transfer->question), std::move(*answer));
     }
 
     ContentAhead& ahead_;
@@ -108,11 +109,11 @@ class ContentAhead::Work {
 };
 
 void ContentAhead::begin(std::string repository, const std::vector<std::string>& identifiers,
-                         KnownVersion known, std::chrono::milliseconds longest) {
+                         Question question, std::chrono::milliseconds longest) {
     join();
     if (identifiers.empty()) return;
     repository_ = std::move(repository);
-    known_ = std::move(known);
+    question_ = std::move(question);
     longest_ = longest;
     {
         const base::MutexLock lock(mutex_);
@@ -162,12 +163,17 @@ bool ContentAhead::isWanted(const std::string& identifier) {
     return !stopping_ && entries_.count(identifier) != 0;
 }
 
-void ContentAhead::arrived(const std::string& identifier, SignedContent known, ContentAnswer answer) {
+bool ContentAhead::isStopping() {
+    const base::MutexLock lock(mutex_);
+    return stopping_;
+}
+
+void ContentAhead::arrived(const std::string& identifier, ContentQuestion question, ContentAnswer answer) {
     const base::MutexLock lock(mutex_);
     const auto entry = entries_.find(identifier);
     if (entry == entries_.end()) return;
     held_ += bytesOf(answer);
-    entry->second = {State::arrived, std::move(known), std::move(answer)};
+    entry->second = {State::arrived, std::move(question), std::move(answer)};
     changed_.notifyAll();
 }
 
@@ -202,7 +208,8 @@ void ContentAhead::join() {
     if (thread_.joinable()) thread_.join();
 }
 
-std::optional<ContentAnswer> ContentAhead::take(const std::string& identifier, const SignedContent& known) {
+std::optional<ContentAnswer> ContentAhead::take(const std::string& identifier,
+                                                const ContentQuestion& question) {
     const base::MutexLock lock(mutex_);
     for (;;) {
         const auto found = entries_.find(identifier);
@@ -210,10 +217,8 @@ std::optional<ContentAnswer> ContentAhead::take(const std::string& identifier, c
         Entry& entry = found->second;
         if (entry.state != State::inHand) {
             std::optional<ContentAnswer> answer;
-            const bool same =
-                entry.known.etag == known.etag && entry.known.lastModified == known.lastModified;
             held_ -= bytesOf(entry.answer);
-            if (entry.state == State::arrived && same) answer = std::move(entry.answer);
+            if (entry.state == State::arrived && entry.question == question) answer = std::move(entry.answer);
             entries_.erase(found);
             changed_.notifyAll();
             return answer;

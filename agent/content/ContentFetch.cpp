@@ -1,5 +1,6 @@
 #include "agent/content/ContentFetch.h"
 
+#include <algorithm>
 #include <ctime>
 #include <utility>
 
@@ -30,24 +31,6 @@ FetchedFile fetchOnce(HttpClient& client, const HttpRequest& prepared, std::size
 bool worthAnotherAttempt(const HttpResult& result) {
     return result.outcome == HttpOutcome::transient ||
            (result.outcome == HttpOutcome::answered && statusIsTransient(result.head.status));
-}
-
-FetchedFile fetch(HttpClient& client, HttpRequest request, std::size_t limit, const RetryPolicy& retry,
-                  const Deadline& deadline, RepositoryTurn& turn) {
-    for (int failures = 1;; ++failures) {
-        request.limits = turn.bounded(contentLimits());
-        FetchedFile fetched = fetchOnce(client, request, limit);
-        turn.learn(fetched.result);
-        if (!worthAnotherAttempt(fetched.result) || failures >= retry.attempts) return fetched;
-        const auto asked = retryAfter(fetched.result.head.header("retry-after"), std::time(nullptr));
-        const auto pause = deadline.atMost(pauseAfter(failures, asked, retry, randomChance()));
-        if (!turn.mayGoOn(pause, asked)) return fetched;
-        if (!sleepUnlessInterrupted(pause)) {
-            fetched.result.outcome = HttpOutcome::interrupted;
-            return fetched;
-        }
-        if (deadline.passed()) return fetched;
-    }
 }
 
 /// Everything but a good answer; `unchanged` means a good one.
@@ -86,8 +69,49 @@ HttpLimits contentLimits() {
     return limits;
 }
 
+FetchedFile fetchFile(HttpClient& client, HttpRequest request, std::size_t limit, const RetryPolicy& retry,
+                      const Deadline& deadline, RepositoryTurn& turn) {
+    for (int failures = 1;; ++failures) {
+        request.limits = turn.bounded(contentLimits());
+        FetchedFile fetched = fetchOnce(client, request, limit);
+        turn.learn(fetched.result);
+        if (!worthAnotherAttempt(fetched.result) || failures >= retry.attempts) return fetched;
+        const auto asked = retryAfter(fetched.result.head.header("retry-after"), std::time(nullptr));
+        const auto pause = deadline.atMost(pauseAfter(failures, asked, retry, randomChance()));
+        if (!turn.mayGoOn(pause, asked)) return fetched;
+        if (!sleepUnlessInterrupted(pause)) {
+            fetched.result.outcome = HttpOutcome::interrupted;
+            return fetched;
+        }
+        if (deadline.passed()) return fetched;
+    }
+}
+
+std::string ListedContent::identity() const {
+    std::string text = std::to_string(file.length);
+    for (const auto& [algorithm, digest] : file.digests)
+        text += ' ' + algorithm + '=' + digest;
+    return text;
+}
+
+bool ListedContent::matches(const std::string& bytes) const {
+    return !file.digests.empty() && trust::checkBytes(bytes, file.length, file.digests).has_value();
+}
+
+bool ContentQuestion::operator==(const ContentQuestion& other) const {
+    if (listed && other.listed) return listed->identity() == other.listed->identity();
+    return !listed && !other.listed && known.etag == other.known.etag &&
+           known.lastModified == other.known.lastModified;
+}
+
 ContentExchange::ContentExchange(std::string repository, const std::string& identifier,
-                                 const SignedContent& known) {
+                                 const ContentQuestion& question)
+    : listed_(question.listed) {
+    if (listed_) {
+        request_.url = std::move(repository) + '/' + listed_->path;
+        return;
+    }
+    const SignedContent& known = question.known;
     request_.url = std::move(repository) + "/content/" + urlSegment(identifier) + ".xml";
     if (!known.etag.empty()) request_.headers.push_back("If-None-Match: " + known.etag);
     if (!known.lastModified.empty()) request_.headers.push_back("If-Modified-Since: " + known.lastModified);
@@ -95,10 +119,31 @@ ContentExchange::ContentExchange(std::string repository, const std::string& iden
 }
 
 std::size_t ContentExchange::limit() const {
+    if (listed_)
+        return static_cast<std::size_t>(std::min<std::uint64_t>(listed_->file.length, kContentBytesLimit));
     return hasXml_ ? kSignatureLimit : kContentBytesLimit;
 }
 
+ContentAnswer ContentExchange::takeListed(FetchedFile fetched) const {
+    ContentAnswer answer = judge(fetched, request_.url, limit());
+    const std::string shown = withoutCredentials(request_.url);
+    const bool whole = answer.kind == Kind::unchanged && fetched.result.head.status == 200;
+    if (whole && listed_->matches(fetched.body)) {
+        answer.kind = Kind::fresh;
+        answer.content.listedDigest = trust::digestOf("sha256", fetched.body).value_or("");
+        answer.content.xml = std::move(fetched.body);
+        return answer;
+    }
+    if (answer.kind == Kind::noAnswer || answer.kind == Kind::stopped) return answer;
+    if (answer.kind == Kind::unchanged) answer.problem = shown + " is not the file that the index lists";
+    if (answer.kind == Kind::none) answer.problem = shown + ": the repository does not have this listed file";
+    answer.kind = Kind::notServed;
+    answer.problem += "; the mirror may lag behind its index: try again later or another one";
+    return answer;
+}
+
 std::optional<ContentAnswer> ContentExchange::take(FetchedFile fetched) {
+    if (listed_) return takeListed(std::move(fetched));
     ContentAnswer answer = judge(fetched, request_.url, limit());
     const HttpHead& head = fetched.result.head;
     if (hasXml_) {
@@ -124,14 +169,14 @@ std::optional<ContentAnswer> ContentExchange::take(FetchedFile fetched) {
 }
 
 ContentAnswer fetchContent(HttpClient& client, const std::string& repository, const std::string& identifier,
-                           const SignedContent& known, const RetryPolicy& retry,
+                           const ContentQuestion& question, const RetryPolicy& retry,
                            std::chrono::milliseconds longest, RepositoryTurn& turn) {
     const Deadline deadline(longest);
-    ContentExchange exchange(repository, identifier, known);
+    ContentExchange exchange(repository, identifier, question);
     for (;;) {
         HttpRequest request = exchange.request();
         request.overdue = [&] { return deadline.passed(); };
-        auto answer = exchange.take(fetch(client, request, exchange.limit(), retry, deadline, turn));
+        auto answer = exchange.take(fetchFile(client, request, exchange.limit(), retry, deadline, turn));
         if (answer) return std::move(*answer);
     }
 }

@@ -6,11 +6,33 @@
 #include <string>
 
 #include "agent/content/ContentStore.h"
+#include "agent/http/Deadline.h"
 #include "agent/http/HttpClient.h"
 #include "agent/http/RepositoryOutage.h"
 #include "agent/http/RetryPolicy.h"
+#include "trust/Metadata.h"
 
 namespace zelor::agent {
+
+/// A file as the repository's index lists it.
+struct ListedContent {
+    std::string path;  ///< below the repository, percent-encoded
+    trust::TargetFile file{};
+
+    /// Equal for files of equal bytes; never "" for a listed one.
+    std::string identity() const;
+    /// Whether these are its bytes.
+    bool matches(const std::string& bytes) const;
+};
+
+/// Which content is asked for.
+struct ContentQuestion {
+    SignedContent known{};                  ///< its etag and date alone: one that differs from this version
+    std::optional<ListedContent> listed{};  ///< the file of an index, whatever is known
+
+    /// True when the answers are to the same question.
+    bool operator==(const ContentQuestion& other) const;
+};
 
 /// What the repository says about one identifier's content.
 struct ContentAnswer {
@@ -21,6 +43,7 @@ struct ContentAnswer {
         none,       ///< there is no such content
         noAnswer,   ///< nobody answered in time, or the server is in trouble
         stopped,    ///< the call is to end early
+        notServed,  ///< the file that is listed is not there, or another one is
         refused     ///< an answer that cannot be used
     };
     Kind kind = Kind::noAnswer;
@@ -39,12 +62,17 @@ struct FetchedFile {
     bool tooLarge = false;  ///< for the exchange's limit
 };
 
+/// Makes `request` and, as `retry`, `deadline` and `turn` allow, further attempts at it. The body may have
+/// `limit` bytes.
+FetchedFile fetchFile(HttpClient& client, HttpRequest request, std::size_t limit, const RetryPolicy& retry,
+                      const Deadline& deadline, RepositoryTurn& turn);
+
 /// The requests that get one identifier's content, one after the other: the content file, when it differs
-/// from the version in `known`, and then its signature. One thread at a time.
+/// from the known version, and then its signature; or the listed file alone. One thread at a time.
 class ContentExchange {
   public:
-    /// For an identifier that may name content; `known` gives its etag and date alone.
-    ContentExchange(std::string repository, const std::string& identifier, const SignedContent& known);
+    /// For an identifier that may name content.
+    ContentExchange(std::string repository, const std::string& identifier, const ContentQuestion& question);
     /// The next request, without limits and callbacks.
     const HttpRequest& request() const { return request_; }
     /// The most bytes of its body.
@@ -53,17 +81,21 @@ class ContentExchange {
     std::optional<ContentAnswer> take(FetchedFile fetched);
 
   private:
+    ContentAnswer takeListed(FetchedFile fetched) const;
+
     HttpRequest request_;
+    std::optional<ListedContent> listed_;
     bool conditional_ = false;
     bool hasXml_ = false;
     SignedContent content_;
 };
 
-/// Asks `<repository>/content/<identifier>.xml` for the content when it differs from the version in `known`
-/// (empty etag and date: in any case), and for its signature. Both together, with all attempts and pauses,
-/// take at most `longest` (zero: no limit); later is no answer. `turn` says how patiently.
+/// Asks the repository for the content: for the listed file, or for `<repository>/content/<identifier>.xml`
+/// when it differs from the known version (empty etag and date: in any case), and its signature. All of it,
+/// with all attempts and pauses, take at most `longest` (zero: no limit); later is no answer. `turn` says how
+/// patiently.
 ContentAnswer fetchContent(HttpClient& client, const std::string& repository, const std::string& identifier,
-                           const SignedContent& known, const RetryPolicy& retry,
+                           const ContentQuestion& question, const RetryPolicy& retry,
                            std::chrono::milliseconds longest, RepositoryTurn& turn);
 
 }  // namespace zelor::agent

@@ -42,6 +42,27 @@ SignatureVerdict checkSignature(const SignedContent& content) {
     return verifyBytes(content.xml, content.signature, key);
 }
 
+/// Throws std::runtime_error when a copy is neither signed nor, with an index, what it was when it was
+/// listed.
+void requireGood(const SignedContent& content) {
+    const bool indexed = !AgentSettings::current()->values().root.empty();
+    if (indexed && !content.listedDigest.empty()) {
+        if (trust::digestOf("sha256", content.xml) == content.listedDigest) return;
+        throw std::runtime_error("it was changed after it was listed");
+    }
+    const SignatureVerdict verdict = checkSignature(content);
+    if (!verdict.good) throw std::runtime_error(verdict.reason);
+}
+
+ContentQuestion questionOf(SignedContent known, const Listing& listing) {
+    if (listing.isListed()) return {{}, listing.file};
+    return {std::move(known), {}};
+}
+
+std::string repositoryDown() {
+    return RepositoryOutage::ofRun(repositoryUrl(*AgentSettings::current()))->reason();
+}
+
 void reportUnusable(const std::string& identifier, const std::string& problem) {
     logFailure("[CreCacher] no usable content for " + identifier + ": " + problem);
 }
@@ -73,30 +94,28 @@ ContentLibrary::Document ContentLibrary::get(const std::string& identifier) {
 
 ContentLibrary::Document ContentLibrary::refresh(const std::string& identifier, std::uint64_t run,
                                                  std::optional<CachedContent> cached) {
+    const Listing listing = look(identifier, stopRequested);
     Kept kept;
     if (cached && cached->document) {
-        kept = {cached->document, {"", "", cached->etag, cached->lastModified}};
+        kept = {cached->document, {"", "", cached->etag, cached->lastModified}, cached->listed};
     } else {
-        kept = readKept(identifier);
+        kept = readKept(identifier, listing);
     }
-    ContentAnswer answer = ask(identifier, kept);
+    ContentAnswer answer = answerOf(identifier, kept, listing);
     Document document;
     switch (answer.kind) {
         case Kind::fresh:
             document = accept(identifier, answer.content, answer.problem);
+            kept.listed = document && listing.isListed() ? listing.file.identity() : "";
             kept.version = std::move(answer.content);
             break;
         case Kind::unchanged:
             document = kept.document;
             break;
         case Kind::noAnswer:
-            document = kept.document;
-            if (document) {
-                log::info("[CreCacher] using the copy kept of ", identifier, ": ", answer.problem);
-            } else {
-                reportUnusable(identifier, answer.problem + "; check that the repository can be reached");
-                return nullptr;
-            }
+        case Kind::notServed:
+            document = usableAnyway(identifier, kept, listing, answer);
+            if (!document) return nullptr;
             break;
         case Kind::stopped:
             log::info("[CreCacher] stopped asking for ", identifier);
@@ -110,35 +129,88 @@ ContentLibrary::Document ContentLibrary::refresh(const std::string& identifier, 
             break;
     }
     cache_.put(identifier, {document, kept.version.etag, kept.version.lastModified, run, Clock::now(),
-                            std::move(answer.problem)});
+                            std::move(answer.problem), kept.listed});
     return document;
 }
 
-ContentLibrary::Kept ContentLibrary::readKept(const std::string& identifier) const {
+/// The copy kept, in place of one that cannot be had; null when it may not serve.
+ContentLibrary::Document ContentLibrary::usableAnyway(const std::string& identifier, const Kept& kept,
+                                                      const Listing& listing, const ContentAnswer& answer) {
+    // With an index, the copy is known to be an older one, or not known to be the newest.
+    const bool indexed = listing.kind != Listing::Kind::none;
+    const auto settings = AgentSettings::current();
+    if (kept.document && !(indexed && settings->values().freshness == Freshness::require)) {
+        const bool older = listing.isListed() && settings->values().freshness == Freshness::warn;
+        const std::string line = (older ? "an older copy is used of " : "using the copy kept of ") +
+                                 identifier + ": " + answer.problem;
+        if (older) index_.warn(*settings, line);
+        older ? log::error("[CreCacher] ", line) : log::info("[CreCacher] ", line);
+        return kept.document;
+    }
+    reportUnusable(
+        identifier,
+        answer.problem + (answer.kind == Kind::noAnswer ? "; check that the repository can be reached" : ""));
+    return nullptr;
+}
+
+Listing ContentLibrary::look(const std::string& identifier, const StopSource& stop) {
+    try {
+        return index_.find(*AgentSettings::current(), "content/" + identifier + ".xml", stop);
+    } catch (const std::exception&) {
+        return {};  // without a repository: whoever asks it says so
+    }
+}
+
+ContentLibrary::Kept ContentLibrary::readKept(const std::string& identifier, const Listing& listing) const {
     std::optional<SignedContent> content = store_.read(identifier);
     if (!content) return {};
     try {
-        const SignatureVerdict verdict = checkSignature(*content);
-        if (!verdict.good) throw std::runtime_error(verdict.reason);
+        const bool listed = listing.isListed() && listing.file.matches(content->xml);
+        if (!listed) requireGood(*content);
         auto document =
             std::make_shared<const ContentDocument>(ContentDocument::parse(content->xml, identifier));
-        return {std::move(document), std::move(*content)};
+        return {std::move(document), std::move(*content), listed ? listing.file.identity() : ""};
     } catch (const std::exception& e) {
         log::info("[CreCacher] fetching ", identifier, " anew, the copy kept is not good: ", e.what());
         return {};
     }
 }
 
-ContentAnswer ContentLibrary::ask(const std::string& identifier, const Kept& kept) {
+ContentAnswer ContentLibrary::answerOf(const std::string& identifier, const Kept& kept,
+                                       const Listing& listing) {
+    const bool required = AgentSettings::current()->values().freshness == Freshness::require;
+    switch (listing.kind) {
+        case Listing::Kind::stopped:
+            return {Kind::stopped, {}, ""};
+        case Listing::Kind::unknown:
+            if (!kept.document && listing.silent) CallReport::addReason(repositoryDown());
+            return {listing.silent ? Kind::noAnswer : Kind::notServed, {}, listing.problem};
+        default:
+            break;
+    }
+    if (required && !listing.problem.empty())
+        return {Kind::refused, {}, listing.problem + "; [Repository] Freshness is require"};
+    if (listing.kind == Listing::Kind::unlisted) {
+        const std::string problem = "content/" + identifier + ".xml is not in the repository's list";
+        // What an index of unknown age does not list is not deleted.
+        return {listing.current ? Kind::none : Kind::refused, {}, problem + "; publish the content"};
+    }
+    if (listing.isListed() && kept.document && kept.listed == listing.file.identity())
+        return {Kind::unchanged, {}, ""};
+    return ask(identifier, kept, listing);
+}
+
+ContentAnswer ContentLibrary::ask(const std::string& identifier, const Kept& kept, const Listing& listing) {
     try {
         const auto settings = AgentSettings::current();
         const std::string repository = repositoryUrl(*settings);
-        if (auto came = ahead_.take(identifier, kept.version)) return std::move(*came);
+        const ContentQuestion question = questionOf(kept.version, listing);
+        if (auto came = ahead_.take(identifier, question)) return std::move(*came);
         RepositoryTurn turn(RepositoryOutage::ofRun(repository));
         ContentAnswer answer{Kind::noAnswer, {}, turn.reason()};
         if (turn.mayAsk()) {
             const auto client = clients_.lend();
-            answer = fetchContent(*client, repository, identifier, kept.version, retry_,
+            answer = fetchContent(*client, repository, identifier, question, retry_,
                                   std::chrono::seconds(settings->values().contentSeconds), turn);
         }
         if (answer.kind == Kind::noAnswer) {
@@ -153,11 +225,13 @@ ContentAnswer ContentLibrary::ask(const std::string& identifier, const Kept& kep
 
 ContentLibrary::Document ContentLibrary::accept(const std::string& identifier, const SignedContent& content,
                                                 std::string& problem) {
-    const SignatureVerdict verdict = checkSignature(content);
-    if (!verdict.good) {
-        problem = verdict.reason + "; sign and publish it again";
-        reportUnusable(identifier, problem);
-        return nullptr;
+    if (content.listedDigest.empty()) {  // the others were compared with the index as they came
+        const SignatureVerdict verdict = checkSignature(content);
+        if (!verdict.good) {
+            problem = verdict.reason + "; sign and publish it again";
+            reportUnusable(identifier, problem);
+            return nullptr;
+        }
     }
     Document document;
     try {
@@ -188,11 +262,28 @@ void ContentLibrary::fetchAhead(const std::vector<std::string>& identifiers) {
         }
         ahead_.begin(
             repositoryUrl(*settings), unknown,
-            [this](const std::string& identifier) { return knownVersion(identifier); },
+            [this](const std::string& identifier, const StopSource& stopped) {
+                return question(identifier, stopped);
+            },
             std::chrono::seconds(settings->values().contentSeconds));
     } catch (const std::exception& e) {
         log::debug("[CreCacher] no content is fetched ahead: ", e.what());
     }
+}
+
+/// What to ask ahead; nothing where `get` will ask nothing, or has to say why there is no content.
+std::optional<ContentQuestion> ContentLibrary::question(const std::string& identifier,
+                                                        const StopSource& stopped) {
+    const Listing listing = look(identifier, stopped);
+    const bool required = AgentSettings::current()->values().freshness == Freshness::require;
+    if (required && !listing.problem.empty()) return std::nullopt;
+    if (listing.kind == Listing::Kind::none) return questionOf(knownVersion(identifier), listing);
+    if (!listing.isListed()) return std::nullopt;
+    const std::optional<CachedContent> cached = cache_.get(identifier);
+    if (cached && cached->document && cached->listed == listing.file.identity()) return std::nullopt;
+    const std::optional<SignedContent> kept = store_.read(identifier);
+    if (kept && listing.file.matches(kept->xml)) return std::nullopt;
+    return questionOf({}, listing);
 }
 
 SignedContent ContentLibrary::knownVersion(const std::string& identifier) {
