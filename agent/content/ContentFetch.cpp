@@ -33,6 +33,19 @@ bool worthAnotherAttempt(const HttpResult& result) {
            (result.outcome == HttpOutcome::answered && statusIsTransient(result.head.status));
 }
 
+bool isOverdue(const HttpRequest& request) {
+    return request.overdue && request.overdue();
+}
+
+/// Sleeps, but no longer than the request may take; false at once when a stop is requested.
+bool pauseFor(std::chrono::milliseconds pause, const HttpRequest& request) {
+    constexpr std::chrono::milliseconds kReaction{50};
+    for (; pause.count() > 0 && !isOverdue(request); pause -= kReaction) {
+        if (!sleepUnlessInterrupted(std::min(pause, kReaction))) return false;
+    }
+    return !stopRequested();
+}
+
 /// Everything but a good answer; `unchanged` means a good one.
 ContentAnswer judge(const FetchedFile& fetched, const std::string& url, std::size_t limit) {
     const std::string shown = withoutCredentials(url);
@@ -79,11 +92,11 @@ FetchedFile fetchFile(HttpClient& client, HttpRequest request, std::size_t limit
         const auto asked = retryAfter(fetched.result.head.header("retry-after"), std::time(nullptr));
         const auto pause = deadline.atMost(pauseAfter(failures, asked, retry, randomChance()));
         if (!turn.mayGoOn(pause, asked)) return fetched;
-        if (!sleepUnlessInterrupted(pause)) {
+        if (!pauseFor(pause, request)) {
             fetched.result.outcome = HttpOutcome::interrupted;
             return fetched;
         }
-        if (deadline.passed()) return fetched;
+        if (deadline.passed() || isOverdue(request)) return fetched;
     }
 }
 

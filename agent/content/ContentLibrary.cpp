@@ -140,11 +140,12 @@ ContentLibrary::Document ContentLibrary::usableAnyway(const std::string& identif
     const bool indexed = listing.kind != Listing::Kind::none;
     const auto settings = AgentSettings::current();
     if (kept.document && !(indexed && settings->values().freshness == Freshness::require)) {
-        const bool older = listing.isListed() && settings->values().freshness == Freshness::warn;
-        const std::string line = (older ? "an older copy is used of " : "using the copy kept of ") +
-                                 identifier + ": " + answer.problem;
-        if (older) index_.warn(*settings, line);
-        older ? log::error("[CreCacher] ", line) : log::info("[CreCacher] ", line);
+        if (listing.isListed() && settings->values().freshness == Freshness::warn) {
+            log::error("[CreCacher] an older copy is used of ", identifier, ": ", answer.problem);
+            index_.warn(*settings, "an older copy is used of " + identifier + ": " + answer.problem);
+        } else {
+            log::info("[CreCacher] using the copy kept of ", identifier, ": ", answer.problem);
+        }
         return kept.document;
     }
     reportUnusable(

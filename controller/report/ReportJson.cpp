@@ -71,11 +71,12 @@ void writeResultJson(std::ostream& out, const ResultTable& table, const RunFlags
         out << before << "  " << dumped(*result.key) << ": " << dumped(entry);
         before = ",\n";
     }
-    const ordered_json end = {{"rebootNeeded", flags.rebootNeeded},
-                              {"restartNeededByThisRun", flags.restartNeededByThisRun},
-                              {"scanNeeded", flags.scanNeeded},
-                              {"allFailed", flags.allFailed},
-                              {"end", endName(flags.end)}};
+    ordered_json end = {{"rebootNeeded", flags.rebootNeeded},
+                        {"restartNeededByThisRun", flags.restartNeededByThisRun},
+                        {"scanNeeded", flags.scanNeeded},
+                        {"allFailed", flags.allFailed},
+                        {"end", endName(flags.end)}};
+    if (!flags.warnings.empty()) end["warnings"] = flags.warnings;
     out << "\n}, " << members(end) << "}\n";
 }
 

@@ -4,6 +4,7 @@
 #include <functional>
 #include <ostream>
 #include <string>
+#include <vector>
 
 #include "controller/States.h"
 #include "controller/run/ResultTable.h"
@@ -22,7 +23,8 @@ struct RunFlags {
     bool allFailed = false;
     bool restartNeededByThisRun = false;  ///< for what this run applied
     EarlyEnd end = EarlyEnd::none;
-    std::string endReason{};  ///< printable; "" unless the run ended at its time limit
+    std::string endReason{};              ///< printable; "" unless the run ended at its time limit
+    std::vector<std::string> warnings{};  ///< printable; not about a single request
 };
 
 /// Where and when the run took place.

@@ -102,9 +102,13 @@ class Page {
              << "</h1>\n";
         facts(when);
         const std::string restart = restartText(report_.flags);
-        if (!restart.empty() || report_.cancelled) {
+        const std::vector<std::string>& warnings = report_.flags.warnings;
+        if (!restart.empty() || report_.cancelled || !warnings.empty()) {
             out_ << "<ul class=\"flags\">" << (restart.empty() ? "" : "<li>" + escaped(restart) + "</li>")
-                 << endItem() << "</ul>\n";
+                 << endItem();
+            for (const std::string& warning : warnings)
+                out_ << "<li>Warning: " << htmlText(warning) << "</li>";
+            out_ << "</ul>\n";
         }
         out_ << "</header>\n";
     }
