@@ -154,10 +154,13 @@ base::Check checkSettingsFiles(const Paths& paths) {
     const std::string ini = paths.settings->iniFile();
     if (const base::Check own = base::checkFile(ini); !own)
         return base::failure("the settings file " + ini + " is refused: " + own.error().text);
-    const std::string& key = paths.settings->values().trustedKey;
-    if (key.empty()) return {};
-    if (const base::Check own = base::checkFile(key); !own)
-        return base::failure("the trusted key " + key + " is refused: " + own.error().text);
+    const agent::Settings& settings = paths.settings->values();
+    for (const auto& [what, file] :
+         {std::pair("the trusted key ", settings.trustedKey), std::pair("the root ", settings.root)}) {
+        if (file.empty()) continue;
+        if (const base::Check own = base::checkFile(file); !own)
+            return base::failure(what + file + " is refused: " + own.error().text);
+    }
     return {};
 }
 
@@ -188,6 +191,11 @@ void requireUsableSettings(const Paths& paths) {
         throw InputError("the trusted key " + key + " cannot be read: " + base::errorText(errno) +
                          "; put it there, or correct " + "[Repository] TrustedKey in " + ini);
     }
+    const std::string& root = paths.settings->values().root;
+    if (!root.empty() && ::access(root.c_str(), R_OK) != 0) {
+        throw InputError("the root " + root + " cannot be read: " + base::errorText(errno) +
+                         "; put it there, or correct [Repository] Root in " + ini);
+    }
 }
 
 void checkContentDir(const Paths& paths) {
@@ -196,6 +204,7 @@ void checkContentDir(const Paths& paths) {
                                              settings.patchesDir,
                                              settings.logFile,
                                              settings.trustedKey,
+                                             settings.root,
                                              paths.installPath,
                                              underSystemRoot(kLogDirectory),
                                              underSystemRoot(kMountPoint),

@@ -29,6 +29,11 @@ LogLevel levelOf(const std::string& value) {
     return value == "error" ? LogLevel::error : LogLevel::debug;
 }
 
+Freshness freshnessOf(const std::string& value) {
+    if (value == "off") return Freshness::off;
+    return value == "require" ? Freshness::require : Freshness::warn;
+}
+
 }  // namespace
 
 const std::vector<SettingEntry>& settingsTable() {
@@ -40,7 +45,9 @@ const std::vector<SettingEntry>& settingsTable() {
          "Name of the operating-system profile that the scanner works with.", &S::profileId},
         {"ScanManager", "InstallPath", T::path, "/opt/zelor", "The agent's install directory.",
          &S::installPath},
-        {"Repository", "Url", T::text, "", "Base address of the remediation repository, a static web server, or several, separated by blanks or commas.",
+        {"Repository", "Url", T::text, "",
+         "Base address of the remediation repository, a static web server, or several, separated by blanks "
+         "or commas.",
          &S::repositoryUrl},
         {"Repository", "TrustedKey", T::path, "",
          "PEM file with the public key or certificate that signatures are checked against.", &S::trustedKey},
@@ -49,6 +56,11 @@ const std::vector<SettingEntry>& settingsTable() {
          "true "
          "or false.",
          &S::requireDigests},
+        {"Repository", "Root", T::path, "",
+         "Root metadata file from which the repository's signed index is checked.", &S::root},
+        {"Repository", "Freshness", T::freshness, "warn",
+         "What is made of an index that has expired or is older than one seen before: off, warn or require.",
+         &S::freshness},
         {"Buffer", "UnzipFolder", T::path, "/var/zelor/unzip",
          "Directory that holds the list of buffered patches.", &S::unzipDirectory},
         {"Buffer", "PatchesDir", T::path, "/var/zelor/buffer", "Directory that holds the buffered archives.",
@@ -98,6 +110,10 @@ base::Check checkValue(SettingType type, const std::string& value) {
         const bool known = value == "debug" || value == "info" || value == "error";
         if (!known) return base::failure("is not debug, info or error");
     }
+    if (type == SettingType::freshness) {
+        const bool known = value == "off" || value == "warn" || value == "require";
+        if (!known) return base::failure("is not off, warn or require");
+    }
     if (type == SettingType::path) {
         if (value.front() != '/') return base::failure("is not an absolute path");
         if (base::hasControlCharacter(value)) return base::failure("is a path with a control character");
@@ -113,6 +129,8 @@ void storeValue(const SettingEntry& entry, const std::string& value, Settings& s
         settings.*(*number) = static_cast<std::uint32_t>(std::stoul(value));
     } else if (const auto* flag = std::get_if<bool Settings::*>(&entry.field)) {
         settings.*(*flag) = value == "true";
+    } else if (const auto* freshness = std::get_if<Freshness Settings::*>(&entry.field)) {
+        settings.*(*freshness) = freshnessOf(value);
     } else {
         settings.*std::get<LogLevel Settings::*>(entry.field) = levelOf(value);
     }

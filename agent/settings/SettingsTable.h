@@ -12,8 +12,9 @@
 /// documentation and the fuzz target use it.
 namespace zelor::agent {
 
-/// What a setting's text must be: anything, an absolute path, a decimal number, true or false, a log level.
-enum class SettingType { text, path, number, flag, level };
+/// What a setting's text must be: anything, an absolute path, a decimal number, true or false, a log level, a
+/// word of Freshness.
+enum class SettingType { text, path, number, flag, level, freshness };
 
 /// One setting that the ini file may hold.
 struct SettingEntry {
@@ -22,7 +23,8 @@ struct SettingEntry {
     SettingType type;
     const char* fallback;  ///< the text that counts when the file has none; "" for none
     const char* meaning;   ///< one sentence, which the documentation and the man page begin with
-    std::variant<std::string Settings::*, std::uint32_t Settings::*, bool Settings::*, LogLevel Settings::*>
+    std::variant<std::string Settings::*, std::uint32_t Settings::*, bool Settings::*, LogLevel Settings::*,
+                 Freshness Settings::*>
         field;
 
     /// The setting's name as "Section.Key".

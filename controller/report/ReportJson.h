@@ -4,6 +4,7 @@
 #include <functional>
 #include <ostream>
 #include <string>
+#include <vector>
 
 #include "controller/States.h"
 #include "controller/live/OutageReason.h"
@@ -25,6 +26,7 @@ struct RunFlags {
     EarlyEnd end = EarlyEnd::none;
     std::string endReason{};  ///< printable; "" unless the run ended at its time limit
     Outage outage{};
+    std::vector<std::string> warnings{};  ///< printable; not about a single request
 };
 
 /// Where and when the run took place.

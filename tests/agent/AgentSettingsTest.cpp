@@ -50,6 +50,8 @@ TEST_F(AgentSettingsTest, EveryKeyHasItsDefaultBelowTheRoot) {
         {"Repository.Url", ""},
         {"Repository.TrustedKey", ""},
         {"Repository.RequireDigests", "false"},
+        {"Repository.Root", ""},
+        {"Repository.Freshness", "warn"},
         {"Buffer.UnzipFolder", root / "var/zelor/unzip"},
         {"Buffer.PatchesDir", root / "var/zelor/buffer"},
         {"Buffer.PatchesDirSizeMB", "2000"},
@@ -116,12 +118,13 @@ TEST_F(AgentSettingsTest, UnusableFilesGiveAllDefaultsAndOneProblem) {
 TEST_F(AgentSettingsTest, UnusableValuesGiveTheDefaultOfTheirKey) {
     const auto settings = AgentSettings::load(
         ini("[Buffer]\nSpeedPercent = a lot\nPatchesDirSizeMB = 7\nUnzipFolder = relative\n"
-            "PatchesDir = /var/../../up\n[Limits]\nCommandMinutes = -1\n"));
+            "PatchesDir = /var/../../up\n[Limits]\nCommandMinutes = -1\n[Repository]\nFreshness = yes\n"));
     EXPECT_EQ(valueOf(*settings, "Buffer.SpeedPercent"), "25");
     EXPECT_EQ(valueOf(*settings, "Buffer.PatchesDirSizeMB"), "7");
     EXPECT_EQ(valueOf(*settings, "Buffer.UnzipFolder"), root / "var/zelor/unzip");
     EXPECT_EQ(valueOf(*settings, "Buffer.PatchesDir"), root / "var/zelor/buffer");
     EXPECT_EQ(valueOf(*settings, "Limits.CommandMinutes"), "0");
+    EXPECT_EQ(valueOf(*settings, "Repository.Freshness"), "warn");
     EXPECT_THAT(problemsOf(*settings), HasSubstr("Buffer.SpeedPercent = \"a lot\""));
 }
 
