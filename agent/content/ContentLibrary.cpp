@@ -195,6 +195,7 @@ ContentLibrary::Kept ContentLibrary::readKept(const std::string& identifier, con
     if (!content) return {};
     try {
         const bool listed = listing.isListed() && listing.file.matches(content->xml);
+        if (!listed && content->signature.empty() && content->listedDigest.empty()) return {};
         if (!listed) requireGood(*content);
         auto document =
             std::make_shared<const ContentDocument>(ContentDocument::parse(content->xml, identifier));
@@ -346,6 +347,16 @@ SignedContent ContentLibrary::knownVersion(const std::string& identifier, const 
     if (cached && cached->document) return cached->version.versionFor(source);
     const std::optional<SignedContent> content = store_.read(identifier);
     return content ? content->versionFor(source) : SignedContent{};
+}
+
+void ContentLibrary::applied(const std::string& identifier) {
+    if (AgentSettings::current()->values().root.empty()) return removeFile(identifier);
+    if (!isContentIdentifier(identifier)) return;
+    try {
+        store_.removeProof(identifier);
+    } catch (const std::exception& e) {
+        log::error("[CreCacher] ", e.what());
+    }
 }
 
 void ContentLibrary::removeFile(const std::string& identifier) {

@@ -40,8 +40,9 @@ class ContentLibrary {
     std::shared_ptr<const ContentDocument> get(const std::string& identifier);
     /// Forgets what is in memory.
     void forget(const std::string& identifier) { cache_.remove(identifier); }
-    /// Deletes what is on disk.
-    void removeFile(const std::string& identifier);
+    /// What was applied is no longer kept. With a root in the settings the bytes stay, and count only where
+    /// the index lists them: asking for them again would bring the same.
+    void applied(const std::string& identifier);
 
     /// Asks the repository about these identifiers at once, for the `get` of each that will follow, in their
     /// order. Those whose content is in memory and still believed are left out. One thread at a time.
@@ -61,6 +62,7 @@ class ContentLibrary {
     };
 
     Document refresh(const std::string& identifier, std::uint64_t run, std::optional<CachedContent> cached);
+    void removeFile(const std::string& identifier);
     Listing look(const std::string& identifier, const StopSource& stop);
     Kept readKept(const std::string& identifier, const Listing& listing) const;
     Document usableAnyway(const std::string& identifier, const Kept& kept, const Listing& listing,

@@ -66,7 +66,7 @@ std::optional<SignedContent> ContentStore::read(const std::string& identifier) c
     if (const auto digest = readIfUsable(path(identifier, kListedSuffix), kDigestLimit))
         return SignedContent{*xml, "", "", "", "", *digest};
     const auto signature = readIfUsable(path(identifier, kSignatureSuffix), kSignatureBytesLimit);
-    if (!signature) return std::nullopt;
+    if (!signature) return SignedContent{*xml, "", "", ""};
     SignedContent content{*xml, *signature, "", ""};
     const auto version = readIfUsable(path(identifier, kVersionSuffix), kVersionLimit);
     if (version) takeVersion(*version, content);
@@ -90,10 +90,18 @@ void ContentStore::write(const std::string& identifier, const SignedContent& con
 }
 
 void ContentStore::remove(const std::string& identifier) {
+    removeFiles(identifier, {kVersionSuffix, kXmlSuffix, kSignatureSuffix, kListedSuffix});
+}
+
+void ContentStore::removeProof(const std::string& identifier) {
+    removeFiles(identifier, {kVersionSuffix, kSignatureSuffix, kListedSuffix});
+}
+
+void ContentStore::removeFiles(const std::string& identifier, const std::vector<const char*>& suffixes) {
     const base::MutexLock lock(mutex_);
     if (::access(directory_.c_str(), F_OK) != 0) return;
     openDirectory();
-    for (const char* suffix : {kVersionSuffix, kXmlSuffix, kSignatureSuffix, kListedSuffix})
+    for (const char* suffix : suffixes)
         removeFile(identifier + suffix);
 }
 

@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "base/Files.h"
 #include "base/Mutex.h"
@@ -39,14 +40,17 @@ class ContentStore {
     std::optional<SignedContent> read(const std::string& identifier) const;
     /// Replaces the pair for that identifier; makes the directory when it is missing.
     void write(const std::string& identifier, const SignedContent& content);
-    /// Removes the pair for that identifier, if there is one.
+    /// Removes what there is for that identifier.
     void remove(const std::string& identifier);
+    /// The same but for the file itself, which then counts only where an index lists its bytes.
+    void removeProof(const std::string& identifier);
 
   private:
     std::string path(const std::string& identifier, const char* suffix) const;
     void openDirectory() ZELOR_REQUIRES(mutex_);
     void replace(const std::string& name, const std::string& bytes) const ZELOR_REQUIRES(mutex_);
     void removeFile(const std::string& name) const ZELOR_REQUIRES(mutex_);
+    void removeFiles(const std::string& identifier, const std::vector<const char*>& suffixes);
 
     std::string directory_;
     mutable base::Mutex mutex_;

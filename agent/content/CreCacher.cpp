@@ -84,5 +84,5 @@ void CreCacher::removeCreFromCache(std::string /*platformCpe*/, std::string /*pr
 
 void CreCacher::removeCreFile(std::string /*platformCpe*/, std::string /*productCpe*/,
                               std::string cveOrCceId) {
-    zelor::agent::contentLibraryAt(installPath_).removeFile(cveOrCceId);
+    zelor::agent::contentLibraryAt(installPath_).applied(cveOrCceId);
 }
