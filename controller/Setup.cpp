@@ -155,13 +155,13 @@ base::Check checkSettingsFiles(const Paths& paths) {
     if (const base::Check own = base::checkFile(ini); !own)
         return base::failure("the settings file " + ini + " is refused: " + own.error().text);
     const agent::Settings& settings = paths.settings->values();
-    for (const auto& [name, file] :
-         {std::pair<const char*, const std::string&>{"trusted key", settings.trustedKey},
-          {"CA file", settings.caFile}}) {
+    for (const auto& [what, file] :
+         {std::pair<const char*, const std::string&>{"the trusted key ", settings.trustedKey},
+          {"the root ", settings.root},
+          {"the CA file ", settings.caFile}}) {
         if (file.empty()) continue;
         if (const base::Check own = base::checkFile(file); !own)
-            return base::failure("the " + std::string(name) + ' ' + file +
-                                 " is refused: " + own.error().text);
+            return base::failure(what + file + " is refused: " + own.error().text);
     }
     return {};
 }
@@ -193,6 +193,11 @@ void requireUsableSettings(const Paths& paths) {
         throw InputError("the trusted key " + key + " cannot be read: " + base::errorText(errno) +
                          "; put it there, or correct " + "[Repository] TrustedKey in " + ini);
     }
+    const std::string& root = paths.settings->values().root;
+    if (!root.empty() && ::access(root.c_str(), R_OK) != 0) {
+        throw InputError("the root " + root + " cannot be read: " + base::errorText(errno) +
+                         "; put it there, or correct [Repository] Root in " + ini);
+    }
 }
 
 void checkContentDir(const Paths& paths) {
@@ -202,6 +207,7 @@ void checkContentDir(const Paths& paths) {
                                              settings.logFile,
                                              settings.trustedKey,
                                              settings.caFile,
+                                             settings.root,
                                              paths.installPath,
                                              underSystemRoot(kLogDirectory),
                                              underSystemRoot(kMountPoint),

@@ -52,7 +52,7 @@ Paths resolvePaths(const PathOptions& options);
 void requireUsableSettings(const Paths& paths);
 
 /// Fails, with the remedy, when another user than root, this one and the root's owner could change the
-/// settings file, the trusted key or their directories. Changes nothing.
+/// settings file, the trusted key, the root of the index or their directories. Changes nothing.
 base::Check checkSettingsFiles(const Paths& paths);
 
 /// Throws InputError when the content directory is one that must not be emptied, or is open to others.

@@ -59,8 +59,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (redirects) return 0;
     server.setAnswers(answers);
     zelor::agent::RepositoryTurn turn;
-    const auto answer = zelor::agent::fetchContent(client, {server.url(), "", nullptr}, "CVE-1", {"", "", "\"tag\"", ""},
-                                                   noPause(), std::chrono::minutes(2), turn);
+    const auto answer =
+        zelor::agent::fetchContent(client, {server.url(), "", nullptr}, "CVE-1",
+                                   {{"", "", "\"tag\"", ""}, {}}, noPause(), std::chrono::minutes(2), turn);
     using Kind = zelor::agent::ContentAnswer::Kind;
     const bool good = answer.kind == Kind::fresh || answer.kind == Kind::unchanged;
     require(good == answer.problem.empty(), "a failure is explained");

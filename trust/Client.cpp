@@ -92,8 +92,14 @@ void Client::loadTheRest() {
     }
     if (const auto bytes = kept(kTimestampRole, limits.timestamp)) {
         auto timestamp = checkTimestamp(*root_, *bytes, nullptr, limits);
-        if (timestamp) timestamp_ = *std::move(timestamp);
+        if (!timestamp) return;
+        learnTime(*timestamp);
+        timestamp_ = *std::move(timestamp);
     }
+}
+
+void Client::learnTime(const Timestamp& timestamp) {
+    if (options_.signedTime) options_.now = std::max(options_.now, timestamp.signedAt);
 }
 
 base::Check Client::refresh() {
@@ -154,6 +160,7 @@ base::Check Client::updateTimestamp() {
     if (!timestamp) return failed(timestamp.error());
     if (timestamp_ && timestamp->version == timestamp_->version)
         return requireFresh(kTimestampRole, *timestamp_, options_.now);
+    learnTime(*timestamp);
     base::Check good = requireFresh(kTimestampRole, *timestamp, options_.now);
     if (good) good = keep(kTimestampRole, timestamp->version, *bytes);
     if (good) timestamp_ = *std::move(timestamp);

@@ -51,6 +51,9 @@ class Store {
 struct ClientOptions {
     Time now = 0;  ///< the time of this update, for all of it; the caller says what it trusts
     Limits limits;
+    /// Whether a later time counts in its place when an accepted timestamp says that it was signed then: so a
+    /// clock that was set back makes nothing young again.
+    bool signedTime = true;
 };
 
 /// How old what is trusted is.
@@ -97,6 +100,9 @@ class Client {
     /// Where `target` is, relative to the targets and percent-encoded.
     std::string downloadPath(const TargetFile& target) const;
 
+    /// The time that expiry is judged at, after `load` or `refresh`.
+    Time now() const { return options_.now; }
+
     /// Root, timestamp, snapshot and targets, as far as they are known.
     std::vector<RoleState> roles() const;
 
@@ -128,6 +134,7 @@ class Client {
     base::Result<std::string> fetchListed(const std::string& role, const ListedFile& listed,
                                           std::size_t limit);
     base::Check keep(const std::string& role, std::int64_t version, const std::string& bytes);
+    void learnTime(const Timestamp& timestamp);
 
     Fetcher& fetcher_;
     Store& store_;

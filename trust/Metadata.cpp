@@ -184,6 +184,12 @@ base::Result<Timestamp> readTimestamp(const Json& content) {
     static_cast<Header&>(timestamp) = readHeader(reader, content, kTimestampRole);
     const Json& files = reader.object(content, "meta");
     timestamp.snapshot = readListedFile(reader, reader.object(files, "snapshot.json"));
+    const auto signedAt = content.find("signed_at");
+    if (signedAt != content.end() && signedAt->is_string()) {
+        // A later time than the expiry would let no timestamp after this one count.
+        const auto time = parseTime(signedAt->get<std::string>());
+        if (time && *time < timestamp.expires) timestamp.signedAt = *time;
+    }
     return unlessFaulty(reader, std::move(timestamp));
 }
 

@@ -49,6 +49,7 @@ struct ListedFile {
 /// Which snapshot is the newest.
 struct Timestamp : Header {
     ListedFile snapshot;
+    Time signedAt = 0;  ///< what "signed_at" says, an addition to the format; 0 without one before the expiry
 };
 
 /// Which targets files belong together.

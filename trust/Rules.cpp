@@ -26,6 +26,15 @@ std::string versionsText(std::int64_t offered, std::int64_t known) {
     return std::to_string(offered) + " is older than " + std::to_string(known);
 }
 
+std::string ageText(Time seconds) {
+    const std::pair<Time, const char*> units[] = {{86400, "day"}, {3600, "hour"}, {60, "minute"}};
+    for (const auto& [length, name] : units) {
+        const Time count = seconds / length;
+        if (count > 0) return std::to_string(count) + ' ' + name + (count == 1 ? " ago" : "s ago");
+    }
+    return "just now";
+}
+
 /// Reads a file and its content; the signatures are not looked at.
 template <class Content>
 base::Result<Content> open(const std::string& role, std::string_view bytes, std::size_t limit,
@@ -126,7 +135,9 @@ base::Result<Root> nextRoot(const Root& trusted, std::string_view bytes, const L
 
 base::Check requireFresh(const std::string& role, const Header& header, Time now) {
     if (header.expires > now) return {};
-    return refused(role, header.version, "it expired at " + timeText(header.expires), kExpired);
+    return refused(role, header.version,
+                   "it expired at " + timeText(header.expires) + ", " + ageText(now - header.expires),
+                   kExpired);
 }
 
 base::Check requireListed(const std::string& role, const Header& header, std::string_view bytes,

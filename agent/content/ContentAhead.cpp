@@ -20,13 +20,20 @@ std::size_t bytesOf(const ContentAnswer& answer) {
     return answer.content.xml.size() + answer.content.signature.size();
 }
 
+/// Whether what was said when `asked` was asked answers `question` too. Content without an index does so
+/// whatever version was known, but for the word that it is unchanged.
+bool isAnswer(const ContentAnswer& answer, const ContentQuestion& asked, const ContentQuestion& question) {
+    if (asked == question) return true;
+    return !asked.listed && !question.listed && answer.kind != Kind::unchanged;
+}
+
 }  // namespace
 
 /// One identifier's way through the worker: the content, then its signature.
 struct ContentAhead::Transfer {
     std::string identifier;
     std::size_t mirror = 0;
-    SignedContent known;
+    ContentQuestion question;
     ContentExchange exchange;
     Deadline deadline;
     std::string body{};
@@ -61,10 +68,14 @@ class ContentAhead::Work {
 
     void begin(const std::string& identifier) {
         const Mirror& mirror = ahead_.mirrors_[mirror_];
-        SignedContent known = ahead_.known_(identifier, mirror.source);
-        ContentExchange exchange(mirror, identifier, known);
-        ask(std::make_shared<Transfer>(
-            Transfer{identifier, mirror_, std::move(known), std::move(exchange), Deadline(ahead_.longest_)}));
+        auto question = ahead_.question_(identifier, mirror.source, [this] { return ahead_.isStopping(); });
+        if (!question) return ahead_.drop(identifier);
+        // The index may have been asked for meanwhile, and met an outage.
+        const bool isDown = !mirror.outage->mayAsk(identifier, std::chrono::steady_clock::now());
+        if (isDown && mirror_ + 1 < ahead_.mirrors_.size()) return goElsewhere(identifier, mirror_);
+        ContentExchange exchange(mirror, identifier, *question);
+        ask(std::make_shared<Transfer>(Transfer{identifier, mirror_, *std::move(question),
+                                                std::move(exchange), Deadline(ahead_.longest_)}));
     }
 
     void ask(const std::shared_ptr<Transfer>& transfer) {
@@ -89,7 +100,8 @@ class ContentAhead::Work {
         if (!ahead_.isWanted(transfer->identifier)) return;
         const RepositoryOutage& outage = *ahead_.mirrors_[transfer->mirror].outage;
         if (ahead_.mirrors_[transfer->mirror].outage->learn(transfer->identifier, result, began))
-            return outage.isOneFile() ? ahead_.drop(transfer->identifier) : goElsewhere(*transfer);
+            return outage.isOneFile() ? ahead_.drop(transfer->identifier)
+                                      : goElsewhere(transfer->identifier, transfer->mirror);
         answered_ = true;
         // Redirects, and what another attempt may change, are for who wants the answer.
         const long status = result.head.status;
@@ -99,17 +111,17 @@ class ContentAhead::Work {
             transfer->exchange.take({std::move(result), std::move(transfer->body), transfer->tooLarge});
         if (!answer) return ask(transfer);
         if (answer->kind == Kind::noAnswer && !late) return ahead_.drop(transfer->identifier);
-        ahead_.arrived(transfer->identifier, std::move(transfer->known), std::move(*answer));
+        ahead_.arrived(transfer->identifier, std::move(transfer->question), std::move(*answer));
     }
 
-    /// The transfer met a mirror that is down.
-    void goElsewhere(const Transfer& transfer) {
-        if (transfer.mirror + 1 == ahead_.mirrors_.size()) return ahead_.failed();
-        if (mirror_ == transfer.mirror) {
+    /// That mirror is down.
+    void goElsewhere(const std::string& identifier, std::size_t mirror) {
+        if (mirror + 1 == ahead_.mirrors_.size()) return ahead_.failed();
+        if (mirror_ == mirror) {
             ++mirror_;
             answered_ = false;
         }
-        ahead_.askAgain(transfer.identifier);
+        ahead_.askAgain(identifier);
     }
 
     ContentAhead& ahead_;
@@ -120,11 +132,11 @@ class ContentAhead::Work {
 };
 
 void ContentAhead::begin(std::vector<Mirror> mirrors, const std::vector<std::string>& identifiers,
-                         KnownVersion known, std::chrono::milliseconds longest) {
+                         Question question, std::chrono::milliseconds longest) {
     join();
     if (identifiers.empty()) return;
     mirrors_ = std::move(mirrors);
-    known_ = std::move(known);
+    question_ = std::move(question);
     longest_ = longest;
     {
         const base::MutexLock lock(mutex_);
@@ -174,12 +186,17 @@ bool ContentAhead::isWanted(const std::string& identifier) {
     return !stopping_ && entries_.count(identifier) != 0;
 }
 
-void ContentAhead::arrived(const std::string& identifier, SignedContent known, ContentAnswer answer) {
+bool ContentAhead::isStopping() {
+    const base::MutexLock lock(mutex_);
+    return stopping_;
+}
+
+void ContentAhead::arrived(const std::string& identifier, ContentQuestion question, ContentAnswer answer) {
     const base::MutexLock lock(mutex_);
     const auto entry = entries_.find(identifier);
     if (entry == entries_.end()) return;
     held_ += bytesOf(answer);
-    entry->second = {State::arrived, std::move(known), std::move(answer)};
+    entry->second = {State::arrived, std::move(question), std::move(answer)};
     changed_.notifyAll();
 }
 
@@ -223,7 +240,8 @@ void ContentAhead::join() {
     if (thread_.joinable()) thread_.join();
 }
 
-std::optional<ContentAnswer> ContentAhead::take(const std::string& identifier, const SignedContent& known) {
+std::optional<ContentAnswer> ContentAhead::take(const std::string& identifier,
+                                                const ContentQuestion& question) {
     const base::MutexLock lock(mutex_);
     for (;;) {
         const auto found = entries_.find(identifier);
@@ -231,11 +249,9 @@ std::optional<ContentAnswer> ContentAhead::take(const std::string& identifier, c
         Entry& entry = found->second;
         if (entry.state != State::inHand) {
             std::optional<ContentAnswer> answer;
-            const bool same = entry.answer.kind != Kind::unchanged ||
-                              (entry.known.etag == known.etag && entry.known.source == known.source &&
-                               entry.known.lastModified == known.lastModified);
             held_ -= bytesOf(entry.answer);
-            if (entry.state == State::arrived && same) answer = std::move(entry.answer);
+            if (entry.state == State::arrived && isAnswer(entry.answer, entry.question, question))
+                answer = std::move(entry.answer);
             entries_.erase(found);
             changed_.notifyAll();
             return answer;

@@ -21,10 +21,10 @@ namespace zelor::agent {
 /// `begin` and `join`.
 class ContentAhead {
   public:
-    /// The etag and the date that a mirror gave what is kept of an identifier's content; on a thread of its
-    /// own.
-    using KnownVersion =
-        std::function<SignedContent(const std::string& identifier, const std::string& source)>;
+    /// What to ask a mirror, by its `Mirror::source`, about an identifier; nothing when that needs no
+    /// request. Called on a thread of its own. `stopped` becomes true when nobody waits for it any more.
+    using Question = std::function<std::optional<ContentQuestion>(
+        const std::string& identifier, const std::string& source, const std::function<bool()>& stopped)>;
 
     ContentAhead() = default;
     ~ContentAhead() { join(); }
@@ -34,7 +34,7 @@ class ContentAhead {
     /// Asks the first mirror, when it is down the next one, about these identifiers, in their order. What an
     /// earlier call left is dropped. Each may take `longest`, zero for no limit. Returns at once. Throws
     /// std::system_error without a thread.
-    void begin(std::vector<Mirror> mirrors, const std::vector<std::string>& identifiers, KnownVersion known,
+    void begin(std::vector<Mirror> mirrors, const std::vector<std::string>& identifiers, Question question,
                std::chrono::milliseconds longest);
     /// Nobody will take that answer: the transfer in hand ends within a tenth of a second.
     void drop(const std::string& identifier);
@@ -43,15 +43,16 @@ class ContentAhead {
     /// Stops, and waits until nothing is in hand.
     void join();
 
-    /// The answer about an identifier, unless it says that another version than that of `known` is unchanged;
-    /// waits for one in hand. Nothing when there is none, or when the call is to end early.
-    std::optional<ContentAnswer> take(const std::string& identifier, const SignedContent& known);
+    /// The answer to that question about an identifier; waits for one in hand. Nothing when there is none,
+    /// when the call is to end early, when another listed file was asked for, or when the answer says that
+    /// another version than the known one is unchanged.
+    std::optional<ContentAnswer> take(const std::string& identifier, const ContentQuestion& question);
 
   private:
     enum class State { waiting, inHand, arrived };
     struct Entry {
         State state = State::waiting;
-        SignedContent known;
+        ContentQuestion question;
         ContentAnswer answer;
     };
     struct Transfer;
@@ -59,7 +60,8 @@ class ContentAhead {
 
     std::optional<std::string> next(bool idle);
     bool isWanted(const std::string& identifier);
-    void arrived(const std::string& identifier, SignedContent known, ContentAnswer answer);
+    bool isStopping();
+    void arrived(const std::string& identifier, ContentQuestion question, ContentAnswer answer);
     void askAgain(const std::string& identifier);
     void failed();
     void run();
@@ -68,7 +70,7 @@ class ContentAhead {
     static constexpr std::size_t kHeldBytes = 32U << 20U;
 
     std::vector<Mirror> mirrors_;  ///< this one and the next two are set while there is no thread
-    KnownVersion known_;
+    Question question_;
     std::chrono::milliseconds longest_{0};
     std::thread thread_;
     base::Mutex mutex_;

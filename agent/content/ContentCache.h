@@ -21,6 +21,7 @@ struct CachedContent {
     std::uint64_t run = 0;
     std::chrono::steady_clock::time_point confirmed;
     std::string problem{};  ///< why there is no content
+    std::string listed{};   ///< `ListedContent::identity` of the document, "" when no index listed it
 };
 
 /// Parsed content by identifier, in bounded memory: the least recently used is removed first. Any thread.

@@ -20,6 +20,8 @@ constexpr std::size_t kVersionLimit = 8U << 10U;
 constexpr const char* kXmlSuffix = ".xml";
 constexpr const char* kSignatureSuffix = ".xml.sig";
 constexpr const char* kVersionSuffix = ".xml.version";
+constexpr const char* kListedSuffix = ".xml.listed";
+constexpr std::size_t kDigestLimit = 64;
 
 bool oneLine(const std::string& text) {
     return text.find('\n') == std::string::npos;
@@ -60,9 +62,11 @@ std::string ContentStore::path(const std::string& identifier, const char* suffix
 std::optional<SignedContent> ContentStore::read(const std::string& identifier) const {
     const base::MutexLock lock(mutex_);
     const auto xml = readIfUsable(path(identifier, kXmlSuffix), kContentBytesLimit);
-    const auto signature =
-        xml ? readIfUsable(path(identifier, kSignatureSuffix), kSignatureBytesLimit) : std::nullopt;
-    if (!signature) return std::nullopt;
+    if (!xml) return std::nullopt;
+    if (const auto digest = readIfUsable(path(identifier, kListedSuffix), kDigestLimit))
+        return SignedContent{*xml, "", "", "", "", *digest};
+    const auto signature = readIfUsable(path(identifier, kSignatureSuffix), kSignatureBytesLimit);
+    if (!signature) return SignedContent{*xml, "", "", ""};
     SignedContent content{*xml, *signature, "", ""};
     const auto version = readIfUsable(path(identifier, kVersionSuffix), kVersionLimit);
     if (version) takeVersion(*version, content);
@@ -73,16 +77,31 @@ void ContentStore::write(const std::string& identifier, const SignedContent& con
     const base::MutexLock lock(mutex_);
     openDirectory();
     removeFile(identifier + kVersionSuffix);
+    if (!content.listedDigest.empty()) {
+        replace(identifier + kXmlSuffix, content.xml);
+        replace(identifier + kListedSuffix, content.listedDigest);
+        removeFile(identifier + kSignatureSuffix);
+        return;
+    }
+    removeFile(identifier + kListedSuffix);
     replace(identifier + kXmlSuffix, content.xml);
     replace(identifier + kSignatureSuffix, content.signature);
     replace(identifier + kVersionSuffix, versionText(content));
 }
 
 void ContentStore::remove(const std::string& identifier) {
+    removeFiles(identifier, {kVersionSuffix, kXmlSuffix, kSignatureSuffix, kListedSuffix});
+}
+
+void ContentStore::removeProof(const std::string& identifier) {
+    removeFiles(identifier, {kVersionSuffix, kSignatureSuffix, kListedSuffix});
+}
+
+void ContentStore::removeFiles(const std::string& identifier, const std::vector<const char*>& suffixes) {
     const base::MutexLock lock(mutex_);
     if (::access(directory_.c_str(), F_OK) != 0) return;
     openDirectory();
-    for (const char* suffix : {kVersionSuffix, kXmlSuffix, kSignatureSuffix})
+    for (const char* suffix : suffixes)
         removeFile(identifier + suffix);
 }
 

@@ -42,7 +42,7 @@ parseOnlyMetadata failure(const std::string& line) {
 zelor::agent::ContentLibrary& zelor::agent::contentLibraryAt(const std::string& installPath) {
     const base::MutexLock lock(cachers().mutex);
     auto& library = cachers().libraries[installPath];
-    if (!library) library = std::make_unique<ContentLibrary>(installPath + "/content");
+    if (!library) library = std::make_unique<ContentLibrary>(installPath);
     return *library;
 }
 
@@ -84,5 +84,5 @@ void CreCacher::removeCreFromCache(std::string /*platformCpe*/, std::string /*pr
 
 void CreCacher::removeCreFile(std::string /*platformCpe*/, std::string /*productCpe*/,
                               std::string cveOrCceId) {
-    zelor::agent::contentLibraryAt(installPath_).removeFile(cveOrCceId);
+    zelor::agent::contentLibraryAt(installPath_).applied(cveOrCceId);
 }

@@ -44,6 +44,11 @@ LogLevel levelOf(const std::string& value) {
     return value == "error" ? LogLevel::error : LogLevel::debug;
 }
 
+Freshness freshnessOf(const std::string& value) {
+    if (value == "off") return Freshness::off;
+    return value == "require" ? Freshness::require : Freshness::warn;
+}
+
 }  // namespace
 
 const std::vector<SettingEntry>& settingsTable() {
@@ -66,6 +71,11 @@ const std::vector<SettingEntry>& settingsTable() {
          "true "
          "or false.",
          &S::requireDigests},
+        {"Repository", "Root", T::path, "",
+         "Root metadata file from which the repository's signed index is checked.", &S::root},
+        {"Repository", "Freshness", T::freshness, "warn",
+         "What is made of an index that has expired or is older than one seen before: off, warn or require.",
+         &S::freshness},
         {"Network", "Proxy", T::proxy, "",
          "Address of the web proxy that the repository is asked through, http://host:port or "
          "https://host:port.",
@@ -131,6 +141,10 @@ base::Check checkValue(SettingType type, const std::string& value) {
         if (!known) return base::failure("is not debug, info or error");
     }
     if (type == SettingType::proxy) return checkProxy(value);
+    if (type == SettingType::freshness) {
+        const bool known = value == "off" || value == "warn" || value == "require";
+        if (!known) return base::failure("is not off, warn or require");
+    }
     if (type == SettingType::hosts) {
         const auto isBad = [](unsigned char c) {
             return std::isalnum(c) == 0 && std::strchr(" ,\t.-_:[]*", c) == nullptr;
@@ -153,6 +167,8 @@ void storeValue(const SettingEntry& entry, const std::string& value, Settings& s
         settings.*(*number) = static_cast<std::uint32_t>(std::stoul(value));
     } else if (const auto* flag = std::get_if<bool Settings::*>(&entry.field)) {
         settings.*(*flag) = value == "true";
+    } else if (const auto* freshness = std::get_if<Freshness Settings::*>(&entry.field)) {
+        settings.*(*freshness) = freshnessOf(value);
     } else {
         settings.*std::get<LogLevel Settings::*>(entry.field) = levelOf(value);
     }

@@ -13,8 +13,8 @@
 namespace zelor::agent {
 
 /// What a setting's text must be: anything, an absolute path, a decimal number, true or false, a log level,
-/// the address of a proxy, a list of hosts.
-enum class SettingType { text, path, number, flag, level, proxy, hosts };
+/// the address of a proxy, a list of hosts, a word of Freshness.
+enum class SettingType { text, path, number, flag, level, proxy, hosts, freshness };
 
 /// One setting that the ini file may hold.
 struct SettingEntry {
@@ -23,7 +23,8 @@ struct SettingEntry {
     SettingType type;
     const char* fallback;  ///< the text that counts when the file has none; "" for none
     const char* meaning;   ///< one sentence, which the documentation and the man page begin with
-    std::variant<std::string Settings::*, std::uint32_t Settings::*, bool Settings::*, LogLevel Settings::*>
+    std::variant<std::string Settings::*, std::uint32_t Settings::*, bool Settings::*, LogLevel Settings::*,
+                 Freshness Settings::*>
         field;
 
     /// The setting's name as "Section.Key".

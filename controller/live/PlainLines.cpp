@@ -82,6 +82,8 @@ std::string runSummary(const ResultTable& table, const std::vector<ProgressValue
         text += "The requests that were left are aborted: " + flags.endReason + ".\n";
     const std::string outage = outageText(flags.outage);
     if (!outage.empty()) text += outage + ".\n";
+    for (const std::string& warning : flags.warnings)
+        text += "Warning: " + warning + ".\n";
     const std::string restart = restartText(flags);
     return text + (restart.empty() ? "" : restart + '\n') + "Log: " + base::printable(logFile) + '\n';
 }

@@ -8,6 +8,7 @@
 #include "agent/AgentSettings.h"
 #include "agent/ContentCacheControl.h"
 #include "agent/LogControl.h"
+#include "agent/RepositoryStatus.h"
 #include "agent/archive/ArchiveExtractor.h"
 #include "agent/content/PatchDigests.h"
 #include "agent/http/RepositoryUrl.h"
@@ -98,6 +99,8 @@ class Collector {
         Plan plan = makePlan(requests.all, known);
         const auto& unknown = paths_.settings->warnings();
         plan.warnings.insert(plan.warnings.end(), unknown.begin(), unknown.end());
+        for (const std::string& warning : agent::indexWarnings(paths_.installPath))
+            plan.warnings.push_back(base::printable(warning));
         if (!buffer) {
             plan.warnings.emplace_back(
                 "the buffered patches are not used, since other users can modify their directories; the log "

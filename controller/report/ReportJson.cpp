@@ -79,6 +79,7 @@ void writeResultJson(std::ostream& out, const ResultTable& table, const RunFlags
                         {"end", endName(flags.end)}};
     if (!flags.outage.reason.empty())
         end["outage"] = {{"reason", flags.outage.reason}, {"requests", flags.outage.requests}};
+    if (!flags.warnings.empty()) end["warnings"] = flags.warnings;
     out << "\n}, " << members(end) << "}\n";
 }
 

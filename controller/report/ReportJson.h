@@ -5,6 +5,7 @@
 #include <optional>
 #include <ostream>
 #include <string>
+#include <vector>
 
 #include "controller/States.h"
 #include "controller/live/OutageReason.h"
@@ -26,6 +27,7 @@ struct RunFlags {
     EarlyEnd end = EarlyEnd::none;
     std::string endReason{};  ///< printable; "" unless the run ended at its time limit
     Outage outage{};
+    std::vector<std::string> warnings{};  ///< printable; not about a single request
 };
 
 /// Where and when the run took place.

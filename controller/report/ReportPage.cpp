@@ -77,10 +77,14 @@ class Page {
         facts(when);
         const std::string restart = restartText(report_.flags);
         const std::string outage = outageText(report_.flags.outage);
-        if (!restart.empty() || report_.cancelled || !outage.empty()) {
+        const std::vector<std::string>& warnings = report_.flags.warnings;
+        if (!restart.empty() || report_.cancelled || !outage.empty() || !warnings.empty()) {
             out_ << "<ul class=\"flags\">"
                  << (restart.empty() ? "" : "<li>" + escapedMarkup(restart) + "</li>") << endItem()
-                 << (outage.empty() ? "" : "<li>" + markupText(outage) + "</li>") << "</ul>\n";
+                 << (outage.empty() ? "" : "<li>" + markupText(outage) + "</li>");
+            for (const std::string& warning : warnings)
+                out_ << "<li>Warning: " << markupText(warning) << "</li>";
+            out_ << "</ul>\n";
         }
         out_ << "</header>\n";
     }

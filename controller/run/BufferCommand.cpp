@@ -9,6 +9,7 @@
 
 #include "agent/ContentCacheControl.h"
 #include "agent/LogControl.h"
+#include "agent/RepositoryStatus.h"
 #include "controller/Commands.h"
 #include "controller/JobLock.h"
 #include "controller/Text.h"
@@ -32,6 +33,7 @@ class Job {
   public:
     Job(const BufferOptions& options, const Requests& requests, const Paths& paths)
         : options_(options),
+          installPath_(paths.installPath),
           sign_(lockDirectory()),
           talkFd_(options.json == "-" ? STDERR_FILENO : STDOUT_FILENO),
           usable_(requests.usable()),
@@ -61,6 +63,8 @@ class Job {
         if (!options_.talk.quiet)
             problem += writeTalk(talkFd_, (gaveWay ? "Stopped for a waiting run. " : "") + summary(counts));
         if (!problem.empty()) std::cerr << "zelor-remediate: " << problem << '\n';
+        for (const std::string& warning : agent::indexWarnings(installPath_))
+            std::cerr << "zelor-remediate: warning: " << base::printable(warning) << '\n';
         if (cancelled) return exitStatus::kCancelled;
         if (!problem.empty()) return exitStatus::kOutputFailed;
         if (counts.missing == 0 && !gaveWay) return exitStatus::kAllSucceeded;
@@ -186,6 +190,7 @@ class Job {
     }
 
     const BufferOptions& options_;
+    std::string installPath_;
     BufferingSign sign_;
     int talkFd_;
     RequestMap usable_;

@@ -11,6 +11,7 @@
 #include "agent/ContentCacheControl.h"
 #include "agent/LogControl.h"
 #include "agent/Prefetch.h"
+#include "agent/RepositoryStatus.h"
 #include "agent/http/Deadline.h"
 #include "agent/http/RepositoryUrl.h"
 #include "controller/Commands.h"
@@ -168,13 +169,15 @@ class Run {
 
     /// False when an output could not be written.
     bool finish() {
-        const RunFlags flags{manager_.getRebootNeeded(),
-                             manager_.getScanNeeded(),
-                             usable_.empty() || manager_.getAllRemFailed(),
-                             record_.restartNeeded(),
-                             end_,
-                             end_ == EarlyEnd::timeLimit ? kTimeLimitReason : "",
-                             outage()};
+        RunFlags flags{manager_.getRebootNeeded(),
+                       manager_.getScanNeeded(),
+                       usable_.empty() || manager_.getAllRemFailed(),
+                       record_.restartNeeded(),
+                       end_,
+                       end_ == EarlyEnd::timeLimit ? kTimeLimitReason : "",
+                       outage()};
+        for (const std::string& warning : agent::indexWarnings(paths_.installPath))
+            flags.warnings.push_back(base::printable(warning));
         bool written = true;
         if (!options_.json.empty()) written &= isWritten(writeResults(flags));
         if (!options_.exports.empty()) written &= isWritten(writeExports(flags));

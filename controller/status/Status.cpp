@@ -121,6 +121,7 @@ Status gatherStatus(const Paths& paths) {
     const auto& warnings = paths.settings->warnings();
     status.problems.insert(status.problems.end(), warnings.begin(), warnings.end());
     if (const base::Check own = checkSettingsFiles(paths); !own) status.problems.push_back(own.error().text);
+    status.index = agent::keptIndex(paths.installPath);
     status.buildFile = underSystemRoot(MPMBUILDFILE);
     if (const auto build = platform::readIniFile(status.buildFile))
         status.buildPlatform = build->get(MPMPLATFORM, std::string());

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "agent/RepositoryStatus.h"
 #include "base/LockFile.h"
 #include "controller/Setup.h"
 
@@ -43,6 +44,7 @@ struct Status {
     std::string iniFile;
     std::vector<agent::Setting> settings;
     std::vector<std::string> problems;  ///< of the settings, and unknown keys in them
+    agent::KeptIndex index;             ///< of the repository
     std::string recordFile;
     std::vector<std::string> recorded;  ///< ERI ids, oldest first
     std::string bufferedList;           ///< the text of the buffered-patches list

@@ -44,6 +44,24 @@ std::string settingsText(const Status& status) {
     return text;
 }
 
+std::string indexText(const Status& status) {
+    if (!status.index.configured) return "";
+    std::string text = "\nIndex of the repository: ";
+    text += status.index.roles.empty() ? "none yet, a run fetches it\n" : "\n";
+    for (const agent::KeptIndex::Role& role : status.index.roles)
+        text += row(role.name, 9, "version " + std::to_string(role.version) + ", until " + role.expires);
+    for (const std::string& warning : status.index.warnings)
+        text += "  ! " + base::printable(warning) + '\n';
+    return text;
+}
+
+ordered_json indexJson(const agent::KeptIndex& index) {
+    ordered_json roles = ordered_json::object();
+    for (const agent::KeptIndex::Role& role : index.roles)
+        roles[role.name] = {{"version", role.version}, {"expires", role.expires}};
+    return {{"roles", roles}, {"warnings", index.warnings}};
+}
+
 std::string recordText(const Status& status) {
     std::string text = "\nInstalled: " + countText(status.recorded.size(), "entry") + " in " +
                        base::printable(status.recordFile) + '\n';
@@ -126,8 +144,8 @@ ordered_json filesJson(const std::vector<SizedFile>& files) {
 }  // namespace
 
 std::string statusText(const Status& status) {
-    return platformText(status) + settingsText(status) + recordText(status) + bufferText(status) +
-           partialText(status) + leftoversText(status) + lockText(status);
+    return platformText(status) + settingsText(status) + indexText(status) + recordText(status) +
+           bufferText(status) + partialText(status) + leftoversText(status) + lockText(status);
 }
 
 ordered_json statusJson(const Status& status) {
@@ -143,6 +161,7 @@ ordered_json statusJson(const Status& status) {
                                         {"source", setting.fromFile ? "file" : "default"}};
     }
     all["problems"] = status.problems;
+    if (status.index.configured) all["index"] = indexJson(status.index);
     all["installed"] = status.recorded;
     ordered_json patches = ordered_json::array();
     for (const BufferedPatch& patch : status.buffered) {

@@ -19,6 +19,9 @@ struct SettingEntry;
 /// The least serious lines that the log file keeps.
 enum class LogLevel { debug, info, error };
 
+/// What is made of a repository whose signed index has expired or is older than what this machine has seen.
+enum class Freshness { off, warn, require };
+
 /// The values in force. Paths are absolute and below the system root.
 struct Settings {
     std::string profileId;  ///< "" when the file names none
@@ -26,6 +29,8 @@ struct Settings {
     std::string repositoryUrl;  ///< one or more, as in the file; "" when it names none
     std::string trustedKey;     ///< "" when the file names none
     bool requireDigests = false;
+    std::string root;  ///< "" when the file names none: then there is no index
+    Freshness freshness = Freshness::warn;
     std::string proxy;    ///< with its credentials, "" for none
     std::string noProxy;  ///< as in the file
     std::string caFile;   ///< "" for the system's

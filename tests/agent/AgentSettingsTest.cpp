@@ -50,6 +50,8 @@ TEST_F(AgentSettingsTest, EveryKeyHasItsDefaultBelowTheRoot) {
         {"Repository.Url", ""},
         {"Repository.TrustedKey", ""},
         {"Repository.RequireDigests", "false"},
+        {"Repository.Root", ""},
+        {"Repository.Freshness", "warn"},
         {"Network.Proxy", ""},
         {"Network.NoProxy", ""},
         {"Network.CaFile", ""},
@@ -120,7 +122,8 @@ TEST_F(AgentSettingsTest, UnusableFilesGiveAllDefaultsAndOneProblem) {
 TEST_F(AgentSettingsTest, UnusableValuesGiveTheDefaultOfTheirKey) {
     const auto settings = AgentSettings::load(
         ini("[Buffer]\nSpeedPercent = a lot\nPatchesDirSizeMB = 7\nUnzipFolder = relative\n"
-            "PatchesDir = /var/../../up\n[Limits]\nCommandMinutes = -1\n[Network]\nNoProxy = 10.0.0.0/8\n"));
+            "PatchesDir = /var/../../up\n[Limits]\nCommandMinutes = -1\n[Network]\nNoProxy = 10.0.0.0/8\n"
+            "[Repository]\nFreshness = yes\n"));
     EXPECT_EQ(valueOf(*settings, "Buffer.SpeedPercent"), "25");
     EXPECT_EQ(valueOf(*settings, "Buffer.PatchesDirSizeMB"), "7");
     EXPECT_EQ(valueOf(*settings, "Buffer.UnzipFolder"), root / "var/zelor/unzip");
@@ -128,6 +131,7 @@ TEST_F(AgentSettingsTest, UnusableValuesGiveTheDefaultOfTheirKey) {
     EXPECT_EQ(valueOf(*settings, "Limits.CommandMinutes"), "0");
     EXPECT_THAT(settings->problems(),
                 testing::Contains(HasSubstr("Network.NoProxy = \"10.0.0.0/8\" is not")));
+    EXPECT_EQ(valueOf(*settings, "Repository.Freshness"), "warn");
     EXPECT_THAT(problemsOf(*settings), HasSubstr("Buffer.SpeedPercent = \"a lot\""));
     for (const char* proxy :
          {"system", "user:secret@proxy:3128", "http://user:secret@", "http://p:1/x", "socks5://user:secret@p",

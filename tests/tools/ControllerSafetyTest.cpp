@@ -126,13 +126,18 @@ TEST_F(ControllerSafety, AServiceOfAKilledRunDoesNotBlock) {
 
 TEST_F(ControllerSafety, SettingsAndKeysThatOthersCanChangeAreRefused) {
     const std::string key = fixture.dir / "etc/zelor/repository.pem";
+    const std::string index = fixture.dir / "etc/zelor/root.json";
+    writeFile(index, "no root yet");
+    std::string settings = readFile(iniFile);
+    settings.insert(settings.find("TrustedKey"), "Root = /etc/zelor/root.json\n");
+    writeFile(iniFile, settings);
     struct Row {
         std::string path;
         mode_t bad, good;
     };
     for (const Row& row :
-         {Row{iniFile, 0646, 0644}, Row{key, 0646, 0644}, Row{fixture.dir / "etc/zelor", 0777, 0755},
-          Row{fixture.dir / "etc", 0777, 0755}}) {
+         {Row{iniFile, 0646, 0644}, Row{key, 0646, 0644}, Row{index, 0646, 0644},
+          Row{fixture.dir / "etc/zelor", 0777, 0755}, Row{fixture.dir / "etc", 0777, 0755}}) {
         ASSERT_EQ(::chmod(row.path.c_str(), row.bad), 0);
         for (const char* command : {"run", "plan", "buffer"}) {
             const ControllerRun run = on(command, kOneScript);
