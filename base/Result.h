@@ -32,7 +32,12 @@ inline tl::unexpected<Failure> failure(std::string text) {
     return tl::unexpected<Failure>(Failure{std::move(text), 0});
 }
 
-/// The same right after a failed system call: the text is `what` and a colon, if given, and the text of
+/// Passes a failure on.
+inline tl::unexpected<Failure> failure(Failure cause) {
+    return tl::unexpected<Failure>(std::move(cause));
+}
+
+/// As `failure`, right after a failed system call: the text is `what` and a colon, if given, and the text of
 /// errno.
 inline tl::unexpected<Failure> systemFailure(const std::string& what = {}) {
     const int error = errno;

@@ -16,13 +16,9 @@ constexpr const char* kNoAnswer =
 constexpr const char* kNoDisk = "look at the directory of the kept metadata and its file system";
 constexpr const char* kStartAgain = "begin again from the configured root";
 
-tl::unexpected<base::Failure> failed(const base::Failure& failure) {
-    return tl::unexpected<base::Failure>(failure);
-}
-
 tl::unexpected<base::Failure> failed(const std::string& role, std::int64_t version, const std::string& cause,
                                      const std::string& remedy) {
-    return failed(roleFailure(role, version, cause, remedy));
+    return base::failure(roleFailure(role, version, cause, remedy));
 }
 
 std::string fileName(const std::string& role) {
@@ -43,7 +39,7 @@ const std::string& digestForName(const TargetFile& target) {
 
 base::Check Client::initialise(const std::string& root) {
     const auto configured = configuredRoot(root, options_.limits);
-    if (!configured) return failed(configured.error());
+    if (!configured) return base::failure(configured.error());
     if (loadRoot() && root_->version >= configured->version) return {};
     // The files of another root first: a crash must not leave them beside this one.
     for (const char* role : {kTimestampRole, kSnapshotRole}) {
@@ -66,7 +62,7 @@ base::Check Client::loadRoot() {
     if (!bytes) return failed(kRootRole, 0, bytes.error().text, kStartAgain);
     if (!*bytes) return failed(kRootRole, 0, "there is none", kStartAgain);
     auto root = configuredRoot(**bytes, options_.limits);
-    if (!root) return failed(root.error());
+    if (!root) return base::failure(root.error());
     root_ = *std::move(root);
     return {};
 }
@@ -118,7 +114,7 @@ base::Check Client::updateRoot() {
         const auto taken = takeNextRoot();
         if (!taken) {
             if (root_->version != before.version) loadTheRest();
-            return failed(taken.error());
+            return base::failure(taken.error());
         }
         if (!*taken) break;
     }
@@ -138,8 +134,8 @@ base::Result<bool> Client::takeNextRoot() {
     if (!fetched) return failed(kRootRole, version, fetched.error().text, kNoAnswer);
     if (!fetched->found) return false;
     auto root = nextRoot(*root_, fetched->bytes, options_.limits);
-    if (!root) return failed(root.error());
-    if (const auto done = keep(kRootRole, version, fetched->bytes); !done) return failed(done.error());
+    if (!root) return base::failure(root.error());
+    if (const auto done = keep(kRootRole, version, fetched->bytes); !done) return base::failure(done.error());
     root_ = *std::move(root);
     return true;
 }
@@ -155,9 +151,9 @@ base::Check Client::forgetWhatOldKeysSigned() {
 
 base::Check Client::updateTimestamp() {
     const auto bytes = fetch(kTimestampRole, 0, fileName(kTimestampRole), options_.limits.timestamp);
-    if (!bytes) return failed(bytes.error());
+    if (!bytes) return base::failure(bytes.error());
     auto timestamp = checkTimestamp(*root_, *bytes, timestamp_ ? &*timestamp_ : nullptr, options_.limits);
-    if (!timestamp) return failed(timestamp.error());
+    if (!timestamp) return base::failure(timestamp.error());
     if (timestamp_ && timestamp->version == timestamp_->version)
         return requireFresh(kTimestampRole, *timestamp_, options_.now);
     learnTime(*timestamp);
@@ -172,10 +168,10 @@ base::Check Client::updateSnapshot() {
     if (snapshot_ && requireListed(kSnapshotRole, snapshot_->content, snapshot_->bytes, listed, options_.now))
         return {};
     auto bytes = fetchListed(kSnapshotRole, listed, options_.limits.snapshot);
-    if (!bytes) return failed(bytes.error());
+    if (!bytes) return base::failure(bytes.error());
     auto snapshot = checkSnapshot(*root_, *bytes, &listed, snapshot_ ? &snapshot_->content : nullptr,
                                   options_.now, options_.limits);
-    if (!snapshot) return failed(snapshot.error());
+    if (!snapshot) return base::failure(snapshot.error());
     if (const auto done = keep(kSnapshotRole, snapshot->version, *bytes); !done) return done;
     snapshot_ = Kept<Snapshot>{*std::move(snapshot), *std::move(bytes)};
     return {};
@@ -185,10 +181,10 @@ base::Check Client::updateTargets() {
     const ListedFile& listed = *snapshot_->content.fileOf(kTargetsRole);
     if (targets_ && requireListed(kTargetsRole, *targets_, targetsBytes_, listed, options_.now)) return {};
     auto bytes = fetchListed(kTargetsRole, listed, options_.limits.targets);
-    if (!bytes) return failed(bytes.error());
+    if (!bytes) return base::failure(bytes.error());
     auto targets = checkTargets(kTargetsRole, root_->keysOf(kTargetsRole), root_->keys, *bytes, &listed,
                                 options_.now, options_.limits);
-    if (!targets) return failed(targets.error());
+    if (!targets) return base::failure(targets.error());
     if (const auto done = keep(kTargetsRole, targets->version, *bytes); !done) return done;
     delegated_.clear();
     targets_ = std::make_shared<const Targets>(*std::move(targets));
@@ -223,7 +219,7 @@ base::Result<std::optional<TargetFile>> Client::search(const std::string& path, 
         SharedTargets role = targets_;
         if (visit.delegation != nullptr) {
             auto loaded = delegated(*visit.parent, *visit.delegation, from);
-            if (!loaded) return failed(loaded.error());
+            if (!loaded) return base::failure(loaded.error());
             role = *std::move(loaded);
         }
         if (const auto found = role->files.find(path); found != role->files.end())
@@ -247,7 +243,7 @@ base::Result<Client::SharedTargets> Client::delegated(const Targets& parent, con
     const auto key = std::make_pair(&parent, delegation.name);
     if (const auto known = delegated_.find(key); known != delegated_.end()) return known->second;
     auto targets = readDelegated(parent, delegation, from);
-    if (!targets) return failed(targets.error());
+    if (!targets) return base::failure(targets.error());
     auto shared = std::make_shared<const Targets>(*std::move(targets));
     if (from == From::network) delegated_.emplace(key, shared);
     return shared;
@@ -271,10 +267,10 @@ base::Result<Targets> Client::readDelegated(const Targets& parent, const Delegat
         if (auto targets = check(*known, listed, options_.now)) return targets;
     }
     const auto bytes = fetchListed(role, *listed, limits.targets);
-    if (!bytes) return failed(bytes.error());
+    if (!bytes) return base::failure(bytes.error());
     auto targets = check(*bytes, listed, options_.now);
     if (!targets) return targets;
-    if (const auto done = keep(role, targets->version, *bytes); !done) return failed(done.error());
+    if (const auto done = keep(role, targets->version, *bytes); !done) return base::failure(done.error());
     return targets;
 }
 

@@ -17,10 +17,6 @@ constexpr int kBins = 256;
 /// The writer reads what it wrote itself.
 constexpr std::size_t kReadLimit = 64U << 20U;
 
-tl::unexpected<base::Failure> failed(const base::Failure& failure) {
-    return tl::unexpected<base::Failure>(failure);
-}
-
 bool isBin(const std::string& role) {
     return base::hasBeginning(role, kBinPrefix);
 }
@@ -33,7 +29,7 @@ Json targetJson(const TargetFile& file) {
 
 base::Check readHeaderOf(const std::string& role, const Json& content, Header& header) {
     const auto keep = [&](const auto& read) -> base::Check {
-        if (!read) return failed(read.error());
+        if (!read) return base::failure(read.error());
         header = *read;
         return {};
     };
@@ -81,11 +77,11 @@ base::Result<RepositoryWriter> RepositoryWriter::open(const RoleFiles& files, Wr
     if (root == files.end())
         return base::failure("there is no root; publish with the keys of all four roles");
     auto trusted = configuredRoot(root->second, {});
-    if (!trusted) return failed(trusted.error());
+    if (!trusted) return base::failure(trusted.error());
     writer.root_ = *std::move(trusted);
     for (const auto& [role, bytes] : files) {
         if (role == kRootRole) continue;
-        if (const auto taken = writer.take(role, bytes); !taken) return failed(taken.error());
+        if (const auto taken = writer.take(role, bytes); !taken) return base::failure(taken.error());
     }
     return writer;
 }
@@ -98,11 +94,11 @@ base::Check RepositoryWriter::take(const std::string& role, const std::string& b
     File file;
     file.bytes = bytes;
     auto parsed = readSignedFile(bytes, kReadLimit);
-    const base::Check read =
-        parsed ? readHeaderOf(role, parsed->content, file.header) : base::Check(failed(parsed.error()));
+    const base::Check read = parsed ? readHeaderOf(role, parsed->content, file.header)
+                                    : base::Check(base::failure(parsed.error()));
     if (!read)
-        return failed(roleFailure(role, 0, read.error().text,
-                                  "restore metadata/ from the server or a backup, and try again"));
+        return base::failure(roleFailure(role, 0, read.error().text,
+                                         "restore metadata/ from the server or a backup, and try again"));
     file.parsed = *std::move(parsed);
     files_[role] = std::move(file);
     return {};
@@ -178,7 +174,7 @@ base::Check RepositoryWriter::put(const std::string& role, Json body, bool alway
 
 base::Check RepositoryWriter::sign(const std::string& role, Json content) {
     const auto bytes = PrivateKey::signedFile(content, signersOf(role));
-    if (!bytes) return failed(bytes.error());
+    if (!bytes) return base::failure(bytes.error());
     if (const auto taken = take(role, *bytes); !taken) return taken;
     written_.push_back({metadataName(role, files_.at(role).header.version), *bytes});
     return {};

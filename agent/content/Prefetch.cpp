@@ -30,8 +30,7 @@ std::vector<std::string> Prefetch::Wanted::remove(const std::string& key) {
     return unwanted;
 }
 
-Prefetch::Prefetch(std::string installPath)
-    : installPath_(Common::StripTrailingSeparators(installPath)) {}
+Prefetch::Prefetch(std::string installPath) : installPath_(Common::StripTrailingSeparators(installPath)) {}
 
 Prefetch::~Prefetch() {
     ended();

@@ -12,9 +12,8 @@ namespace zelor::agent {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using Kind = Listing::Kind;
 
-constexpr std::chrono::minutes kTrustedTime{10};
+constexpr std::chrono::minutes kIndexTime{10};
 constexpr std::chrono::seconds kSilentTime{5};  ///< until a repository that did not answer is asked again
 constexpr std::size_t kWarningsLimit = 20;
 
@@ -45,7 +44,7 @@ class RepositoryIndex::Session {
         const auto age = Clock::now() - refreshed_;
         return run_ == currentRun() && mirrors_ == mirrors && root_ == settings.values().root &&
                freshness_ == settings.values().freshness && rootStamp_ == base::stampOf(root_) && !stopped_ &&
-               age < (silent_ ? Clock::duration(kSilentTime) : Clock::duration(kTrustedTime));
+               age < (silent_ ? Clock::duration(kSilentTime) : Clock::duration(kIndexTime));
     }
 
     void refresh(const AgentSettings& settings, const StopSource& stop) {
@@ -68,7 +67,7 @@ class RepositoryIndex::Session {
     Listing find(const AgentSettings& settings, const std::string& path, const StopSource& stop) {
         Listing listing;
         if (stopped_) {
-            listing.kind = Kind::stopped;
+            listing.kind = Listing::Kind::stopped;
             return listing;
         }
         listing.problem = problem_;
@@ -83,7 +82,7 @@ class RepositoryIndex::Session {
         }
         const auto kept = client_.findKept(path);
         if (kept) return take(std::move(listing), *kept);
-        listing.kind = Kind::unknown;
+        listing.kind = Listing::Kind::unknown;
         listing.silent = listing.silent || (!current_ && silent_);
         if (listing.problem.empty()) listing.problem = kept.error().text;
         return listing;
@@ -130,12 +129,12 @@ class RepositoryIndex::Session {
 
     static Listing stoppedListing() {
         Listing listing;
-        listing.kind = Kind::stopped;
+        listing.kind = Listing::Kind::stopped;
         return listing;
     }
 
     Listing take(Listing listing, const std::optional<trust::TargetFile>& file) const {
-        listing.kind = file ? Kind::listed : Kind::unlisted;
+        listing.kind = file ? Listing::Kind::listed : Listing::Kind::unlisted;
         if (file) listing.file = {client_.downloadPath(*file), *file};
         return listing;
     }
@@ -223,11 +222,11 @@ Listing RepositoryIndex::find(const AgentSettings& settings, const std::string& 
     const auto mirrors = Mirrors::ofRun(settings);
     const Turn turn(*this, stop);
     Listing listing;
-    listing.kind = Kind::stopped;
+    listing.kind = Listing::Kind::stopped;
     if (!turn) return listing;
     listing = sessionFor(settings, mirrors, stop).find(settings, path, stop);
     // Of a repository that does not answer, each request says so itself.
-    if (!listing.problem.empty() && !(listing.kind == Kind::unknown && listing.silent))
+    if (!listing.problem.empty() && !(listing.kind == Listing::Kind::unknown && listing.silent))
         warn(settings, listing.problem);
     return listing;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -7,6 +8,9 @@
 #include "trust/RepositoryWriter.h"
 
 namespace zelor::authoring {
+
+/// The most bytes of a root file that the tools read.
+constexpr std::size_t kRootBytesLimit = 512U << 10U;
 
 /// The metadata/ directory of a repository on disk. Throws std::runtime_error that names the file.
 class MetadataDirectory {

@@ -8,11 +8,7 @@
 
 namespace zelor::authoring {
 
-namespace {
-
-constexpr trust::Time kDay = 86'400;
-
-}  // namespace
+namespace {}  // namespace
 
 std::map<std::string, trust::Time> lifetimesOf(const std::vector<std::string>& texts) {
     std::map<std::string, trust::Time> lifetimes;
@@ -26,7 +22,7 @@ std::map<std::string, trust::Time> lifetimesOf(const std::vector<std::string>& t
         if (std::find(roles.begin(), roles.end(), role) == roles.end() || !number || std::stoi(days) == 0)
             throw UsageError("--expires \"" + base::printable(text) +
                              "\" is not of the form ROLE=DAYS, such as timestamp=7, with 1 to 9999 days");
-        lifetimes[role] = std::stoi(days) * kDay;
+        lifetimes[role] = std::stoi(days) * trust::kDay;
     }
     return lifetimes;
 }

@@ -10,7 +10,6 @@ namespace zelor::authoring {
 
 namespace {
 
-constexpr trust::Time kDay = 86'400;
 constexpr const char* kBins = "bins";
 
 RoleReport reportOf(const trust::RoleStatus& status, const trust::Root& root, const trust::Json& content) {
@@ -37,9 +36,9 @@ std::string remedyOf(const std::string& role) {
 }
 
 trust::Time usual(const std::string& role) {
-    if (role == trust::kRootRole) return 30 * kDay;
-    if (role == trust::kTimestampRole) return 2 * kDay;
-    return role == trust::kSnapshotRole ? 7 * kDay : 14 * kDay;
+    if (role == trust::kRootRole) return 30 * trust::kDay;
+    if (role == trust::kTimestampRole) return 2 * trust::kDay;
+    return role == trust::kSnapshotRole ? 7 * trust::kDay : 14 * trust::kDay;
 }
 
 }  // namespace
@@ -74,7 +73,8 @@ std::string attention(const RoleReport& role, trust::Time now, trust::Time withi
     else if (role.expires <= now)
         what = " expired " + trust::timeText(role.expires);
     else if (role.expires - now <= (within < 0 ? usual(role.role) : within))
-        what = " expires in " + amount(static_cast<std::size_t>((role.expires - now) / kDay), "day", "days");
+        what = " expires in " +
+               amount(static_cast<std::size_t>((role.expires - now) / trust::kDay), "day", "days");
     return what.empty() ? "" : role.role + what + "; " + remedyOf(role.role);
 }
 

@@ -16,7 +16,6 @@ namespace zelor::authoring {
 
 namespace {
 
-constexpr std::size_t kRootLimit = 512U << 10U;
 constexpr std::size_t kLeastIdDigits = 8;
 
 template <class Value>
@@ -26,7 +25,7 @@ Value orRefuse(base::Result<Value> result) {
 }
 
 trust::Json contentOf(const std::string& root) {
-    return orRefuse(trust::readSignedFile(root, kRootLimit)).content;
+    return orRefuse(trust::readSignedFile(root, kRootBytesLimit)).content;
 }
 
 /// The id of a key of the role that `text` names: a file, or the first digits of an id.
@@ -81,7 +80,7 @@ class Rotation {
         if (!boost::filesystem::exists(pending_))
             throw UsageError("no change waits for signatures in " + options_.repository);
         return orRefuse(
-            trust::withRootSignatures(old_, base::readBounded(pending_, kRootLimit), settings_.keys));
+            trust::withRootSignatures(old_, base::readBounded(pending_, kRootBytesLimit), settings_.keys));
     }
 
     std::string changed() const {
@@ -106,7 +105,7 @@ class Rotation {
 
     /// A line for each root key, of the old or the new root, that has not signed.
     std::string whoCanSign(const std::string& next) const {
-        const trust::SignedFile file = orRefuse(trust::readSignedFile(next, kRootLimit));
+        const trust::SignedFile file = orRefuse(trust::readSignedFile(next, kRootBytesLimit));
         std::set<std::string> signers, shown;
         for (const trust::Signature& signature : file.signatures)
             signers.insert(signature.keyId);

@@ -16,9 +16,6 @@ namespace zelor::authoring {
 
 namespace {
 
-constexpr trust::Time kDay = 86'400;
-constexpr std::size_t kRootLimit = 512U << 10U;
-
 std::string signersText(const RoleReport& role, const std::set<std::string>& here) {
     std::string text = std::to_string(role.threshold) + " of";
     for (std::size_t i = 0; i < role.ids.size(); ++i)
@@ -30,8 +27,8 @@ std::string signersText(const RoleReport& role, const std::set<std::string>& her
 std::string pendingText(const std::string& repository, const MetadataDirectory& directory) {
     const std::string path = pendingRootFile(repository);
     if (!boost::filesystem::exists(path)) return "";
-    const auto next = trust::readSignedFile(base::readBounded(path, kRootLimit), kRootLimit),
-               now = trust::readSignedFile(directory.root(directory.newestRoot()), kRootLimit);
+    const auto next = trust::readSignedFile(base::readBounded(path, kRootBytesLimit), kRootBytesLimit),
+               now = trust::readSignedFile(directory.root(directory.newestRoot()), kRootBytesLimit);
     if (!now || !next || !trust::readRoot(now->content) || !trust::readRoot(next->content))
         return path + " cannot be read; remove it, and begin the change again\n";
     return "A change of the root waits for signatures (zelor-content rotate --sign):\n" +
@@ -57,7 +54,8 @@ int runStatus(const StatusOptions& options) {
     for (const RoleReport& role : metadataStatus(directory)) {
         std::cout << std::left << std::setw(11) << role.role << std::setw(9) << role.version << std::setw(22)
                   << trust::timeText(role.expires) << signersText(role, here) << '\n';
-        const std::string problem = attention(role, now, options.within < 0 ? -1 : options.within * kDay);
+        const std::string problem =
+            attention(role, now, options.within < 0 ? -1 : options.within * trust::kDay);
         if (problem.empty()) continue;
         good = false;
         lines += problem + '\n';
