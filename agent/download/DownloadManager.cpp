@@ -42,6 +42,34 @@ struct Measurement {
     }
 };
 
+/// The speed of the file at `url`, 0 when it cannot be measured; `status` is that of the answer, 0 for none.
+unsigned long speedOf(const std::string& url, int& status) {
+    status = 0;
+    Measurement measured;
+    zelor::agent::HttpRequest request;
+    request.url = url;
+    request.limits.connectTimeout = kLongest;
+    request.limits.stallTime = kLongest;
+    request.limits.firstAnswer = kLongest;
+    const zelor::agent::Deadline deadline(3 * kLongest);  // with redirects, and a body that never begins
+    request.overdue = [&] { return deadline.passed(); };
+    request.onBody = [&](std::string_view piece) { return measured.take(piece); };
+    const zelor::agent::HttpResult result = zelor::agent::HttpClient().perform(request);
+    const double speed = measured.bytesPerSecond(Clock::now());
+    const bool answered = result.outcome == zelor::agent::HttpOutcome::answered || measured.total != 0;
+    const std::string problem = !answered                   ? result.error
+                                : result.head.status != 200 ? "status " + std::to_string(result.head.status)
+                                : measured.total == 0       ? "the file is empty"
+                                                            : "";
+    if (answered) status = static_cast<int>(result.head.status);
+    if (problem.empty()) return static_cast<unsigned long>(speed);
+    if (status == 200) status = 0;
+    zelor::log::error("[Downloader] cannot measure the bandwidth with ",
+                      zelor::agent::withoutCredentials(url), ": ", problem,
+                      "; publish a speed.bin of some megabytes");
+    return 0;
+}
+
 }  // namespace
 
 DownloadManager::DownloadManager(std::string /*installPath*/, bool /*useProxy*/) {}
@@ -49,31 +77,12 @@ DownloadManager::DownloadManager(std::string /*installPath*/, bool /*useProxy*/)
 unsigned long DownloadManager::GetDownloadSpeed(int& status) {
     status = 0;
     try {
-        const std::string url =
-            zelor::agent::repositoryUrl(*zelor::agent::AgentSettings::current()) + "/speed.bin";
-        Measurement measured;
-        zelor::agent::HttpRequest request;
-        request.url = url;
-        request.limits.connectTimeout = kLongest;
-        request.limits.stallTime = kLongest;
-        request.limits.firstAnswer = kLongest;
-        const zelor::agent::Deadline deadline(3 * kLongest);  // with redirects, and a body that never begins
-        request.overdue = [&] { return deadline.passed(); };
-        request.onBody = [&](std::string_view piece) { return measured.take(piece); };
-        const zelor::agent::HttpResult result = zelor::agent::HttpClient().perform(request);
-        const double speed = measured.bytesPerSecond(Clock::now());
-        const bool answered = result.outcome == zelor::agent::HttpOutcome::answered || measured.total != 0;
-        const std::string problem = !answered ? result.error
-                                    : result.head.status != 200
-                                        ? "status " + std::to_string(result.head.status)
-                                    : measured.total == 0 ? "the file is empty"
-                                                          : "";
-        if (answered) status = static_cast<int>(result.head.status);
-        if (problem.empty()) return static_cast<unsigned long>(speed);
-        if (status == 200) status = 0;
-        zelor::log::error("[Downloader] cannot measure the bandwidth with ",
-                          zelor::agent::withoutCredentials(url), ": ", problem,
-                          "; publish a speed.bin of some megabytes");
+        const auto mirrors = zelor::agent::Mirrors::ofRun(*zelor::agent::AgentSettings::current());
+        for (const zelor::agent::Mirror& mirror : mirrors->inOrder()) {
+            const unsigned long speed = speedOf(mirror.url + "/speed.bin", status);
+            if (status == 200) mirrors->served(mirror);
+            if (status == 200 || zelor::agent::stopRequested()) return speed;
+        }
     } catch (const std::exception& e) {
         zelor::log::error("[Downloader] cannot measure the bandwidth: ", e.what());
     }

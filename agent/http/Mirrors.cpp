@@ -65,8 +65,4 @@ void Mirrors::served(const Mirror& mirror) {
         if (mirrors_[i].url == mirror.url) first_ = i;
 }
 
-std::string repositoryUrl(const AgentSettings& settings) {
-    return Mirrors::ofRun(settings)->inOrder().front().url;
-}
-
 }  // namespace zelor::agent

@@ -43,7 +43,4 @@ class Mirrors {
     std::size_t first_ ZELOR_GUARDED_BY(mutex_) = 0;
 };
 
-/// The address to ask first. Throws std::runtime_error as `repositoryUrls`.
-std::string repositoryUrl(const AgentSettings& settings);
-
 }  // namespace zelor::agent

@@ -9,6 +9,7 @@
 #include "agent/http/RepositoryUrl.h"
 #include "base/SystemRoot.h"
 #include "collaborators/CreCacher.h"
+#include "collaborators/DownloadManager.h"
 #include "collaborators/RemediationResourceDownloader.h"
 #include "support/RepositoryServer.h"
 #include "support/SigningKey.h"
@@ -193,6 +194,15 @@ TEST_F(MirrorsTest, AnArchiveIsWhatTheContentAsksForAndFromOneMirror) {
     EXPECT_EQ(fetched("half"), std::string(5000, '2'));
     EXPECT_THAT(asked(one), ElementsAre("/patches/half.zip", "/patches/half.zip part"));
     EXPECT_THAT(asked(two), ElementsAre("/patches/half.zip"));
+}
+
+TEST_F(MirrorsTest, TheSpeedIsThatOfTheMirrorThatServes) {
+    one.answerAll(503);
+    two.publish("speed.bin", std::string(100000, 's'));
+    int status = 0;
+    EXPECT_GT(DownloadManager("", false).GetDownloadSpeed(status), 0U);
+    EXPECT_EQ(status, 200);
+    EXPECT_EQ(Mirrors::ofRun(*AgentSettings::current())->inOrder().front().url, two.url());
 }
 
 TEST_F(MirrorsTest, AddressesAreReadAndShownWithoutPasswords) {
