@@ -150,13 +150,13 @@ namespace {
 
 TEST_F(ControllerTest, ExportsWhenTheRunEndsAndAfterwards) {
     fixture.addScript("CCE-1", "good", "sleep 0.05\n");
-    const std::string json = fixture.dir / "results.json", ocsf = fixture.dir / "o.jsonl";
+    const std::string results = fixture.dir / "results.json", ocsf = fixture.dir / "o.jsonl";
     const nlohmann::json map = {{"cpe:/o:y||Good", "CCE-1"}, {"cpe:/o:z", "CCE-2"}};
     const ControllerRun run =
-        on("run", map, {"--json", json, "--export", "ocsf=" + ocsf, "--export=prometheus=-"});
+        on("run", map, {"--json", results, "--export", "ocsf=" + ocsf, "--export=prometheus=-"});
     EXPECT_EQ(run.status, 1);
     EXPECT_THAT(run.out, testing::StartsWith("# HELP zelor_remediation_requests"));
-    const ControllerRun later = controller({"export", json, "--format", "ocsf"});
+    const ControllerRun later = controller({"export", results, "--format", "ocsf"});
     EXPECT_EQ(later.status, 0) << later.err;
     EXPECT_EQ(later.out, readFile(ocsf));
     const auto event = nlohmann::json::parse(later.out.substr(0, later.out.find('\n')));
@@ -170,10 +170,10 @@ TEST_F(ControllerTest, ExportsWhenTheRunEndsAndAfterwards) {
                                                            {"--export", "ocsf=-", "--json", "-"}};
     for (const auto& options : refused)
         EXPECT_EQ(on("run", map, options).status, 2) << options.back();
-    EXPECT_EQ(controller({"export", json, "--format", "xccdf", "--out", json}).status, 2);
-    EXPECT_EQ(controller({"export", json, "--format", "html"}).status, 2);
+    EXPECT_EQ(controller({"export", results, "--format", "xccdf", "--out", results}).status, 2);
+    EXPECT_EQ(controller({"export", results, "--format", "html"}).status, 2);
     EXPECT_EQ(controller({"export", requests, "--format", "xccdf"}).status, 2);
-    EXPECT_EQ(controller({"export", json, "--format", "xccdf", "--out", "/dev/full"}).status, 2);
+    EXPECT_EQ(controller({"export", results, "--format", "xccdf", "--out", "/dev/full"}).status, 2);
 }
 
 }  // namespace
