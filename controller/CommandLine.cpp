@@ -25,6 +25,7 @@ constexpr const char* kExamples = R"(Examples:
   zelor-remediate run requests.json --report report.html   and write an HTML report
   zelor-remediate buffer requests.json                     download patches ahead of time
   zelor-remediate status                                   settings, installed patches, buffer
+  zelor-remediate requests scan-results.xml --out requests.json    from what a scan found
   zelor-remediate export results.json --format xccdf       results for other programs
   zelor-remediate run requests.json --root /tmp/mac --tools mac    on a rehearsal Mac
 
@@ -97,6 +98,17 @@ constexpr const char* kExportHelp = R"(Examples:
 Writes the results of a run in a format of other programs. These are XCCDF 1.2 results (xccdf), a line of JSON for each
 request as OCSF Remediation Activity (ocsf), and the text format of Prometheus (prometheus). run --export writes the same
 when the run ends.)";
+
+constexpr const char* kRequestsHelp = R"(Examples:
+  zelor-remediate requests scan-results.xml --out requests.json
+  zelor-remediate requests arf.xml --platform cpe:/o:apple:mac_os_x --out requests.json
+  zelor-remediate requests org.example.audit.plist --rules rules/import.json --out requests.json
+  echo "CVE-2014-4459 cpe:/a:example:editor Example Editor" | zelor-remediate requests -
+
+Makes requests from what a scan found. A file has XCCDF 1.2 results (alone, with their benchmark, or in ARF), the audit of
+the macOS Security Compliance Project as an XML property list, or a line for each identifier, with the CPE of its product
+and its name. What is left out, and why, is shown on standard error: the exit status is 1 then, or 3 without any
+request.)";
 
 using Action = std::function<int()>;
 
@@ -230,6 +242,25 @@ void addExport(CLI::App& app, ExportOptions& options, Action& action) {
     command->callback([&] { action = [&] { return exportCommand(options); }; });
 }
 
+void addMakeRequests(CLI::App& app, RequestsOptions& options, Action& action) {
+    CLI::App* command = addCommand(app, "requests", kRequestsHelp);
+    command->add_option("FILE", options.files, "What a scan found; - reads standard input")
+        ->required()
+        ->type_name("");
+    command->add_option("--platform", options.platform, "The operating system, in place of the file's")
+        ->type_name("CPE");
+    command->add_option("--product", options.product, "The product, in place of the file's")
+        ->type_name("CPE");
+    command
+        ->add_option(
+            "--rules", options.rules,
+            "import.json of zelor-content import, for identifiers that the file lacks; may be repeated")
+        ->type_name("FILE")
+        ->allow_extra_args(false);
+    command->add_option("--out", options.out, "Write to FILE instead of standard output")->type_name("FILE");
+    command->callback([&] { action = [&] { return requestsCommand(options); }; });
+}
+
 /// For the list of commands and for `help --help`; arrangedArguments() has replaced any other use of it.
 void addHelp(CLI::App& app) {
     addCommand(app, "help", kHelpHelp)->add_option("COMMAND", "The command")->type_name("");
@@ -341,11 +372,13 @@ int runController(const std::vector<std::string>& arguments) {
     BufferOptions buffer;
     StatusOptions status;
     ExportOptions exporting;
+    RequestsOptions requests;
     Action action;
     addRun(app, run, action);
     addPlan(app, plan, action);
     addBuffer(app, buffer, action);
     addStatus(app, status, action);
+    addMakeRequests(app, requests, action);
     addExport(app, exporting, action);
     addHelp(app);
     return execute(app, arguments, action);

@@ -67,6 +67,18 @@ struct ExportOptions {
 };
 int exportCommand(const ExportOptions& options);
 
+/// Writes the requests for what scans found: `files` are XCCDF or ARF results, audits of the macOS Security
+/// Compliance Project and lists of identifiers, "-" for standard input. What is left out is explained on
+/// standard error.
+struct RequestsOptions {
+    std::vector<std::string> files;
+    std::vector<std::string> rules;  ///< reports of `zelor-content import`
+    std::string platform;            ///< CPE names in place of those of the files, "" for theirs
+    std::string product;
+    std::string out = "-";  ///< "-": standard output
+};
+int requestsCommand(const RequestsOptions& options);
+
 /// Shows what a run of the requests would do, and changes nothing. The status is that of `planExitStatus`.
 struct PlanOptions {
     std::string requests;

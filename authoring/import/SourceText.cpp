@@ -1,7 +1,5 @@
 #include "authoring/import/SourceText.h"
 
-#include <algorithm>
-
 #include "base/PrintableText.h"
 #include "base/Strings.h"
 #include "base/Utf8.h"
@@ -9,10 +7,6 @@
 namespace zelor::authoring {
 
 namespace {
-
-bool isDigit(char c) {
-    return c >= '0' && c <= '9';
-}
 
 std::string whyUnfit(char32_t code) {
     if (code == base::kInvalidCharacter) return "bytes that are not UTF-8";
@@ -49,14 +43,6 @@ std::string oneLine(const std::string& text, std::size_t limit) {
         line.replace(limit, std::string::npos, "...");
     }
     return base::trimmed(base::printable(line));
-}
-
-bool isCceIdentifier(const std::string& text) {
-    constexpr std::size_t kPrefix = 4, kMostDigits = 7;
-    const std::size_t end = text.size();
-    return base::hasBeginning(text, "CCE-") && end >= kPrefix + 3 && end <= kPrefix + kMostDigits + 2 &&
-           isDigit(text[end - 1]) && text[end - 2] == '-' &&
-           std::all_of(text.begin() + kPrefix, text.end() - 2, isDigit);
 }
 
 }  // namespace zelor::authoring

@@ -3,6 +3,8 @@
 #include <string>
 #include <vector>
 
+#include "remediation/intake/RequestParsing.h"
+
 namespace zelor::authoring {
 
 /// Why text cannot be imported, such as "a control character in line 3": bytes that are no UTF-8, control
@@ -13,7 +15,7 @@ std::string whyUnfitText(const std::string& text);
 /// `text` in one line with single blanks, safe to print, and of at most `limit` bytes.
 std::string oneLine(const std::string& text, std::size_t limit = 300);
 
-/// Whether the text is a CCE identifier: CCE-, up to seven digits, a hyphen and a digit.
-bool isCceIdentifier(const std::string& text);
+/// Whether the text is a CCE identifier.
+using remediation::isCceIdentifier;
 
 }  // namespace zelor::authoring

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "agent/xml/XmlText.h"
 #include "base/Result.h"
 
 namespace zelor::authoring {
@@ -32,6 +33,6 @@ class XccdfDocument {
 };
 
 /// All text below a node.
-std::string textOf(const pugi::xml_node& node);
+using agent::textOf;
 
 }  // namespace zelor::authoring

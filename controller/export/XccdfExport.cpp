@@ -97,6 +97,10 @@ void writeFacts(std::ostream& out, const ExportedRun& run) {
     out << "    </target-facts>\n";
 }
 
+std::string platform(const ExportedRun& run) {
+    return isPlainCpe(run.platformCpe) ? "  <platform idref=\"" + run.platformCpe + "\"/>\n" : "";
+}
+
 void writeTestResult(std::ostream& out, const ExportedRun& run) {
     std::string moment = utcText(run.started);
     moment.erase(std::remove_if(moment.begin(), moment.end(), [](char c) { return c == '-' || c == ':'; }),
@@ -107,7 +111,7 @@ void writeTestResult(std::ostream& out, const ExportedRun& run) {
         << "\">\n    <title>Remediation of " << markupText(run.host) << "</title>\n    <target>"
         << (run.host.empty() ? "unknown" : markupText(run.host)) << "</target>\n";
     writeFacts(out, run);
-    if (isPlainCpe(run.platformCpe)) out << "    <platform idref=\"" << run.platformCpe << "\"/>\n";
+    out << platform(run);
     for (const ExportedRequest& request : run.requests)
         writeResult(out, run, request);
     out << "    <score system=\"urn:xccdf:scoring:default\" maximum=\"100.000000\">" << score(run)
@@ -142,8 +146,9 @@ void writeXccdf(std::ostream& out, const ExportedRun& run) {
         << started.substr(0, started.find('T')) << "\">accepted</status>\n  <title>Remediation of "
         << markupText(run.host)
         << "</title>\n  <description>What a run of zelor-remediate was asked for, and what became of "
-           "it.</description>\n  <version time=\""
-        << started << "\">1</version>\n  <model system=\"urn:xccdf:scoring:default\"/>\n";
+           "it.</description>\n"
+        << platform(run) << "  <version time=\"" << started
+        << "\">1</version>\n  <model system=\"urn:xccdf:scoring:default\"/>\n";
     for (const ExportedRequest& request : run.requests)
         writeRule(out, request);
     writeTestResult(out, run);

@@ -6,6 +6,14 @@
 
 namespace zelor::remediation {
 
+namespace {
+
+bool areDigits(const std::string& text) {
+    return std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+}
+
+}  // namespace
+
 std::string progressKey(const std::string& requestKey) {
     const auto at = requestKey.find("||");
     const bool underCpe = at != std::string::npos && requestKey.find("oval:", at + 2) != std::string::npos;
@@ -26,6 +34,22 @@ RequestKey parseRequestKey(const std::string& trimmedKey, bool configuration) {
 
 bool isConfiguration(const std::string& identifier) {
     return base::hasBeginning(identifier, "CCE-");
+}
+
+bool isCceIdentifier(const std::string& text) {
+    constexpr std::size_t kPrefix = 4, kMostDigits = 7;
+    const std::size_t end = text.size();
+    return isConfiguration(text) && end >= kPrefix + 3 && end <= kPrefix + kMostDigits + 2 &&
+           text[end - 2] == '-' && areDigits(text.substr(kPrefix, end - 2 - kPrefix)) &&
+           areDigits(text.substr(end - 1));
+}
+
+bool isCveIdentifier(const std::string& text) {
+    constexpr std::size_t kPrefix = 4, kYear = 4, kFewestDigits = 4, kMostDigits = 19;
+    constexpr std::size_t kNumber = kPrefix + kYear + 1;
+    return base::hasBeginning(text, "CVE-") && text.size() >= kNumber + kFewestDigits &&
+           text.size() <= kNumber + kMostDigits && text[kNumber - 1] == '-' &&
+           areDigits(text.substr(kPrefix, kYear)) && areDigits(text.substr(kNumber));
 }
 
 CpeCount cpeCount(const RequestKey& request) {

@@ -19,6 +19,11 @@ struct RequestKey {
 /// True when the trimmed identifier asks for a configuration, false when it asks for a patch.
 bool isConfiguration(const std::string& identifier);
 
+/// Whether the text is a CCE identifier: CCE-, up to seven digits, a hyphen and a digit.
+bool isCceIdentifier(const std::string& text);
+/// Whether the text is a CVE identifier: CVE-, four digits, a hyphen and four to nineteen digits.
+bool isCveIdentifier(const std::string& text);
+
 /// How many CPEs a request names: one or two are usable.
 enum class CpeCount { none, usable, tooMany };
 CpeCount cpeCount(const RequestKey& request);
