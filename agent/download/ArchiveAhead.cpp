@@ -160,7 +160,7 @@ class ArchiveAhead::Work {
         if (redirected || stopped || !ahead_.isWanted(stem)) return ahead_.end(stem, false);
         answered_ = true;
         const bool answers = download.takeEarly(result);
-        if (!answers && !othersLeft_) giveUp();
+        if (!answers && !othersLeft_ && !download.metOneFile()) giveUp();
         ahead_.end(stem, answers);
     }
 

@@ -108,7 +108,7 @@ std::optional<HttpRequest> PatchDownload::beginEarly() {
 bool PatchDownload::takeEarly(const HttpResult& result) {
     turn_.learn(result);
     early_ = judge(result);
-    return !turn_.isDown() || policy_.outage->isOneFile();
+    return !turn_.isDown();
 }
 
 bool PatchDownload::adopt(DownloadJob job, bool othersLeft, HttpClient& client) {

@@ -67,6 +67,8 @@ class PatchDownload {
     /// How that request ended; without this call, `run` goes on behind the bytes that came. Logs nothing.
     /// False when the repository does not answer.
     bool takeEarly(const HttpResult& result);
+    /// True when the server has trouble, but perhaps only with this file.
+    bool metOneFile() const { return policy_.outage && policy_.outage->isOneFile(); }
     /// True when an attempt found something wrong with what came.
     bool hasProblem() const { return !problem_.empty(); }
     /// From now on it is the download of `job`; `othersLeft` as in the policy, `client` as in the
