@@ -123,11 +123,6 @@ bool PatchDownload::adopt(DownloadJob job, bool othersLeft, HttpClient& client) 
     return true;
 }
 
-void PatchDownload::abandon() {
-    if (partial_ && fresh_) partial_->discard();
-    partial_.reset();
-}
-
 DownloadResult PatchDownload::run() {
     shown_ = true;
     DownloadProgress::instance().begin(job_.name);
@@ -195,10 +190,6 @@ PatchDownload::Step PatchDownload::pauseOrGiveUp(int failures, int attempts) {
     }
     log::info("[Downloader] trying ", withoutCredentials(job_.url), " again: ", problem_);
     return sleepUnlessInterrupted(time) ? Step::again : Step::interrupted;
-}
-
-bool PatchDownload::isLate() const {
-    return pace_.isLate(std::chrono::steady_clock::now());
 }
 
 PatchDownload::Step PatchDownload::late() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -77,7 +78,10 @@ class PatchDownload {
     /// Where it is fetched from.
     const std::string& url() const { return job_.url; }
     /// Nobody asks for it: removes what came early.
-    void abandon();
+    void abandon() {
+        if (partial_ && fresh_) partial_->discard();
+        partial_.reset();
+    }
     /// The bytes so far, and in all; 0: not known. Any thread.
     std::uint64_t done() const { return doneBytes_; }
     std::uint64_t total() const { return totalBytes_; }
@@ -92,7 +96,7 @@ class PatchDownload {
     void advance(std::uint64_t done, std::uint64_t total);
     Step judge(const HttpResult& result);
     Step judgeAnswer(const HttpHead& head);
-    bool isLate() const;
+    bool isLate() const { return pace_.isLate(std::chrono::steady_clock::now()); }
     Step late();
     Step pauseOrGiveUp(int failures, int attempts);
 

@@ -119,14 +119,14 @@ TEST(AheadOfNeedRoom, IsWithinTheBudgetAndLeavesSpace) {
 }
 
 TEST_F(ArchiveAheadOfNeedTest, ComesInOrderAsFarAsThereIsRoomAndOnlyOnce) {
-    const std::string bytes(400'000, 'x');
-    const std::string huge(3'000'000, 'x');
+    const std::string bytes(40'000, 'x');
+    const std::string huge(300'000, 'x');
     std::vector<std::string> stems = {publish("huge", huge, huge)};
     for (const char* stem : {"a", "b", "c", "d", "e"})
         stems.push_back(publish(stem, bytes, bytes));
     std::atomic<std::uint64_t> free{0};
     ArchiveAhead& ahead = archiveAheadAt(installPath);
-    ahead.begin(stems, {1'000'000, [&](const std::string&) { return free.load(); }});
+    ahead.begin(stems, {100'000, [&](const std::string&) { return free.load(); }});
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
     EXPECT_THAT(asked(), IsEmpty()) << "without free space";
     free = 1U << 30U;
@@ -238,7 +238,8 @@ struct RandomCancels {
         }
         const auto start = steady_clock::now();
         download.join();
-        if (steady_clock::now() - start > std::chrono::seconds(cancelled ? 1 : 10)) problem = "too late";
+        // Not a second: what came is flushed, and others may keep the disk busy.
+        if (steady_clock::now() - start > std::chrono::seconds(10)) problem = "too late";
         if (result == 0 ? test::readFile(path) != archives.at(stem) : !cancelled)
             problem = stem + " is not what it was";
         // What an interrupted download keeps is for the next one, as ever.
