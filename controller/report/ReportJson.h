@@ -2,12 +2,14 @@
 
 #include <chrono>
 #include <functional>
+#include <optional>
 #include <ostream>
 #include <string>
 
 #include "controller/States.h"
 #include "controller/run/ResultTable.h"
 #include "controller/run/RunRecord.h"
+#include "controller/verify/Proof.h"
 
 /// The results of a run as JSON; docs/results.schema.json describes them.
 namespace zelor::controller {
@@ -40,7 +42,8 @@ struct RunFacts {
 /// What the results say about a request besides its value.
 struct RequestDetails {
     Outcome outcome;
-    double seconds = 0;  ///< from its first work to its result
+    double seconds = 0;            ///< from its first work to its result
+    std::optional<Proof> proof{};  ///< nothing: there is no check of it
 };
 
 /// Writes all results as one JSON object, one line for each request. `detailsOf` is called with indexes into

@@ -46,6 +46,13 @@ class JsonSchema {
                 if (!value.contains(name)) return place + " lacks " + name;
             return "";
         }
+        if (keyword == "items") {
+            for (std::size_t i = 0; i < value.size(); ++i) {
+                const std::string found = check(rule, value[i], place + '[' + std::to_string(i) + ']');
+                if (!found.empty()) return found;
+            }
+            return "";
+        }
         if (keyword == "properties" || keyword == "additionalProperties")
             return members(schema, keyword, rule, value, place);
         throw std::runtime_error("the schema has a keyword that is not checked: " + keyword);
