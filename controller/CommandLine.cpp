@@ -36,7 +36,8 @@ requests.json is an object from request key to CVE or CCE identifier:
 Remediates vulnerabilities and misconfigurations with signed content from the agent's repository.)";
 
 constexpr const char* kExitStatuses = R"(Exit status:
-    0  every request succeeded (buffer: every patch is buffered; plan: nothing prevents it)
+    0  every request succeeded (buffer: every patch is buffered; plan: nothing prevents it;
+       verify: everything holds)
     1  some succeeded and some did not
     2  unusable arguments, requests or configuration: nothing was changed
     3  none succeeded
@@ -69,6 +70,16 @@ Shows what a run would do, and why. It fetches the content, lists the available 
 record and the buffer, and verifies the signatures of buffered files. For each request it shows the files, the updates,
 the commands, the expected result, and warnings. Installs and removes nothing; writes only to the log and to the cache of
 verified content. It cannot predict whether a download or an installer fails.)";
+
+constexpr const char* kVerifyHelp = R"(Examples:
+  zelor-remediate verify requests.json
+  zelor-remediate verify requests.json --json | jq '.requests[] | select(.verified == false)'
+  zelor-remediate verify requests.json --forget && zelor-remediate run requests.json
+
+Proves whether what the requests ask for has taken effect. Runs the checks of the content and changes nothing: check
+scripts, receipts of packages, versions of bundles, the list of available updates. Each request is compliant, drifted
+(recorded as installed, but no longer true), not-recorded (true, but not recorded), not-compliant (neither) or unknown.
+Exit status 0: every request holds; 1: some do; 3: none does.)";
 
 constexpr const char* kBufferHelp = R"(Examples:
   zelor-remediate buffer requests.json
@@ -212,6 +223,8 @@ void addPlan(CLI::App& app, PlanOptions& options, Action& action) {
     CLI::Option* requests = addRequests(command, options.requests);
     command->add_flag("--after-scan", options.afterScan,
                       "Plan the first run after a scan: as if the installed-patches record were empty");
+    command->add_flag("--check", options.check,
+                      "Also run the checks of the content: show beside the plan what holds now");
     // In "--json FILE" without a further argument FILE is the requests, and the plan goes to standard output.
     addJson(command, options.json)->each([requests](const std::string&) { requests->required(false); });
     command->add_flag("-v,--verbose", options.verbose, "Also log to standard error");
@@ -219,6 +232,23 @@ void addPlan(CLI::App& app, PlanOptions& options, Action& action) {
     command->callback([&] {
         if (options.requests.empty()) options.requests = std::exchange(options.json, "-");
         action = [&] { return planCommand(options); };
+    });
+}
+
+void addVerify(CLI::App& app, VerifyOptions& options, Action& action) {
+    CLI::App* command = addCommand(app, "verify", kVerifyHelp);
+    CLI::Option* requests = addRequests(command, options.requests)->required(false);
+    command->add_flag(
+        "--forget", options.forget,
+        "Drop what has drifted from the installed-patches record: the next run applies it again");
+    CLI::Option* json = addJson(command, options.json);
+    addWait(command, options.waitSeconds);
+    command->add_flag("-v,--verbose", options.verbose, "Also log to standard error");
+    addPathOptions(command, options.paths, false);
+    command->callback([&options, &action, requests, json] {
+        // As for a plan: in "--json FILE" without a further argument FILE is the requests.
+        if (requests->count() == 0 && json->count() != 0) options.requests = std::exchange(options.json, "-");
+        action = [&options] { return verifyCommand(options); };
     });
 }
 
@@ -373,9 +403,11 @@ int runController(const std::vector<std::string>& arguments) {
     StatusOptions status;
     ExportOptions exporting;
     RequestsOptions requests;
+    VerifyOptions verify;
     Action action;
     addRun(app, run, action);
     addPlan(app, plan, action);
+    addVerify(app, verify, action);
     addBuffer(app, buffer, action);
     addStatus(app, status, action);
     addMakeRequests(app, requests, action);

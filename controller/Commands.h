@@ -78,6 +78,18 @@ struct RequestsOptions {
     std::string out = "-";  ///< "-": standard output
 };
 int requestsCommand(const RequestsOptions& options);
+/// Proves by the checks of content whether what the requests ask for has taken effect, and changes nothing;
+/// with `forget`, drops from the installed-patches record what is proven to have no effect any more. The
+/// status is that of `verifyExitStatus`.
+struct VerifyOptions {
+    std::string requests = "-";
+    PathOptions paths;
+    std::string json;  ///< as for `status`
+    bool forget = false;
+    int waitSeconds = 0;
+    bool verbose = false;
+};
+int verifyCommand(const VerifyOptions& options);
 
 /// Shows what a run of the requests would do, and changes nothing. The status is that of `planExitStatus`.
 struct PlanOptions {
@@ -85,6 +97,7 @@ struct PlanOptions {
     PathOptions paths;
     std::string json;  ///< as for `status`
     bool afterScan = false;
+    bool check = false;  ///< also prove what holds now, as `verify` does
     bool verbose = false;
 };
 int planCommand(const PlanOptions& options);

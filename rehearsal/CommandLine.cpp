@@ -146,13 +146,15 @@ void addFaultCommand(CLI::App& app, Options& options) {
     subject->add_option("--package", options.faultPackage, "Package identifier or file name");
     subject->add_option("--image", options.faultImage, "Volume name or file name of a disk image");
     subject->add_option("--label", options.faultLabel, "Label of an available update");
-    subject->add_option("--tool", options.faultTool, "softwareupdate, sw_vers, installer or hdiutil");
+    subject->add_option(
+        "--tool", options.faultTool,
+        "softwareupdate, sw_vers, installer, hdiutil, pkgutil, defaults, launchctl or pwpolicy");
     subject->require_option(1);
     fault
-        ->add_option(
-            "OUTCOME", options.outcome,
-            "ok, fail, hang, done-then-error, no-network, not-found, not-root, busy, busy-eject, flood, "
-            "binary, signal")
+        ->add_option("OUTCOME", options.outcome,
+                     "ok, fail, hang, done-then-error, no-effect, no-network, not-found, not-root, busy, "
+                     "busy-eject, flood, "
+                     "binary, signal")
         ->required();
     addToolsOption(fault, options);
 }

@@ -1,4 +1,5 @@
 #include <boost/filesystem.hpp>
+#include <ctime>
 #include <optional>
 
 #include "agent/archive/ArchivePolicy.h"
@@ -87,7 +88,7 @@ class Installation {
             if (end != InstallEnd::success) return fail(end, component);
             const PackageInfo& info = component.info;
             directory_.update([&](MacState& state) {
-                recordReceipt(state, {info.id, info.version, info.installLocation});
+                recordReceipt(state, {info.id, info.version, info.installLocation, std::time(nullptr)});
             });
         }
     }

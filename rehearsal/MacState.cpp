@@ -59,7 +59,33 @@ Json toJson(const Fault& fault) {
 }
 
 Json toJson(const Receipt& receipt) {
-    return {{"id", receipt.id}, {"version", receipt.version}, {"location", receipt.location}};
+    return {{"id", receipt.id},
+            {"version", receipt.version},
+            {"location", receipt.location},
+            {"installed", receipt.installed}};
+}
+
+Json toJson(const Preference& preference) {
+    return {{"type", preference.type}, {"text", preference.text}};
+}
+
+Json toJson(const Service& service) {
+    return {{"loaded", service.loaded}, {"overridden", service.overridden}, {"disabled", service.disabled}};
+}
+
+Json toJson(const std::map<std::string, Preference>& domain) {
+    Json json = Json::object();
+    for (const auto& [key, value] : domain)
+        json[key] = toJson(value);
+    return json;
+}
+
+template <class Item>
+Json mapToJson(const std::map<std::string, Item>& items) {
+    Json json = Json::object();
+    for (const auto& [name, item] : items)
+        json[name] = toJson(item);
+    return json;
 }
 
 template <class Item>
@@ -101,7 +127,19 @@ Fault faultFrom(const Json& json) {
 
 Receipt receiptFrom(const Json& json) {
     return {json.at("id").get<std::string>(), json.at("version").get<std::string>(),
-            json.at("location").get<std::string>()};
+            json.at("location").get<std::string>(), json.value("installed", std::int64_t{0})};
+}
+
+std::map<std::string, Preference> domainFrom(const Json& json) {
+    std::map<std::string, Preference> domain;
+    for (const auto& [key, value] : json.items())
+        domain[key] = {value.at("type").get<std::string>(), value.at("text").get<std::string>()};
+    return domain;
+}
+
+Service serviceFrom(const Json& json) {
+    return {json.at("loaded").get<bool>(), json.at("overridden").get<bool>(),
+            json.at("disabled").get<bool>()};
 }
 
 template <class Read>
@@ -115,11 +153,13 @@ auto listFrom(const Json& list, const Read& read) {
 }  // namespace
 
 nlohmann::json toJson(const MacState& state) {
-    return {{"productName", state.productName},      {"productVersion", state.productVersion},
-            {"buildVersion", state.buildVersion},    {"root", state.root},
-            {"updates", listToJson(state.updates)},  {"installedUpdates", listToJson(state.installedUpdates)},
-            {"mounts", listToJson(state.mounts)},    {"faults", listToJson(state.faults)},
-            {"receipts", listToJson(state.receipts)}};
+    return {
+        {"productName", state.productName},       {"productVersion", state.productVersion},
+        {"buildVersion", state.buildVersion},     {"root", state.root},
+        {"updates", listToJson(state.updates)},   {"installedUpdates", listToJson(state.installedUpdates)},
+        {"mounts", listToJson(state.mounts)},     {"faults", listToJson(state.faults)},
+        {"receipts", listToJson(state.receipts)}, {"preferences", mapToJson(state.preferences)},
+        {"services", mapToJson(state.services)},  {"accountPolicies", state.accountPolicies}};
 }
 
 MacState stateFromJson(const nlohmann::json& json) {
@@ -133,6 +173,14 @@ MacState stateFromJson(const nlohmann::json& json) {
     state.mounts = listFrom(json.at("mounts"), mountFrom);
     state.faults = listFrom(json.at("faults"), faultFrom);
     state.receipts = listFrom(json.at("receipts"), receiptFrom);
+    // An earlier version's state does not have these.
+    const Json preferences = json.value("preferences", Json::object());
+    const Json services = json.value("services", Json::object());
+    for (const auto& [name, domain] : preferences.items())
+        state.preferences[name] = domainFrom(domain);
+    for (const auto& [label, service] : services.items())
+        state.services[label] = serviceFrom(service);
+    state.accountPolicies = json.value("accountPolicies", "");
     return state;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -48,6 +49,20 @@ struct Receipt {
     std::string id;
     std::string version;
     std::string location;
+    std::int64_t installed = 0;  ///< seconds since 1970
+};
+
+/// A preference of a domain: "boolean" with "1" or "0", "integer" or "string".
+struct Preference {
+    std::string type;
+    std::string text;
+};
+
+/// A service of launchd.
+struct Service {
+    bool loaded = false;
+    bool overridden = false;  ///< `enable` or `disable` named it
+    bool disabled = false;
 };
 
 /// The whole state.
@@ -61,6 +76,9 @@ struct MacState {
     std::vector<Mount> mounts;
     std::vector<Fault> faults;
     std::vector<Receipt> receipts;
+    std::map<std::string, std::map<std::string, Preference>> preferences;  ///< by domain and key
+    std::map<std::string, Service> services;                               ///< by label
+    std::string accountPolicies;                                           ///< a property list, "" for none
 };
 
 /// The state as state.json holds it.

@@ -12,30 +12,37 @@ struct ToolName {
     Tool tool;
     const char* name;
 };
-constexpr std::array<ToolName, 4> kToolNames{{{Tool::softwareupdate, "softwareupdate"},
+constexpr std::array<ToolName, 8> kToolNames{{{Tool::softwareupdate, "softwareupdate"},
                                               {Tool::swVers, "sw_vers"},
                                               {Tool::installer, "installer"},
-                                              {Tool::hdiutil, "hdiutil"}}};
+                                              {Tool::hdiutil, "hdiutil"},
+                                              {Tool::pkgutil, "pkgutil"},
+                                              {Tool::defaults, "defaults"},
+                                              {Tool::launchctl, "launchctl"},
+                                              {Tool::pwpolicy, "pwpolicy"}}};
 
 constexpr unsigned bit(Tool tool) {
     return 1U << static_cast<unsigned>(tool);
 }
-constexpr unsigned kEveryTool =
-    bit(Tool::softwareupdate) | bit(Tool::swVers) | bit(Tool::installer) | bit(Tool::hdiutil);
+constexpr unsigned kSettingsTools =
+    bit(Tool::pkgutil) | bit(Tool::defaults) | bit(Tool::launchctl) | bit(Tool::pwpolicy);
+constexpr unsigned kEveryTool = bit(Tool::softwareupdate) | bit(Tool::swVers) | bit(Tool::installer) |
+                                bit(Tool::hdiutil) | kSettingsTools;
 
 struct Behaviour {
     Outcome outcome;
     const char* name;
     unsigned tools;
 };
-constexpr std::array<Behaviour, 12> kBehaviours{{
+constexpr std::array<Behaviour, 13> kBehaviours{{
     {Outcome::ok, "ok", kEveryTool},
     {Outcome::fail, "fail", kEveryTool},
     {Outcome::hang, "hang", kEveryTool},
     {Outcome::doneThenError, "done-then-error", bit(Tool::softwareupdate)},
+    {Outcome::noEffect, "no-effect", kSettingsTools},
     {Outcome::noNetwork, "no-network", bit(Tool::softwareupdate)},
     {Outcome::notFound, "not-found", bit(Tool::softwareupdate)},
-    {Outcome::notRoot, "not-root", bit(Tool::softwareupdate) | bit(Tool::installer)},
+    {Outcome::notRoot, "not-root", bit(Tool::softwareupdate) | bit(Tool::installer) | kSettingsTools},
     {Outcome::busy, "busy", bit(Tool::hdiutil)},
     {Outcome::busyEject, "busy-eject", bit(Tool::hdiutil)},
     {Outcome::flood, "flood", kEveryTool},

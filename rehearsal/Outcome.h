@@ -7,7 +7,7 @@
 namespace zelor::rehearsal {
 
 /// The tools that the rehearsal Mac replaces.
-enum class Tool { softwareupdate, swVers, installer, hdiutil };
+enum class Tool { softwareupdate, swVers, installer, hdiutil, pkgutil, defaults, launchctl, pwpolicy };
 
 /// What a tool does when it is called; everything but `ok` is a fault.
 enum class Outcome {
@@ -15,6 +15,7 @@ enum class Outcome {
     fail,
     hang,
     doneThenError,
+    noEffect,
     noNetwork,
     notFound,
     notRoot,

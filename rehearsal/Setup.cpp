@@ -82,6 +82,9 @@ void resetMac(const StateDirectory& directory) {
         state.mounts.clear();
         state.faults.clear();
         state.receipts.clear();
+        state.preferences.clear();
+        state.services.clear();
+        state.accountPolicies.clear();
     });
     for (const fs::directory_entry& entry : fs::directory_iterator(directory.path())) {
         if (base::hasBeginning(entry.path().filename().string(), "work-"))
@@ -115,8 +118,10 @@ void setUpdateOutcome(MacState& state, const std::string& label, Outcome outcome
 void setToolFault(MacState& state, const std::string& tool, const std::string& outcome) {
     const auto known = toolNamed(tool);
     if (!known) {
-        throw std::invalid_argument("there is no tool \"" + tool +
-                                    "\"; use softwareupdate, sw_vers, installer or hdiutil");
+        std::string names;
+        for (const Tool one : allTools())
+            names += (names.empty() ? "" : ", ") + nameOf(one);
+        throw std::invalid_argument("there is no tool \"" + tool + "\"; use one of: " + names);
     }
     setFault(state, {FaultScope::tool, tool, requireOutcome(*known, outcome)});
 }

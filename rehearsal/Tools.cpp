@@ -38,9 +38,17 @@ int runTool(Tool tool, const StateDirectory& directory, const Arguments& argumen
         case Tool::installer:
             return runInstaller(directory, arguments);
         case Tool::hdiutil:
+            return runHdiutil(directory, arguments);
+        case Tool::pkgutil:
+            return runPkgutil(directory, arguments);
+        case Tool::defaults:
+            return runDefaults(directory, arguments);
+        case Tool::launchctl:
+            return runLaunchctl(directory, arguments);
+        case Tool::pwpolicy:
             break;
     }
-    return runHdiutil(directory, arguments);
+    return runPwpolicy(directory, arguments);
 }
 
 int say(const ToolText& text) {

@@ -23,6 +23,10 @@ int runSoftwareUpdate(const StateDirectory& directory, const Arguments& argument
 int runSwVers(const StateDirectory& directory, const Arguments& arguments);
 int runInstaller(const StateDirectory& directory, const Arguments& arguments);
 int runHdiutil(const StateDirectory& directory, const Arguments& arguments);
+int runPkgutil(const StateDirectory& directory, const Arguments& arguments);
+int runDefaults(const StateDirectory& directory, const Arguments& arguments);
+int runLaunchctl(const StateDirectory& directory, const Arguments& arguments);
+int runPwpolicy(const StateDirectory& directory, const Arguments& arguments);
 
 /// Prints both texts and returns the status.
 int say(const ToolText& text);

@@ -71,7 +71,7 @@ class ContentReader {
         }
         document.bytes_ = xml_.size() + sizeof document +
                           document.entries_.size() * sizeof(ContentDocument::Entry) +
-                          blocks * (sizeof(parsedEriData) + sizeof(PatchDigests));
+                          blocks * (sizeof(parsedEriData) + 2 * sizeof(PatchDigests) + sizeof(ContentCheck));
         return document;
     }
 
@@ -141,7 +141,7 @@ class ContentReader {
 
     ContentDocument::Entry entry(const pugi::xml_node& cre) const {
         ContentDocument::Entry entry{
-            optionalAttribute(cre, "platform"), optionalAttribute(cre, "product"), {}, {}};
+            optionalAttribute(cre, "platform"), optionalAttribute(cre, "product"), {}, {}, {}};
         if (boost::starts_with(identifier_, "CVE-")) RecordAccess::cve(entry.data) = identifier_;
         if (boost::starts_with(identifier_, "CCE-")) RecordAccess::cce(entry.data) = identifier_;
         RecordAccess::creId(entry.data) = attribute(cre, "id");
@@ -152,6 +152,11 @@ class ContentReader {
             RecordAccess::eriIds(entry.data).push_back(RecordAccess::eriId(blocks.back()));
             PatchDigests patch = digests(eri.child("patch"));
             if (!patch.patchId.empty()) entry.patches.push_back(std::move(patch));
+            const pugi::xml_node check = eri.child("check");
+            if (!check) continue;
+            entry.checks.push_back(readCheck(check, RecordAccess::eriIds(entry.data).back()));
+            if (entry.checks.back().kind == ContentCheck::Kind::script)
+                entry.patches.push_back(digests(check));
         }
         return entry;
     }
@@ -173,6 +178,24 @@ class ContentReader {
         RecordAccess::patchSize(data) = attribute(patch, "size");
         RecordAccess::md5sum(data) = attribute(patch, "md5");
         return data;
+    }
+
+    /// A check of a kind that is not known here belongs to a later version, and does not spoil the content.
+    ContentCheck readCheck(const pugi::xml_node& node, const std::string& eriId) const {
+        if (node.next_sibling("check")) fail(node, "more than one check in one eri");
+        ContentCheck check{eriId, ContentCheck::Kind::other, "", attribute(node, "version")};
+        int kinds = 0;
+        for (const auto& [key, kind] : {std::pair{"id", ContentCheck::Kind::script},
+                                        {"receipt", ContentCheck::Kind::receipt},
+                                        {"bundle", ContentCheck::Kind::bundle}}) {
+            if (!node.attribute(key)) continue;
+            check.kind = kind;
+            check.name = attribute(node, key);
+            ++kinds;
+        }
+        if (kinds > 1) fail(node, "a check has more than one of id, receipt and bundle");
+        if (const std::string problem = problemOf(check); !problem.empty()) fail(node, problem);
+        return check;
     }
 
     PatchDigests digests(const pugi::xml_node& patch) const {
@@ -225,6 +248,12 @@ std::vector<PatchDigests> ContentDocument::patches(const std::string& platformCp
                                                    const std::string& productCpe) const {
     const Entry* found = entry(platformCpe, productCpe);
     return found == nullptr ? std::vector<PatchDigests>() : found->patches;
+}
+
+std::vector<ContentCheck> ContentDocument::checks(const std::string& platformCpe,
+                                                  const std::string& productCpe) const {
+    const Entry* found = entry(platformCpe, productCpe);
+    return found == nullptr ? std::vector<ContentCheck>() : found->checks;
 }
 
 }  // namespace zelor::agent

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "agent/content/ContentCheck.h"
 #include "agent/content/PatchDigests.h"
 #include "remediation/creEriParsedData.h"
 
@@ -31,8 +32,11 @@ class ContentDocument {
     /// the two out matches any.
     const creEriParsedData* find(const std::string& platformCpe, const std::string& productCpe) const;
 
-    /// What that entry says of its patches; empty when there is no entry.
+    /// What that entry says of its patches and check scripts; empty when there is no entry.
     std::vector<PatchDigests> patches(const std::string& platformCpe, const std::string& productCpe) const;
+
+    /// The checks of that entry, of each block at most one, in its order; empty when there is no entry.
+    std::vector<ContentCheck> checks(const std::string& platformCpe, const std::string& productCpe) const;
 
     /// Roughly the memory it takes.
     std::size_t bytes() const { return bytes_; }
@@ -43,7 +47,8 @@ class ContentDocument {
         std::optional<std::string> platform;
         std::optional<std::string> product;
         creEriParsedData data;
-        std::vector<PatchDigests> patches;  ///< of the blocks that name one
+        std::vector<PatchDigests> patches;  ///< of the blocks that name one, and of check scripts
+        std::vector<ContentCheck> checks;   ///< of the blocks that have one
     };
     const Entry* entry(const std::string& platformCpe, const std::string& productCpe) const;
 

@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "agent/content/ContentLibrary.h"
+#include "agent/content/KeptChecks.h"
 #include "agent/content/PatchDigests.h"
 #include "agent/log/FailureLine.h"
 #include "base/Mutex.h"
@@ -67,8 +68,9 @@ parseOnlyMetadata CreCacher::getCre(std::string platformCpe, std::string product
             return failure("[CreCacher] the content for " + cveOrCceId + " has no cre for platform '" +
                            platformCpe + "' and product '" + productCpe + "'; publish one");
         }
-        zelor::agent::WantedPatches::instance().say({installPath_, cveOrCceId, platformCpe, productCpe},
-                                                    document->patches(platformCpe, productCpe));
+        const zelor::agent::WantedPatches::Source source{installPath_, cveOrCceId, platformCpe, productCpe};
+        zelor::agent::WantedPatches::instance().say(source, document->patches(platformCpe, productCpe));
+        zelor::agent::KeptChecks::instance().say(source, *entry, document->checks(platformCpe, productCpe));
         parseOnlyMetadata metadata;
         RecordAccess::creEriData(metadata) = *entry;
         return metadata;

@@ -13,7 +13,7 @@
 
 namespace zelor::agent {
 
-/// What content says of one patch. Content published before digests has neither.
+/// What content says of one patch or check script. Content published before digests has neither.
 struct PatchDigests {
     std::string patchId;                ///< the file's name, "editor-2.1.pkg"
     std::optional<FileDigest> file;     ///< of the file, or of a bundle's manifest

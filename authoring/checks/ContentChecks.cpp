@@ -58,9 +58,15 @@ void checkCpe(const ContentEntry& entry, const ContentCre& cre, const char* name
 
 void checkEri(const ContentEntry& entry, const ContentEri& eri, Findings& findings) {
     const std::string place = placeOf(entry, eri);
+    if (eri.check && !eri.check->script.empty())
+        append(findings, checkNameFindings(place, eri.check->script, eri.patchId));
     const auto add = [&](Severity severity, const std::string& what, const std::string& remedy) {
         findings.push_back({severity, place, what, remedy});
     };
+    if (eri.check && (eri.check->script + eri.check->receipt + eri.check->bundle).empty()) {
+        add(Severity::warning, "agents do not know this kind of check, so nothing is proven by it",
+            "publish the entry again with a check that is a script, a receipt or a bundle");
+    }
     if (eri.id.empty() || base::trimmed(eri.id) != eri.id || base::hasControlCharacter(eri.id)) {
         add(Severity::error,
             "its id is empty, begins or ends with white space, or contains control characters",
@@ -228,6 +234,15 @@ Findings patchNameFindings(const std::string& place, const std::string& patchId,
     for (Finding& finding : script ? scriptNameFindings(place, patchId) : installerFindings(place, patchId))
         findings.push_back(std::move(finding));
     return findings;
+}
+
+Findings checkNameFindings(const std::string& place, const std::string& script, const std::string& patchId) {
+    if (Finding unusable = unusableName(place + ", check", script); !unusable.what.empty())
+        return {std::move(unusable)};
+    if (script != patchId) return {};
+    return {{Severity::error, place,
+             "its check is its patch " + quoted(script) + " itself, and would apply it",
+             "write a script that only looks, and exits with 0 when the remediation holds"}};
 }
 
 Findings containmentFindings(const std::set<std::string>& patchIds) {

@@ -25,6 +25,9 @@ std::string placeOf(const ContentEntry& entry, const ContentEri& eri);
 /// On the id of one patch. `script`: it belongs to a configuration, so no installer has to accept it.
 Findings patchNameFindings(const std::string& place, const std::string& patchId, bool script);
 
+/// On the name of a check script of an ERI whose patch is `patchId`.
+Findings checkNameFindings(const std::string& place, const std::string& script, const std::string& patchId);
+
 /// One for each name that is contained in another: the list of buffered patches cannot distinguish them.
 Findings containmentFindings(const std::set<std::string>& patchIds);
 

@@ -136,11 +136,13 @@ class PatchCheck {
         const agent::FileDigest archiveDigest = fileDigest(digestsOfFile(archive_));
         const std::uint64_t archiveBytes = archiveDigest.length;
         for (const PatchUse& use : uses_) {
-            append(sizeFindings(use.place, use.eri.size, archiveBytes,
-                                directory ? archiveBytes : digests.bytes));
+            if (!use.check) {
+                append(sizeFindings(use.place, use.eri.size, archiveBytes,
+                                    directory ? archiveBytes : digests.bytes));
+            }
             checkDigest(use.place, "\"" + patchId_ + "\"", use.eri.file, fileDigest(digests));
             checkDigest(use.place, place_, use.eri.archive, archiveDigest);
-            if (use.eri.md5 == digests.md5) continue;
+            if (use.check || use.eri.md5 == digests.md5) continue;
             findings_.push_back({Severity::error, use.place,
                                  "md5 \"" + use.eri.md5 + "\" is not that of \"" + patchId_ + "\", " +
                                      digests.md5 + ": an outdated buffered copy could be taken for this one",

@@ -8,11 +8,12 @@
 
 namespace zelor::authoring {
 
-/// One ERI that names a patch.
+/// One ERI that names a patch or a check script.
 struct PatchUse {
     std::string place;
     ContentEri eri;
     bool script = false;
+    bool check = false;  ///< as its check: what `eri` says of a patch is what it says of the check
 };
 
 /// Findings on one published patch, compared with everything that content says about it: the archive exists

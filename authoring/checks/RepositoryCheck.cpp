@@ -189,14 +189,22 @@ using UsesByPatch = std::map<std::string, std::vector<PatchUse>>;
 
 UsesByPatch usesByPatch(const std::vector<ContentEntry>& entries) {
     UsesByPatch uses;
+    const auto use = [&](const ContentEntry& entry, const ContentEri& eri, bool check) {
+        // An unusable file name is a finding already, and must not become a path here.
+        if (!remediation::splitAtLastDot(eri.patchId) || !remediation::checkFileName(eri.patchId)) return;
+        uses[eri.patchId].push_back(
+            {placeOf(entry, eri), eri, check || remediation::isConfiguration(entry.identifier), check});
+    };
     for (const ContentEntry& entry : entries) {
         for (const ContentCre& cre : entry.cres) {
             for (const ContentEri& eri : cre.eris) {
-                // An unusable file name is a finding already, and must not become a path here.
-                if (!remediation::splitAtLastDot(eri.patchId) || !remediation::checkFileName(eri.patchId))
-                    continue;
-                uses[eri.patchId].push_back(
-                    {placeOf(entry, eri), eri, remediation::isConfiguration(entry.identifier)});
+                use(entry, eri, false);
+                if (!eri.check || eri.check->script.empty()) continue;
+                ContentEri check = eri;
+                check.patchId = eri.check->script;
+                check.file = eri.check->file;
+                check.archive = eri.check->archive;
+                use(entry, check, true);
             }
         }
     }
@@ -244,13 +252,14 @@ CheckReport checkRepository(const std::string& repository, const std::string& ke
     append(repetitionFindings(entries));
     const UsesByPatch uses = usesByPatch(entries);
     checkStems(uses, report.findings);
-    std::set<std::string> patchIds;
+    std::set<std::string> patchIds, buffered;
     for (const auto& [patchId, places] : uses) {
         patchIds.insert(patchId);
+        if (!places.front().check) buffered.insert(patchId);
         append(patchFindings(repository, keyFile, patchId, places));
     }
     report.patches = patchIds.size();
-    append(containmentFindings(patchIds));
+    append(containmentFindings(buffered));
     const std::set<std::string> stems = stemsOf(patchIds);
     // The archives that unreadable content names are unknown.
     append(leftoverFindings(repository, entries.size() == report.entries ? &stems : nullptr));

@@ -8,6 +8,16 @@
 
 namespace zelor::authoring {
 
+/// How it is proven that an ERI has taken effect: one of a script, a package's receipt and a bundle.
+struct EriCheck {
+    std::string script;  ///< the name it is published under
+    std::string receipt;
+    std::string bundle;
+    std::string version;                         ///< the least one of package or bundle; "" for any
+    std::optional<agent::FileDigest> file{};     ///< of the script
+    std::optional<agent::FileDigest> archive{};  ///< of what agents fetch
+};
+
 /// One ERI block: one patch or one configuration action for one product.
 struct ContentEri {
     std::string id;
@@ -22,6 +32,7 @@ struct ContentEri {
     std::string silent;
     std::string mskb;
     bool reboot = false;
+    std::optional<EriCheck> check;
 };
 
 /// One remediation entry; an empty platform or product matches any request.

@@ -10,7 +10,7 @@
 
 namespace zelor::authoring {
 
-/// A patch to publish.
+/// A patch or check script to publish.
 struct ManifestPatch {
     std::string place;
     std::string identifier;
@@ -19,8 +19,12 @@ struct ManifestPatch {
     std::string size;  ///< as given, "" to compute it
     std::string md5;   ///< as given, "" to compute it
     bool omitArchive = false;
-    Digests digests;  ///< of the file, once `sourceFindings` has read it
+    bool check = false;  ///< it is a check script
+    Digests digests;     ///< of the file, once `sourceFindings` has read it
 };
+
+/// Whether bash runs it: it is a check, or belongs to a configuration.
+bool isScript(const ManifestPatch& patch);
 
 /// What an author writes: the entries, and the files that they need.
 struct Manifest {

@@ -19,6 +19,10 @@ class ManifestFields {
     const std::string& place() const { return place_; }
     bool has(const char* field) const { return object_.contains(field); }
 
+    /// Whether a field is an object, and that object, which must be one.
+    bool isObject(const char* field) const { return has(field) && object_.at(field).is_object(); }
+    const nlohmann::json& object(const char* field) const { return object_.at(field); }
+
     /// The text of a field, "" when it is left out. A text with control characters other than line ends and
     /// tabs, or with blanks around it, is a finding.
     std::string text(const char* field);

@@ -8,8 +8,9 @@ namespace {
 
 using Json = nlohmann::json;
 
-const std::set<std::string> kEriFields = {"product", "impact", "instructions", "file", "patchId",    "reboot",
-                                          "silent",  "mskb",   "size",         "md5",  "omitArchive"};
+const std::set<std::string> kEriFields = {"product", "impact", "instructions", "file",
+                                          "patchId", "reboot", "silent",       "mskb",
+                                          "size",    "md5",    "omitArchive",  "check"};
 
 std::set<std::string> joined(std::set<std::string> one, const std::set<std::string>& other) {
     one.insert(other.begin(), other.end());
@@ -91,6 +92,7 @@ class ManifestParser {
         eri.mskb = fields.text("mskb");
         eri.reboot = fields.flag("reboot");
         eri.patchId = addPatch(entry.identifier, fields);
+        eri.check = readCheck(entry.identifier, fields);
         cre.eris.push_back(std::move(eri));
     }
 
@@ -108,11 +110,46 @@ class ManifestParser {
             fields.report("field \"patchId\" names \"" + patch.patchId + "\", but there is no field \"file\"",
                           "name the file to publish, or write \"omitArchive\": true");
         }
-        patch.file.erase(patch.file.find_last_not_of('/') + 1);
-        if (!patch.file.empty() && patch.file[0] != '/') patch.file = directory_ + '/' + patch.file;
+        patch.file = placed(patch.file);
         if (patch.patchId.empty()) return "";
         result_.patches.push_back(patch);
         return patch.patchId;
+    }
+
+    /// Of a file, its script is published; an object names what the system itself knows.
+    std::optional<EriCheck> readCheck(const std::string& identifier, ManifestFields& fields) {
+        if (!fields.has("check")) return std::nullopt;
+        EriCheck check;
+        if (!fields.isObject("check")) {
+            const std::string file = fields.text("check");
+            if (file.empty()) return std::nullopt;
+            check.script = lastName(file);
+            ManifestPatch script;
+            script.place = fields.place() + ", check";
+            script.identifier = identifier;
+            script.patchId = check.script;
+            script.file = placed(file);
+            script.check = true;
+            result_.patches.push_back(script);
+            return check;
+        }
+        const Json& object = fields.object("check");
+        ManifestFields inner(object, fields.place() + ", check", findings_);
+        inner.refuseOthers({"receipt", "bundle", "version"});
+        check.receipt = inner.text("receipt");
+        check.bundle = inner.text("bundle");
+        check.version = inner.text("version");
+        if (check.receipt.empty() == check.bundle.empty()) {
+            inner.report("it names not one of a receipt and a bundle",
+                         R"(write {"receipt": "com.example.pkg"} or {"bundle": "/Applications/Editor.app"})");
+        }
+        return check;
+    }
+
+    /// A relative name is below the manifest's directory.
+    std::string placed(std::string file) const {
+        file.erase(file.find_last_not_of('/') + 1);
+        return file.empty() || file[0] == '/' ? file : directory_ + '/' + file;
     }
 
     std::string directory_;

@@ -28,8 +28,7 @@ void checkFile(const ManifestPatch& patch, Findings& findings) {
                             "write its path relative to the manifest's directory"});
         return;
     }
-    for (Finding& finding :
-         kindFindings(patch.place, patch.patchId, remediation::isConfiguration(patch.identifier), patch.file))
+    for (Finding& finding : kindFindings(patch.place, patch.patchId, isScript(patch), patch.file))
         findings.push_back(std::move(finding));
 }
 
@@ -63,7 +62,9 @@ void checkCollisions(const std::vector<ManifestPatch>& patches, Findings& findin
         const ManifestPatch& same = *other->second;
         boost::system::error_code ignored;
         const bool oneFile = patch.file == same.file || fs::equivalent(patch.file, same.file, ignored);
-        if (patch.patchId == same.patchId && oneFile && patch.omitArchive == same.omitArchive) continue;
+        if (patch.patchId == same.patchId && oneFile && patch.omitArchive == same.omitArchive &&
+            patch.check == same.check)
+            continue;
         findings.push_back({Severity::error, patch.place,
                             "patch \"" + patch.patchId + "\" and \"" + same.patchId + "\" at " + same.place +
                                 " would both use the archive " + name->stem + ".zip",
@@ -72,6 +73,10 @@ void checkCollisions(const std::vector<ManifestPatch>& patches, Findings& findin
 }
 
 }  // namespace
+
+bool isScript(const ManifestPatch& patch) {
+    return patch.check || remediation::isConfiguration(patch.identifier);
+}
 
 Findings manifestFindings(const Manifest& manifest) {
     Findings findings;
@@ -94,8 +99,9 @@ Findings manifestFindings(const Manifest& manifest) {
     }
     checkCollisions(manifest.patches, findings);
     std::set<std::string> patchIds;
-    for (const ManifestPatch& patch : manifest.patches)
-        patchIds.insert(patch.patchId);
+    for (const ManifestPatch& patch : manifest.patches) {
+        if (!patch.check) patchIds.insert(patch.patchId);  // checks are never buffered
+    }
     append(containmentFindings(patchIds));
     return findings;
 }

@@ -7,7 +7,6 @@
 #include "authoring/checks/FileChecks.h"
 #include "authoring/manifest/Manifest.h"
 #include "base/Strings.h"
-#include "remediation/intake/RequestParsing.h"
 
 namespace zelor::authoring {
 
@@ -74,8 +73,9 @@ Findings sourceFindings(Manifest& manifest, const std::set<std::string>& publish
             continue;
         }
         append(md5Findings(patch));
-        const bool script = remediation::isConfiguration(patch.identifier) && isRegularFile(patch.file);
-        if (!script || published.count(base::hexadecimal(patch.digests.sha256)) != 0) continue;
+        if (!isScript(patch) || !isRegularFile(patch.file) ||
+            published.count(base::hexadecimal(patch.digests.sha256)) != 0)
+            continue;
         if (seen.insert(patch.file).second) scripts.push_back(&patch);
     }
     append(parsedScripts(scripts));

@@ -26,6 +26,16 @@ void setDigest(pugi::xml_node patch, const char* sha256, const char* length,
     setAttribute(patch, length, std::to_string(digest->length));
 }
 
+void appendCheck(pugi::xml_node eri, const EriCheck& check) {
+    pugi::xml_node node = eri.append_child("check");
+    setAttribute(node, "id", check.script);
+    setAttribute(node, "receipt", check.receipt);
+    setAttribute(node, "bundle", check.bundle);
+    setAttribute(node, "version", check.version);
+    setDigest(node, "sha256", "length", check.file);
+    setDigest(node, "archiveSha256", "archiveLength", check.archive);
+}
+
 void appendEri(pugi::xml_node cre, const ContentEri& eri) {
     pugi::xml_node node = cre.append_child("eri");
     node.append_attribute("id").set_value(eri.id.c_str());
@@ -41,6 +51,7 @@ void appendEri(pugi::xml_node cre, const ContentEri& eri) {
     setDigest(patch, "archiveSha256", "archiveLength", eri.archive);
     setText(node, "silent", eri.silent);
     setText(node, "mskb", eri.mskb);
+    if (eri.check) appendCheck(node, *eri.check);
 }
 
 /// Of content that agents can use.
@@ -49,6 +60,17 @@ std::optional<agent::FileDigest> readDigest(const pugi::xml_node& patch, const c
     if (!patch.attribute(sha256)) return std::nullopt;
     return agent::FileDigest{base::trimmed(patch.attribute(sha256).value()),
                              patch.attribute(length).as_ullong()};
+}
+
+std::optional<EriCheck> readCheck(const pugi::xml_node& node) {
+    if (!node) return std::nullopt;
+    const auto text = [&](const char* name) { return base::trimmed(node.attribute(name).value()); };
+    return EriCheck{text("id"),
+                    text("receipt"),
+                    text("bundle"),
+                    text("version"),
+                    readDigest(node, "sha256", "length"),
+                    readDigest(node, "archiveSha256", "archiveLength")};
 }
 
 ContentEri readEri(const pugi::xml_node& node) {
@@ -66,6 +88,7 @@ ContentEri readEri(const pugi::xml_node& node) {
     eri.silent = base::trimmed(node.child("silent").text().get());
     eri.mskb = base::trimmed(node.child("mskb").text().get());
     eri.reboot = std::string(node.attribute("reboot").value()) == "true";
+    eri.check = readCheck(node.child("check"));
     return eri;
 }
 

@@ -100,8 +100,10 @@ std::optional<std::set<std::string>> namedStems(const std::string& repository) {
                                                       file, identifier, findings);
             if (entry.place.empty()) return std::nullopt;
             for (const ContentCre& cre : entry.cres) {
-                for (const ContentEri& eri : cre.eris)
+                for (const ContentEri& eri : cre.eris) {
                     stems.insert(base::lowerCased(stemOf(eri.patchId)));
+                    if (eri.check) stems.insert(base::lowerCased(stemOf(eri.check->script)));
+                }
             }
         } catch (const std::exception&) {
             return std::nullopt;

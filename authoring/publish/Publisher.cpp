@@ -81,6 +81,10 @@ using FactsByPatch = std::map<std::string, PatchFacts>;
 void fillIn(ContentEntry& entry, const FactsByPatch& facts) {
     for (ContentCre& cre : entry.cres) {
         for (ContentEri& eri : cre.eris) {
+            if (eri.check && !eri.check->script.empty()) {
+                eri.check->file = facts.at(eri.check->script).file;
+                eri.check->archive = facts.at(eri.check->script).archive;
+            }
             const auto found = facts.find(eri.patchId);
             if (found == facts.end()) continue;
             eri.md5 = found->second.md5;

@@ -10,6 +10,7 @@
 
 #include "controller/States.h"
 #include "controller/run/Requests.h"
+#include "controller/verify/VerifiedRequest.h"
 #include "remediation/parseOnlyMetadata.h"
 
 /// What a run would do: a forecast by the run's own rules from what is there now.
@@ -58,6 +59,7 @@ struct PlannedRequest {
     std::vector<std::string> labels;  ///< of the OS updates that it installs, in order
     std::vector<std::string> commands;
     std::vector<std::string> warnings;
+    std::optional<VerifiedRequest> verified{};  ///< what is proven of it now, when that was asked
 };
 
 /// What a run would do for all requests.

@@ -3,6 +3,7 @@
 
 #include <boost/filesystem/operations.hpp>
 #include <cerrno>
+#include <memory>
 #include <stdexcept>
 
 #include "agent/AgentSettings.h"
@@ -22,12 +23,14 @@
 #include "collaborators/CreCacher.h"
 #include "controller/Commands.h"
 #include "controller/InputError.h"
+#include "controller/JobLock.h"
 #include "controller/Text.h"
 #include "controller/live/LiveTerminal.h"
 #include "controller/plan/PlanText.h"
 #include "controller/run/OutputFile.h"
 #include "controller/run/Signals.h"
 #include "controller/status/Status.h"
+#include "controller/verify/Verifier.h"
 #include "platform/macos/InstallCommands.h"
 #include "platform/macos/MacPatchManager.h"
 #include "remediation/CallReport.h"
@@ -172,6 +175,18 @@ class Collector {
     remediation::InstalledRecord record_;
 };
 
+void verify(Plan& plan, const Requests& requests, const Paths& paths) {
+    const Signals signals;
+    const SystemIdentity system{plan.productName, plan.productVersion, plan.platformCpe};
+    Verifier verifier(paths, system, [&] { return signals.endAsked(); });
+    for (PlannedRequest& request : plan.requests) {
+        const auto invalid = requests.invalid.find(request.key);
+        request.verified = verifier.verify(request.key, request.identifier,
+                                           invalid == requests.invalid.end() ? "" : invalid->second);
+        if (signals.endAsked()) throw Stopped();
+    }
+}
+
 bool wantsColour() {
     const char* noColour = ::getenv("NO_COLOR");
     return ::isatty(STDOUT_FILENO) != 0 && (noColour == nullptr || *noColour == '\0');
@@ -186,10 +201,18 @@ int planCommand(const PlanOptions& options) {
     const Paths paths = resolvePaths(options.paths);
     requireUsableSettings(paths);
     checkContentDir(paths);
-    prepareForReading(paths);
+    std::unique_ptr<JobLock> lock;
+    if (options.check) {
+        // Checks run scripts, and no run may change what they look at.
+        prepareDirectories(paths, false);
+        lock = std::make_unique<JobLock>(Waiting{});
+    } else {
+        prepareForReading(paths);
+    }
     if (options.verbose) agent::logToStandardError("debug");
     try {
-        const Plan plan = Collector(options, paths).plan(requests);
+        Plan plan = Collector(options, paths).plan(requests);
+        if (options.check) verify(plan, requests, paths);
         const bool text = options.json.empty();
         const std::string problem = writeOutput(text ? "-" : options.json, [&](std::ostream& out) {
             text ? writePlanText(out, plan, wantsColour(), terminalColumns(STDOUT_FILENO))

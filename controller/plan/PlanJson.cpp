@@ -1,6 +1,7 @@
 #include <nlohmann/json.hpp>
 
 #include "controller/plan/PlanText.h"
+#include "controller/verify/VerifyReport.h"
 
 namespace zelor::controller {
 
@@ -34,19 +35,21 @@ ordered_json requestJson(const PlannedRequest& request, std::size_t order) {
     ordered_json steps = ordered_json::array();
     for (const PlannedStep& step : request.steps)
         steps.push_back(stepJson(step));
-    return {{"order", order},
-            {"identifier", request.identifier},
-            {"kind", planKindName(request.kind)},
-            {"action", planActionName(request.action)},
-            {"value", request.expected},
-            {"state", stateName(request.expected)},
-            {"reason", request.reason},
-            {"cre", request.cre},
-            {"reboot", request.reboot},
-            {"steps", steps},
-            {"labels", request.labels},
-            {"commands", request.commands},
-            {"warnings", request.warnings}};
+    ordered_json one = {{"order", order},
+                        {"identifier", request.identifier},
+                        {"kind", planKindName(request.kind)},
+                        {"action", planActionName(request.action)},
+                        {"value", request.expected},
+                        {"state", stateName(request.expected)},
+                        {"reason", request.reason},
+                        {"cre", request.cre},
+                        {"reboot", request.reboot},
+                        {"steps", steps},
+                        {"labels", request.labels},
+                        {"commands", request.commands},
+                        {"warnings", request.warnings}};
+    if (request.verified) one["check"] = verifiedJson(*request.verified);
+    return one;
 }
 
 }  // namespace

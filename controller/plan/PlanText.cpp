@@ -107,6 +107,11 @@ class Writer {
                        look.colour)
              << (tail.empty() || !fits ? "" : "  " + tail) << '\n';
         if (!fits) writeFolded(tail, nullptr);
+        if (request.verified) {
+            writeFolded(
+                complianceName(request.verified->compliance) + " now: " + request.verified->proof.reason,
+                nullptr);
+        }
         for (const std::string& command : request.commands)
             writeCommand(command);
         for (const PlannedStep& step : request.steps)

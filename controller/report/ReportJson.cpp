@@ -27,6 +27,12 @@ void addDetails(ordered_json& entry, const RequestDetails& details) {
     if (outcome.applied != Applied::no) entry["applied"] = outcome.applied == Applied::now ? "now" : "before";
     if (details.begin) entry["begin"] = milliseconds(*details.begin);
     entry["seconds"] = milliseconds(details.seconds);
+    if (details.proof) {
+        const Truth truth = details.proof->truth;
+        entry["verified"] =
+            truth == Truth::unknown ? ordered_json(nullptr) : ordered_json(truth == Truth::holds);
+        entry["verifiedReason"] = details.proof->reason;
+    }
     if (!outcome.beforeCancel) return;
     ordered_json& before = entry["beforeCancel"];
     before = {{"value", outcome.beforeCancel->value}, {"state", stateName(outcome.beforeCancel->value)}};

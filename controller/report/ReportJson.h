@@ -11,6 +11,7 @@
 #include "controller/live/OutageReason.h"
 #include "controller/run/ResultTable.h"
 #include "controller/run/RunRecord.h"
+#include "controller/verify/Proof.h"
 
 /// The results of a run as JSON; docs/results.schema.json describes them.
 namespace zelor::controller {
@@ -47,6 +48,7 @@ struct RequestDetails {
     Outcome outcome;
     double seconds = 0;             ///< from its first work to its result
     std::optional<double> begin{};  ///< of its first work, in seconds since the start of the run
+    std::optional<Proof> proof{};   ///< nothing: there is no check of it
 };
 
 /// Writes all results as one JSON object, one line for each request. `detailsOf` is called with indexes into

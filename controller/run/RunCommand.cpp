@@ -29,6 +29,7 @@
 #include "controller/run/OutputFile.h"
 #include "controller/run/RunRecord.h"
 #include "controller/status/Status.h"
+#include "controller/verify/Verifier.h"
 #include "remediation/RemediationManager.h"
 
 namespace zelor::controller {
@@ -88,6 +89,7 @@ class Run {
     int execute() {
         Signals signals;
         addProgress();
+        if (!options_.json.empty()) keepContentToVerify();
         agent::startNewRun();
         manager_.setovalIdMap(usable_);
         manager_.setContentDownloadDir(paths_.contentDir);
@@ -109,6 +111,7 @@ class Run {
         listeners_.clear();
         facts_.finished = std::chrono::system_clock::now();
         facts_.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        if (!options_.json.empty()) proveResults(signals);
         const bool cancelled = end_ != EarlyEnd::none;
         if (!finish() && !cancelled) return exitStatus::kOutputFailed;
         return runExitStatus(table_.results().size(), table_.count(kSuccessValue), cancelled);
@@ -167,6 +170,16 @@ class Run {
         facts_.started = std::chrono::system_clock::now();
     }
 
+    /// Whatever the run reports: installers that say nothing wrong may have done nothing.
+    void proveResults(const Signals& signals) {
+        const SystemIdentity system{facts_.productName, facts_.productVersion, facts_.platformCpe};
+        Verifier verifier(paths_, system, [&] { return end_ != EarlyEnd::none || signals.endAsked(); });
+        for (const Result& result : table_.results()) {
+            const VerifiedRequest request = verifier.verifyAfterRun(*result.key, *result.identifier);
+            proofs_.push_back(request.checked ? std::optional<Proof>(request.proof) : std::nullopt);
+        }
+    }
+
     /// False when an output could not be written.
     bool finish() {
         RunFlags flags{manager_.getRebootNeeded(),
@@ -212,7 +225,7 @@ class Run {
         const auto spans = timeline_.spans(table_.results().size());
         writeResultJson(out, table_, flags, facts_, [&](std::size_t request) {
             return RequestDetails{record_.outcome(table_.results()[request]), busySeconds(spans[request]),
-                                  busySince(spans[request])};
+                                  busySince(spans[request]), proofs_[request]};
         });
     }
 
@@ -267,6 +280,7 @@ class Run {
     RemediationManager manager_;
     std::unique_ptr<LineOutput> eventOutput_;
     RunTimeline timeline_;
+    std::vector<std::optional<Proof>> proofs_;  ///< by request, where results are written
     EarlyEnd end_ = EarlyEnd::none;
     std::vector<std::unique_ptr<RunListener>> listeners_;
 };

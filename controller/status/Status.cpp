@@ -105,6 +105,10 @@ SystemIdentity systemIdentity() {
             MacPatchManager::getSystemPlatformCpe()};
 }
 
+std::string installedRecordFile() {
+    return underSystemRoot(kInstalledRecord);
+}
+
 Status gatherStatus(const Paths& paths) {
     Status status;
     const SystemIdentity system = systemIdentity();
@@ -125,7 +129,7 @@ Status gatherStatus(const Paths& paths) {
     status.buildFile = underSystemRoot(MPMBUILDFILE);
     if (const auto build = platform::readIniFile(status.buildFile))
         status.buildPlatform = build->get(MPMPLATFORM, std::string());
-    status.recordFile = underSystemRoot(kInstalledRecord);
+    status.recordFile = installedRecordFile();
     std::istringstream record(textOf(status.recordFile));
     for (std::string line; std::getline(record, line);)
         status.recorded.push_back(line);

@@ -61,6 +61,9 @@ struct Status {
     base::LockState lock;  ///< of runs and buffering jobs
 };
 
+/// The file of the installed-patches record.
+std::string installedRecordFile();
+
 /// Gathers the status at these paths. Blocks on a command; writes nothing but lines of the log.
 Status gatherStatus(const Paths& paths);
 

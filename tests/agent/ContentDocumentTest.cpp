@@ -56,6 +56,50 @@ TEST(ContentDocumentTest, DigestsAreWholeOrAbsent) {
         EXPECT_THAT(problemOf(with(attributes)), HasSubstr(why));
 }
 
+TEST(ContentDocumentTest, ChecksAreReadWithinTheirBounds) {
+    const std::string digest(64, 'a');
+    const auto with = [&](const std::string& checks) {
+        return wrap("<cre id=\"C\"><eri id=\"E\">" + checks + "<patch id=\"x.pkg\"/></eri></cre>");
+    };
+    using Kind = ContentCheck::Kind;
+    const std::tuple<std::string, Kind, const char*, const char*> good[] = {
+        {"id=\"x.sh\" sha256=\"" + digest + "\" length=\"3\"", Kind::script, "x.sh", ""},
+        {"receipt=\"com.x.pkg\" version=\"2.1\"", Kind::receipt, "com.x.pkg", "2.1"},
+        {"bundle=\" /Applications/A B.app \"", Kind::bundle, "/Applications/A B.app", ""},
+        {"oracle=\"of a later version\"", Kind::other, "", ""},
+    };
+    for (const auto& [attributes, kind, name, version] : good) {
+        SCOPED_TRACE(attributes);
+        const ContentDocument document =
+            ContentDocument::parse(with("<check " + attributes + "><future/></check>"), kId);
+        const auto checks = document.checks("", "");
+        ASSERT_EQ(checks.size(), 1U);
+        EXPECT_EQ(checks[0].eriId, "E");
+        EXPECT_EQ(checks[0].kind, kind);
+        EXPECT_EQ(checks[0].name, name);
+        EXPECT_EQ(checks[0].version, version);
+        EXPECT_EQ(document.patches("", "").size(), kind == Kind::script ? 2U : 1U);
+    }
+    const std::string tooLong(201, 'a');
+    const std::pair<std::string, const char*> refused[] = {
+        {"<check id=\"a.sh\"/><check id=\"b.sh\"/>", "more than one check"},
+        {"<check id=\"a.sh\" receipt=\"x\"/>", "more than one of"},
+        {"<check id=\"../a.sh\"/>", "not a plain file name"},
+        {"<check id=\"sh\"/>", "not a plain file name"},
+        {"<check id=\"" + tooLong + ".sh\"/>", "not a plain file name"},
+        {"<check id=\"a.sh\" sha256=\"1\"/>", "sha256 is not 64"},
+        {"<check receipt=\"\"/>", "not a package identifier"},
+        {"<check receipt=\"-x\"/>", "not a package identifier"},
+        {"<check receipt=\"a;b\"/>", "not a package identifier"},
+        {"<check bundle=\"A.app\"/>", "not a plain absolute path"},
+        {"<check bundle=\"/A/../../etc\"/>", "not a plain absolute path"},
+        {"<check bundle=\"/A&#10;B\"/>", "control character"},
+        {"<check receipt=\"x\" version=\"1 or 2\"/>", "not a version"},
+    };
+    for (const auto& [checks, why] : refused)
+        EXPECT_THAT(problemOf(with(checks)), HasSubstr(why)) << checks;
+}
+
 TEST(ContentDocumentTest, EveryFieldFindsItsPlace) {
     const ContentDocument document =
         ContentDocument::parse("\xEF\xBB\xBF<?xml version=\"1.0\"?>\n<!-- made by hand -->\n" + wrap(R"(

@@ -14,7 +14,9 @@
 #include "agent/trust/Signature.h"
 #include "authoring/checks/RepositoryCheck.h"
 #include "authoring/manifest/SizeText.h"
+#include "authoring/publish/Digests.h"
 #include "authoring/publish/PublishState.h"
+#include "authoring/publish/SigningKey.h"
 #include "base/StagedFile.h"
 #include "remediation/buffer/PatchSize.h"
 #include "tools/AuthoringFixture.h"
@@ -80,6 +82,32 @@ TEST_F(PublishTest, AgentsReadContentAndPatchesAsTheManifestSays) {
     cre = *os.find("cpe:/o:apple:mac_os_x", "");
     EXPECT_EQ(cre.getParsedEriDataBlocks().at(0).getPatchId(), "");
     EXPECT_EQ(fs::file_size(repository + "/speed.bin"), 2U << 20U);
+}
+
+TEST_F(PublishTest, CheckScriptsArePublishedAndKeptLikePatches) {
+    manifest = R"([{"identifier": "CCE-1", "file": "lock.bsh", "check": "is-lock.bsh"},
+        {"identifier": "CVE-1", "file": "editor-2.1.pkg", "check": {"receipt": "com.x.editor", "version": "2.1"}}])";
+    writeFile(source + "/is-lock.bsh", "true\n");
+    ASSERT_EQ(publish(manifest, {"--prune"}).status, 0);
+    const std::string file = repository + "/content/CCE-1.xml";
+    const agent::ContentDocument content = agent::ContentDocument::parse(readFile(file), "CCE-1");
+    ASSERT_EQ(content.checks("", "").size(), 1U);
+    EXPECT_EQ(content.checks("", "")[0].name, "is-lock.bsh");
+    const auto digests = content.patches("", "").at(1);
+    EXPECT_EQ(digests.file, fileDigest(digestsOfText("true\n")));
+    EXPECT_EQ(digests.archive, fileDigest(digestsOfFile(repository + "/patches/is-lock.zip")));
+    EXPECT_THAT(readFile(repository + "/content/CVE-1.xml"),
+                HasSubstr(R"(<check receipt="com.x.editor" version="2.1" />)"));
+    EXPECT_THAT(check().out, HasSubstr("2 entries, 3 patches: 0 errors, 0 warnings\n"));
+    // Without its digest, agents would run whatever this key has signed.
+    std::string xml = readFile(file);
+    const auto at = xml.find(" sha256", xml.find("<check"));
+    xml.erase(at, xml.find("/>", at) - at);
+    writeFile(file, xml);
+    writeFile(file + ".sig", SigningKey::load(privateKey).sign(digestsOfText(xml).sha256));
+    const ToolRun stripped = check();
+    EXPECT_EQ(stripped.status, 1);
+    EXPECT_THAT(stripped.out, HasSubstr("it gives no digest of \"is-lock.bsh\""));
 }
 
 TEST_F(PublishTest, ArchivesUnpackToTheSignedSource) {

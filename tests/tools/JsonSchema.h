@@ -47,8 +47,8 @@ class JsonSchema {
             return "";
         }
         if (keyword == "items") {
-            for (const json& item : value) {
-                const std::string found = check(rule, item, place + "[]");
+            for (std::size_t i = 0; i < value.size(); ++i) {
+                const std::string found = check(rule, value[i], place + '[' + std::to_string(i) + ']');
                 if (!found.empty()) return found;
             }
             return "";

@@ -142,6 +142,85 @@ TEST_F(RehearsalTools, HangsDiesAndFloods) {
     }
 }
 
+TEST_F(RehearsalTools, KeepsPreferencesServicesAndPolicies) {
+    writeFile(root + "/Library/LaunchDaemons/com.x.web.plist", "<plist/>");
+    const std::string policy = dir / "policy.plist", text = "<plist><dict><key>a</key></dict></plist>";
+    writeFile(policy, text);
+    const std::string daemon = "/Library/LaunchDaemons/com.x.web.plist";
+    struct Row {
+        const char* tool;
+        Words words;
+        int exit;
+        std::string out;
+        std::string err;  ///< a part of it
+    };
+    const Row rows[] = {
+        {"defaults",
+         {"read", "com.x", "Key"},
+         1,
+         "",
+         "The domain/default pair of (com.x, Key) does not exist"},
+        {"defaults", {"read", "com.x"}, 1, "", "Domain com.x does not exist"},
+        {"defaults", {"write", "/Library/Preferences/com.x.plist", "Key", "-bool", "YES"}, 0, "", ""},
+        {"defaults", {"read", "/Library/Preferences/com.x", "Key"}, 0, "1\n", ""},
+        {"defaults", {"read-type", "com.x", "Key"}, 0, "Type is boolean\n", ""},
+        {"defaults", {"-currentHost", "read", "com.x", "Key"}, 1, "", "does not exist"},
+        {"defaults", {"write", "com.x", "Key", "-bool", "maybe"}, 255, "", "Syntax"},
+        {"defaults", {"write", "com.x", "Key", "-odd", "1"}, 1, "", "leaving defaults unchanged"},
+        {"defaults", {"write", "com.x", "Time", "-int", "0600"}, 0, "", ""},
+        {"defaults", {"write", "com.x", "Text", "two words"}, 0, "", ""},
+        {"defaults",
+         {"read", "com.x"},
+         0,
+         "{\n    Key = 1;\n    Text = \"two words\";\n    Time = 600;\n}\n",
+         ""},
+        {"defaults", {"delete", "com.x", "Key"}, 0, "", ""},
+        {"defaults", {"delete", "com.x", "Key"}, 1, "", "Defaults have not been changed"},
+        {"launchctl", {"bootout", "system/com.x.web"}, 3, "", "No such process"},
+        {"launchctl", {"bootstrap", "system", "/Library/none.plist"}, 5, "", "Input/output error"},
+        {"launchctl", {"bootstrap", "system", daemon}, 0, "", ""},
+        {"launchctl", {"bootstrap", "system", daemon}, 5, "", "Input/output error"},
+        {"launchctl", {"list"}, 0, "PID\tStatus\tLabel\n-\t0\tcom.x.web\n", ""},
+        {"launchctl", {"disable", "system/com.x.web"}, 0, "", ""},
+        {"launchctl",
+         {"print-disabled", "system"},
+         0,
+         "\n\tdisabled services = {\n\t\t\"com.x.web\" => true\n\t}\n",
+         ""},
+        {"launchctl", {"bootout", "system", daemon}, 0, "", ""},
+        {"launchctl", {"print", "system/com.x.web"}, 113, "", "Could not find service"},
+        {"launchctl", {"bootstrap", "system", daemon}, 119, "", "Service is disabled"},
+        {"launchctl", {"enable", "gui/501/com.x.web"}, 64, "", "Unrecognized target"},
+        {"launchctl", {"explode"}, 64, "", "Unrecognized subcommand: explode"},
+        {"pwpolicy", {"-getaccountpolicies"}, 0, "Getting global account policies\n\n", ""},
+        {"pwpolicy",
+         {"-setaccountpolicies", dir / "none"},
+         1,
+         "Setting global account policies\n",
+         "could not read"},
+        {"pwpolicy", {"setaccountpolicies", policy}, 0, "Setting global account policies\n", ""},
+        {"pwpolicy", {"-getaccountpolicies"}, 0, "Getting global account policies\n" + text + "\n", ""},
+        {"pwpolicy", {"-clearaccountpolicies"}, 0, "Clearing global account policies\n", ""},
+        {"pkgutil", {"--pkgs"}, 0, "", ""},
+        {"pkgutil", {"--pkg-info", "com.x"}, 1, "", "No receipt for 'com.x' found at '/'."},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(std::string(row.tool) + ' ' + row.words[0] + ' ' + row.words.back());
+        const MacRun run = tool(row.tool, row.words);
+        EXPECT_EQ(run.exit, row.exit) << run.err;
+        EXPECT_EQ(run.out, row.out);
+        EXPECT_THAT(run.err, HasSubstr(row.err));
+    }
+    const nlohmann::json before = state();
+    mac({"fault", "--tool", "defaults", "no-effect"});
+    EXPECT_EQ(tool("defaults", {"write", "com.x", "Key", "1"}).exit, 0);
+    mac({"fault", "--tool", "defaults", "not-root"});
+    EXPECT_EQ(tool("defaults", {"write", "com.x", "Key", "1"}).exit, 1);
+    EXPECT_EQ(tool("defaults", {"read", "com.x", "Time"}).out, "600\n");
+    mac({"fault", "--tool", "defaults", "ok"});
+    EXPECT_EQ(state(), before);
+}
+
 TEST_F(RehearsalTools, SharesItsStateBetweenProcesses) {
     constexpr int kCount = 12;
     std::vector<pid_t> children;

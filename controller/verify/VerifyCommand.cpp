@@ -1,0 +1,81 @@
+#include <unistd.h>
+
+#include <array>
+#include <iostream>
+
+#include "agent/ContentCacheControl.h"
+#include "agent/LogControl.h"
+#include "controller/Commands.h"
+#include "controller/InputError.h"
+#include "controller/JobLock.h"
+#include "controller/Text.h"
+#include "controller/live/LiveTerminal.h"
+#include "controller/run/OutputFile.h"
+#include "controller/run/Requests.h"
+#include "controller/run/Signals.h"
+#include "controller/status/Status.h"
+#include "controller/verify/VerifyReport.h"
+
+namespace zelor::controller {
+
+namespace {
+
+std::string hostName() {
+    std::array<char, 256> name{};
+    if (::gethostname(name.data(), name.size() - 1) != 0) return "this machine";
+    return name.data();
+}
+
+/// False when a signal ended it.
+bool verifyAll(const Requests& requests, const Paths& paths, VerifyReport& report) {
+    const Signals signals;
+    const auto start = std::chrono::steady_clock::now();
+    report.system = systemIdentity();
+    report.host = hostName();
+    report.started = utcText(std::chrono::system_clock::now());
+    Verifier verifier(paths, report.system, [&] { return signals.endAsked(); });
+    for (const auto& [key, identifier] : requests.all) {
+        const auto invalid = requests.invalid.find(key);
+        report.requests.push_back(
+            verifier.verify(key, identifier, invalid == requests.invalid.end() ? "" : invalid->second));
+        if (signals.endAsked()) return false;
+    }
+    report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    return true;
+}
+
+void forget(VerifyReport& report) {
+    const std::set<std::string> ids = driftedIds(report.requests);
+    if (ids.empty()) return;
+    try {
+        dropFromRecord(installedRecordFile(), ids);
+    } catch (const std::exception& e) {
+        throw InputError(std::string(e.what()) + "; nothing was dropped from it");
+    }
+    report.forgotten = ids;
+}
+
+}  // namespace
+
+int verifyCommand(const VerifyOptions& options) {
+    requireSystem(options.paths, true);
+    const Requests requests = loadRequests(options.requests);
+    checkOutputs({{"--json", options.json}}, options.requests);
+    const Paths paths = resolvePaths(options.paths);
+    requireUsableSettings(paths);
+    prepareDirectories(paths, false);
+    const JobLock lock({std::chrono::seconds(options.waitSeconds), false, std::chrono::seconds(0)});
+    if (options.verbose) agent::logToStandardError("debug");
+    agent::startNewRun();
+    VerifyReport report;
+    if (!verifyAll(requests, paths, report)) return exitStatus::kCancelled;
+    if (options.forget) forget(report);
+    const bool text = options.json.empty();
+    const std::string problem = writeOutput(text ? "-" : options.json, [&](std::ostream& out) {
+        text ? writeVerifyText(out, report, terminalColumns(STDOUT_FILENO)) : writeVerifyJson(out, report);
+    });
+    if (!problem.empty()) throw CommandError(exitStatus::kOutputFailed, problem);
+    return verifyExitStatus(report);
+}
+
+}  // namespace zelor::controller

@@ -1,0 +1,20 @@
+#pragma once
+
+#include "rehearsal/MacState.h"
+#include "rehearsal/Tools.h"
+
+/// The tools that only read and change the state: what each prints and how it ends, by its arguments. They
+/// change `state` as the Mac's would; a text with a status other than 0 leaves it as it was.
+namespace zelor::rehearsal {
+
+ToolText tellPkgutil(MacState& state, const Arguments& arguments);
+ToolText tellDefaults(MacState& state, const Arguments& arguments);
+ToolText tellLaunchctl(MacState& state, const Arguments& arguments);
+ToolText tellPwpolicy(MacState& state, const Arguments& arguments);
+
+/// Runs such a tool: under its faults, and with what it changes written to the state. `no-effect` writes
+/// nothing, `not-root` prints `notRoot` with that status for what would have changed something.
+int runSettingsTool(Tool tool, const StateDirectory& directory, const Arguments& arguments,
+                    ToolText (*tell)(MacState&, const Arguments&), const ToolText& notRoot);
+
+}  // namespace zelor::rehearsal
