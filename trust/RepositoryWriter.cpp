@@ -40,7 +40,7 @@ base::Check readHeaderOf(const std::string& role, const Json& content, Header& h
 
 /// `content` without what every new file has of its own.
 Json bodyOf(Json content) {
-    for (const char* name : {"version", "expires", "spec_version"})
+    for (const char* name : {"version", "expires", "spec_version", "signed_at"})
         content.erase(name);
     return content;
 }
@@ -169,6 +169,8 @@ base::Check RepositoryWriter::put(const std::string& role, Json body, bool alway
     body["spec_version"] = kFormat;
     body["version"] = present == files_.end() ? 1 : present->second.header.version + 1;
     body["expires"] = timeText(options_.now + life);
+    // Clients compare it with their clock.
+    if (role == kTimestampRole) body["signed_at"] = timeText(options_.now);
     return sign(role, std::move(body));
 }
 

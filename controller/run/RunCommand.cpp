@@ -111,7 +111,7 @@ class Run {
         listeners_.clear();
         facts_.finished = std::chrono::system_clock::now();
         facts_.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        if (!options_.json.empty()) proveResults(signals);
+        if (!options_.json.empty() || !options_.exports.empty()) proveResults(signals);
         const bool cancelled = end_ != EarlyEnd::none;
         if (!finish() && !cancelled) return exitStatus::kOutputFailed;
         return runExitStatus(table_.results().size(), table_.count(kSuccessValue), cancelled);

@@ -256,7 +256,7 @@ TEST_F(CheckTest, WritesSarif) {
     EXPECT_GE(find("content/CVE-3.xml"), 1);
     EXPECT_EQ(find("content/a%20%22b%22%0A%FF.txt"), 1);
     results[0]["level"] = "fatal";
-    EXPECT_EQ(schema.problem(log), "$.runs[].results[].level breaks enum");
+    EXPECT_EQ(schema.problem(log), "$.runs[0].results[0].level breaks enum");
     EXPECT_EQ(checkTo("/dev/null").status, 2);
     EXPECT_EQ(checkTo(dir / "none/findings.sarif").status, 2);
 }
