@@ -52,6 +52,20 @@ base::CommandResult runTool(const std::string& command, const std::string& argum
     return base::runCommand({"/bin/sh", "-c", command + " \"$0\" 2>&1", argument}, true, timeLimit());
 }
 
+/// Of the archive and the file of a check script; whatever the settings say, a check needs both: without them
+/// any script with the repository's signature would pass for it.
+std::pair<agent::FileDigest, agent::FileDigest> digestsOf(const std::string& script,
+                                                          const std::string& archive) {
+    const agent::WantedPatches& wanted = agent::WantedPatches::instance();
+    try {
+        return {wanted.archive(archive, true).value(), wanted.file(script, true).value()};
+    } catch (const std::exception&) {
+        throw std::runtime_error(
+            "the contents that name it do not all give both of its digests, or give different ones; publish "
+            "them again");
+    }
+}
+
 /// In XML; tools of the system write most lists in binary.
 std::string readPropertyList(const std::string& path) {
     std::string text = base::readBounded(path, kPropertyListLimit, base::Links::follow);
@@ -195,10 +209,7 @@ void Verifier::fetchScript(const std::string& script, const std::string& directo
         throw std::runtime_error("its name is refused: " + usable.error().text);
     const remediation::PatchName name = *remediation::splitAtLastDot(script);
     const std::string archive = remediation::archiveName(script);
-    const agent::WantedPatches& wanted = agent::WantedPatches::instance();
-    const auto archiveDigest = wanted.archive(archive, false), fileDigest = wanted.file(script, false);
-    if (!archiveDigest || !fileDigest)
-        throw std::runtime_error("the content does not give both of its digests; publish the entry again");
+    const auto [archiveDigest, fileDigest] = digestsOf(script, archive);
     std::string path = directory + '/' + archive;
     CallReport report({}, stop_);
     if (RemediationResourceDownloader::GetInstance()->getResource(name.stem, path, name.extension,
@@ -210,7 +221,7 @@ void Verifier::fetchScript(const std::string& script, const std::string& directo
         directory + '/' + script, directory + '/' + remediation::signaturePath(script, name.extension),
         paths_.settings->values().trustedKey);
     if (!verdict.good) throw std::runtime_error(verdict.reason);
-    agent::requireDigest(script, verdict.digest, *fileDigest);
+    agent::requireDigest(script, verdict.digest, fileDigest);
 }
 
 Proof Verifier::lookAtBundle(const ContentCheck& check) const {
