@@ -3,10 +3,11 @@
 #include "rehearsal/MacState.h"
 #include "rehearsal/Tools.h"
 
-/// The tools that only read and change the state: what each prints and how it ends, by its arguments. They
-/// change `state` as the Mac's would; a text with a status other than 0 leaves it as it was.
+/// The tools that only read and change the state.
 namespace zelor::rehearsal {
 
+/// What each prints and how it ends, by its arguments. They change `state` as the Mac's would; with a status
+/// other than 0 it is as it was. They throw nothing of their own.
 ToolText tellPkgutil(MacState& state, const Arguments& arguments);
 ToolText tellDefaults(MacState& state, const Arguments& arguments);
 ToolText tellLaunchctl(MacState& state, const Arguments& arguments);

@@ -7,6 +7,7 @@ namespace zelor::agent {
 /// How content says that a block of it has taken effect can be proven. Names are of the form that `problemOf`
 /// accepts.
 struct ContentCheck {
+    /// What is looked at.
     enum class Kind {
         script,   ///< the signed script `name` exits with 0
         receipt,  ///< the package `name` has a receipt

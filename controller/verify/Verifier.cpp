@@ -52,6 +52,25 @@ base::CommandResult runTool(const std::string& command, const std::string& argum
     return base::runCommand({"/bin/sh", "-c", command + " \"$0\" 2>&1", argument}, true, timeLimit());
 }
 
+/// Of the archive and the file of a check script; whatever the settings say, a check needs both: without them
+/// any script with the repository's signature would pass for it.
+ScriptDigests digestsOf(const std::string& script) {
+    const agent::WantedPatches& wanted = agent::WantedPatches::instance();
+    try {
+        return {wanted.archive(remediation::archiveName(script), true).value(),
+                wanted.file(script, true).value()};
+    } catch (const std::exception&) {
+        throw std::runtime_error(
+            "the contents that name it do not all give both of its digests, or give different ones; publish "
+            "them again");
+    }
+}
+
+Proof notHad(const std::string& script, const std::string& why) {
+    return {Truth::unknown,
+            "the check " + base::printable(script) + " cannot be had: " + base::printable(why)};
+}
+
 /// In XML; tools of the system write most lists in binary.
 std::string readPropertyList(const std::string& path) {
     std::string text = base::readBounded(path, kPropertyListLimit, base::Links::follow);
@@ -155,14 +174,23 @@ Proof Verifier::proofOfUpdates(const std::string& packageName) {
 
 Proof Verifier::proofOf(const ContentCheck& check) {
     if (stop_()) return {Truth::unknown, kCancelled};
-    const std::vector<std::string> name = {std::to_string(static_cast<int>(check.kind)), check.name,
-                                           check.version};
+    std::vector<std::string> name = {std::to_string(static_cast<int>(check.kind)), check.name, check.version};
+    ScriptDigests digests;
+    if (check.kind == ContentCheck::Kind::script) {
+        // Another content may mean another script by this name.
+        try {
+            digests = digestsOf(check.name);
+        } catch (const std::exception& e) {
+            return notHad(check.name, e.what());
+        }
+        name.insert(name.end(), {digests.archive.sha256, digests.file.sha256});
+    }
     const auto known = known_.find(name);
     if (known != known_.end()) return known->second;
     Proof proof{Truth::unknown, "this version does not know the kind of its check; install a newer one"};
     switch (check.kind) {
         case ContentCheck::Kind::script:
-            proof = runScript(check.name);
+            proof = runScript(check.name, digests);
             break;
         case ContentCheck::Kind::receipt:
             proof = proofOfReceipt(check, runTool("pkgutil --pkg-info", check.name));
@@ -177,40 +205,36 @@ Proof Verifier::proofOf(const ContentCheck& check) {
     return known_[name] = proof;
 }
 
-Proof Verifier::runScript(const std::string& script) const {
+Proof Verifier::runScript(const std::string& script, const ScriptDigests& digests) const {
     try {
         const base::TemporaryDirectory directory(paths_.installPath, "verify");
-        fetchScript(script, directory.path());
+        fetchScript(script, digests, directory.path());
         const base::CommandResult result = base::runScript(directory.path() + '/' + script, timeLimit());
         return proofOfScript(script, result);
     } catch (const std::exception& e) {
-        return {Truth::unknown,
-                "the check " + base::printable(script) + " cannot be had: " + base::printable(e.what())};
+        return notHad(script, e.what());
     }
 }
 
 /// Puts the verified script into the directory; throws std::runtime_error that says why it cannot be had.
-void Verifier::fetchScript(const std::string& script, const std::string& directory) const {
+void Verifier::fetchScript(const std::string& script, const ScriptDigests& digests,
+                           const std::string& directory) const {
     if (const base::Check usable = remediation::checkFetchable(script); !usable)
         throw std::runtime_error("its name is refused: " + usable.error().text);
     const remediation::PatchName name = *remediation::splitAtLastDot(script);
     const std::string archive = remediation::archiveName(script);
-    const agent::WantedPatches& wanted = agent::WantedPatches::instance();
-    const auto archiveDigest = wanted.archive(archive, false), fileDigest = wanted.file(script, false);
-    if (!archiveDigest || !fileDigest)
-        throw std::runtime_error("the content does not give both of its digests; publish the entry again");
     std::string path = directory + '/' + archive;
     CallReport report({}, stop_);
     if (RemediationResourceDownloader::GetInstance()->getResource(name.stem, path, name.extension,
                                                                   paths_.installPath, false, 0) != 0)
         throw std::runtime_error(report.reason().empty() ? "its archive was not downloaded"
                                                          : report.reason());
-    agent::ArchiveExtractor().extract(path, directory, archiveDigest);
+    agent::ArchiveExtractor().extract(path, directory, digests.archive);
     const agent::SignatureVerdict verdict = agent::verifyPath(
         directory + '/' + script, directory + '/' + remediation::signaturePath(script, name.extension),
         paths_.settings->values().trustedKey);
     if (!verdict.good) throw std::runtime_error(verdict.reason);
-    agent::requireDigest(script, verdict.digest, *fileDigest);
+    agent::requireDigest(script, verdict.digest, digests.file);
 }
 
 Proof Verifier::lookAtBundle(const ContentCheck& check) const {

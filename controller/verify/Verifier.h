@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "agent/content/ContentCheck.h"
+#include "agent/trust/Sha256.h"
 #include "controller/Setup.h"
 #include "controller/status/Status.h"
 #include "controller/verify/VerifiedRequest.h"
@@ -18,6 +19,11 @@ namespace zelor::controller {
 
 /// Keeps what `Verifier` needs of the content that a run asks for from now on, for the process.
 void keepContentToVerify();
+
+/// What a check script and its archive must be.
+struct ScriptDigests {
+    agent::FileDigest archive, file;
+};
 
 /// Runs the checks of content, each once. One thread; its functions block on tools and on the network.
 class Verifier {
@@ -40,15 +46,16 @@ class Verifier {
                const std::vector<agent::ContentCheck>& checks);
     Proof proofOfUpdates(const std::string& packageName);
     Proof proofOf(const agent::ContentCheck& check);
-    Proof runScript(const std::string& script) const;
-    void fetchScript(const std::string& script, const std::string& directory) const;
+    Proof runScript(const std::string& script, const ScriptDigests& digests) const;
+    void fetchScript(const std::string& script, const ScriptDigests& digests,
+                     const std::string& directory) const;
     Proof lookAtBundle(const agent::ContentCheck& check) const;
 
     const Paths& paths_;
     SystemIdentity system_;
     std::function<bool()> stop_;
     remediation::InstalledRecord record_;
-    std::map<std::vector<std::string>, Proof> known_;  ///< by kind, name and version
+    std::map<std::vector<std::string>, Proof> known_;  ///< by kind, name, version and digests
     std::optional<base::CommandResult> listing_;
 };
 

@@ -245,6 +245,7 @@ TEST_F(VerifyTest, EveryEriMustHold) {
     entry("CVE-4", holds, "<mskb>KB1</mskb>");
     entry("CVE-5", "", "");
     entry("CVE-6", "<check oracle=\"x\"/>", holds);
+    entry("CVE-8", "<check id=\"yes.sh\"/>", "<mskb>KB1</mskb>");
     on("verify",
        {{"cpe:/a:x:1||1", "CVE-1"},
         {"cpe:/a:x:2||2", "CVE-2"},
@@ -253,7 +254,8 @@ TEST_F(VerifyTest, EveryEriMustHold) {
         {"cpe:/a:x:5||5", "CVE-5"},
         {"cpe:/a:x:6||6", "CVE-6"},
         {"cpe:/a:x:7||7", "CVE-7"},
-        {"", "CVE-8"}},
+        {"cpe:/a:x:8||8", "CVE-8"},
+        {"", "CVE-9"}},
        {"--json", fixture.dir / "verify.json"});
     const json proven = readJson("verify.json").at("requests");
     const std::pair<const char*, std::string> expected[] = {
@@ -264,6 +266,7 @@ TEST_F(VerifyTest, EveryEriMustHold) {
         {"5", "no check"},
         {"6", "A: this version does not know"},
         {"7", "404"},
+        {"8", "yes.sh cannot be had: the contents that name it do not all give both"},
     };
     for (const auto& [number, reason] : expected) {
         const std::string key = std::string("cpe:/a:x:") + number + "||" + number;
