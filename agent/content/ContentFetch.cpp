@@ -153,8 +153,12 @@ ContentAnswer ContentExchange::takeListed(FetchedFile fetched) const {
 }
 
 std::optional<ContentAnswer> ContentExchange::take(FetchedFile fetched) {
-    std::optional<ContentAnswer> answer =
-        listed_ ? takeListed(std::move(fetched)) : answerTo(std::move(fetched));
+    std::optional<ContentAnswer> answer;
+    if (listed_) {
+        answer = takeListed(std::move(fetched));
+    } else {
+        answer = answerTo(std::move(fetched));
+    }
     if (answer) answer->content.source = source_;
     return answer;
 }

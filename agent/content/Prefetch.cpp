@@ -33,7 +33,7 @@ std::vector<std::string> Prefetch::Wanted::remove(const std::string& key) {
 Prefetch::Prefetch(std::string installPath) : installPath_(Common::StripTrailingSeparators(installPath)) {}
 
 Prefetch::~Prefetch() {
-    ended();
+    Prefetch::ended();
 }
 
 void Prefetch::contentNeeded(const std::vector<NeededContent>& content) {

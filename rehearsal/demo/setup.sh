@@ -50,8 +50,12 @@ publish() {
     cp "$here/products.json" "$work/src/"
     cp -R "$here/scripts" "$work/src/scripts"
     zelor-content keygen --out "$work/keys"
-    zelor-content publish "$here/../content/manifest.json" --key "$work/keys/repository.key" --out "$work/repository"
-    zelor-content publish "$work/src/products.json" --key "$work/keys/repository.key" --out "$work/repository"
+    zelor-content keygen --out "$work/metadata-keys" --role all >/dev/null
+    local manifest
+    for manifest in "$here/../content/manifest.json" "$work/src/products.json"; do
+        zelor-content publish "$manifest" --key "$work/keys/repository.key" --metadata-keys "$work/metadata-keys" \
+            --out "$work/repository"
+    done
 }
 
 serve() {
@@ -65,7 +69,8 @@ serve() {
     mkdir -p "$root/etc/zelor" "$root/var/log/zelor" "$root/var/zelor/unzip" "$root/var/zelor/buffer" \
         "$root/opt/zelor" "$root/Applications"
     cp "$work/keys/repository.pem" "$root/etc/zelor/repository.pem"
-    printf '[ScanManager]\nProfileId = Mac OS X 10.10\n[Repository]\nUrl = %s\nTrustedKey = /etc/zelor/repository.pem\nRequireDigests = true\n' \
+    cp "$work/repository/metadata/1.root.json" "$root/etc/zelor/root.json"
+    printf '[ScanManager]\nProfileId = Mac OS X 10.10\n[Repository]\nUrl = %s\nTrustedKey = /etc/zelor/repository.pem\nRequireDigests = true\nRoot = /etc/zelor/root.json\n' \
         "${url%/}" >"$root/etc/zelor/zelor.ini"
     printf 'platform = macos\n' >"$root/etc/zelor/build"
 }
