@@ -40,7 +40,7 @@ struct ContentAhead::Transfer {
     bool tooLarge = false;
 };
 
-/// What the worker's thread has in hand.
+/// What the worker's thread has in progress.
 class ContentAhead::Work {
   public:
     explicit Work(ContentAhead& ahead) : ahead_(ahead), transfers_(client_, kParallel) {}

@@ -36,16 +36,16 @@ class ContentAhead {
     /// std::system_error without a thread.
     void begin(std::vector<Mirror> mirrors, const std::vector<std::string>& identifiers, Question question,
                std::chrono::milliseconds longest);
-    /// Nobody will take that answer: the transfer in hand ends within a tenth of a second.
+    /// Nobody will take that answer: the transfer in progress ends within a tenth of a second.
     void drop(const std::string& identifier);
     /// The same for all of them.
     void stop();
-    /// Stops, and waits until nothing is in hand.
+    /// Stops, and waits until nothing is in progress.
     void join();
 
-    /// The answer to that question about an identifier; waits for one in hand. Nothing when there is none,
-    /// when the call is to end early, when another listed file was asked for, or when the answer says that
-    /// another version than the known one is unchanged.
+    /// The answer to that question about an identifier; waits for one in progress. Nothing when there is
+    /// none, when the call is to end early, when another listed file was asked for, or when the answer says
+    /// that another version than the known one is unchanged.
     std::optional<ContentAnswer> take(const std::string& identifier, const ContentQuestion& question);
 
   private:

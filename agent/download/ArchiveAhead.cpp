@@ -39,7 +39,7 @@ AheadRoom aheadRoom(std::uint64_t length, const AheadUse& use, const AheadLimits
     return free >= reserved && (free - reserved) / 2 >= length ? AheadRoom::now : AheadRoom::later;
 }
 
-/// What the thread has in hand.
+/// What the thread has in progress.
 class ArchiveAhead::Work {
   public:
     Work(ArchiveAhead& ahead, std::vector<std::string> stems)

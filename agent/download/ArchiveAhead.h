@@ -18,14 +18,14 @@ namespace zelor::agent {
 
 /// What archives that nobody has asked for yet may take up.
 struct AheadLimits {
-    std::uint64_t bytes = 0;  ///< of all that are in hand or have come; 0: none is fetched ahead
+    std::uint64_t bytes = 0;  ///< of all that are in progress or have come; 0: none is fetched ahead
     /// As in DownloadPolicy.
     std::function<std::uint64_t(const std::string& path)> freeBytes = &zelor::agent::freeBytes;
 };
 
 /// What they take up.
 struct AheadUse {
-    std::size_t archives = 0;   ///< in hand or come
+    std::size_t archives = 0;   ///< in progress or come
     std::uint64_t bytes = 0;    ///< that they have or will have
     std::uint64_t missing = 0;  ///< of these, those that have not come
 };
@@ -56,15 +56,15 @@ class ArchiveAhead {
     void drop(const std::string& stem);
     /// The same for all of them.
     void stop();
-    /// Stops, and waits until nothing is in hand.
+    /// Stops, and waits until nothing is in progress.
     void join();
 
     /// Takes the bytes so far and in all.
     using Report = std::function<void(std::uint64_t done, std::uint64_t total)>;
     /// The download of that archive, for the caller to adopt or abandon; null when it has not begun. Waits,
-    /// with reports, for one in hand; when `wait` is false, or the call is to end early, that transfer ends
-    /// and the caller goes on with it. Who waits is the run: what came before in its order it has passed
-    /// over, and that is dropped.
+    /// with reports, for one in progress; when `wait` is false, or the call is to end early, that transfer
+    /// ends and the caller continues with it. Who waits is the run: what came before in its order it has
+    /// passed over, and that is dropped.
     std::shared_ptr<PatchDownload> take(const std::string& stem, bool wait, const Report& report);
 
   private:
@@ -95,7 +95,7 @@ class ArchiveAhead {
     base::Mutex mutex_;
     base::Condition changed_;
     std::map<std::string, std::size_t> waiting_ ZELOR_GUARDED_BY(mutex_);  ///< not begun, with their places
-    std::map<std::string, Entry> entries_ ZELOR_GUARDED_BY(mutex_);        ///< in hand or come
+    std::map<std::string, Entry> entries_ ZELOR_GUARDED_BY(mutex_);        ///< in progress or come
     bool stopping_ ZELOR_GUARDED_BY(mutex_) = true;
 };
 

@@ -65,7 +65,7 @@ class PatchDownload {
     /// The request of the early attempt; the object must outlive it. Nothing when the whole download is for
     /// `run`: a part is there, or the repository is not to be asked. Throws std::runtime_error.
     std::optional<HttpRequest> beginEarly();
-    /// How that request ended; without this call, `run` goes on behind the bytes that came. Logs nothing.
+    /// How that request ended; without this call, `run` continues behind the bytes that came. Logs nothing.
     /// False when the repository does not answer.
     bool takeEarly(const HttpResult& result);
     /// True when the server has trouble, but perhaps only with this file.

@@ -19,7 +19,7 @@ class ZELOR_API Prefetch : public AheadOfNeed {
   public:
     /// For the agent installed in `installPath`, the manager's.
     explicit Prefetch(std::string installPath);
-    /// Stops what is in hand. The manager must have no run by then.
+    /// Stops what is in progress. The manager must have no run by then.
     ~Prefetch() override;
 
     void contentNeeded(const std::vector<NeededContent>& content) override;
