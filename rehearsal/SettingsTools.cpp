@@ -12,9 +12,9 @@ int runSettingsTool(Tool tool, const StateDirectory& directory, const Arguments&
     const ToolText text = tell(after, arguments);
     if (toJson(after) == toJson(before) || fault == Outcome::noEffect) return say(text);
     if (fault == Outcome::notRoot) return say(notRoot);
-    ToolText text;
-    directory.update([&](MacState& state) { text = tell(state, arguments); });
-    return say(text);
+    ToolText answer;
+    directory.update([&](MacState& state) { answer = tell(state, arguments); });
+    return say(answer);
 }
 
 int runPkgutil(const StateDirectory& directory, const Arguments& arguments) {

@@ -74,7 +74,7 @@ class Client {
   public:
     /// `metadata` and `store` must outlive the client.
     Client(Fetcher& metadata, Store& store, ClientOptions options)
-        : fetcher_(metadata), store_(store), options_(std::move(options)) {}
+        : fetcher_(metadata), store_(store), options_(options) {}
 
     /// Begins from a root that came by another way than the repository. A kept root that is intact and not
     /// older stays; any other is replaced, and the kept timestamp and snapshot are removed.

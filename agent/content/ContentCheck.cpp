@@ -54,7 +54,7 @@ std::string problemOfName(const ContentCheck& check) {
 }  // namespace
 
 std::string problemOf(const ContentCheck& check) {
-    if (const std::string problem = problemOfName(check); !problem.empty()) return problem;
+    if (std::string problem = problemOfName(check); !problem.empty()) return problem;
     const bool versioned = check.version.size() <= kVersionLimit && hasOnly(check.version, "._-+");
     return versioned ? "" : "the version of a check is not a version such as 2.1.0";
 }
