@@ -1,4 +1,4 @@
-"""Rows about repositories that are far away or go away, and about many agents at one server."""
+"""Rows about repositories: publishing one, one that is far away or goes away, and many agents at one."""
 import json
 import os
 import signal
@@ -235,4 +235,18 @@ def crowd(ground):
     return [row.aim_times("not above curl's", row.ours, row.other, 1)]
 
 
-FAR_ROWS = {'far': far, 'overlap': overlap, 'outage': outage, 'crowd': crowd}
+def publish(ground):
+    """New entries, each with content, archive and signatures, beside a copy of what comes of it."""
+    count = 20 if ground.smoke else 2000
+    site = Site(ground, scripts(ground, count))
+    out, copy = site.directory / 'published', site.directory / 'copy'
+    sides = {'ours': Side([ground.program('zelor-content'), 'publish', str(site.directory / 'manifest.json'), '--key',
+                           str(ground.key), '--out', str(out)], lambda: ground.empty(out)),
+             'copy': Side(['bash', '-c', f'cp -r {ground.web}/. {copy} && sync -f {copy}'], lambda: ground.empty(copy))}
+    samples = interleaved(sides, 1 if ground.smoke else 5)
+    row = Row('publish', f'{thousands(count)} new entries', 's', samples['ours'], samples['copy'],
+              'cp -r and sync of the same files')
+    return [row.aim_times('within 3 times of writing the same bytes', row.ours, row.other, 3)]
+
+
+FAR_ROWS = {'publish': publish, 'far': far, 'overlap': overlap, 'outage': outage, 'crowd': crowd}
