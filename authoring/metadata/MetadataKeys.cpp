@@ -84,6 +84,7 @@ std::vector<MetadataKey> readMetadataKeys(const std::string& directory) {
 
 std::vector<trust::PrivateKey> privateKeys(const std::vector<MetadataKey>& keys) {
     std::vector<trust::PrivateKey> found;
+    found.reserve(keys.size());
     for (const MetadataKey& key : keys)
         found.push_back(key.key);
     return found;
@@ -123,7 +124,7 @@ void writeMetadataKeys(const std::string& directory, const std::vector<std::stri
 }
 
 std::string keyLabel(const trust::Json& rootContent, const std::string& id) {
-    const std::string label = base::printable(id.substr(0, kShownDigits));
+    std::string label = base::printable(id.substr(0, kShownDigits));
     const auto key = rootContent.at("keys").find(id);
     if (key == rootContent.at("keys").end()) return label;
     const auto note = key->find(kHolderNote);

@@ -72,7 +72,7 @@ std::set<std::string> ContentDirectory::identifiers() const {
 }
 
 std::string ContentDirectory::signedContent(const std::string& name, const SigningKey& key) const {
-    const std::string xml = present(directory_ + '/' + name);
+    std::string xml = present(directory_ + '/' + name);
     if (unchanged_.count(name) != 0) return xml;
     // Another manifest's: who signs the list vouches for it.
     if (key.accepts(digestsOfText(xml).sha256, present(directory_ + '/' + name + ".sig"))) return xml;

@@ -192,7 +192,7 @@ agent::FileDigest PatchPublisher::keep(const ManifestPatch& patch) {
     PublishedPatch& known = state_.at(patch.patchId);
     const std::string archive = archiveOf(patch.patchId);
     if (!known.archiveSha256.empty()) return {known.archiveSha256, boost::filesystem::file_size(archive)};
-    const agent::FileDigest digest = fileDigest(digestsOfFile(archive));
+    agent::FileDigest digest = fileDigest(digestsOfFile(archive));
     known.archiveSha256 = digest.sha256;
     return digest;
 }
