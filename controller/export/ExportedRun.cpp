@@ -3,7 +3,6 @@
 #include <time.h>
 
 #include <cmath>
-#include <cstdio>
 #include <nlohmann/json.hpp>
 
 #include "agent/trust/Sha256.h"
@@ -59,12 +58,9 @@ class Members {
     system_clock::time_point time(const char* name) const {
         const std::string written = text(name);
         tm utc{};
-        const int fields = std::sscanf(written.c_str(), "%4d-%2d-%2dT%2d:%2d:%2dZ", &utc.tm_year, &utc.tm_mon,
-                                       &utc.tm_mday, &utc.tm_hour, &utc.tm_min, &utc.tm_sec);
-        utc.tm_year -= 1900;
-        utc.tm_mon -= 1;
-        const auto time = system_clock::from_time_t(fields == 6 ? ::timegm(&utc) : 0);
-        if (fields != 6 || utcText(time) != written)
+        const bool isTime = ::strptime(written.c_str(), "%Y-%m-%dT%H:%M:%SZ", &utc) != nullptr;
+        const auto time = system_clock::from_time_t(isTime ? ::timegm(&utc) : 0);
+        if (!isTime || utcText(time) != written)
             fail(named(name) + " is not a time such as 2026-11-21T10:15:02Z");
         return time;
     }
