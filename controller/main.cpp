@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <openssl/crypto.h>
 #include <unistd.h>
 
 #include "base/ProgramStart.h"
@@ -20,5 +21,7 @@ void occupyStandardDescriptors() {
 int main(int argc, char** argv) {
     occupyStandardDescriptors();
     zelor::base::prepareProgram();
+    // A run's thread may still be ending when main returns; OpenSSL's exit handler would free what is its.
+    OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
     return zelor::controller::runController({argv + 1, argv + argc});
 }
