@@ -14,7 +14,7 @@ class AgentSettings;
 /// One address of the repository.
 struct Mirror {
     std::string url;     ///< without trailing slashes
-    std::string source;  ///< what tells it from the others in files, without credentials; "" for the only one
+    std::string source;  ///< its name in files, without credentials; "" for the only one
     std::shared_ptr<RepositoryOutage> outage;
 };
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <functional>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -111,7 +112,9 @@ class Run {
         listeners_.clear();
         facts_.finished = std::chrono::system_clock::now();
         facts_.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        if (!options_.json.empty() || !options_.exports.empty()) proveResults(signals);
+        // Exports have no place for it.
+        if (!options_.json.empty())
+            proveResults([&] { return end_ != EarlyEnd::none || signals.endAsked() || deadline.passed(); });
         const bool cancelled = end_ != EarlyEnd::none;
         if (!finish() && !cancelled) return exitStatus::kOutputFailed;
         return runExitStatus(table_.results().size(), table_.count(kSuccessValue), cancelled);
@@ -170,10 +173,11 @@ class Run {
         facts_.started = std::chrono::system_clock::now();
     }
 
-    /// Whatever the run reports: installers that say nothing wrong may have done nothing.
-    void proveResults(const Signals& signals) {
+    /// Whatever the run reports: installers that say nothing wrong may have done nothing. `stop`: what is
+    /// left is not known.
+    void proveResults(std::function<bool()> stop) {
         const SystemIdentity system{facts_.productName, facts_.productVersion, facts_.platformCpe};
-        Verifier verifier(paths_, system, [&] { return end_ != EarlyEnd::none || signals.endAsked(); });
+        Verifier verifier(paths_, system, std::move(stop));
         for (const Result& result : table_.results()) {
             const VerifiedRequest request = verifier.verifyAfterRun(*result.key, *result.identifier);
             proofs_.push_back(request.checked ? std::optional<Proof>(request.proof) : std::nullopt);
@@ -225,7 +229,8 @@ class Run {
         const auto spans = timeline_.spans(table_.results().size());
         writeResultJson(out, table_, flags, facts_, [&](std::size_t request) {
             return RequestDetails{record_.outcome(table_.results()[request]), busySeconds(spans[request]),
-                                  busySince(spans[request]), proofs_[request]};
+                                  busySince(spans[request]),
+                                  proofs_.empty() ? std::nullopt : proofs_[request]};
         });
     }
 

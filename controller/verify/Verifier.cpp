@@ -36,7 +36,7 @@ namespace {
 using agent::ContentCheck;
 
 constexpr std::chrono::minutes kCheckLimit{10};  ///< when the settings give none
-constexpr char kCancelled[] = "it was not checked: the command was cancelled";
+constexpr char kCancelled[] = "it was not checked: the command was cancelled, or reached its time limit";
 constexpr std::size_t kPropertyListLimit = 1U << 20U;
 
 bool isOsUpdate(const creEriParsedData& entry) {

@@ -1,8 +1,9 @@
 #include <sys/stat.h>
 
 #include "agent/trust/Sha256.h"
-#include "tools/ControllerFixture.h"
-#include "tools/JsonSchema.h"
+#include "tests/support/DripServer.h"
+#include "tests/tools/ControllerFixture.h"
+#include "tests/tools/JsonSchema.h"
 
 namespace zelor::controller {
 namespace {
@@ -274,6 +275,31 @@ TEST_F(VerifyTest, EveryEriMustHold) {
     }
     EXPECT_EQ(proven.at("").at("state"), "unknown");
     EXPECT_EQ(fixture.countAnswers("GET /patches/yes.zip"), 1) << "one check is fetched and run once";
+}
+
+// The request is done by then; only what its check would prove is not known.
+TEST_F(VerifyTest, NoCheckHoldsARunLongerThanItsLimit) {
+    addScript("CCE-1", "true", addCheck("look", "true"));
+    const test::DripServer mute(test::DripServer::all().front());
+    authoring::ServerFault moved;
+    moved.status = 302;
+    moved.headers = {{"Location", mute.url() + "/x"}};
+    for (int i = 0; i < 10; ++i)
+        fixture.addFault("patches/look.zip", moved);
+    writeFile(requests, R"({"cpe:/o:x": "CCE-1"})");
+    RunOptions options;
+    options.requests = requests;
+    options.paths.root = root;
+    options.paths.tools = fixture.dir / "tools";
+    options.talk.quiet = true;
+    options.json = fixture.dir / "out.json";
+    options.timeLimit = std::chrono::seconds(3);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(runCommand(options), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(6));
+    const json result = readJson("out.json")["requests"]["cpe:/o:x"];
+    EXPECT_EQ(result["value"], 4);
+    EXPECT_EQ(result["verified"], nullptr);
 }
 
 }  // namespace
