@@ -1,5 +1,6 @@
 #include "Support.h"
 #include "agent/download/PatchDownload.h"
+#include "agent/download/RangeHeaders.h"
 #include "agent/http/RepositoryUrl.h"
 #include "authoring/serve/HttpConditions.h"
 

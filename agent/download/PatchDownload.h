@@ -137,16 +137,4 @@ class PatchDownload {
     std::string problem_;
 };
 
-/// The bytes that a Content-Range header announces.
-struct ContentRange {
-    std::uint64_t first = 0;
-    std::uint64_t last = 0;
-    std::uint64_t total = 0;  ///< 0: not known
-};
-base::Result<ContentRange> parseContentRange(const std::string& header);
-
-/// The validator for resuming this answer later: a strong ETag, else a Last-Modified that is old enough to
-/// belong to one version only, else "".
-std::string resumptionValidator(const HttpHead& head);
-
 }  // namespace zelor::agent

@@ -17,7 +17,7 @@ namespace {
 constexpr std::size_t kMostLines = 1000;
 
 std::string checkedCpe(const std::string& option, const std::string& given, const char* kind) {
-    const std::string cpe = keyCpe(given);
+    std::string cpe = keyCpe(given);
     if (!given.empty() && cpe.compare(0, std::string(kind).size(), kind) != 0)
         throw InputError(option + " \"" + base::printable(given) + "\" is no such CPE; write it as " + kind +
                          ":vendor:product");

@@ -9,6 +9,7 @@
 
 #include "agent/DownloadProgress.h"
 #include "agent/download/PatchDownload.h"
+#include "agent/download/RangeHeaders.h"
 #include "base/SystemRoot.h"
 #include "collaborators/DownloadManager.h"
 #include "collaborators/RemediationResourceDownloader.h"
