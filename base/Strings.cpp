@@ -26,15 +26,6 @@ bool isVisible(char c) {
 
 }  // namespace
 
-bool hasEnding(const std::string& text, const std::string& ending) {
-    return text.size() >= ending.size() &&
-           text.compare(text.size() - ending.size(), ending.size(), ending) == 0;
-}
-
-bool hasBeginning(const std::string& text, const std::string& beginning) {
-    return text.compare(0, beginning.size(), beginning) == 0;
-}
-
 bool hasBeginningInAnyCase(const std::string& text, std::string_view beginning) {
     return text.size() >= beginning.size() &&
            std::equal(beginning.begin(), beginning.end(), text.begin(),
@@ -76,14 +67,15 @@ std::vector<std::string> splitInTwo(const std::string& text, const std::string& 
     return {text.substr(0, at), text.substr(at + delimiter.size())};
 }
 
-std::vector<std::string> splitCompressed(const std::string& text, char separator) {
+std::vector<std::string> splitCompressed(std::string_view text, char separator) {
     std::vector<std::string> pieces;
+    pieces.reserve(2);  // most lists have one or two
     std::size_t start = 0;
-    for (auto at = text.find(separator); at != std::string::npos; at = text.find(separator, start)) {
-        pieces.push_back(text.substr(start, at - start));
+    for (auto at = text.find(separator); at != std::string_view::npos; at = text.find(separator, start)) {
+        pieces.emplace_back(text.substr(start, at - start));
         start = std::min(text.find_first_not_of(separator, at), text.size());
     }
-    pieces.push_back(text.substr(start));
+    pieces.emplace_back(text.substr(start));
     return pieces;
 }
 

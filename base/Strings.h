@@ -9,13 +9,17 @@
 namespace zelor::base {
 
 /// Whether `text` ends, or begins, with the other text; an empty one always matches.
-bool hasEnding(const std::string& text, const std::string& ending);
-bool hasBeginning(const std::string& text, const std::string& beginning);
+inline bool hasEnding(std::string_view text, std::string_view ending) {
+    return text.size() >= ending.size() && text.substr(text.size() - ending.size()) == ending;
+}
+inline bool hasBeginning(std::string_view text, std::string_view beginning) {
+    return text.substr(0, beginning.size()) == beginning;
+}
 /// Whether `text` begins with `beginning`, which is in lower case; the case of ASCII letters is ignored.
 bool hasBeginningInAnyCase(const std::string& text, std::string_view beginning);
 /// Whether `part` occurs anywhere in `text`; an empty one always does.
-inline bool contains(const std::string& text, const std::string& part) {
-    return text.find(part) != std::string::npos;
+inline bool contains(std::string_view text, std::string_view part) {
+    return text.find(part) != std::string_view::npos;
 }
 /// `text` without white space at both ends.
 std::string trimmed(std::string text);
@@ -29,7 +33,7 @@ std::string lowerCased(std::string text);
 /// `text` in two at the first `delimiter`, or whole when there is none.
 std::vector<std::string> splitInTwo(const std::string& text, const std::string& delimiter);
 /// `text` cut at every run of `separator`; an empty text gives one empty piece.
-std::vector<std::string> splitCompressed(const std::string& text, char separator);
+std::vector<std::string> splitCompressed(std::string_view text, char separator);
 /// The number at the start of `text` as atoi(3) reads it, but defined for every text; 0 without a number.
 int leadingInt(const std::string& text);
 /// How many bytes must be inserted, removed, replaced or swapped with their neighbour to turn one text into

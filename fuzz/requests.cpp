@@ -13,7 +13,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         for (const auto& request : zelor::controller::parseRequests(text, "fuzz").all) {
             const auto key = zelor::remediation::parseRequestKey(request.first, size % 2 == 0);
             zelor::remediation::requestTarget(key.cpes, "cpe:/o:default", {"cpe:/o:special"});
-            zelor::remediation::progressKey(request.first);
+            zelor::remediation::ProgressKey(request.first).text();
         }
     } catch (const zelor::controller::InputError&) {
         return 0;  // the only exception that it may throw

@@ -22,7 +22,7 @@ void makeRequests(const std::string& text) {
         const auto parsed = zelor::remediation::parseRequestKey(key, configuration);
         require(zelor::remediation::cpeCount(parsed) == zelor::remediation::CpeCount::usable,
                 "one or two names");
-        require(zelor::remediation::progressKey(key) == key, "a key of its own");
+        require(zelor::remediation::ProgressKey(key).text() == key, "a key of its own");
     }
 }
 

@@ -40,7 +40,8 @@ std::string uriOf(const std::string& place) {
     std::string uri;
     for (const char letter : place.substr(0, place.find(", "))) {
         const auto code = static_cast<unsigned char>(letter);
-        const bool plain = code < 0x80 && (std::isalnum(code) != 0 || base::contains("-._~/", {letter}));
+        const bool plain =
+            code < 0x80 && (std::isalnum(code) != 0 || base::contains("-._~/", std::string_view(&letter, 1)));
         if (plain) uri += letter;
         if (!plain) base::appendHex(uri += '%', code, base::HexCase::upper);
     }

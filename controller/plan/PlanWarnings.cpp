@@ -64,9 +64,9 @@ void addNameWarnings(std::vector<PlannedRequest>& requests, const std::string& b
 void addSharedKeyWarnings(std::vector<PlannedRequest>& requests) {
     std::map<std::string, std::size_t> reported;
     for (const PlannedRequest& request : requests)
-        ++reported[remediation::progressKey(request.key)];
+        ++reported[remediation::ProgressKey(request.key).text()];
     for (PlannedRequest& request : requests) {
-        const std::string key = remediation::progressKey(request.key);
+        const std::string key = remediation::ProgressKey(request.key).text();
         const std::size_t others = reported[key] - 1;
         if (others == 0) continue;
         request.warnings.push_back("its result is reported under " + quoted(key) + " together with " +

@@ -21,7 +21,7 @@ ResultTable::ResultTable(RequestMap requests) : requests_(std::move(requests)), 
     for (const auto& [key, identifier] : requests_) {
         results_.push_back({&key, &identifier});
         // A shortened key is always a prefix of the key.
-        reportKeys_.push_back(std::string_view(key).substr(0, remediation::progressKey(key).size()));
+        reportKeys_.push_back(std::string_view(key).substr(0, remediation::ProgressKey(key).text().size()));
     }
     byReportKey_.resize(results_.size());
     std::iota(byReportKey_.begin(), byReportKey_.end(), std::size_t{0});

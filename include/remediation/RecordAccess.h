@@ -50,6 +50,8 @@ struct RecordAccess {
     /// The fields of a request's row.
     static const std::string& combinedCpes(const remediateMetadata& row) { return row.combinedCpes; }
     static const std::string& cveOrCceId(const remediateMetadata& row) { return row.cveOrCceId; }
+    static const std::string& platformCpe(const remediateMetadata& row) { return row.platformCpe; }
+    static const std::string& productCpe(const remediateMetadata& row) { return row.productCpe; }
     static bool creEriDataPresent(const remediateMetadata& row) { return row.creEriDataPresent; }
     static bool osRemediation(const remediateMetadata& row) { return row.osRemediation; }
     static creEriParsedData& creEriData(remediateMetadata& row) { return row.creEriData; }

@@ -101,7 +101,7 @@ void RequestIntake::parse(const std::string& key, const std::string& identifier,
         progress_.record(key, RemediationManager::REM_INVALID_REQUEST);
         return;
     }
-    RequestTarget target = requestTarget(request.cpes, platformCpe_, specialCases);
+    RequestTarget target = requestTarget(std::move(request.cpes), platformCpe_, specialCases);
     remediateMetadata row;
     row.setCombinedCpes(key);
     row.setCveOrCceId(id);
@@ -140,8 +140,8 @@ void RequestIntake::announce(Needs& needs) {
     content.reserve(rows_.patches.size() + rows_.configurations.size());
     for (std::vector<remediateMetadata>* rows : {&rows_.patches, &rows_.configurations}) {
         for (remediateMetadata& row : *rows) {
-            content.push_back({RecordAccess::combinedCpes(row), row.getPlatformCpe(), row.getProductCpe(),
-                               row.getCveOrCceId()});
+            content.push_back({RecordAccess::combinedCpes(row), RecordAccess::platformCpe(row),
+                               RecordAccess::productCpe(row), RecordAccess::cveOrCceId(row)});
         }
     }
     if (!content.empty()) needs.content(content);
@@ -164,9 +164,9 @@ bool RequestIntake::getContent(remediateMetadata& row) {
     events_.started(key);
     bool stopAsked = false;
     CallReport report({}, [&] { return stopAsked = cancellation_.stopsRequest(key); });
-    const std::string platform = row.getPlatformCpe();
-    const std::string product = row.getProductCpe();
-    parseOnlyMetadata metadata = content_.get(platform, product, row.getCveOrCceId());
+    const std::string& platform = RecordAccess::platformCpe(row);
+    const std::string& product = RecordAccess::productCpe(row);
+    parseOnlyMetadata metadata = content_.get(platform, product, RecordAccess::cveOrCceId(row));
     creEriParsedData& entry = RecordAccess::creEriData(metadata);
     const std::vector<parsedEriData>& blocks = RecordAccess::blocks(entry);
     log::debug(" [Remediation Manager] (getAndParseCreEriForSupersedesTrue) For platformCpe = '", platform,
@@ -180,7 +180,7 @@ bool RequestIntake::getContent(remediateMetadata& row) {
         return stopAsked;
     }
     row.setOsRemediation(isOsRemediation(blocks));
-    row.setcreEriData(std::move(entry));
+    RecordAccess::creEriData(row) = std::move(entry);
     return false;
 }
 

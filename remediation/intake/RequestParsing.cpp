@@ -1,6 +1,7 @@
 #include "remediation/intake/RequestParsing.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "base/Strings.h"
 
@@ -14,25 +15,26 @@ bool areDigits(const std::string& text) {
 
 }  // namespace
 
-std::string progressKey(const std::string& requestKey) {
+ProgressKey::ProgressKey(const std::string& requestKey) : text_(&requestKey) {
     const auto at = requestKey.find("||");
-    const bool underCpe = at != std::string::npos && requestKey.find("oval:", at + 2) != std::string::npos;
-    return underCpe ? requestKey.substr(0, at) : requestKey;
+    if (at == std::string::npos || requestKey.find("oval:", at + 2) == std::string::npos) return;
+    cpe_ = requestKey.substr(0, at);
+    text_ = &cpe_;
 }
 
-RequestKey parseRequestKey(const std::string& trimmedKey, bool configuration) {
-    const std::vector<std::string> parts = base::splitInTwo(trimmedKey, "||");
+RequestKey parseRequestKey(std::string_view trimmedKey, bool configuration) {
+    const auto bars = trimmedKey.find("||");
     RequestKey request;
-    if (!configuration && parts.size() > 1) request.packageName = parts[1];
-    std::string list = parts[0];
-    if (base::hasEnding(list, ",")) list.pop_back();
+    if (!configuration && bars != std::string_view::npos) request.packageName = trimmedKey.substr(bars + 2);
+    std::string_view list = trimmedKey.substr(0, bars);
+    if (base::hasEnding(list, ",")) list.remove_suffix(1);
     request.cpes = base::splitCompressed(list, ',');
     const auto isEmpty = [](const std::string& cpe) { return cpe.empty(); };
     if (std::all_of(request.cpes.begin(), request.cpes.end(), isEmpty)) request.cpes.clear();
     return request;
 }
 
-bool isConfiguration(const std::string& identifier) {
+bool isConfiguration(std::string_view identifier) {
     return base::hasBeginning(identifier, "CCE-");
 }
 
@@ -76,14 +78,14 @@ bool containsPatchId(const std::string& reference) {
     });
 }
 
-RequestTarget requestTarget(const std::vector<std::string>& cpes, const std::string& defaultPlatformCpe,
+RequestTarget requestTarget(std::vector<std::string> cpes, const std::string& defaultPlatformCpe,
                             const std::set<std::string>& specialCases) {
     RequestTarget target{defaultPlatformCpe, ""};
-    for (const std::string& cpe : cpes) {
+    for (std::string& cpe : cpes) {
         if (base::hasBeginning(cpe, "cpe:/o")) {
-            (specialCases.count(cpe) != 0 ? target.productCpe : target.platformCpe) = cpe;
+            (specialCases.count(cpe) != 0 ? target.productCpe : target.platformCpe) = std::move(cpe);
         } else if (base::hasBeginning(cpe, "cpe:/a")) {
-            target.productCpe = cpe;
+            target.productCpe = std::move(cpe);
         }
     }
     return target;

@@ -2,13 +2,25 @@
 
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 /// Decisions on the text of a request's key.
 namespace zelor::remediation {
 
 /// The key under which progress is stored: "X||Y" is stored under X when Y contains "oval:", else as it is.
-std::string progressKey(const std::string& requestKey);
+/// Refers to the request's key, which must outlive it.
+class ProgressKey {
+  public:
+    explicit ProgressKey(const std::string& requestKey);
+    ProgressKey(const ProgressKey&) = delete;
+    ProgressKey& operator=(const ProgressKey&) = delete;
+    const std::string& text() const { return *text_; }
+
+  private:
+    std::string cpe_;  ///< where that is the key
+    const std::string* text_;
+};
 
 /// What the trimmed key of a request names.
 struct RequestKey {
@@ -17,7 +29,7 @@ struct RequestKey {
 };
 
 /// True when the trimmed identifier asks for a configuration, false when it asks for a patch.
-bool isConfiguration(const std::string& identifier);
+bool isConfiguration(std::string_view identifier);
 
 /// Whether the text is a CCE identifier: CCE-, up to seven digits, a hyphen and a digit.
 bool isCceIdentifier(const std::string& text);
@@ -32,7 +44,7 @@ std::string whyUnusable(CpeCount count);
 
 /// Parses a trimmed key: up to two parts separated by "||", CPEs separated by commas and, unless
 /// `configuration`, a package name. Every text is accepted.
-RequestKey parseRequestKey(const std::string& trimmedKey, bool configuration);
+RequestKey parseRequestKey(std::string_view trimmedKey, bool configuration);
 
 /// True when some word of a reference names neither a CVE nor a CCE.
 bool containsPatchId(const std::string& reference);
@@ -45,7 +57,7 @@ struct RequestTarget {
 
 /// The platform and product of a request; of several CPEs of one kind the last counts. `specialCases`:
 /// operating-system CPEs that count as products.
-RequestTarget requestTarget(const std::vector<std::string>& cpes, const std::string& defaultPlatformCpe,
+RequestTarget requestTarget(std::vector<std::string> cpes, const std::string& defaultPlatformCpe,
                             const std::set<std::string>& specialCases);
 
 }  // namespace zelor::remediation

@@ -61,6 +61,7 @@ void Cancellation::setCancellable(const Requests& requests) {
 }
 
 void Cancellation::markCancelled() {
+    if (!cancelsChanged_ && !progress_.anyCancelUnmarked()) return;
     const boost::unique_lock<boost::mutex> lock(mutex_);
     std::unique_ptr<SingleCancels> cancels;
     if (cancelsChanged_) {

@@ -93,9 +93,9 @@ class Cancellation {
     const Progress::Duplicates& duplicates_;
     boost::mutex& mutex_;
     Progress& progress_;
-    NearbyKey<Texts> nearby_;  ///< in `state_.requests`; this one and the next two are guarded by `mutex_`
+    NearbyKey<Texts> nearby_;  ///< in `state_.requests`; this one and the next are guarded by `mutex_`
     Requests cancellable_;     ///< what single cancels are looked up in
-    bool cancelsChanged_ = false;  ///< since the last `markCancelled`
+    std::atomic<bool> cancelsChanged_{false};  ///< since `markCancelled`; written under `mutex_`
     std::atomic<bool> inRun_{false};
     bool stopped_ = false;  ///< the run left something undone for a cancel
     std::atomic<bool> downloadInterrupted_{false};

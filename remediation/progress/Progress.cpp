@@ -34,6 +34,7 @@ void Progress::replace(Map progress) {
     table_.replace(std::move(progress));
     const boost::unique_lock<boost::mutex> lock(mutex_);
     cancels_->allWritten();
+    cancelsUnmarked_ = true;
 }
 
 void Progress::record(const std::string& key, State state) {
@@ -57,9 +58,11 @@ void Progress::record(const std::string& key, State state) {
 
 // The caller holds `mutex_`.
 void Progress::store(const std::string& key, unsigned long value) {
-    const std::string mapKey = progressKey(key);
-    table_.store(mapKey, value);
-    if (value != RemediationManager::REM_ABORTED) cancels_->entryWritten(mapKey);
+    const ProgressKey entry(key);
+    table_.store(entry.text(), value);
+    if (value == RemediationManager::REM_ABORTED) return;
+    cancels_->entryWritten(entry.text());
+    if (cancels_->anyUnmarked()) cancelsUnmarked_ = true;
 }
 
 void Progress::announce(const std::string& key, unsigned long value) {
@@ -73,7 +76,7 @@ void Progress::announce(const std::string& key, unsigned long value) {
 
 // `mutex_` is not held over both steps: the second locks it, and only the run's thread makes a value final.
 void Progress::recordUnlessFinal(const std::string& key, State state) {
-    const auto known = table_.find(progressKey(key));
+    const auto known = table_.find(ProgressKey(key).text());
     if (!known || !isFinal(*known)) record(key, state);
 }
 
@@ -120,7 +123,7 @@ void Progress::failRemaining(const RequestRows& rows) {
     for (const auto* list : {&rows.patches, &rows.configurations}) {
         for (const remediateMetadata& row : *list) {
             const std::string& key = RecordAccess::combinedCpes(row);
-            if (!table_.find(progressKey(key))) failInternally(key);
+            if (!table_.find(ProgressKey(key).text())) failInternally(key);
         }
     }
 }
@@ -137,7 +140,7 @@ void Progress::abortRemaining(const RequestRows& rows) {
 }
 
 void Progress::failUnfinished(const std::string& key, const std::string& reason) {
-    const auto known = table_.find(progressKey(key));
+    const auto known = table_.find(ProgressKey(key).text());
     if (known.value_or(RemediationManager::REM_QUEUED) > RemediationManager::REM_INSTALLING) return;
     events_.failed(key, reason);
     failInternally(key);
@@ -152,6 +155,7 @@ void Progress::failInternally(const std::string& key) {
 std::vector<const std::string*> Progress::takeUnmarkedCancels(std::unique_ptr<SingleCancels> cancels) {
     const boost::unique_lock<boost::mutex> lock(mutex_);
     if (cancels) cancels_.swap(cancels);
+    cancelsUnmarked_ = false;
     return cancels_->takeUnmarked();
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <boost/thread/mutex.hpp>
 #include <map>
 #include <memory>
@@ -70,6 +71,8 @@ class Progress {
     /// Sets an internal failure for `key` unless it is past installing; `reason` goes to the events.
     void failUnfinished(const std::string& key, const std::string& reason);
 
+    /// Whether `takeUnmarkedCancels` may have something to give.
+    bool anyCancelUnmarked() const { return cancelsUnmarked_; }
     /// The request keys that are cancelled one by one and whose entries do not show it yet; the caller must
     /// record 13 for them, since they count as marked from now on. `cancels`, when given, replaces what is
     /// cancelled. The keys are valid as long as what `cancels` was made from.
@@ -87,6 +90,7 @@ class Progress {
     RunEvents& events_;
     std::unordered_map<std::string, std::size_t> remediations_;  ///< how many each key needs
     std::unique_ptr<SingleCancels> cancels_;                     ///< guarded by `mutex_`
+    std::atomic<bool> cancelsUnmarked_{false};                   ///< written under `mutex_`
 };
 
 }  // namespace zelor::remediation

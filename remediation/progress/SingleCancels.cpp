@@ -8,10 +8,10 @@ SingleCancels::SingleCancels(const Texts& requests, const Texts& cancelled, cons
     for (const auto& each : cancelled) {
         const auto request = requests.find(each.first);
         if (request == requests.end()) continue;
-        entries_[progressKey(request->first)].requests.push_back(&request->first);
+        entries_[ProgressKey(request->first).text()].requests.push_back(&request->first);
         const auto [first, last] = duplicates.equal_range(request->first);
         for (auto duplicate = first; duplicate != last; ++duplicate)
-            entries_[progressKey(duplicate->second)].requests.push_back(&request->first);
+            entries_[ProgressKey(duplicate->second).text()].requests.push_back(&request->first);
     }
     allWritten();
 }

@@ -28,6 +28,8 @@ class SingleCancels {
     void entryWritten(const std::string& progressKey);
     /// Notes that any entry may have been written: none is known to show its cancel.
     void allWritten();
+    /// Whether `takeUnmarked` has something to give.
+    bool anyUnmarked() const { return !unmarked_.empty(); }
     /// The request keys to mark as cancelled, once for each entry; from now on these entries count as marked.
     std::vector<const std::string*> takeUnmarked();
 

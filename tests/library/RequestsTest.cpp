@@ -8,7 +8,7 @@
 #include "tests/library/FakeAgent.h"
 
 using zelor::remediation::parseRequestKey;
-using zelor::remediation::progressKey;
+using zelor::remediation::ProgressKey;
 
 namespace {
 
@@ -40,11 +40,11 @@ TEST(RequestKeys, AreTakenApart) {
 }
 
 TEST(RequestKeys, AreShortenedForOvalIdentifiersAlone) {
-    EXPECT_EQ(progressKey("cpe:/a:b||oval:org.x:def:1"), "cpe:/a:b");
-    EXPECT_EQ(progressKey("cpe:/a:b||Editor oval: x"), "cpe:/a:b");
-    EXPECT_EQ(progressKey("cpe:/a:b||Editor"), "cpe:/a:b||Editor");
-    EXPECT_EQ(progressKey("oval:x"), "oval:x");
-    EXPECT_EQ(progressKey("oval:x||Editor"), "oval:x||Editor");
+    EXPECT_EQ(ProgressKey("cpe:/a:b||oval:org.x:def:1").text(), "cpe:/a:b");
+    EXPECT_EQ(ProgressKey("cpe:/a:b||Editor oval: x").text(), "cpe:/a:b");
+    EXPECT_EQ(ProgressKey("cpe:/a:b||Editor").text(), "cpe:/a:b||Editor");
+    EXPECT_EQ(ProgressKey("oval:x").text(), "oval:x");
+    EXPECT_EQ(ProgressKey("oval:x||Editor").text(), "oval:x||Editor");
 }
 
 class Requests : public testing::Test {
