@@ -1,18 +1,16 @@
 #pragma once
 
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <poll.h>
-#include <signal.h>
 #include <sys/socket.h>
 
 #include <atomic>
-#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "base/Files.h"
+#include "support/LoopbackListener.h"
 
 namespace zelor::test {
 
@@ -41,14 +39,6 @@ class DripServer {
     }
 
     explicit DripServer(Drip drip) : drip_(std::move(drip)) {
-        ::signal(SIGPIPE, SIG_IGN);  // clients leave when they like
-        socklen_t length = sizeof address_;
-        address_.sin_family = AF_INET;
-        address_.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        auto* any = reinterpret_cast<sockaddr*>(&address_);
-        if (bind(listener_.get(), any, length) != 0 || listen(listener_.get(), 16) != 0 ||
-            getsockname(listener_.get(), any, &length) != 0)
-            throw std::runtime_error("no loopback port");
         thread_ = std::thread([this] { serve(); });
     }
     ~DripServer() {
@@ -58,7 +48,7 @@ class DripServer {
     DripServer(const DripServer&) = delete;
     DripServer& operator=(const DripServer&) = delete;
 
-    std::string url() const { return "http://127.0.0.1:" + std::to_string(ntohs(address_.sin_port)); }
+    std::string url() const { return "http://" + listener_.address(); }
     /// How many connections there were.
     int connections() const { return connections_; }
 
@@ -70,7 +60,7 @@ class DripServer {
                 listener_.get(), POLLIN, 0
             };
             if (::poll(&poller, 1, 20) > 0) {
-                peers.emplace_back(accept(listener_.get(), nullptr, nullptr));
+                peers.push_back(listener_.accept());
                 send(peers.back(), drip_.begin);
                 ++connections_;
             }
@@ -83,8 +73,7 @@ class DripServer {
     }
 
     Drip drip_;
-    base::UniqueFd listener_{socket(AF_INET, SOCK_STREAM, 0)};
-    sockaddr_in address_{};
+    LoopbackListener listener_;
     std::atomic<bool> stopping_{false};
     std::atomic<int> connections_{0};
     std::thread thread_;

@@ -1,12 +1,8 @@
 #pragma once
 
-#include <netinet/in.h>
 #include <openssl/ssl.h>
 #include <openssl/x509v3.h>
-#include <signal.h>
-#include <sys/socket.h>
 
-#include <atomic>
 #include <memory>
 #include <mutex>
 #include <stdexcept>
@@ -15,6 +11,7 @@
 #include <utility>
 
 #include "base/Files.h"
+#include "support/LoopbackListener.h"
 #include "support/SigningKey.h"
 
 namespace zelor::test {
@@ -24,29 +21,21 @@ namespace zelor::test {
 class TlsServer {
   public:
     TlsServer() {
-        ::signal(SIGPIPE, SIG_IGN);  // clients leave when they like
         certify();
         SSL_CTX_set_alpn_select_cb(context_.get(), &TlsServer::select, this);
-        socklen_t length = sizeof address_;
-        address_.sin_family = AF_INET;
-        address_.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        if (bind(listener_.get(), any(), length) != 0 || listen(listener_.get(), 16) != 0 ||
-            getsockname(listener_.get(), any(), &length) != 0)
-            throw std::runtime_error("no loopback port");
         thread_ = std::thread([this] { serve(); });
     }
     ~TlsServer() {
-        stopping_ = true;
-        const base::UniqueFd wake(socket(AF_INET, SOCK_STREAM, 0));
-        (void)connect(wake.get(), any(), sizeof address_);
+        listener_.stop();
         thread_.join();
     }
     TlsServer(const TlsServer&) = delete;
     TlsServer& operator=(const TlsServer&) = delete;
 
-    std::string url() const { return "https://127.0.0.1:" + std::to_string(ntohs(address_.sin_port)); }
+    std::string url() const { return "https://" + listener_.address(); }
     /// The certificate, which no other authority vouches for.
     const std::string& certificate() const { return pem_; }
+    std::string privateKey() const { return key_.privatePem(); }
     /// The protocols that clients offered since the last call, each behind a blank.
     std::string takeOffers() {
         const std::lock_guard<std::mutex> lock(mutex_);
@@ -58,8 +47,6 @@ class TlsServer {
     struct Freed {
         void operator()(Thing* thing) const { Free(thing); }
     };
-
-    sockaddr* any() { return reinterpret_cast<sockaddr*>(&address_); }
 
     void certify() {
         const std::unique_ptr<X509, Freed<X509, X509_free>> x509(X509_new());
@@ -96,9 +83,7 @@ class TlsServer {
     }
 
     void serve() {
-        for (;;) {
-            const base::UniqueFd peer(accept(listener_.get(), nullptr, nullptr));
-            if (stopping_) return;
+        while (const base::UniqueFd peer = listener_.accept()) {
             const std::unique_ptr<SSL, Freed<SSL, SSL_free>> ssl(SSL_new(context_.get()));
             SSL_set_fd(ssl.get(), peer.get());
             if (SSL_accept(ssl.get()) != 1) continue;
@@ -118,11 +103,9 @@ class TlsServer {
     SigningKey key_ = SigningKey::ec();
     std::unique_ptr<SSL_CTX, Freed<SSL_CTX, SSL_CTX_free>> context_{SSL_CTX_new(TLS_server_method())};
     std::string pem_;
-    base::UniqueFd listener_{socket(AF_INET, SOCK_STREAM, 0)};
-    sockaddr_in address_{};
+    LoopbackListener listener_;
     std::mutex mutex_;
     std::string offers_;
-    std::atomic<bool> stopping_{false};
     std::thread thread_;
 };
 
