@@ -2,6 +2,7 @@
 #include "agent/download/PatchDownload.h"
 #include "agent/download/RangeHeaders.h"
 #include "agent/http/RepositoryUrl.h"
+#include "agent/http/SystemProxy.h"
 #include "authoring/serve/HttpConditions.h"
 
 namespace {

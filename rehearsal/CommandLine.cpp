@@ -39,6 +39,8 @@ struct Options {
     std::string faultTool;
     std::string faultLabel;
     Update update;
+    std::string proxy;
+    NetworkProxies proxies;
     PackageOptions package;
     ImageOptions image;
     std::function<void()> action;
@@ -125,6 +127,23 @@ void addUpdateCommand(CLI::App& app, Options& options) {
     addToolsOption(add, options);
 }
 
+void addProxyCommand(CLI::App& app, Options& options) {
+    CLI::App* proxy =
+        addCommand(app, options, "proxy", "Set the web proxy of the network settings, or none", [&options] {
+            options.state().update([&](MacState& state) {
+                state.proxies = options.proxies;
+                setProxy(state, options.proxy);
+            });
+        });
+    proxy->add_option("HOST:PORT", options.proxy, "The proxy for http and https (default: none)");
+    proxy
+        ->add_option("--except", options.proxies.exceptions,
+                     "Hosts asked directly, separated by commas: names, *.example.com, 169.254/16")
+        ->delimiter(',');
+    proxy->add_option("--script", options.proxies.script, "Address of a script that chooses the proxy");
+    addToolsOption(proxy, options);
+}
+
 void addFaultCommand(CLI::App& app, Options& options) {
     CLI::App* fault = addCommand(app, options, "fault", "Switch a fault on, or off with \"ok\"", [&options] {
         options.state().update([&](MacState& state) {
@@ -148,7 +167,7 @@ void addFaultCommand(CLI::App& app, Options& options) {
     subject->add_option("--label", options.faultLabel, "Label of an available update");
     subject->add_option(
         "--tool", options.faultTool,
-        "softwareupdate, sw_vers, installer, hdiutil, pkgutil, defaults, launchctl or pwpolicy");
+        "softwareupdate, sw_vers, installer, hdiutil, pkgutil, defaults, launchctl, pwpolicy or scutil");
     subject->require_option(1);
     fault
         ->add_option("OUTCOME", options.outcome,
@@ -197,6 +216,7 @@ int runCommandLine(int count, char** words) {
     app.require_subcommand(1);
     addMacCommands(app, options);
     addUpdateCommand(app, options);
+    addProxyCommand(app, options);
     addFaultCommand(app, options);
     addBuilders(app, options);
     try {

@@ -150,6 +150,18 @@ auto listFrom(const Json& list, const Read& read) {
     return items;
 }
 
+Json proxiesToJson(const NetworkProxies& proxies) {
+    return {{"host", proxies.host},
+            {"port", proxies.port},
+            {"exceptions", proxies.exceptions},
+            {"script", proxies.script}};
+}
+
+NetworkProxies proxiesFrom(const Json& json) {
+    return {json.value("host", ""), json.value("port", 0),
+            json.value("exceptions", std::vector<std::string>()), json.value("script", "")};
+}
+
 }  // namespace
 
 nlohmann::json toJson(const MacState& state) {
@@ -159,7 +171,8 @@ nlohmann::json toJson(const MacState& state) {
         {"updates", listToJson(state.updates)},   {"installedUpdates", listToJson(state.installedUpdates)},
         {"mounts", listToJson(state.mounts)},     {"faults", listToJson(state.faults)},
         {"receipts", listToJson(state.receipts)}, {"preferences", mapToJson(state.preferences)},
-        {"services", mapToJson(state.services)},  {"accountPolicies", state.accountPolicies}};
+        {"services", mapToJson(state.services)},  {"accountPolicies", state.accountPolicies},
+        {"proxies", proxiesToJson(state.proxies)}};
 }
 
 MacState stateFromJson(const nlohmann::json& json) {
@@ -181,6 +194,7 @@ MacState stateFromJson(const nlohmann::json& json) {
     for (const auto& [label, service] : services.items())
         state.services[label] = serviceFrom(service);
     state.accountPolicies = json.value("accountPolicies", "");
+    state.proxies = proxiesFrom(json.value("proxies", Json::object()));
     return state;
 }
 

@@ -65,6 +65,14 @@ struct Service {
     bool disabled = false;
 };
 
+/// The proxies of the network settings.
+struct NetworkProxies {
+    std::string host;  ///< for http and https; "" for none
+    int port = 0;
+    std::vector<std::string> exceptions;  ///< hosts asked directly, as people write them
+    std::string script;                   ///< address of a script that chooses the proxy; "" for none
+};
+
 /// The whole state.
 struct MacState {
     std::string productName;
@@ -79,6 +87,7 @@ struct MacState {
     std::map<std::string, std::map<std::string, Preference>> preferences;  ///< by domain and key
     std::map<std::string, Service> services;                               ///< by label
     std::string accountPolicies;                                           ///< a property list, "" for none
+    NetworkProxies proxies;
 };
 
 /// The state as state.json holds it.

@@ -12,14 +12,15 @@ struct ToolName {
     Tool tool;
     const char* name;
 };
-constexpr std::array<ToolName, 8> kToolNames{{{Tool::softwareupdate, "softwareupdate"},
+constexpr std::array<ToolName, 9> kToolNames{{{Tool::softwareupdate, "softwareupdate"},
                                               {Tool::swVers, "sw_vers"},
                                               {Tool::installer, "installer"},
                                               {Tool::hdiutil, "hdiutil"},
                                               {Tool::pkgutil, "pkgutil"},
                                               {Tool::defaults, "defaults"},
                                               {Tool::launchctl, "launchctl"},
-                                              {Tool::pwpolicy, "pwpolicy"}}};
+                                              {Tool::pwpolicy, "pwpolicy"},
+                                              {Tool::scutil, "scutil"}}};
 
 constexpr unsigned bit(Tool tool) {
     return 1U << static_cast<unsigned>(tool);
@@ -27,7 +28,7 @@ constexpr unsigned bit(Tool tool) {
 constexpr unsigned kSettingsTools =
     bit(Tool::pkgutil) | bit(Tool::defaults) | bit(Tool::launchctl) | bit(Tool::pwpolicy);
 constexpr unsigned kEveryTool = bit(Tool::softwareupdate) | bit(Tool::swVers) | bit(Tool::installer) |
-                                bit(Tool::hdiutil) | kSettingsTools;
+                                bit(Tool::hdiutil) | bit(Tool::scutil) | kSettingsTools;
 
 struct Behaviour {
     Outcome outcome;

@@ -7,7 +7,17 @@
 namespace zelor::rehearsal {
 
 /// The tools that the rehearsal Mac replaces.
-enum class Tool { softwareupdate, swVers, installer, hdiutil, pkgutil, defaults, launchctl, pwpolicy };
+enum class Tool {
+    softwareupdate,
+    swVers,
+    installer,
+    hdiutil,
+    pkgutil,
+    defaults,
+    launchctl,
+    pwpolicy,
+    scutil
+};
 
 /// What a tool does when it is called; everything but `ok` is a fault.
 enum class Outcome {

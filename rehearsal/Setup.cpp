@@ -85,6 +85,7 @@ void resetMac(const StateDirectory& directory) {
         state.preferences.clear();
         state.services.clear();
         state.accountPolicies.clear();
+        state.proxies = {};
     });
     for (const fs::directory_entry& entry : fs::directory_iterator(directory.path())) {
         if (base::hasBeginning(entry.path().filename().string(), "work-"))
@@ -103,6 +104,18 @@ void requireUpdate(Update& update) {
     if (std::find(path.begin(), path.end(), "..") != path.end()) {
         throw std::invalid_argument("the payload path has \"..\": " + update.payload);
     }
+}
+
+void setProxy(MacState& state, const std::string& address) {
+    state.proxies.host.clear();
+    state.proxies.port = 0;
+    if (address.empty()) return;
+    const auto colon = address.rfind(':');
+    const int port = colon == std::string::npos ? 0 : base::leadingInt(address.substr(colon + 1));
+    if (colon == 0 || port < 1 || port > 65535 || base::hasControlCharacter(address))
+        throw std::invalid_argument("a proxy is written as HOST:PORT, not \"" + address + "\"");
+    state.proxies.host = address.substr(0, colon);
+    state.proxies.port = port;
 }
 
 void setUpdateOutcome(MacState& state, const std::string& label, Outcome outcome) {

@@ -21,11 +21,14 @@ void makeMac(const std::string& toolsDirectory, const std::string& program, cons
 /// Sets the system in the state; ignores the root in the options.
 void setSystem(MacState& state, const MacOptions& options);
 
-/// Detaches all images and forgets updates, faults and receipts.
+/// Detaches all images and forgets updates, faults, receipts, settings and the proxy.
 void resetMac(const StateDirectory& directory);
 
 /// Sets the title of an update without one to its label, and refuses one that no listing could show.
 void requireUpdate(Update& update);
+
+/// Sets the web proxy of the network settings, "host:port" or "" for none.
+void setProxy(MacState& state, const std::string& address);
 
 /// Sets the outcome of every offered update with that label, or of a tool by its name and the outcome's.
 void setUpdateOutcome(MacState& state, const std::string& label, Outcome outcome);

@@ -46,9 +46,11 @@ int runTool(Tool tool, const StateDirectory& directory, const Arguments& argumen
         case Tool::launchctl:
             return runLaunchctl(directory, arguments);
         case Tool::pwpolicy:
+            return runPwpolicy(directory, arguments);
+        case Tool::scutil:
             break;
     }
-    return runPwpolicy(directory, arguments);
+    return runScutil(directory, arguments);
 }
 
 int say(const ToolText& text) {

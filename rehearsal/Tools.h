@@ -27,6 +27,7 @@ int runPkgutil(const StateDirectory& directory, const Arguments& arguments);
 int runDefaults(const StateDirectory& directory, const Arguments& arguments);
 int runLaunchctl(const StateDirectory& directory, const Arguments& arguments);
 int runPwpolicy(const StateDirectory& directory, const Arguments& arguments);
+int runScutil(const StateDirectory& directory, const Arguments& arguments);
 
 /// Prints both texts and returns the status.
 int say(const ToolText& text);

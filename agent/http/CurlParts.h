@@ -40,20 +40,20 @@ void setOption(CURL* easy, CURLoption option, Value value) {
     }
 }
 
-/// Sets the proxy and the authorities. Throws as `setOption`.
-inline void setUpNetwork(CURL* easy, const Settings& settings) {
+/// Sets the authorities, and `proxy`, an address or "" for none. Throws as `setOption`.
+inline void setUpNetwork(CURL* easy, const Settings& settings, const std::string& proxy) {
     std::string direct = settings.noProxy;
     std::replace_if(
         direct.begin(), direct.end(), [](char c) { return c == ' ' || c == '\t'; }, ',');
     // Where an empty text is not set, libcurl reads the environment.
-    setOption(easy, CURLOPT_PROXY, settings.proxy.c_str());
+    setOption(easy, CURLOPT_PROXY, proxy.c_str());
     setOption(easy, CURLOPT_NOPROXY, direct.c_str());
     setOption(easy, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
     if (settings.caFile.empty()) return;
     setOption(easy, CURLOPT_CAINFO, settings.caFile.c_str());
     // Not every TLS library knows directories of certificates.
     (void)curl_easy_setopt(easy, CURLOPT_CAPATH, nullptr);
-    if (!base::hasBeginningInAnyCase(settings.proxy, "https:")) return;
+    if (!base::hasBeginningInAnyCase(proxy, "https:")) return;
     setOption(easy, CURLOPT_PROXY_CAINFO, settings.caFile.c_str());
     (void)curl_easy_setopt(easy, CURLOPT_PROXY_CAPATH, nullptr);
 }

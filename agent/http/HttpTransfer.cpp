@@ -10,6 +10,7 @@
 
 #include "agent/AgentSettings.h"
 #include "agent/http/CurlParts.h"
+#include "agent/http/SystemProxy.h"
 #include "base/Strings.h"
 #include "remediation/Version.h"
 
@@ -133,7 +134,8 @@ class Transfer {
         setOption(easy_, CURLOPT_SSLVERSION, CURL_SSLVERSION_TLSv1_2);
         const auto settings = AgentSettings::currentUnreported();
         proxy_ = settings->values().proxy;
-        setUpNetwork(easy_, settings->values());
+        if (proxy_ == kSystemProxy) proxy_ = proxyFor(systemProxies(), url);
+        setUpNetwork(easy_, settings->values(), proxy_);
         setOption(easy_, CURLOPT_USERAGENT, "zelor-agent/" ZELOR_VERSION_STRING);
         setOption(easy_, CURLOPT_CONNECTTIMEOUT_MS,
                   static_cast<long>(request_.limits.connectTimeout.count()));

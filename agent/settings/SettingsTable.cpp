@@ -27,15 +27,14 @@ std::string belowRoot(const std::string& path) {
 }
 
 base::Check checkProxy(const std::string& value) {
-    if (value == "system")
-        return base::failure(
-            "asks for the system's own setting, which is not read; name the proxy's address");
+    if (value == kSystemProxy) return {};
     const bool http = boost::istarts_with(value, "http://") || boost::istarts_with(value, "https://");
     const std::string rest = http ? value.substr(value.find("://") + 3) : "";
     const std::string host = rest.substr(rest.find('@') == std::string::npos ? 0 : rest.rfind('@') + 1);
     if (host.empty() || host.front() == ':' || rest.find_first_of("/?# ") != std::string::npos ||
         base::hasControlCharacter(value))
-        return base::failure("is not the address of a proxy, such as http://proxy.example.com:3128");
+        return base::failure(
+            "is not the address of a proxy, such as http://proxy.example.com:3128, and not system");
     return {};
 }
 
@@ -78,7 +77,7 @@ const std::vector<SettingEntry>& settingsTable() {
          &S::freshness},
         {"Network", "Proxy", T::proxy, "",
          "Address of the web proxy that the repository is asked through, http://host:port or "
-         "https://host:port.",
+         "https://host:port; or system, for the proxy of the Mac's network settings.",
          &S::proxy},
         {"Network", "NoProxy", T::hosts, "",
          "Hosts that are asked without the proxy: names and addresses, separated by blanks or commas.",

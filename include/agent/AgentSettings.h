@@ -14,6 +14,9 @@ namespace zelor::agent {
 /// The agent's ini file, without the system root.
 inline constexpr const char* kAgentIniFile = "/etc/zelor/zelor.ini";
 
+/// The value of `Settings::proxy` for the proxy of the system's network settings.
+inline constexpr const char* kSystemProxy = "system";
+
 struct SettingEntry;
 
 /// The least serious lines that the log file keeps.
@@ -31,7 +34,7 @@ struct Settings {
     bool requireDigests = false;
     std::string root;  ///< "" when the file names none: then there is no index
     Freshness freshness = Freshness::warn;
-    std::string proxy;    ///< with its credentials, "" for none
+    std::string proxy;    ///< with its credentials, "" for none; or `kSystemProxy`
     std::string noProxy;  ///< as in the file
     std::string caFile;   ///< "" for the system's
     std::string unzipDirectory;

@@ -134,14 +134,14 @@ TEST_F(AgentSettingsTest, UnusableValuesGiveTheDefaultOfTheirKey) {
     EXPECT_EQ(valueOf(*settings, "Repository.Freshness"), "warn");
     EXPECT_THAT(problemsOf(*settings), HasSubstr("Buffer.SpeedPercent = \"a lot\""));
     for (const char* proxy :
-         {"system", "user:secret@proxy:3128", "http://user:secret@", "http://p:1/x", "socks5://user:secret@p",
+         {"System", "user:secret@proxy:3128", "http://user:secret@", "http://p:1/x", "socks5://user:secret@p",
           "http://user:secret/x@p", "http://user:secret@:3128", "http:// p"}) {
         const auto refused = AgentSettings::load(ini("[Network]\nProxy = " + std::string(proxy) + "\n"));
         EXPECT_EQ(refused->values().proxy, "") << proxy;
         EXPECT_THAT(problemsOf(*refused),
                     testing::AllOf(HasSubstr("Network.Proxy "), Not(HasSubstr("secret"))));
     }
-    for (const char* proxy : {"http://p", "https://p:3128", "HTTP://us%40er:p@[::1]:3128"})
+    for (const char* proxy : {"system", "http://p", "https://p:3128", "HTTP://us%40er:p@[::1]:3128"})
         EXPECT_EQ(AgentSettings::load(ini("[Network]\nProxy = " + std::string(proxy) + "\n"))->values().proxy,
                   proxy);
 }

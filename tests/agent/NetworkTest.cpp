@@ -1,9 +1,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 
 #include "agent/http/HttpClient.h"
 #include "agent/http/HttpTransfer.h"
+#include "agent/http/SystemProxy.h"
 #include "base/SystemRoot.h"
 #include "support/RawServer.h"
 #include "support/RepositoryServer.h"
@@ -68,6 +70,59 @@ TEST_F(NetworkTest, TheProxyIsTheOneOfTheSettingsAlone) {
         EXPECT_EQ(get(server.url() + "/a"), "direct") << direct;
         EXPECT_THAT(proxy.takeAsked(), IsEmpty()) << direct;
     }
+}
+
+TEST_F(NetworkTest, TheProxyOfTheSystemIsAskedFor) {
+    const std::string tool = root / "tools/scutil";
+    const std::string address = proxyUrl().substr(7);
+    const auto colon = address.find(':');
+    test::writeFile(tool, "#!/bin/sh\n[ \"$1\" = --proxy ] && echo run >>" + (root / "runs") +
+                              " && printf '<dictionary> {\\n  HTTPEnable : 1\\n  HTTPPort : " +
+                              address.substr(colon + 1) + "\\n  HTTPProxy : " + address.substr(0, colon) +
+                              "\\n  ExceptionsList : <array> {\\n    0 : *.direct\\n  }\\n}\\n'\n");
+    ::chmod(tool.c_str(), 0755);
+    ::setenv("PATH", (root / "tools:/usr/bin:/bin").c_str(), 1);
+    use("Proxy = system\n");
+    EXPECT_EQ(get("http://patches.invalid/a"), "proxied");
+    EXPECT_THAT(get("http://patches.direct/a"), StartsWith("failed: "));
+    EXPECT_THAT(proxy.takeAsked(), testing::SizeIs(1));
+    EXPECT_EQ(test::readFile(root / "runs"), "run\n") << "asked once, not for each transfer";
+}
+
+TEST(SystemProxyTest, ChoosesAsTheNetworkSettingsSay) {
+    const std::string both =
+        "  HTTPEnable : 1\n  HTTPPort : 80\n  HTTPProxy : plain.example\n"
+        "  HTTPSEnable : 1\n  HTTPSPort : 443\n  HTTPSProxy : fd00::1\n";
+    const auto except = [&](const std::string& host) {
+        return both + "  ExceptionsList : <array> {\n    0 : " + host + "\n  }\n";
+    };
+    struct Row {
+        std::string text;
+        const char* url;
+        const char* proxy;
+    };
+    const Row rows[] = {
+        {both, "http://a.example/b", "http://plain.example:80"},
+        {both, "HTTPS://a.example/b", "http://[fd00::1]:443"},
+        {"", "http://a.example/b", ""},
+        {"  HTTPEnable : 0\n  HTTPPort : 80\n  HTTPProxy : p.example\n", "http://a.example/", ""},
+        {"  HTTPEnable : 1\n  HTTPPort : 80x\n  HTTPProxy : p.example\n", "http://a.example/", ""},
+        {"  HTTPEnable : 1\n  HTTPPort : 65536\n  HTTPProxy : p.example\n", "http://a.example/", ""},
+        {"  HTTPEnable : 1\n  HTTPPort : 80\n  HTTPProxy : u@p.example/x\n", "http://a.example/", ""},
+        {"HTTPEnable : 1", "http://a.example/", ""},
+        {except("*.example"), "http://A.Example/b", ""},
+        {except("*.example"), "http://a.example.org/b", "http://plain.example:80"},
+        {except("a.example"), "http://b.a.example/", "http://plain.example:80"},
+        {except("169.254/16"), "http://169.254.7.1:8080/", ""},
+        {except("169.254/16"), "http://169.255.7.1/", "http://plain.example:80"},
+        {except("10.0.0.0/40"), "http://10.0.0.1/", "http://plain.example:80"},
+        {except("HTTPEnable : 0"), "http://a.example/", "http://plain.example:80"},
+        {both + "  ExcludeSimpleHostnames : 1\n", "http://mirror/", ""},
+        {both + "  ExcludeSimpleHostnames : 1\n", "https://[::1]/", "http://[fd00::1]:443"},
+    };
+    for (const Row& row : rows)
+        EXPECT_EQ(proxyFor(parseSystemProxies(row.text), row.url), row.proxy) << row.text << row.url;
+    EXPECT_TRUE(parseSystemProxies("  ProxyAutoConfigEnable : 1\n").script);
 }
 
 TEST_F(NetworkTest, AProxyIsNeverTheRepository) {

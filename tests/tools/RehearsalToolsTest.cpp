@@ -142,6 +142,17 @@ TEST_F(RehearsalTools, HangsDiesAndFloods) {
     }
 }
 
+TEST_F(RehearsalTools, ReportsTheProxyOfTheNetworkSettings) {
+    EXPECT_THAT(tool("scutil", {"--proxy"}).out, HasSubstr("  HTTPEnable : 0\n"));
+    mac({"proxy", "proxy.example.com:3128", "--except", "*.local,169.254/16"});
+    EXPECT_EQ(tool("scutil", {"--proxy"}).out,
+              "<dictionary> {\n  ExceptionsList : <array> {\n    0 : *.local\n    1 : 169.254/16\n  }\n"
+              "  FTPPassive : 1\n  HTTPEnable : 1\n  HTTPPort : 3128\n  HTTPProxy : proxy.example.com\n"
+              "  HTTPSEnable : 1\n  HTTPSPort : 3128\n  HTTPSProxy : proxy.example.com\n"
+              "  ProxyAutoConfigEnable : 0\n}\n");
+    EXPECT_EQ(tool("zelor-rehearsal", {"proxy", "proxy.example.com"}).exit, 2);
+}
+
 TEST_F(RehearsalTools, KeepsPreferencesServicesAndPolicies) {
     writeFile(root + "/Library/LaunchDaemons/com.x.web.plist", "<plist/>");
     const std::string policy = dir / "policy.plist", text = "<plist><dict><key>a</key></dict></plist>";
