@@ -53,6 +53,8 @@ class Transfer {
         if (!owned_) throw std::bad_alloc();
         setUp(url);
         if (amongOthers) setOption(easy_, CURLOPT_HTTP_VERSION, CURL_HTTP_VERSION_2TLS);
+        // The first connection shows whether the server takes all requests on it; plain http never does.
+        if (amongOthers && base::hasBeginningInAnyCase(url, "https:")) setOption(easy_, CURLOPT_PIPEWAIT, 1L);
         if (curl_multi_add_handle(multi_, easy_) != CURLM_OK)
             throw std::runtime_error("libcurl is out of memory");
     }

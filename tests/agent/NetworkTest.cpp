@@ -3,10 +3,14 @@
 #include <stdlib.h>
 #include <sys/stat.h>
 
+#include <set>
+#include <sstream>
+
 #include "agent/http/HttpClient.h"
 #include "agent/http/HttpTransfer.h"
 #include "agent/http/SystemProxy.h"
 #include "base/SystemRoot.h"
+#include "support/Nginx.h"
 #include "support/RawServer.h"
 #include "support/RepositoryServer.h"
 #include "support/TlsServer.h"
@@ -178,6 +182,38 @@ TEST_F(NetworkTest, TransfersSideBySideOfferTheNewerProtocol) {
         transfers.work();
     EXPECT_EQ(outcome, HttpOutcome::answered);
     EXPECT_THAT(tls.takeOffers(), HasSubstr(" h2"));
+}
+
+TEST_F(NetworkTest, TransfersSideBySideShareAConnectionWhereTheServerCan) {
+    if (test::Nginx::program().empty()) GTEST_SKIP() << "nginx is not installed";
+    const test::TlsServer keys;
+    test::Nginx nginx(keys.certificate(), keys.privateKey());
+    test::writeFile(root / "etc/zelor/ca.pem", keys.certificate());
+    use("CaFile = /etc/zelor/ca.pem\n");
+    constexpr std::size_t kFiles = 12;
+    std::vector<std::string> bodies(kFiles);
+    std::vector<HttpRequest> requests(kFiles);
+    ParallelTransfers transfers(client, kFiles);
+    for (std::size_t i = 0; i < kFiles; ++i) {
+        requests[i].url = nginx.url() + "/" + std::to_string(i);
+        requests[i].onBody = [&bodies, i](std::string_view piece) {
+            bodies[i] += piece;
+            return true;
+        };
+        transfers.start(requests[i], [](const HttpResult& result) {
+            EXPECT_EQ(result.outcome, HttpOutcome::answered) << result.error;
+        });
+    }
+    while (transfers.inHand() != 0)
+        transfers.work();
+    EXPECT_THAT(bodies, testing::Each("served"));
+    std::istringstream log(nginx.takeLog());
+    std::set<std::string> lines;
+    std::size_t count = 0;
+    for (std::string line; std::getline(log, line); ++count)
+        lines.insert(line);
+    EXPECT_EQ(count, kFiles);
+    EXPECT_THAT(lines, ElementsAre(testing::EndsWith(" HTTP/2.0"))) << "one connection";
 }
 
 }  // namespace
