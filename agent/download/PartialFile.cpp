@@ -143,8 +143,9 @@ void PartialFile::writeVersion() const {
                             '\n' + std::to_string(kept_) + '\n');
 }
 
-std::uint64_t PartialFile::resumeAt(const std::string& url) {
-    if (version_.url != url || version_.validator.empty()) return 0;
+std::uint64_t PartialFile::resumeAt(const std::string& url, std::optional<std::uint64_t> length) {
+    const bool mayBe = version_.url == url || (length && version_.total == *length);
+    if (!mayBe || version_.validator.empty()) return 0;
     if (version_.total != 0 && size_ >= version_.total) truncate(version_.total - 1);
     return size_;
 }

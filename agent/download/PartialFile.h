@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -38,8 +39,10 @@ class PartialFile {
     const Version& version() const { return version_; }
 
     /// How many bytes of `url` need not be fetched again. The last byte of a file that looks complete is
-    /// fetched again, so that the server confirms the version.
-    std::uint64_t resumeAt(const std::string& url);
+    /// fetched again, so that the server confirms the version. With `length`, a digest that the whole file is
+    /// checked by has that length, and bytes of another URL count too when they were announced as part of so
+    /// many.
+    std::uint64_t resumeAt(const std::string& url, std::optional<std::uint64_t> length = std::nullopt);
 
     /// Hands the bytes that are there to `consume`, in pieces, as long as it says so.
     void read(const std::function<bool(std::string_view)>& consume) const;

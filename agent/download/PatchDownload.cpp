@@ -113,7 +113,7 @@ DownloadResult PatchDownload::fetchAndMove() {
         partial_.emplace(job_.partialDirectory, job_.name);
     }
     PartialFile& partial = *partial_;
-    pace_.startAt(early_ ? partial.size() : partial.resumeAt(job_.url));
+    pace_.startAt(early_ ? partial.size() : resumeAt());
     int failures = 0;
     Step step = Step::again;
     for (int attempts = 1; step != Step::done; ++attempts) {
@@ -176,7 +176,7 @@ HttpRequest PatchDownload::request() {
     problem_.clear();
     serverPause_ = std::chrono::milliseconds(0);
     dropOtherPart();
-    asked_ = partial_->resumeAt(job_.url);
+    asked_ = resumeAt();
     hashPart();
     best_ = std::max(best_, asked_);
     HttpRequest request;
@@ -184,8 +184,8 @@ HttpRequest PatchDownload::request() {
     request.bytesPerSecond = job_.bytesPerSecond;
     request.limits = turn_.bounded(policy_.limits);
     if (asked_ != 0) {
-        request.headers = {"Range: bytes=" + std::to_string(asked_) + "-",
-                           "If-Range: " + partial_->version().validator};
+        request.headers = {"Range: bytes=" + std::to_string(asked_) + "-"};
+        if (!isOfAnother()) request.headers.push_back("If-Range: " + partial_->version().validator);
     }
     request.overdue = [this] { return isLate(); };
     request.onHead = [this](const HttpHead& head) { return takeHead(head); };
@@ -231,6 +231,11 @@ PatchDownload::Step PatchDownload::judgeAnswer(const HttpHead& head) {
     }
     problem_ += "; " + remedyFor(head.status);
     return Step::failed;
+}
+
+std::uint64_t PatchDownload::resumeAt() {
+    return partial_->resumeAt(job_.url,
+                              job_.digest ? std::optional<std::uint64_t>(job_.digest->length) : std::nullopt);
 }
 
 /// Drops a part that can only become another archive than the wanted one.
@@ -314,8 +319,8 @@ bool PatchDownload::takePart(const HttpHead& head) {
                           head.header("content-range") + "\"; look at the repository's handling of ranges");
     }
     const std::string validator = resumptionValidator(head);
-    const bool sameKind =
-        !validator.empty() && (validator.front() == '"') == (version.validator.front() == '"');
+    const bool sameKind = !isOfAnother() && !validator.empty() &&
+                          (validator.front() == '"') == (version.validator.front() == '"');
     const std::uint64_t known = version.total;
     if ((sameKind && validator != version.validator) ||
         (known != 0 && range->total != 0 && known != range->total)) {

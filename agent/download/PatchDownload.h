@@ -106,6 +106,9 @@ class PatchDownload {
     bool roomFor(std::uint64_t total);
     bool takeBody(std::string_view piece);
     bool takeTotal(std::uint64_t total);
+    std::uint64_t resumeAt();
+    /// Whether the part came from another mirror, whose validator means nothing here: the digest decides.
+    bool isOfAnother() const { return partial_->version().url != job_.url; }
     void dropOtherPart();
     void hashPart();
     Step judgeWhole();

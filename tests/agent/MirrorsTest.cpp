@@ -50,6 +50,13 @@ struct MirrorsTest : testing::Test {
         parseOnlyMetadata metadata = CreCacher::GetInstance(root / "opt", "o")->getCre("o", "a", identifier);
         return metadata.getParsingFailed() ? "failed" : metadata.getcreEriData().getCreId();
     }
+    /// From now on, content asks for that archive.
+    static void want(const std::string& stem, const std::string& archive) {
+        Sha256 sha256;
+        sha256.add(archive);
+        const FileDigest wanted = sha256.finish();
+        WantedPatches::instance().say({"", stem, "o", "a"}, {{stem + ".pkg", wanted, wanted}});
+    }
     std::string fetched(const std::string& stem) {
         std::string archive = root / (stem + ".zip");
         const int result = RemediationResourceDownloader::GetInstance()->getResource(stem, archive, "pkg",
@@ -147,7 +154,7 @@ TEST_F(MirrorsTest, OnlyAllOfThemCanTakeContentBack) {
     EXPECT_FALSE(boost::filesystem::exists(file));
 }
 
-TEST_F(MirrorsTest, AnArchiveIsWhatTheContentAsksForAndFromOneMirror) {
+TEST_F(MirrorsTest, AnArchiveIsWhatTheContentAsksFor) {
     const std::string good = "the archive that is wanted";
     const struct {
         const char* name;
@@ -169,31 +176,44 @@ TEST_F(MirrorsTest, AnArchiveIsWhatTheContentAsksForAndFromOneMirror) {
         if (c.status != 0) one.answerAll(c.status);
         one.publish("patches/" + archive, c.there);
         two.publish("patches/" + archive, good);
-        if (c.digest) {
-            Sha256 sha256;
-            sha256.add(good);
-            const FileDigest wanted = sha256.finish();
-            WantedPatches::instance().say({"", c.name, "o", "a"},
-                                          {{std::string(c.name) + ".pkg", wanted, wanted}});
-        }
+        if (c.digest) want(c.name, good);
         EXPECT_EQ(fetched(c.name), good);
         EXPECT_THAT(logText(), HasSubstr(one.url() + "/patches/" + archive + ": "));
         EXPECT_THAT(logText(), HasSubstr(c.logged));
         EXPECT_THAT(asked(two), ElementsAre("/patches/" + archive));
     }
-    // The first one breaks off and is gone: its bytes are not continued with the other one's.
-    startNewRun();
-    one.publish("patches/half.zip", std::string(5000, '1'));
-    two.publish("patches/half.zip", std::string(5000, '2'));
-    one.onRequest([](const authoring::ServerRequest&, int number) {
-        ServerFault fault = answer(number == 0 ? 0 : 404);
-        fault.dropAfter = 3000;
-        return fault;
-    });
-    (void)asked(one);
-    EXPECT_EQ(fetched("half"), std::string(5000, '2'));
-    EXPECT_THAT(asked(one), ElementsAre("/patches/half.zip", "/patches/half.zip part"));
-    EXPECT_THAT(asked(two), ElementsAre("/patches/half.zip"));
+}
+
+// The first mirror breaks off and is gone.
+TEST_F(MirrorsTest, APartIsContinuedAtAnotherWhereADigestDecides) {
+    using Asked = std::vector<std::string>;
+    const std::string good = std::string(3000, '1') + std::string(2000, '2');
+    const struct {
+        const char* name;
+        std::string there;  ///< at the first mirror
+        bool digest;
+        Asked asked;  ///< of the second
+    } cases[] = {
+        {"unknown", good, false, {"/patches/unknown.zip"}},
+        {"continued", good, true, {"/patches/continued.zip part"}},
+        {"forged", std::string(5000, 'x'), true, {"/patches/forged.zip part", "/patches/forged.zip"}},
+        {"older", std::string(4999, '1'), true, {"/patches/older.zip"}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        startNewRun();
+        const std::string archive = std::string("patches/") + c.name + ".zip";
+        one.publish(archive, c.there);
+        two.publish(archive, good);
+        one.onRequest([](const authoring::ServerRequest&, int number) {
+            ServerFault fault = answer(number == 0 ? 0 : 404);
+            fault.dropAfter = 3000;
+            return fault;
+        });
+        if (c.digest) want(c.name, good);
+        EXPECT_EQ(fetched(c.name), good);
+        EXPECT_EQ(asked(two), c.asked);
+    }
 }
 
 TEST_F(MirrorsTest, TheSpeedIsThatOfTheMirrorThatServes) {
