@@ -29,6 +29,12 @@ std::string versionedName(const std::string& role, std::int64_t version) {
     return std::to_string(version) + "." + fileName(role);
 }
 
+/// Whether other keys sign timestamps or snapshots under `next` than under `before`.
+bool rotatesKeys(const Root& before, const Root& next) {
+    return before.keysOf(kTimestampRole).ids != next.keysOf(kTimestampRole).ids ||
+           before.keysOf(kSnapshotRole).ids != next.keysOf(kSnapshotRole).ids;
+}
+
 /// The digest that is part of a target's name on the server.
 const std::string& digestForName(const TargetFile& target) {
     const auto sha256 = target.digests.find("sha256");
@@ -109,19 +115,21 @@ base::Check Client::refresh() {
 }
 
 base::Check Client::updateRoot() {
-    const Root before = *root_;
+    const std::int64_t first = root_->version;
+    bool rotated = false;
     for (int i = 0; i < options_.limits.roots; ++i) {
+        const Root before = *root_;
         const auto taken = takeNextRoot();
         if (!taken) {
-            if (root_->version != before.version) loadTheRest();
+            if (root_->version != first) loadTheRest();
             return base::failure(taken.error());
         }
         if (!*taken) break;
+        rotated = rotated || rotatesKeys(before, *root_);
     }
-    if (root_->version == before.version) return requireFresh(kRootRole, *root_, options_.now);
     base::Check good = requireFresh(kRootRole, *root_, options_.now);
-    const auto rotated = [&](const char* role) { return before.keysOf(role).ids != root_->keysOf(role).ids; };
-    if (good && (rotated(kTimestampRole) || rotated(kSnapshotRole))) good = forgetWhatOldKeysSigned();
+    if (root_->version == first) return good;
+    if (good && rotated) good = forgetWhatOldKeysSigned();
     loadTheRest();
     return good;
 }
