@@ -14,6 +14,7 @@ namespace {
 constexpr const char* kNoAnswer =
     "what is kept stays in force; look at the repository's address, the network and the server";
 constexpr const char* kNoDisk = "look at the directory of the kept metadata and its file system";
+constexpr const char* kWrongRoot = "if the repository is the same, configure its newest root";
 constexpr const char* kStartAgain = "begin again from the configured root";
 
 tl::unexpected<base::Failure> failed(const std::string& role, std::int64_t version, const std::string& cause,
@@ -29,6 +30,18 @@ std::string versionedName(const std::string& role, std::int64_t version) {
     return std::to_string(version) + "." + fileName(role);
 }
 
+/// What is lost with the kept root.
+std::string givenUp(const Root& kept) {
+    return "it is not known to be of the repository of the kept root, version " +
+           std::to_string(kept.version) + ", so all begins anew and earlier versions are accepted again";
+}
+
+/// Whether other keys sign timestamps or snapshots under `next` than under `before`.
+bool rotatesKeys(const Root& before, const Root& next) {
+    return before.keysOf(kTimestampRole).ids != next.keysOf(kTimestampRole).ids ||
+           before.keysOf(kSnapshotRole).ids != next.keysOf(kSnapshotRole).ids;
+}
+
 /// The digest that is part of a target's name on the server.
 const std::string& digestForName(const TargetFile& target) {
     const auto sha256 = target.digests.find("sha256");
@@ -37,34 +50,65 @@ const std::string& digestForName(const TargetFile& target) {
 
 }  // namespace
 
-base::Check Client::initialise(const std::string& root) {
+base::Result<std::string> Client::initialise(const std::string& root) {
     const auto configured = configuredRoot(root, options_.limits);
     if (!configured) return base::failure(configured.error());
-    if (loadRoot() && root_->version >= configured->version) return {};
-    // The files of another root first: a crash must not leave them beside this one.
-    for (const char* role : {kTimestampRole, kSnapshotRole}) {
-        if (const auto removed = store_.remove(role); !removed)
-            return failed(role, 0, removed.error().text, kNoDisk);
+    RootHistory history(store_.rootHistory());
+    const auto kept = loadRoot();
+    if (!kept || !history.has(*kept)) history = RootHistory();
+    if (kept) history.add(*kept);
+    const RootRelation relation =
+        kept ? relationOf(*configured, root, *root_, *kept, history, options_.limits) : RootRelation::none;
+    std::string notice;
+    base::Check good;
+    if (relation == RootRelation::keptLeadsOn) {
+        good = remember(root, std::move(history));
+    } else if (relation == RootRelation::configuredLeadsOn) {
+        good = startFrom(*configured, root, rotatesKeys(*root_, *configured), std::move(history));
+    } else {
+        if (kept) notice = roleFailure(kRootRole, configured->version, givenUp(*root_), kWrongRoot).text;
+        good = startFrom(*configured, root, true, {});
     }
-    return keep(kRootRole, configured->version, root);
+    if (!good) return base::failure(good.error());
+    return notice;
+}
+
+/// Makes `bytes` the kept root, after those of `history`.
+base::Check Client::startFrom(const Root& root, const std::string& bytes, bool forget, RootHistory history) {
+    // The files of another root first: a crash must not leave them beside this one.
+    base::Check good = forget ? forgetWhatOldKeysSigned() : base::Check();
+    if (good) good = remember(bytes, std::move(history));
+    if (good) good = keep(kRootRole, root.version, bytes);
+    return good;
+}
+
+/// Keeps `history` with `root`, before that is kept: what leads to the kept root is never missing.
+base::Check Client::remember(const std::string& root, RootHistory history) {
+    history.add(root);
+    const std::string text = history.text();
+    if (text == store_.rootHistory()) return {};
+    if (const auto done = store_.replaceRootHistory(text); !done)
+        return failed(kRootRole, 0, done.error().text, kNoDisk);
+    return {};
 }
 
 base::Check Client::load() {
     refreshed_ = false;
-    if (const auto loaded = loadRoot(); !loaded) return loaded;
+    if (const auto loaded = loadRoot(); !loaded) return base::failure(loaded.error());
     loadTheRest();
     return {};
 }
 
-base::Check Client::loadRoot() {
+/// The bytes of the kept root.
+base::Result<std::string> Client::loadRoot() {
     root_.reset();
-    const auto bytes = store_.read(kRootRole, options_.limits.root);
+    auto bytes = store_.read(kRootRole, options_.limits.root);
     if (!bytes) return failed(kRootRole, 0, bytes.error().text, kStartAgain);
     if (!*bytes) return failed(kRootRole, 0, "there is none", kStartAgain);
     auto root = configuredRoot(**bytes, options_.limits);
     if (!root) return base::failure(root.error());
     root_ = *std::move(root);
-    return {};
+    return **std::move(bytes);
 }
 
 void Client::loadTheRest() {
@@ -109,19 +153,21 @@ base::Check Client::refresh() {
 }
 
 base::Check Client::updateRoot() {
-    const Root before = *root_;
+    const std::int64_t first = root_->version;
+    bool rotated = false;
     for (int i = 0; i < options_.limits.roots; ++i) {
+        const Root before = *root_;
         const auto taken = takeNextRoot();
         if (!taken) {
-            if (root_->version != before.version) loadTheRest();
+            if (root_->version != first) loadTheRest();
             return base::failure(taken.error());
         }
         if (!*taken) break;
+        rotated = rotated || rotatesKeys(before, *root_);
     }
-    if (root_->version == before.version) return requireFresh(kRootRole, *root_, options_.now);
     base::Check good = requireFresh(kRootRole, *root_, options_.now);
-    const auto rotated = [&](const char* role) { return before.keysOf(role).ids != root_->keysOf(role).ids; };
-    if (good && (rotated(kTimestampRole) || rotated(kSnapshotRole))) good = forgetWhatOldKeysSigned();
+    if (root_->version == first) return good;
+    if (good && rotated) good = forgetWhatOldKeysSigned();
     loadTheRest();
     return good;
 }
@@ -135,7 +181,9 @@ base::Result<bool> Client::takeNextRoot() {
     if (!fetched->found) return false;
     auto root = nextRoot(*root_, fetched->bytes, options_.limits);
     if (!root) return base::failure(root.error());
-    if (const auto done = keep(kRootRole, version, fetched->bytes); !done) return base::failure(done.error());
+    base::Check kept = remember(fetched->bytes, RootHistory(store_.rootHistory()));
+    if (kept) kept = keep(kRootRole, version, fetched->bytes);
+    if (!kept) return base::failure(kept.error());
     root_ = *std::move(root);
     return true;
 }

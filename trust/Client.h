@@ -10,6 +10,7 @@
 
 #include "base/Result.h"
 #include "trust/Metadata.h"
+#include "trust/RootHistory.h"
 #include "trust/Rules.h"
 
 /// Learns from signed metadata which files of a repository are the newest, although its server, its mirrors
@@ -45,6 +46,11 @@ class Store {
     virtual base::Check replace(const std::string& role, const std::string& bytes) = 0;
     /// Removes what is kept; there may be nothing.
     virtual base::Check remove(const std::string& role) = 0;
+
+    /// The text that `replaceRootHistory` got last; "" without one that can be read. For a store that keeps
+    /// none, a configured root is of the kept one's repository only when the keys of one signed the other.
+    virtual std::string rootHistory() { return ""; }
+    virtual base::Check replaceRootHistory(const std::string& /*text*/) { return {}; }
 };
 
 /// How a client works.
@@ -67,7 +73,7 @@ struct RoleState {
 /// after one, what was accepted before stays in force and on disk. One thread at a time.
 ///
 ///     Client client(fetcher, store, {now, {}});
-///     client.initialise(configuredRoot)   // harmless when the store has a newer root
+///     client.initialise(configuredRoot)   // harmless when the store has a newer root of that repository
 ///     client.refresh()                    // on failure, findKept still answers
 ///     client.find("CVE-2024-1.xml")       // length and digests of the newest file
 class Client {
@@ -76,9 +82,12 @@ class Client {
     Client(Fetcher& metadata, Store& store, ClientOptions options)
         : fetcher_(metadata), store_(store), options_(options) {}
 
-    /// Begins from a root that came by another way than the repository. A kept root that is intact and not
-    /// older stays; any other is replaced, and the kept timestamp and snapshot are removed.
-    base::Check initialise(const std::string& root);
+    /// Begins from a root that came by another way than the repository. A kept root that is intact and came
+    /// after it stays. A later root of the kept one's repository replaces that; timestamp and snapshot stay
+    /// unless their keys changed, so that what is older is still refused. Where no root is kept, and for a
+    /// root that is not known to be of that repository, all begins anew, and the kept timestamp and snapshot
+    /// are removed. Returns a line for the log when that gave up a kept root, "" otherwise.
+    base::Result<std::string> initialise(const std::string& root);
 
     /// Reads what is kept, without the network and whatever its age. What is damaged, or signed by keys that
     /// the root no longer has, counts as missing; without a root it fails.
@@ -116,8 +125,10 @@ class Client {
     using SharedTargets = std::shared_ptr<const Targets>;
     enum class From { network, store };
 
-    base::Check loadRoot();
+    base::Result<std::string> loadRoot();
     void loadTheRest();
+    base::Check startFrom(const Root& root, const std::string& bytes, bool forget, RootHistory history);
+    base::Check remember(const std::string& root, RootHistory history);
     base::Check updateRoot();
     base::Result<bool> takeNextRoot();
     base::Check forgetWhatOldKeysSigned();

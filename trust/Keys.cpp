@@ -104,7 +104,8 @@ bool hasDigest(const Json& key, const std::string& id) {
 }
 
 bool idIsRight(const Json& key, const std::string& id) {
-    if (hasDigest(key, id) || keyId(key) == id) return true;
+    if (hasDigest(key, id) || (!id.empty() && keyId(key) == id)) return true;
+    if (!key.at("keyval").contains("public")) return false;
     // Before "ecdsa" was a type, the scheme was the type, and the digests that may make an id were listed.
     Json old = {{"keytype", key.at("scheme")},
                 {"scheme", key.at("scheme")},
@@ -133,8 +134,10 @@ Keys readKeys(JsonReader& reader, const Json& keys) {
     if (keys.size() > kKeysLimit) reader.fail("it has more than " + std::to_string(kKeysLimit) + " keys");
     for (const auto& [id, key] : keys.items()) {
         if (!reader.fault.empty()) return {};
-        Key one{reader.text(key, "keytype"), reader.text(key, "scheme"),
-                reader.text(reader.object(key, "keyval"), "public")};
+        Key one{reader.text(key, "keytype"), reader.text(key, "scheme"), ""};
+        const Json& value = reader.object(key, "keyval");
+        // A kind that is not known may have another form.
+        if (value.contains("public")) one.value = reader.text(value, "public");
         if (reader.fault.empty() && !idIsRight(key, id))
             reader.fail("the key id " + base::printable(id) + " is not the digest of its key");
         found.emplace(id, std::move(one));

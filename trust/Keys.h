@@ -16,7 +16,7 @@ namespace zelor::trust {
 struct Key {
     std::string type;    ///< "ecdsa", "rsa" or "ed25519"; others verify nothing
     std::string scheme;  ///< "ecdsa-sha2-nistp256", "rsassa-pss-sha256" or "ed25519"
-    std::string value;   ///< PEM, or hexadecimal digits of the raw key (Ed25519) or the point (P-256)
+    std::string value;   ///< PEM, or hexadecimal digits of the raw key (Ed25519) or the point (P-256); or ""
 };
 
 /// Public keys by id.

@@ -133,6 +133,11 @@ base::Result<Root> nextRoot(const Root& trusted, std::string_view bytes, const L
     return root;
 }
 
+bool isSignedByRoot(const Root& signer, std::string_view bytes, const Limits& limits) {
+    const auto file = readSignedFile(bytes, limits.root);
+    return file && requireSignatures(kRootRole, *file, signer.keysOf(kRootRole), signer.keys);
+}
+
 base::Check requireFresh(const std::string& role, const Header& header, Time now) {
     if (header.expires > now) return {};
     return refused(role, header.version,

@@ -32,6 +32,9 @@ base::Result<Root> configuredRoot(std::string_view bytes, const Limits& limits);
 /// The root after `trusted`: signed by the root keys of both, and of the next version. It may have expired.
 base::Result<Root> nextRoot(const Root& trusted, std::string_view bytes, const Limits& limits);
 
+/// Whether as many root keys of `signer` as it asks for signed the root in `bytes`.
+bool isSignedByRoot(const Root& signer, std::string_view bytes, const Limits& limits);
+
 /// Fails when the file of `role` has expired at `now`.
 base::Check requireFresh(const std::string& role, const Header& header, Time now);
 

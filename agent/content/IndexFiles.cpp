@@ -18,6 +18,8 @@ namespace {
 
 constexpr const char* kRefusalFile = "refusal.txt";
 constexpr std::size_t kRefusalLimit = 16U << 10U;
+constexpr const char* kRootHistoryFile = "roots.txt";
+constexpr std::size_t kRootHistoryLimit = 1U << 20U;
 
 std::string fileName(const std::string& role) {
     return trust::percentEncoded(role) + ".json";
@@ -87,16 +89,29 @@ base::Check IndexStore::remove(const std::string& role) {
     return removeFile(fileName(role));
 }
 
+std::string IndexStore::rootHistory() {
+    return readText(kRootHistoryFile, kRootHistoryLimit);
+}
+
+base::Check IndexStore::replaceRootHistory(const std::string& text) {
+    return replaceFile(kRootHistoryFile, text, true);
+}
+
 void IndexStore::setRefusal(const std::string& text) {
     if (text == refusal()) return;
     (void)(text.empty() ? removeFile(kRefusalFile) : replaceFile(kRefusalFile, text, false));
 }
 
 std::string IndexStore::refusal() const {
-    const std::string path = directory_ + '/' + kRefusalFile;
+    return readText(kRefusalFile, kRefusalLimit);
+}
+
+/// "" when it cannot be read.
+std::string IndexStore::readText(const std::string& name, std::size_t limit) const {
+    const std::string path = directory_ + '/' + name;
     if (::access(path.c_str(), F_OK) != 0) return "";
     try {
-        return base::readBounded(path, kRefusalLimit);
+        return base::readBounded(path, limit);
     } catch (const std::exception&) {
         return "";
     }

@@ -52,6 +52,8 @@ class IndexStore : public trust::Store {
     base::Result<std::optional<std::string>> read(const std::string& role, std::size_t maximum) override;
     base::Check replace(const std::string& role, const std::string& bytes) override;
     base::Check remove(const std::string& role) override;
+    std::string rootHistory() override;
+    base::Check replaceRootHistory(const std::string& text) override;
 
     /// Why the newest answer of the repository was not accepted, for a process that looks later; "" for
     /// nothing. What cannot be written is left as it was.
@@ -61,6 +63,7 @@ class IndexStore : public trust::Store {
   private:
     base::Check replaceFile(const std::string& name, const std::string& bytes, bool flush);
     base::Check removeFile(const std::string& name);
+    std::string readText(const std::string& name, std::size_t limit) const;
 
     std::string directory_;
 };

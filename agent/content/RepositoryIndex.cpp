@@ -88,6 +88,9 @@ class RepositoryIndex::Session {
         return listing;
     }
 
+    /// What is to be known when the configured root replaced the kept one; "" otherwise.
+    const std::string& begunAnew() const { return begunAnew_; }
+
     /// Logs nothing again that an earlier session of the run has logged.
     void keepQuietAbout(Session&& earlier) {
         if (earlier.run_ == run_) reported_ = std::move(earlier.reported_);
@@ -121,7 +124,12 @@ class RepositoryIndex::Session {
     base::Check configure() {
         try {
             // On managed machines, configuration files are often symbolic links, so a link is followed here.
-            return client_.initialise(base::readBounded(root_, trust::Limits().root, base::Links::follow));
+            const auto begun =
+                client_.initialise(base::readBounded(root_, trust::Limits().root, base::Links::follow));
+            if (!begun) return base::failure(begun.error());
+            begunAnew_ = *begun;
+            if (!begunAnew_.empty()) log::error("[RepositoryIndex] ", begunAnew_);
+            return {};
         } catch (const std::exception& e) {
             return base::failure(e.what());
         }
@@ -190,6 +198,7 @@ class RepositoryIndex::Session {
     bool silent_ = false;   ///< nobody answered
     bool stopped_ = false;
     Clock::time_point refreshed_{};
+    std::string begunAnew_;
     std::string problem_;  ///< why it is not known to be the newest; "" when it is fresh
     std::set<std::string> reported_;
 };
@@ -239,6 +248,7 @@ RepositoryIndex::Session& RepositoryIndex::sessionFor(const AgentSettings& setti
         if (session_) next->keepQuietAbout(std::move(*session_));
         session_ = std::move(next);
         session_->refresh(settings, stop);
+        if (!session_->begunAnew().empty()) warn(settings, session_->begunAnew());
     }
     return *session_;
 }

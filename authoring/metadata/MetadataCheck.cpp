@@ -75,8 +75,8 @@ class MetadataCheck {
                       "restore the roots from a backup");
             return findings_;
         }
-        base::Check good = client_.initialise(directory_.root(1));
-        if (good) good = client_.refresh();
+        const auto begun = client_.initialise(directory_.root(1));
+        const base::Check good = begun ? client_.refresh() : base::failure(begun.error());
         if (!good) {
             error("metadata", "agents refuse it: " + good.error().text, "see zelor-content status");
             return findings_;

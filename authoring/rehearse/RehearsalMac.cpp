@@ -19,6 +19,8 @@ namespace {
 
 namespace fs = boost::filesystem;
 
+constexpr const char* kKeptMetadata = "/opt/zelor/metadata";  ///< where agents keep it
+
 /// Runs zelor-rehearsal, which reports its own errors.
 std::string rehearsal(std::vector<std::string> words) {
     constexpr std::chrono::minutes kLimit{1};
@@ -37,17 +39,22 @@ std::string siblingProgram(const std::string& name) {
                      " is missing; a rehearsal needs the programs of one installation in one directory");
 }
 
-PlacedFile::PlacedFile(std::string path, const std::string& text)
-    : path_(std::move(path)), aside_(path_ + ".before-rehearsal") {
-    if (fs::exists(fs::symlink_status(path_)) && !fs::exists(fs::symlink_status(aside_)))
+PlacedFile::PlacedFile(std::string path) : path_(std::move(path)), aside_(path_ + ".before-rehearsal") {
+    // What is beside a file put aside is of a rehearsal that was killed.
+    if (fs::exists(fs::symlink_status(aside_)))
+        fs::remove_all(path_);
+    else if (fs::exists(fs::symlink_status(path_)))
         fs::rename(path_, aside_);
+}
+
+PlacedFile::PlacedFile(std::string path, const std::string& text) : PlacedFile(std::move(path)) {
     base::replaceFile(path_, text);
 }
 
 PlacedFile::~PlacedFile() {
     if (kept_) return;
     boost::system::error_code ignored;
-    fs::remove(path_, ignored);
+    fs::remove_all(path_, ignored);
     fs::rename(aside_, path_, ignored);
 }
 
@@ -70,15 +77,19 @@ RehearsalMac::RehearsalMac(const std::string& scratch, const RehearsalMacOptions
     }
 }
 
-void RehearsalMac::configure(const std::string& url, const std::string& publicPem) {
+void RehearsalMac::configure(const std::string& url, const std::string& publicPem,
+                             const std::string& metadataRoot) {
     const std::string directory = root_ + "/etc/zelor";
     if (!base::makeDirectories(directory))
         throw UsageError("cannot make " + directory + ": " + base::errorText(errno));
     settings_.emplace_back(directory + "/repository.pem", publicPem);
+    settings_.emplace_back(directory + "/root.json", metadataRoot);
+    settings_.emplace_back(root_ + kKeptMetadata);
     settings_.emplace_back(directory + "/build", "platform = macos\n");
     settings_.emplace_back(directory + "/zelor.ini",
                            "[ScanManager]\nProfileId = " + system_ + "\n[Repository]\nUrl = " + url +
-                               "\nTrustedKey = /etc/zelor/repository.pem\nRequireDigests = true\n");
+                               "\nTrustedKey = /etc/zelor/repository.pem\nRequireDigests = true\n"
+                               "Root = /etc/zelor/root.json\nFreshness = require\n");
 }
 
 void RehearsalMac::keepSettings() {

@@ -10,11 +10,14 @@ namespace zelor::authoring {
 /// when it is not there.
 std::string siblingProgram(const std::string& name);
 
-/// A file that exists as long as this object. A file that was there before is moved aside and restored at the
+/// A file that exists as long as this object. What was there before is moved aside and restored at the
 /// end, even when the process of an earlier object was killed.
 class PlacedFile {
   public:
-    /// Writes `text` to `path`. Throws when that or moving an existing file aside fails.
+    /// Moves the file or directory at `path` aside; what comes in its place is removed at the end. Throws
+    /// when that fails.
+    explicit PlacedFile(std::string path);
+    /// The same, and writes `text` to `path`.
     PlacedFile(std::string path, const std::string& text);
     ~PlacedFile();
     PlacedFile(const PlacedFile&) = delete;
@@ -48,8 +51,9 @@ class RehearsalMac {
     const std::string& root() const { return root_; }
     const std::string& system() const { return system_; }  ///< "Mac OS X 10.10.5"
 
-    /// Makes its agent use the repository at `url` and trust the public key, until this object is destroyed.
-    void configure(const std::string& url, const std::string& publicPem);
+    /// Makes its agent use the repository at `url` alone, trust the public key, and require freshness by the
+    /// metadata from `metadataRoot` on, until this object is destroyed. Metadata that it kept is put aside.
+    void configure(const std::string& url, const std::string& publicPem, const std::string& metadataRoot);
     /// Keeps these settings beyond the object's life.
     void keepSettings();
 

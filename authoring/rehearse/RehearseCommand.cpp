@@ -6,6 +6,8 @@
 #include "authoring/UsageError.h"
 #include "authoring/checks/RepositoryCheck.h"
 #include "authoring/manifest/ManifestFile.h"
+#include "authoring/metadata/MetadataDirectory.h"
+#include "authoring/metadata/MetadataKeys.h"
 #include "authoring/publish/Publisher.h"
 #include "authoring/rehearse/RehearsalMac.h"
 #include "authoring/rehearse/RehearsalReport.h"
@@ -24,6 +26,8 @@ namespace fs = boost::filesystem;
 
 constexpr std::size_t kShownChanges = 40;
 constexpr std::size_t kShownLogLines = 12;
+constexpr const char* kMetadataScheme = "ecdsa-sha2-nistp256";
+constexpr trust::Time kMetadataLifetime = 365 * trust::kDay;  ///< for a rehearsal that is kept
 constexpr std::size_t kReportBytesLimit = 256U << 20U;
 
 /// The identifier asked for, or the manifest's only one.
@@ -73,7 +77,7 @@ class Rehearsal {
         RehearsalMac mac(scratch_.path(), {options_.tools, options_.root, options_.os, options_.updates});
         publishAll(std::move(manifest));
         const StaticServer server({repository_, "127.0.0.1", 0, {}, {}});
-        mac.configure(server.url(), key_.publicPem());
+        mac.configure(server.url(), key_.publicPem(), MetadataDirectory(repository_).root(1));
         std::cout << "Rehearsal Mac: " << mac.system() << ", its disk is " << mac.root() << std::endl;
         const DiskState before = diskState(mac.root());
         const int status = runController(mac);
@@ -103,8 +107,12 @@ class Rehearsal {
     }
 
     void publishAll(Manifest manifest) {
+        MetadataOptions metadata{scratch_.path() + "/metadata-keys"};
+        writeMetadataKeys(metadata.keys, roleNames(), "", kMetadataScheme);
+        for (const std::string& role : roleNames())
+            metadata.lifetimes[role] = kMetadataLifetime;
         const PublishSummary summary =
-            publish(std::move(manifest), key_, {repository_, options_.manifest, false, false},
+            publish(std::move(manifest), key_, {repository_, options_.manifest, false, false, metadata},
                     [this](const std::string&) { relay_.requireNone(); });
         const std::string publicKey = scratch_.path() + "/repository.pem";
         base::replaceFile(publicKey, key_.publicPem());

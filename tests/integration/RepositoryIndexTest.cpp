@@ -218,6 +218,24 @@ const Row kRows[] = {
              writeFile(f.kept("metadata/" + std::string(role) + ".json"), "damaged");
      },
      "one", "one", "", 4},
+    {"AnotherRepositorysRootIsConfigured",
+     [](Fixture& f) {
+         f.index.setKeys("root", {trust::testKey(40)});
+         f.index.sign("root");
+         writeFile(f.root / "etc/zelor/root.json", f.index.files.at("1.root.json"));
+         for (const char* role : {"timestamp", "snapshot", "targets"})
+             f.index.content[role]["version"] = 1;
+         f.content("CVE-1", "two");
+         f.publish();
+     },
+     "two", "two", "earlier versions are accepted again", 5},
+    {"ALaterRootIsConfiguredAndOldFilesAreServed",
+     [](Fixture& f) {
+         f.index.nextRoot();
+         writeFile(f.root / "etc/zelor/root.json", f.index.files.at("2.root.json"));
+         f.timestamp("version", 4);
+     },
+     "one", "failed", "timestamp, version 5: version 5 is older than 6", 2},
     {"DamagedCopy", [](Fixture& f) { writeFile(f.kept("content/CVE-1.xml"), "<remediation/>"); }, "one",
      "one", "", 3},
 };

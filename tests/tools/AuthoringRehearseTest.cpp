@@ -143,6 +143,22 @@ TEST_F(RehearseTest, AGivenMacKeepsWhatWasInstalledAndItsSettings) {
     EXPECT_EQ(readFile(root + "/etc/zelor/zelor.ini"), "mine");
 }
 
+TEST_F(RehearseTest, FollowsSignedMetadataOfItsOwnOnAMacThatKeepsOther) {
+    writeFile(source + "/mark.bsh",
+              "cd \"${ZELOR_REHEARSAL_ROOT:?}\" && [ -s opt/zelor/metadata/timestamp.json ] &&\n"
+              "[ \"$(cat etc/zelor/root.json)\" = \"$(cat opt/zelor/metadata/root.json)\" ] &&\n"
+              "grep -q 'Freshness = require' etc/zelor/zelor.ini && echo done >mark\n");
+    writeFile(root + "/opt/zelor/metadata/root.json", "mine");
+    for (const char* before : {"", ".before-rehearsal"}) {  // the second as after a kill
+        if (*before != '\0') fs::rename(root + "/opt/zelor/metadata", root + "/opt/zelor/metadata" + before);
+        const ToolRun run = rehearse("CCE-1", {"--root", root, "--after-scan"});
+        EXPECT_EQ(run.status, 0) << run.out << run.err;
+        EXPECT_THAT(run.out, AllOf(HasSubstr("1 success"), Not(HasSubstr("warning"))));
+        EXPECT_EQ(readFile(root + "/opt/zelor/metadata/root.json"), "mine");
+        fs::remove(root + "/mark");
+    }
+}
+
 TEST_F(RehearseTest, TakesAMacAsItIs) {
     const std::string program = ZELOR_REHEARSAL_PROGRAM;
     const auto run = [&] {

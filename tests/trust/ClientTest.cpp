@@ -168,6 +168,11 @@ const std::vector<Attack> kAttacks = {
          r.content["snapshot"]["meta"]["targets.json"]["version"] = 4;
          r.signSnapshot();
      }},
+    {"SnapshotWithAnOlderDelegatedRole", "snapshot", "known.json, 4 is older than 5",
+     [](Repository& r) {
+         r.content["snapshot"]["meta"]["known.json"]["version"] = 4;
+         r.signSnapshot();
+     }},
     {"SnapshotWithoutAKnownRole", "snapshot", "known.json is no longer listed",
      [](Repository& r) {
          r.content["snapshot"]["meta"].erase("known.json");
@@ -179,6 +184,12 @@ const std::vector<Attack> kAttacks = {
          r.signSnapshot();
      }},
     {"SnapshotWithoutEnd", "snapshot", "more bytes", [](Repository& r) { pad(r, "snapshot", 1); }},
+    {"SnapshotWithoutEndOrListedLength", "snapshot", "more bytes",
+     [](Repository& r) {
+         r.listDigests = false;
+         r.publish();
+         pad(r, "snapshot", 4U << 20U);
+     }},
     {"SnapshotMissing", "snapshot", "has no 6.snapshot.json",
      [](Repository& r) { r.files.erase("6.snapshot.json"); }},
     {"TargetsOfAnotherPublication", "targets", "digest",
@@ -203,6 +214,12 @@ const std::vector<Attack> kAttacks = {
          r.publish();
      }},
     {"TargetsWithoutEnd", "targets", "more bytes", [](Repository& r) { pad(r, "targets", 1); }},
+    {"TargetsWithoutEndOrListedLength", "targets", "more bytes",
+     [](Repository& r) {
+         r.listDigests = false;
+         r.publish();
+         pad(r, "targets", 16U << 20U);
+     }},
     {"TargetsWithADigestOfAnUnknownKind", "targets", "unknown kind",
      [](Repository& r) {
          r.content["snapshot"]["meta"]["targets.json"]["hashes"]["md5"] = "00";

@@ -152,6 +152,7 @@ class Repository : public Fetcher {
 /// Metadata kept in memory.
 struct MemoryStore : Store {
     std::map<std::string, std::string> files;
+    std::string history;
     bool full = false;
 
     base::Result<std::optional<std::string>> read(const std::string& role, std::size_t /*maximum*/) override {
@@ -165,6 +166,11 @@ struct MemoryStore : Store {
     }
     base::Check remove(const std::string& role) override {
         files.erase(role);
+        return {};
+    }
+    std::string rootHistory() override { return history; }
+    base::Check replaceRootHistory(const std::string& text) override {
+        history = text;
         return {};
     }
 };
