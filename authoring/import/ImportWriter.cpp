@@ -9,7 +9,7 @@
 #include <thread>
 
 #include "authoring/UsageError.h"
-#include "authoring/checks/FileChecks.h"
+#include "authoring/checks/ScriptChecks.h"
 #include "authoring/import/ImportReport.h"
 #include "authoring/import/SourceText.h"
 #include "authoring/publish/Digests.h"
