@@ -95,9 +95,10 @@ constexpr const char* kImportHelp = R"(Examples:
   zelor-content import mscp macos_security --os 15 --benchmark cis_lvl1 --out mac-rules
   zelor-content import xccdf ssg-rhel8-ds.xml --profile cis --out rhel-rules
 
-Makes a manifest of public rules. Every rule that has a CCE identifier and a fix for bash becomes an entry with a script;
-the others are listed with the reason, on standard output and in import.json. Importing a newer release into the same
-directory shows what changed and gives changed scripts new ERI ids. Review the scripts before you publish them.)";
+Makes a manifest of public rules. Every rule that has a CCE identifier and a fix for bash becomes an entry with a script
+and, where the rule has one for bash, a check; the others are listed with the reason, on standard output and in
+import.json. Importing a newer release into the same directory shows what changed and gives changed entries new ERI ids.
+Review the scripts before you publish them.)";
 
 using Action = std::function<int()>;
 

@@ -5,15 +5,12 @@
 
 #include <algorithm>
 #include <boost/filesystem/operations.hpp>
-#include <chrono>
 #include <cstdint>
 #include <iterator>
 #include <string_view>
 
 #include "authoring/manifest/SizeText.h"
-#include "base/CommandRunner.h"
 #include "base/Files.h"
-#include "base/Strings.h"
 #include "platform/macos/InstallerKinds.h"
 #include "remediation/buffer/PatchSize.h"
 
@@ -123,22 +120,6 @@ Findings imageFindings(const std::string& place, const std::string& patchId, con
                  "\" is not a disk image of a known kind; if it cannot be attached, nothing is installed and "
                  "the request reads success",
              "make it with hdiutil create, and rehearse the entry before you publish it"}};
-}
-
-Findings scriptFindings(const std::string& place, const std::string& script) {
-    constexpr std::chrono::seconds kLimit{60};
-    const base::CommandResult result = base::runCommand({"/bin/bash", "--norc", "-n", script}, true, kLimit);
-    if (!result.started) {
-        return {{Severity::warning, place, "the script was not parsed: /bin/bash cannot be started here",
-                 "check it on a machine with /bin/bash"}};
-    }
-    if (result.waited && result.status == 0) return {};
-    std::string said = base::trimmed(result.output);
-    for (auto at = said.find(script); at != std::string::npos; at = said.find(script))
-        said.erase(at, script.size() + (said.compare(at + script.size(), 2, ": ") == 0 ? 2 : 0));
-    return {{Severity::error, place,
-             "bash cannot parse the script: " + (result.timedOut ? "it took more than a minute" : said),
-             "correct the line named (bash -n shows the same) and publish it again"}};
 }
 
 Findings sizeFindings(const std::string& place, const std::string& size, std::uint64_t archiveBytes,

@@ -18,9 +18,6 @@ Findings kindFindings(const std::string& place, const std::string& patchId, bool
 /// attached. Throws std::runtime_error when it cannot be read.
 Findings imageFindings(const std::string& place, const std::string& patchId, const std::string& path);
 
-/// Whether /bin/bash can parse the script; does not run it.
-Findings scriptFindings(const std::string& place, const std::string& script);
-
 /// Whether the announced size is close to that of the archive (which is downloaded and buffered) or of the
 /// patch in it.
 Findings sizeFindings(const std::string& place, const std::string& size, std::uint64_t archiveBytes,

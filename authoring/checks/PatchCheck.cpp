@@ -8,6 +8,7 @@
 #include "agent/archive/ArchiveExtractor.h"
 #include "agent/trust/Signature.h"
 #include "authoring/checks/FileChecks.h"
+#include "authoring/checks/ScriptChecks.h"
 #include "authoring/publish/Digests.h"
 #include "base/Directories.h"
 #include "platform/macos/InstallerKinds.h"

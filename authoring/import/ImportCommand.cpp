@@ -46,6 +46,12 @@ void printSummary(const ImportSummary& summary, const std::string& out) {
               << amount(summary.imported, "rule", "rules") << " imported, " << leftOut << " left out\n";
     for (const auto& [reason, count] : summary.leftOut)
         std::cout << padded("", 2) << count << "  " << reason << '\n';
+    if (summary.withCheck != 0) {
+        std::cout << amount(summary.withCheck, "rule has", "rules have")
+                  << " a check, which plan --check and verify run\n";
+    } else if (summary.imported != 0) {
+        std::cout << "No rule has a check: the source has none for bash, so verify cannot prove them\n";
+    }
     if (!summary.first) {
         std::cout << "Since the last import: " << summary.added.size() << " new, " << summary.changed.size()
                   << " changed, " << summary.gone.size() << " gone, " << summary.unchanged << " unchanged\n";

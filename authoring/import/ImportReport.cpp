@@ -22,6 +22,14 @@ std::string eriId(const std::string& identifier, long number) {
     return "ERI-" + identifier + '-' + std::to_string(number);
 }
 
+std::string scriptFile(const std::string& identifier) {
+    return "scripts/" + identifier + ".bsh";
+}
+
+std::string checkFile(const std::string& identifier) {
+    return "checks/" + identifier + "-check.bsh";
+}
+
 base::Result<ImportHistory> parseImportReport(const std::string& json) {
     ImportHistory history;
     try {
@@ -29,7 +37,7 @@ base::Result<ImportHistory> parseImportReport(const std::string& json) {
         history.source = report.at("source").get<std::string>();
         for (const auto& [identifier, entry] : report.at("entries").items()) {
             KnownEntry known{entry.at("number").get<long>(), entry.at("sha256").get<std::string>(),
-                             entry.at("current").get<bool>()};
+                             entry.value("check", ""), entry.at("current").get<bool>()};
             if (!isCceIdentifier(identifier) || known.number < 1 || known.number > kNumberLimit)
                 return base::failure("the entry \"" + oneLine(identifier, 60) + "\" is none of an import");
             history.entries[identifier] = known;
@@ -49,11 +57,14 @@ std::string importReport(const RuleSet& rules, const ImportHistory& history, con
                     {"identifiers", rule.identifiers},
                     {"imported", rule.reason.empty()}};
         if (!rule.reason.empty()) one["reason"] = rule.reason;
+        if (rule.reason.empty()) one["check"] = !rule.check.empty();
         list.push_back(std::move(one));
     }
-    for (const auto& [identifier, known] : history.entries)
-        entries[identifier] = {
-            {"number", known.number}, {"sha256", known.sha256}, {"current", known.current}};
+    for (const auto& [identifier, known] : history.entries) {
+        Json& entry = entries[identifier] = {{"number", known.number}, {"sha256", known.sha256}};
+        if (!known.check.empty()) entry["check"] = known.check;
+        entry["current"] = known.current;
+    }
     const Json changes = {{"new", summary.added},
                           {"changed", summary.changed},
                           {"gone", summary.gone},
@@ -61,6 +72,7 @@ std::string importReport(const RuleSet& rules, const ImportHistory& history, con
     return dumped({{"source", history.source},
                    {"choice", rules.choice},
                    {"imported", summary.imported},
+                   {"withCheck", summary.withCheck},
                    {"leftOut", summary.leftOut},
                    {"changes", changes},
                    {"rules", list},
@@ -75,9 +87,10 @@ std::string importManifest(const RuleSet& rules, const ImportHistory& history) {
             // The rule's id comes first: what begins with "OS Remediation" would be an update of the system's
             // own.
             Json eri = {{"id", eriId(identifier, history.entries.at(identifier).number)},
-                        {"file", "scripts/" + identifier + ".bsh"},
+                        {"file", scriptFile(identifier)},
                         {"instructions", "Rule " + oneLine(rule.rule) + ": " + oneLine(rule.title)}};
             if (!rules.product.empty()) eri["product"] = rules.product;
+            if (!rule.check.empty()) eri["check"] = checkFile(identifier);
             if (rule.reboot) eri["reboot"] = true;
             manifest.push_back(
                 {{"identifier", identifier}, {"cres", Json::array({{{"eris", Json::array({eri})}}})}});

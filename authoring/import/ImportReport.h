@@ -14,6 +14,7 @@ namespace zelor::authoring {
 struct KnownEntry {
     long number = 1;      ///< of its ERI id
     std::string sha256;   ///< of its script, hexadecimal
+    std::string check;    ///< the same of its check, "" without one
     bool current = true;  ///< the last import had it
 };
 
@@ -26,6 +27,7 @@ struct ImportHistory {
 /// What an import wrote.
 struct ImportSummary {
     std::size_t imported = 0;                       ///< rules
+    std::size_t withCheck = 0;                      ///< rules, of these
     std::map<std::string, std::size_t> leftOut;     ///< rules by reason
     std::vector<std::string> added, changed, gone;  ///< identifiers, against the import before
     std::size_t unchanged = 0;                      ///< identifiers
@@ -34,6 +36,11 @@ struct ImportSummary {
 
 /// The id of an imported script: ERI-CCE-90001-1-2.
 std::string eriId(const std::string& identifier, long number);
+
+/// Where its scripts are, below the directory of the manifest: scripts/CCE-90001-1.bsh and
+/// checks/CCE-90001-1-check.bsh.
+std::string scriptFile(const std::string& identifier);
+std::string checkFile(const std::string& identifier);
 
 /// Reads a report. Fails when it is none, or has what no import wrote.
 base::Result<ImportHistory> parseImportReport(const std::string& json);

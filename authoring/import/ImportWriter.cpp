@@ -3,13 +3,11 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <boost/filesystem/operations.hpp>
 #include <set>
-#include <thread>
 
 #include "authoring/UsageError.h"
-#include "authoring/checks/FileChecks.h"
+#include "authoring/checks/ScriptChecks.h"
 #include "authoring/import/ImportReport.h"
 #include "authoring/import/SourceText.h"
 #include "authoring/publish/Digests.h"
@@ -43,6 +41,7 @@ ImportHistory readHistory(const std::string& out, const std::string& source) {
 void leaveOut(ImportedRule& rule, const std::string& reason) {
     rule.reason = reason;
     rule.script.clear();
+    rule.check.clear();
 }
 
 /// Two entries cannot have one identifier: the first rule that is imported keeps it.
@@ -61,46 +60,46 @@ void leaveOutRepetitions(RuleSet& rules) {
     }
 }
 
-/// Why bash cannot parse a text, "" when it can. Uses `file`, which is gone afterwards.
-std::string whyNotParsed(const std::string& text, const std::string& file) {
+void writeText(const std::string& file, const std::string& text) {
     base::UniqueFd opened = base::openFile(file, O_WRONLY | O_CREAT | O_EXCL, 0600);
     if (!opened || !base::writeAll(opened.get(), text) || !opened.close())
-        return "it could not be parsed: " + base::errorText(errno);
-    const Findings findings = scriptFindings("", file);
-    ::unlink(file.c_str());
-    return findings.empty() ? "" : oneLine(findings[0].what);
+        throw std::runtime_error("cannot write " + file + ": " + base::errorText(errno));
 }
 
 /// Leaves out what bash cannot parse. The texts of the source are also parsed one by one: one that ends the
-/// function that it is put into would take part in what the script reports. Several run at a time.
+/// function that it is put into would take part in what the script reports.
 void leaveOutUnparsed(RuleSet& rules) {
     const base::TemporaryDirectory directory("zelor-import");
-    std::atomic<std::size_t> next{0};
-    const auto work = [&] {
-        for (std::size_t i = next++; i < rules.rules.size(); i = next++) {
-            ImportedRule& rule = rules.rules[i];
-            std::vector<std::string> texts = rule.texts;
-            texts.push_back(rule.script);
-            for (const std::string& text : texts) {
-                if (!rule.reason.empty()) break;
-                const std::string why = whyNotParsed(text, directory.path() + '/' + std::to_string(i));
-                if (!why.empty()) leaveOut(rule, why);
-            }
+    std::vector<ScriptFile> files;
+    std::vector<ImportedRule*> owners;
+    for (ImportedRule& rule : rules.rules) {
+        if (!rule.reason.empty()) continue;
+        std::vector<std::string> texts = rule.texts;
+        texts.push_back(rule.script);
+        if (!rule.check.empty()) texts.push_back(rule.check);
+        for (const std::string& text : texts) {
+            files.push_back({"", directory.path() + '/' + std::to_string(files.size())});
+            writeText(files.back().file, text);
+            owners.push_back(&rule);
         }
-    };
-    std::vector<std::thread> workers(std::max(1U, std::thread::hardware_concurrency()));
-    for (std::thread& worker : workers)
-        worker = std::thread(work);
-    for (std::thread& worker : workers)
-        worker.join();
+    }
+    const std::vector<Findings> found = scriptFindings(files);
+    for (std::size_t i = 0; i < found.size(); ++i) {
+        if (!found[i].empty() && owners[i]->reason.empty()) leaveOut(*owners[i], oneLine(found[i][0].what));
+    }
 }
 
 /// Counts what became of the rules. What follows the colon of a reason is different for each.
 void count(const RuleSet& rules, ImportSummary& summary) {
     for (const ImportedRule& rule : rules.rules) {
         if (rule.reason.empty()) ++summary.imported;
+        if (!rule.check.empty()) ++summary.withCheck;
         if (!rule.reason.empty()) ++summary.leftOut[rule.reason.substr(0, rule.reason.find(": "))];
     }
+}
+
+std::string digestOf(const std::string& text) {
+    return text.empty() ? "" : base::hexadecimal(digestsOfText(text).sha256);
 }
 
 /// Brings the history up to date with what is imported now.
@@ -108,12 +107,13 @@ void compare(const RuleSet& rules, ImportHistory& history, ImportSummary& summar
     std::set<std::string> now;
     for (const ImportedRule& rule : rules.rules) {
         if (!rule.reason.empty()) continue;
-        const std::string digest = base::hexadecimal(digestsOfText(rule.script).sha256);
+        const std::string digest = digestOf(rule.script), check = digestOf(rule.check);
         for (const std::string& identifier : rule.identifiers) {
             if (!now.insert(identifier).second) continue;
-            const auto [found, fresh] = history.entries.emplace(identifier, KnownEntry{1, digest, true});
+            const auto [found, fresh] =
+                history.entries.emplace(identifier, KnownEntry{1, digest, check, true});
             KnownEntry& known = found->second;
-            const bool other = known.sha256 != digest;
+            const bool other = known.sha256 != digest || known.check != check;
             if (other) ++known.number;
             if (fresh || !known.current) {
                 summary.added.push_back(identifier);
@@ -122,7 +122,7 @@ void compare(const RuleSet& rules, ImportHistory& history, ImportSummary& summar
             } else {
                 ++summary.unchanged;
             }
-            known = {known.number, digest, true};
+            known = {known.number, digest, check, true};
         }
     }
     for (auto& [identifier, known] : history.entries) {
@@ -135,8 +135,11 @@ void compare(const RuleSet& rules, ImportHistory& history, ImportSummary& summar
 /// The report goes before the manifest: an id that a manifest shows is always in the history.
 void write(const RuleSet& rules, const ImportHistory& history, const ImportSummary& summary,
            const std::string& out) {
-    if (!base::makeDirectories(out + "/scripts"))
-        throw std::runtime_error("cannot make " + out + "/scripts: " + base::errorText(errno));
+    for (const char* directory : {"/scripts", "/checks"}) {
+        if (directory == std::string("/checks") && summary.withCheck == 0) continue;
+        if (!base::makeDirectories(out + directory))
+            throw std::runtime_error("cannot make " + out + directory + ": " + base::errorText(errno));
+    }
     base::StagedFiles files;
     const auto add = [&](const std::string& name, const std::string& text) {
         base::StagedFile& file = files.add(out + '/' + name);
@@ -146,14 +149,18 @@ void write(const RuleSet& rules, const ImportHistory& history, const ImportSumma
     for (const ImportedRule& rule : rules.rules) {
         if (!rule.reason.empty()) continue;
         for (const std::string& identifier :
-             std::set<std::string>(rule.identifiers.begin(), rule.identifiers.end()))
-            add("scripts/" + identifier + ".bsh", rule.script);
+             std::set<std::string>(rule.identifiers.begin(), rule.identifiers.end())) {
+            add(scriptFile(identifier), rule.script);
+            if (!rule.check.empty()) add(checkFile(identifier), rule.check);
+        }
     }
     add("import.json", importReport(rules, history, summary));
     add("manifest.json", importManifest(rules, history));
     files.commit();
-    for (const std::string& identifier : summary.gone)
-        ::unlink((out + "/scripts/" + identifier + ".bsh").c_str());
+    for (const std::string& identifier : summary.gone) {
+        ::unlink((out + '/' + scriptFile(identifier)).c_str());
+        ::unlink((out + '/' + checkFile(identifier)).c_str());
+    }
 }
 
 }  // namespace

@@ -11,8 +11,9 @@ struct ImportedRule {
     std::string title;                     ///< as in the source
     std::vector<std::string> identifiers;  ///< its CCE identifiers
     std::string script;                    ///< "" when it is left out
+    std::string check;                     ///< a script that proves it; "" when the source has none for bash
     std::string reason;                    ///< why it is left out; "" when it is imported
-    std::vector<std::string> texts;        ///< the parts of the script that come from the source
+    std::vector<std::string> texts;        ///< the parts of the scripts that come from the source
     bool reboot = false;
 };
 

@@ -160,7 +160,7 @@ const YamlNode& valueNode(const YamlNode& file, const std::string& benchmark) {
     return !benchmark.empty() && own.kind == YamlNode::Kind::scalar ? own : file["odv"]["recommended"];
 }
 
-base::Result<std::string> scriptOf(const YamlNode& file, const MscpChoice& choice, ImportedRule& rule) {
+base::Result<RuleScripts> scriptsOf(const YamlNode& file, const MscpChoice& choice, ImportedRule& rule) {
     const bool second = file["platforms"].kind == YamlNode::Kind::map;
     const auto found = second ? enforcement2(file, choice) : enforcement1(file, choice);
     if (!found) return tl::unexpected<base::Failure>(found.error());
@@ -173,10 +173,10 @@ base::Result<std::string> scriptOf(const YamlNode& file, const MscpChoice& choic
     CheckedRule checked{rule.rule,  found->check->text, "",
                         found->fix, value.text,         value.kind == YamlNode::Kind::scalar};
     auto expected = expectedText(*found->result, value.text);
-    if (!expected) return expected;
+    if (!expected) return tl::unexpected<base::Failure>(expected.error());
     checked.expected = std::move(*expected);
     rule.texts = {checked.check, checked.fix};
-    return checkedScript(checked);
+    return checkedScripts(checked);
 }
 
 base::Result<std::vector<fs::path>> yamlFiles(const fs::path& directory) {
@@ -229,9 +229,13 @@ ImportedRule mscpRule(const YamlNode& file, const std::string& name, const MscpC
     for (auto at = rule.title.find("$ODV"); at != std::string::npos && value.hasContent();
          at = rule.title.find("$ODV", at + value.text.size()))
         rule.title.replace(at, 4, value.text);
-    auto script = scriptOf(file, choice, rule);
-    if (script) rule.script = std::move(*script);
-    if (!script) rule.reason = oneLine(script.error().text);
+    auto scripts = scriptsOf(file, choice, rule);
+    if (!scripts) {
+        rule.reason = oneLine(scripts.error().text);
+        return rule;
+    }
+    rule.script = std::move(scripts->script);
+    rule.check = std::move(scripts->check);
     return rule;
 }
 

@@ -84,7 +84,17 @@ holds() {
 holds && exit 0
 fix
 holds && exit 0
-printf '%s: found "%s", expected "%s"\n' "$rule" "${found:0:1000}" "$expected" >&2
+)";
+
+constexpr const char* kLook = R"(
+found=$(check)
+status=$?
+[ "$found" = "$expected" ] && exit 0
+[ "$status" -lt 126 ] || exit "$status"  # the check itself failed, which proves nothing
+)";
+
+constexpr const char* kSayDifference =
+    R"(printf '%s: found "%s", expected "%s"\n' "$rule" "${found:0:1000}" "$expected" >&2
 exit 1
 )";
 
@@ -100,33 +110,42 @@ echo() {
 
 )";
 
-}  // namespace
-
-base::Result<std::string> checkedScript(const CheckedRule& rule) {
-    CheckedRule filled = rule;
-    for (std::string* text : {&filled.check, &filled.fix}) {
-        const std::string why = whyNotRun(text == &filled.fix ? "fix" : "check", *text);
-        if (!why.empty()) return base::failure(why);
-        if (needsZsh(*text))
-            return base::failure(std::string(text == &filled.fix ? "the fix" : "the check") +
-                                 " is written for zsh, not for bash");
+/// Puts the value into a rule's texts.
+base::Check fillIn(CheckedRule& rule) {
+    for (std::string* text : {&rule.check, &rule.fix}) {
+        const std::string what = text == &rule.fix ? "fix" : "check";
+        if (const std::string why = whyNotRun(what, *text); !why.empty()) return base::failure(why);
+        if (needsZsh(*text)) return base::failure("the " + what + " is written for zsh, not for bash");
         if (!base::contains(*text, "$ODV")) continue;
         if (!rule.hasValue) return base::failure("there is no value for $ODV");
         auto done = filledIn(*text, rule.value);
-        if (!done) return done;
+        if (!done) return tl::unexpected<base::Failure>(done.error());
         *text = std::move(*done);
     }
-    if (base::contains(rule.expected, "$ODV")) {
+    if (const auto at = rule.expected.find("$ODV"); at != std::string::npos) {
         if (!rule.hasValue) return base::failure("there is no value for $ODV");
-        const auto at = rule.expected.find("$ODV");
-        filled.expected.replace(at, 4, rule.value);
+        rule.expected.replace(at, 4, rule.value);
     }
-    const std::string variable =
-        base::contains(filled.check + filled.fix, "${ODV}") ? "ODV=" + inSingleQuotes(rule.value) + '\n' : "";
+    return {};
+}
+
+/// The beginning of a script, up to and with the check.
+std::string checkFunction(const CheckedRule& rule, const std::string& texts) {
+    const std::string value =
+        base::contains(texts, "${ODV}") ? "ODV=" + inSingleQuotes(rule.value) + '\n' : "";
     return header(rule.rule) + "rule=" + inSingleQuotes(oneLine(rule.rule)) +
-           "\nexpected=" + inSingleQuotes(filled.expected) + '\n' + variable +
-           userVariables(filled.check + filled.fix) + '\n' + function("check", filled.check) + '\n' +
-           function("fix", filled.fix) + kVerification;
+           "\nexpected=" + inSingleQuotes(rule.expected) + '\n' + value + userVariables(texts) + '\n' +
+           function("check", rule.check);
+}
+
+}  // namespace
+
+base::Result<RuleScripts> checkedScripts(const CheckedRule& rule) {
+    CheckedRule filled = rule;
+    if (const auto done = fillIn(filled); !done) return tl::unexpected<base::Failure>(done.error());
+    return RuleScripts{checkFunction(filled, filled.check + filled.fix) + '\n' + function("fix", filled.fix) +
+                           kVerification + kSayDifference,
+                       checkFunction(filled, filled.check) + kLook + kSayDifference};
 }
 
 base::Result<std::string> fixScript(const std::string& rule, const std::string& fix) {

@@ -19,10 +19,17 @@ struct CheckedRule {
     bool hasValue = false;
 };
 
-/// A script that ends with 0 when the check's result is the expected one, before or after the fix, and
-/// otherwise prints what was found and expected and ends with 1. Fails when a text cannot be run by bash or
-/// the value cannot be filled in safely.
-base::Result<std::string> checkedScript(const CheckedRule& rule);
+/// The scripts of a rule that has a check.
+struct RuleScripts {
+    std::string script;  ///< applies it
+    std::string check;   ///< only looks
+};
+
+/// `script` ends with 0 when the check's result is the expected one, before or after the fix, and otherwise
+/// prints what was found and expected and ends with 1. `check` does the same without the fix; it ends with
+/// the check's own status when that is 126 or more, as for a command that is missing, since nothing was
+/// looked at then. Fails when a text cannot be run by bash or the value cannot be filled in safely.
+base::Result<RuleScripts> checkedScripts(const CheckedRule& rule);
 
 /// A script that runs the fix and ends as it does, but with `kNotApplicableStatus` when the fix says on
 /// standard error that it is not applicable. Fails when the text cannot be run by bash.

@@ -1,10 +1,7 @@
-#include <algorithm>
-#include <atomic>
 #include <boost/filesystem/operations.hpp>
 #include <map>
-#include <thread>
 
-#include "authoring/checks/FileChecks.h"
+#include "authoring/checks/ScriptChecks.h"
 #include "authoring/manifest/Manifest.h"
 #include "base/Strings.h"
 
@@ -31,26 +28,6 @@ Findings md5Findings(const ManifestPatch& patch) {
              "leave the field out, or check the file"}};
 }
 
-/// Parses the scripts, several at a time, since each takes a process.
-Findings parsedScripts(const std::vector<const ManifestPatch*>& scripts) {
-    std::vector<Findings> found(scripts.size());
-    std::atomic<std::size_t> next{0};
-    const auto work = [&] {
-        for (std::size_t i = next++; i < scripts.size(); i = next++)
-            found[i] = scriptFindings(scripts[i]->place, scripts[i]->file);
-    };
-    const std::size_t many = std::max(1U, std::thread::hardware_concurrency());
-    std::vector<std::thread> workers(std::min(scripts.size(), many));
-    for (std::thread& worker : workers)
-        worker = std::thread(work);
-    for (std::thread& worker : workers)
-        worker.join();
-    Findings findings;
-    for (const Findings& one : found)
-        findings.insert(findings.end(), one.begin(), one.end());
-    return findings;
-}
-
 }  // namespace
 
 Findings sourceFindings(Manifest& manifest, const std::set<std::string>& published) {
@@ -60,7 +37,7 @@ Findings sourceFindings(Manifest& manifest, const std::set<std::string>& publish
     };
     std::map<std::string, Digests> read;  // by file: several patches may share one
     std::set<std::string> seen;
-    std::vector<const ManifestPatch*> scripts;
+    std::vector<ScriptFile> scripts;
     for (ManifestPatch& patch : manifest.patches) {
         if (!canBeRead(patch)) continue;
         try {
@@ -76,9 +53,10 @@ Findings sourceFindings(Manifest& manifest, const std::set<std::string>& publish
         if (!isScript(patch) || !isRegularFile(patch.file) ||
             published.count(base::hexadecimal(patch.digests.sha256)) != 0)
             continue;
-        if (seen.insert(patch.file).second) scripts.push_back(&patch);
+        if (seen.insert(patch.file).second) scripts.push_back({patch.place, patch.file});
     }
-    append(parsedScripts(scripts));
+    for (const Findings& unparsed : scriptFindings(scripts))
+        append(unparsed);
     return findings;
 }
 

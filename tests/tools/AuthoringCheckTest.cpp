@@ -4,6 +4,7 @@
 
 #include "authoring/checks/ContentChecks.h"
 #include "authoring/checks/FileChecks.h"
+#include "authoring/checks/ScriptChecks.h"
 #include "authoring/publish/ContentXml.h"
 #include "authoring/publish/Digests.h"
 #include "authoring/publish/SigningKey.h"
@@ -49,6 +50,40 @@ struct CheckTest : test::Authoring {
     }
     std::string good() const { return readFile(source + "/lock.bsh"); }
 };
+
+/// What leaves its quotes or brackets must neither run nor decide about the others.
+TEST_F(CheckTest, ManyScriptsAreParsedAsOneByOneAndNoneRuns) {
+    const std::string run = "\nset +n\ntouch '" + path("ran") + "'\n";
+    const std::string texts[] = {"echo good\n",
+                                 run,
+                                 "'" + run + "'",
+                                 "\"" + run,
+                                 ")" + run + "(",
+                                 "}" + run,
+                                 "if true; then",
+                                 std::string("a\0b", 3) + run,
+                                 "cat <<END\n",
+                                 "echo \\",
+                                 "",
+                                 "exit 0" + run,
+                                 "$(" + run,
+                                 "`" + run,
+                                 "#" + run + ")",
+                                 "\nif [[ a ] ]; then\n"};
+    std::vector<ScriptFile> scripts;
+    for (std::size_t i = 0; i < 13 * std::size(texts); ++i) {
+        scripts.push_back({"script " + std::to_string(i), path("s" + std::to_string(i))});
+        writeFile(scripts.back().file, texts[i % std::size(texts)]);
+    }
+    scripts.push_back({"missing", path("none")});
+    const std::vector<Findings> found = scriptFindings(scripts);
+    ASSERT_EQ(found.size(), scripts.size());
+    for (std::size_t i = 0; i < scripts.size(); ++i)
+        EXPECT_EQ(findingsText(found[i]), findingsText(scriptFindings(scripts[i].place, scripts[i].file)))
+            << scripts[i].place;
+    EXPECT_THAT(found[6], testing::SizeIs(1));
+    EXPECT_FALSE(boost::filesystem::exists(path("ran")));
+}
 
 TEST_F(CheckTest, AGoodRepositoryHasNoFindings) {
     const ToolRun run = check();

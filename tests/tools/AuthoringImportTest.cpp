@@ -88,8 +88,9 @@ struct ImportTest : test::Authoring {
         more.insert(more.begin(), {"import", "xccdf", dir / "stream.xml", "--out", out});
         return contentTool(more);
     }
-    int runScript(const std::string& identifier) const {
-        const std::string script = out + "/scripts/" + identifier + ".bsh";
+    int runScript(const std::string& identifier) const { return runFile("scripts/" + identifier + ".bsh"); }
+    int runFile(const std::string& name) const {
+        const std::string script = out + '/' + name;
         const int status = std::system(
             ("cd '" + dir.path().string() + "' && bash '" + script + "' >output 2>errors").c_str());
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
@@ -147,7 +148,7 @@ TEST_F(ImportTest, BothLayoutsBecomeEntriesThatPublishAndCheckCleanly) {
     const ToolRun published = contentTool(
         {"publish", out + "/manifest.json", "--key", privateKey, "--out", repository, "--strict"});
     EXPECT_EQ(published.status, 0) << published.err;
-    EXPECT_THAT(check().out, HasSubstr("2 entries, 2 patches: 0 errors, 0 warnings"));
+    EXPECT_THAT(check().out, HasSubstr("2 entries, 4 patches: 0 errors, 0 warnings"));
 }
 
 TEST_F(ImportTest, ASystemHasItsOwnCheckAndIdentifierAndTheCommonFix) {
@@ -163,6 +164,45 @@ std::string replaced(std::string text, const std::string& old, const std::string
     const auto at = text.find(old);
     EXPECT_NE(at, std::string::npos) << old;
     return at == std::string::npos ? text : text.replace(at, old.size(), with);
+}
+
+TEST_F(ImportTest, ACheckSaysWhetherTheRuleHoldsAndChangesNothing) {
+    struct Case {
+        const char* check;
+        std::string state;
+        int status;
+    };
+    const Case cases[] = {{"/bin/cat state", "3", 0},
+                          {"/bin/cat state", "4", 1},
+                          {"/usr/bin/grep -c . state", "", 1},
+                          {"exit $(/bin/cat state)", "9", 1},
+                          {"/usr/bin/no-such-command", "3", 127},
+                          {"kill -9 $BASHPID", "3", 137}};
+    for (const Case& each : cases) {
+        SCOPED_TRACE(each.check + each.state);
+        writeFile(rules + "/light.yaml",
+                  replaced(firstLayout("echo $ODV > state; touch ran"), "/bin/cat state", each.check));
+        writeFile(dir / "state", each.state);
+        ASSERT_EQ(mscp().status, 0);
+        EXPECT_EQ(runFile("checks/CCE-90001-1-check.bsh"), each.status);
+        EXPECT_EQ(readFile(dir / "state"), each.state);
+        EXPECT_FALSE(boost::filesystem::exists(dir / "ran"));
+    }
+    EXPECT_EQ(json("manifest.json")[0]["cres"][0]["eris"][0]["check"], "checks/CCE-90001-1-check.bsh");
+}
+
+TEST_F(ImportTest, AChangedCheckIsAChange) {
+    writeFile(rules + "/light.yaml", firstLayout("true"));
+    EXPECT_THAT(mscp().out, HasSubstr("1 rule has a check"));
+    auto report = json("import.json");
+    report["entries"]["CCE-90001-1"]["check"] = std::string(64, '0');  // of a check with another text
+    writeFile(out + "/import.json", report.dump());
+    EXPECT_THAT(mscp().out, HasSubstr("1 changed, 0 gone"));
+    EXPECT_EQ(json("manifest.json")[0]["cres"][0]["eris"][0]["id"], "ERI-CCE-90001-1-2");
+    EXPECT_THAT(mscp().out, HasSubstr("1 unchanged"));
+    writeFile(rules + "/light.yaml", replaced(firstLayout("true"), "CCE-90001-1", "CCE-90009-9"));
+    EXPECT_THAT(mscp().out, HasSubstr("gone: CCE-90001-1"));
+    EXPECT_FALSE(boost::filesystem::exists(out + "/checks/CCE-90001-1-check.bsh"));
 }
 
 TEST_F(ImportTest, WhatCannotBeImportedHasAReason) {
@@ -275,12 +315,14 @@ TEST_F(ImportTest, HostileValuesNeverBecomeCommands) {
     for (const Case& each : cases) {
         SCOPED_TRACE(each.fix);
         checked.fix = each.fix;
-        const auto script = checkedScript(checked);
-        ASSERT_EQ(script.has_value(), each.imported);
-        if (!script) continue;
-        writeFile(dir / "script", *script);
+        const auto scripts = checkedScripts(checked);
+        ASSERT_EQ(scripts.has_value(), each.imported);
+        if (!scripts) continue;
+        writeFile(dir / "script", scripts->script);
+        writeFile(dir / "check", scripts->check);
         writeFile(dir / "state", "other");
-        EXPECT_EQ(shell("bash script"), 0);
+        EXPECT_EQ(shell("bash check 2>/dev/null"), 1);
+        EXPECT_EQ(shell("bash script && bash check"), 0);
         EXPECT_EQ(readFile(dir / "state"), hostile);
         EXPECT_FALSE(boost::filesystem::exists(dir / "ran"));
     }
@@ -403,7 +445,8 @@ TEST_F(ImportTest, ANewerReleaseGivesChangedScriptsNewIdsThatWereNeverUsed) {
         return json("manifest.json")[entry]["cres"][0]["eris"][0]["id"].get<std::string>();
     };
     const std::string one = xccdfRule("one", "CCE-1-1", "true"), two = xccdfRule("two", "CCE-2-2", "true");
-    EXPECT_THAT(release(one + two), Not(HasSubstr("Since the last import")));
+    EXPECT_THAT(release(one + two),
+                AllOf(Not(HasSubstr("Since the last import")), HasSubstr("No rule has a check")));
     EXPECT_THAT(release(one + two), HasSubstr("0 new, 0 changed, 0 gone, 2 unchanged"));
     EXPECT_THAT(release(xccdfRule("one", "CCE-1-1", "false")),
                 AllOf(HasSubstr("0 new, 1 changed, 1 gone, 0 unchanged"), HasSubstr("new ERI id: CCE-1-1\n"),
