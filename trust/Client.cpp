@@ -220,7 +220,7 @@ base::Check Client::updateSnapshot() {
     auto snapshot = checkSnapshot(*root_, *bytes, &listed, snapshot_ ? &snapshot_->content : nullptr,
                                   options_.now, options_.limits);
     if (!snapshot) return base::failure(snapshot.error());
-    if (const auto done = keep(kSnapshotRole, snapshot->version, *bytes); !done) return done;
+    if (auto done = keep(kSnapshotRole, snapshot->version, *bytes); !done) return done;
     snapshot_ = Kept<Snapshot>{*std::move(snapshot), *std::move(bytes)};
     return {};
 }
@@ -233,7 +233,7 @@ base::Check Client::updateTargets() {
     auto targets = checkTargets(kTargetsRole, root_->keysOf(kTargetsRole), root_->keys, *bytes, &listed,
                                 options_.now, options_.limits);
     if (!targets) return base::failure(targets.error());
-    if (const auto done = keep(kTargetsRole, targets->version, *bytes); !done) return done;
+    if (auto done = keep(kTargetsRole, targets->version, *bytes); !done) return done;
     delegated_.clear();
     targets_ = std::make_shared<const Targets>(*std::move(targets));
     targetsBytes_ = *std::move(bytes);
