@@ -8,7 +8,6 @@
 #include "agent/archive/ArchiveExtractor.h"
 #include "agent/trust/Signature.h"
 #include "authoring/checks/FileChecks.h"
-#include "authoring/checks/ScriptChecks.h"
 #include "authoring/publish/Digests.h"
 #include "base/Directories.h"
 #include "platform/macos/InstallerKinds.h"
@@ -24,10 +23,11 @@ namespace fs = boost::filesystem;
 class PatchCheck {
   public:
     PatchCheck(const std::string& repository, const std::string& keyFile, const std::string& patchId,
-               const std::vector<PatchUse>& uses)
+               const std::vector<PatchUse>& uses, ScriptQueue& scripts)
         : keyFile_(keyFile),
           patchId_(patchId),
           uses_(uses),
+          scripts_(scripts),
           name_(*remediation::splitAtLastDot(patchId)),
           place_("patches/" + name_.stem + ".zip"),
           archive_(repository + '/' + place_),
@@ -40,6 +40,9 @@ class PatchCheck {
             checkSignatures();
             checkKind();
             checkAgainstContent();
+            const bool script =
+                std::any_of(uses_.begin(), uses_.end(), [](const PatchUse& use) { return use.script; });
+            if (script && fs::is_regular_file(path_)) scripts_.add(place_, path_);
         }
         return std::move(findings_);
     }
@@ -115,7 +118,6 @@ class PatchCheck {
     void checkKind() {
         for (const PatchUse& use : uses_) {
             append(kindFindings(use.place, patchId_, use.script, path_));
-            if (use.script && fs::is_regular_file(path_)) append(scriptFindings(place_, path_));
             if (use.script) break;
         }
         const bool installed =
@@ -167,6 +169,7 @@ class PatchCheck {
     const std::string& keyFile_;
     const std::string& patchId_;
     const std::vector<PatchUse>& uses_;
+    ScriptQueue& scripts_;
     base::TemporaryDirectory scratch_{"zelor-check"};
     remediation::PatchName name_;
     std::string place_, archive_, detached_, path_, signatureName_;
@@ -176,8 +179,8 @@ class PatchCheck {
 }  // namespace
 
 Findings patchFindings(const std::string& repository, const std::string& keyFile, const std::string& patchId,
-                       const std::vector<PatchUse>& uses) {
-    return PatchCheck(repository, keyFile, patchId, uses).run();
+                       const std::vector<PatchUse>& uses, ScriptQueue& scripts) {
+    return PatchCheck(repository, keyFile, patchId, uses, scripts).run();
 }
 
 }  // namespace zelor::authoring

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "authoring/Finding.h"
+#include "authoring/checks/ScriptChecks.h"
 #include "authoring/manifest/ContentEntry.h"
 
 namespace zelor::authoring {
@@ -18,8 +19,8 @@ struct PatchUse {
 
 /// Findings on one published patch, compared with everything that content says about it: the archive exists
 /// and can be unpacked safely, holds the patch with its signature and nothing else, and has the announced
-/// size and MD5; a script can be parsed.
+/// size and MD5. A script goes to `scripts`, to be parsed.
 Findings patchFindings(const std::string& repository, const std::string& keyFile, const std::string& patchId,
-                       const std::vector<PatchUse>& uses);
+                       const std::vector<PatchUse>& uses, ScriptQueue& scripts);
 
 }  // namespace zelor::authoring

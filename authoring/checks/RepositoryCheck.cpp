@@ -253,11 +253,14 @@ CheckReport checkRepository(const std::string& repository, const std::string& ke
     const UsesByPatch uses = usesByPatch(entries);
     checkStems(uses, report.findings);
     std::set<std::string> patchIds, buffered;
+    ScriptQueue scripts;
     for (const auto& [patchId, places] : uses) {
         patchIds.insert(patchId);
         if (!places.front().check) buffered.insert(patchId);
-        append(patchFindings(repository, keyFile, patchId, places));
+        append(patchFindings(repository, keyFile, patchId, places, scripts));
+        if (scripts.isFull()) append(scripts.parse());
     }
+    append(scripts.parse());
     report.patches = patchIds.size();
     append(containmentFindings(buffered));
     const std::set<std::string> stems = stemsOf(patchIds);

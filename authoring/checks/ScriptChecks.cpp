@@ -1,12 +1,18 @@
 #include "authoring/checks/ScriptChecks.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <sstream>
+#include <stdexcept>
 #include <thread>
 
 #include "base/CommandRunner.h"
+#include "base/Files.h"
 #include "base/Strings.h"
 
 namespace zelor::authoring {
@@ -14,7 +20,7 @@ namespace zelor::authoring {
 namespace {
 
 constexpr std::chrono::seconds kParseLimit{60};
-constexpr std::size_t kBatch = 100;
+constexpr std::size_t kBatch = 100, kQueueLimit = 1000;
 
 /// Prints the number of each file that it can parse. `set -n` is a line of its own, so it is in force before
 /// bash reads the script's first line, and nothing of the script runs. A file with a zero byte or that cannot
@@ -78,6 +84,27 @@ std::vector<Findings> scriptFindings(const std::vector<ScriptFile>& scripts) {
     for (std::thread& worker : workers)
         worker.join();
     return found;
+}
+
+void ScriptQueue::add(const std::string& place, const std::string& file) {
+    const std::string taken = directory_.path() + '/' + std::to_string(scripts_.size());
+    if (::rename(file.c_str(), taken.c_str()) != 0)
+        throw std::runtime_error("cannot move " + file + ": " + base::errorText(errno));
+    scripts_.push_back({place, taken});
+}
+
+bool ScriptQueue::isFull() const {
+    return scripts_.size() >= kQueueLimit;
+}
+
+Findings ScriptQueue::parse() {
+    Findings findings;
+    for (const Findings& found : scriptFindings(scripts_))
+        findings.insert(findings.end(), found.begin(), found.end());
+    for (const ScriptFile& script : scripts_)
+        ::unlink(script.file.c_str());
+    scripts_.clear();
+    return findings;
 }
 
 }  // namespace zelor::authoring
