@@ -8,29 +8,17 @@
 #include "controller/live/PlainLines.h"
 #include "controller/report/ReportTimeline.h"
 #include "remediation/Version.h"
+#include "results/Page.h"
 
 namespace zelor::controller {
+
+using results::dateText;
+using results::markSvg;
 
 namespace {
 
 constexpr std::size_t kLabelColumns = 34;
 constexpr std::size_t kOpenTimelineRows = 40;
-
-/// "2026-11-21 10:15:02 UTC"
-std::string dateText(std::chrono::system_clock::time_point time) {
-    std::string text = utcText(time);
-    std::replace(text.begin(), text.end(), 'T', ' ');
-    return text.substr(0, text.size() - 1) + " UTC";
-}
-
-/// The mark of a state as a picture of twelve units, the same shapes as in the timeline.
-std::string markSvg(ProgressValue value) {
-    const char* shape = "<path d=\"M2.5 2.5L9.5 9.5M2.5 9.5L9.5 2.5\"/>";
-    if (value == kSuccessValue) shape = "<circle cx=\"6\" cy=\"6\" r=\"4.5\"/>";
-    if (value == kAbortedValue || !isResult(value))
-        shape = "<rect x=\"2\" y=\"2\" width=\"8\" height=\"8\" rx=\"1\"/>";
-    return std::string("<svg viewBox=\"0 0 12 12\" aria-hidden=\"true\">") + shape + "</svg>";
-}
 
 /// The requests that are shown, at most `most`: all in their order, or the most important ones.
 std::vector<std::size_t> chosenRequests(const RunReport& report, std::size_t most) {
@@ -65,15 +53,8 @@ class Page {
   private:
     void head() {
         const std::string when = dateText(report_.facts.started);
-        out_ << "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\"/>\n"
-                "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; style-src "
-                "'unsafe-inline'\"/>\n"
-                "<meta name=\"viewport\" content=\"width=device-width, "
-                "initial-scale=1\"/>\n<title>Remediation "
-                "of "
-             << markupText(report_.facts.host) << ", " << when << "</title>\n<style>" << kReportStyle
-             << "</style>\n</head>\n<body>\n<header>\n<h1>Remediation of " << markupText(report_.facts.host)
-             << "</h1>\n";
+        results::writePageHead(out_, "Remediation of " + report_.facts.host + ", " + when);
+        out_ << "<header>\n<h1>Remediation of " << markupText(report_.facts.host) << "</h1>\n";
         facts(when);
         const std::string restart = restartText(report_.flags);
         const std::string outage = outageText(report_.flags.outage);

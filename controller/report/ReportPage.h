@@ -34,7 +34,4 @@ inline constexpr std::size_t kReportTimelineRows = 300;
 /// Writes the whole page. Errors are left in the stream's state.
 void writeReportPage(std::ostream& out, const RunReport& report);
 
-/// The style sheet of a report: light and dark by the reader's preference, light on paper.
-extern const char* const kReportStyle;
-
 }  // namespace zelor::controller

@@ -122,10 +122,6 @@ std::string shortDuration(double seconds) {
     return seconds < 0.9995 ? std::to_string(std::lround(seconds * 1000)) + " ms" : durationText(seconds);
 }
 
-std::string stateClass(ProgressValue value) {
-    return "s-" + stateName(value);
-}
-
 std::vector<double> axisTimes(double seconds, std::size_t most) {
     static constexpr std::array<double, 22> kSteps = {0.001, 0.002, 0.005, 0.01, 0.02, 0.05, 0.1, 0.2,
                                                       0.5,   1,     2,     5,    10,   20,   30,  60,

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "controller/report/RunTimeline.h"
+#include "results/Page.h"
 
 /// The pictures of a report, as inline SVG.
 namespace zelor::controller {
@@ -29,6 +30,6 @@ std::vector<double> axisTimes(double seconds, std::size_t most);
 std::string shortDuration(double seconds);
 
 /// The class that gives a state its colour.
-std::string stateClass(ProgressValue value);
+using results::stateClass;
 
 }  // namespace zelor::controller

@@ -1,19 +1,21 @@
-#include "controller/report/ReportPage.h"
+#include "results/Page.h"
 
-namespace zelor::controller {
+namespace zelor::results {
 
-const char* const kReportStyle = R"css(
+const char* const kPageStyle = R"css(
 :root {
   color-scheme: light dark;
   --page: #ffffff; --card: #f6f8fa; --text: #1f2328; --muted: #59636e; --line: #d1d9e0; --grid: #e7ebef;
   --good: #1a7f37; --bad: #cf222e; --stop: #9a6700; --file: #bc4c00; --content: #8250df; --request: #a33b8f;
   --fetch: #54aeff; --fetched: #b6e3ff; --install: #0969da; --wait: #afb8c1;
+  --link: #0550ae;
 }
 @media (prefers-color-scheme: dark) {
   :root {
     --page: #0d1117; --card: #161b22; --text: #e6edf3; --muted: #9198a1; --line: #3d444d; --grid: #21262d;
     --good: #3fb950; --bad: #f85149; --stop: #d29922; --file: #f0883e; --content: #a371f7; --request: #db61a2;
     --fetch: #58a6ff; --fetched: #1f4b7a; --install: #a5d6ff; --wait: #484f58;
+    --link: #79c0ff;
   }
 }
 @media print {
@@ -21,6 +23,7 @@ const char* const kReportStyle = R"css(
     --page: #ffffff; --card: #f6f8fa; --text: #000000; --muted: #59636e; --line: #c8d0d7; --grid: #e7ebef;
     --good: #1a7f37; --bad: #cf222e; --stop: #9a6700; --file: #bc4c00; --content: #8250df; --request: #a33b8f;
     --fetch: #54aeff; --fetched: #b6e3ff; --install: #0969da; --wait: #afb8c1;
+    --link: #0550ae;
   }
 }
 .s-success { --c: var(--good); }
@@ -41,7 +44,18 @@ body {
 }
 h1 { margin: 0; font-size: 28px; line-height: 1.25; letter-spacing: -0.01em; }
 h2 { margin: 44px 0 12px; font-size: 18px; line-height: 1.3; }
+h3 { margin: 32px 0 4px; font-size: 15.5px; line-height: 1.35; overflow-wrap: anywhere; }
+h1, .flags li { overflow-wrap: anywhere; }
 p { margin: 6px 0; }
+a { color: var(--link); text-decoration: none; }
+a:hover { text-decoration: underline; }
+.flags a { color: inherit; text-decoration: underline; }
+.detail:target h3 { outline: 2px solid var(--link); outline-offset: 5px; border-radius: 3px; }
+.names { margin: 6px 0; padding: 0; list-style: none; columns: 240px; column-gap: 24px; font-size: 13.5px; }
+.names li { overflow-wrap: anywhere; }
+.reasons { margin: 8px 0; padding: 0; list-style: none; font-size: 13.5px; }
+.reasons li { overflow-wrap: anywhere; }
+.reasons b { display: inline-block; min-width: 40px; margin-right: 8px; text-align: right; }
 .note { color: var(--muted); }
 .facts { margin: 14px 0 0; display: flex; flex-wrap: wrap; gap: 6px 28px; font-size: 13.5px; }
 .facts dt { display: inline; margin-right: 6px; color: var(--muted); }
@@ -85,9 +99,10 @@ th {
   font-weight: 600; text-align: left; white-space: nowrap;
 }
 td { padding: 8px 12px 8px 0; border-bottom: 1px solid var(--grid); vertical-align: top; }
+th.number, td.number { text-align: right; white-space: nowrap; }
 th.time, td.time { padding-right: 0; text-align: right; white-space: nowrap; }
-td.id { white-space: nowrap; }
-td.product { min-width: 190px; }
+td.id { min-width: 128px; overflow-wrap: anywhere; }
+td.product { min-width: 190px; overflow-wrap: anywhere; }
 td.product code { display: block; color: var(--muted); font-size: 12px; overflow-wrap: anywhere; }
 td.reason { width: 38%; overflow-wrap: anywhere; }
 td.state { white-space: nowrap; color: var(--c); font-weight: 600; }
@@ -116,12 +131,18 @@ footer { margin-top: 40px; padding-top: 12px; border-top: 1px solid var(--line);
   table, tbody { display: block; }
   tr { padding: 6px 0; border-bottom: 1px solid var(--grid); display: grid; grid-template-columns: auto 1fr auto; gap: 0 10px; }
   tr.has-said { padding-bottom: 2px; border-bottom: 0; }
-  td, th.time, td.time { padding: 0; border: 0; }
-  td.product { grid-column: 1 / -1; grid-row: 2; min-width: 0; overflow: hidden; }
-  td.product code { white-space: nowrap; overflow: hidden; text-overflow: ellipsis; font-size: 11px; }
+  td, th.number, td.number { text-align: right; white-space: nowrap; }
+th.time, td.time { padding: 0; border: 0; }
+  td.product { grid-column: 1 / -1; grid-row: 2; min-width: 0; }
+  td.product code { font-size: 11px; }
   td.state { grid-column: 1; }
-  td.id { overflow: hidden; text-overflow: ellipsis; }
+  td.id { min-width: 0; }
   td.reason { grid-column: 1 / -1; grid-row: 3; width: auto; color: var(--muted); font-size: 13px; }
+  .ranks tr { display: flex; flex-wrap: wrap; gap: 0 14px; }
+  .ranks td { flex: none; }
+  .ranks td.id, .ranks td.reason { flex: 1 0 100%; }
+  .ranks td.number { color: var(--muted); font-size: 13px; }
+  .ranks td.number[data-name]::before { content: attr(data-name) " "; }
   tr.said td:first-child { display: none; }
   tr.said td { grid-column: 1 / -1; }
   pre { max-height: 120px; padding: 6px 10px; font-size: 11.5px; }
@@ -150,4 +171,4 @@ footer { margin-top: 40px; padding-top: 12px; border-top: 1px solid var(--line);
 }
 )css";
 
-}  // namespace zelor::controller
+}  // namespace zelor::results
