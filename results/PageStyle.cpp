@@ -36,6 +36,7 @@ const char* const kPageStyle = R"css(
 .s-downloaded { --c: var(--fetched); }
 .s-installing { --c: var(--install); }
 .s-queued { --c: var(--wait); }
+.s-queued, .s-downloading, .s-downloaded { --state-text: var(--text); }
 * { box-sizing: border-box; }
 body {
   margin: 0 auto; padding: 40px 32px 56px; max-width: 1180px; background: var(--page); color: var(--text);
@@ -73,7 +74,7 @@ summary h2 { display: inline; margin: 0; }
   padding: 12px 16px 11px; border: 1px solid var(--line); border-left: 4px solid var(--c, var(--muted));
   border-radius: 8px; background: var(--card);
 }
-.count b { display: block; font-size: 27px; font-weight: 650; line-height: 1.2; color: var(--c, var(--text)); }
+.count b { display: block; font-size: 27px; font-weight: 650; line-height: 1.2; color: var(--state-text, var(--c, var(--text))); }
 .count span { color: var(--muted); font-size: 13.5px; white-space: nowrap; }
 .share { display: flex; gap: 2px; height: 10px; border-radius: 5px; overflow: hidden; }
 .share i { display: block; min-width: 3px; background: var(--c); }
@@ -105,7 +106,7 @@ td.id { min-width: 128px; overflow-wrap: anywhere; }
 td.product { min-width: 190px; overflow-wrap: anywhere; }
 td.product code { display: block; color: var(--muted); font-size: 12px; overflow-wrap: anywhere; }
 td.reason { width: 38%; overflow-wrap: anywhere; }
-td.state { white-space: nowrap; color: var(--c); font-weight: 600; }
+td.state { white-space: nowrap; color: var(--state-text, var(--c)); font-weight: 600; }
 td.state svg { width: 12px; height: 12px; margin-right: 7px; vertical-align: -1px; }
 td.state rect, td.state circle { fill: var(--c); }
 td.state path { fill: none; stroke: var(--c); stroke-width: 2.2; stroke-linecap: round; }
@@ -117,6 +118,7 @@ pre {
   border-left: 4px solid var(--c); border-radius: 6px; background: var(--card); font-size: 12.5px; line-height: 1.45;
   white-space: pre-wrap; overflow-wrap: anywhere;
 }
+footer code { overflow-wrap: anywhere; }
 footer { margin-top: 40px; padding-top: 12px; border-top: 1px solid var(--line); color: var(--muted); font-size: 13px; }
 @media screen and (max-width: 720px) {
   body { padding: 20px 14px 32px; font-size: 14px; }
@@ -129,10 +131,9 @@ footer { margin-top: 40px; padding-top: 12px; border-top: 1px solid var(--line);
   .count span { font-size: 12px; }
   thead { display: none; }
   table, tbody { display: block; }
-  tr { padding: 6px 0; border-bottom: 1px solid var(--grid); display: grid; grid-template-columns: auto 1fr auto; gap: 0 10px; }
+  tr { padding: 6px 0; border-bottom: 1px solid var(--grid); display: grid; grid-template-columns: auto minmax(0, 1fr) auto; gap: 0 10px; }
   tr.has-said { padding-bottom: 2px; border-bottom: 0; }
-  td, th.number, td.number { text-align: right; white-space: nowrap; }
-th.time, td.time { padding: 0; border: 0; }
+  td, th.time, td.time { padding: 0; border: 0; }
   td.product { grid-column: 1 / -1; grid-row: 2; min-width: 0; }
   td.product code { font-size: 11px; }
   td.state { grid-column: 1; }
@@ -153,7 +154,7 @@ th.time, td.time { padding: 0; border: 0; }
   body { max-width: none; padding: 0; font-size: 10.5pt; }
   h2 { break-after: avoid; margin-top: 24px; }
   .timeline { min-width: 0; }
-  .counts { grid-template-columns: repeat(auto-fit, minmax(84px, 1fr)); gap: 8px; }
+  .counts { grid-template-columns: repeat(auto-fit, minmax(118px, 1fr)); gap: 8px; }
   .count { padding: 8px 10px; }
   .count b { font-size: 17pt; }
   .count span { font-size: 8.5pt; }

@@ -17,7 +17,6 @@ using results::markSvg;
 
 namespace {
 
-constexpr std::size_t kLabelColumns = 34;
 constexpr std::size_t kOpenTimelineRows = 40;
 
 /// The requests that are shown, at most `most`: all in their order, or the most important ones.
@@ -175,7 +174,7 @@ class Page {
         for (const std::size_t request : shown) {
             const Result& result = report_.table.results()[request];
             const std::string label = requestLabel(*result.key);
-            rows.push_back({escapedMarkup(cutToColumns(label, kLabelColumns, "…")),
+            rows.push_back({escapedMarkup(timelineLabel(label)),
                             escapedMarkup(label) + " (" + markupText(*result.identifier) +
                                 "): " + stateName(result.value),
                             &report_.spans[request]});

@@ -17,6 +17,9 @@ struct TimelineRow {
     const std::vector<StateSpan>* spans;
 };
 
+/// The start of a printable text that fits before a row in whatever font, "…" at its end when it was cut.
+std::string timelineLabel(const std::string& printableText);
+
 /// Writes a row for each request, from the start of the run to its end, with a time axis.
 void writeTimeline(std::ostream& out, const std::vector<TimelineRow>& rows, double seconds);
 
