@@ -120,6 +120,9 @@ pre {
 }
 footer code { overflow-wrap: anywhere; }
 footer { margin-top: 40px; padding-top: 12px; border-top: 1px solid var(--line); color: var(--muted); font-size: 13px; }
+@media print, (min-width: 721px) {
+  .ranks .number + :not(.number) { padding-left: 20px; }
+}
 @media screen and (max-width: 720px) {
   body { padding: 20px 14px 32px; font-size: 14px; }
   h1 { font-size: 21px; }
