@@ -106,6 +106,7 @@ td.id { min-width: 128px; overflow-wrap: anywhere; }
 td.product { min-width: 190px; overflow-wrap: anywhere; }
 td.product code { display: block; color: var(--muted); font-size: 12px; overflow-wrap: anywhere; }
 td.reason { width: 38%; overflow-wrap: anywhere; }
+.proof { color: var(--c); }
 td.state { white-space: nowrap; color: var(--state-text, var(--c)); font-weight: 600; }
 td.state svg { width: 12px; height: 12px; margin-right: 7px; vertical-align: -1px; }
 td.state rect, td.state circle { fill: var(--c); }

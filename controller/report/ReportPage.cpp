@@ -204,6 +204,16 @@ class Page {
         out_ << "</tbody>\n</table></div>\n</section>\n";
     }
 
+    /// What the check says, when it says something.
+    std::string proofText(std::size_t request) const {
+        if (request >= report_.proofs.size() || !report_.proofs[request]) return "";
+        const Proof& proof = *report_.proofs[request];
+        if (proof.truth == Truth::unknown) return "";
+        const bool holds = proof.truth == Truth::holds;
+        return std::string("<p class=\"") + (holds ? "s-success" : "s-failed") + " proof\">" +
+               markupText((holds ? "verified: " : "does not hold: ") + proof.reason) + "</p>";
+    }
+
     void requestRow(std::size_t request) {
         const Result& result = report_.table.results()[request];
         const std::string kind = stateClass(result.value);
@@ -216,8 +226,8 @@ class Page {
              << kind << "\">" << markSvg(result.value) << stateName(result.value) << "</td><td class=\"id\">"
              << markupText(*result.identifier) << "</td><td class=\"product\">" << escapedMarkup(label)
              << "<code>" << markupText(*result.key) << "</code></td><td class=\"reason\">"
-             << markupText(reason.empty() ? applied : reason) << "</td><td class=\"time\">"
-             << (busy > 0 ? shortDuration(busy) : "") << "</td></tr>\n";
+             << markupText(reason.empty() ? applied : reason) << proofText(request)
+             << "</td><td class=\"time\">" << (busy > 0 ? shortDuration(busy) : "") << "</td></tr>\n";
         if (outcome.output.empty()) return;
         out_ << "<tr class=\"said\"><td></td><td colspan=\"4\"><pre class=\"" << kind << "\">"
              << markupText(outcome.output) << "</pre></td></tr>\n";
