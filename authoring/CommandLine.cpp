@@ -19,6 +19,7 @@ constexpr const char* kExamples = R"(Examples:
   zelor-content check repository --key keys/repository.pem
   zelor-content serve repository --port 8000
   zelor-content rehearse manifest.json --identifier CVE-2014-4459
+  zelor-content fleet results --out fleet.html
 
 A manifest is a list of entries; this one publishes a script and a package:
   [{"identifier": "CCE-26932-4", "platform": "cpe:/o:apple:mac_os_x",
@@ -26,11 +27,12 @@ A manifest is a list of entries; this one publishes a script and a package:
    {"identifier": "CVE-2014-4459", "platform": "cpe:/o:apple:mac_os_x",
     "product": "cpe:/a:example:editor", "file": "editor-2.1.pkg"}]
 
-Makes, verifies, serves and rehearses repositories of signed remediation content.)";
+Makes, verifies, serves and rehearses repositories of signed remediation content, and shows the results of many machines.)";
 
 constexpr const char* kExitStatuses = R"(Exit status:
   0    done; check: no errors
-  1    a failure; check: there are errors; import: no rule could be imported; status: something expires
+  1    a failure; check: there are errors; import: no rule could be imported; status: something expires;
+       fleet: a file could not be read
   2    unusable arguments, manifest, key, source or directory: nothing was changed
   130  rehearse: ended by a signal)";
 
@@ -99,6 +101,15 @@ Makes a manifest of public rules. Every rule that has a CCE identifier and a fix
 and, where the rule has one for bash, a check; the others are listed with the reason, on standard output and in
 import.json. Importing a newer release into the same directory shows what changed and gives changed entries new ERI ids.
 Review the scripts before you publish them.)";
+
+constexpr const char* kFleetHelp = R"(Examples:
+  zelor-content fleet results --out fleet.html
+  zelor-content fleet results/mac-1.json results/mac-2.json --out fleet.html
+
+Shows the results of many machines as one page of HTML, from the files that zelor-remediate run --json wrote: counts by
+state, the machines and the identifiers that fail most with their reasons, machines that need a restart. Of a directory
+all files named *.json are read, also in the directories below. Of several results of a machine the newest count. Files
+that cannot be read are listed with the reason, on the page and on standard error.)";
 
 using Action = std::function<int()>;
 
@@ -311,6 +322,17 @@ void addImport(CLI::App& app, ImportMscpOptions& mscp, ImportXccdfOptions& xccdf
     stream->callback([&] { action = [&] { return runImportXccdf(xccdf); }; });
 }
 
+void addFleet(CLI::App& app, FleetOptions& options, Action& action) {
+    CLI::App* command = app.add_subcommand("fleet", kFleetHelp);
+    command->add_option("RESULTS", options.results, "Files with results, and directories of them")
+        ->required()
+        ->type_name("");
+    command->add_option("--out", options.out, "File for the page; - is standard output")
+        ->type_name("FILE.html")
+        ->capture_default_str();
+    command->callback([&] { action = [&] { return runFleet(options); }; });
+}
+
 /// The list of commands shows the first sentence of each help.
 std::string shortened(const CLI::App* command) {
     const std::string text = command->get_description();
@@ -336,8 +358,9 @@ void refuseUnknownCommand(const CLI::App& app, const std::vector<std::string>& a
     if (arguments.empty() || arguments[0].rfind('-', 0) == 0) return;
     const auto named = [&](const CLI::App* command) { return command->get_name() == arguments[0]; };
     if (!app.get_subcommands(named).empty()) return;
-    throw UsageError("there is no command \"" + arguments[0] +
-                     "\"; use keygen, import, publish, refresh, rotate, status, serve, check or rehearse");
+    throw UsageError(
+        "there is no command \"" + arguments[0] +
+        "\"; use keygen, import, publish, refresh, rotate, status, serve, check, rehearse or fleet");
 }
 
 }  // namespace
@@ -356,6 +379,7 @@ int runContentTool(const std::vector<std::string>& arguments) {
     ServeOptions serveOptions;
     CheckOptions checkOptions;
     RehearseOptions rehearseOptions;
+    FleetOptions fleetOptions;
     ImportMscpOptions mscpOptions;
     ImportXccdfOptions xccdfOptions;
     Action action;
@@ -368,6 +392,7 @@ int runContentTool(const std::vector<std::string>& arguments) {
     addServe(app, serveOptions, action);
     addCheck(app, checkOptions, action);
     addRehearse(app, rehearseOptions, action);
+    addFleet(app, fleetOptions, action);
     try {
         refuseUnknownCommand(app, arguments);
         app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));

@@ -13,7 +13,8 @@ namespace exitStatus {
 /// The command succeeded; failed on the way; cannot use its arguments, manifest, key or directory, and has
 /// changed nothing; was interrupted.
 constexpr int kGood = 0;
-constexpr int kFailed = 1;  ///< also: check found errors, status a role to sign, import no rule to import
+constexpr int kFailed = 1;  ///< also: check found errors, status a role to sign, import no rule to import,
+                            ///< fleet files that cannot be read
 constexpr int kUnusable = 2;
 constexpr int kInterrupted = 130;  ///< rehearse, by a signal
 }  // namespace exitStatus
@@ -139,6 +140,14 @@ struct RehearseOptions {
 };
 /// SIGINT, SIGTERM and SIGHUP must not be handled elsewhere in the process.
 int runRehearse(const RehearseOptions& options);
+
+/// Shows the results of many machines on one page: `results` are files and directories, `out` is the file of
+/// the page, "-": standard output.
+struct FleetOptions {
+    std::vector<std::string> results;
+    std::string out = "-";
+};
+int runFleet(const FleetOptions& options);
 
 /// Runs the author's tool with the arguments after its name; messages go to standard error. Returns the exit
 /// status.

@@ -1,14 +1,11 @@
-#include <sys/stat.h>
-
 #include <iostream>
 #include <nlohmann/json.hpp>
 #include <optional>
 
 #include "authoring/Commands.h"
-#include "authoring/UsageError.h"
+#include "authoring/OutputFile.h"
 #include "authoring/checks/RepositoryCheck.h"
 #include "authoring/checks/SarifReport.h"
-#include "base/StagedFile.h"
 
 namespace zelor::authoring {
 
@@ -37,35 +34,16 @@ void printText(const CheckReport& report) {
               << ", " << amount(report.findings.size() - errors, "warning", "warnings") << '\n';
 }
 
-/// Opened before the check, so that an output that cannot be written is refused at once. Replacing a link, a
-/// pipe or a device by a file would surprise.
-std::optional<base::StagedFile> sarifFile(const std::string& path) {
-    if (path.empty() || path == "-") return std::nullopt;
-    struct stat info {};
-    if (::lstat(path.c_str(), &info) == 0 && !S_ISREG(info.st_mode))
-        throw UsageError("--sarif: " + path +
-                         " is not a regular file; name another file, or - for standard output");
-    try {
-        return std::optional<base::StagedFile>(std::in_place, path);
-    } catch (const std::runtime_error& e) {
-        throw UsageError(std::string("--sarif: ") + e.what() + "; name a file in a directory that exists");
-    }
-}
-
 }  // namespace
 
 int runCheck(const CheckOptions& options) {
-    std::optional<base::StagedFile> sarif = sarifFile(options.sarif);
+    std::optional<OutputFile> sarif;
+    if (!options.sarif.empty()) sarif.emplace(options.sarif, "--sarif");
     const CheckReport report = checkRepository(options.directory, options.key, options.manifests);
-    if (sarif) {
-        sarif->write(sarifReport(report));
-        sarif->commit();
-    }
-    if (options.sarif == "-") {
-        std::cout << sarifReport(report);
-    } else if (options.json) {
+    if (sarif) sarif->write(sarifReport(report));
+    if (options.json) {
         printJson(report);
-    } else {
+    } else if (options.sarif != "-") {
         printText(report);
     }
     const bool failed = anyError(report.findings) || (options.warningsAsErrors && !report.findings.empty());

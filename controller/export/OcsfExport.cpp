@@ -78,6 +78,12 @@ ordered_json eventOf(const ExportedRun& run, const ExportedRequest& request) {
         {"remediation", {{"desc", "The content of " + request.identifier + " for " + label}}},
         {"unmapped", {{"identifier", request.identifier}, {"key", request.key}}}};
     if (!request.detail.empty()) event["status_detail"] = request.detail;
+    if (request.verified == results::Verified::noCheck) return event;
+    const bool unknown = request.verified == results::Verified::unknown;
+    ordered_json& unmapped = event["unmapped"];
+    unmapped["verified"] =
+        unknown ? ordered_json(nullptr) : ordered_json(request.verified == results::Verified::holds);
+    if (!request.verifiedReason.empty()) unmapped["verified_reason"] = request.verifiedReason;
     return event;
 }
 

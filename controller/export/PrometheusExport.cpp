@@ -1,3 +1,4 @@
+#include <array>
 #include <iomanip>
 #include <map>
 #include <sstream>
@@ -47,10 +48,22 @@ void writeStates(std::ostream& out, const ExportedRun& run) {
         out << "zelor_remediation_requests{state=" << labelValue(state) << "} " << count << '\n';
 }
 
+void writeVerified(std::ostream& out, const ExportedRun& run) {
+    std::array<std::size_t, 4> counts{};
+    for (const ExportedRequest& request : run.requests)
+        ++counts.at(static_cast<std::size_t>(request.verified));
+    head(out, "zelor_remediation_verified_requests", "Requests by what their check says after the last run.");
+    const std::array<const char*, 4> names = {"no-check", "true", "false", "unknown"};
+    for (std::size_t i = 0; i < names.size(); ++i)
+        out << "zelor_remediation_verified_requests{verified=\"" << names.at(i) << "\"} " << counts.at(i)
+            << '\n';
+}
+
 }  // namespace
 
 void writePrometheus(std::ostream& out, const ExportedRun& run) {
     writeStates(out, run);
+    writeVerified(out, run);
     gauge(out, "last_run_timestamp_seconds", "When the last run ended, in seconds since 1970.",
           static_cast<double>(std::chrono::system_clock::to_time_t(run.finished)));
     gauge(out, "last_run_duration_seconds", "How long the last run took.", run.seconds);

@@ -69,12 +69,24 @@ void writeRule(std::ostream& out, const ExportedRequest& request) {
         << identText(request) << "\n  </Rule>\n";
 }
 
+/// The result stays that of the run; what the check says is beside it.
+void writeProof(std::ostream& out, const ExportedRequest& request) {
+    if (request.verified == results::Verified::noCheck) return;
+    const char* says = request.verified == results::Verified::holds   ? "it holds"
+                       : request.verified == results::Verified::fails ? "it does not hold"
+                                                                      : "cannot decide whether it holds";
+    out << "      <message severity=\"" << (request.verified == results::Verified::holds ? "info" : "warning")
+        << "\">check after the run: " << says << (request.verifiedReason.empty() ? "" : ": ")
+        << markupText(request.verifiedReason) << "</message>\n";
+}
+
 void writeResult(std::ostream& out, const ExportedRun& run, const ExportedRequest& request) {
     out << "    <rule-result idref=\"" << ruleId(request) << "\" time=\"" << utcText(endOf(run, request))
         << "\">\n      <result>" << xccdfResult(request) << "</result>\n      " << identText(request) << '\n';
     if (!request.detail.empty())
         out << "      <message severity=\"" << messageSeverity(request) << "\">" << markupText(request.detail)
             << "</message>\n";
+    writeProof(out, request);
     out << "    </rule-result>\n";
 }
 

@@ -12,12 +12,13 @@
 #include "controller/run/ResultTable.h"
 #include "controller/run/RunRecord.h"
 #include "controller/verify/Proof.h"
+#include "results/Run.h"
 
 /// The results of a run as JSON; docs/results.schema.json describes them.
 namespace zelor::controller {
 
-/// The version of the format; raised when something in it is changed or removed.
-inline constexpr int kResultSchema = 1;
+/// The version of the format.
+using results::kResultSchema;
 
 /// What a run reports besides the values.
 struct RunFlags {

@@ -8,29 +8,16 @@
 #include "controller/live/PlainLines.h"
 #include "controller/report/ReportTimeline.h"
 #include "remediation/Version.h"
+#include "results/Page.h"
 
 namespace zelor::controller {
 
+using results::dateText;
+using results::markSvg;
+
 namespace {
 
-constexpr std::size_t kLabelColumns = 34;
 constexpr std::size_t kOpenTimelineRows = 40;
-
-/// "2026-11-21 10:15:02 UTC"
-std::string dateText(std::chrono::system_clock::time_point time) {
-    std::string text = utcText(time);
-    std::replace(text.begin(), text.end(), 'T', ' ');
-    return text.substr(0, text.size() - 1) + " UTC";
-}
-
-/// The mark of a state as a picture of twelve units, the same shapes as in the timeline.
-std::string markSvg(ProgressValue value) {
-    const char* shape = "<path d=\"M2.5 2.5L9.5 9.5M2.5 9.5L9.5 2.5\"/>";
-    if (value == kSuccessValue) shape = "<circle cx=\"6\" cy=\"6\" r=\"4.5\"/>";
-    if (value == kAbortedValue || !isResult(value))
-        shape = "<rect x=\"2\" y=\"2\" width=\"8\" height=\"8\" rx=\"1\"/>";
-    return std::string("<svg viewBox=\"0 0 12 12\" aria-hidden=\"true\">") + shape + "</svg>";
-}
 
 /// The requests that are shown, at most `most`: all in their order, or the most important ones.
 std::vector<std::size_t> chosenRequests(const RunReport& report, std::size_t most) {
@@ -65,15 +52,8 @@ class Page {
   private:
     void head() {
         const std::string when = dateText(report_.facts.started);
-        out_ << "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\"/>\n"
-                "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; style-src "
-                "'unsafe-inline'\"/>\n"
-                "<meta name=\"viewport\" content=\"width=device-width, "
-                "initial-scale=1\"/>\n<title>Remediation "
-                "of "
-             << markupText(report_.facts.host) << ", " << when << "</title>\n<style>" << kReportStyle
-             << "</style>\n</head>\n<body>\n<header>\n<h1>Remediation of " << markupText(report_.facts.host)
-             << "</h1>\n";
+        results::writePageHead(out_, "Remediation of " + report_.facts.host + ", " + when);
+        out_ << "<header>\n<h1>Remediation of " << markupText(report_.facts.host) << "</h1>\n";
         facts(when);
         const std::string restart = restartText(report_.flags);
         const std::string outage = outageText(report_.flags.outage);
@@ -194,7 +174,7 @@ class Page {
         for (const std::size_t request : shown) {
             const Result& result = report_.table.results()[request];
             const std::string label = requestLabel(*result.key);
-            rows.push_back({escapedMarkup(cutToColumns(label, kLabelColumns, "…")),
+            rows.push_back({escapedMarkup(timelineLabel(label)),
                             escapedMarkup(label) + " (" + markupText(*result.identifier) +
                                 "): " + stateName(result.value),
                             &report_.spans[request]});
@@ -224,6 +204,16 @@ class Page {
         out_ << "</tbody>\n</table></div>\n</section>\n";
     }
 
+    /// What the check says, when it says something.
+    std::string proofText(std::size_t request) const {
+        if (request >= report_.proofs.size() || !report_.proofs[request]) return "";
+        const Proof& proof = *report_.proofs[request];
+        if (proof.truth == Truth::unknown) return "";
+        const bool holds = proof.truth == Truth::holds;
+        return std::string("<p class=\"") + (holds ? "s-success" : "s-failed") + " proof\">" +
+               markupText((holds ? "verified: " : "does not hold: ") + proof.reason) + "</p>";
+    }
+
     void requestRow(std::size_t request) {
         const Result& result = report_.table.results()[request];
         const std::string kind = stateClass(result.value);
@@ -236,8 +226,8 @@ class Page {
              << kind << "\">" << markSvg(result.value) << stateName(result.value) << "</td><td class=\"id\">"
              << markupText(*result.identifier) << "</td><td class=\"product\">" << escapedMarkup(label)
              << "<code>" << markupText(*result.key) << "</code></td><td class=\"reason\">"
-             << markupText(reason.empty() ? applied : reason) << "</td><td class=\"time\">"
-             << (busy > 0 ? shortDuration(busy) : "") << "</td></tr>\n";
+             << markupText(reason.empty() ? applied : reason) << proofText(request)
+             << "</td><td class=\"time\">" << (busy > 0 ? shortDuration(busy) : "") << "</td></tr>\n";
         if (outcome.output.empty()) return;
         out_ << "<tr class=\"said\"><td></td><td colspan=\"4\"><pre class=\"" << kind << "\">"
              << markupText(outcome.output) << "</pre></td></tr>\n";

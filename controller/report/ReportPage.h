@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <functional>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -24,6 +25,7 @@ struct RunReport {
     std::string logFile;
     std::function<std::string(const Result&)> reasonOf;
     std::function<Outcome(const Result&)> outcomeOf;
+    std::vector<std::optional<Proof>> proofs{};  ///< by request; none at all: nothing was checked
 };
 
 /// The most rows of the table and of the timeline. Of more requests, those that did not succeed are shown
@@ -33,8 +35,5 @@ inline constexpr std::size_t kReportTimelineRows = 300;
 
 /// Writes the whole page. Errors are left in the stream's state.
 void writeReportPage(std::ostream& out, const RunReport& report);
-
-/// The style sheet of a report: light and dark by the reader's preference, light on paper.
-extern const char* const kReportStyle;
 
 }  // namespace zelor::controller

@@ -5,6 +5,8 @@
 #include <cmath>
 #include <cstdio>
 
+#include "base/Strings.h"
+#include "base/Utf8.h"
 #include "controller/States.h"
 #include "controller/Text.h"
 
@@ -15,6 +17,8 @@ namespace {
 constexpr double kWidth = 1080;
 constexpr double kLabelWidth = 250;
 constexpr double kTailWidth = 70;  ///< for the duration behind a row
+constexpr double kLabelGap = 14;   ///< between a label and the drawing
+constexpr double kLabelFont = 12.5;
 constexpr double kAxisHeight = 26;
 constexpr double kLeastSpan = 2;
 
@@ -97,9 +101,9 @@ void writeSpans(std::ostream& out, const std::vector<StateSpan>& spans, const Sc
 void writeRow(std::ostream& out, const TimelineRow& row, const Scale& scale, double y, double height) {
     const double middle = y + height / 2;
     const double bar = std::min(height * 0.55, 12.0);
-    out << "<g><title>" << row.title << "</title><text class=\"label\" x=\"" << number(kLabelWidth - 14)
-        << "\" y=\"" << number(middle + height * 0.18) << "\" font-size=\""
-        << number(std::min(height * 0.62, 12.5)) << "\">" << row.label << "</text>";
+    out << "<g><title>" << row.title << "</title><text class=\"label\" x=\""
+        << number(kLabelWidth - kLabelGap) << "\" y=\"" << number(middle + height * 0.18) << "\" font-size=\""
+        << number(std::min(height * 0.62, kLabelFont)) << "\">" << row.label << "</text>";
     writeSpans(out, *row.spans, scale, middle, bar);
     if (!row.spans->empty()) {
         const StateSpan& last = row.spans->back();
@@ -122,8 +126,23 @@ std::string shortDuration(double seconds) {
     return seconds < 0.9995 ? std::to_string(std::lround(seconds * 1000)) + " ms" : durationText(seconds);
 }
 
-std::string stateClass(ProgressValue value) {
-    return "s-" + stateName(value);
+std::string timelineLabel(const std::string& printableText) {
+    // In sizes of the font, as in the widest of the usual ones.
+    const auto width = [](const std::string& letter) {
+        const bool capital = letter.size() == 1 && letter[0] >= 'A' && letter[0] <= 'Z';
+        if (base::contains("MWmw@%", letter)) return 1.0;
+        if (letter.size() == 1) return capital ? 0.8 : 0.65;
+        return columnsOf(letter) > 1 ? 1.5 : 0.9;
+    };
+    double room = (kLabelWidth - kLabelGap) / kLabelFont - 1;  // the mark of a cut takes 1
+    std::size_t fits = 0, at = 0;
+    while (at < printableText.size() && room >= 0) {
+        fits = at;
+        const std::size_t bytes = base::characterAt(printableText, at).bytes;
+        room -= width(printableText.substr(at, bytes));
+        at += bytes;
+    }
+    return room >= 0 ? printableText : printableText.substr(0, fits) + "…";
 }
 
 std::vector<double> axisTimes(double seconds, std::size_t most) {

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "controller/report/RunTimeline.h"
+#include "results/Page.h"
 
 /// The pictures of a report, as inline SVG.
 namespace zelor::controller {
@@ -15,6 +16,9 @@ struct TimelineRow {
     std::string title;  ///< escaped
     const std::vector<StateSpan>* spans;
 };
+
+/// The start of a printable text that fits before a row in whatever font, "…" at its end when it was cut.
+std::string timelineLabel(const std::string& printableText);
 
 /// Writes a row for each request, from the start of the run to its end, with a time axis.
 void writeTimeline(std::ostream& out, const std::vector<TimelineRow>& rows, double seconds);
@@ -29,6 +33,6 @@ std::vector<double> axisTimes(double seconds, std::size_t most);
 std::string shortDuration(double seconds);
 
 /// The class that gives a state its colour.
-std::string stateClass(ProgressValue value);
+using results::stateClass;
 
 }  // namespace zelor::controller

@@ -112,8 +112,8 @@ class Run {
         listeners_.clear();
         facts_.finished = std::chrono::system_clock::now();
         facts_.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        // Exports have no place for it.
-        if (!options_.json.empty())
+        // Checks take their time: they are run for those who can see what they say.
+        if (!options_.json.empty() || !options_.exports.empty() || !options_.report.empty())
             proveResults([&] { return end_ != EarlyEnd::none || signals.endAsked() || deadline.passed(); });
         const bool cancelled = end_ != EarlyEnd::none;
         if (!finish() && !cancelled) return exitStatus::kOutputFailed;
@@ -202,10 +202,21 @@ class Run {
         if (eventOutput_) written &= isWritten(eventOutput_->problem());
         if (!options_.talk.quiet) {
             const std::string summary = runSummary(table_, valuesBeforeCancel(), flags,
-                                                   paths_.settings->values().logFile, facts_.seconds);
+                                                   paths_.settings->values().logFile, facts_.seconds) +
+                                        disprovedText();
             written &= isWritten(writeTalk(talkFd_, summary));
         }
         return written;
+    }
+
+    std::string disprovedText() const {
+        std::size_t disproved = 0;
+        for (std::size_t i = 0; i < proofs_.size(); ++i) {
+            const bool success = table_.results()[i].value == kSuccessValue;
+            disproved += success && proofs_[i] && proofs_[i]->truth == Truth::fails ? 1 : 0;
+        }
+        if (disproved == 0) return "";
+        return "Successes that their check disproves: " + std::to_string(disproved) + ".\n";
     }
 
     std::vector<ProgressValue> valuesBeforeCancel() const {
@@ -271,6 +282,7 @@ class Run {
                          facts_, paths_.settings->values().logFile,        {},    {}};
         report.reasonOf = [this](const Result& result) { return record_.reason(result); };
         report.outcomeOf = [this](const Result& result) { return record_.outcome(result); };
+        report.proofs = proofs_;
         return writeOutput(options_.report, [&](std::ostream& out) { writeReportPage(out, report); });
     }
 
@@ -285,7 +297,7 @@ class Run {
     RemediationManager manager_;
     std::unique_ptr<LineOutput> eventOutput_;
     RunTimeline timeline_;
-    std::vector<std::optional<Proof>> proofs_;  ///< by request, where results are written
+    std::vector<std::optional<Proof>> proofs_;  ///< by request, where outputs show them
     EarlyEnd end_ = EarlyEnd::none;
     std::vector<std::unique_ptr<RunListener>> listeners_;
 };

@@ -113,6 +113,30 @@ TEST(Export, EscapesEveryText) {
     EXPECT_THAT(metrics, HasSubstr("\nzelor_remediation_reboot_needed 1\n"));
 }
 
+TEST(Export, ShowsWhatChecksProve) {
+    const std::vector<std::pair<json, std::string>> cases = {
+        {true, "check after the run: it holds: why <&>"},
+        {false, "check after the run: it does not hold: why <&>"},
+        {nullptr, "check after the run: cannot decide whether it holds: why <&>"}};
+    const test::JsonSchema schema = schemaIn(ZELOR_OCSF_SCHEMA);
+    for (const auto& [verified, message] : cases) {
+        json checked = request(4, "now");
+        checked["verified"] = verified;
+        checked["verifiedReason"] = "why <&>";
+        const json document = results({{"cpe:/o:x", checked}});
+        pugi::xml_document xml;
+        ASSERT_TRUE(xml.load_string(exported(document, ExportFormat::xccdf).c_str()));
+        EXPECT_EQ(xml.select_node("//message").node().child_value(), message);
+        EXPECT_STREQ(xml.select_node("//rule-result/result").node().child_value(), "fixed");
+        const json event = json::parse(exported(document, ExportFormat::ocsf));
+        EXPECT_EQ(schema.problem(event), "");
+        EXPECT_EQ(event["unmapped"]["verified"], verified);
+        const std::string name = verified.is_null() ? "unknown" : verified.dump();
+        EXPECT_THAT(exported(document, ExportFormat::prometheus),
+                    HasSubstr("verified_requests{verified=\"" + name + "\"} 1\n"));
+    }
+}
+
 TEST(Export, RefusesWhatIsNoResults) {
     const auto with = [](const char* path, const json& value) {
         json document = results({{"k", request(4)}});
@@ -122,6 +146,7 @@ TEST(Export, RefusesWhatIsNoResults) {
     const std::map<std::string, std::string> cases = {
         {"", "byte 1: not valid JSON"},
         {"[]", "the text is not an object"},
+        {"[1e999]", "too large"},
         {"{}", "it has no member \"schema\""},
         {with("/schema", 2), "its format is 2, not 1"},
         {with("/requests", json::object()), "it has no requests"},

@@ -1,6 +1,7 @@
 #include <sys/stat.h>
 
 #include "agent/trust/Sha256.h"
+#include "base/Strings.h"
 #include "tests/support/DripServer.h"
 #include "tests/tools/ControllerFixture.h"
 #include "tests/tools/JsonSchema.h"
@@ -183,8 +184,9 @@ TEST_F(VerifyTest, NoLieOfAToolIsVerified) {
         SCOPED_TRACE(lie.name);
         const std::string key = prepare(lie, std::to_string(++number));
         const std::string kind = lie.kind == Kind::script ? "CCE-" : "CVE-";
-        on("run", {{key, kind + std::to_string(number)}},
-           {"--quiet", "--json", fixture.dir / "results.json"});
+        const ControllerRun run =
+            on("run", {{key, kind + std::to_string(number)}},
+               {"--json", fixture.dir / "results.json", "--report", fixture.dir / "report.html"});
         const json results = readJson("results.json");
         EXPECT_EQ(test::JsonSchema(json::parse(readFile(ZELOR_RESULTS_SCHEMA))).problem(results), "");
         const json& request = results.at("requests").at(key);
@@ -192,6 +194,12 @@ TEST_F(VerifyTest, NoLieOfAToolIsVerified) {
         ASSERT_TRUE(request.contains("verified")) << request;
         EXPECT_EQ(request.at("verified"), lie.verified) << request;
         EXPECT_NE(request.at("verifiedReason"), "");
+        const bool disproved = lie.verified == json(false);
+        const std::string page = readFile(fixture.dir / "report.html");
+        EXPECT_EQ(base::contains(page, ">does not hold: "), disproved);
+        EXPECT_EQ(base::contains(page, ">verified: "), lie.verified == json(true));
+        EXPECT_EQ(base::contains(run.out + run.err, "Successes that their check disproves: 1."),
+                  disproved && lie.value == 4);
     }
 }
 
