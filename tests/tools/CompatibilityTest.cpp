@@ -20,7 +20,7 @@ struct CompatibilityTest : test::Authoring {
     std::string metadataKeys = dir / "metadata-keys", mac;
 
     CompatibilityTest() {
-        contentTool({"keygen", "--out", metadataKeys, "--role", "all"});
+        test::contentTool({"keygen", "--out", metadataKeys, "--role", "all"});
         writeFile(source + "/manifest.json",
                   R"([{"identifier": "CCE-1", "platform": "cpe:/o:apple:mac_os_x", "file": "lock.bsh"}])");
         writeFile(dir / "requests.json", R"({"cpe:/o:apple:mac_os_x||lock": "CCE-1"})");
