@@ -12,9 +12,11 @@ namespace zelor::remediation {
 /// Refers to the request's key, which must outlive it.
 class ProgressKey {
   public:
+    /// Of that request key.
     explicit ProgressKey(const std::string& requestKey);
     ProgressKey(const ProgressKey&) = delete;
     ProgressKey& operator=(const ProgressKey&) = delete;
+    /// As long as this object.
     const std::string& text() const { return *text_; }
 
   private:
