@@ -128,6 +128,7 @@ Run runOf(const Members& members) {
     run.rebootNeeded = members.flag("rebootNeeded");
     run.restartNeededByThisRun = members.flag("restartNeededByThisRun");
     run.scanNeeded = members.flag("scanNeeded");
+    if (members.has("contentSigned")) run.contentSigned = members.time("contentSigned");
     run.end = members.text("end");
     const json& requests = members.at("requests");
     if (!requests.is_object() || requests.empty()) members.fail("it has no requests");

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -44,6 +45,8 @@ struct Run {
     bool rebootNeeded = false;
     bool restartNeededByThisRun = false;
     bool scanNeeded = false;
+    /// When the repository last signed what it has; nothing when that is not known.
+    std::optional<std::chrono::system_clock::time_point> contentSigned;
     std::string end;  ///< "complete", "cancelled" or "time-limit"
 };
 

@@ -349,10 +349,13 @@ base::Result<std::string> Client::download(const TargetFile& target, Fetcher& ta
 std::vector<RoleState> Client::roles() const {
     std::vector<RoleState> states;
     const auto add = [&](const char* role, const Header& header) {
-        states.push_back({role, header.version, header.expires});
+        states.push_back({role, header.version, header.expires, 0});
     };
     if (root_) add(kRootRole, *root_);
-    if (timestamp_) add(kTimestampRole, *timestamp_);
+    if (timestamp_) {
+        add(kTimestampRole, *timestamp_);
+        states.back().signedAt = timestamp_->signedAt;
+    }
     if (snapshot_) add(kSnapshotRole, snapshot_->content);
     if (targets_) add(kTargetsRole, *targets_);
     return states;

@@ -67,6 +67,7 @@ struct RoleState {
     std::string role;
     std::int64_t version = 0;
     Time expires = 0;
+    Time signedAt = 0;  ///< when it was signed, as far as it says so: only a timestamp does; 0: not known
 };
 
 /// One update of what is known of one repository. Failures are one line with role, version, cause and remedy;

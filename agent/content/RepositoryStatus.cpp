@@ -40,6 +40,7 @@ KeptIndex keptIndex(const std::string& installPath) {
     if (!silent && !refusal.empty()) kept.warnings.push_back(refusal);
     for (const trust::RoleState& role : client.roles()) {
         kept.roles.push_back({role.role, role.version, trust::timeText(role.expires)});
+        if (role.signedAt != 0) kept.signedAt = trust::timeText(role.signedAt);
         const auto fresh = trust::requireFresh(role.role, {role.version, role.expires}, client.now());
         if (!silent && !fresh && fresh.error().text != refusal) kept.warnings.push_back(fresh.error().text);
     }

@@ -69,6 +69,11 @@ void writePrometheus(std::ostream& out, const ExportedRun& run) {
     gauge(out, "last_run_duration_seconds", "How long the last run took.", run.seconds);
     gauge(out, "last_run_complete", "Whether the last run went on to its end.",
           run.end == "complete" ? 1 : 0);
+    if (run.contentSigned) {
+        const std::chrono::duration<double> age = run.finished - *run.contentSigned;
+        gauge(out, "content_age_seconds",
+              "How old the repository's signed index was when the last run ended.", age.count());
+    }
     gauge(out, "reboot_needed", "Whether content that is applied asks for a restart.",
           run.rebootNeeded ? 1 : 0);
     gauge(out, "restart_needed_by_last_run", "Whether what the last run applied needs a restart.",

@@ -86,6 +86,7 @@ void writeResultJson(std::ostream& out, const ResultTable& table, const RunFlags
     if (!flags.outage.reason.empty())
         end["outage"] = {{"reason", flags.outage.reason}, {"requests", flags.outage.requests}};
     if (!flags.warnings.empty()) end["warnings"] = flags.warnings;
+    if (!flags.contentSigned.empty()) end["contentSigned"] = flags.contentSigned;
     out << "\n}, " << members(end) << "}\n";
 }
 

@@ -30,6 +30,7 @@ struct RunFlags {
     std::string endReason{};  ///< printable; "" unless the run ended at its time limit
     Outage outage{};
     std::vector<std::string> warnings{};  ///< printable; not about a single request
+    std::string contentSigned{};  ///< when the content was current, as a time of the results; "" if unknown
 };
 
 /// Where and when the run took place.

@@ -195,6 +195,7 @@ class Run {
                        outage()};
         for (const std::string& warning : agent::indexWarnings(paths_.installPath))
             flags.warnings.push_back(base::printable(warning));
+        flags.contentSigned = agent::keptIndex(paths_.installPath).signedAt;
         bool written = true;
         if (!options_.json.empty()) written &= isWritten(writeResults(flags));
         if (!options_.exports.empty()) written &= isWritten(writeExports(flags));

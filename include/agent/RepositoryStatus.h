@@ -28,6 +28,8 @@ struct KeptIndex {
     };
     bool configured = false;  ///< the settings name a root
     std::vector<Role> roles;  ///< empty when there is none yet
+    /// When the repository last signed what it has, as YYYY-MM-DDTHH:MM:SSZ; "" when it does not say.
+    std::string signedAt;
     /// As of `indexWarnings`, for what is kept now, and why the last answer of the repository was refused.
     std::vector<std::string> warnings;
 };

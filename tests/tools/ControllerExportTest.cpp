@@ -89,7 +89,7 @@ TEST(Export, EscapesEveryText) {
     json failed = request(13);
     failed["reason"] = failed["identifier"] = kHostile;
     failed["beforeCancel"] = {{"value", 5}, {"state", "failed"}, {"reason", kHostile}};
-    const json document = results({{kHostile, failed}, {"cpe:/o:y", request(4, "now")}});
+    json document = results({{kHostile, failed}, {"cpe:/o:y", request(4, "now")}});
     const std::string text = exported(document, ExportFormat::xccdf);
     for (const char* raw : {"]]>", "\x01", "\x1b", "\xe2\x80\xae", "\xef\xbf\xbe"})
         EXPECT_EQ(text.find(raw), std::string::npos) << raw;
@@ -104,7 +104,10 @@ TEST(Export, EscapesEveryText) {
     EXPECT_EQ(json::parse(line)["device"]["hostname"], kHostile) << "JSON keeps what it can escape";
     ASSERT_TRUE(std::getline(lines, line));
     EXPECT_FALSE(std::getline(lines, line));
+    EXPECT_EQ(exported(document, ExportFormat::prometheus).find("content_age"), std::string::npos);
+    document["contentSigned"] = "2026-11-20T10:15:05Z";
     const std::string metrics = exported(document, ExportFormat::prometheus);
+    EXPECT_THAT(metrics, HasSubstr("\nzelor_remediation_content_age_seconds 86400\n"));
     EXPECT_THAT(metrics, HasSubstr(",host=\"cpe:/a:x||]]><&\\\"'\\\\?{}??[31m ? ?\","));
     EXPECT_THAT(metrics, HasSubstr("requests{state=\"aborted\"} 1\n"));
     EXPECT_THAT(metrics, HasSubstr("requests{state=\"failed\"} 0\n"));

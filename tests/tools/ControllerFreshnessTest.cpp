@@ -15,11 +15,13 @@ const json kRequests = {{"cpe:/o:x", "CCE-1"}};
 
 struct ControllerFreshness : ControllerTest {
     trust::Repository index;
+    const std::string signedAt = trust::timeText(std::time(nullptr) - 4 * trust::kDay);
 
     ControllerFreshness() {
         fixture.addScript("CCE-1", "good", "exit 0\n");
         for (const char* role : {"root", "timestamp", "snapshot", "targets"})
             expire(role, 10);
+        index.content["timestamp"]["signed_at"] = signedAt;
         index.sign("root");
         index.addTarget("targets", "content/CCE-1.xml", readFile(fixture.dir / "repo/content/CCE-1.xml"));
         writeFile(fixture.dir / "etc/zelor/root.json", index.files.at("1.root.json"));
@@ -54,7 +56,9 @@ struct ControllerFreshness : ControllerTest {
 TEST_F(ControllerFreshness, WarningsAreInPlanStatusResultsReportAndLog) {
     publish();
     EXPECT_EQ(run().status, 0);
-    EXPECT_FALSE(readJson("results.json").contains("warnings"));
+    const json good = readJson("results.json");
+    EXPECT_FALSE(good.contains("warnings"));
+    EXPECT_EQ(good.value("contentSigned", ""), signedAt);
     EXPECT_THAT(at("status").out, HasSubstr("timestamp  version 6, until "));
 
     expire("timestamp", -3);
@@ -74,6 +78,7 @@ TEST_F(ControllerFreshness, WarningsAreInPlanStatusResultsReportAndLog) {
         said(ran.out);
         const json results = readJson("results.json");
         EXPECT_EQ(JsonSchema(json::parse(readFile(ZELOR_RESULTS_SCHEMA))).problem(results), "");
+        EXPECT_EQ(results.value("contentSigned", ""), signedAt) << word;
         said(results.value("warnings", json::array()).dump());
         if (required) {
             EXPECT_EQ(results["requests"]["cpe:/o:x"]["value"], 6);
