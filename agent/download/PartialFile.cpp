@@ -27,7 +27,7 @@ constexpr mode_t kFileMode = 0600;
 constexpr std::size_t kVersionBytesLimit = 16U << 10U;
 constexpr std::size_t kCopyPiece = 1U << 20U;
 // What a power loss or a kill may cost of a download.
-constexpr std::uint64_t kKeepBytes = 16U << 20U;
+constexpr std::uint64_t kKeepBytes = 128U << 20U;
 constexpr std::chrono::minutes kKeepTime{1};
 
 void write(const base::UniqueFd& file, const std::string& path, std::string_view bytes) {
