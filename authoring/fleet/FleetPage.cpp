@@ -143,13 +143,13 @@ class FleetPage {
     }
 
     std::string machineLink(std::size_t rank) const {
-        const std::string name = markupText(summary_.machines[rank]->host);
+        std::string name = markupText(summary_.machines[rank]->host);
         if (rank >= kShownEntries) return name;
         return "<a href=\"#machine-" + std::to_string(rank + 1) + "\">" + name + "</a>";
     }
 
     std::string identifierLink(std::uint32_t identifier) const {
-        const std::string name = escapedMarkup(texts_.text(identifier));
+        std::string name = escapedMarkup(texts_.text(identifier));
         const auto found = identifierRanks_.find(identifier);
         if (found == identifierRanks_.end()) return name;
         return "<a href=\"#identifier-" + std::to_string(found->second + 1) + "\">" + name + "</a>";
