@@ -9,7 +9,7 @@
 namespace zelor::trust {
 
 /// The roots that are known to have led to the kept one, itself included, by digest: so that a configured
-/// root can be told from one of another repository after every key was replaced. A value.
+/// root can be distinguished from one of another repository after every key was replaced. A value.
 class RootHistory {
   public:
     RootHistory() = default;
