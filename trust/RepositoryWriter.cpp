@@ -150,7 +150,7 @@ base::Check RepositoryWriter::requireKeysOf(const std::string& role) const {
 
 base::Check RepositoryWriter::requireKeys() const {
     for (const char* role : {kTargetsRole, kSnapshotRole, kTimestampRole}) {
-        if (const auto able = requireKeysOf(role); !able) return able;
+        if (auto able = requireKeysOf(role); !able) return able;
     }
     return {};
 }
@@ -161,7 +161,7 @@ base::Check RepositoryWriter::put(const std::string& role, Json body, bool alway
     const bool same = present != files_.end() && bodyOf(present->second.parsed.content) == body;
     const bool needed = always || !same || !isSigned(role);
     if (!needed && present->second.header.expires - options_.now > life / 2) return {};
-    if (const auto able = requireKeysOf(role); !able) {
+    if (auto able = requireKeysOf(role); !able) {
         if (needed) return able;
         overdue_.push_back(role);
         return {};
@@ -177,7 +177,7 @@ base::Check RepositoryWriter::put(const std::string& role, Json body, bool alway
 base::Check RepositoryWriter::sign(const std::string& role, Json content) {
     const auto bytes = PrivateKey::signedFile(content, signersOf(role));
     if (!bytes) return base::failure(bytes.error());
-    if (const auto taken = take(role, *bytes); !taken) return taken;
+    if (auto taken = take(role, *bytes); !taken) return taken;
     written_.push_back({metadataName(role, files_.at(role).header.version), *bytes});
     return {};
 }
@@ -212,7 +212,7 @@ base::Check RepositoryWriter::setTargets(const std::map<std::string, TargetFile>
         for (const auto& [path, file] : targets)
             bins.at(binOf(path))["targets"][path] = targetJson(file);
         for (auto& [bin, body] : bins) {
-            if (const auto done = put(bin, std::move(body)); !done) return done;
+            if (auto done = put(bin, std::move(body)); !done) return done;
         }
         top["delegations"] = delegations();
     } else {
@@ -250,7 +250,7 @@ base::Check RepositoryWriter::seal() {
         meta[role + ".json"] = listed(role, !isBin(role));
     }
     if (meta.empty()) return base::failure("there are no targets yet; publish first");
-    if (const auto done = put(kSnapshotRole, {{"_type", "snapshot"}, {"meta", meta}}); !done) return done;
+    if (auto done = put(kSnapshotRole, {{"_type", "snapshot"}, {"meta", meta}}); !done) return done;
     return put(kTimestampRole,
                {{"_type", "timestamp"}, {"meta", {{"snapshot.json", listed(kSnapshotRole, true)}}}}, true);
 }

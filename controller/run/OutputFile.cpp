@@ -202,7 +202,7 @@ std::string writeOutput(const std::string& path, const std::function<void(std::o
     if (const auto descriptor = namedDescriptor(path)) return fill(*descriptor, path, write);
     Target target = Target::file;
     base::UniqueFd file;
-    const std::string problem = lookAt(path, true, target, file);
+    std::string problem = lookAt(path, true, target, file);
     if (!problem.empty()) return problem;
     return target == Target::file ? replaceFile(path, write) : fill(file.get(), path, write);
 }
