@@ -68,8 +68,7 @@ bool RunDriver::runPhases() {
     if (parts_.requests.takeUp()->empty() || state_.contentDirectory.empty() || state_.installPath.empty()) {
         log::error(
             " [Remediation Manager] 'ovalIdMap' and/or 'contentDownloadDir' and/or 'install path' is not set "
-            "in "
-            "Remediation Manager");
+            "in Remediation Manager");
         return false;
     }
     log::debug(" [Remediation Manager] The remediation content dir set by controller is: ",

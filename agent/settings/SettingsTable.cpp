@@ -67,8 +67,7 @@ const std::vector<SettingEntry>& settingsTable() {
          "PEM file with the public key or certificate that signatures are checked against.", &S::trustedKey},
         {"Repository", "RequireDigests", T::flag, "false",
          "Whether a patch is used only when its content gives the digests of its file and of its archive: "
-         "true "
-         "or false.",
+         "true or false.",
          &S::requireDigests},
         {"Repository", "Root", T::path, "",
          "Root metadata file from which the repository's signed index is checked.", &S::root},
@@ -96,8 +95,7 @@ const std::vector<SettingEntry>& settingsTable() {
          "Share of the measured bandwidth, in percent, that buffering may use.", &S::speedPercent},
         {"Installation", "VendorProducts", T::text, "silent",
          "How operating-system updates are installed: interactive (any case) leaves them to the user, any "
-         "other "
-         "text installs them unattended.",
+         "other text installs them unattended.",
          &S::vendorProducts},
         {"Installation", "ThirdPartyProducts", T::text, "quiet",
          "How products of other vendors are installed: nothing depends on it, they are always installed "

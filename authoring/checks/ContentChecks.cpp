@@ -79,9 +79,8 @@ void checkEri(const ContentEntry& entry, const ContentEri& eri, Findings& findin
     if (eri.patchId.empty()) {
         if (isOsRemediation(eri) && !remediation::isConfiguration(entry.identifier)) return;
         add(Severity::error, "it names no patch, so the request always fails",
-            "name a file, or for a system update begin its instructions with \"OS Remediation\" and "
-            "give "
-            "it a product that begins with cpe:/a:apple or cpe:/o:apple");
+            "name a file, or for a system update begin its instructions with \"OS Remediation\" and give it "
+            "a product that begins with cpe:/a:apple or cpe:/o:apple");
         return;
     }
     append(findings, patchNameFindings(place, eri.patchId, remediation::isConfiguration(entry.identifier)));

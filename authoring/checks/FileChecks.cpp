@@ -102,8 +102,7 @@ Findings kindFindings(const std::string& place, const std::string& patchId, bool
         return {{Severity::warning, place,
                  "what \"" + patchId +
                      "\" holds is copied straight into /Applications/, so its Contents would land there "
-                     "without a "
-                     "bundle around them",
+                     "without a bundle around them",
                  "publish a directory " + patchId + " that holds the bundle " + patchId}};
     }
     return {};

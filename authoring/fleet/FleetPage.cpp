@@ -65,8 +65,7 @@ class FleetPage {
         identifierDetails();
         machineDetails();
         out_ << "<footer><p>The newest results of a machine count. Failed: no success, or a success that its "
-                "check "
-                "disproves. Undecided: aborted, not finished, or a success that installed "
+                "check disproves. Undecided: aborted, not finished, or a success that installed "
                 "nothing.</p></footer>\n</body>\n</html>\n";
     }
 

@@ -27,6 +27,7 @@
 #include "controller/Text.h"
 #include "controller/live/LiveTerminal.h"
 #include "controller/plan/PlanText.h"
+#include "controller/run/Inputs.h"
 #include "controller/run/OutputFile.h"
 #include "controller/run/Signals.h"
 #include "controller/status/Status.h"
@@ -107,9 +108,7 @@ class Collector {
         if (!buffer) {
             plan.warnings.emplace_back(
                 "the buffered patches are not used, since other users can modify their directories; the log "
-                "says "
-                "in "
-                "which");
+                "says in which");
         }
         plan.productName = status_.productName;
         plan.repository = agent::shownAddresses(paths_.settings->values().repositoryUrl);
@@ -180,9 +179,7 @@ void verify(Plan& plan, const Requests& requests, const Paths& paths) {
     const SystemIdentity system{plan.productName, plan.productVersion, plan.platformCpe};
     Verifier verifier(paths, system, [&] { return signals.endAsked(); });
     for (PlannedRequest& request : plan.requests) {
-        const auto invalid = requests.invalid.find(request.key);
-        request.verified = verifier.verify(request.key, request.identifier,
-                                           invalid == requests.invalid.end() ? "" : invalid->second);
+        request.verified = verifier.verify(request.key, request.identifier, requests.problemOf(request.key));
         if (signals.endAsked()) throw Stopped();
     }
 }
@@ -195,11 +192,7 @@ bool wantsColour() {
 }  // namespace
 
 int planCommand(const PlanOptions& options) {
-    requireSystem(options.paths, true);
-    const Requests requests = loadRequests(options.requests);
-    checkOutputs({{"--json", options.json}}, options.requests);
-    const Paths paths = resolvePaths(options.paths);
-    requireUsableSettings(paths);
+    const auto [requests, paths] = readInputs(options.paths, options.requests, {{"--json", options.json}});
     checkContentDir(paths);
     std::unique_ptr<JobLock> lock;
     if (options.check) {

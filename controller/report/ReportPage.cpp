@@ -161,13 +161,11 @@ class Page {
         if (shown.size() < total) {
             out_ << "<p class=\"note\">All " << total
                  << " requests: succeeded below, above them those that ended otherwise, on top those that "
-                    "were "
-                    "worked on.</p>\n<div class=\"scroll\">";
+                    "were worked on.</p>\n<div class=\"scroll\">";
             writeStateAreas(out_, report_.spans, report_.facts.seconds);
             out_ << "</div>\n<p class=\"note\">Of " << total << " requests the " << shown.size()
                  << " most telling are drawn one by one: those that did not succeed first, then those that "
-                    "took "
-                    "longest.</p>\n";
+                    "took longest.</p>\n";
         }
         legend(statesOf(shown));
         std::vector<TimelineRow> rows;

@@ -17,6 +17,7 @@
 #include "controller/live/OutageReason.h"
 #include "controller/live/Watch.h"
 #include "controller/run/GiveWay.h"
+#include "controller/run/Inputs.h"
 #include "controller/run/OutputFile.h"
 #include "controller/run/RunRecord.h"
 #include "remediation/RemediationManager.h"
@@ -204,11 +205,7 @@ class Job {
 }  // namespace
 
 int bufferCommand(const BufferOptions& options) {
-    requireSystem(options.paths, true);
-    const Requests requests = loadRequests(options.requests);
-    checkOutputs({{"--json", options.json}}, options.requests);
-    const Paths paths = resolvePaths(options.paths);
-    requireUsableSettings(paths);
+    const auto [requests, paths] = readInputs(options.paths, options.requests, {{"--json", options.json}});
     prepareDirectories(paths, false);
     const JobLock lock({std::chrono::seconds(options.waitSeconds), options.talk.quiet});
     if (options.talk.verbose) agent::logToStandardError("debug");

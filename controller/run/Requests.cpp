@@ -125,6 +125,11 @@ class RequestReader : public nlohmann::json_sax<json> {
 
 }  // namespace
 
+std::string Requests::problemOf(const std::string& key) const {
+    const auto found = invalid.find(key);
+    return found == invalid.end() ? "" : found->second;
+}
+
 RequestMap Requests::usable() const {
     RequestMap rest = all;
     for (const auto& [key, problem] : invalid)

@@ -18,6 +18,8 @@ struct Requests {
 
     /// `all` without the invalid ones.
     RequestMap usable() const;
+    /// Why no run can use a request of `all`; "" when one can.
+    std::string problemOf(const std::string& key) const;
 };
 
 /// The requests in `text`, a JSON object from keys to identifiers. A blank key, a blank identifier and one

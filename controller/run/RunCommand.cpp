@@ -1,7 +1,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <functional>
 #include <iostream>
@@ -27,6 +26,7 @@
 #include "controller/report/ReportJson.h"
 #include "controller/report/ReportPage.h"
 #include "controller/report/RunTimeline.h"
+#include "controller/run/Inputs.h"
 #include "controller/run/OutputFile.h"
 #include "controller/run/RunRecord.h"
 #include "controller/status/Status.h"
@@ -39,12 +39,6 @@ namespace {
 
 constexpr std::chrono::seconds kLastStep{15};  ///< for a job that stops to finish what it writes
 constexpr char kTimeLimitReason[] = "the run reached its time limit, RunMinutes in section Limits";
-
-std::string hostName() {
-    std::array<char, 256> name{};
-    if (::gethostname(name.data(), name.size() - 1) != 0) return "this machine";
-    return name.data();
-}
 
 std::vector<RequestedOutput> outputsOf(const RunOptions& options) {
     std::vector<RequestedOutput> outputs = {
@@ -306,11 +300,7 @@ class Run {
 }  // namespace
 
 int runCommand(const RunOptions& options) {
-    requireSystem(options.paths, true);
-    const Requests requests = loadRequests(options.requests);
-    checkOutputs(outputsOf(options), options.requests);
-    const Paths paths = resolvePaths(options.paths);
-    requireUsableSettings(paths);
+    const auto [requests, paths] = readInputs(options.paths, options.requests, outputsOf(options));
     checkContentDir(paths);
     prepareDirectories(paths, true);
     const JobLock lock(

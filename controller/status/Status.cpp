@@ -1,6 +1,9 @@
 #include "controller/status/Status.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <array>
 #include <boost/filesystem/operations.hpp>
 #include <set>
 #include <sstream>
@@ -103,6 +106,12 @@ std::vector<BufferedPatch> parseBufferedList(const std::string& text) {
 SystemIdentity systemIdentity() {
     return {systemSays("-productName"), systemSays("-productVersion"),
             MacPatchManager::getSystemPlatformCpe()};
+}
+
+std::string hostName() {
+    std::array<char, 256> name{};
+    if (::gethostname(name.data(), name.size() - 1) != 0) return "this machine";
+    return name.data();
 }
 
 std::string installedRecordFile() {

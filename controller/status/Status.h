@@ -34,6 +34,9 @@ struct SystemIdentity {
 /// Asks sw_vers and the library; blocks on the command.
 SystemIdentity systemIdentity();
 
+/// The name of this machine on the network.
+std::string hostName();
+
 /// What `status` shows.
 struct Status {
     std::string productName;

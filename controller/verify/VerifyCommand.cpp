@@ -1,6 +1,5 @@
 #include <unistd.h>
 
-#include <array>
 #include <iostream>
 
 #include "agent/ContentCacheControl.h"
@@ -10,6 +9,7 @@
 #include "controller/JobLock.h"
 #include "controller/Text.h"
 #include "controller/live/LiveTerminal.h"
+#include "controller/run/Inputs.h"
 #include "controller/run/OutputFile.h"
 #include "controller/run/Requests.h"
 #include "controller/run/Signals.h"
@@ -20,12 +20,6 @@ namespace zelor::controller {
 
 namespace {
 
-std::string hostName() {
-    std::array<char, 256> name{};
-    if (::gethostname(name.data(), name.size() - 1) != 0) return "this machine";
-    return name.data();
-}
-
 /// False when a signal ended it.
 bool verifyAll(const Requests& requests, const Paths& paths, VerifyReport& report) {
     const Signals signals;
@@ -35,9 +29,7 @@ bool verifyAll(const Requests& requests, const Paths& paths, VerifyReport& repor
     report.started = utcText(std::chrono::system_clock::now());
     Verifier verifier(paths, report.system, [&] { return signals.endAsked(); });
     for (const auto& [key, identifier] : requests.all) {
-        const auto invalid = requests.invalid.find(key);
-        report.requests.push_back(
-            verifier.verify(key, identifier, invalid == requests.invalid.end() ? "" : invalid->second));
+        report.requests.push_back(verifier.verify(key, identifier, requests.problemOf(key)));
         if (signals.endAsked()) return false;
     }
     report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
@@ -58,11 +50,7 @@ void forget(VerifyReport& report) {
 }  // namespace
 
 int verifyCommand(const VerifyOptions& options) {
-    requireSystem(options.paths, true);
-    const Requests requests = loadRequests(options.requests);
-    checkOutputs({{"--json", options.json}}, options.requests);
-    const Paths paths = resolvePaths(options.paths);
-    requireUsableSettings(paths);
+    const auto [requests, paths] = readInputs(options.paths, options.requests, {{"--json", options.json}});
     prepareDirectories(paths, false);
     const JobLock lock({std::chrono::seconds(options.waitSeconds), false, std::chrono::seconds(0)});
     if (options.verbose) agent::logToStandardError("debug");

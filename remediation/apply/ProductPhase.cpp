@@ -151,8 +151,7 @@ void ProductInstaller::reportUnattempted(const BlockResult& result) {
     }
     log::debug(
         "[Remediation Manager] (installNonOsPatches) verifyIfAlreadyAppliedRem returned true for non-MS "
-        "patch CVE "
-        "is: ",
+        "patch CVE is: ",
         RecordAccess::cve(entry_));
     parts_.events.applied(key_, Applied::before, false);
     parts_.succeed(key_);

@@ -118,8 +118,7 @@ void Progress::failAll(const RequestRows& rows) {
 void Progress::failRemaining(const RequestRows& rows) {
     log::debug(
         "[Remediation Manager] Inside setRemainingRemsStatusToFailed: Setting remaining remediations' status "
-        "to "
-        "'Failed' as we encountered internal error.");
+        "to 'Failed' as we encountered internal error.");
     for (const auto* list : {&rows.patches, &rows.configurations}) {
         for (const remediateMetadata& row : *list) {
             const std::string& key = RecordAccess::combinedCpes(row);
@@ -131,8 +130,7 @@ void Progress::failRemaining(const RequestRows& rows) {
 void Progress::abortRemaining(const RequestRows& rows) {
     log::debug(
         "[Remediation Manager] Inside setAllRemainingRemStatusToAborted: Setting remaining remediations' "
-        "status to "
-        "'Aborted' as user has asked for it.");
+        "status to 'Aborted' as user has asked for it.");
     for (const auto* list : {&rows.patches, &rows.configurations}) {
         for (const remediateMetadata& row : *list)
             recordUnlessFinal(RecordAccess::combinedCpes(row), RemediationManager::REM_ABORTED);
