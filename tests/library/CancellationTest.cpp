@@ -9,6 +9,7 @@
 
 #include "remediation/CallReport.h"
 #include "remediation/RemediationManager.h"
+#include "support/Soon.h"
 #include "tests/library/FakeAgent.h"
 
 namespace {
@@ -83,7 +84,7 @@ TEST_F(Cancellation, ReachesTheContentThatIsFetched) {
             if (id != "CCE-4" || ++asked > 1) return;
             if (one.all) own.setCancelAllRem(true);
             if (!one.all) own.setCancelRemMap({{"k4||", ""}});
-            const auto late = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+            const auto late = std::chrono::steady_clock::now() + zelor::test::kSoon;
             while (!zelor::CallReport::stopAsked() && std::chrono::steady_clock::now() < late)
                 std::this_thread::yield();
             EXPECT_LT(std::chrono::steady_clock::now(), late) << one.name;
