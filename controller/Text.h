@@ -20,6 +20,15 @@ using results::packageNameOf;
 using results::requestLabel;
 using results::utcText;
 
+/// What switches a terminal to a colour or weight, and back.
+inline constexpr char kBold[] = "\x1b[1m";
+inline constexpr char kDim[] = "\x1b[2m";
+inline constexpr char kRed[] = "\x1b[31m";
+inline constexpr char kGreen[] = "\x1b[32m";
+inline constexpr char kYellow[] = "\x1b[33m";
+inline constexpr char kCyan[] = "\x1b[36m";
+inline constexpr char kUncoloured[] = "\x1b[0m";
+
 /// As `cutToColumns`, then padded with blanks to exactly `columns`.
 std::string fitToColumns(const std::string& printableText, std::size_t columns, const std::string& ellipsis);
 

@@ -14,14 +14,7 @@ constexpr std::size_t kMostIdentifier = 20;
 constexpr std::size_t kFullWidth = 72;  ///< below it the identifier is left out
 constexpr std::size_t kLeastBar = 6;
 constexpr std::size_t kMostBar = 28;
-
 constexpr char kPlain[] = "";
-constexpr char kDim[] = "\x1b[2m";
-constexpr char kBold[] = "\x1b[1m";
-constexpr char kRed[] = "\x1b[31m";
-constexpr char kGreen[] = "\x1b[32m";
-constexpr char kYellow[] = "\x1b[33m";
-constexpr char kCyan[] = "\x1b[36m";
 
 const char* colourOf(Tone tone) {
     switch (tone) {
@@ -77,7 +70,7 @@ class LineBuilder {
         if (size > 0) {
             const std::string shown = fitting.substr(0, size);
             const bool coloured = style_.colour && colour[0] != '\0';
-            line_.text.append(blanks_, ' ').append(coloured ? colour + shown + "\x1b[0m" : shown);
+            line_.text.append(blanks_, ' ').append(coloured ? colour + shown + kUncoloured : shown);
             line_.columns += blanks_ + columnsOf(shown);
             blanks_ = 0;
         }

@@ -15,12 +15,6 @@ constexpr std::size_t kMostIdentifier = 20;
 constexpr std::size_t kActionColumns = 16;
 constexpr char kIndent[] = "      ";
 
-constexpr char kBold[] = "1";
-constexpr char kDim[] = "2";
-constexpr char kRed[] = "31";
-constexpr char kGreen[] = "32";
-constexpr char kYellow[] = "33";
-
 struct Look {
     const char* mark;
     const char* colour;
@@ -79,7 +73,7 @@ class Writer {
 
   private:
     std::string tinted(const std::string& text, const char* colour) const {
-        return colour_ ? std::string("\x1b[") + colour + 'm' + text + "\x1b[0m" : text;
+        return colour_ ? colour + text + kUncoloured : text;
     }
 
     void section(PlanKind kind, const std::string& heading) {
