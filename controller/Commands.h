@@ -88,6 +88,7 @@ struct VerifyOptions {
     bool forget = false;
     int waitSeconds = 0;
     bool verbose = false;
+    std::optional<std::chrono::milliseconds> timeLimit;  ///< as for `run`
 };
 int verifyCommand(const VerifyOptions& options);
 
@@ -99,6 +100,7 @@ struct PlanOptions {
     bool afterScan = false;
     bool check = false;  ///< also prove what holds now, as `verify` does
     bool verbose = false;
+    std::optional<std::chrono::milliseconds> timeLimit;  ///< with `check`, as for `run`
 };
 int planCommand(const PlanOptions& options);
 

@@ -29,7 +29,7 @@ inline constexpr const char* kExitStatuses = R"(Exit status:
     3  none succeeded
     4  the work is done, but its results or standard output could not be written
     5  another run or buffering job is active here (see --wait): nothing was changed
-  130  cancelled by a signal
+  130  cancelled by a signal, or ended at its time limit
 
 The first SIGINT (Ctrl-C), SIGTERM or SIGHUP cancels and waits for the current step; the second exits at once.)";
 

@@ -233,6 +233,10 @@ void checkContentDir(const Paths& paths) {
     }
 }
 
+std::chrono::milliseconds runTimeLimit(std::optional<std::chrono::milliseconds> asked, const Paths& paths) {
+    return asked.value_or(std::chrono::minutes(paths.settings->values().runMinutes));
+}
+
 void emptyContentDir(const Paths& paths) {
     boost::system::error_code error;
     std::string left;

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "agent/AgentSettings.h"
@@ -58,6 +59,11 @@ base::Check checkSettingsFiles(const Paths& paths);
 /// Throws InputError when the content directory is one that must not be emptied, or is open to others.
 /// Changes nothing.
 void checkContentDir(const Paths& paths);
+
+/// How long a command that holds the lock may take, zero for any time: `asked`, or as the settings say.
+std::chrono::milliseconds runTimeLimit(std::optional<std::chrono::milliseconds> asked, const Paths& paths);
+/// What such a command did then.
+inline constexpr const char* kReachedTimeLimit = "reached its time limit, RunMinutes in section Limits";
 
 /// Empties the content directory as a tree; it must have passed `checkContentDir`. Nothing that an earlier
 /// run or a run that was killed left there can be in the way of this one. Throws InputError when something is

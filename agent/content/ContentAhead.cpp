@@ -74,8 +74,9 @@ class ContentAhead::Work {
         const bool isDown = !mirror.outage->mayAsk(identifier, std::chrono::steady_clock::now());
         if (isDown && mirror_ + 1 < ahead_.mirrors_.size()) return goElsewhere(identifier, mirror_);
         ContentExchange exchange(mirror, identifier, *question);
-        ask(std::make_shared<Transfer>(Transfer{identifier, mirror_, *std::move(question),
-                                                std::move(exchange), Deadline(ahead_.longest_)}));
+        const Deadline deadline(SharedTime(ahead_.longest_).left(0, ahead_.mirrors_.size() - mirror_));
+        ask(std::make_shared<Transfer>(
+            Transfer{identifier, mirror_, *std::move(question), std::move(exchange), deadline}));
     }
 
     void ask(const std::shared_ptr<Transfer>& transfer) {

@@ -7,6 +7,7 @@
 
 #include "agent/AgentSettings.h"
 #include "agent/ContentCacheControl.h"
+#include "agent/http/Deadline.h"
 #include "agent/http/Mirrors.h"
 #include "agent/log/FailureLine.h"
 #include "agent/trust/Signature.h"
@@ -240,7 +241,9 @@ ContentAnswer ContentLibrary::ask(const std::string& identifier, const Kept& kep
 
 ContentAnswer ContentLibrary::askEach(const std::string& identifier, const Kept& kept,
                                       const Listing& listing) {
-    const auto mirrors = Mirrors::ofRun(*AgentSettings::current());
+    const auto settings = AgentSettings::current();
+    const auto mirrors = Mirrors::ofRun(*settings);
+    const SharedTime time(std::chrono::seconds(settings->values().contentSeconds));
     std::vector<Mirror> toAsk = mirrors->toAsk(identifier);
     std::optional<ContentAnswer> came = ahead_.take(identifier, questionOf(kept.version, listing));
     if (came) {
@@ -255,8 +258,11 @@ ContentAnswer ContentLibrary::askEach(const std::string& identifier, const Kept&
     for (std::size_t i = 0; i < toAsk.size(); ++i) {
         const bool othersLeft = i + 1 < toAsk.size();
         const ContentQuestion question = questionOf(kept.version.versionFor(toAsk[i].source), listing);
+        RepositoryTurn turn(toAsk[i].outage, identifier, othersLeft);
         ContentAnswer answer =
-            came && i == 0 ? std::move(*came) : askMirror(toAsk[i], othersLeft, identifier, question, outage);
+            came && i == 0 ? std::move(*came)
+                           : askMirror(toAsk[i], identifier, question, time.left(i, toAsk.size()), turn);
+        if (answer.kind == Kind::noAnswer && turn.isDown()) outage = turn.reason(answer.problem);
         if (answer.kind == Kind::fresh) requireSignature(answer);
         if (answer.kind == Kind::fresh || answer.kind == Kind::unchanged) mirrors->served(toAsk[i]);
         if (answer.kind == Kind::fresh || answer.kind == Kind::unchanged || answer.kind == Kind::stopped)
@@ -271,18 +277,15 @@ ContentAnswer ContentLibrary::askEach(const std::string& identifier, const Kept&
     return answer;
 }
 
-ContentAnswer ContentLibrary::askMirror(const Mirror& mirror, bool othersLeft, const std::string& identifier,
-                                        const ContentQuestion& question, std::string& outage) {
-    const std::chrono::seconds longest(AgentSettings::current()->values().contentSeconds);
-    RepositoryTurn turn(mirror.outage, identifier, othersLeft);
+ContentAnswer ContentLibrary::askMirror(const Mirror& mirror, const std::string& identifier,
+                                        const ContentQuestion& question, std::chrono::milliseconds longest,
+                                        RepositoryTurn& turn) {
     ContentAnswer answer{Kind::noAnswer, {}, turn.reason()};
     if (turn.mayAsk()) {
         const auto client = clients_.lend();
         answer = fetchContent(*client, mirror, identifier, question, retry_, longest, turn);
     }
-    if (answer.kind != Kind::noAnswer) return answer;
-    turn.gaveUp();
-    if (turn.isDown()) outage = turn.reason(answer.problem);
+    if (answer.kind == Kind::noAnswer) turn.gaveUp();
     return answer;
 }
 

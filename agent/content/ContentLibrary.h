@@ -73,9 +73,10 @@ class ContentLibrary {
     ContentAnswer answerOf(const std::string& identifier, const Kept& kept, const Listing& listing);
     ContentAnswer ask(const std::string& identifier, const Kept& kept, const Listing& listing);
     ContentAnswer askEach(const std::string& identifier, const Kept& kept, const Listing& listing);
-    /// Asks one mirror; adds to `outage` that it is down.
-    ContentAnswer askMirror(const Mirror& mirror, bool othersLeft, const std::string& identifier,
-                            const ContentQuestion& question, std::string& outage);
+    /// Asks one mirror, for that long; zero: without a limit.
+    ContentAnswer askMirror(const Mirror& mirror, const std::string& identifier,
+                            const ContentQuestion& question, std::chrono::milliseconds longest,
+                            RepositoryTurn& turn);
     /// Null for content that is not good, with the reason in `problem`.
     Document accept(const std::string& identifier, const SignedContent& content, std::string& problem);
 

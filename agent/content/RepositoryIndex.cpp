@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "agent/ContentCacheControl.h"
+#include "agent/http/Deadline.h"
 #include "platform/Log.h"
 
 namespace zelor::agent {
@@ -102,13 +103,13 @@ class RepositoryIndex::Session {
     template <class Step>
     auto askEach(const AgentSettings& settings, const StopSource& stop, bool& silent, const Step& step)
         -> decltype(step()) {
-        const std::chrono::seconds longest(settings.values().contentSeconds);
+        const SharedTime time(std::chrono::seconds(settings.values().contentSeconds));
         const std::vector<Mirror> toAsk = mirrors_->toAsk("metadata/timestamp.json");
         std::string failures;
         silent = true;
         for (std::size_t i = 0;; ++i) {
             const bool othersLeft = i + 1 < toAsk.size();
-            fetcher_.begin(toAsk[i], othersLeft, longest, stop);
+            fetcher_.begin(toAsk[i], othersLeft, time.left(i, toAsk.size()), stop);
             auto done = step();
             if (done && fetcher_.hasServed()) mirrors_->served(toAsk[i]);
             silent = silent && fetcher_.isSilent();

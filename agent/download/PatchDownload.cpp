@@ -113,7 +113,7 @@ DownloadResult PatchDownload::fetchAndMove() {
         partial_.emplace(job_.partialDirectory, job_.name);
     }
     PartialFile& partial = *partial_;
-    pace_.startAt(early_ ? partial.size() : resumeAt());
+    if (!goesOn_) pace_.startAt(early_ ? partial.size() : resumeAt());
     int failures = 0;
     Step step = Step::again;
     for (int attempts = 1; step != Step::done; ++attempts) {

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -54,6 +55,13 @@ class PatchDownload {
   public:
     /// The client stays the caller's and must outlive the download.
     PatchDownload(DownloadJob job, DownloadPolicy policy, HttpClient& client);
+    /// It is the download from number `index` of `count` mirrors; `before`: the one from the mirror before
+    /// it, or null. They share the time, as if they were one.
+    void shareTime(const PatchDownload* before, std::size_t index, std::size_t count) {
+        if (before != nullptr) pace_ = before->pace_;
+        goesOn_ = before != nullptr;
+        pace_.setShare(index, count);
+    }
     /// Blocks until the end. Call it once.
     DownloadResult run();
     /// Of a failed download: false when another mirror would end the same way. Never true without another
@@ -123,6 +131,7 @@ class PatchDownload {
     RepositoryTurn turn_;
     std::optional<PartialFile> partial_;  ///< while running
     PatchPace pace_;
+    bool goesOn_ = false;        ///< the pace is that of another mirror's download
     std::optional<Step> early_;  ///< how the early attempt ended
     bool shown_ = false;         ///< someone waits for the download
     bool fresh_ = false;         ///< the early attempt began the partial file

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 
 namespace zelor::agent {
@@ -35,17 +36,23 @@ class PatchPace {
     void reached(std::uint64_t bytes) {
         if (bytes > base_) brought_ = std::max(brought_, bytes - base_);
     }
+    /// Of the grace, this is the time until number `index` of `count` mirrors has to be done, which are asked
+    /// one after the other.
+    void setShare(std::size_t index, std::size_t count) {
+        grace_ = limit_.grace * static_cast<long>(index + 1) / static_cast<long>(count);
+    }
     /// True when the download has taken too long for what it has brought.
     bool isLate(Time now) const {
         if (limit_.bytesPerSecond == 0) return false;
         const std::chrono::duration<double> due(static_cast<double>(brought_) / static_cast<double>(pace_));
-        return now - start_ > limit_.grace + due;
+        return now - start_ > grace_ + due;
     }
     /// Bytes per second.
     std::uint64_t pace() const { return pace_; }
 
   private:
     PaceLimit limit_;
+    std::chrono::milliseconds grace_{limit_.grace};
     std::uint64_t pace_;
     Time start_;
     std::uint64_t base_ = 0;

@@ -68,6 +68,7 @@ DownloadResult fetch(const std::string& stem, const std::string& installPath, Do
     const auto client = clients().lend();
     Download early = begunAhead(stem, installPath, job);
     const std::vector<Mirror> order = toAsk(*mirrors, stem, job.name, early);
+    Download before;
     for (std::size_t i = 0;; ++i) {
         const bool othersLeft = i + 1 < order.size();
         job.url = zelor::agent::patchUrl(order[i], stem);
@@ -77,6 +78,8 @@ DownloadResult fetch(const std::string& stem, const std::string& installPath, Do
             download = std::make_shared<PatchDownload>(job, zelor::agent::patchPolicy(order[i], othersLeft),
                                                        *client);
         }
+        download->shareTime(before.get(), i, order.size());
+        before = download;
         const DownloadResult result = download->run();
         if (result == DownloadResult::done) mirrors->served(order[i]);
         if (result != DownloadResult::failed || !download->mayAskAnother()) return result;

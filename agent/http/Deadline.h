@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstddef>
 
 namespace zelor::agent {
 
@@ -24,6 +25,27 @@ class Deadline {
   private:
     using Clock = std::chrono::steady_clock;
     Clock::time_point end_;
+};
+
+/// A time that several share who work one after the other: each has an equal part of it, and what those
+/// before it left of theirs. A value; any thread.
+class SharedTime {
+  public:
+    /// From now on; zero: there is no end.
+    explicit SharedTime(std::chrono::milliseconds whole) : whole_(whole) {}
+
+    /// What number `index` of `count` may take now, at least a millisecond; zero: there is no end.
+    std::chrono::milliseconds left(std::size_t index, std::size_t count) const {
+        using std::chrono::milliseconds;
+        if (whole_ == milliseconds::zero()) return whole_;
+        const auto end = start_ + whole_ * static_cast<long>(index + 1) / static_cast<long>(count);
+        const auto left = std::chrono::ceil<milliseconds>(end - std::chrono::steady_clock::now());
+        return std::max(left, milliseconds(1));
+    }
+
+  private:
+    std::chrono::milliseconds whole_;
+    std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
 
 }  // namespace zelor::agent

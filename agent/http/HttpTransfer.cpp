@@ -275,7 +275,10 @@ class Transfer {
 
     bool endHead() {
         curl_easy_getinfo(easy_, CURLINFO_RESPONSE_CODE, &head_.status);
-        if (head_.status < 200) return true;
+        if (head_.status < 200) {
+            head_ = {};  // no answer yet
+            return true;
+        }
         headEnded_ = true;
         if (!otherCoding_.empty()) return false;
         discarding_ = head_.status >= 300;

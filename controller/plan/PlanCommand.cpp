@@ -12,6 +12,7 @@
 #include "agent/RepositoryStatus.h"
 #include "agent/archive/ArchiveExtractor.h"
 #include "agent/content/PatchDigests.h"
+#include "agent/http/Deadline.h"
 #include "agent/http/RepositoryUrl.h"
 #include "agent/trust/Signature.h"
 #include "base/Directories.h"
@@ -45,7 +46,7 @@ namespace {
 
 namespace fs = boost::filesystem;
 
-/// Thrown after a signal.
+/// Thrown after a signal, and at the time limit.
 struct Stopped {};
 
 /// Why a run would refuse a buffered archive, "" when it would use it; unpacks it in a temporary directory.
@@ -92,7 +93,8 @@ std::map<std::string, std::uint64_t> sizesByName(const std::vector<SizedFile>& f
 /// Collects the facts that a plan needs.
 class Collector {
   public:
-    Collector(const PlanOptions& options, const Paths& paths) : options_(options), paths_(paths) {}
+    Collector(const PlanOptions& options, const Paths& paths, const agent::Deadline& limit)
+        : options_(options), paths_(paths), limit_(limit) {}
 
     Plan plan(const Requests& requests) {
         agent::startNewRun();
@@ -138,7 +140,7 @@ class Collector {
         facts.content = [this](const std::string& platform, const std::string& product,
                                const std::string& identifier) {
             stopIfAsked();
-            CallReport report({}, [this] { return signals_.endAsked(); });
+            CallReport report({}, [this] { return isOver(); });
             parseOnlyMetadata content = CreCacher::GetInstance(paths_.installPath, status_.platformCpe)
                                             ->getCre(platform, product, identifier);
             stopIfAsked();
@@ -162,25 +164,28 @@ class Collector {
         return facts;
     }
 
+    bool isOver() const { return signals_.endAsked() || limit_.passed(); }
     void stopIfAsked() const {
-        if (signals_.endAsked()) throw Stopped();
+        if (isOver()) throw Stopped();
     }
 
     const PlanOptions& options_;
     const Paths& paths_;
+    const agent::Deadline& limit_;
     Signals signals_;
     std::string contentProblem_;
     Status status_;
     remediation::InstalledRecord record_;
 };
 
-void verify(Plan& plan, const Requests& requests, const Paths& paths) {
+void verify(Plan& plan, const Requests& requests, const Paths& paths, const agent::Deadline& limit) {
     const Signals signals;
     const SystemIdentity system{plan.productName, plan.productVersion, plan.platformCpe};
-    Verifier verifier(paths, system, [&] { return signals.endAsked(); });
+    const auto isOver = [&] { return signals.endAsked() || limit.passed(); };
+    Verifier verifier(paths, system, isOver);
     for (PlannedRequest& request : plan.requests) {
         request.verified = verifier.verify(request.key, request.identifier, requests.problemOf(request.key));
-        if (signals.endAsked()) throw Stopped();
+        if (isOver()) throw Stopped();
     }
 }
 
@@ -203,9 +208,12 @@ int planCommand(const PlanOptions& options) {
         prepareForReading(paths);
     }
     if (options.verbose) agent::logToStandardError("debug");
+    // Only what holds the lock keeps runs waiting.
+    const agent::Deadline limit(options.check ? runTimeLimit(options.timeLimit, paths)
+                                              : std::chrono::milliseconds(0));
     try {
-        Plan plan = Collector(options, paths).plan(requests);
-        if (options.check) verify(plan, requests, paths);
+        Plan plan = Collector(options, paths, limit).plan(requests);
+        if (options.check) verify(plan, requests, paths, limit);
         const bool text = options.json.empty();
         const std::string problem = writeOutput(text ? "-" : options.json, [&](std::ostream& out) {
             text ? writePlanText(out, plan, wantsColour(), terminalColumns(STDOUT_FILENO))
@@ -214,6 +222,8 @@ int planCommand(const PlanOptions& options) {
         if (!problem.empty()) throw CommandError(exitStatus::kOutputFailed, problem);
         return planExitStatus(plan);
     } catch (const Stopped&) {
+        if (limit.passed())
+            throw CommandError(exitStatus::kCancelled, std::string("plan --check ") + kReachedTimeLimit);
         return exitStatus::kCancelled;
     }
 }

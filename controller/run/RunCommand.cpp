@@ -38,7 +38,10 @@ namespace zelor::controller {
 namespace {
 
 constexpr std::chrono::seconds kLastStep{15};  ///< for a job that stops to finish what it writes
-constexpr char kTimeLimitReason[] = "the run reached its time limit, RunMinutes in section Limits";
+
+std::string timeLimitReason() {
+    return std::string("the run ") + kReachedTimeLimit;
+}
 
 std::vector<RequestedOutput> outputsOf(const RunOptions& options) {
     std::vector<RequestedOutput> outputs = {
@@ -96,7 +99,7 @@ class Run {
             listeners.push_back(&timeline_);
         gatherFacts();
         const auto start = std::chrono::steady_clock::now();
-        const agent::Deadline deadline(timeLimit());
+        const agent::Deadline deadline(runTimeLimit(options_.timeLimit, paths_));
         if (!usable_.empty()) manager_.remediate(true);
         const WatchedRun watched{[this] { return manager_.getRemediationProgressMap(); },
                                  [this] { return usable_.empty() || manager_.getRemDone(); },
@@ -127,15 +130,10 @@ class Run {
         }
     }
 
-    std::chrono::milliseconds timeLimit() const {
-        const agent::Settings& settings = paths_.settings->values();
-        return options_.timeLimit.value_or(std::chrono::minutes(settings.runMinutes));
-    }
-
     void cancel(EarlyEnd why) {
         if (why == EarlyEnd::timeLimit) {
-            record_.setAbortReason(kTimeLimitReason);
-            std::cerr << "zelor-remediate: " << kTimeLimitReason << "; waiting for the current step\n";
+            record_.setAbortReason(timeLimitReason());
+            std::cerr << "zelor-remediate: " << timeLimitReason() << "; waiting for the current step\n";
         }
         manager_.setCancelAllRem(true);
     }
@@ -185,7 +183,7 @@ class Run {
                        usable_.empty() || manager_.getAllRemFailed(),
                        record_.restartNeeded(),
                        end_,
-                       end_ == EarlyEnd::timeLimit ? kTimeLimitReason : "",
+                       end_ == EarlyEnd::timeLimit ? timeLimitReason() : "",
                        outage()};
         for (const std::string& warning : agent::indexWarnings(paths_.installPath))
             flags.warnings.push_back(base::printable(warning));

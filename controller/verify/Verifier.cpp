@@ -109,13 +109,18 @@ VerifiedRequest Verifier::verify(const std::string& key, const std::string& iden
         request.proof.reason = base::printable(unusable);
         return request;
     }
+    if (stop_()) {
+        request.proof.reason = kCancelled;
+        return request;
+    }
     const Wanted wanted = wantedBy(key, identifier);
     CallReport report({}, stop_);
     parseOnlyMetadata content = CreCacher::GetInstance(paths_.installPath, system_.platformCpe)
                                     ->getCre(wanted.platform, wanted.product, wanted.identifier);
     if (content.getParsingFailed()) {
-        request.proof.reason =
-            report.reason().empty() ? "there is no content" : base::printable(report.reason());
+        request.proof.reason = !report.reason().empty() ? base::printable(report.reason())
+                               : stop_()                ? kCancelled
+                                                        : "there is no content";
         return request;
     }
     const agent::CheckedEntry kept =

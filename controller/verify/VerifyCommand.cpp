@@ -4,6 +4,7 @@
 
 #include "agent/ContentCacheControl.h"
 #include "agent/LogControl.h"
+#include "agent/http/Deadline.h"
 #include "controller/Commands.h"
 #include "controller/InputError.h"
 #include "controller/JobLock.h"
@@ -20,20 +21,23 @@ namespace zelor::controller {
 
 namespace {
 
-/// False when a signal ended it.
-bool verifyAll(const Requests& requests, const Paths& paths, VerifyReport& report) {
+enum class VerifyEnd { complete, signal, timeLimit };
+
+/// At the time limit, what is left is unknown.
+VerifyEnd verifyAll(const Requests& requests, const Paths& paths, const agent::Deadline& limit,
+                    VerifyReport& report) {
     const Signals signals;
     const auto start = std::chrono::steady_clock::now();
     report.system = systemIdentity();
     report.host = hostName();
     report.started = utcText(std::chrono::system_clock::now());
-    Verifier verifier(paths, report.system, [&] { return signals.endAsked(); });
+    Verifier verifier(paths, report.system, [&] { return signals.endAsked() || limit.passed(); });
     for (const auto& [key, identifier] : requests.all) {
         report.requests.push_back(verifier.verify(key, identifier, requests.problemOf(key)));
-        if (signals.endAsked()) return false;
+        if (signals.endAsked()) return VerifyEnd::signal;
     }
     report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    return true;
+    return limit.passed() ? VerifyEnd::timeLimit : VerifyEnd::complete;
 }
 
 void forget(VerifyReport& report) {
@@ -56,13 +60,17 @@ int verifyCommand(const VerifyOptions& options) {
     if (options.verbose) agent::logToStandardError("debug");
     agent::startNewRun();
     VerifyReport report;
-    if (!verifyAll(requests, paths, report)) return exitStatus::kCancelled;
+    const agent::Deadline limit(runTimeLimit(options.timeLimit, paths));
+    const VerifyEnd end = verifyAll(requests, paths, limit, report);
+    if (end == VerifyEnd::signal) return exitStatus::kCancelled;
     if (options.forget) forget(report);
     const bool text = options.json.empty();
     const std::string problem = writeOutput(text ? "-" : options.json, [&](std::ostream& out) {
         text ? writeVerifyText(out, report, terminalColumns(STDOUT_FILENO)) : writeVerifyJson(out, report);
     });
     if (!problem.empty()) throw CommandError(exitStatus::kOutputFailed, problem);
+    if (end == VerifyEnd::timeLimit)
+        throw CommandError(exitStatus::kCancelled, std::string("verify ") + kReachedTimeLimit);
     return verifyExitStatus(report);
 }
 

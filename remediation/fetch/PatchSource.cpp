@@ -20,6 +20,13 @@ namespace {
 
 constexpr char kSeparator = boost::filesystem::path::preferred_separator;
 
+/// Another archive may have left a directory where this one is to come; a file is replaced by the download.
+void removeDirectory(const std::string& archivePath) {
+    boost::system::error_code error;
+    const auto status = boost::filesystem::symlink_status(archivePath, error);
+    if (status.type() == boost::filesystem::directory_file) (void)base::removeTree(archivePath);
+}
+
 void unpack(const std::string& archivePath, const std::string& directory) {
     std::vector<char> archive(archivePath.c_str(), archivePath.c_str() + archivePath.size() + 1);
     std::vector<char> destination(directory.c_str(), directory.c_str() + directory.size() + 1);
@@ -89,6 +96,7 @@ bool PatchSource::obtainArchive(const std::string& fileName, const std::string& 
     } else {
         events_.beginDownload(key, fileName);
         progress_.record(key, RemediationManager::REM_DOWNLOADING);
+        removeDirectory(archivePath);
         file.cancelled = !download_.forRequest(key, name, archivePath);
     }
     const bool cancelled = cancellation_.all();

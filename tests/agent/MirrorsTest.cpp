@@ -11,8 +11,10 @@
 #include "collaborators/CreCacher.h"
 #include "collaborators/DownloadManager.h"
 #include "collaborators/RemediationResourceDownloader.h"
+#include "support/DripServer.h"
 #include "support/RepositoryServer.h"
 #include "support/SigningKey.h"
+#include "support/Soon.h"
 
 namespace zelor::agent {
 namespace {
@@ -32,9 +34,9 @@ struct MirrorsTest : testing::Test {
         test::writeFile(root / "etc/zelor/key.pem", key.publicPem());
         use(one.url() + ", " + two.url());
     }
-    void use(const std::string& urls) {
+    void use(const std::string& urls, const std::string& before = "") {
         test::writeFile(root / "etc/zelor/zelor.ini",
-                        "[Repository]\nUrl = " + urls + "\nTrustedKey = /etc/zelor/key.pem\n");
+                        before + "[Repository]\nUrl = " + urls + "\nTrustedKey = /etc/zelor/key.pem\n");
     }
     static std::string contentOf(const std::string& identifier, const std::string& cre) {
         return "<remediation identifier=\"" + identifier + "\"><cre id=\"" + cre +
@@ -213,6 +215,20 @@ TEST_F(MirrorsTest, APartIsContinuedAtAnotherWhereADigestDecides) {
         if (c.digest) want(c.name, good);
         EXPECT_EQ(fetched(c.name), good);
         EXPECT_EQ(asked(two), c.asked);
+    }
+}
+
+TEST_F(MirrorsTest, TheyShareTheTimeOfContent) {
+    const test::DripServer slow(test::DripServer::all().at(4));
+    const test::DripServer slowToo(test::DripServer::all().at(4));
+    publish(two, "CVE-1", "good");
+    const struct { std::string second, cre; } cases[] = {{two.url(), "good"}, {slowToo.url(), "failed"}};
+    for (const auto& c : cases) {
+        startNewRun();
+        use(slow.url() + ' ' + c.second, "[Limits]\nContentSeconds = 4\n");
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_EQ(creOf(c.cre == "good" ? "CVE-1" : "CVE-2"), c.cre);
+        EXPECT_LT(std::chrono::steady_clock::now() - start, test::kSoon);
     }
 }
 

@@ -364,6 +364,26 @@ TEST_F(PatchDownloadTest, NoRepositoryHoldsADownloadForLong) {
     EXPECT_THAT(logText(), HasSubstr("it is slower than 4096 bytes a second"));
 }
 
+TEST_F(PatchDownloadTest, MirrorsShareTheTimeOfADownload) {
+    policy.pace = {4096, milliseconds(4000)};
+    const test::DripServer slow(test::DripServer::all().at(4));
+    const auto download = [&](const std::string& url) {
+        const std::string name = "editor 2.1.zip";
+        return PatchDownload({url + "/patches/editor%202.1.zip", name, root / "partial", archive()}, policy,
+                             client);
+    };
+    for (const bool served : {false, true}) {
+        const auto start = std::chrono::steady_clock::now();
+        PatchDownload first = download(slow.url());
+        PatchDownload second = download(served ? server.url() : slow.url());
+        first.shareTime(nullptr, 0, 2);
+        EXPECT_EQ(first.run(), DownloadResult::failed);
+        second.shareTime(&first, 1, 2);
+        EXPECT_EQ(second.run(), served ? DownloadResult::done : DownloadResult::failed);
+        EXPECT_LT(std::chrono::steady_clock::now() - start, test::kSoon);
+    }
+}
+
 TEST(PatchPaceTest, GivesTheBytesTheirTimeAndAGrace) {
     using std::chrono::seconds;
     constexpr std::uint64_t kMany = 100 << 20;

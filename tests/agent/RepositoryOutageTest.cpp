@@ -76,7 +76,8 @@ TEST(RepositoryOutageTest, OneRequestMeetsItAndTheOthersEndAtOnceWhateverItsKind
     test::RepositoryServer ill;
     ill.answerAll(503);
     const test::DripServer mute(test::DripServer::all().at(0));
-    for (const std::string& url : {refused, ill.url(), mute.url()}) {
+    const test::DripServer continues(test::DripServer::all().at(2));
+    for (const std::string& url : {refused, ill.url(), mute.url(), continues.url()}) {
         DownloadPolicy policy;
         policy.retry.firstPause = policy.retry.longestPause = milliseconds(1);
         policy.limits.firstAnswer = milliseconds(100);

@@ -87,6 +87,13 @@ TEST_F(Fetch, TakesNoLeftoverForWhatAnArchiveShouldHold) {
     EXPECT_EQ(agent.countLogged("File Signature Verfication Failed"), 2);
 }
 
+TEST_F(Fetch, ADirectoryThatAnotherArchiveLeftGivesWay) {
+    agent.addFile("tool.pkg", "text");
+    for (const std::string name : {"tool.zip", "tool.pkg"})
+        writeFile(agent.contentDir() + '/' + name + "/in/the/way", "x");
+    EXPECT_EQ(readFile(fetch("tool.pkg")), "text");
+}
+
 TEST_F(Fetch, GivesUpWhenTheRunIsCancelled) {
     agent.addFile("tool.sh", "text");
     agent.beforeDownload = [this](const std::string&) { manager.setCancelAllRem(true); };

@@ -2,8 +2,10 @@
 
 #include "agent/trust/Sha256.h"
 #include "base/Strings.h"
-#include "support/Soon.h"
+#include "controller/Commands.h"
+#include "controller/InputError.h"
 #include "tests/support/DripServer.h"
+#include "tests/support/Soon.h"
 #include "tests/tools/ControllerFixture.h"
 #include "tests/tools/JsonSchema.h"
 
@@ -309,6 +311,41 @@ TEST_F(VerifyTest, NoCheckHoldsARunLongerThanItsLimit) {
     const json result = readJson("out.json")["requests"]["cpe:/o:x"];
     EXPECT_EQ(result["value"], 4);
     EXPECT_EQ(result["verified"], nullptr);
+}
+
+// Runs wait for what checks, and each of its contents may take two minutes.
+TEST_F(VerifyTest, WhatHoldsTheLockEndsAtItsTimeLimit) {
+    const test::DripServer slow(test::DripServer::all().at(4));
+    authoring::ServerFault moved;
+    moved.status = 302;
+    moved.headers = {{"Location", slow.url() + "/x"}};
+    for (int i = 0; i < 10; ++i)
+        fixture.addFault("content/CCE-1.xml", moved);
+    writeFile(requests, R"({"cpe:/o:x||1": "CCE-1", "cpe:/o:x||2": "CCE-1", "hello||": null})");
+    const auto timeOf = [&](const auto& command, auto options) {
+        options.requests = requests;
+        options.paths.root = root;
+        options.paths.tools = fixture.dir / "tools";
+        options.json = fixture.dir / "out.json";
+        options.timeLimit = std::chrono::seconds(1);
+        const auto start = std::chrono::steady_clock::now();
+        try {
+            (void)command(options);
+            ADD_FAILURE() << "it ended as usual";
+        } catch (const CommandError& e) {
+            EXPECT_EQ(e.status(), 130);
+            EXPECT_THAT(e.what(), HasSubstr("reached its time limit, RunMinutes"));
+        }
+        return std::chrono::steady_clock::now() - start;
+    };
+    EXPECT_LT(timeOf(verifyCommand, VerifyOptions()), test::kSoon);
+    const json proven = readJson("out.json")["requests"];
+    for (const char* key : {"cpe:/o:x||1", "cpe:/o:x||2"})
+        EXPECT_THAT(proven[key]["reason"].get<std::string>(), HasSubstr("reached its time limit")) << key;
+    EXPECT_THAT(proven["hello||"]["reason"].get<std::string>(), HasSubstr("its identifier is null"));
+    PlanOptions plan;
+    plan.check = true;
+    EXPECT_LT(timeOf(planCommand, plan), test::kSoon);
 }
 
 }  // namespace
