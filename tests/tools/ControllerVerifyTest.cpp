@@ -2,6 +2,7 @@
 
 #include "agent/trust/Sha256.h"
 #include "base/Strings.h"
+#include "controller/Commands.h"
 #include "tests/support/DripServer.h"
 #include "tests/tools/ControllerFixture.h"
 #include "tests/tools/JsonSchema.h"
