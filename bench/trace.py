@@ -79,7 +79,9 @@ def wait_for(port):
 def run(ground, options, requests, ahead):
     ground.empty(ground.root / 'content', ground.root / 'opt/zelor', ground.root / 'var/log/zelor')
     settings = ground.root / 'etc/zelor/zelor.ini'
-    port = ground.port + 1
+    with socket.socket() as probe:
+        probe.bind(('127.0.0.1', 0))
+        port = probe.getsockname()[1]
     text = re.sub(r'Url = .*', f'Url = http://127.0.0.1:{port}', settings.read_text().split('[Limits]')[0])
     settings.write_text(text + ('' if ahead is None else f'[Limits]\nAheadMegabytes = {ahead}\n'))
     relay = subprocess.Popen([sys.executable, str(Path(__file__).with_name('relay.py')), str(port), str(ground.port),

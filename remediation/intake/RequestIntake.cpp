@@ -78,7 +78,7 @@ void RequestIntake::parse(const std::string& key, const std::string& identifier,
     }
     const std::string trimmedKey = base::trimmed(key);
     if (trimmedKey.empty()) return;
-    const std::string id = base::trimmed(identifier);
+    std::string id = base::trimmed(identifier);
     const bool configuration = isConfiguration(id);
     RequestKey request = parseRequestKey(trimmedKey, configuration);
     if (!configuration) {
@@ -102,29 +102,31 @@ void RequestIntake::parse(const std::string& key, const std::string& identifier,
         return;
     }
     RequestTarget target = requestTarget(std::move(request.cpes), platformCpe_, specialCases);
-    remediateMetadata row;
+    remediateMetadata& row = (configuration ? rows_.configurations : rows_.patches).emplace_back();
     row.setCombinedCpes(key);
-    row.setCveOrCceId(id);
+    row.setCveOrCceId(std::move(id));
     row.setPackageName(std::move(request.packageName));
     row.setPlatformCpe(std::move(target.platformCpe));
     row.setProductCpe(std::move(target.productCpe));
-    (configuration ? rows_.configurations : rows_.patches).push_back(std::move(row));
 }
 
 void RequestIntake::getContent(std::vector<remediateMetadata>& rows) {
     if (!rows.empty()) log::debug(" [Remediation Manager] Inside getAndParseCreEriForSupersedesTrue .. ");
     const bool patches = &rows == &rows_.patches;
+    const std::string* previous = nullptr;
     for (remediateMetadata& row : rows) {
         cancellation_.markCancelled();
         if (cancellation_.stopsRun()) return;
         const std::string& key = RecordAccess::combinedCpes(row);
+        if (patches && previous != nullptr && *previous >= key) beginCounting();
+        previous = &key;
         if (cancellation_.isCancelled(key)) {
             progress_.record(key, RemediationManager::REM_ABORTED);
             continue;
         }
-        const bool counted = patches && countsForCollectiveResult(row);
+        const bool counted = counting_ && patches && countsForCollectiveResult(row);
         const bool wasStopped = getContentUnlessCancelled(row);
-        const bool counts = patches && countsForCollectiveResult(row);
+        const bool counts = counting_ && patches && countsForCollectiveResult(row);
         if (counts && !counted) progress_.addRemediation(row);
         if (counted && !counts) progress_.removeRemediation(row);
         if (!RecordAccess::creEriDataPresent(row) && !wasStopped) {
@@ -132,6 +134,15 @@ void RequestIntake::getContent(std::vector<remediateMetadata>& rows) {
             flags_.allFailed = true;
         }
         cancellation_.markCancelled();
+    }
+}
+
+// While keys ascend none comes twice, so that each needs one remediation, and nothing has to be kept for it.
+void RequestIntake::beginCounting() {
+    if (counting_) return;
+    counting_ = true;
+    for (const remediateMetadata& row : rows_.patches) {
+        if (countsForCollectiveResult(row)) progress_.addRemediation(row);
     }
 }
 

@@ -39,6 +39,7 @@ class RequestIntake {
   private:
     void parse(const std::string& key, const std::string& identifier,
                const std::set<std::string>& specialCases);
+    void beginCounting();
     void announce(Needs& needs);
     bool getContentUnlessCancelled(remediateMetadata& row);
     bool getContent(remediateMetadata& row);
@@ -51,6 +52,7 @@ class RequestIntake {
     Progress& progress_;
     Cancellation& cancellation_;
     RunEvents& events_;
+    bool counting_ = false;  ///< how many remediations each key needs
 };
 
 }  // namespace zelor::remediation

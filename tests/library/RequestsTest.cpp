@@ -99,6 +99,21 @@ TEST_F(Requests, BecomeRowsOrFailures) {
     EXPECT_EQ(agent.calls.back(), "getCre cpe:/o:x  CCE-1") << "configurations come after patches";
 }
 
+TEST_F(Requests, RepeatedKeysNeedAResultEach) {
+    agent.addContent("CVE-1", {{"ERI-1", "a.pkg"}});
+    const std::string first = "cpe:/a:1,", second = "cpe:/a:2,";
+    parse({{first, "CVE-1"}});
+    parse({{second, "CVE-1"}});
+    manager.insertRemProgressInMap(first, RemediationManager::REM_SUCCESS);
+    EXPECT_EQ(progress()[first], 4U) << "no key came twice yet";
+    parse({{first, "CVE-1"}, {second, "CVE-none"}});
+    manager.insertRemProgressInMap(first, RemediationManager::REM_FAILED);
+    EXPECT_EQ(progress()[first], 0U) << "held back until the second result";
+    manager.insertRemProgressInMap(first, RemediationManager::REM_SUCCESS);
+    EXPECT_EQ(progress()[first], 5U);
+    EXPECT_EQ(progress()[second], 6U) << "the row without content does not count";
+}
+
 TEST_F(Requests, SpecialCaseSystemsAreProducts) {
     agent.specialCases = {"cpe:/o:special"};
     parse({{"cpe:/o:special", "CVE-1"}, {"cpe:/x:odd", "CVE-2"}, {"cpe:/a:1,cpe:/a:2", "CVE-3"}});
