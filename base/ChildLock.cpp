@@ -18,6 +18,10 @@ std::atomic<LockFile*>& current() {
     return file;
 }
 
+bool hasEnded(long command) {
+    return command == kNoCommand || (::kill(static_cast<pid_t>(command), 0) != 0 && errno == ESRCH);
+}
+
 void noteCommand(std::optional<long> process) {
     LockFile* const file = current();
     if (file != nullptr) file->note(process);
@@ -34,8 +38,7 @@ ChildLock::~ChildLock() {
 /// True when the command itself has ended, but something that it started holds the descriptor.
 bool ChildLock::onlyServicesHoldIt() const {
     const std::optional<long> command = file_.noted();
-    if (!command) return false;
-    return *command == kNoCommand || (::kill(static_cast<pid_t>(*command), 0) != 0 && errno == ESRCH);
+    return command && hasEnded(*command);
 }
 
 bool ChildLock::take() {
@@ -47,6 +50,12 @@ bool ChildLock::take() {
     current() = &file_;
     taken_ = true;
     return true;
+}
+
+LockState lookAtCommand(const std::string& path) {
+    LockState state = lookAtLock(path);
+    const bool onlyServices = state.process && hasEnded(*state.process);
+    return state.kind == LockState::Kind::held && onlyServices ? LockState() : state;
 }
 
 CommandNote::CommandNote() {

@@ -37,6 +37,10 @@ class ChildLock {
     bool taken_ = false;
 };
 
+/// Looks at the lock file of an earlier process: `held` while a `ChildLock` could not be taken, with what
+/// `ChildLock::command` would say. The caller has made sure that the earlier process itself has ended.
+LockState lookAtCommand(const std::string& path);
+
 /// The number under which commands inherit the lock: one that scripts do not use by habit.
 constexpr int kChildLockDescriptor = 99;
 

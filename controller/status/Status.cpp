@@ -150,6 +150,8 @@ Status gatherStatus(const Paths& paths) {
     lookAtContentDir(paths, status);
     status.lockFile = jobLockFile();
     status.lock = base::lookAtLock(status.lockFile);
+    if (status.lock.kind == base::LockState::Kind::free)
+        status.killedCommand = base::lookAtCommand(commandLockFile());
     return status;
 }
 

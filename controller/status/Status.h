@@ -62,6 +62,8 @@ struct Status {
     std::string leftoversProblem;        ///< why they cannot be listed, "" when they can
     std::string lockFile;
     base::LockState lock;  ///< of runs and buffering jobs
+    /// When that is free: a command of a run that was killed, `held` while the next run would wait for it.
+    base::LockState killedCommand;
 };
 
 /// The file of the installed-patches record.

@@ -1,3 +1,4 @@
+#include <cstdlib>
 #include <nlohmann/json.hpp>
 
 #include "controller/Text.h"
@@ -109,20 +110,25 @@ std::string leftoversText(const Status& status) {
     return text;
 }
 
+/// The id of a process, or of a process group, where it is negative.
+std::string processText(std::optional<long> process) {
+    return process ? "process " + std::to_string(std::abs(*process)) : "an unknown process";
+}
+
 std::string lockText(const Status& status) {
     const std::string file = " (" + base::printable(status.lockFile) + ")\n";
     switch (status.lock.kind) {
         case base::LockState::Kind::free:
-            return "\nLock: free" + file;
+            if (status.killedCommand.kind != base::LockState::Kind::held) return "\nLock: free" + file;
+            return "\nLock: free" + file +
+                   "The next run waits for a command of an earlier one that was killed: " +
+                   processText(status.killedCommand.process) + '\n';
         case base::LockState::Kind::unknown:
             return "\nLock: unknown, " + status.lock.problem + file;
         case base::LockState::Kind::held:
             break;
     }
-    return "\nLock: held by " +
-           (status.lock.process ? "process " + std::to_string(*status.lock.process)
-                                : std::string("an unknown process")) +
-           file;
+    return "\nLock: held by " + processText(status.lock.process) + file;
 }
 
 ordered_json lockJson(const Status& status) {
@@ -131,6 +137,10 @@ ordered_json lockJson(const Status& status) {
                          {"state", states[static_cast<std::size_t>(status.lock.kind)]},
                          {"process", nullptr}};
     if (status.lock.process) lock["process"] = *status.lock.process;
+    const base::LockState& killed = status.killedCommand;
+    if (killed.kind == base::LockState::Kind::held)
+        lock["killedCommand"] = {
+            {"process", killed.process ? ordered_json(std::abs(*killed.process)) : nullptr}};
     return lock;
 }
 

@@ -102,6 +102,9 @@ TEST_F(ControllerSafety, ARunWaitsForTheScriptOfAKilledOne) {
     ASSERT_TRUE(fs::exists(fixture.dir / "began"));
     ::kill(killed, SIGKILL);
     ::waitpid(killed, nullptr, 0);
+    EXPECT_THAT(at("status").out,
+                HasSubstr("waits for a command of an earlier one that was killed: process "));
+    EXPECT_GT(json::parse(at("status", {"--json"}).out)["lock"]["killedCommand"]["process"], 1);
     std::thread user([this] {
         std::this_thread::sleep_for(std::chrono::milliseconds(500));
         writeFile(fixture.dir / "goOn", "");
