@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <set>
+
 #include "base/CommandRunner.h"
 #include "base/Strings.h"
 #include "tests/support/TempDir.h"
@@ -147,6 +149,26 @@ TEST(Keys, AcceptWhatTheOpensslCommandSigns) {
         known.value = base::hexadecimal(der.substr(der.size() - (known.type == "ecdsa" ? 65 : 32)));
         EXPECT_TRUE(verifies(known, "what is signed", test::readFile(sig))) << known.scheme;
     }
+}
+
+TEST(Keys, AreOneInEveryForm) {
+    const test::TempDir dir;
+    const std::string key = dir / "key", text = dir / "text", sig = dir / "sig", pub = dir / "pub";
+    test::writeFile(text, "what is signed");
+    openssl({"genpkey", "-out", key, "-algorithm", "EC", "-pkeyopt", "ec_paramgen_curve:P-256"});
+    openssl({"dgst", "-sha256", "-sign", key, "-out", sig, text});
+    std::set<std::string> identities;
+    for (const char* form : {"-ec_conv_form=uncompressed", "-ec_conv_form=compressed", "-ec_conv_form=hybrid",
+                             "-ec_param_enc=explicit"}) {
+        const std::string option = form;
+        const auto cut = option.find('=');
+        openssl({"pkey", "-in", key, "-pubout", "-out", pub, option.substr(0, cut), option.substr(cut + 1)});
+        std::string identity;
+        EXPECT_TRUE(verifies({"ecdsa", "ecdsa-sha2-nistp256", test::readFile(pub)}, "what is signed",
+                             test::readFile(sig), &identity));
+        identities.insert(identity);
+    }
+    EXPECT_EQ(identities.size(), 1U) << "one key cannot sign for two";
 }
 
 TEST(Keys, AreRefusedWhenTheyAreWeakOrOnAnotherCurve) {
