@@ -32,8 +32,8 @@ TEST(Json, ThatReadersTakeInDifferentWaysIsRefused) {
     const std::vector<std::pair<std::string, std::string>> kRows = {
         {R"({"a":1,"b":{"a":2},"a":3})", "two members of one name"},
         {R"({"a":1,"\u0061":2})", "two members of one name"},
-        {std::string(33, '[') + std::string(33, ']'), "nested deeper"},
-        {std::string(90'000, '['), "nested deeper"},
+        {std::string(33, '[') + std::string(33, ']'), "more than 32 nested levels"},
+        {std::string(90'000, '['), "more than 32 nested levels"},
         {std::string(100'001, ' '), "larger than 100000"},
         {"{} x", "not JSON"},
         {"", "not JSON"},
