@@ -75,8 +75,8 @@ PublicKey decode(const Key& key) {
     return fits ? std::move(decoded) : nullptr;
 }
 
-/// The same bytes for every form of a key: the DER form of one on a curve keeps how its point is written.
-std::string identityOf(EVP_PKEY* key) {
+/// The DER form of a key on a curve keeps how its point is written, so of that the point counts.
+std::string identityOfDecoded(EVP_PKEY* key) {
     unsigned char* encoded = nullptr;
     std::size_t size = 0;
     if (EVP_PKEY_get_base_id(key) == EVP_PKEY_EC) {
@@ -157,10 +157,17 @@ bool isUsable(const Key& key) {
     return usable;
 }
 
+std::string identityOf(const Key& key) {
+    const PublicKey decoded = decode(key);
+    std::string identity = decoded ? identityOfDecoded(decoded.get()) : "";
+    ERR_clear_error();
+    return identity;
+}
+
 bool verifies(const Key& key, std::string_view bytes, std::string_view signature, std::string* identity) {
     const PublicKey decoded = decode(key);
     const bool good = decoded && !signature.empty() && judge(decoded.get(), bytes, signature);
-    if (good && identity != nullptr) *identity = identityOf(decoded.get());
+    if (good && identity != nullptr) *identity = identityOfDecoded(decoded.get());
     ERR_clear_error();
     return good;
 }
