@@ -139,7 +139,7 @@ void Client::loadTheRest() {
 }
 
 void Client::learnTime(const Timestamp& timestamp) {
-    if (options_.signedTime) options_.now = std::max(options_.now, timestamp.signedAt);
+    if (options_.signedTime) signedAt_ = std::max(signedAt_, timestamp.signedAt);
 }
 
 base::Check Client::refresh() {
@@ -163,9 +163,11 @@ base::Check Client::updateRoot() {
             return base::failure(taken.error());
         }
         if (!*taken) break;
-        rotated = rotated || rotatesKeys(before, *root_);
+        if (!rotatesKeys(before, *root_)) continue;
+        rotated = true;
+        signedAt_ = 0;  // a thief of the old keys may have signed for any time
     }
-    base::Check good = requireFresh(kRootRole, *root_, options_.now);
+    base::Check good = requireFresh(kRootRole, *root_, now());
     if (root_->version == first) return good;
     if (good && rotated) good = forgetWhatOldKeysSigned();
     loadTheRest();
@@ -190,6 +192,7 @@ base::Result<bool> Client::takeNextRoot() {
 
 /// Recovery from versions that a thief of the old keys made arbitrarily high.
 base::Check Client::forgetWhatOldKeysSigned() {
+    signedAt_ = 0;
     for (const char* role : {kTimestampRole, kSnapshotRole}) {
         if (const auto removed = store_.remove(role); !removed)
             return failed(role, 0, removed.error().text, kNoDisk);
@@ -203,9 +206,9 @@ base::Check Client::updateTimestamp() {
     auto timestamp = checkTimestamp(*root_, *bytes, timestamp_ ? &*timestamp_ : nullptr, options_.limits);
     if (!timestamp) return base::failure(timestamp.error());
     if (timestamp_ && timestamp->version == timestamp_->version)
-        return requireFresh(kTimestampRole, *timestamp_, options_.now);
+        return requireFresh(kTimestampRole, *timestamp_, now());
     learnTime(*timestamp);
-    base::Check good = requireFresh(kTimestampRole, *timestamp, options_.now);
+    base::Check good = requireFresh(kTimestampRole, *timestamp, now());
     if (good) good = keep(kTimestampRole, timestamp->version, *bytes);
     if (good) timestamp_ = *std::move(timestamp);
     return good;
@@ -213,12 +216,12 @@ base::Check Client::updateTimestamp() {
 
 base::Check Client::updateSnapshot() {
     const ListedFile& listed = timestamp_->snapshot;
-    if (snapshot_ && requireListed(kSnapshotRole, snapshot_->content, snapshot_->bytes, listed, options_.now))
+    if (snapshot_ && requireListed(kSnapshotRole, snapshot_->content, snapshot_->bytes, listed, now()))
         return {};
     auto bytes = fetchListed(kSnapshotRole, listed, options_.limits.snapshot);
     if (!bytes) return base::failure(bytes.error());
-    auto snapshot = checkSnapshot(*root_, *bytes, &listed, snapshot_ ? &snapshot_->content : nullptr,
-                                  options_.now, options_.limits);
+    auto snapshot = checkSnapshot(*root_, *bytes, &listed, snapshot_ ? &snapshot_->content : nullptr, now(),
+                                  options_.limits);
     if (!snapshot) return base::failure(snapshot.error());
     if (auto done = keep(kSnapshotRole, snapshot->version, *bytes); !done) return done;
     snapshot_ = Kept<Snapshot>{*std::move(snapshot), *std::move(bytes)};
@@ -227,11 +230,11 @@ base::Check Client::updateSnapshot() {
 
 base::Check Client::updateTargets() {
     const ListedFile& listed = *snapshot_->content.fileOf(kTargetsRole);
-    if (targets_ && requireListed(kTargetsRole, *targets_, targetsBytes_, listed, options_.now)) return {};
+    if (targets_ && requireListed(kTargetsRole, *targets_, targetsBytes_, listed, now())) return {};
     auto bytes = fetchListed(kTargetsRole, listed, options_.limits.targets);
     if (!bytes) return base::failure(bytes.error());
     auto targets = checkTargets(kTargetsRole, root_->keysOf(kTargetsRole), root_->keys, *bytes, &listed,
-                                options_.now, options_.limits);
+                                now(), options_.limits);
     if (!targets) return base::failure(targets.error());
     if (auto done = keep(kTargetsRole, targets->version, *bytes); !done) return done;
     delegated_.clear();
@@ -312,11 +315,11 @@ base::Result<Targets> Client::readDelegated(const Targets& parent, const Delegat
     if (listed == nullptr)
         return failed(role, 0, "the snapshot does not list it", "have the repository's files written again");
     if (known) {
-        if (auto targets = check(*known, listed, options_.now)) return targets;
+        if (auto targets = check(*known, listed, now())) return targets;
     }
     const auto bytes = fetchListed(role, *listed, limits.targets);
     if (!bytes) return base::failure(bytes.error());
-    auto targets = check(*bytes, listed, options_.now);
+    auto targets = check(*bytes, listed, now());
     if (!targets) return targets;
     if (const auto done = keep(role, targets->version, *bytes); !done) return base::failure(done.error());
     return targets;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <map>
 #include <memory>
@@ -58,7 +59,8 @@ struct ClientOptions {
     Time now = 0;  ///< the time of this update, for all of it; the caller says what it trusts
     Limits limits;
     /// Whether a later time counts in its place when an accepted timestamp says that it was signed then: so a
-    /// clock that was set back makes nothing young again.
+    /// clock that was set back makes nothing young again. It counts until the keys of timestamp or snapshot
+    /// are replaced.
     bool signedTime = true;
 };
 
@@ -111,7 +113,7 @@ class Client {
     std::string downloadPath(const TargetFile& target) const;
 
     /// The time that expiry is judged at, after `load` or `refresh`.
-    Time now() const { return options_.now; }
+    Time now() const { return std::max(options_.now, signedAt_); }
 
     /// Root, timestamp, snapshot and targets, as far as they are known.
     std::vector<RoleState> roles() const;
@@ -151,6 +153,7 @@ class Client {
     Fetcher& fetcher_;
     Store& store_;
     ClientOptions options_;
+    Time signedAt_ = 0;  ///< the latest time that an accepted timestamp was signed at
     std::optional<Root> root_;
     std::optional<Timestamp> timestamp_;
     std::optional<Kept<Snapshot>> snapshot_;

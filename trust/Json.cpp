@@ -18,7 +18,7 @@ class Structure {
             case Json::parse_event_t::array_start:
                 open_.emplace_back();
                 if (open_.size() > static_cast<std::size_t>(kJsonDepthLimit))
-                    fail("nested deeper than " + std::to_string(kJsonDepthLimit) + " levels");
+                    fail("more than " + std::to_string(kJsonDepthLimit) + " nested levels");
                 break;
             case Json::parse_event_t::object_end:
             case Json::parse_event_t::array_end:

@@ -75,12 +75,18 @@ PublicKey decode(const Key& key) {
     return fits ? std::move(decoded) : nullptr;
 }
 
-std::string derOf(const EVP_PKEY* key) {
-    unsigned char* der = nullptr;
-    const int size = i2d_PUBKEY(key, &der);
-    if (size <= 0) return {};
-    std::string bytes(reinterpret_cast<char*>(der), static_cast<std::size_t>(size));
-    OPENSSL_free(der);
+/// The DER form of a key on a curve keeps how its point is written, so of that the point counts.
+std::string identityOfDecoded(EVP_PKEY* key) {
+    unsigned char* encoded = nullptr;
+    std::size_t size = 0;
+    if (EVP_PKEY_get_base_id(key) == EVP_PKEY_EC) {
+        size = EVP_PKEY_get1_encoded_public_key(key, &encoded);
+    } else {
+        size = static_cast<std::size_t>(std::max(i2d_PUBKEY(key, &encoded), 0));
+    }
+    if (size == 0) return {};
+    std::string bytes(reinterpret_cast<char*>(encoded), size);
+    OPENSSL_free(encoded);
     return bytes;
 }
 
@@ -151,10 +157,17 @@ bool isUsable(const Key& key) {
     return usable;
 }
 
+std::string identityOf(const Key& key) {
+    const PublicKey decoded = decode(key);
+    std::string identity = decoded ? identityOfDecoded(decoded.get()) : "";
+    ERR_clear_error();
+    return identity;
+}
+
 bool verifies(const Key& key, std::string_view bytes, std::string_view signature, std::string* identity) {
     const PublicKey decoded = decode(key);
     const bool good = decoded && !signature.empty() && judge(decoded.get(), bytes, signature);
-    if (good && identity != nullptr) *identity = derOf(decoded.get());
+    if (good && identity != nullptr) *identity = identityOfDecoded(decoded.get());
     ERR_clear_error();
     return good;
 }

@@ -46,6 +46,9 @@ Keys readKeys(JsonReader& reader, const Json& keys);
 /// Whether signatures by `key` can be verified: it can be read, and is of the kind that its scheme needs.
 bool isUsable(const Key& key);
 
+/// Bytes that are the same for every form of one key; "" for one that is not usable.
+std::string identityOf(const Key& key);
+
 /// True when `signature` is one of `bytes` by `key`. `identity`, when given, becomes what two forms of one
 /// key have in common.
 bool verifies(const Key& key, std::string_view bytes, std::string_view signature,

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <set>
 
 #include "base/PrintableText.h"
 #include "trust/RepositoryWriter.h"
@@ -29,6 +30,19 @@ void removeUnusedKeys(Json& root) {
     root["keys"] = kept;
 }
 
+/// Whether two of the ids name one key: a threshold that needs both could never be met.
+bool hasOneKeyTwice(const Json& keys, const std::set<std::string>& ids) {
+    std::set<std::string> known;
+    for (const std::string& id : ids) {
+        if (!keys.contains(id)) continue;
+        const Json& key = keys.at(id);
+        const std::string identity =
+            identityOf({key.at("keytype"), key.at("scheme"), key.at("keyval").value("public", "")});
+        if (!identity.empty() && !known.insert(identity).second) return true;
+    }
+    return false;
+}
+
 base::Check applyTo(Json& root, const RootChange& change) {
     Json& role = root["roles"][change.role];
     std::set<std::string> ids = role["keyids"];
@@ -48,6 +62,9 @@ base::Check applyTo(Json& root, const RootChange& change) {
         return base::failure("the role " + change.role + " would have " + std::to_string(ids.size()) +
                              " keys, of which " + std::to_string(threshold) +
                              " must sign; give it more keys or another threshold");
+    if (hasOneKeyTwice(root["keys"], ids))
+        return base::failure("the role " + change.role +
+                             " would have one key in two forms, which counts once; give another key");
     role["keyids"] = ids;
     removeUnusedKeys(root);
     return {};

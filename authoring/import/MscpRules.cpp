@@ -105,8 +105,8 @@ base::Result<Enforcement> enforcement2(const YamlNode& file, const MscpChoice& c
     const YamlNode& check = own["check"].hasContent() ? own["check"] : common["check"];
     const YamlNode& fix = own["fix"].hasContent() ? own["fix"] : common["fix"];
     Enforcement found;
-    found.check = &check["shell"];
-    found.result = &check["result"];
+    found.check = check["shell"].hasContent() ? &check["shell"] : &common["check"]["shell"];
+    found.result = check["result"].hasContent() ? &check["result"] : &common["check"]["result"];
     if (file["mobileconfig_info"].hasContent() || !fix["shell"].hasContent()) found.noFix = whyNoFix(file);
     found.fix = fix["shell"].text;
     for (const auto& [system, list] : file["references"]["nist"]["cce"].members) {
@@ -147,10 +147,8 @@ std::vector<std::string> cceIdentifiers(const YamlNode* list) {
     if (list == nullptr) return identifiers;
     std::vector<YamlNode> items = list->items;
     if (list->kind == YamlNode::Kind::scalar) items.push_back(*list);
-    for (const YamlNode& item : items) {
-        const bool fresh = std::find(identifiers.begin(), identifiers.end(), item.text) == identifiers.end();
-        if (isCceIdentifier(item.text) && fresh) identifiers.push_back(item.text);
-    }
+    for (const YamlNode& item : items)
+        addIdentifier(identifiers, item.text);
     return identifiers;
 }
 
@@ -167,6 +165,7 @@ base::Result<RuleScripts> scriptsOf(const YamlNode& file, const MscpChoice& choi
     rule.identifiers = cceIdentifiers(found->identifiers);
     if (!found->noFix.empty()) return base::failure(found->noFix);
     if (rule.identifiers.empty()) return base::failure("it has no CCE identifier for macOS " + choice.os);
+    if (rule.identifiers.size() > kIdentifiersLimit) return base::failure(kTooManyIdentifiers);
     if (!found->check->hasContent()) return base::failure("it has no check");
     if (found->check->kind != YamlNode::Kind::scalar) return base::failure("its check is of an unknown form");
     const YamlNode& value = valueNode(file, choice.benchmark);
@@ -224,11 +223,11 @@ ImportedRule mscpRule(const YamlNode& file, const std::string& name, const MscpC
         return rule;
     }
     rule.rule = file["id"].text;
-    rule.title = file["title"].text;
-    const YamlNode& value = valueNode(file, choice.benchmark);
-    for (auto at = rule.title.find("$ODV"); at != std::string::npos && value.hasContent();
-         at = rule.title.find("$ODV", at + value.text.size()))
-        rule.title.replace(at, 4, value.text);
+    rule.title = oneLine(file["title"].text);
+    const std::string value = oneLine(valueNode(file, choice.benchmark).text);
+    for (auto at = rule.title.find("$ODV"); at != std::string::npos && !value.empty();
+         at = rule.title.find("$ODV", at + value.size()))
+        rule.title.replace(at, 4, value);
     auto scripts = scriptsOf(file, choice, rule);
     if (!scripts) {
         rule.reason = oneLine(scripts.error().text);
@@ -247,8 +246,12 @@ base::Result<RuleSet> readMscpRules(const std::string& directory, const MscpChoi
     if (!files) return tl::unexpected<base::Failure>(files.error());
     const std::string os = plainVersion(choice.os);
     RuleSet rules{"mscp macOS " + os, choice.benchmark, "cpe:/o:apple:macos:" + os, {}};
-    for (const fs::path& file : *files)
+    std::size_t bytes = 0;
+    for (const fs::path& file : *files) {
         rules.rules.push_back(ruleOfFile(file.string(), file.lexically_relative(top).string(), choice));
+        bytes += bytesOfScripts(rules.rules.back());
+        if (bytes > kAllScriptsLimit) return base::failure(directory + ": " + kTooLargeScripts);
+    }
     return rules;
 }
 

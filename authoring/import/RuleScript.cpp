@@ -10,7 +10,7 @@ namespace zelor::authoring {
 
 namespace {
 
-constexpr std::size_t kTextLimit = 256U << 10U;
+constexpr std::size_t kValueLimit = 4U << 10U;
 
 std::string inSingleQuotes(const std::string& text) {
     return '\'' + base::insideSingleQuotes(text) + '\'';
@@ -60,7 +60,7 @@ bool needsZsh(const std::string& text) {
 
 std::string whyNotRun(const std::string& what, const std::string& text) {
     if (base::trimmed(text).empty()) return "the " + what + " is empty";
-    if (text.size() > kTextLimit) return "the " + what + " is larger than 256 KiB";
+    if (text.size() > kRuleTextLimit) return "the " + what + " is larger than 256 KiB";
     const std::string why = whyUnfitText(text);
     return why.empty() ? "" : "the " + what + " has " + why;
 }
@@ -110,6 +110,25 @@ echo() {
 
 )";
 
+base::Check requireValue(const CheckedRule& rule) {
+    if (!rule.hasValue) return base::failure("there is no value for $ODV");
+    if (rule.value.size() > kValueLimit) return base::failure("the value of $ODV is larger than 4 KiB");
+    const std::string why = whyUnfitText(rule.value);
+    return why.empty() ? base::Check() : base::failure("the value of $ODV has " + why);
+}
+
+/// Makes the expected text what bash can find: it drops the line ends after what a command prints.
+base::Check fillInExpected(CheckedRule& rule) {
+    std::string& expected = rule.expected;
+    if (const auto at = expected.find("$ODV"); at != std::string::npos) {
+        if (auto good = requireValue(rule); !good) return good;
+        expected.replace(at, 4, rule.value);
+    }
+    expected.erase(expected.find_last_not_of('\n') + 1);
+    const std::string why = whyNotRun("result", expected);
+    return why.empty() ? base::Check() : base::failure(why);
+}
+
 /// Puts the value into a rule's texts.
 base::Check fillIn(CheckedRule& rule) {
     for (std::string* text : {&rule.check, &rule.fix}) {
@@ -117,16 +136,12 @@ base::Check fillIn(CheckedRule& rule) {
         if (const std::string why = whyNotRun(what, *text); !why.empty()) return base::failure(why);
         if (needsZsh(*text)) return base::failure("the " + what + " is written for zsh, not for bash");
         if (!base::contains(*text, "$ODV")) continue;
-        if (!rule.hasValue) return base::failure("there is no value for $ODV");
+        if (auto good = requireValue(rule); !good) return good;
         auto done = filledIn(*text, rule.value);
         if (!done) return tl::unexpected<base::Failure>(done.error());
         *text = std::move(*done);
     }
-    if (const auto at = rule.expected.find("$ODV"); at != std::string::npos) {
-        if (!rule.hasValue) return base::failure("there is no value for $ODV");
-        rule.expected.replace(at, 4, rule.value);
-    }
-    return {};
+    return fillInExpected(rule);
 }
 
 /// The beginning of a script, up to and with the check.

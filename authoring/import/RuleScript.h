@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 #include "base/Result.h"
@@ -8,6 +9,12 @@ namespace zelor::authoring {
 
 /// The exit status of an imported script whose fix says that it does not apply to the machine.
 constexpr int kNotApplicableStatus = 77;
+
+/// The most bytes of a text that bash is to run, with its values in place.
+constexpr std::size_t kRuleTextLimit = 256U << 10U;
+/// The most bytes of all scripts of an import: a value can be used many times, so a small file could make
+/// large ones.
+constexpr std::size_t kAllScriptsLimit = 512U << 20U;
 
 /// What a rule that has a check consists of.
 struct CheckedRule {
@@ -36,8 +43,8 @@ base::Result<RuleScripts> checkedScripts(const CheckedRule& rule);
 base::Result<std::string> fixScript(const std::string& rule, const std::string& fix);
 
 /// `script` with `value` in place of $ODV. A simple word is put there as it is. Any other value is only used
-/// where bash itself expands it, as the variable ODV in double quotes, never inside another program's text:
-/// fails when $ODV is elsewhere.
+/// where bash itself expands it, as the variable ODV in double quotes, and only in a script that uses nothing
+/// which runs text: fails when $ODV is elsewhere, and when the result has more than `kRuleTextLimit` bytes.
 base::Result<std::string> filledIn(const std::string& script, const std::string& value);
 
 }  // namespace zelor::authoring

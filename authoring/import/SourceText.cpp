@@ -1,5 +1,7 @@
 #include "authoring/import/SourceText.h"
 
+#include <algorithm>
+
 #include "base/PrintableText.h"
 #include "base/Strings.h"
 #include "base/Utf8.h"
@@ -43,6 +45,16 @@ std::string oneLine(const std::string& text, std::size_t limit) {
         line.replace(limit, std::string::npos, "...");
     }
     return base::trimmed(base::printable(line));
+}
+
+void addIdentifier(std::vector<std::string>& identifiers, const std::string& text) {
+    if (identifiers.size() > kIdentifiersLimit || !isCceIdentifier(text)) return;
+    if (std::find(identifiers.begin(), identifiers.end(), text) == identifiers.end())
+        identifiers.push_back(text);
+}
+
+std::size_t bytesOfScripts(const ImportedRule& rule) {
+    return (rule.script.size() + rule.check.size()) * std::max<std::size_t>(rule.identifiers.size(), 1);
 }
 
 }  // namespace zelor::authoring

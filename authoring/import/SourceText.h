@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "authoring/import/ImportedRule.h"
 #include "remediation/intake/RequestParsing.h"
 
 namespace zelor::authoring {
@@ -17,5 +18,16 @@ std::string oneLine(const std::string& text, std::size_t limit = 300);
 
 /// Whether the text is a CCE identifier.
 using remediation::isCceIdentifier;
+
+/// The most identifiers of one rule: each becomes an entry with a copy of the scripts.
+constexpr std::size_t kIdentifiersLimit = 100;
+constexpr const char* kTooManyIdentifiers = "it has more than 100 CCE identifiers";
+constexpr const char* kTooLargeScripts = "the scripts of its rules have more than 512 MiB together";
+
+/// Adds `text` if it is a CCE identifier and a new one. Keeps no more than one beyond the limit.
+void addIdentifier(std::vector<std::string>& identifiers, const std::string& text);
+
+/// The bytes of a rule's scripts, with a copy for each identifier.
+std::size_t bytesOfScripts(const ImportedRule& rule);
 
 }  // namespace zelor::authoring

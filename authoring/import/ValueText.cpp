@@ -25,15 +25,77 @@ bool isSimple(const std::string& value) {
     return (negative || isWordByte(value[0])) && std::all_of(value.begin(), value.end(), harmless);
 }
 
-/// What takes text for a program, or an arithmetic expression, that could run commands.
-constexpr const char* kInterpreters[] = {"awk", "sed",  "perl",   "python", "ruby", "osascript", "jq",
-                                         "php", "eval", "source", "let ",   "[[",   "((",        "sh -c",
-                                         "sh ", "ssh",  "xargs",  "find ",  "<<",   "`",         "$["};
+/// What takes text for a program. A value may reach it by a variable, so it is looked for in all of a script.
+constexpr const char* kInterpreters[] = {"awk",  "gawk",  "mawk",      "nawk",   "sed",  "perl", "python",
+                                         "ruby", "php",   "jq",        "sh",     "bash", "zsh",  "ksh",
+                                         "csh",  "tcsh",  "dash",      "ssh",    "find", "eval", "let",
+                                         "trap", "xargs", "osascript", "source", "`",    "${!"};
+/// What bash takes a value for in the same command: an expression, or a name, whose subscript is one.
+constexpr const char* kEvaluators[] = {"[[",     "((",       "$[",    "-v",   "declare",   "typeset", "local",
+                                       "export", "readonly", "unset", "read", "readarray", "mapfile"};
+/// What the next word is a command for.
+constexpr const char* kRunners[] = {"env",  "sudo", "exec", "command", "builtin", "nohup", "time",
+                                    "then", "do",   "else", "elif",    "if",      "while", "until"};
+constexpr std::size_t kUsesLimit = 100;  ///< of a value that is no simple word
 
-std::string lineAround(const std::string& script, std::size_t at) {
-    const auto before = script.rfind('\n', at);
-    const auto begin = before == std::string::npos ? 0 : before + 1;
-    return script.substr(begin, script.find('\n', at) - begin);
+bool isLetter(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
+}
+
+/// Whether `word` is in the text, and not as a part of a longer one.
+bool hasWord(const std::string& text, std::string_view word) {
+    for (auto at = text.find(word); at != std::string::npos; at = text.find(word, at + 1)) {
+        const std::size_t end = at + word.size();
+        const bool begins = !isLetter(word.front()) || at == 0 || !isLetter(text[at - 1]);
+        const bool ends = !isLetter(word.back()) || end == text.size() || !isLetter(text[end]);
+        if (begins && ends) return true;
+    }
+    return false;
+}
+
+template <std::size_t count>
+bool hasAny(const std::string& text, const char* const (&words)[count]) {
+    return std::any_of(std::begin(words), std::end(words),
+                       [&](const char* word) { return hasWord(text, word); });
+}
+
+/// Lines that end in a backslash are one to bash.
+std::string withoutContinuations(const std::string& script) {
+    std::string text;
+    for (std::size_t at = 0; at < script.size(); ++at) {
+        if (script.compare(at, 2, "\\\n") == 0) {
+            ++at;
+        } else {
+            text += script[at];
+        }
+    }
+    return text;
+}
+
+/// The part of a line before `at`, and before what is on the line before it that ends in a backslash.
+std::string lineBefore(const std::string& script, std::size_t at) {
+    std::size_t begin = at;
+    while (begin > 0 && (script[begin - 1] != '\n' || (begin > 1 && script[begin - 2] == '\\')))
+        --begin;
+    return withoutContinuations(script.substr(begin, at - begin));
+}
+
+/// Whether bash could take a value after `line` for more than an argument.
+bool isUnsafeAfter(const std::string& line) {
+    if (hasAny(line, kEvaluators)) return true;
+    const auto brace = line.rfind("${");
+    if (brace != std::string::npos && line.find('}', brace) == std::string::npos) return true;
+    const std::string before =
+        base::trimmed(base::hasEnding(line, "\"") ? line.substr(0, line.size() - 1) : line);
+    if (before.empty() || std::string_view(";|&({!").find(before.back()) != std::string_view::npos)
+        return true;
+    // The command [ is a word of its own; anything else has a subscript.
+    if (before.back() == '[') return before.size() > 1 && isWordByte(before[before.size() - 2]);
+    const std::string last = before.substr(before.find_last_of(" \t;|&(/") + 1);
+    // The value of a variable in place of a command is not known.
+    const std::string first = before.substr(before.find_last_of(";|&(") + 1);
+    return hasAny("\n" + last + "\n", kRunners) || base::hasBeginning(base::trimmed(first), "$") ||
+           base::hasBeginning(base::trimmed(first), "\"$");
 }
 
 /// Follows bash's quotes through a script.
@@ -83,16 +145,21 @@ class Quotes {
     std::vector<Place> open_;
 };
 
+constexpr const char* kInsideText =
+    "the value of $ODV is not a simple word, and is used inside another program's text";
+constexpr const char* kRunText = "the value of $ODV is no simple word, and could be run as a command there";
+
+/// Why no value but a simple word can be in the script; "" when one can.
+std::string whyOnlySimple(const std::string& script) {
+    if (base::contains(script, "<<")) return kInsideText;
+    return hasAny(withoutContinuations(script), kInterpreters) ? kRunText : "";
+}
+
 base::Result<std::string> expansion(const std::string& script, std::size_t at, Quotes::Place place) {
-    const std::string line = lineAround(script, at);
-    const auto inLine = [&](const char* word) { return base::contains(line, word); };
     if (place == Quotes::Place::comment) return std::string("ODV");
-    if (place == Quotes::Place::singleQuotes || base::contains(script, "<<"))
-        return base::failure(
-            "the value of $ODV is not a simple word, and is used inside another program's text");
-    if (std::any_of(std::begin(kInterpreters), std::end(kInterpreters), inLine) ||
-        (at > 0 && script[at - 1] == '\\'))
-        return base::failure("the value of $ODV is no simple word, and could be run as a command there");
+    if (place == Quotes::Place::singleQuotes) return base::failure(kInsideText);
+    if ((at > 0 && script[at - 1] == '\\') || isUnsafeAfter(lineBefore(script, at)))
+        return base::failure(kRunText);
     return std::string(place == Quotes::Place::doubleQuotes ? "${ODV}" : "\"${ODV}\"");
 }
 
@@ -100,6 +167,8 @@ base::Result<std::string> expansion(const std::string& script, std::size_t at, Q
 
 base::Result<std::string> filledIn(const std::string& script, const std::string& value) {
     const bool simple = isSimple(value);
+    if (const std::string why = simple ? "" : whyOnlySimple(script); !why.empty()) return base::failure(why);
+    std::size_t uses = 0;
     std::string filled;
     Quotes quotes;
     for (std::size_t at = 0; at < script.size();) {
@@ -108,6 +177,10 @@ base::Result<std::string> filledIn(const std::string& script, const std::string&
             if (!text) return text;
             filled += *text;
             at += kNameLength;
+            if (++uses > kUsesLimit && !simple)
+                return base::failure("the value of $ODV is no simple word, and is used more than 100 times");
+            if (filled.size() > kRuleTextLimit)
+                return base::failure("a text is larger than 256 KiB with its value");
             continue;
         }
         const std::size_t bytes = simple ? 1 : quotes.pass(script, at);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "authoring/import/RuleScript.h"
 #include "authoring/import/SourceText.h"
 #include "base/Strings.h"
 
@@ -75,8 +76,17 @@ bool XccdfProfile::selects(const pugi::xml_node& item, bool inherited) const {
     return selected;
 }
 
-base::Result<std::string> XccdfProfile::valueOf(const pugi::xml_node& sub) const {
-    const std::string id = sub.attribute("idref").value(), use = sub.attribute("use").value();
+const base::Result<std::string>& XccdfProfile::valueOf(const pugi::xml_node& sub) const {
+    const auto key = std::make_pair(std::string(sub.attribute("idref").value()),
+                                    std::string(sub.attribute("use").value()));
+    if (const auto known = found_.find(key); known != found_.end()) return known->second;
+    auto value = findValue(key.first, key.second);
+    if (value && value->size() > kRuleTextLimit)
+        value = base::failure("a value of its fix is larger than 256 KiB: " + oneLine(key.first));
+    return found_.emplace(key, std::move(value)).first->second;
+}
+
+base::Result<std::string> XccdfProfile::findValue(const std::string& id, const std::string& use) const {
     const auto found = values_.find(id);
     if (found == values_.end()) return base::failure("its fix uses an unknown value: " + oneLine(id));
     if (document_->is(found->second, "plain-text")) return textOf(found->second);

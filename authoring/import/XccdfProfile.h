@@ -2,6 +2,7 @@
 
 #include <map>
 #include <string>
+#include <utility>
 
 #include "authoring/import/XccdfDocument.h"
 
@@ -17,13 +18,15 @@ class XccdfProfile {
 
     /// Whether a Rule or Group is selected, if what it is in was.
     bool selects(const pugi::xml_node& item, bool inherited) const;
-    /// The text that replaces a `sub` element of a fix. Fails when there is no such value.
-    base::Result<std::string> valueOf(const pugi::xml_node& sub) const;
+    /// The text that replaces a `sub` element of a fix; valid as long as the profile. Fails when there is no
+    /// such value, or one that no fix has room for.
+    const base::Result<std::string>& valueOf(const pugi::xml_node& sub) const;
 
   private:
     explicit XccdfProfile(const XccdfDocument& document) : document_(&document) {}
     void add(const pugi::xml_node& profile);
     void findValues(const pugi::xml_node& item);
+    base::Result<std::string> findValue(const std::string& id, const std::string& use) const;
     base::Result<std::string> chosen(const pugi::xml_node& value, const std::string& id) const;
 
     const XccdfDocument* document_;
@@ -32,6 +35,8 @@ class XccdfProfile {
     std::map<std::string, std::string> given_;      ///< set-value
     std::map<std::string, std::string> selectors_;  ///< refine-value
     std::map<std::string, pugi::xml_node> values_;
+    /// What was found, by id and use: one value may be used a million times.
+    mutable std::map<std::pair<std::string, std::string>, base::Result<std::string>> found_;
 };
 
 }  // namespace zelor::authoring

@@ -1,7 +1,5 @@
 #include "authoring/import/XccdfRules.h"
 
-#include <algorithm>
-
 #include "authoring/import/RuleScript.h"
 #include "authoring/import/SourceText.h"
 #include "authoring/import/XccdfProfile.h"
@@ -26,23 +24,28 @@ class RuleReader {
             if (!group && !document_.is(node, "Rule")) continue;
             const bool own = profile_.selects(node, selected);
             if (group) addItems(node, own);
-            if (!group) rules_.push_back(rule(node, own));
+            if (!group) add(rule(node, own));
         }
     }
-    std::vector<ImportedRule> take() { return std::move(rules_); }
+    /// Fails when the scripts of the rules are too large together.
+    base::Result<std::vector<ImportedRule>> take() {
+        if (bytes_ > kAllScriptsLimit) return base::failure(kTooLargeScripts);
+        return std::move(rules_);
+    }
 
   private:
+    void add(ImportedRule rule) {
+        bytes_ += bytesOfScripts(rule);
+        if (bytes_ <= kAllScriptsLimit) rules_.push_back(std::move(rule));
+    }
+
     ImportedRule rule(const pugi::xml_node& node, bool selected) const {
         ImportedRule rule;
         rule.rule = node.attribute("id").value();
         rule.title = textOf(document_.child(node, "title"));
         for (const pugi::xml_node ident : document_.children(node, "ident")) {
-            const std::string text = base::trimmed(textOf(ident));
-            auto& known = rule.identifiers;
-            const bool fresh = std::find(known.begin(), known.end(), text) == known.end();
-            if (ident.attribute("system").value() == std::string(kCceSystem) && isCceIdentifier(text) &&
-                fresh)
-                known.push_back(text);
+            if (ident.attribute("system").value() == std::string(kCceSystem))
+                addIdentifier(rule.identifiers, base::trimmed(textOf(ident)));
         }
         auto script = scriptOf(node, selected, rule);
         if (script) rule.script = std::move(*script);
@@ -61,6 +64,7 @@ class RuleReader {
         if (fixes.empty()) return base::failure("it has no fix that bash could run");
         if (fixes.size() > 1) return base::failure("it has several fixes for bash");
         if (rule.identifiers.empty()) return base::failure("it has no CCE identifier");
+        if (rule.identifiers.size() > kIdentifiersLimit) return base::failure(kTooManyIdentifiers);
         const std::string reboot = fixes[0].attribute("reboot").value();
         rule.reboot = reboot == "true" || reboot == "1";
         auto text = fixText(fixes[0]);
@@ -75,12 +79,13 @@ class RuleReader {
             if (piece.type() == pugi::node_pcdata || piece.type() == pugi::node_cdata) {
                 text += piece.value();
             } else if (document_.is(piece, "sub")) {
-                auto value = profile_.valueOf(piece);
+                const base::Result<std::string>& value = profile_.valueOf(piece);
                 if (!value) return value;
                 text += *value;
             } else if (piece.type() == pugi::node_element) {
                 return base::failure("its fix has the unknown element: " + oneLine(piece.name(), 60));
             }
+            if (text.size() > kRuleTextLimit) return base::failure("the fix is larger than 256 KiB");
         }
         return text;
     }
@@ -88,6 +93,7 @@ class RuleReader {
     const XccdfDocument& document_;
     const XccdfProfile& profile_;
     std::vector<ImportedRule> rules_;
+    std::size_t bytes_ = 0;  ///< of their scripts
 };
 
 }  // namespace
@@ -103,7 +109,9 @@ base::Result<RuleSet> readXccdfRules(const std::string& xml, const std::string& 
     if (base::hasBeginning(platform, "cpe:/") && whyUnfitText(platform).empty()) set.product = platform;
     RuleReader reader(*document, *resolved);
     reader.addItems(benchmark, true);
-    set.rules = reader.take();
+    auto rules = reader.take();
+    if (!rules) return tl::unexpected<base::Failure>(rules.error());
+    set.rules = *std::move(rules);
     return set;
 }
 

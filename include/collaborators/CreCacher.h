@@ -19,7 +19,8 @@ class ZELOR_API CreCacher {
     /// Removes the content from memory, so that the next `getCre` reads it again.
     void removeCreFromCache(std::string platformCpe, std::string productCpe, std::string cveOrCceId);
 
-    /// Deletes the content's file on disk. A missing file is not a failure.
+    /// Deletes the content's file on disk. An agent with a signed index of the repository may keep the bytes,
+    /// which then count only while the index lists them. A missing file is not a failure.
     void removeCreFile(std::string platformCpe, std::string productCpe, std::string cveOrCceId);
 
   private:

@@ -311,6 +311,19 @@ TEST_F(ImportTest, HostileValuesNeverBecomeCommands) {
         {"cat << END > state\n$ODV\nEND", false},
         {"echo `echo $ODV`", false},
         {"bash -c \"echo $ODV\"", false},
+        {"[ \"$ODV\" = x ] || printf %s $ODV > state", true},
+        {"awk \\\n $ODV", false},
+        {"a=/usr/bin/awk\n$a $ODV", false},
+        {"a=ls; $a $ODV", false},
+        {"echo $ODV | bash", false},
+        {"x=$ODV; echo ${!x}", false},
+        {"x[$ODV]=1", false},
+        {"echo ${x:$ODV}", false},
+        {"[ -v $ODV ]", false},
+        {"printf -v $ODV 1", false},
+        {"trap $ODV EXIT", false},
+        {"if $ODV; then :; fi", false},
+        {"$ODV", false},
     };
     for (const Case& each : cases) {
         SCOPED_TRACE(each.fix);
@@ -330,6 +343,34 @@ TEST_F(ImportTest, HostileValuesNeverBecomeCommands) {
         const auto filled = filledIn("awk '{ if ($1 <= $ODV) print }'", simple);
         EXPECT_EQ(*filled, "awk '{ if ($1 <= " + std::string(simple) + ") print }'");
     }
+}
+
+TEST_F(ImportTest, WhatIsUnfitOrGrowsTooLargeIsLeftOut) {
+    std::string uses, identifiers;
+    for (int i = 0; i < 60'000; ++i)
+        uses += "$ODV";
+    for (int i = 0; i < 101; ++i)
+        identifiers += "\n    - CCE-" + std::to_string(1000 + i) + "-1";
+    const std::string one = firstLayout("echo $ODV > state");
+    const std::pair<std::string, const char*> cases[] = {
+        {replaced(one, "recommended: 3", "recommended: \"a\\eb\""), "value of $ODV has a control character"},
+        {replaced(one, "recommended: 3", "recommended: \"a\\u202eb\""),
+         "value of $ODV has a mark that reorders"},
+        {replaced(one, "integer: $ODV", "string: \"a\\0b\""), "result has a control character"},
+        {replaced(one, "integer: $ODV", "string: \"\\n\""), "result is empty"},
+        {replaced(one, "recommended: 3", "recommended: " + std::string(5000, 'a')), "larger than 4 KiB"},
+        {replaced(firstLayout("echo " + uses), "recommended: 3", "recommended: 1234567890"),
+         "256 KiB with its value"},
+        {replaced(one, "    - CCE-90001-1", identifiers.substr(1)), "more than 100 CCE identifiers"},
+    };
+    for (const auto& [yaml, reason] : cases)
+        EXPECT_THAT(rule(yaml).reason, HasSubstr(reason));
+    EXPECT_THAT(rule(replaced(one, "integer: $ODV", "string: |\n    $ODV\n")).script,
+                HasSubstr("expected='3'\n"))
+        << "bash drops the line ends of what it found";
+    const std::string own = replaced(kSecondLayout, "          shell: echo fourteen\n", "");
+    EXPECT_THAT(rule(own, {"14", ""}).script, AllOf(HasSubstr("cat door"), HasSubstr("expected='true'")))
+        << "a version may have a result of its own for the common check";
 }
 
 /// A data stream with these rules, a value and three profiles.
@@ -386,15 +427,23 @@ TEST_F(ImportTest, AProfileChoosesRulesAndValues) {
 
 TEST_F(ImportTest, RulesOfXccdfThatCannotBeImportedHaveAReason) {
     const std::string fix = "<x:fix system=\"urn:xccdf:fix:script:sh\">true</x:fix>";
+    std::string subs = "<x:sub idref=\"v\"/>";
+    while (subs.size() < 1'500'000)
+        subs += subs;
+    const std::string large =
+        "<x:Value id=\"l\"><x:value>" + std::string(300'000, 'a') + "</x:value></x:Value>";
     const auto set = readXccdfRules(
-        stream(xccdfRule("a", "CVE-1", "true") + xccdfRule("b", "CCE-1-1", "<x:instance context=\"c\"/>") +
+        stream(large + xccdfRule("a", "CVE-1", "true") +
+               xccdfRule("b", "CCE-1-1", "<x:instance context=\"c\"/>") +
                xccdfRule("c", "CCE-1-2", "<x:sub idref=\"w\"/>") + "<x:Rule id=\"d\"/>" +
                "<x:Rule id=\"e\">" + fix + fix + "</x:Rule>" +
-               xccdfRule("f", "CCE-1-3", "true", "extends=\"a\"") + xccdfRule("g", "CCE-1-4", " ")),
+               xccdfRule("f", "CCE-1-3", "true", "extends=\"a\"") + xccdfRule("g", "CCE-1-4", " ") +
+               xccdfRule("h", "CCE-1-5", subs) + xccdfRule("i", "CCE-1-6", "<x:sub idref=\"l\"/>")),
         "");
     ASSERT_TRUE(set);
-    const char* reasons[] = {"no CCE",        "unknown element", "unknown value: w", "no fix",
-                             "several fixes", "extends",         "is empty"};
+    const char* reasons[] = {"no CCE",   "unknown element", "unknown value: w",
+                             "no fix",   "several fixes",   "extends",
+                             "is empty", "fix is larger",   "value of its fix is larger"};
     for (std::size_t i = 0; i < std::size(reasons); ++i)
         EXPECT_THAT(set->rules[i].reason, HasSubstr(reasons[i]));
 }

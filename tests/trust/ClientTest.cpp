@@ -327,6 +327,23 @@ TEST(Client, RecoversFromVersionsThatAThiefMadeHigh) {
     }
 }
 
+TEST(Client, RecoversFromATimeThatAThiefMadeLate) {
+    World world;
+    Repository& r = world.repository;
+    const Repository honest = r;
+    r.content["timestamp"].update(
+        {{"version", 1000}, {"expires", timeText(kNow + 10'000)}, {"signed_at", timeText(kNow + 9'000)}});
+    r.signTimestamp();
+    EXPECT_THAT(world.refresh(), HasSubstr("expired"));
+    r = honest;
+    EXPECT_THAT(world.refresh(), HasSubstr("expired")) << "a signed time counts while its key does";
+    r.setKeys("timestamp", {testKey(30)});
+    r.nextRoot();
+    r.next();
+    EXPECT_EQ(world.refresh(), "");
+    EXPECT_EQ(world.versions(), "root2 timestamp6 snapshot6 targets6");
+}
+
 TEST(Client, DoesWithoutDamagedFilesButNotWithoutARoot) {
     for (const char* role : {"timestamp", "snapshot", "targets"}) {
         World world;

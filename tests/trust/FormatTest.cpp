@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <set>
+
 #include "base/CommandRunner.h"
 #include "base/Strings.h"
 #include "tests/support/TempDir.h"
@@ -30,8 +32,8 @@ TEST(Json, ThatReadersTakeInDifferentWaysIsRefused) {
     const std::vector<std::pair<std::string, std::string>> kRows = {
         {R"({"a":1,"b":{"a":2},"a":3})", "two members of one name"},
         {R"({"a":1,"\u0061":2})", "two members of one name"},
-        {std::string(33, '[') + std::string(33, ']'), "nested deeper"},
-        {std::string(90'000, '['), "nested deeper"},
+        {std::string(33, '[') + std::string(33, ']'), "more than 32 nested levels"},
+        {std::string(90'000, '['), "more than 32 nested levels"},
         {std::string(100'001, ' '), "larger than 100000"},
         {"{} x", "not JSON"},
         {"", "not JSON"},
@@ -147,6 +149,26 @@ TEST(Keys, AcceptWhatTheOpensslCommandSigns) {
         known.value = base::hexadecimal(der.substr(der.size() - (known.type == "ecdsa" ? 65 : 32)));
         EXPECT_TRUE(verifies(known, "what is signed", test::readFile(sig))) << known.scheme;
     }
+}
+
+TEST(Keys, AreOneInEveryForm) {
+    const test::TempDir dir;
+    const std::string key = dir / "key", text = dir / "text", sig = dir / "sig", pub = dir / "pub";
+    test::writeFile(text, "what is signed");
+    openssl({"genpkey", "-out", key, "-algorithm", "EC", "-pkeyopt", "ec_paramgen_curve:P-256"});
+    openssl({"dgst", "-sha256", "-sign", key, "-out", sig, text});
+    std::set<std::string> identities;
+    for (const char* form : {"-ec_conv_form=uncompressed", "-ec_conv_form=compressed", "-ec_conv_form=hybrid",
+                             "-ec_param_enc=explicit"}) {
+        const std::string option = form;
+        const auto cut = option.find('=');
+        openssl({"pkey", "-in", key, "-pubout", "-out", pub, option.substr(0, cut), option.substr(cut + 1)});
+        std::string identity;
+        EXPECT_TRUE(verifies({"ecdsa", "ecdsa-sha2-nistp256", test::readFile(pub)}, "what is signed",
+                             test::readFile(sig), &identity));
+        identities.insert(identity);
+    }
+    EXPECT_EQ(identities.size(), 1U) << "one key cannot sign for two";
 }
 
 TEST(Keys, AreRefusedWhenTheyAreWeakOrOnAnotherCurve) {

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cctype>
 #include <functional>
 
 #include "tests/trust/Repository.h"
@@ -174,6 +176,12 @@ TEST(TrustWriter, RefusesWhatItCannotWrite) {
     EXPECT_NE(rootFailure({"root", {}, {"abc"}, {}}).find("has no key abc"), std::string::npos);
     EXPECT_NE(rootFailure({"root", {}, {}, 2}).find("would have 1 keys, of which 2"), std::string::npos);
     EXPECT_NE(rootFailure({"root", {}, {testKey(0).id()}, {}}).find("would have 0"), std::string::npos);
+    Json form = testKey(0).publicKey();
+    std::string digits = form["keyval"]["public"];
+    std::transform(digits.begin(), digits.end(), digits.begin(),
+                   [](unsigned char c) { return std::toupper(c); });
+    form["keyval"]["public"] = digits;
+    EXPECT_NE(rootFailure({"root", {form}, {}, 2}).find("one key in two forms"), std::string::npos);
     Written written;
     EXPECT_NE(written.publish(std::nullopt).find("there are no targets yet"), std::string::npos);
     PublicKeys keys{{"root", {testKey(0).publicKey()}}};
