@@ -101,7 +101,7 @@ TEST_F(World, AConnectionThatBreaksAtEveryTenthByte) {
         cut.dropAfter = 10;  // of each answer: the next attempt goes on where this one stopped
         faults.fixture.addFault("/patches/second-.zip", cut);
     }
-    const Ended ended = faults.run("run", {"ZELOR_CLOCK_FACTOR=1000"});
+    const Ended ended = faults.run("run", {kFast});
     EXPECT_EQ(ended.exit(), 0) << ended.errors << faults.log();
     EXPECT_GE(faults.fixture.countAnswers("GET /patches/second-.zip 206"), static_cast<int>(size / 10) - 2);
     survives("cut", kAll, ended);
