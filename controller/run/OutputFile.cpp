@@ -6,10 +6,12 @@
 
 #include <cerrno>
 #include <charconv>
+#include <chrono>
 #include <map>
 #include <optional>
 #include <stdexcept>
 #include <system_error>
+#include <thread>
 #include <tuple>
 
 #include "base/Directories.h"
@@ -22,6 +24,7 @@ namespace {
 
 constexpr std::size_t kBufferBytes = std::size_t{1} << 16U;
 constexpr unsigned kFileMode = 0644;
+constexpr std::chrono::seconds kReaderWait{5};  ///< for the reader of a pipe, while runs are locked out
 
 std::string cannotWrite(const std::string& path, int error) {
     return "cannot write " + path + ": " + base::errorText(error);
@@ -36,6 +39,17 @@ bool isWrittenInPlace(const struct stat& info, int fd) {
 }
 
 enum class Target { file, inPlace };
+
+/// open(2) itself would wait for the reader of a pipe without end.
+base::UniqueFd openInPlace(const std::string& path, bool pipe) {
+    const auto late = std::chrono::steady_clock::now() + kReaderWait;
+    for (;;) {
+        base::UniqueFd file = base::openFile(path, O_WRONLY | O_NOCTTY | O_NOFOLLOW | O_NONBLOCK);
+        const bool mayCome = !file && errno == ENXIO && pipe;
+        if (!mayCome || std::chrono::steady_clock::now() >= late) return file;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+}
 
 /// Checks what is at `path`, and opens it when it is written in place. Creates and truncates nothing and
 /// follows no symbolic link. Without `wait`, a pipe is `inPlace` but not opened. Returns what is wrong, or
@@ -53,12 +67,13 @@ std::string lookAt(const std::string& path, bool wait, Target& target, base::Uni
     if (S_ISFIFO(info.st_mode) && !wait) return "";  // closing it again would be end of file for its reader
     if (!S_ISFIFO(info.st_mode) && !S_ISCHR(info.st_mode))
         return "cannot write " + path + ", a device or socket; name a file, a pipe, a terminal or /dev/null";
-    const int dontWait = S_ISCHR(info.st_mode) ? O_NONBLOCK : 0;
-    file = base::openFile(path, O_WRONLY | O_NOCTTY | O_NOFOLLOW | dontWait);
+    file = openInPlace(path, S_ISFIFO(info.st_mode));
+    if (!file && errno == ENXIO && S_ISFIFO(info.st_mode))
+        return "nobody reads the pipe " + path + "; start its reader first";
     if (!file || ::fstat(file.get(), &info) != 0) return cannotWrite(path, errno) + "; choose another file";
     if (!isWrittenInPlace(info, file.get()))
         return "cannot write " + path + ", a device; name a file, a pipe, a terminal or /dev/null";
-    if (dontWait != 0) ::fcntl(file.get(), F_SETFL, ::fcntl(file.get(), F_GETFL) & ~O_NONBLOCK);
+    ::fcntl(file.get(), F_SETFL, ::fcntl(file.get(), F_GETFL) & ~O_NONBLOCK);
     return "";
 }
 

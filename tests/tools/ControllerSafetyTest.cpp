@@ -190,6 +190,10 @@ TEST_F(ControllerSafety, OutputsFollowNoLinksAndSpareDevices) {
         EXPECT_THAT(device.err, HasSubstr("/dev/zero, a device;")) << option;
         EXPECT_EQ(on("run", kOneScript, {option, "/dev/null"}).status, 0) << option;
     }
+    ASSERT_EQ(::mkfifo((fixture.dir / "pipe").c_str(), 0600), 0);
+    const ControllerRun unread = on("run", kOneScript, {"--events", fixture.dir / "pipe"});
+    EXPECT_EQ(unread.status, 2);
+    EXPECT_THAT(unread.err, HasSubstr("nobody reads the pipe"));
     EXPECT_EQ(on("plan", kOneScript, {"--json", fixture.dir / "link"}).status, 2);
     EXPECT_EQ(readFile(fixture.dir / "target"), "kept");
     EXPECT_FALSE(fs::exists(fixture.dir / "nothing"));
@@ -197,6 +201,7 @@ TEST_F(ControllerSafety, OutputsFollowNoLinksAndSpareDevices) {
     for (const std::string arguments : {"run requests.json --quiet --json /dev/stdout | cat",
                                         "run requests.json --quiet --events /dev/fd/5 5>&1",
                                         "run requests.json --quiet --json /dev/stdout >out; cat out",
+                                        "run requests.json --quiet --events pipe & cat pipe; wait",
                                         "plan requests.json --json /dev/fd/1 | cat"}) {
         const base::CommandResult run = platform::runShell(
             "cd '" + root + "'; '" ZELOR_REMEDIATE_PROGRAM "' --root . --tools tools " + arguments + " 2>&1");
