@@ -46,6 +46,11 @@ void printSummary(const ImportSummary& summary, const std::string& out) {
               << amount(summary.imported, "rule", "rules") << " imported, " << leftOut << " left out\n";
     for (const auto& [reason, count] : summary.leftOut)
         std::cout << padded("", 2) << count << "  " << reason << '\n';
+    if (!summary.written) {
+        std::cout << "Nothing was written, the last import in " << out
+                  << " stays as it is: check the version, the benchmark and the profile\n";
+        return;
+    }
     if (summary.withCheck != 0) {
         std::cout << amount(summary.withCheck, "rule has", "rules have")
                   << " a check, which plan --check and verify run\n";

@@ -24,7 +24,7 @@ struct ImportHistory {
     std::map<std::string, KnownEntry> entries;  ///< by identifier
 };
 
-/// What an import wrote.
+/// What an import found, and wrote.
 struct ImportSummary {
     std::size_t imported = 0;                       ///< rules
     std::size_t withCheck = 0;                      ///< rules, of these
@@ -32,6 +32,7 @@ struct ImportSummary {
     std::vector<std::string> added, changed, gone;  ///< identifiers, against the import before
     std::size_t unchanged = 0;                      ///< identifiers
     bool first = true;                              ///< there was no import before
+    bool written = true;                            ///< false: an import before is left as it was
 };
 
 /// The id of an imported script: ERI-CCE-90001-1-2.

@@ -174,7 +174,9 @@ ImportSummary writeImport(RuleSet& rules, const std::string& out) {
     leaveOutRepetitions(rules);
     compare(rules, history, summary);
     count(rules, summary);
-    write(rules, history, summary, out);
+    // A mistyped benchmark must not withdraw everything.
+    summary.written = summary.first || summary.imported != 0;
+    if (summary.written) write(rules, history, summary, out);
     return summary;
 }
 

@@ -145,6 +145,10 @@ TEST_F(ImportTest, BothLayoutsBecomeEntriesThatPublishAndCheckCleanly) {
     EXPECT_EQ(eri["id"], "ERI-CCE-90001-1-1");
     EXPECT_EQ(eri["instructions"], "Rule light_switch: Turn the light to 5");
     EXPECT_THAT(readFile(out + "/scripts/CCE-90001-1.bsh"), HasSubstr("echo 5 > state"));
+    const ToolRun mistyped = mscp({"--benchmark", "level_0ne"});
+    EXPECT_EQ(mistyped.status, 1);
+    EXPECT_THAT(mistyped.out, HasSubstr("Nothing was written"));
+    EXPECT_EQ(json("manifest.json"), entries);
     const ToolRun published = contentTool(
         {"publish", out + "/manifest.json", "--key", privateKey, "--out", repository, "--strict"});
     EXPECT_EQ(published.status, 0) << published.err;
